@@ -1,0 +1,405 @@
+#include "JSONParser.h"
+
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace {
+
+constexpr unsigned int kEscapeDigits = 4;
+
+bool IsWhitespace(unsigned char byte) {
+  return byte == ' ' || (byte >= '\t' && byte <= '\r');
+}
+
+bool IsDigit(unsigned char byte) {
+  return byte >= '0' && byte <= '9';
+}
+
+/// The value of a hexadecimal digit, or -1.
+int HexDigit(unsigned char byte) {
+  if (IsDigit(byte)) {
+    return byte - '0';
+  }
+  const auto letter = static_cast<unsigned char>(byte | 0x20U);
+  return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
+}
+
+/// What a one-byte escape stands for, or 0 when it is not one.
+char EscapedByte(unsigned char byte) {
+  switch (byte) {
+    case '"':
+    case '\\':
+    case '/':
+      return static_cast<char>(byte);
+    case 'b':
+      return '\b';
+    case 'f':
+      return '\f';
+    case 'n':
+      return '\n';
+    case 'r':
+      return '\r';
+    case 't':
+      return '\t';
+    default:
+      return '\0';
+  }
+}
+
+// Arithmetic that wraps at 64 bits, on purpose.
+
+long long Negated(long long value) {
+  return static_cast<long long>(0ULL - static_cast<unsigned long long>(value));
+}
+
+long long Product(long long a, long long b) {
+  return static_cast<long long>(static_cast<unsigned long long>(a) *
+                                static_cast<unsigned long long>(b));
+}
+
+/// 10 to the power of the low 32 bits of `exponent`, read as signed.
+double Scale(long long exponent) {
+  return std::pow(10.0, static_cast<std::int32_t>(static_cast<std::uint32_t>(exponent)));
+}
+
+/// `scale` truncated to 32 bits; every value out of range gives the smallest integer, on purpose.
+std::int32_t IntegerScale(double scale) {
+  constexpr auto kSmallest = std::numeric_limits<std::int32_t>::min();
+  const bool fits = scale > kSmallest && scale < -static_cast<double>(kSmallest);
+  return fits ? static_cast<std::int32_t>(scale) : kSmallest;
+}
+
+}  // namespace
+
+QDOJSONValue::~QDOJSONValue() {
+  switch (type) {
+    case String:
+      delete stringValue;
+      break;
+    case Object:
+      delete objectValue;
+      break;
+    case Array:
+      delete arrayValue;
+      break;
+    default:
+      break;
+  }
+}
+
+UTF8String* QDOJSONValue::becomeString() {
+  stringValue = new UTF8String;
+  type = String;
+  return stringValue;
+}
+
+QDOJSONObject* QDOJSONValue::becomeObject() {
+  objectValue = new QDOJSONObject;
+  type = Object;
+  return objectValue;
+}
+
+QDOJSONArray* QDOJSONValue::becomeArray() {
+  arrayValue = new QDOJSONArray;
+  type = Array;
+  return arrayValue;
+}
+
+void QDOJSONValue::becomeBoolean(bool value) {
+  booleanValue = value ? 1 : 0;
+  type = Boolean;
+}
+
+void QDOJSONValue::becomeInteger(long long value) {
+  integerValue = value;
+  type = Integer;
+}
+
+void QDOJSONValue::becomeDouble(double value) {
+  doubleValue = value;
+  type = Double;
+}
+
+QDOJSONParserImplHelper::QDOJSONParserImplHelper(const unsigned char* input, unsigned int length)
+    : input_(input), length_(length), root_(std::make_shared<QDOJSONValue>()) {
+  result_ = parseValue(*root_);
+}
+
+bool QDOJSONParserImplHelper::parseValue(QDOJSONValue& node) {
+  if (atEnd()) {
+    return true;
+  }
+  skipWhitespace();
+  const unsigned char first = byteAt(0);
+  if (first == '-' || first == '.' || IsDigit(first)) {
+    return parseNumber(node);
+  }
+  switch (first) {
+    case '"':
+      return scanRestOfString(node.becomeString());
+    case '[':
+      return parseArray(node.becomeArray());
+    case '{':
+      return parseObject(node.becomeObject());
+    case 't':
+      node.becomeBoolean(true);
+      return scanRestOfTrue();
+    case 'f':
+      node.becomeBoolean(false);
+      return scanRestOfFalse();
+    case 'n':
+      node.becomeNull();
+      return scanRestOfNull();
+    default:
+      return true;  // the node stays unset, on purpose: the caller judges the byte
+  }
+}
+
+bool QDOJSONParserImplHelper::parseObject(QDOJSONObject* object) {
+  advance();
+  skipWhitespace();
+  if (byteAt(0) == '}') {
+    return takeInText('}');
+  }
+  do {
+    if (!parseMember(object)) {
+      return false;
+    }
+    skipWhitespace();
+  } while (take(','));
+  return takeInText('}');
+}
+
+bool QDOJSONParserImplHelper::parseMember(QDOJSONObject* object) {
+  if (atEnd()) {
+    return false;
+  }
+  skipWhitespace();
+  UTF8String key;
+  if (byteAt(0) != '"' || !scanRestOfString(&key)) {
+    return false;
+  }
+  skipWhitespace();
+  if (!take(':')) {
+    return false;
+  }
+  auto node = std::make_shared<QDOJSONValue>();
+  if (!parseValue(*node)) {
+    return false;
+  }
+  object->emplace(std::move(key), std::move(node));  // the first of equal keys wins
+  return true;
+}
+
+bool QDOJSONParserImplHelper::parseArray(QDOJSONArray* array) {
+  advance();
+  skipWhitespace();
+  if (byteAt(0) == ']') {
+    return takeInText(']');
+  }
+  while (!atEnd()) {
+    auto node = std::make_shared<QDOJSONValue>();
+    if (!parseValue(*node)) {
+      return false;
+    }
+    array->push_back(std::move(node));
+    skipWhitespace();
+    if (!take(',')) {
+      break;
+    }
+  }
+  return takeInText(']');
+}
+
+bool QDOJSONParserImplHelper::parseNumber(QDOJSONValue& node) {
+  node.becomeInteger(0);
+  const bool negative = take('-');
+  if (byteAt(0) == '0' && IsDigit(byteAt(1))) {
+    return false;  // no leading zeros
+  }
+  long long mantissa = 0;
+  if (!adv_digits(mantissa)) {
+    return false;
+  }
+  double fraction = 0;
+  if (takeInText('.')) {
+    node.becomeDouble(0);
+    if (!adv_decimal_digits(fraction)) {
+      return false;
+    }
+  }
+  long long exponent = 0;
+  bool positiveExponent = true;
+  if (!parseExponent(exponent, positiveExponent)) {
+    return false;
+  }
+  const double scale = Scale(exponent);
+  if (node.type == QDOJSONValue::Double) {
+    const double value = static_cast<double>(mantissa) + fraction;
+    node.becomeDouble((negative ? -value : value) *
+                      (positiveExponent ? IntegerScale(scale) : scale));
+    return true;
+  }
+  const long long value = negative ? Negated(mantissa) : mantissa;
+  if (positiveExponent) {
+    node.becomeInteger(Product(value, IntegerScale(scale)));
+  } else {
+    node.becomeDouble(scale * static_cast<double>(value));
+  }
+  return true;
+}
+
+bool QDOJSONParserImplHelper::parseExponent(long long& exponent, bool& positive) {
+  if (!takeInText('e') && !takeInText('E')) {
+    return true;
+  }
+  positive = !takeInText('-');
+  if (positive) {
+    takeInText('+');
+  }
+  if (!adv_digits(exponent)) {
+    return false;
+  }
+  if (!positive) {
+    exponent = Negated(exponent);
+  }
+  return true;
+}
+
+bool QDOJSONParserImplHelper::adv_digits(long long& value) {
+  const unsigned int start = position_;
+  unsigned long long digits = 0;  // unsigned: overflow wraps, on purpose
+  for (; atDigit(); ++position_) {
+    digits = digits * 10 + (byteAt(0) - static_cast<unsigned int>('0'));
+  }
+  value = static_cast<long long>(digits);
+  return position_ != start;
+}
+
+bool QDOJSONParserImplHelper::adv_decimal_digits(double& value) {
+  const unsigned int start = position_;
+  std::uint32_t divisor = 1;  // 32 bits: wraps from the tenth digit on, on purpose
+  value = 0;
+  for (; atDigit(); ++position_) {
+    value = value * 10.0 + (byteAt(0) - '0');
+    divisor *= 10;
+  }
+  static_assert(std::numeric_limits<double>::is_iec559, "32 digits divide by zero");
+  value /= divisor;
+  return position_ != start;
+}
+
+bool QDOJSONParserImplHelper::scanRestOfLiteral(const char* rest, unsigned int count) {
+  if (remaining() <= count || std::memcmp(input_ + position_ + 1, rest, count) != 0) {
+    return false;
+  }
+  position_ += 1 + count;
+  return true;
+}
+
+bool QDOJSONParserImplHelper::scanRestOfString(UTF8String* destination) {
+  advance();
+  unsigned int start = position_;
+  while (byteAt(0) != '"' && !atEnd()) {
+    if (byteAt(0) < 0x20) {
+      return false;
+    }
+    if (byteAt(0) != '\\') {
+      ++position_;
+      continue;
+    }
+    appendPortionOfString(start, destination);
+    ++position_;
+    if (!appendBackSlashTrailingChar(destination)) {
+      return false;
+    }
+    start = position_;
+  }
+  if (atEnd()) {
+    return false;
+  }
+  appendPortionOfString(start, destination);
+  ++position_;
+  return true;
+}
+
+void QDOJSONParserImplHelper::appendPortionOfString(unsigned int start, UTF8String* destination) {
+  destination->append(reinterpret_cast<const char*>(input_ + start), position_ - start);
+}
+
+bool QDOJSONParserImplHelper::appendBackSlashTrailingChar(UTF8String* destination) {
+  if (take('u')) {
+    return appendUnicodeEscape(destination);
+  }
+  const char escaped = EscapedByte(byteAt(0));
+  if (escaped == '\0') {
+    return false;
+  }
+  destination->append(escaped);
+  ++position_;
+  return true;
+}
+
+bool QDOJSONParserImplHelper::appendUnicodeEscape(UTF8String* destination) {
+  if (remaining() < kEscapeDigits) {
+    return false;
+  }
+  unsigned int codePoint = 0;
+  for (unsigned int i = 0; i < kEscapeDigits; ++i) {
+    const int digit = HexDigit(byteAt(i));
+    if (digit < 0) {
+      return false;
+    }
+    codePoint = codePoint * 16 + static_cast<unsigned int>(digit);
+  }
+  appendCodePt(codePoint, destination);
+  position_ += kEscapeDigits;
+  return true;
+}
+
+void QDOJSONParserImplHelper::appendCodePt(unsigned int codePoint, UTF8String* destination) {
+  char bytes[4] = {};
+  if (codePoint <= 0x7F) {
+    bytes[0] = static_cast<char>(codePoint);
+  } else if (codePoint <= 0x7FF) {
+    bytes[0] = static_cast<char>(0xC0U | (codePoint >> 6U));
+    bytes[1] = static_cast<char>(0x80U | (codePoint & 0x3FU));
+  } else {
+    bytes[0] = static_cast<char>(0xE0U | (codePoint >> 12U));
+    bytes[1] = static_cast<char>(0x80U | ((codePoint >> 6U) & 0x3FU));
+    bytes[2] = static_cast<char>(0x80U | (codePoint & 0x3FU));
+  }
+  destination->append(bytes);  // as a zero-terminated text: code point 0 vanishes, on purpose
+}
+
+void QDOJSONParserImplHelper::skipWhitespace() {
+  while (IsWhitespace(byteAt(0)) && advance()) {
+  }
+}
+
+bool QDOJSONParserImplHelper::advance() {
+  const unsigned char lead = byteAt(0);
+  unsigned int size = 0;
+  if (lead < 0x80) {
+    size = 1;
+  } else if ((lead & 0xE0U) == 0xC0 && isContinuation(1)) {
+    size = 2;
+  } else if ((lead & 0xF0U) == 0xE0 && isContinuation(1) && isContinuation(2)) {
+    size = 3;
+  } else if ((lead & 0xF8U) == 0xF0 && isContinuation(1) && isContinuation(2) &&
+             isContinuation(3)) {
+    size = 4;
+  }
+  position_ += size;
+  return size != 0;
+}
+
+bool QDOJSONParserImplHelper::take(char expected) {
+  if (byteAt(0) != static_cast<unsigned char>(expected)) {
+    return false;
+  }
+  ++position_;
+  return true;
+}

@@ -1,0 +1,299 @@
+#include "QDOObject.h"
+
+#include <cstring>
+#include <limits>
+#include <new>
+#include <set>
+#include <utility>
+
+#include "QDOException.h"
+
+namespace {
+
+constexpr int kNullDereference = 2;
+constexpr int kUnexpectedType = 3;
+
+bool IsShared(QDOObject::Type type) {
+  return type == QDOObject::String || type == QDOObject::Vector || type == QDOObject::Map ||
+         type == QDOObject::Handle || type == QDOObject::Set;
+}
+
+std::int32_t LowAsInt32(std::uint64_t bits) {
+  return static_cast<std::int32_t>(static_cast<std::uint32_t>(bits));
+}
+
+void Require(bool condition) {
+  if (!condition) {
+    throw QDOException(kUnexpectedType);
+  }
+}
+
+}  // namespace
+
+static_assert(sizeof(void*) <= sizeof(std::uint64_t), "a holder's address must fit the payload");
+
+QDOObject::QDOObject(const QDOObject& other) {
+  set(other);
+}
+
+QDOObject::QDOObject(QDOObject&& other) noexcept
+    : type_(std::exchange(other.type_, Undefined)), payload_(std::exchange(other.payload_, 0)) {}
+
+QDOObject& QDOObject::operator=(QDOObject&& other) noexcept {
+  QDOObject taken(std::move(other));
+  std::swap(type_, taken.type_);
+  std::swap(payload_, taken.payload_);
+  return *this;
+}
+
+QDOObject::~QDOObject() {
+  try {
+    destroy();
+  } catch (const std::exception&) {
+    // The one place that drops an exception: a destructor has nobody to tell.
+  }
+}
+
+QDOObject QDOObject::makeBool(bool value) noexcept {
+  QDOObject result;
+  result.type_ = Bool;
+  result.payload_ = value ? 1 : 0;
+  return result;
+}
+
+QDOObject& QDOObject::set(const long long& value) {
+  const auto bits = static_cast<std::uint64_t>(value);  // before what may hold it is released
+  destroy();
+  type_ = Int64;
+  payload_ = bits;
+  return *this;
+}
+
+QDOObject& QDOObject::set(double value) {
+  destroy();
+  type_ = Double;
+  static_assert(sizeof value == sizeof payload_);
+  std::memcpy(&payload_, &value, sizeof value);
+  return *this;
+}
+
+QDOObject& QDOObject::set(const char* text) {
+  if (text == nullptr) {
+    throw QDOException(kNullDereference);
+  }
+  setString(text);
+  return *this;
+}
+
+QDOObject& QDOObject::set(Type type) {
+  switch (type) {
+    case String:
+      setString("");
+      break;
+    case Vector:
+      createVector();
+      break;
+    case Map:
+      createMap();
+      break;
+    case Set:
+      createSet();
+      break;
+    default:
+      destroy();
+      type_ = type > Null ? Undefined : type;
+      payload_ = 0;
+  }
+  return *this;
+}
+
+QDOObject& QDOObject::set(const QDOObject& other) {
+  const QDOObject held = detach();
+  if (!IsShared(other.type_)) {
+    payload_ = other.payload_;
+  } else if (other.holder() != nullptr) {
+    setHolder(new Holder(*other.holder()));
+  } else {
+    setHolder(nullptr);
+    type_ = other.type_ == String ? String : Undefined;  // the difference is on purpose
+    throw QDOObjectException(kNullDereference, nullptr);
+  }
+  type_ = other.type_;
+  return *this;
+}
+
+void QDOObject::setString(const char* text) {
+  create<std::string>(String, text);
+}
+
+QDOObject& QDOObject::setProxyId(const QDOObject& source) {
+  const QDOObject held = detach();
+  type_ = ProxyId;
+  if (source.type_ == ProxyId) {
+    payload_ = source.getProxyIdentifier();
+  } else {
+    payload_ = source.IsUInt() ? source.getQDOUInt32() : 0;
+  }
+  return *this;
+}
+
+void QDOObject::createVector() {
+  create<std::vector<QDOObject>>(Vector);
+}
+
+void QDOObject::createMap() {
+  create<std::map<std::string, QDOObject>>(Map);
+}
+
+void QDOObject::createSet() {
+  create<std::set<QDOObject>>(Set);
+}
+
+template <typename Element, typename... Arguments>
+void QDOObject::create(Type type, const Arguments&... arguments) {
+  const QDOObject held = detach();
+  try {
+    auto holder = std::make_unique<Holder>();
+    *holder = std::make_shared<Element>(arguments...);
+    setHolder(holder.release());
+    type_ = type;
+  } catch (const std::bad_alloc&) {
+    throw QDOException(QDOException::NotEnoughMemory());
+  }
+}
+
+void QDOObject::clearString() {
+  clear(String);
+}
+
+void QDOObject::clearVector() {
+  clear(Vector);
+}
+
+void QDOObject::clearMap() {
+  clear(Map);
+}
+
+void QDOObject::clearSet() {
+  clear(Set);
+}
+
+void QDOObject::clear(Type type) noexcept {
+  if (type_ == type) {
+    const std::unique_ptr<Holder> released(holder());
+    setHolder(nullptr);
+  }
+}
+
+void QDOObject::destroy() {
+  if (IsShared(type_)) {
+    clear(type_);
+  }
+  type_ = Undefined;
+}
+
+QDOObject QDOObject::detach() noexcept {
+  QDOObject held;
+  if (IsShared(type_)) {
+    std::swap(held.type_, type_);
+    std::swap(held.payload_, payload_);
+  }
+  type_ = Undefined;
+  return held;
+}
+
+bool QDOObject::IsInt32() const noexcept {
+  switch (type_) {
+    case UInt32:
+      return payload_ <= std::numeric_limits<std::int32_t>::max();
+    case Int32:
+      return true;
+    case Int64:
+    case UInt64:  // the same test for both, on purpose
+      return static_cast<std::uint64_t>(std::int64_t{LowAsInt32(payload_)}) == payload_;
+    default:
+      return false;
+  }
+}
+
+bool QDOObject::IsUInt() const noexcept {
+  switch (type_) {
+    case UInt32:
+      return true;
+    case Int32:
+      return LowAsInt32(payload_) >= 0;
+    case Int64:
+    case UInt64:  // a negative Int64 has its top bit set
+      return payload_ <= std::numeric_limits<std::uint32_t>::max();
+    default:
+      return false;
+  }
+}
+
+bool QDOObject::getBool() const {
+  Require(type_ == Bool);
+  return payload_ != 0;
+}
+
+std::int32_t QDOObject::getQDOInt32() const {
+  Require(IsInt32());
+  return LowAsInt32(payload_);
+}
+
+std::uint32_t QDOObject::getQDOUInt32() const {
+  Require(IsUInt());
+  return static_cast<std::uint32_t>(payload_);
+}
+
+std::int64_t QDOObject::getInt64() const {
+  Require(type_ == Int64);
+  return static_cast<std::int64_t>(payload_);
+}
+
+double QDOObject::getDouble() const {
+  Require(type_ == Double);
+  double value = 0;
+  std::memcpy(&value, &payload_, sizeof value);
+  return value;
+}
+
+std::uint32_t QDOObject::getProxyIdentifier() const {
+  Require(type_ == ProxyId);
+  return static_cast<std::uint32_t>(payload_);
+}
+
+const std::string& QDOObject::getString() const {
+  return element<std::string>(String);
+}
+
+std::vector<QDOObject>& QDOObject::getVector() {
+  return element<std::vector<QDOObject>>(Vector);
+}
+
+std::map<std::string, QDOObject>& QDOObject::getMap() {
+  return element<std::map<std::string, QDOObject>>(Map);
+}
+
+QDOObject& QDOObject::operator[](const std::string& key) {
+  if (type_ != Map) {
+    throw QDOObjectException(kUnexpectedType, this);
+  }
+  return getMap()[key];
+}
+
+template <typename Element>
+Element& QDOObject::element(Type type) const {
+  Require(type_ == type);
+  if (holder() == nullptr || holder()->get() == nullptr) {
+    throw QDOObjectException(kNullDereference, this);
+  }
+  return *static_cast<Element*>(holder()->get());
+}
+
+QDOObject::Holder* QDOObject::holder() const noexcept {
+  return reinterpret_cast<Holder*>(static_cast<std::uintptr_t>(payload_));
+}
+
+void QDOObject::setHolder(Holder* holder) noexcept {
+  payload_ = reinterpret_cast<std::uintptr_t>(holder);
+}

@@ -1,0 +1,91 @@
+#include "QDOJSONParser.h"
+
+namespace {
+
+/// The string rule. `text` loses a trailing "^" that marks it.
+QDOObject ConvertString(UTF8String& text, bool proxyConvention) {
+  QDOObject result;
+  // Counted as an unsigned 32-bit number, like every length of the scanner.
+  const auto length = static_cast<std::uint32_t>(text.length());
+  if (proxyConvention && length >= 2 && text[length - 1] == '^') {
+    text.erase(length - 1, 1);
+    if (text[length - 2] != '^') {
+      long long identifier = 0;
+      text.scanWSInt64(identifier);  // whether it was all digits is not asked
+      QDOObject number;
+      number.set(identifier);
+      result.setProxyId(number);
+      return result;
+    }
+  }
+  result.set(text.str());
+  return result;
+}
+
+QDOObject ConvertObject(const QDOJSONObject& object, bool proxyConvention) {
+  QDOObject result;
+  result.set(QDOObject::Map);
+  for (const auto& [key, value] : object) {
+    result[key.str()] = getJSONValueinQDOObject(value, proxyConvention);
+  }
+  return result;
+}
+
+QDOObject ConvertArray(const QDOJSONArray& array, bool proxyConvention) {
+  QDOObject result;
+  result.set(QDOObject::Vector);
+  auto& elements = result.getVector();
+  elements.reserve(array.size());
+  for (const auto& element : array) {
+    elements.push_back(getJSONValueinQDOObject(element, proxyConvention));
+  }
+  return result;
+}
+
+}  // namespace
+
+QDOObject getJSONValueinQDOObject(const std::shared_ptr<QDOJSONValue>& node, bool proxyConvention) {
+  QDOObject result;
+  switch (node->type) {
+    case QDOJSONValue::String:
+      return ConvertString(*node->stringValue, proxyConvention);
+    case QDOJSONValue::Double:
+      result.set(node->doubleValue);
+      break;
+    case QDOJSONValue::Integer:
+      result.set(node->integerValue);
+      break;
+    case QDOJSONValue::Object:
+      return ConvertObject(*node->objectValue, proxyConvention);
+    case QDOJSONValue::Array:
+      return ConvertArray(*node->arrayValue, proxyConvention);
+    case QDOJSONValue::Boolean:
+      return QDOObject::makeBool(node->booleanValue != 0);
+    case QDOJSONValue::Null:
+      result.set(QDOObject::Null);
+      break;
+    default:
+      break;  // unset: Undefined
+  }
+  return result;
+}
+
+QDOObject QDOJSONParser::fromJSON(const std::string& text, bool proxyConvention) {
+  QDOJSONParserImpl parser;
+  parser.parse(reinterpret_cast<const unsigned char*>(text.c_str()),
+               static_cast<unsigned int>(text.length()));
+  return parser.getQDOObject(proxyConvention);
+}
+
+void QDOJSONParserImpl::parse(const unsigned char* bytes, unsigned int length) {
+  reset();
+  scanner_ = std::make_unique<QDOJSONParserImplHelper>(bytes, length);
+}
+
+void QDOJSONParserImpl::reset() {
+  scanner_.reset();
+}
+
+QDOObject QDOJSONParserImpl::getQDOObject(bool proxyConvention) const {
+  return scanner_ ? getJSONValueinQDOObject(scanner_->getRoot(), proxyConvention) : QDOObject();
+}
