@@ -1,0 +1,30 @@
+#ifndef INCLUDE_INSTALLERUTILS_H_
+#define INCLUDE_INSTALLERUTILS_H_
+
+#include <cstdio>
+#include <string>
+
+/// Opens `path` in `mode` and stores the stream, or null, through `stream`. Returns 0 when the file
+/// was opened, otherwise errno.
+int fopen_s(FILE** stream, const char* path, const char* mode);
+
+/// Extraction of the package.
+class InstallerUtils {
+ public:
+  InstallerUtils() = delete;
+
+  /// Extracts every entry of the zip archive at `zipPath` into the directory `destDir`, which is
+  /// created with its missing parents, archive or not.
+  ///
+  /// Lenient on purpose: returns false only when `destDir` cannot be made. A missing or damaged
+  /// archive, and entries that cannot be opened, read or written, are passed over without a word,
+  /// and what was written of them stays. A file is written only into a directory that exists: the
+  /// archive must announce each sub-directory by an entry ending in "/" before the files in it.
+  ///
+  /// An entry is skipped when its name is empty, is 512 bytes or longer, or climbs out of the
+  /// destination through "..". Modification times and modes in the archive are not applied.
+  /// Neither argument is changed.
+  static bool UncompressPackageFiles(std::string& zipPath, std::string& destDir);
+};
+
+#endif  // INCLUDE_INSTALLERUTILS_H_

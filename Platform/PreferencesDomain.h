@@ -1,0 +1,53 @@
+#ifndef PLATFORM_PREFERENCESDOMAIN_H_
+#define PLATFORM_PREFERENCESDOMAIN_H_
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+/// One preferences domain: the values stored under an application identifier, for all users, on the
+/// current host.
+///
+/// An object is a cheap name for its domain; it holds no values itself. All objects with the same
+/// identifier in one process see the same domain, including changes that are not yet flushed.
+/// A change is visible to the process at once and reaches the disk with the next successful
+/// Flush(); after a failed one it stays pending. Nothing here throws (memory exhaustion apart),
+/// prints, or aborts on what it finds on the disk.
+///
+/// Keys and texts are UTF-8. One back end is compiled in: `apple/` stores in CoreFoundation
+/// preferences, `posix/` in a property-list file. A back end only stores and reads: what the values
+/// mean, and what counts as absent, is decided by its callers.
+class PreferencesDomain {
+ public:
+  explicit PreferencesDomain(std::string applicationIdentifier);
+
+  void SetText(const std::string& key, const std::string& value);
+  void SetNumber(const std::string& key, int value);
+  /// Removes the value of `key`; removing an absent one is allowed.
+  void Remove(const std::string& key);
+
+  /// Whether `key` has a value, of whatever type.
+  bool Has(const std::string& key) const;
+
+  /// Copies the text under `key`, zero-terminated, into `buffer` of `size` bytes. Returns false,
+  /// with the contents of `buffer` unspecified, when there is no value, when it is not a text, or
+  /// when it does not fit together with its terminating zero.
+  bool GetText(const std::string& key, char* buffer, std::size_t size) const;
+
+  /// The number under `key`; nothing when there is no value, when it is not a number (a boolean is
+  /// not), or when it is not exactly representable as a signed 32-bit integer.
+  std::optional<int> GetNumber(const std::string& key) const;
+
+  /// All keys of the domain, in no particular order; nothing when the domain has none.
+  std::optional<std::vector<std::string>> KeyList() const;
+
+  /// Writes this process's changes to the disk. Returns whether that succeeded. Keys that another
+  /// process has written meanwhile are kept.
+  bool Flush();
+
+ private:
+  std::string applicationIdentifier_;
+};
+
+#endif  // PLATFORM_PREFERENCESDOMAIN_H_

@@ -1,0 +1,267 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <vector>
+
+#include "Bundle.h"
+#include "InstallerConstants.h"
+#include "OSUtils.h"
+#include "PreferencesDomain.h"
+
+// Locations -------------------------------------------------------------------------------------
+
+namespace {
+
+constexpr std::size_t kPathSize = 1024;
+
+using PathBuffer = char[kPathSize];
+
+std::string ResourcePath(const char* fileName) {
+  PathBuffer directory;
+  if (!Bundle::GetResourcesDirectory(directory, sizeof directory)) {
+    return {};
+  }
+  return std::string(directory) + "/" + fileName;
+}
+
+}  // namespace
+
+std::string OSUtils::GetPellamResourceDirectory() {
+  return INSTALL_PATH_ROOT;
+}
+
+std::string OSUtils::CombinePath(const std::string& a, const std::string& b) {
+  return a + b;
+}
+
+std::string OSUtils::GetZipResourcePath() {
+  return ResourcePath("OrloWebResources.zip");
+}
+
+std::string OSUtils::GetMetadataResourcePath() {
+  return ResourcePath("metadata.txt");
+}
+
+// Resource directories --------------------------------------------------------------------------
+
+namespace {
+
+constexpr std::size_t kNumberLength = 9;  // of a number's text: a longer one is cut
+constexpr mode_t kDirectoryMode = 0777;  // before the umask
+
+/// `number` in decimal, cut at 9 characters.
+std::string Decimal(int number) { return std::to_string(number).substr(0, kNumberLength); }
+
+bool IsReadable(const char* path) {
+  return access(path, R_OK) == 0;
+}
+
+bool MakeDirectory(const char* path) {
+  return mkdir(path, kDirectoryMode) == 0;
+}
+
+/// Writes `directory`, `separator` and `name` to `path`, cut to 1023 bytes. Returns false when no
+/// byte of `name` fits: the path would lead back to the directory itself, or above it.
+bool ChildPath(PathBuffer& path, const std::string& directory, const char* separator,
+               const char* name) {
+  std::snprintf(path, sizeof path, "%s%s%s", directory.c_str(), separator, name);
+  return directory.length() + std::strlen(separator) + 1 < sizeof path;
+}
+
+/// Removes what the listing entry at `path` is. Links are removed, never followed.
+void RemoveEntry(const char* path, const dirent& entry) {
+  if (entry.d_type == DT_DIR) {
+    OSUtils::DeleteDir(path);
+  } else {
+    std::remove(path);
+  }
+}
+
+/// Removes every entry that `stream` lists but "." and "..", and the one named `keep` if any.
+void RemoveEntries(DIR* stream, const std::string& directory, const char* separator,
+                   const char* keep) {
+  const auto isKept = [keep](const char* name) {
+    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 ||
+           (keep != nullptr && std::strcmp(name, keep) == 0);
+  };
+  while (const dirent* entry = readdir(stream)) {
+    PathBuffer path;
+    if (!isKept(entry->d_name) && ChildPath(path, directory, separator, entry->d_name)) {
+      RemoveEntry(path, *entry);
+    }
+  }
+}
+
+/// Opens the directory at `path`, but not one behind a link.
+DIR* OpenDirectoryItself(const char* path) {
+  const int descriptor = open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+  if (descriptor < 0) {
+    return nullptr;
+  }
+  DIR* stream = fdopendir(descriptor);
+  if (stream == nullptr) {
+    close(descriptor);
+  }
+  return stream;
+}
+
+/// The streams that stay open until the process ends.
+std::vector<DIR*>& KeptOpen() {
+  static auto& streams = *new std::vector<DIR*>;
+  return streams;
+}
+
+}  // namespace
+
+std::string OSUtils::GetUniqueDirectoryName(const std::string& root) {
+  std::string name;
+  int counter = 0;
+  do {
+    name = "Resource" + Decimal(counter++);
+  } while (IsReadable(CombinePath(root, name).c_str()));
+  return name;
+}
+
+bool OSUtils::EnsureDirectoryExists(const std::string& path) {
+  if (IsReadable(path.c_str())) {
+    return true;
+  }
+  PathBuffer buffer;
+  std::snprintf(buffer, sizeof buffer, "%s", path.c_str());
+  const std::size_t length = std::strlen(buffer);
+  if (length > 0 && buffer[length - 1] == '/') {
+    buffer[length - 1] = '\0';
+  }
+  // From the second character: the leading "/" of an absolute path is no component.
+  for (char* end = buffer; *end != '\0' && (end = std::strchr(end + 1, '/')) != nullptr;) {
+    *end = '\0';
+    if (!IsReadable(buffer) && !MakeDirectory(buffer)) {
+      return false;
+    }
+    *end = '/';
+  }
+  return MakeDirectory(buffer);
+}
+
+bool OSUtils::DeleteDir(const std::string& path) {
+  if (DIR* stream = OpenDirectoryItself(path.c_str())) {
+    RemoveEntries(stream, path, "/", nullptr);
+    closedir(stream);
+    rmdir(path.c_str());
+  }
+  return true;
+}
+
+bool OSUtils::DeleteAllDirectoryExceptOne(const std::string& root, const std::string& keep) {
+  if (DIR* stream = opendir(root.c_str())) {
+    RemoveEntries(stream, root, "", keep.c_str());
+    KeptOpen().push_back(stream);
+  }
+  return true;
+}
+
+// Install record --------------------------------------------------------------------------------
+
+namespace {
+
+const char kInstallPathKey[] = "tWebResourceInstallPath";
+const char kUpdateIdKey[] = "iUpdateId";
+const char kFullVersionKey[] = "tFullVersion";
+const char kRandomKey[] = "irandom";
+
+constexpr std::int32_t kAbsent = -1;
+constexpr std::size_t kCarriedTextSize = 128;  // a longer text is not carried across a wipe
+constexpr int kRandomLimit = 10000;
+
+PreferencesDomain Record() {
+  return PreferencesDomain(PLIST_SECTION_KEY);
+}
+
+bool Register(const char* key, const std::string& text) {
+  PreferencesDomain record = Record();
+  record.SetText(key, text);
+  return record.Flush();
+}
+
+bool Register(const char* key, int number) {
+  PreferencesDomain record = Record();
+  record.SetNumber(key, number);
+  return record.Flush();
+}
+
+std::string CarriedText(const char* key) {
+  char text[kCarriedTextSize] = {};
+  return Record().GetText(key, text, sizeof text) ? text : std::string();
+}
+
+/// The release and `build`: the release numbers are built in, on purpose.
+std::string CompleteVersion(int build) {
+  char release[32] = {};
+  std::snprintf(release, sizeof release, "%02d.%03d.%05d", 17, 11, 30138);
+  return std::string(release) + "." + Decimal(build);
+}
+
+}  // namespace
+
+bool OSUtils::RegisterWebResourcePath(const std::string& path) {
+  return Register(kInstallPathKey, path);
+}
+
+bool OSUtils::RegisterUpdateID(int id) {
+  return Register(kUpdateIdKey, id);
+}
+
+bool OSUtils::RegisterCompleteVersion(int build) {
+  return Register(kFullVersionKey, CompleteVersion(build));
+}
+
+bool OSUtils::RegisterRandom() {
+  std::srand(static_cast<unsigned int>(std::time(nullptr)));
+  return Register(kRandomKey, std::rand() % kRandomLimit + 1);
+}
+
+bool OSUtils::isRandomPresent() {
+  return Record().Has(kRandomKey);
+}
+
+void OSUtils::OldInfo(WebRegInfo* info) {
+  info->random = Record().GetNumber(kRandomKey).value_or(kAbsent);
+  info->updateId = Record().GetNumber(kUpdateIdKey).value_or(kAbsent);
+  info->installPath = CarriedText(kInstallPathKey);
+  info->fullVersion = CarriedText(kFullVersionKey);
+}
+
+bool OSUtils::ClearRegistry() {
+  PreferencesDomain record = Record();
+  const auto keys = record.KeyList();
+  if (!keys) {
+    return false;
+  }
+  for (const std::string& key : *keys) {
+    record.Remove(key);
+  }
+  return record.Flush();
+}
+
+bool OSUtils::MakeFreshRegistry(WebRegInfo* info) {
+  PreferencesDomain record = Record();
+  if (info->random != kAbsent) {
+    record.SetNumber(kRandomKey, info->random);
+  }
+  if (info->updateId != kAbsent) {
+    RegisterUpdateID(info->updateId);
+  }
+  if (!info->installPath.empty()) {
+    RegisterWebResourcePath(info->installPath);
+  }
+  if (!info->fullVersion.empty()) {
+    record.SetText(kFullVersionKey, info->fullVersion);
+  }
+  return record.Flush();
+}
