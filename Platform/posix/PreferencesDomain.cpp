@@ -1,0 +1,94 @@
+#include "PreferencesDomain.h"
+
+#include <cstring>
+#include <utility>
+
+#include "PropertyListFile.h"
+
+namespace {
+
+/// The changes of this process that are not flushed, for each application identifier. Never
+/// destroyed: a domain may be used until the process ends.
+PropertyListFile::Changes& Pending(const std::string& applicationIdentifier) {
+  static auto& pending = *new std::map<std::string, PropertyListFile::Changes>;
+  return pending[applicationIdentifier];
+}
+
+/// The identifier is not examined for the suffix: one that ends in ".plist" gets it a second time.
+PropertyListFile File(const std::string& applicationIdentifier) {
+  return PropertyListFile("/Library/Preferences/" + applicationIdentifier + ".plist");
+}
+
+/// What the process sees: the file with its own changes over it.
+PropertyListFile::Contents Current(const std::string& applicationIdentifier) {
+  PropertyListFile::Contents contents = File(applicationIdentifier).Read();
+  for (const auto& [key, change] : Pending(applicationIdentifier)) {
+    if (change) {
+      std::visit([&, &at = contents[key]](const auto& value) { at = value; }, *change);
+    } else {
+      contents.erase(key);
+    }
+  }
+  return contents;
+}
+
+template <typename T>
+std::optional<T> Find(const std::string& applicationIdentifier, const std::string& key) {
+  PropertyListFile::Contents contents = Current(applicationIdentifier);
+  const auto found = contents.find(key);
+  if (found == contents.end() || !std::holds_alternative<T>(found->second)) {
+    return {};
+  }
+  return std::get<T>(std::move(found->second));
+}
+
+}  // namespace
+
+PreferencesDomain::PreferencesDomain(std::string applicationIdentifier)
+    : applicationIdentifier_(std::move(applicationIdentifier)) {}
+
+void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
+  Pending(applicationIdentifier_)[key] = value;
+}
+
+void PreferencesDomain::SetNumber(const std::string& key, int value) {
+  Pending(applicationIdentifier_)[key] = value;
+}
+
+void PreferencesDomain::Remove(const std::string& key) {
+  Pending(applicationIdentifier_)[key] = std::nullopt;
+}
+
+bool PreferencesDomain::Has(const std::string& key) const {
+  return Current(applicationIdentifier_).count(key) != 0;
+}
+
+bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_t size) const {
+  const auto text = Find<std::string>(applicationIdentifier_, key);
+  if (!text || text->length() >= size) {
+    return false;
+  }
+  std::memcpy(buffer, text->c_str(), text->length() + 1);
+  return true;
+}
+
+std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
+  return Find<int>(applicationIdentifier_, key);
+}
+
+std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : Current(applicationIdentifier_)) {
+    keys.push_back(key);
+  }
+  return keys.empty() ? std::nullopt : std::optional(std::move(keys));
+}
+
+bool PreferencesDomain::Flush() {
+  PropertyListFile::Changes& pending = Pending(applicationIdentifier_);
+  if (!File(applicationIdentifier_).Apply(pending)) {
+    return false;
+  }
+  pending.clear();
+  return true;
+}
