@@ -15,9 +15,11 @@
 /// Flush(); after a failed one it stays pending. Nothing here throws (memory exhaustion apart),
 /// prints, or aborts on what it finds on the disk.
 ///
-/// Keys and texts are UTF-8. One back end is compiled in: `apple/` stores in CoreFoundation
-/// preferences, `posix/` in a property-list file. A back end only stores and reads: what the values
-/// mean, and what counts as absent, is decided by its callers.
+/// Keys and texts are UTF-8 without a zero byte; setting anything else changes nothing.
+///
+/// One back end is compiled in: `apple/` stores in CoreFoundation preferences, `posix/` in a
+/// property-list file. A back end only stores and reads: what the values mean, and what counts as
+/// absent, is decided by its callers.
 class PreferencesDomain {
  public:
   explicit PreferencesDomain(std::string applicationIdentifier);

@@ -9,8 +9,8 @@ namespace {
 
 /// The changes of this process that are not flushed, for each application identifier. Never
 /// destroyed: a domain may be used until the process ends.
-PropertyListFile::Changes& Pending(const std::string& applicationIdentifier) {
-  static auto& pending = *new std::map<std::string, PropertyListFile::Changes>;
+PropertyList::Changes& Pending(const std::string& applicationIdentifier) {
+  static auto& pending = *new std::map<std::string, PropertyList::Changes>;
   return pending[applicationIdentifier];
 }
 
@@ -20,8 +20,8 @@ PropertyListFile File(const std::string& applicationIdentifier) {
 }
 
 /// What the process sees: the file with its own changes over it.
-PropertyListFile::Contents Current(const std::string& applicationIdentifier) {
-  PropertyListFile::Contents contents = File(applicationIdentifier).Read();
+PropertyList::Contents Current(const std::string& applicationIdentifier) {
+  PropertyList::Contents contents = File(applicationIdentifier).Read();
   for (const auto& [key, change] : Pending(applicationIdentifier)) {
     if (change) {
       std::visit([&, &at = contents[key]](const auto& value) { at = value; }, *change);
@@ -34,7 +34,7 @@ PropertyListFile::Contents Current(const std::string& applicationIdentifier) {
 
 template <typename T>
 std::optional<T> Find(const std::string& applicationIdentifier, const std::string& key) {
-  PropertyListFile::Contents contents = Current(applicationIdentifier);
+  PropertyList::Contents contents = Current(applicationIdentifier);
   const auto found = contents.find(key);
   if (found == contents.end() || !std::holds_alternative<T>(found->second)) {
     return {};
@@ -48,15 +48,21 @@ PreferencesDomain::PreferencesDomain(std::string applicationIdentifier)
     : applicationIdentifier_(std::move(applicationIdentifier)) {}
 
 void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
-  Pending(applicationIdentifier_)[key] = value;
+  if (PropertyList::IsText(key) && PropertyList::IsText(value)) {
+    Pending(applicationIdentifier_)[key] = value;
+  }
 }
 
 void PreferencesDomain::SetNumber(const std::string& key, int value) {
-  Pending(applicationIdentifier_)[key] = value;
+  if (PropertyList::IsText(key)) {
+    Pending(applicationIdentifier_)[key] = value;
+  }
 }
 
 void PreferencesDomain::Remove(const std::string& key) {
-  Pending(applicationIdentifier_)[key] = std::nullopt;
+  if (PropertyList::IsText(key)) {
+    Pending(applicationIdentifier_)[key] = std::nullopt;
+  }
 }
 
 bool PreferencesDomain::Has(const std::string& key) const {
@@ -85,7 +91,7 @@ std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
 }
 
 bool PreferencesDomain::Flush() {
-  PropertyListFile::Changes& pending = Pending(applicationIdentifier_);
+  PropertyList::Changes& pending = Pending(applicationIdentifier_);
   if (!File(applicationIdentifier_).Apply(pending)) {
     return false;
   }

@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <plist/plist.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,7 +11,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <utility>
 
@@ -20,7 +18,6 @@ namespace {
 
 // System calls ----------------------------------------------------------------------------------
 
-constexpr off_t kLargestFile = off_t{16} << 20;
 constexpr int kInterruptionsBorne = 100;
 constexpr std::chrono::milliseconds kLockPoll{10};
 constexpr mode_t kDirectoryMode = 0755;  // before the umask
@@ -92,125 +89,13 @@ bool MakeDirectories(const std::string& path) {
   return true;
 }
 
-// Property lists --------------------------------------------------------------------------------
-
-struct Free {
-  void operator()(void* memory) const { std::free(memory); }
-};
-using Text = std::unique_ptr<char, Free>;
-
-struct FreeNode {
-  void operator()(void* node) const { plist_free(node); }
-};
-using Node = std::unique_ptr<void, FreeNode>;
-
-Node Integer(int number) {
-#ifdef HAVE_PLIST_NEW_INT
-  return Node(plist_new_int(number));
-#else
-  // The pattern of a negative number: without plist_new_int, it is stored and printed as signed.
-  return Node(plist_new_uint(static_cast<std::uint64_t>(std::int64_t{number})));
-#endif
-}
-
-/// The dictionary that `bytes` are; null when they are none.
-Node Parse(const std::string& bytes) {
-  plist_t root = nullptr;
-  const auto size = static_cast<std::uint32_t>(bytes.size());
-  if (plist_is_binary(bytes.data(), size) != 0) {
-    plist_from_bin(bytes.data(), size, &root);
-  } else {
-    plist_from_xml(bytes.data(), size, &root);
-  }
-  Node node(root);
-  return plist_get_node_type(root) == PLIST_DICT ? std::move(node) : nullptr;
-}
-
-std::string Print(plist_t root) {
-  char* bytes = nullptr;
-  std::uint32_t size = 0;
-  plist_to_xml(root, &bytes, &size);
-  const Text owner(bytes);
-  return bytes != nullptr ? std::string(bytes, size) : std::string();
-}
-
-PropertyListFile::Value IntegerValue(plist_t node) {
-  std::uint64_t bits = 0;
-  plist_get_uint_val(node, &bits);
-  const auto number = static_cast<int>(bits);
-  // Compared as nodes, as the bits alone do not tell a negative number from one beyond 2^63.
-  if (plist_compare_node_value(node, Integer(number).get())) {
-    return number;
-  }
-  return {};
-}
-
-PropertyListFile::Value RealValue(plist_t node) {
-  double real = 0;
-  plist_get_real_val(node, &real);
-  if (real >= std::numeric_limits<int>::min() && real <= std::numeric_limits<int>::max() &&
-      real == static_cast<int>(real)) {
-    return static_cast<int>(real);
-  }
-  return {};
-}
-
-PropertyListFile::Value TextValue(plist_t node) {
-  char* text = nullptr;
-  plist_get_string_val(node, &text);
-  const Text owner(text);
-  return std::string(text != nullptr ? text : "");
-}
-
-PropertyListFile::Value ValueOf(plist_t node) {
-  switch (plist_get_node_type(node)) {
-    case PLIST_STRING:
-      return TextValue(node);
-    case PLIST_UINT:
-      return IntegerValue(node);
-    case PLIST_REAL:
-      return RealValue(node);
-    default:
-      return {};
-  }
-}
-
-PropertyListFile::Contents ContentsOf(plist_t dictionary) {
-  PropertyListFile::Contents contents;
-  plist_dict_iter iterator = nullptr;
-  plist_dict_new_iter(dictionary, &iterator);
-  const std::unique_ptr<void, Free> iteratorOwner(iterator);
-  for (;;) {
-    char* key = nullptr;
-    plist_t node = nullptr;
-    plist_dict_next_item(dictionary, iterator, &key, &node);
-    if (node == nullptr) {
-      return contents;
-    }
-    const Text keyOwner(key);
-    contents.emplace(key, ValueOf(node));
-  }
-}
-
-void Apply(const PropertyListFile::Changes& changes, plist_t dictionary) {
-  for (const auto& [key, value] : changes) {
-    if (!value) {
-      plist_dict_remove_item(dictionary, key.c_str());
-    } else if (const auto* text = std::get_if<std::string>(&*value)) {
-      plist_dict_set_item(dictionary, key.c_str(), plist_new_string(text->c_str()));
-    } else {
-      plist_dict_set_item(dictionary, key.c_str(), Integer(std::get<int>(*value)).release());
-    }
-  }
-}
-
 // The file --------------------------------------------------------------------------------------
 
 enum class State { kWhole, kAbsent, kCorrupt, kUnreadable };
 
 struct Loaded {
   State state;
-  Node root;  // of a whole file
+  PropertyList list;  // empty but of a whole file
 };
 
 /// Reads the file called `name` in `directory`, unless it is anything but a regular file. Not
@@ -219,18 +104,19 @@ Loaded Load(int directory, const std::string& name) {
   const Descriptor file(
       openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
   if (!file) {
-    return {errno == ENOENT ? State::kAbsent : State::kUnreadable, nullptr};
+    return {errno == ENOENT ? State::kAbsent : State::kUnreadable, {}};
   }
   struct stat status = {};
-  if (fstat(*file, &status) != 0 || !S_ISREG(status.st_mode) || status.st_size > kLargestFile) {
-    return {State::kUnreadable, nullptr};
+  if (fstat(*file, &status) != 0 || !S_ISREG(status.st_mode) ||
+      status.st_size > off_t{PropertyList::kLargest}) {
+    return {State::kUnreadable, {}};
   }
   std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
   if (!ReadAll(*file, bytes)) {
-    return {State::kUnreadable, nullptr};
+    return {State::kUnreadable, {}};
   }
-  Node root = Parse(bytes);
-  return {root ? State::kWhole : State::kCorrupt, std::move(root)};
+  auto list = PropertyList::Parse(bytes);
+  return list ? Loaded{State::kWhole, *std::move(list)} : Loaded{State::kCorrupt, {}};
 }
 
 /// Waits for the other writers, but not for ever: whoever can open the directory can lock it, and
@@ -314,12 +200,11 @@ PropertyListFile::PropertyListFile(std::string path, std::chrono::milliseconds l
       name_(path.substr(path.rfind('/') + 1)),
       lockWait_(lockWait) {}
 
-PropertyListFile::Contents PropertyListFile::Read() const {
-  const Loaded loaded = Load(AT_FDCWD, directory_ + "/" + name_);
-  return loaded.root ? ContentsOf(loaded.root.get()) : Contents();
+PropertyList::Contents PropertyListFile::Read() const {
+  return Load(AT_FDCWD, directory_ + "/" + name_).list.Values();
 }
 
-bool PropertyListFile::Apply(const Changes& changes) const {
+bool PropertyListFile::Apply(const PropertyList::Changes& changes) const {
   if (changes.empty()) {
     return Load(AT_FDCWD, directory_ + "/" + name_).state != State::kUnreadable;
   }
@@ -338,9 +223,7 @@ bool PropertyListFile::Apply(const Changes& changes) const {
       (loaded.state == State::kCorrupt && !MoveAside(*directory, name_))) {
     return false;
   }
-  if (!loaded.root) {
-    loaded.root.reset(plist_new_dict());
-  }
-  ::Apply(changes, loaded.root.get());
-  return Replace(*directory, name_, Print(loaded.root.get()));
+  loaded.list.Apply(changes);
+  const auto bytes = loaded.list.Print();
+  return bytes && Replace(*directory, name_, *bytes);
 }

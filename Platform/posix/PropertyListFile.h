@@ -2,10 +2,9 @@
 #define PLATFORM_POSIX_PROPERTYLISTFILE_H_
 
 #include <chrono>
-#include <map>
-#include <optional>
 #include <string>
-#include <variant>
+
+#include "PropertyList.h"
 
 /// One property-list file whose root is a dictionary.
 ///
@@ -13,21 +12,13 @@
 /// (memory exhaustion apart) or prints. Only a regular file of bounded size is read.
 class PropertyListFile {
  public:
-  struct OtherType {};
-  using Value = std::variant<OtherType, std::string, int>;
-  /// The keys with their values. A number that is not exactly a signed 32-bit integer, and a
-  /// boolean, are of other type.
-  using Contents = std::map<std::string, Value>;
-  /// The keys to change, with a new value or, to remove a key, none.
-  using Changes = std::map<std::string, std::optional<std::variant<std::string, int>>>;
-
   static constexpr std::chrono::milliseconds kLockWait{2000};
 
   /// `lockWait` bounds how long Apply() waits for another writer.
   explicit PropertyListFile(std::string path, std::chrono::milliseconds lockWait = kLockWait);
 
   /// What the file holds; nothing at all when it is absent, unreadable or no property list.
-  Contents Read() const;
+  PropertyList::Contents Read() const;
 
   /// Makes `changes` in the file and keeps every other key that stands in it by then. Missing
   /// directories are created. A file that is no property list is renamed aside, to the first free
@@ -38,7 +29,7 @@ class PropertyListFile {
   /// Returns false, with the file as it was unless only the last fsync failed, when it cannot be
   /// read, moved aside or replaced. Without changes nothing is written, and the result is whether
   /// the file is absent or readable.
-  bool Apply(const Changes& changes) const;
+  bool Apply(const PropertyList::Changes& changes) const;
 
  private:
   std::string directory_;
