@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -131,6 +132,12 @@ bool IsSameInXml(plist_t node) {
   return isSame;
 }
 
+/// Whether the year of `date` is printed in four digits. XML knows no other, though libplist does.
+bool HasXmlYear(plist_t date) {
+  const std::string xml = PrintWith(plist_to_xml, date);
+  return xml.find("</date>") - xml.find("<date>") == std::strlen("<date>YYYY-MM-DDThh:mm:ssZ");
+}
+
 Holder HolderOf(plist_t node) {
   Holder holder = Holder::kXml;
   switch (plist_get_node_type(node)) {
@@ -144,8 +151,9 @@ Holder HolderOf(plist_t node) {
       return holder;
     case PLIST_STRING:
       return HolderOf(TextOf(node));
-    case PLIST_REAL:
     case PLIST_DATE:
+      return HasXmlYear(node) && IsSameInXml(node) ? Holder::kXml : Holder::kBinary;
+    case PLIST_REAL:
     case PLIST_UID:
       return IsSameInXml(node) ? Holder::kXml : Holder::kBinary;
     default:

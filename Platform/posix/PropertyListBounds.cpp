@@ -9,8 +9,8 @@
 
 namespace {
 
-constexpr int kMostContainers = 10000;  // in XML
-constexpr int kDeepest = 512;           // in a binary list
+constexpr int kMostContainers = 5000;  // in XML
+constexpr int kDeepest = 512;          // in a binary list
 constexpr std::size_t kObjectCost = 32;
 
 // XML -------------------------------------------------------------------------------------------

@@ -22,7 +22,7 @@ constexpr int kInterruptionsBorne = 100;
 constexpr std::chrono::milliseconds kLockPoll{10};
 constexpr mode_t kDirectoryMode = 0755;  // before the umask
 constexpr mode_t kFileMode = 0644;       // whatever the umask
-constexpr int kCorruptFilesKept = 1000;
+constexpr int kCorruptFilesKept = 100;
 
 /// Repeats an interrupted system call, but not for ever.
 template <typename Call>

@@ -1,0 +1,274 @@
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "PropertyList.h"
+
+namespace {
+
+std::string Xml(const std::string& items) {
+  return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\"><dict>" + items +
+         "</dict></plist>";
+}
+
+/// The value of the key "k" in a list with `value` under it.
+PropertyList::Value ValueIn(const std::string& value) {
+  const auto list = PropertyList::Parse(Xml("<key>k</key>" + value));
+  return list ? list->Values().at("k") : PropertyList::Value("(no list)");
+}
+
+bool IsNumber(const std::string& value, int number) {
+  const PropertyList::Value found = ValueIn(value);
+  return std::holds_alternative<int>(found) && std::get<int>(found) == number;
+}
+
+bool IsOther(const std::string& value) {
+  return std::holds_alternative<PropertyList::OtherType>(ValueIn(value));
+}
+
+std::string Repeated(const std::string& text, int times) {
+  std::string all;
+  for (int i = 0; i < times; ++i) {
+    all += text;
+  }
+  return all;
+}
+
+/// Composes binary lists object by object; every reference has two bytes.
+class Binary {
+ public:
+  void Add(const std::string& object) {
+    offsets_ += Number(bytes_.size(), 4);
+    bytes_ += object;
+    ++count_;
+  }
+  void AddArray(const std::vector<unsigned>& elements) {
+    AddContainer(0xA0, elements.size(), elements);
+  }
+  /// First the references to the keys, then those to the values.
+  void AddDictionary(const std::vector<unsigned>& items) {
+    AddContainer(0xD0, items.size() / 2, items);
+  }
+  std::string List(std::uint64_t root = 0) const {
+    return bytes_ + offsets_ + std::string(6, '\0') + Number(4, 1) + Number(2, 1) +
+           Number(count_, 8) + Number(root, 8) + Number(bytes_.size(), 8);
+  }
+
+  static std::string Number(std::uint64_t number, int size) {
+    std::string bytes;
+    for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) {
+      bytes += static_cast<char>(number >> shift);
+    }
+    return bytes;
+  }
+
+ private:
+  void AddContainer(unsigned type, std::size_t size, const std::vector<unsigned>& references) {
+    std::string object = Number(type | size, 1);
+    for (const unsigned reference : references) {
+      object += Number(reference, 2);
+    }
+    Add(object);
+  }
+
+  std::string bytes_ = "bplist00";
+  std::string offsets_;
+  std::uint64_t count_ = 0;
+};
+
+/// A dictionary whose key "a" holds `depth` arrays, each with the next one `width` times.
+std::string NestedBinary(unsigned depth, unsigned width) {
+  Binary binary;
+  binary.AddDictionary({1, 2});
+  binary.Add(
+      "\x51"
+      "a");
+  for (unsigned i = 0; i < depth; ++i) {
+    binary.AddArray(std::vector<unsigned>(width, i + 3));
+  }
+  binary.AddArray({});
+  return binary.List();
+}
+
+std::string NestedXml(int depth) {
+  return Xml("<key>a</key>" + Repeated("<array>", depth) + Repeated("</array>", depth));
+}
+
+TEST(PropertyListTest, NumbersOf32BitsAreNumbers) {
+  EXPECT_TRUE(IsNumber("<integer>0</integer>", 0));
+  EXPECT_TRUE(IsNumber("<integer>-1</integer>", -1));
+  EXPECT_TRUE(IsNumber("<integer>2147483647</integer>", INT_MAX));
+  EXPECT_TRUE(IsNumber("<integer>-2147483648</integer>", INT_MIN));
+}
+
+TEST(PropertyListTest, NumbersBeyond32BitsAreOfOtherType) {
+  EXPECT_TRUE(IsOther("<integer>2147483648</integer>"));
+  EXPECT_TRUE(IsOther("<integer>-2147483649</integer>"));
+  EXPECT_TRUE(IsOther("<integer>4294967295</integer>"));
+  EXPECT_TRUE(IsOther("<integer>9223372036854775807</integer>"));
+}
+
+TEST(PropertyListTest, LargeUnsignedNumberIsNotTakenAsNegative) {
+  EXPECT_TRUE(IsOther("<integer>18446744073709551615</integer>"));
+}
+
+TEST(PropertyListTest, RealsAreNumbersOnlyWhenExact) {
+  EXPECT_TRUE(IsNumber("<real>5</real>", 5));
+  EXPECT_TRUE(IsNumber("<real>-2147483648</real>", INT_MIN));
+  EXPECT_TRUE(IsNumber("<real>2147483647</real>", INT_MAX));
+  EXPECT_TRUE(IsOther("<real>5.5</real>"));
+  EXPECT_TRUE(IsOther("<real>2147483648</real>"));
+  EXPECT_TRUE(IsOther("<real>-2147483649</real>"));
+  EXPECT_TRUE(IsOther("<real>1e300</real>"));
+  EXPECT_TRUE(IsOther("<real>nan</real>"));
+  EXPECT_TRUE(IsOther("<real>+infinity</real>"));
+}
+
+TEST(PropertyListTest, BooleansAreNotNumbers) {
+  EXPECT_TRUE(IsOther("<true/>"));
+  EXPECT_TRUE(IsOther("<false/>"));
+}
+
+TEST(PropertyListTest, OtherTypesAreOfOtherType) {
+  for (const char* value : {"<date>2020-01-02T03:04:05Z</date>", "<data>AAEC</data>", "<array/>",
+                            "<dict><key>CF$UID</key><integer>1</integer></dict>"}) {
+    EXPECT_TRUE(IsOther(value)) << value;
+  }
+}
+
+TEST(PropertyListTest, OnlyADictionaryIsAList) {
+  for (const char* root : {"<array/>", "<string>x</string>", "<integer>1</integer>"}) {
+    EXPECT_FALSE(PropertyList::Parse(std::string("<plist version=\"1.0\">") + root + "</plist>"))
+        << root;
+  }
+}
+
+TEST(PropertyListTest, MalformedBytesAreNoList) {
+  for (const std::string& bytes :
+       {std::string(), std::string("x"), std::string("<plist>"), std::string(3, '\0'),
+        std::string("bplist00"), "bplist00" + std::string(32, '\0'),
+        "bplist00" + std::string(64, '\xFF'), Xml("<string>x</string>")}) {
+    EXPECT_FALSE(PropertyList::Parse(bytes)) << bytes;
+  }
+}
+
+TEST(PropertyListTest, EveryCutOfAListIsHandled) {
+  const std::string xml = Xml("<key>k</key><array><string>x</string><integer>1</integer></array>");
+  const std::string binary = NestedBinary(3, 2);
+  ASSERT_TRUE(PropertyList::Parse(xml));
+  ASSERT_TRUE(PropertyList::Parse(binary));
+  for (std::size_t length = 0; length < xml.size(); ++length) {
+    PropertyList::Parse(xml.substr(0, length));
+  }
+  for (std::size_t length = 0; length < binary.size(); ++length) {
+    EXPECT_FALSE(PropertyList::Parse(binary.substr(0, length))) << length;
+  }
+}
+
+TEST(PropertyListTest, EveryChangedByteOfABinaryListIsHandled) {
+  const std::string binary = NestedBinary(3, 2);
+  for (std::size_t at = 0; at < binary.size(); ++at) {
+    for (int byte = 0; byte < 256; ++byte) {
+      std::string changed = binary;
+      changed[at] = static_cast<char>(byte);
+      if (const auto list = PropertyList::Parse(changed)) {
+        EXPECT_TRUE(PropertyList::Parse(*list->Print())) << at << " " << byte;
+      }
+    }
+  }
+}
+
+TEST(PropertyListTest, TextThatIsNotUtf8MakesNoList) {
+  EXPECT_FALSE(PropertyList::Parse(Xml("<key>k</key><string>\xFF</string>")));
+  EXPECT_FALSE(PropertyList::Parse(Xml("<key>\xC3</key><string>x</string>")));
+  EXPECT_FALSE(
+      PropertyList::Parse(Xml("<key>k</key><array><string>\xED\xA0\x80</string></array>")));
+}
+
+TEST(PropertyListTest, KeyThatOccursTwiceMakesNoList) {
+  Binary binary;
+  binary.AddDictionary({1, 1, 2, 2});
+  binary.Add(
+      "\x51"
+      "a");
+  binary.Add(
+      "\x51"
+      "b");
+  EXPECT_FALSE(PropertyList::Parse(binary.List()));
+}
+
+TEST(PropertyListTest, DeepNestingIsNoList) {
+  EXPECT_TRUE(PropertyList::Parse(NestedXml(500)));
+  EXPECT_TRUE(PropertyList::Parse(NestedBinary(500, 1)));
+  EXPECT_FALSE(PropertyList::Parse(NestedXml(1000000)));
+  EXPECT_FALSE(PropertyList::Parse(NestedBinary(60000, 1)));
+}
+
+TEST(PropertyListTest, DeepestListAllowedIsPrintedAgain) {
+  const auto list = PropertyList::Parse(NestedXml(1000));
+  ASSERT_TRUE(list);
+  const auto bytes = list->Print();
+  ASSERT_TRUE(bytes);
+  EXPECT_TRUE(PropertyList::Parse(*bytes));
+}
+
+TEST(PropertyListTest, ListThatWouldBeTooLargeIsNotPrinted) {
+  const auto list = PropertyList::Parse(NestedXml(4999));  // a line of tabs a level
+  ASSERT_TRUE(list);
+  EXPECT_FALSE(list->Print());
+}
+
+TEST(PropertyListTest, SharedObjectsThatMultiplyAreNoList) {
+  EXPECT_TRUE(PropertyList::Parse(NestedBinary(10, 2)));
+  EXPECT_FALSE(PropertyList::Parse(NestedBinary(60, 2)));
+}
+
+TEST(PropertyListTest, BinaryListThatContainsItselfIsNoList) {
+  Binary binary;
+  binary.AddDictionary({1, 0});
+  binary.Add(
+      "\x51"
+      "a");
+  EXPECT_FALSE(PropertyList::Parse(binary.List()));
+}
+
+TEST(PropertyListTest, LargeSharedTextIsNoList) {
+  for (const unsigned times : {2U, 60000U}) {
+    Binary binary;
+    binary.AddDictionary({1, 2});
+    binary.Add(
+        "\x51"
+        "a");
+    std::string array = "\xAF\x11" + Binary::Number(times, 2);
+    for (unsigned i = 0; i < times; ++i) {
+      array += Binary::Number(3, 2);
+    }
+    binary.Add(array);
+    binary.Add("\x5F\x12" + Binary::Number(1000000, 4) + std::string(1000000, 'x'));
+    EXPECT_EQ(times == 2, PropertyList::Parse(binary.List()).has_value());
+  }
+}
+
+TEST(PropertyListTest, LargeListIsNoList) {
+  EXPECT_FALSE(PropertyList::Parse(Xml(std::string(PropertyList::kLargest, ' '))));
+}
+
+TEST(PropertyListTest, RemovingOfManyKeysRemovesAll) {
+  PropertyList list;
+  PropertyList::Changes changes;
+  for (int i = 0; i < 2000; ++i) {
+    changes["key" + std::to_string(i)] = i;
+  }
+  list.Apply(changes);
+  EXPECT_EQ(2000U, list.Values().size());
+  for (auto& [key, change] : changes) {
+    change = std::nullopt;
+  }
+  list.Apply(changes);
+  EXPECT_TRUE(list.Values().empty());
+}
+
+}  // namespace
