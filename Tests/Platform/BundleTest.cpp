@@ -47,12 +47,11 @@ class BundleTest : public testing::Test {
     return OutputOf("cd '" + At(directory) + "' && " + command);
   }
 
-  /// What the probe prints at "/" + `path` in a private root, where there is no /proc. The leak
-  /// checker of a sanitizer build needs /proc itself.
+  /// What the probe prints at "/" + `path` in a private root, where there is no /proc (but in a
+  /// sanitizer build, as the sanitizers read it).
   std::string InPrivateRoot(const std::string& path) {
     Copy("root/" + path);
-    return OutputOf(std::string("ASAN_OPTIONS=detect_leaks=0 " PRIVATE_ROOT) + " run '" +
-                    At("root") + "' '/" + path + "'");
+    return OutputOf(std::string(RUN_IN_PRIVATE_ROOT) + " '" + At("root") + "' '/" + path + "'");
   }
 
   fs::path directory_;
