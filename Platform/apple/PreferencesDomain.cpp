@@ -1,0 +1,151 @@
+#include "PreferencesDomain.h"
+
+#include <cstring>
+#include <set>
+#include <utility>
+
+#include "ScopedCFTypeRef.h"
+
+namespace {
+
+using ScopedNumber = ScopedCFTypeRef<CFNumberRef>;
+using ScopedString = ScopedCFTypeRef<CFStringRef>;
+using ScopedValue = ScopedCFTypeRef<CFPropertyListRef>;
+
+/// `text` as a string that shares its bytes, which must outlive it; null when it is not UTF-8 or
+/// has a zero byte.
+ScopedString Wrap(const std::string& text) {
+  if (text.find('\0') != std::string::npos) {
+    return nullptr;
+  }
+  return ScopedString(CFStringCreateWithCStringNoCopy(kCFAllocatorDefault, text.c_str(),
+                                                      kCFStringEncodingUTF8, kCFAllocatorNull));
+}
+
+/// As Wrap(), for identifiers and keys: the store retains the strings it was given as such, so the
+/// bytes they share have to live as long as the process. The set is never destroyed, on purpose.
+ScopedString WrapForever(const std::string& name) {
+  static auto& names = *new std::set<std::string>;
+  return Wrap(*names.insert(name).first);
+}
+
+ScopedNumber MakeNumber(int number) {
+  return ScopedNumber(CFNumberCreate(kCFAllocatorDefault, kCFNumberIntType, &number));
+}
+
+ScopedValue CopyValue(const std::string& key, const std::string& applicationIdentifier) {
+  const ScopedString application = WrapForever(applicationIdentifier);
+  const ScopedString name = WrapForever(key);
+  if (application == nullptr || name == nullptr) {
+    return nullptr;
+  }
+  return ScopedValue(CFPreferencesCopyValue(name.get(), application.get(), kCFPreferencesAnyUser,
+                                            kCFPreferencesCurrentHost));
+}
+
+/// A null `value` removes the key.
+void SetValue(const std::string& key, CFPropertyListRef value,
+              const std::string& applicationIdentifier) {
+  const ScopedString application = WrapForever(applicationIdentifier);
+  const ScopedString name = WrapForever(key);
+  if (application != nullptr && name != nullptr) {
+    CFPreferencesSetValue(name.get(), value, application.get(), kCFPreferencesAnyUser,
+                          kCFPreferencesCurrentHost);
+  }
+}
+
+/// `string` in UTF-8; nothing when it has no such form. The buffer always has room for the longest
+/// form: the conversion writes beyond one that has room for the terminating zero alone.
+std::optional<std::string> ToUTF8(CFStringRef string) {
+  const CFIndex size =
+      CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
+  std::string text(static_cast<std::size_t>(size), '\0');
+  if (!CFStringGetCString(string, text.data(), size, kCFStringEncodingUTF8)) {
+    return std::nullopt;
+  }
+  text.resize(text.find('\0'));
+  return text;
+}
+
+}  // namespace
+
+PreferencesDomain::PreferencesDomain(std::string applicationIdentifier)
+    : applicationIdentifier_(std::move(applicationIdentifier)) {}
+
+void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
+  // The store keeps a copy of a text, so its bytes need only live until it is set.
+  if (const ScopedString text = Wrap(value)) {
+    SetValue(key, text.get(), applicationIdentifier_);
+  }
+}
+
+void PreferencesDomain::SetNumber(const std::string& key, int value) {
+  if (const ScopedNumber number = MakeNumber(value)) {
+    SetValue(key, number.get(), applicationIdentifier_);
+  }
+}
+
+void PreferencesDomain::Remove(const std::string& key) {
+  SetValue(key, nullptr, applicationIdentifier_);
+}
+
+bool PreferencesDomain::Has(const std::string& key) const {
+  return CopyValue(key, applicationIdentifier_) != nullptr;
+}
+
+bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_t size) const {
+  const ScopedValue value = CopyValue(key, applicationIdentifier_);
+  if (value == nullptr || CFGetTypeID(value.get()) != CFStringGetTypeID()) {
+    return false;
+  }
+  const auto text = ToUTF8(static_cast<CFStringRef>(value.get()));
+  if (!text || text->length() >= size) {
+    return false;
+  }
+  std::memcpy(buffer, text->c_str(), text->length() + 1);
+  return true;
+}
+
+std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
+  const ScopedValue value = CopyValue(key, applicationIdentifier_);
+  if (value == nullptr || CFGetTypeID(value.get()) != CFNumberGetTypeID()) {
+    return std::nullopt;
+  }
+  int number;  // holds what did fit of the value when the conversion fails
+  if (!CFNumberGetValue(static_cast<CFNumberRef>(value.get()), kCFNumberIntType, &number)) {
+    return std::nullopt;
+  }
+  // The conversion takes the last unsigned 64-bit numbers for negative ones, and says it fits.
+  const ScopedNumber same = MakeNumber(number);
+  if (same == nullptr || !CFEqual(value.get(), same.get())) {
+    return std::nullopt;
+  }
+  return number;
+}
+
+std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
+  const ScopedString application = WrapForever(applicationIdentifier_);
+  if (application == nullptr) {
+    return std::nullopt;
+  }
+  const ScopedCFTypeRef<CFArrayRef> list(CFPreferencesCopyKeyList(
+      application.get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost));
+  const CFIndex count = list != nullptr ? CFArrayGetCount(list.get()) : 0;
+  if (count == 0) {
+    return std::nullopt;
+  }
+  std::vector<std::string> keys;
+  for (CFIndex i = 0; i < count; ++i) {
+    if (auto key = ToUTF8(static_cast<CFStringRef>(CFArrayGetValueAtIndex(list.get(), i)))) {
+      keys.push_back(*std::move(key));
+    }
+  }
+  return keys;
+}
+
+bool PreferencesDomain::Flush() {
+  const ScopedString application = WrapForever(applicationIdentifier_);
+  return application != nullptr &&
+         CFPreferencesSynchronize(application.get(), kCFPreferencesAnyUser,
+                                  kCFPreferencesCurrentHost);
+}
