@@ -45,7 +45,7 @@ class PreferencesDomain {
   std::optional<std::vector<std::string>> KeyList() const;
 
   /// Writes this process's changes to the disk. Returns whether that succeeded. Keys that another
-  /// process has written meanwhile are kept.
+  /// process has written meanwhile are kept, and seen from then on at the latest.
   bool Flush();
 
  private:
