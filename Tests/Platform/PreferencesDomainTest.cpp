@@ -2,37 +2,93 @@
 // what another process sees and does is seen and done by another process.
 
 #include <gtest/gtest.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <climits>
-#include <functional>
+#include <cstdio>
 #include <string>
 #include <vector>
 
 #include "PreferencesDomain.h"
 
+extern "C" char** environ;  // not every system's headers declare it
+
 namespace {
 
 const char kIdentifier[] = "com.example.ContractTest.plist";
 
-/// Whether `claim` holds in another process, which sees only what is on the disk.
-bool InAnotherProcess(const std::function<bool(PreferencesDomain)>& claim,
-                      const char* identifier = kIdentifier) {
-  const pid_t child = fork();
-  if (child == 0) {
-    _exit(claim(PreferencesDomain(identifier)) ? 0 : 1);
-  }
-  int status = -1;
-  waitpid(child, &status, 0);
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
+const char* program = nullptr;  // the path this process was executed by
 
 std::string TextOr(const PreferencesDomain& domain, const std::string& key,
                    const std::string& otherwise) {
   char buffer[4096];
   return domain.GetText(key, buffer, sizeof buffer) ? buffer : otherwise;
+}
+
+/// Every key of the domain with its value, as "key='text';" or "key=number;", in order of the keys.
+std::string Listing(const PreferencesDomain& domain) {
+  auto keys = domain.KeyList().value_or(std::vector<std::string>());
+  std::sort(keys.begin(), keys.end());
+  std::string listing;
+  for (const auto& key : keys) {
+    const auto number = domain.GetNumber(key);
+    listing +=
+        key + "=" + (number ? std::to_string(*number) : "'" + TextOr(domain, key, "?") + "'") + ";";
+  }
+  return listing;
+}
+
+/// What this program prints when it is executed again with `arguments`. A forked process would not
+/// do for another one: it inherits what this one has read and not flushed, and CoreFoundation
+/// refuses to work in it.
+std::string InAnotherProcess(std::vector<std::string> arguments) {
+  std::vector<char*> argv{const_cast<char*>(program)};
+  for (auto& argument : arguments) {
+    argv.push_back(argument.data());
+  }
+  argv.push_back(nullptr);
+  int ends[2];
+  EXPECT_EQ(0, pipe(ends));
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
+  pid_t child = -1;
+  EXPECT_EQ(0, posix_spawn(&child, program, &actions, nullptr, argv.data(), environ));
+  posix_spawn_file_actions_destroy(&actions);
+  close(ends[1]);
+  std::string output;
+  for (char byte; read(ends[0], &byte, 1) == 1;) {
+    output += byte;
+  }
+  close(ends[0]);
+  int status = -1;
+  EXPECT_EQ(child, waitpid(child, &status, 0));
+  EXPECT_EQ(0, status);
+  return output;
+}
+
+/// What stands on the disk.
+std::string Stored(const std::string& identifier = kIdentifier) {
+  return InAnotherProcess({"list", identifier});
+}
+
+void SetElsewhere(const std::string& key, const std::string& value) {
+  EXPECT_EQ("flushed", InAnotherProcess({"set", kIdentifier, key, value}));
+}
+
+/// The other process.
+int Obey(const std::vector<std::string>& arguments) {
+  PreferencesDomain domain(arguments.at(1));
+  if (arguments.at(0) == "list") {
+    std::fputs(Listing(domain).c_str(), stdout);
+  } else {
+    domain.SetText(arguments.at(2), arguments.at(3));
+    std::fputs(domain.Flush() ? "flushed" : "not flushed", stdout);
+  }
+  return 0;
 }
 
 class PreferencesDomainTest : public testing::Test {
@@ -75,21 +131,35 @@ TEST_F(PreferencesDomainTest, FlushedChangesAreSeenByAnotherProcess) {
   domain_.SetText("text", "value");
   domain_.SetNumber("number", 7);
   ASSERT_TRUE(domain_.Flush());
-  EXPECT_TRUE(InAnotherProcess([](const PreferencesDomain& domain) {
-    return TextOr(domain, "text", "absent") == "value" && domain.GetNumber("number") == 7;
-  }));
+  EXPECT_EQ("number=7;text='value';", Stored());
+}
+
+TEST_F(PreferencesDomainTest, ChangesAreNotOnTheDiskBeforeTheFlush) {
+  domain_.SetNumber("number", 7);
+  EXPECT_EQ("", Stored());
 }
 
 TEST_F(PreferencesDomainTest, FlushKeepsTheKeysOfAnotherProcess) {
   domain_.SetText("mine", "1");
-  ASSERT_TRUE(InAnotherProcess([](PreferencesDomain domain) {
-    domain.SetText("theirs", "2");
-    return domain.Flush();
-  }));
+  SetElsewhere("theirs", "2");
   ASSERT_TRUE(domain_.Flush());
-  EXPECT_TRUE(InAnotherProcess([](const PreferencesDomain& domain) {
-    return TextOr(domain, "mine", "") == "1" && TextOr(domain, "theirs", "") == "2";
-  }));
+  EXPECT_EQ("mine='1';theirs='2';", Stored());
+}
+
+TEST_F(PreferencesDomainTest, FlushChangesNoKeyThatThisProcessHasNotChanged) {
+  domain_.SetText("theirs", "1");
+  ASSERT_TRUE(domain_.Flush());
+  SetElsewhere("theirs", "2");
+  domain_.SetText("mine", "1");
+  ASSERT_TRUE(domain_.Flush());
+  EXPECT_EQ("mine='1';theirs='2';", Stored());
+}
+
+TEST_F(PreferencesDomainTest, KeysOfAnotherProcessAreSeenAfterAFlush) {
+  EXPECT_FALSE(domain_.Has("theirs"));
+  SetElsewhere("theirs", "2");
+  ASSERT_TRUE(domain_.Flush());
+  EXPECT_EQ("theirs='2';", Listing(domain_));
 }
 
 TEST_F(PreferencesDomainTest, FlushWithoutChangesSucceeds) {
@@ -106,8 +176,7 @@ TEST_F(PreferencesDomainTest, RemovedKeysAreGoneAfterTheFlush) {
   domain_.Remove("goes");
   EXPECT_FALSE(domain_.Has("goes"));
   ASSERT_TRUE(domain_.Flush());
-  EXPECT_TRUE(InAnotherProcess(
-      [](const PreferencesDomain& domain) { return domain.Has("stays") && !domain.Has("goes"); }));
+  EXPECT_EQ("stays=1;", Stored());
 }
 
 TEST_F(PreferencesDomainTest, RemovingAnAbsentKeyIsAllowed) {
@@ -129,7 +198,8 @@ TEST_F(PreferencesDomainTest, RemovingTheLastKeyLeavesADomainWithoutKeys) {
   ASSERT_TRUE(domain_.Flush());
   domain_.Remove("key");
   ASSERT_TRUE(domain_.Flush());
-  EXPECT_TRUE(InAnotherProcess([](const PreferencesDomain& domain) { return !domain.KeyList(); }));
+  EXPECT_EQ(std::nullopt, domain_.KeyList());
+  EXPECT_EQ("", Stored());
 }
 
 TEST_F(PreferencesDomainTest, KeyListNamesFlushedAndPendingKeys) {
@@ -158,9 +228,7 @@ TEST_F(PreferencesDomainTest, NumbersOf32BitsComeBack) {
     domain_.SetNumber("number", number);
     EXPECT_EQ(number, domain_.GetNumber("number"));
     ASSERT_TRUE(domain_.Flush());
-    EXPECT_TRUE(InAnotherProcess([number](const PreferencesDomain& domain) {
-      return domain.GetNumber("number") == number;
-    })) << number;
+    EXPECT_EQ("number=" + std::to_string(number) + ";", Stored());
   }
 }
 
@@ -170,9 +238,7 @@ TEST_F(PreferencesDomainTest, TextsComeBack) {
     domain_.SetText("text", text);
     EXPECT_EQ(text, TextOr(domain_, "text", "absent"));
     ASSERT_TRUE(domain_.Flush());
-    EXPECT_TRUE(InAnotherProcess([text](const PreferencesDomain& domain) {
-      return TextOr(domain, "text", "absent") == text;
-    })) << text;
+    EXPECT_EQ("text='" + std::string(text) + "';", Stored());
   }
 }
 
@@ -194,9 +260,8 @@ TEST_F(PreferencesDomainTest, KeysAreAnyText) {
   for (const char* key : {"", "a b", "<&>", "\xC3\xA9", "\x01"}) {
     domain_.SetText(key, key);
     ASSERT_TRUE(domain_.Flush());
-    EXPECT_TRUE(InAnotherProcess([key](const PreferencesDomain& domain) {
-      return TextOr(domain, key, "absent") == key;
-    })) << key;
+    EXPECT_EQ(std::string(key) + "='" + key + "';", Stored());
+    domain_.Remove(key);
   }
 }
 
@@ -209,14 +274,50 @@ TEST_F(PreferencesDomainTest, TextMustFitWithItsTerminatingZero) {
   EXPECT_STREQ("12345", buffer);
 }
 
+TEST_F(PreferencesDomainTest, NoByteIsWrittenBeyondABufferThatIsTooSmall) {
+  for (const char* text : {"\xC3\xA9", "\xE2\x82\xAC\xE2\x82\xAC", "ab"}) {
+    domain_.SetText("text", text);
+    char buffer[] = "--------";
+    EXPECT_FALSE(domain_.GetText("text", buffer, 1)) << text;
+    EXPECT_STREQ("-------", buffer + 1) << text;
+  }
+}
+
+TEST_F(PreferencesDomainTest, EmptyTextFitsWhereItsTerminatingZeroDoes) {
+  domain_.SetText("text", "");
+  char buffer[] = "-";
+  EXPECT_TRUE(domain_.GetText("text", buffer, 1));
+  EXPECT_STREQ("", buffer);
+}
+
+TEST_F(PreferencesDomainTest, StringsMayChangeOnceTheyAreHandedOver) {
+  std::string identifier = "com.example.OtherTest.plist";
+  std::string key = "a key that is long enough to be allocated";
+  std::string text = "a text that is long enough to be allocated";
+  PreferencesDomain other(identifier);
+  other.SetText(key, text);
+  identifier[0] = key[0] = text[0] = 'X';
+  EXPECT_EQ(
+      "a key that is long enough to be allocated="
+      "'a text that is long enough to be allocated';",
+      Listing(other));
+  other.Remove("a key that is long enough to be allocated");
+  ASSERT_TRUE(other.Flush());
+}
+
 TEST_F(PreferencesDomainTest, DomainsAreSeparate) {
   PreferencesDomain other("com.example.OtherTest.plist");
   domain_.SetNumber("key", 1);
   EXPECT_FALSE(other.Has("key"));
   ASSERT_TRUE(domain_.Flush());
   EXPECT_FALSE(other.Has("key"));
-  EXPECT_TRUE(InAnotherProcess([](const PreferencesDomain& domain) { return !domain.KeyList(); },
-                               "com.example.OtherTest.plist"));
+  EXPECT_EQ("", Stored("com.example.OtherTest.plist"));
 }
 
 }  // namespace
+
+int main(int argc, char** argv) {
+  testing::InitGoogleTest(&argc, argv);
+  program = argv[0];
+  return argc > 1 ? Obey({argv + 1, argv + argc}) : RUN_ALL_TESTS();
+}
