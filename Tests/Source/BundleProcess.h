@@ -1,0 +1,40 @@
+#ifndef TESTS_SOURCE_BUNDLEPROCESS_H_
+#define TESTS_SOURCE_BUNDLEPROCESS_H_
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <string>
+
+#include "Support.h"
+
+/// A bundle with the probe as its executable, to be asked in processes of its own.
+class BundleProcess {
+ public:
+  /// Makes the bundle at `path`, without the files of a product.
+  explicit BundleProcess(const std::string& path) : contents_(path + "/Contents/") {
+    std::filesystem::create_directories(contents_ + "MacOS");
+    std::filesystem::create_directories(contents_ + "Resources");
+    std::filesystem::copy_file(BUNDLE_PROBE, contents_ + "MacOS/Probe");
+  }
+
+  std::string MetadataFile() const { return contents_ + "Resources/metadata.txt"; }
+
+  /// What one process answers to `queries` (see BundleProbe.cpp), separated by blanks: a line each.
+  std::string Answers(const std::string& queries) const {
+    const std::string command = "'" + contents_ + "MacOS/Probe' " + queries + " 2>&1";
+    FILE* stream = popen(command.c_str(), "r");
+    std::string answers;
+    for (int byte = 0; stream != nullptr && (byte = std::fgetc(stream)) != EOF;) {
+      answers += static_cast<char>(byte);
+    }
+    EXPECT_EQ(stream == nullptr ? -1 : pclose(stream), 0);
+    return answers;
+  }
+
+ private:
+  std::string contents_;
+};
+
+#endif  // TESTS_SOURCE_BUNDLEPROCESS_H_
