@@ -1,0 +1,106 @@
+#ifndef TESTS_SOURCE_ZIPBUILDER_H_
+#define TESTS_SOURCE_ZIPBUILDER_H_
+
+#include <zlib.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+/// Raw deflate data for `bytes`; with `flush`, a beginning after which more may follow.
+inline std::string Deflated(const std::string& bytes, int flush = Z_FINISH) {
+  z_stream stream = {};
+  if (deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
+                   Z_DEFAULT_STRATEGY) != Z_OK) {
+    throw std::runtime_error("no deflate");
+  }
+  std::string out(deflateBound(&stream, bytes.length()) + 64, '\0');
+  stream.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes.data()));
+  stream.avail_in = static_cast<uInt>(bytes.length());
+  stream.next_out = reinterpret_cast<Bytef*>(out.data());
+  stream.avail_out = static_cast<uInt>(out.length());
+  deflate(&stream, flush);
+  out.resize(stream.total_out);
+  deflateEnd(&stream);
+  return out;
+}
+
+inline std::uint32_t Crc(const std::string& bytes) {
+  return static_cast<std::uint32_t>(
+      crc32(0, reinterpret_cast<const Bytef*>(bytes.data()), static_cast<uInt>(bytes.length())));
+}
+
+enum Method : std::uint16_t { kStored = 0, kDeflated = 8 };
+
+/// One entry of an archive, every field free to be wrong.
+struct ZipEntry {
+  std::string name;
+  std::string data;  ///< As it stands in the archive.
+  std::uint16_t method = kStored;
+  std::uint32_t crc = 0;
+  std::uint32_t size = 0;        ///< Of the contents.
+  std::uint32_t compressed = 0;  ///< Claimed length of `data`.
+  std::uint16_t localMethod = 0;
+  std::uint32_t localSignature = 0x04034b50;
+  std::uint32_t centralSignature = 0x02014b50;
+  std::uint32_t attributes = 0;
+
+  ZipEntry(std::string entryName, const std::string& contents, Method entryMethod = kStored)
+      : name(std::move(entryName)),
+        data(entryMethod == kDeflated ? Deflated(contents) : contents),
+        method(entryMethod),
+        crc(Crc(contents)),
+        size(static_cast<std::uint32_t>(contents.length())),
+        compressed(static_cast<std::uint32_t>(data.length())),
+        localMethod(entryMethod) {}
+};
+
+/// The bytes of an archive of `entries`, in their order.
+inline std::string Zip(const std::vector<ZipEntry>& entries) {
+  std::string bytes;
+  std::string central;
+  const auto put = [](std::string& to, std::uint64_t value, int count) {
+    for (int index = 0; index < count; ++index) {
+      to += static_cast<char>(value >> (8 * index));
+    }
+  };
+  for (const ZipEntry& entry : entries) {
+    const auto offset = static_cast<std::uint32_t>(bytes.length());
+    // The fields that both headers share, from "version needed" to the extra field's length.
+    const auto common = [&put, &entry](std::string& to, std::uint16_t method) {
+      put(to, 20, 2);
+      put(to, 0, 2);
+      put(to, method, 2);
+      put(to, 0x00210000, 4);  // 1980-01-01
+      put(to, entry.crc, 4);
+      put(to, entry.compressed, 4);
+      put(to, entry.size, 4);
+      put(to, static_cast<std::uint32_t>(entry.name.length()), 2);
+      put(to, 0, 2);
+    };
+    put(bytes, entry.localSignature, 4);
+    common(bytes, entry.localMethod);
+    bytes += entry.name + entry.data;
+    put(central, entry.centralSignature, 4);
+    put(central, 0x0314, 2);  // made on a system with file modes
+    common(central, entry.method);
+    put(central, 0, 6);
+    put(central, entry.attributes, 4);
+    put(central, offset, 4);
+    central += entry.name;
+  }
+  const auto count = static_cast<std::uint32_t>(entries.size());
+  const auto offset = static_cast<std::uint32_t>(bytes.length());
+  bytes += central;
+  put(bytes, 0x06054b50, 4);
+  put(bytes, 0, 4);
+  put(bytes, count, 2);
+  put(bytes, count, 2);
+  put(bytes, static_cast<std::uint32_t>(central.length()), 4);
+  put(bytes, offset, 4);
+  put(bytes, 0, 2);
+  return bytes;
+}
+
+#endif  // TESTS_SOURCE_ZIPBUILDER_H_
