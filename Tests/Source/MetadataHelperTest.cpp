@@ -1,0 +1,314 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "BundleProcess.h"
+
+namespace {
+
+const char kAll[] = "clear updateid regenerate";
+const char kGood[] = R"({"clear":true,"updateid":5,"regenerate":true})";
+const char kGoodAnswers[] = "true\n5\ntrue\n";
+const char kUnexpected[] = "exception 3 Unexpected Type\n";
+
+class Metadata : public testing::Test {
+ protected:
+  /// The answers to `queries` with `text` as the metadata file.
+  std::string Answers(const std::string& text, const std::string& queries = kAll) const {
+    WriteFile(bundle_.MetadataFile(), text);
+    return bundle_.Answers(queries);
+  }
+
+  /// What "updateid" written as `number` is read as.
+  std::string UpdateId(const std::string& number) const {
+    return Answers(R"({"updateid":)" + number + "}", "updateid");
+  }
+
+  /// What "clear" written as `value` is read as.
+  std::string Clear(const std::string& value) const {
+    return Answers(R"({"clear":)" + value + "}", "clear");
+  }
+
+  std::string Regenerate(const std::string& value) const {
+    return Answers(R"({"regenerate":)" + value + "}", "regenerate");
+  }
+
+  void ExpectLoadFails(const std::string& text) const {
+    EXPECT_EQ(Answers(text, "load"), kUnexpected) << text.substr(0, 80);
+  }
+
+  ScopedDirectory directory_;
+  BundleProcess bundle_{directory_ / "X.app"};
+};
+
+// Which part of the file is read ----------------------------------------------------------------
+
+TEST_F(Metadata, ObjectAndNewlineAnswersAllQueries) {
+  EXPECT_EQ(Answers(std::string(kGood) + "\n"), kGoodAnswers);
+}
+
+TEST_F(Metadata, ObjectWithoutNewlineAnswersAllQueries) {
+  EXPECT_EQ(Answers(kGood), kGoodAnswers);
+}
+
+TEST_F(Metadata, FalseAnswersAreToldFromTrueOnes) {
+  EXPECT_EQ(Answers(R"({"clear":false,"updateid":1234,"regenerate":false})"),
+            "false\n1234\nfalse\n");
+  EXPECT_EQ(Answers(R"({"clear":true,"updateid":0,"regenerate":false})"), "true\n0\nfalse\n");
+}
+
+TEST_F(Metadata, WhitespaceAroundTheWordIsHarmless) {
+  EXPECT_EQ(Answers(std::string(" \t\r\n\v\f") + kGood + "\f\v\n\r\t "), kGoodAnswers);
+}
+
+TEST_F(Metadata, OnlyTheLastWordIsRead) {
+  EXPECT_EQ(Answers(std::string("{\"clear\":false}\n") + kGood + "\n"), kGoodAnswers);
+  EXPECT_EQ(Answers(std::string("not JSON at all ") + kGood), kGoodAnswers);
+}
+
+TEST_F(Metadata, EveryWhitespaceByteSeparatesWords) {
+  for (const char byte : {' ', '\t', '\n', '\v', '\f', '\r'}) {
+    EXPECT_EQ(Answers("x" + std::string(1, byte) + kGood), kGoodAnswers) << int{byte};
+  }
+}
+
+TEST_F(Metadata, OtherControlBytesDoNotSeparateWords) {
+  for (const char byte : {'\x01', '\x08', '\x1c', '\x1f', '\x7f', '\xa0', '\x85'}) {
+    ExpectLoadFails("x" + std::string(1, byte) + kGood);
+  }
+}
+
+TEST_F(Metadata, NoBreakSpaceIsNotWhitespace) {
+  ExpectLoadFails("\xc2\xa0" + std::string(kGood));
+}
+
+TEST_F(Metadata, BlankAfterCommasLeavesAString) {
+  ExpectLoadFails(R"({"clear":true, "updateid":5, "regenerate":true})");
+}
+
+TEST_F(Metadata, BlankAfterColonsLeavesABoolean) {
+  ExpectLoadFails(R"({"clear": true, "updateid": 5, "regenerate": true})");
+}
+
+TEST_F(Metadata, ObjectOverSeveralLinesIsNotRead) {
+  ExpectLoadFails("{\n  \"clear\":true,\n  \"updateid\":5,\n  \"regenerate\":true\n}\n");
+}
+
+TEST_F(Metadata, WordIsCutAtAZeroByte) {
+  EXPECT_EQ(Answers(std::string(kGood) + '\0' + "rest"), kGoodAnswers);
+  ExpectLoadFails('\0' + std::string(kGood));
+}
+
+TEST_F(Metadata, WordCutAtAZeroByteKeepsTheMembersBefore) {
+  std::string text = R"({"clear":true,"updateid":5,"regenerate":true})";
+  text[text.find(",\"regenerate")] = '\0';
+  EXPECT_EQ(Answers(text), std::string("true\n5\n") + kUnexpected);
+}
+
+TEST_F(Metadata, ZeroByteAfterTheLastWordIsAWordOfItsOwn) {
+  ExpectLoadFails(std::string(kGood) + "\n" + '\0');
+}
+
+TEST_F(Metadata, ByteOrderMarkIsNotSkipped) {
+  ExpectLoadFails("\xef\xbb\xbf" + std::string(kGood));
+}
+
+/// The good object in a word of exactly `length` bytes.
+std::string WordOfLength(std::size_t length) {
+  const std::string start = R"({"note":")";
+  const std::string end = R"(",)" + std::string(kGood).substr(1);
+  return start + std::string(length - start.length() - end.length(), 'x') + end;
+}
+
+TEST_F(Metadata, WordsAroundAThousandBytesAreReadWhole) {
+  for (const std::size_t length : {1006, 1007, 1008, 1009, 2048}) {
+    EXPECT_EQ(Answers(WordOfLength(length)), kGoodAnswers) << length;
+  }
+}
+
+TEST_F(Metadata, WordOfAMebibyteIsReadWhole) {
+  EXPECT_EQ(Answers(WordOfLength(1 << 20)), kGoodAnswers);
+}
+
+TEST_F(Metadata, LongWordBeforeTheLastOneIsPassedOver) {
+  EXPECT_EQ(Answers(std::string(1 << 20, 'x') + "\n" + kGood), kGoodAnswers);
+}
+
+// What cannot be loaded -------------------------------------------------------------------------
+
+TEST_F(Metadata, MissingFileRaises) {
+  EXPECT_EQ(bundle_.Answers("load"), kUnexpected);
+}
+
+TEST_F(Metadata, MissingResourcesDirectoryRaises) {
+  std::filesystem::remove(std::filesystem::path(bundle_.MetadataFile()).parent_path());
+  EXPECT_EQ(bundle_.Answers("load"), kUnexpected);
+}
+
+TEST_F(Metadata, ResourcesPathThatIsTooLongRaises) {
+  std::string deep = directory_ / "deep";
+  while (deep.length() < 1024) {
+    deep += "/" + std::string(200, 'd');
+  }
+  const BundleProcess bundle(deep);
+  WriteFile(bundle.MetadataFile(), kGood);
+  EXPECT_EQ(bundle.Answers("load"), kUnexpected);
+}
+
+TEST_F(Metadata, DirectoryInTheFilesPlaceRaises) {
+  std::filesystem::create_directory(bundle_.MetadataFile());
+  EXPECT_EQ(bundle_.Answers("load"), kUnexpected);
+}
+
+TEST_F(Metadata, DanglingLinkInTheFilesPlaceRaises) {
+  std::filesystem::create_symlink("nowhere", bundle_.MetadataFile());
+  EXPECT_EQ(bundle_.Answers("load"), kUnexpected);
+}
+
+TEST_F(Metadata, UnreadableFileRaises) {
+  WriteFile(bundle_.MetadataFile(), kGood);
+  ASSERT_EQ(chmod(bundle_.MetadataFile().c_str(), 0), 0);
+  EXPECT_TRUE(AsOrdinaryUser([this] { return bundle_.Answers("load") == kUnexpected; }));
+}
+
+TEST_F(Metadata, FileWithoutAWordRaises) {
+  ExpectLoadFails("");
+  ExpectLoadFails("\n");
+  ExpectLoadFails(" \t\r\n\v\f");
+}
+
+TEST_F(Metadata, ValuesOtherThanObjectsRaise) {
+  for (const char* value : {"true", "false", "null", "1", "1.5", R"("text")", "[]", "[{}]",
+                            R"([{"clear":true}])", R"("12^")"}) {
+    ExpectLoadFails(value);
+  }
+}
+
+TEST_F(Metadata, WordsThatAreNotJsonRaise) {
+  for (const char* word : {"x", "}", "]", ":", ",", "'", "tru", "nul", "-", ".5", "\"open", "\\"}) {
+    ExpectLoadFails(word);
+  }
+}
+
+TEST_F(Metadata, EmptyObjectLoads) {
+  EXPECT_EQ(Answers("{}", "load"), "loaded\n");
+}
+
+TEST_F(Metadata, ObjectCutShortKeepsTheMembersReadSoFar) {
+  EXPECT_EQ(Answers("{", "load clear"), std::string("loaded\n") + kUnexpected);
+  EXPECT_EQ(Answers(R"({"clear":true,"updateid":5)"), std::string("true\n5\n") + kUnexpected);
+  EXPECT_EQ(Answers(R"({"clear":true,"updateid":5,"rege)"), std::string("true\n5\n") + kUnexpected);
+  EXPECT_EQ(Answers(R"({"clear":true,"updateid":)"),
+            std::string("true\n") + kUnexpected + kUnexpected);
+}
+
+TEST_F(Metadata, ObjectWithoutItsEndAnswersAllQueries) {
+  EXPECT_EQ(Answers(R"({"clear":true,"updateid":5,"regenerate":true)"), kGoodAnswers);
+}
+
+TEST_F(Metadata, WhatFollowsTheObjectIsNotRead) {
+  EXPECT_EQ(Answers(std::string(kGood) + "}]garbage"), kGoodAnswers);
+}
+
+TEST_F(Metadata, FailedConstructionIsTriedAgainOnTheNextCall) {
+  WriteFile(directory_ / "good", kGood);
+  EXPECT_EQ(Answers("x", "load clear put=" + (directory_ / "good") + " clear updateid"),
+            std::string(kUnexpected) + kUnexpected + "true\ntrue\n5\n");
+}
+
+// State -----------------------------------------------------------------------------------------
+
+TEST_F(Metadata, FileIsReadOnceOnly) {
+  WriteFile(directory_ / "other", R"({"updateid":6})");
+  EXPECT_EQ(Answers(kGood, "updateid put=" + (directory_ / "other") + " updateid clear"),
+            "5\ntrue\n5\ntrue\n");
+}
+
+TEST_F(Metadata, InstanceIsAlwaysTheSame) {
+  EXPECT_EQ(Answers(kGood, "same"), "true\n");
+}
+
+TEST_F(Metadata, QueriesCanBeRepeated) {
+  EXPECT_EQ(Answers(kGood, "updateid updateid clear clear regenerate regenerate updateid"),
+            "5\n5\ntrue\ntrue\ntrue\ntrue\n5\n");
+}
+
+// Members ---------------------------------------------------------------------------------------
+
+// Not defaulted to false or 0, on purpose. The lookup inserts an Undefined member, so the second
+// query finds one, of the wrong type.
+TEST_F(Metadata, MissingMemberRaisesEveryTime) {
+  EXPECT_EQ(Answers("{}", "clear clear updateid updateid regenerate regenerate"),
+            std::string(kUnexpected) + kUnexpected + kUnexpected + kUnexpected + kUnexpected +
+                kUnexpected);
+}
+
+TEST_F(Metadata, FailedQueryLeavesTheOtherMembers) {
+  EXPECT_EQ(Answers(R"({"updateid":5,"regenerate":true})"), std::string(kUnexpected) + "5\ntrue\n");
+}
+
+TEST_F(Metadata, ExtraMembersAreIgnored) {
+  EXPECT_EQ(
+      Answers(R"({"a":[1,{}],"clear":true,"Clear":0,"updateid":5,"regenerate":true,"z":"9^"})"),
+      kGoodAnswers);
+}
+
+TEST_F(Metadata, MemberNamesAreCaseSensitive) {
+  EXPECT_EQ(Answers(R"({"Clear":true,"updateId":5,"REGENERATE":true})"),
+            std::string(kUnexpected) + kUnexpected + kUnexpected);
+}
+
+TEST_F(Metadata, FirstOfDuplicateMembersWins) {
+  EXPECT_EQ(UpdateId(R"(1,"updateid":2)"), "1\n");
+}
+
+TEST_F(Metadata, MemberNamesMayBeEscaped) {
+  EXPECT_EQ(Answers(R"({"\u0063lear":true})", "clear"), "true\n");
+}
+
+TEST_F(Metadata, BooleansAreTrueAndFalseOnly) {
+  EXPECT_EQ(Clear("true"), "true\n");
+  EXPECT_EQ(Clear("false"), "false\n");
+  EXPECT_EQ(Regenerate("true"), "true\n");
+  EXPECT_EQ(Regenerate("false"), "false\n");
+  for (const char* value :
+       {"0", "1", "-1", "1.0", R"("true")", R"("1^")", "null", "[]", "{}", ""}) {
+    EXPECT_EQ(Clear(value), kUnexpected) << value;
+    EXPECT_EQ(Regenerate(value), kUnexpected) << value;
+  }
+}
+
+TEST_F(Metadata, UpdateIdTakesEverySigned32BitInteger) {
+  for (const std::string value : {"0", "1", "-1", "1234", "2147483647", "-2147483648"}) {
+    EXPECT_EQ(UpdateId(value), value + "\n");
+  }
+}
+
+TEST_F(Metadata, UpdateIdRejectsIntegersOutOfRange) {
+  for (const char* value : {"2147483648", "-2147483649", "4294967296", "9223372036854775807"}) {
+    EXPECT_EQ(UpdateId(value), kUnexpected) << value;
+  }
+}
+
+TEST_F(Metadata, UpdateIdMayHaveAPositiveExponent) {
+  EXPECT_EQ(UpdateId("5e2"), "500\n");
+  EXPECT_EQ(UpdateId("5E+2"), "500\n");
+  EXPECT_EQ(UpdateId("5e0"), "5\n");
+  EXPECT_EQ(UpdateId("5e9"), kUnexpected);
+}
+
+// As every integer of the reader does.
+TEST_F(Metadata, UpdateIdWraps) {
+  EXPECT_EQ(UpdateId("1e10"), "-2147483648\n");
+  EXPECT_EQ(UpdateId("18446744073709551617"), "1\n");
+}
+
+TEST_F(Metadata, UpdateIdRejectsEverythingElse) {
+  for (const char* value : {"1.0", "0.0", "500e-2", "5e-0", "7.5", R"("7")", R"("7^")", "true",
+                            "false", "null", "[7]", "{}", "", "+7", "07", ".5"}) {
+    EXPECT_EQ(UpdateId(value), kUnexpected) << value;
+  }
+}
+
+}  // namespace
