@@ -1,0 +1,247 @@
+// What the record's operations ask of the store, step by step: a store that keeps a list of what is
+// done to it stands in the platform's place, and a generator that draws what it is told in the
+// standard library's.
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+#include <map>
+#include <string>
+#include <variant>
+
+#include "InstallerConstants.h"
+#include "OSUtils.h"
+#include "PreferencesDomain.h"
+
+namespace {
+
+struct Store {
+  std::map<std::string, std::variant<int, std::string>> values;
+  std::string steps;     ///< Reads are not among them.
+  bool flushes = true;   ///< Whether a flush succeeds.
+  bool foreign = false;  ///< Whether a domain of another name was used.
+};
+
+Store store;
+int drawn = 0;
+unsigned int seed = 0;
+
+template <typename Type>
+const Type* Find(const std::string& key) {
+  const auto found = store.values.find(key);
+  return found == store.values.end() ? nullptr : std::get_if<Type>(&found->second);
+}
+
+}  // namespace
+
+extern "C" int rand() {
+  return drawn;
+}
+extern "C" void srand(unsigned int value) {
+  seed = value;
+}
+
+PreferencesDomain::PreferencesDomain(std::string applicationIdentifier)
+    : applicationIdentifier_(std::move(applicationIdentifier)) {
+  store.foreign |= applicationIdentifier_ != PLIST_SECTION_KEY;
+}
+
+void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
+  store.values[key] = value;
+  store.steps += key + "='" + value + "' ";
+}
+
+void PreferencesDomain::SetNumber(const std::string& key, int value) {
+  store.values[key] = value;
+  store.steps += key + "=" + std::to_string(value) + " ";
+}
+
+void PreferencesDomain::Remove(const std::string& key) {
+  store.values.erase(key);
+  store.steps += "-" + key + " ";
+}
+
+bool PreferencesDomain::Has(const std::string& key) const {
+  return store.values.count(key) != 0;
+}
+
+bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_t size) const {
+  const auto* text = Find<std::string>(key);
+  return text != nullptr && text->length() < size &&
+         (text->copy(buffer, size), buffer[text->length()] = '\0', true);
+}
+
+std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
+  const auto* number = Find<int>(key);
+  return number != nullptr ? std::optional<int>(*number) : std::nullopt;
+}
+
+std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
+  std::vector<std::string> keys;
+  for (const auto& [key, value] : store.values) {
+    keys.push_back(key);
+  }
+  return keys.empty() ? std::nullopt : std::optional(keys);
+}
+
+bool PreferencesDomain::Flush() {
+  store.steps += "flush ";
+  return store.flushes;
+}
+
+namespace {
+
+class RecordSteps : public testing::Test {
+ protected:
+  void SetUp() override { store = Store(); }
+  void TearDown() override { EXPECT_FALSE(store.foreign); }
+
+  /// The text of the full version that `build` gives.
+  static std::string Version(int build) {
+    OSUtils::RegisterCompleteVersion(build);
+    return *Find<std::string>("tFullVersion");
+  }
+};
+
+TEST_F(RecordSteps, EachRegistrationSetsOneValueAndFlushes) {
+  EXPECT_TRUE(OSUtils::RegisterWebResourcePath("Resource1"));
+  EXPECT_TRUE(OSUtils::RegisterUpdateID(7));
+  EXPECT_TRUE(OSUtils::RegisterCompleteVersion(7));
+  EXPECT_TRUE(OSUtils::RegisterRandom());
+  EXPECT_EQ(store.steps,
+            "tWebResourceInstallPath='Resource1' flush iUpdateId=7 flush "
+            "tFullVersion='17.011.30138.7' flush irandom=1 flush ");
+}
+
+TEST_F(RecordSteps, FailedFlushIsTheResult) {
+  store.flushes = false;
+  EXPECT_FALSE(OSUtils::RegisterWebResourcePath("Resource1"));
+  EXPECT_FALSE(OSUtils::RegisterUpdateID(7));
+  EXPECT_FALSE(OSUtils::RegisterCompleteVersion(7));
+  EXPECT_FALSE(OSUtils::RegisterRandom());
+  EXPECT_FALSE(OSUtils::ClearRegistry());
+  WebRegInfo info;
+  EXPECT_FALSE(OSUtils::MakeFreshRegistry(&info));
+}
+
+TEST_F(RecordSteps, RestoringSetsInOrderAndFlushesThreeTimes) {
+  WebRegInfo info = {4711, 5, "Resource0", "17.011.30138.5"};
+  EXPECT_TRUE(OSUtils::MakeFreshRegistry(&info));
+  EXPECT_EQ(store.steps,
+            "irandom=4711 iUpdateId=5 flush tWebResourceInstallPath='Resource0' flush "
+            "tFullVersion='17.011.30138.5' flush ");
+}
+
+TEST_F(RecordSteps, RestoringNothingOnlyFlushes) {
+  WebRegInfo info;
+  EXPECT_TRUE(OSUtils::MakeFreshRegistry(&info));
+  EXPECT_EQ(store.steps, "flush ");
+}
+
+TEST_F(RecordSteps, RestoringOneValueSkipsTheOthers) {
+  const auto steps = [](WebRegInfo info) {
+    store = Store();
+    OSUtils::MakeFreshRegistry(&info);
+    return store.steps;
+  };
+  EXPECT_EQ(steps({7, -1, "", ""}), "irandom=7 flush ");
+  EXPECT_EQ(steps({-1, 7, "", ""}), "iUpdateId=7 flush flush ");
+  EXPECT_EQ(steps({-1, -1, "x", ""}), "tWebResourceInstallPath='x' flush flush ");
+  EXPECT_EQ(steps({-1, -1, "", "x"}), "tFullVersion='x' flush ");
+}
+
+// Only -1 is absent.
+TEST_F(RecordSteps, RestoringWritesZeroAndOtherNegativeNumbers) {
+  WebRegInfo info = {0, -2, "", ""};
+  OSUtils::MakeFreshRegistry(&info);
+  EXPECT_EQ(store.steps, "irandom=0 iUpdateId=-2 flush flush ");
+  store = Store();
+  info = {INT_MIN, INT_MAX, "", ""};
+  OSUtils::MakeFreshRegistry(&info);
+  EXPECT_EQ(store.steps, "irandom=-2147483648 iUpdateId=2147483647 flush flush ");
+}
+
+// The version is written as stored, not built again.
+TEST_F(RecordSteps, RestoringDoesNotRebuildTheVersion) {
+  WebRegInfo info = {-1, 5, "", "any text"};
+  OSUtils::MakeFreshRegistry(&info);
+  EXPECT_EQ(store.steps, "iUpdateId=5 flush tFullVersion='any text' flush ");
+}
+
+TEST_F(RecordSteps, RestoringLeavesItsArgumentAlone) {
+  WebRegInfo info = {1, 2, "x", "y"};
+  OSUtils::MakeFreshRegistry(&info);
+  EXPECT_EQ(info.random, 1);
+  EXPECT_EQ(info.updateId, 2);
+  EXPECT_EQ(info.installPath, "x");
+  EXPECT_EQ(info.fullVersion, "y");
+}
+
+TEST_F(RecordSteps, ClearingRemovesEveryKeyAndFlushesOnce) {
+  store.values = {{"a", 1}, {"iUpdateId", 2}, {"z", "text"}};
+  EXPECT_TRUE(OSUtils::ClearRegistry());
+  EXPECT_EQ(store.steps, "-a -iUpdateId -z flush ");
+}
+
+TEST_F(RecordSteps, ClearingADomainWithoutKeysIsFalseWithoutAFlush) {
+  EXPECT_FALSE(OSUtils::ClearRegistry());
+  EXPECT_EQ(store.steps, "");
+}
+
+TEST_F(RecordSteps, ReadingChangesNothing) {
+  store.values = {{"irandom", 1}, {"tFullVersion", "x"}};
+  WebRegInfo info;
+  OSUtils::OldInfo(&info);
+  OSUtils::isRandomPresent();
+  EXPECT_EQ(store.steps, "");
+}
+
+TEST_F(RecordSteps, VersionIsTheReleaseAndTheNumber) {
+  EXPECT_EQ(Version(0), "17.011.30138.0");
+  EXPECT_EQ(Version(5), "17.011.30138.5");
+  EXPECT_EQ(Version(12345), "17.011.30138.12345");
+  EXPECT_EQ(Version(-1), "17.011.30138.-1");
+}
+
+TEST_F(RecordSteps, VersionsNumberIsCutAtNineCharacters) {
+  EXPECT_EQ(Version(999999999), "17.011.30138.999999999");
+  EXPECT_EQ(Version(1000000000), "17.011.30138.100000000");
+  EXPECT_EQ(Version(INT_MAX), "17.011.30138.214748364");
+  EXPECT_EQ(Version(-99999999), "17.011.30138.-99999999");
+  EXPECT_EQ(Version(-100000000), "17.011.30138.-10000000");
+  EXPECT_EQ(Version(INT_MIN), "17.011.30138.-21474836");
+}
+
+TEST_F(RecordSteps, RandomIsTheDrawnNumberModuloTenThousandPlusOne) {
+  const auto registered = [](int number) {
+    drawn = number;
+    OSUtils::RegisterRandom();
+    return *Find<int>("irandom");
+  };
+  EXPECT_EQ(registered(0), 1);
+  EXPECT_EQ(registered(9998), 9999);
+  EXPECT_EQ(registered(9999), 10000);
+  EXPECT_EQ(registered(10000), 1);
+  EXPECT_EQ(registered(RAND_MAX), RAND_MAX % 10000 + 1);
+}
+
+TEST_F(RecordSteps, RandomIsSeededWithTheTimeInSecondsEachTime) {
+  for (int run = 0; run < 2; ++run) {
+    const std::time_t before = std::time(nullptr);
+    seed = 0;
+    OSUtils::RegisterRandom();
+    EXPECT_GE(seed, static_cast<unsigned int>(before));
+    EXPECT_LE(seed, static_cast<unsigned int>(std::time(nullptr)));
+  }
+}
+
+TEST_F(RecordSteps, RandomReplacesARecordedOne) {
+  store.values = {{"irandom", 4711}};
+  drawn = 41;
+  OSUtils::RegisterRandom();
+  EXPECT_EQ(*Find<int>("irandom"), 42);
+}
+
+}  // namespace

@@ -1,0 +1,352 @@
+// The record in the real store: to be run inside a private root, in a process for each test.
+
+#include <gtest/gtest.h>
+#include <plist/plist.h>
+
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+#include <filesystem>
+#include <string>
+
+#include "InstallerConstants.h"
+#include "OSUtils.h"
+#include "PreferencesDomain.h"
+#include "Support.h"
+
+namespace {
+
+const char kDirectory[] = "/Library/Preferences";
+
+/// The dictionary `members`, in the notation of a property list.
+std::string PropertyList(const std::string& members) {
+  return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>)" + members +
+         "</dict></plist>\n";
+}
+
+std::string Number(const std::string& key, const std::string& value) {
+  return "<key>" + key + "</key><integer>" + value + "</integer>";
+}
+
+std::string String(const std::string& key, const std::string& value) {
+  return "<key>" + key + "</key><string>" + value + "</string>";
+}
+
+class Record : public testing::Test {
+ protected:
+  /// Makes and removes files in /Library: never the machine's own.
+  void SetUp() override {
+    ASSERT_FALSE(Exists("/etc/passwd")) << "to be run inside a private root";
+    std::filesystem::remove_all("/Library");
+    std::filesystem::create_directories(kDirectory);
+  }
+
+  /// What another program has written before.
+  static void Write(const std::string& members) { WriteFile(kFile, PropertyList(members)); }
+
+  /// The file's dictionary, its members in order: "key=value " for each.
+  static std::string OnDisk() {
+    const std::string bytes = ReadFile(kFile);
+    plist_t list = nullptr;
+    plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.length()), &list);
+    std::map<std::string, std::string> members;
+    plist_dict_iter iterator = nullptr;
+    plist_dict_new_iter(list, &iterator);
+    char* key = nullptr;
+    plist_t value = nullptr;
+    while (plist_dict_next_item(list, iterator, &key, &value), key != nullptr) {
+      members[key] = Described(value);
+      std::free(key);
+      key = nullptr;
+    }
+    std::free(iterator);
+    plist_free(list);
+    std::string described;
+    for (const auto& [name, text] : members) {
+      described.append(name).append("=").append(text).append(" ");
+    }
+    return described;
+  }
+
+  static WebRegInfo OldInfo() {
+    WebRegInfo info = {11, 12, "before", "before"};
+    OSUtils::OldInfo(&info);
+    return info;
+  }
+
+  /// What the run does to clear the record.
+  static bool Wipe() {
+    WebRegInfo info = OldInfo();
+    OSUtils::ClearRegistry();
+    return OSUtils::MakeFreshRegistry(&info);
+  }
+
+  static const std::string kFile;
+
+ private:
+  static std::string Described(plist_t value) {
+    if (plist_get_node_type(value) == PLIST_STRING) {
+      return "'" + std::string(plist_get_string_ptr(value, nullptr)) + "'";
+    }
+    if (plist_get_node_type(value) != PLIST_UINT) {
+      return "other";
+    }
+    std::uint64_t number = 0;
+    plist_get_uint_val(value, &number);
+    return std::to_string(static_cast<std::int64_t>(number));
+  }
+};
+
+const std::string Record::kFile = std::string(kDirectory) + "/" + PLIST_SECTION_KEY + ".plist";
+
+void ExpectInfo(const WebRegInfo& info, int random, int updateId, const std::string& installPath,
+                const std::string& fullVersion) {
+  EXPECT_EQ(info.random, random);
+  EXPECT_EQ(info.updateId, updateId);
+  EXPECT_EQ(info.installPath, installPath);
+  EXPECT_EQ(info.fullVersion, fullVersion);
+}
+
+// Writing ---------------------------------------------------------------------------------------
+
+TEST_F(Record, RegistrationsReachTheDiskUnderTheirKeys) {
+  EXPECT_TRUE(OSUtils::RegisterWebResourcePath("Resource0"));
+  EXPECT_EQ(OnDisk(), "tWebResourceInstallPath='Resource0' ");
+  EXPECT_TRUE(OSUtils::RegisterUpdateID(5));
+  EXPECT_TRUE(OSUtils::RegisterCompleteVersion(5));
+  EXPECT_EQ(OnDisk(),
+            "iUpdateId=5 tFullVersion='17.011.30138.5' tWebResourceInstallPath='Resource0' ");
+}
+
+TEST_F(Record, RegistrationsReplaceEarlierValues) {
+  Write(Number("iUpdateId", "1") + String("tFullVersion", "x") + Number("other", "9"));
+  EXPECT_TRUE(OSUtils::RegisterUpdateID(2));
+  EXPECT_TRUE(OSUtils::RegisterCompleteVersion(2));
+  EXPECT_EQ(OnDisk(), "iUpdateId=2 other=9 tFullVersion='17.011.30138.2' ");
+}
+
+TEST_F(Record, RegistrationsReplaceValuesOfOtherTypes) {
+  Write(String("iUpdateId", "1") + Number("tFullVersion", "2") + "<key>irandom</key><array/>");
+  EXPECT_TRUE(OSUtils::RegisterUpdateID(2));
+  EXPECT_TRUE(OSUtils::RegisterCompleteVersion(2));
+  EXPECT_TRUE(OSUtils::RegisterRandom());
+  ExpectInfo(OldInfo(), OldInfo().random, 2, "", "17.011.30138.2");
+  EXPECT_GE(OldInfo().random, 1);
+}
+
+TEST_F(Record, WholeRangeOfNumbersIsStored) {
+  for (const int number : {0, 1, -1, -2, INT_MAX, INT_MIN}) {
+    EXPECT_TRUE(OSUtils::RegisterUpdateID(number));
+    EXPECT_EQ(OnDisk(), "iUpdateId=" + std::to_string(number) + " ");
+  }
+}
+
+TEST_F(Record, TextsMayBeEmptyLongOrBeyondAscii) {
+  for (const std::string& text :
+       {std::string(), std::string(5000, 'x'), std::string("R\xc3\xa9<&>\"'")}) {
+    EXPECT_TRUE(OSUtils::RegisterWebResourcePath(text));
+    EXPECT_EQ(OnDisk(), "tWebResourceInstallPath='" + text + "' ");
+  }
+}
+
+// Computed again from the same second.
+TEST_F(Record, RandomFollowsFromTheTimeInSeconds) {
+  std::time_t before = 0;
+  do {
+    before = std::time(nullptr);
+    EXPECT_TRUE(OSUtils::RegisterRandom());
+  } while (std::time(nullptr) != before);
+  std::srand(static_cast<unsigned int>(before));
+  const int expected = std::rand() % 10000 + 1;
+  EXPECT_EQ(OnDisk(), "irandom=" + std::to_string(expected) + " ");
+  EXPECT_GE(expected, 1);
+  EXPECT_LE(expected, 10000);
+}
+
+TEST_F(Record, TwoRandomsWithinASecondAreTheSame) {
+  std::time_t before = 0;
+  int first = 0;
+  do {
+    before = std::time(nullptr);
+    OSUtils::RegisterRandom();
+    first = OldInfo().random;
+    OSUtils::RegisterRandom();
+  } while (std::time(nullptr) != before);
+  EXPECT_EQ(OldInfo().random, first);
+}
+
+TEST_F(Record, FailedFlushIsTheResult) {
+  std::filesystem::create_directory(kFile);
+  EXPECT_FALSE(OSUtils::RegisterWebResourcePath("Resource0"));
+  EXPECT_FALSE(OSUtils::RegisterUpdateID(5));
+  EXPECT_FALSE(OSUtils::RegisterCompleteVersion(5));
+  EXPECT_FALSE(OSUtils::RegisterRandom());
+  WebRegInfo info = {1, 2, "x", "y"};
+  EXPECT_FALSE(OSUtils::MakeFreshRegistry(&info));
+  EXPECT_FALSE(OSUtils::ClearRegistry());
+  EXPECT_TRUE(std::filesystem::is_directory(kFile));
+}
+
+// Reading ---------------------------------------------------------------------------------------
+
+TEST_F(Record, EmptyDomainIsAllAbsent) {
+  ExpectInfo(OldInfo(), -1, -1, "", "");
+  EXPECT_FALSE(OSUtils::isRandomPresent());
+}
+
+TEST_F(Record, AllFourValuesAreRead) {
+  Write(Number("irandom", "4711") + Number("iUpdateId", "5") +
+        String("tWebResourceInstallPath", "Resource0") + String("tFullVersion", "17.011.30138.5"));
+  ExpectInfo(OldInfo(), 4711, 5, "Resource0", "17.011.30138.5");
+}
+
+TEST_F(Record, EachValueIsReadAlone) {
+  Write(Number("iUpdateId", "5"));
+  ExpectInfo(OldInfo(), -1, 5, "", "");
+}
+
+TEST_F(Record, KeysAreCaseSensitive) {
+  Write(Number("IRANDOM", "1") + Number("iUpdateID", "2") + String("tfullversion", "x"));
+  ExpectInfo(OldInfo(), -1, -1, "", "");
+  EXPECT_FALSE(OSUtils::isRandomPresent());
+}
+
+TEST_F(Record, ValuesOfOtherTypesAreAbsent) {
+  Write(String("irandom", "7") + "<key>iUpdateId</key><true/>" +
+        Number("tWebResourceInstallPath", "1") + "<key>tFullVersion</key><data>eA==</data>");
+  ExpectInfo(OldInfo(), -1, -1, "", "");
+}
+
+TEST_F(Record, ContainersAreAbsent) {
+  Write(
+      "<key>irandom</key><array><integer>1</integer></array><key>iUpdateId</key><dict/>"
+      "<key>tWebResourceInstallPath</key><array/><key>tFullVersion</key><dict/>");
+  ExpectInfo(OldInfo(), -1, -1, "", "");
+}
+
+TEST_F(Record, NumbersBeyond32BitsAreAbsent) {
+  Write(Number("irandom", "2147483648") + Number("iUpdateId", "-2147483649"));
+  ExpectInfo(OldInfo(), -1, -1, "", "");
+}
+
+TEST_F(Record, RandomIsPresentWhateverItsType) {
+  for (const char* value : {"<integer>7</integer>", "<integer>-1</integer>", "<string/>", "<true/>",
+                            "<false/>", "<array/>", "<dict/>", "<real>1.5</real>", "<data/>"}) {
+    EXPECT_TRUE(InChild([value] {
+      Write(std::string("<key>irandom</key>") + value);
+      return OSUtils::isRandomPresent();
+    })) << value;
+  }
+}
+
+TEST_F(Record, RandomIsPresentAfterItsRegistration) {
+  EXPECT_FALSE(OSUtils::isRandomPresent());
+  OSUtils::RegisterRandom();
+  EXPECT_TRUE(OSUtils::isRandomPresent());
+}
+
+TEST_F(Record, TextOf127BytesIsCarried) {
+  Write(String("tWebResourceInstallPath", std::string(127, 'p')) +
+        String("tFullVersion", std::string(127, 'v')));
+  ExpectInfo(OldInfo(), -1, -1, std::string(127, 'p'), std::string(127, 'v'));
+}
+
+TEST_F(Record, TextsOf128BytesAndMoreAreNotCarried) {
+  for (const std::size_t length : {128, 129, 200, 5000}) {
+    EXPECT_TRUE(InChild([length] {
+      Write(String("tWebResourceInstallPath", std::string(length, 'p')) +
+            String("tFullVersion", std::string(length, 'v')));
+      const WebRegInfo info = OldInfo();
+      return info.installPath.empty() && info.fullVersion.empty();
+    })) << length;
+  }
+}
+
+TEST_F(Record, TextsAreMeasuredInBytesNotCharacters) {
+  std::string fits;
+  for (int character = 0; character < 63; ++character) {
+    fits += "\xc3\xa9";
+  }
+  Write(String("tWebResourceInstallPath", fits + "x") + String("tFullVersion", fits + "\xc3\xa9"));
+  ExpectInfo(OldInfo(), -1, -1, fits + "x", "");
+}
+
+// Wiping ----------------------------------------------------------------------------------------
+
+TEST_F(Record, ClearingADomainWithoutAFileIsFalseAndMakesNone) {
+  EXPECT_FALSE(OSUtils::ClearRegistry());
+  EXPECT_FALSE(Exists(kFile));
+}
+
+TEST_F(Record, ClearingADomainWithoutKeysIsFalseAndLeavesItsFile) {
+  Write("");
+  const std::string before = ReadFile(kFile);
+  EXPECT_FALSE(OSUtils::ClearRegistry());
+  EXPECT_EQ(ReadFile(kFile), before);
+}
+
+TEST_F(Record, ClearingRemovesEveryKey) {
+  Write(Number("irandom", "1") + String("other", "x") +
+        "<key>more</key><dict><key>a</key><true/></dict>");
+  EXPECT_TRUE(OSUtils::ClearRegistry());
+  EXPECT_EQ(OnDisk(), "");
+  EXPECT_FALSE(OSUtils::isRandomPresent());
+  ExpectInfo(OldInfo(), -1, -1, "", "");
+}
+
+TEST_F(Record, SecondClearingFindsNothing) {
+  Write(Number("irandom", "1"));
+  EXPECT_TRUE(OSUtils::ClearRegistry());
+  EXPECT_FALSE(OSUtils::ClearRegistry());
+}
+
+TEST_F(Record, RestoredRandomIsPresentAgain) {
+  Write(Number("irandom", "4711"));
+  WebRegInfo info = OldInfo();
+  OSUtils::ClearRegistry();
+  EXPECT_FALSE(OSUtils::isRandomPresent());
+  EXPECT_TRUE(OSUtils::MakeFreshRegistry(&info));
+  EXPECT_TRUE(OSUtils::isRandomPresent());
+}
+
+TEST_F(Record, WipeKeepsTheKnownValuesAndRemovesAllOthers) {
+  Write(Number("irandom", "4711") + Number("iUpdateId", "5") + Number("other", "1") +
+        String("tWebResourceInstallPath", "Resource0") + String("tFullVersion", "any text") +
+        "<key>more</key><array/>");
+  EXPECT_TRUE(Wipe());
+  EXPECT_EQ(OnDisk(),
+            "iUpdateId=5 irandom=4711 tFullVersion='any text' "
+            "tWebResourceInstallPath='Resource0' ");
+}
+
+TEST_F(Record, WipeOfAnEmptyDomainWritesNoValue) {
+  EXPECT_TRUE(Wipe());
+  EXPECT_EQ(OnDisk(), "");
+}
+
+TEST_F(Record, WipeKeepsNegativeNumbersButMinusOne) {
+  Write(Number("irandom", "-2") + Number("iUpdateId", "-2147483648"));
+  EXPECT_TRUE(Wipe());
+  EXPECT_EQ(OnDisk(), "iUpdateId=-2147483648 irandom=-2 ");
+}
+
+TEST_F(Record, WipeDropsMinusOneAndEmptyTexts) {
+  Write(Number("irandom", "-1") + Number("iUpdateId", "-1") + String("tFullVersion", "") +
+        String("tWebResourceInstallPath", ""));
+  EXPECT_TRUE(Wipe());
+  EXPECT_EQ(OnDisk(), "");
+}
+
+TEST_F(Record, WipeDropsAnInstallPathOf200Bytes) {
+  Write(String("tWebResourceInstallPath", std::string(200, 'p')) + Number("iUpdateId", "5"));
+  EXPECT_TRUE(Wipe());
+  EXPECT_EQ(OnDisk(), "iUpdateId=5 ");
+}
+
+TEST_F(Record, WipeDropsValuesOfOtherTypes) {
+  Write(String("irandom", "7") + Number("tFullVersion", "1"));
+  EXPECT_TRUE(Wipe());
+  EXPECT_EQ(OnDisk(), "");
+}
+
+}  // namespace
