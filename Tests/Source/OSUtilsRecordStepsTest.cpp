@@ -198,6 +198,24 @@ TEST_F(RecordSteps, ReadingChangesNothing) {
   EXPECT_EQ(store.steps, "");
 }
 
+TEST_F(RecordSteps, ReadingAnEmptyDomainReplacesWhatTheInfoHeld) {
+  WebRegInfo info = {1, 2, "x", "y"};
+  OSUtils::OldInfo(&info);
+  EXPECT_EQ(info.random, -1);
+  EXPECT_EQ(info.updateId, -1);
+  EXPECT_EQ(info.installPath, "");
+  EXPECT_EQ(info.fullVersion, "");
+}
+
+TEST_F(RecordSteps, ReadingCarriesTextsOfUpTo127Bytes) {
+  WebRegInfo info;
+  store.values = {{"tWebResourceInstallPath", std::string(127, 'x')},
+                  {"tFullVersion", std::string(128, 'x')}};
+  OSUtils::OldInfo(&info);
+  EXPECT_EQ(info.installPath, std::string(127, 'x'));
+  EXPECT_EQ(info.fullVersion, "");
+}
+
 TEST_F(RecordSteps, VersionIsTheReleaseAndTheNumber) {
   EXPECT_EQ(Version(0), "17.011.30138.0");
   EXPECT_EQ(Version(5), "17.011.30138.5");
