@@ -1,0 +1,348 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <random>
+#include <string>
+#include <type_traits>
+
+#include "AllocationProbe.h"
+#include "QDOJSONParser.h"
+#include "Rendering.h"
+
+namespace {
+
+/// What the text becomes, with every string kept as it stands.
+std::string Plain(const std::string& text) {
+  return Text(QDOJSONParser::fromJSON(text, false));
+}
+
+/// What the text becomes, with "^" marking proxy identifiers.
+std::string Proxied(const std::string& text) {
+  return Text(QDOJSONParser::fromJSON(text, true));
+}
+
+void Parse(QDOJSONParserImpl& parser, const std::string& text) {
+  parser.parse(reinterpret_cast<const unsigned char*>(text.c_str()),
+               static_cast<unsigned int>(text.size()));
+}
+
+std::string Text(const nlohmann::json& node) {
+  switch (node.type()) {
+    case nlohmann::json::value_t::object:
+      return Bracketed(node.items(), '{', '}', [](const auto& member) {
+        return Quoted(member.key()) + ":" + Text(member.value());
+      });
+    case nlohmann::json::value_t::array:
+      return Bracketed(node, '[', ']', [](const nlohmann::json& e) { return Text(e); });
+    case nlohmann::json::value_t::string:
+      return Quoted(node.get<std::string>());
+    case nlohmann::json::value_t::number_float:
+      return DoubleText(node.get<double>());
+    default:
+      return node.dump();  // integers, true, false, null
+  }
+}
+
+/// Makes documents of the subset on which every JSON reader agrees: unique keys that are not empty,
+/// fractions that are exact in binary, no exponent on an integer, no surrogates, no code point 0.
+class DocumentMaker {
+ public:
+  explicit DocumentMaker(unsigned int seed) : random_(seed) {}
+
+  std::string value(int depth) {
+    switch (pick(depth > 0 ? 8 : 6)) {
+      case 0:
+        return "null";
+      case 1:
+        return pick(2) == 0 ? "true" : "false";
+      case 2:
+        return integer();
+      case 3:
+        return integer() + fraction();
+      default:
+        return string();
+      case 6:
+        return list('[', ']', [&](unsigned int) { return value(depth - 1); });
+      case 7:
+        return list('{', '}', [&](unsigned int index) {
+          return key(index) + space() + ":" + space() + value(depth - 1);
+        });
+    }
+  }
+
+ private:
+  unsigned int pick(unsigned int count) { return static_cast<unsigned int>(random_() % count); }
+
+  std::string space() {
+    constexpr const char* kSpaces[] = {"", "", "", " ", "\n", "\t\r ", "    "};
+    return kSpaces[pick(7)];
+  }
+
+  std::string integer() {
+    const auto magnitude = std::to_string(random_() >> pick(32));
+    return (pick(2) == 0 ? "-" : "") + magnitude;
+  }
+
+  std::string fraction() {
+    constexpr const char* kFractions[] = {".0", ".5", ".25", ".375", ".0625", ".5e3", ".125E+2"};
+    return kFractions[pick(7)];
+  }
+
+  std::string characters() {
+    constexpr const char* kPieces[] = {"a",       "Z9",      "\\n",     "\\\"",         "\\\\",
+                                       "\\/",     "\\u00e9", "\\uFFFD", "\xE2\x82\xAC", "\x7F",
+                                       "\\u0001", "^",       " , ] ",   "\xC3\xA9",     "\\t"};
+    std::string result;
+    for (unsigned int count = pick(6); count > 0; --count) {
+      result += kPieces[pick(15)];
+    }
+    return result;
+  }
+
+  std::string string() { return '"' + characters() + '"'; }
+
+  std::string key(unsigned int index) { return '"' + characters() + std::to_string(index) + '"'; }
+
+  template <typename Item>
+  std::string list(char open, char close, Item item) {
+    std::string result = open + space();
+    const unsigned int count = pick(5);
+    for (unsigned int index = 0; index < count; ++index) {
+      result += (index > 0 ? "," : "") + space() + item(index) + space();
+    }
+    return result + close;
+  }
+
+  std::mt19937 random_;
+};
+
+}  // namespace
+
+static_assert(!std::is_default_constructible_v<QDOJSONParser>);
+
+TEST(QDOJSONParserTest, EachKindOfNodeHasItsKindOfValue) {
+  EXPECT_EQ(Plain(R"("text")"), R"("text")");
+  EXPECT_EQ(Plain("0.5"), "0.5d");
+  EXPECT_EQ(Plain("-7"), "-7");
+  EXPECT_EQ(Plain("{}"), "{}");
+  EXPECT_EQ(Plain("[]"), "[]");
+  EXPECT_EQ(Plain("true"), "true");
+  EXPECT_EQ(Plain("false"), "false");
+  EXPECT_EQ(Plain("null"), "null");
+}
+
+TEST(QDOJSONParserTest, UnknownNodeTypeGivesUndefined) {
+  const auto node = std::make_shared<QDOJSONValue>();
+  for (const std::uint32_t type : {7u, 8u, 4294967295u}) {
+    node->type = static_cast<QDOJSONValue::Type>(type);
+    EXPECT_EQ(Text(getJSONValueinQDOObject(node, true)), "undefined") << type;
+  }
+}
+
+TEST(QDOJSONParserTest, AnyBooleanPayloadButZeroIsTrue) {
+  const auto node = std::make_shared<QDOJSONValue>();
+  node->becomeBoolean(true);
+  node->booleanValue = 256;
+  EXPECT_EQ(Text(getJSONValueinQDOObject(node, false)), "true");
+}
+
+TEST(QDOJSONParserTest, TextWithoutAValueGivesUndefined) {
+  EXPECT_EQ(Plain(""), "undefined");
+  EXPECT_EQ(Plain("x"), "undefined");
+  EXPECT_EQ(Plain(" \t\n"), "undefined");
+  EXPECT_EQ(Plain("}"), "undefined");
+}
+
+TEST(QDOJSONParserTest, MetadataBecomesAMap) {
+  EXPECT_EQ(Proxied(R"({"clear":1,"updateid":"7"})"), R"({"clear":1,"updateid":"7"})");
+  EXPECT_EQ(Proxied(R"({"clear":true,"updateid":7,"regenerate":false})"),
+            R"({"clear":true,"regenerate":false,"updateid":7})");
+}
+
+TEST(QDOJSONParserTest, IntegersAlwaysBecomeInt64) {
+  EXPECT_EQ(QDOJSONParser::fromJSON("1", false).getType(), QDOObject::Int64);
+  EXPECT_EQ(Plain("1e2"), "100");
+  EXPECT_EQ(Plain("9223372036854775808"), "-9223372036854775808");
+}
+
+TEST(QDOJSONParserTest, FractionsAndNegativeExponentsBecomeDoubles) {
+  EXPECT_EQ(Plain("2e-1"), "0.2d");
+  EXPECT_EQ(Plain("1.0"), "1d");
+}
+
+TEST(QDOJSONParserTest, UnsetNodesBecomeUndefined) {
+  EXPECT_EQ(Plain("[1,]"), "[1,undefined]");
+  EXPECT_EQ(Plain("[,]"), "[undefined,undefined]");
+  EXPECT_EQ(Plain(R"({"a":})"), R"({"a":undefined})");
+}
+
+TEST(QDOJSONParserTest, SyntaxErrorsAreNotReportedAndPartialTreesAreConverted) {
+  EXPECT_EQ(Plain("[1,2"), "[1,2]");
+  EXPECT_EQ(Plain("tru"), "true");
+  EXPECT_EQ(Plain("fals"), "false");
+  EXPECT_EQ(Plain("nul"), "null");
+  EXPECT_EQ(Plain(".5"), "0");
+  EXPECT_EQ(Plain("1."), "0d");
+  EXPECT_EQ(Plain("01"), "0");
+  EXPECT_EQ(Plain(R"("ab\ncd)"), R"("ab\x0A")");
+  EXPECT_EQ(Plain(R"({"a":1,"b")"), R"({"a":1})");
+  EXPECT_EQ(Plain(R"({"a":1,})"), R"({"a":1})");
+}
+
+TEST(QDOJSONParserTest, MembersAreFilledInKeyOrderAndTheFirstOfEqualKeysCounts) {
+  EXPECT_EQ(Plain(R"({"b":1,"a":2,"a":3})"), R"({"a":2,"b":1})");
+}
+
+TEST(QDOJSONParserTest, ZeroByteInsideTheTextDoesNotEndIt) {
+  EXPECT_EQ(Plain(std::string("[1,\0]", 5)), "[1,undefined]");
+  EXPECT_EQ(Plain(std::string("\"a\\n\0\"", 6)), R"("a\x0A")");
+}
+
+// The proxy convention.
+
+TEST(QDOJSONParserTest, StringEndingInOneCaretIsAProxyIdentifier) {
+  EXPECT_EQ(Proxied(R"("12^")"), "#12");
+  EXPECT_EQ(Proxied(R"("0^")"), "#0");
+  EXPECT_EQ(Proxied(R"("4294967295^")"), "#4294967295");
+}
+
+TEST(QDOJSONParserTest, ProxyIdentifierIsReadFromTheLeadingDigits) {
+  EXPECT_EQ(Proxied(R"("ab^")"), "#0");
+  EXPECT_EQ(Proxied(R"("12ab^")"), "#12");
+  EXPECT_EQ(Proxied(R"("-1^")"), "#0");
+  EXPECT_EQ(Proxied(R"("1^2^")"), "#1");
+}
+
+TEST(QDOJSONParserTest, ProxyIdentifierThatDoesNotFit32BitsIsZero) {
+  EXPECT_EQ(Proxied(R"("4294967296^")"), "#0");
+  EXPECT_EQ(Proxied(R"("18446744073709551615^")"), "#0");  // wraps to -1
+  EXPECT_EQ(Proxied(R"("18446744073709551621^")"), "#5");  // wraps to 5
+}
+
+TEST(QDOJSONParserTest, StringEndingInTwoCaretsLosesOne) {
+  EXPECT_EQ(Proxied(R"("a^^")"), R"("a^")");
+  EXPECT_EQ(Proxied(R"("^^")"), R"("^")");
+  EXPECT_EQ(Proxied(R"("12^^")"), R"("12^")");
+  EXPECT_EQ(Proxied(R"("^^^")"), R"("^^")");
+}
+
+TEST(QDOJSONParserTest, OtherStringsStayAsTheyAre) {
+  EXPECT_EQ(Proxied(R"("^")"), R"("^")");
+  EXPECT_EQ(Proxied(R"("")"), R"("")");
+  EXPECT_EQ(Proxied(R"("1^2")"), R"("1^2")");
+  EXPECT_EQ(Proxied(R"("7")"), R"("7")");
+}
+
+TEST(QDOJSONParserTest, EscapedCaretCountsLikeARawOne) {
+  EXPECT_EQ(Proxied(R"("12\u005e")"), "#12");
+}
+
+TEST(QDOJSONParserTest, CutStringFollowsTheConventionToo) {
+  EXPECT_EQ(Proxied(R"("12^\q)"), "#12");
+}
+
+TEST(QDOJSONParserTest, WithoutTheConventionEveryStringStaysAsItIs) {
+  EXPECT_EQ(Plain(R"("12^")"), R"("12^")");
+  EXPECT_EQ(Plain(R"("a^^")"), R"("a^^")");
+}
+
+TEST(QDOJSONParserTest, ConventionHoldsAtEveryLevelButNotForKeys) {
+  const std::string text = R"({"1^":["2^",{"k":"3^"}]})";
+  EXPECT_EQ(Proxied(text), R"({"1^":[#2,{"k":#3}]})");
+  EXPECT_EQ(Plain(text), text);
+}
+
+// The implementation object.
+
+TEST(QDOJSONParserTest, NothingParsedGivesUndefined) {
+  QDOJSONParserImpl parser;
+  EXPECT_EQ(Text(parser.getQDOObject(true)), "undefined");
+  parser.reset();
+  EXPECT_EQ(Text(parser.getQDOObject(true)), "undefined");
+}
+
+TEST(QDOJSONParserTest, ParseReplacesTheEarlierTree) {
+  QDOJSONParserImpl parser;
+  Parse(parser, "[1]");
+  Parse(parser, "[2]");
+  EXPECT_EQ(Text(parser.getQDOObject(false)), "[2]");
+}
+
+TEST(QDOJSONParserTest, ResetAndDestructionFreeTheTree) {
+  const long before = AllocationProbe::live();
+  {
+    QDOJSONParserImpl parser;
+    Parse(parser, R"([{"k":"a string of more than a few bytes"}])");
+    EXPECT_GT(AllocationProbe::live(), before);
+    parser.reset();
+    EXPECT_EQ(AllocationProbe::live(), before);
+    EXPECT_EQ(Text(parser.getQDOObject(false)), "undefined");
+    Parse(parser, R"([{"k":[]}])");
+  }
+  EXPECT_EQ(AllocationProbe::live(), before);
+}
+
+TEST(QDOJSONParserTest, ValueSharesNothingWithTheTree) {
+  QDOJSONParserImpl parser;
+  Parse(parser, R"({"k":["v"]})");
+  QDOObject first = parser.getQDOObject(false);
+  QDOObject second = parser.getQDOObject(false);
+  first["k"].getVector().clear();
+  EXPECT_EQ(Text(first), R"({"k":[]})");
+  EXPECT_EQ(Text(second), R"({"k":["v"]})");
+  parser.reset();
+  EXPECT_EQ(Text(second), R"({"k":["v"]})");
+}
+
+TEST(QDOJSONParserTest, ConversionTakesTheCaretOutOfTheTree) {
+  QDOJSONParserImpl parser;
+  Parse(parser, R"("12^")");
+  EXPECT_EQ(Text(parser.getQDOObject(true)), "#12");
+  EXPECT_EQ(Text(parser.getQDOObject(true)), R"("12")");
+}
+
+TEST(QDOJSONParserTest, CallsAreIndependent) {
+  const std::string text = R"({"a":[1,2.5,"x^",null,{"b":false}],"c":"9^"})";
+  EXPECT_EQ(Proxied(text), Proxied(text));
+  EXPECT_EQ(Plain(text), Plain(text));
+  EXPECT_NE(Plain(text), Proxied(text));
+}
+
+TEST(QDOJSONParserTest, EveryFailedAllocationIsReportedAndLeaksNothing) {
+  const std::string text = R"({"a key beyond the small ones":[1,"12^","text"],"m":{"n":[{}]}})";
+  const long before = AllocationProbe::live();
+  bool sawCode1 = false;
+  bool sawBadAlloc = false;
+  Outcome outcome = Outcome::BadAlloc;
+  for (long nth = 1; outcome != Outcome::Done; ++nth) {
+    const long already = AllocationProbe::made();
+    outcome = AttemptFailingNth(nth, [&] { QDOJSONParser::fromJSON(text, true); });
+    sawCode1 = sawCode1 || outcome == Outcome::NotEnoughMemory;
+    sawBadAlloc = sawBadAlloc || outcome == Outcome::BadAlloc;
+    EXPECT_EQ(AllocationProbe::live(), before) << nth;
+    if (outcome == Outcome::Done) {
+      EXPECT_LT(AllocationProbe::made() - already, nth) << "a failure was swallowed";
+    }
+  }
+  EXPECT_TRUE(sawCode1);     // while a string or a container was made
+  EXPECT_TRUE(sawBadAlloc);  // elsewhere
+}
+
+TEST(QDOJSONParserTest, PlainDocumentsReadAsAnotherReaderReadsThem) {
+  DocumentMaker maker(20171130);
+  for (int i = 0; i < 3000; ++i) {
+    const std::string text = maker.value(4);
+    ASSERT_EQ(Plain(text), Text(nlohmann::json::parse(text))) << text;
+    ASSERT_EQ(Plain(text), Plain(text)) << text;
+  }
+}
+
+TEST(QDOJSONParserTest, DamagedDocumentsAreReadTheSameEveryTime) {
+  DocumentMaker maker(30138);
+  std::mt19937 random(17);
+  for (int i = 0; i < 3000; ++i) {
+    std::string text = maker.value(3);
+    text[random() % text.size()] = static_cast<char>(random());
+    ASSERT_EQ(Proxied(text), Proxied(text)) << text;
+  }
+}
