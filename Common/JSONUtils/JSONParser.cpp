@@ -189,7 +189,9 @@ bool QDOJSONParserImplHelper::parseMember(QDOJSONObject* object) {
   if (!parseValue(*node)) {
     return false;
   }
-  object->emplace(std::move(key), std::move(node));  // the first of equal keys wins
+  // The first of equal keys wins. Not emplace(), which looks keys up in another way: under the
+  // order of the empty key a library may then drop and leak the member of a new key.
+  object->insert(QDOJSONObject::value_type(std::move(key), std::move(node)));
   return true;
 }
 

@@ -585,6 +585,16 @@ TEST(JSONParserTest, OfTheEmptyKeyAndAnotherTheLaterStandsFirst) {
   EXPECT_EQ(Scan(R"({"":1,"a":2})"), R"(ok {"a":2,"":1})");
 }
 
+TEST(JSONParserTest, NoMemberOfANewKeyIsLostBesideTheEmptyKey) {
+  EXPECT_EQ(Scan(R"({"a":1,"":2,"b":3,"A":4,"B":5})"), R"(ok {"A":4,"B":5,"":2,"a":1,"b":3})");
+  EXPECT_EQ(Scan(R"({"":1,"b":2,"a":3,"c":4})"), R"(ok {"a":3,"b":2,"c":4,"":1})");
+}
+
+TEST(JSONParserTest, EmptyKeyBesideOthersMayBeHeldTwice) {
+  EXPECT_EQ(Scan(R"({"a":1,"":2,"b":3,"A":4,"B":5,"":6})"),
+            R"(ok {"":6,"A":4,"B":5,"":2,"a":1,"b":3})");
+}
+
 TEST(JSONParserTest, MissingValueIsAnUnsetMember) {
   EXPECT_EQ(Scan(R"({"a":})"), R"(ok {"a":unset})");
   EXPECT_EQ(Scan(R"({"a":,"b":1})"), R"(ok {"a":unset,"b":1})");

@@ -193,6 +193,10 @@ TEST(QDOJSONParserTest, MembersAreFilledInKeyOrderAndTheFirstOfEqualKeysCounts) 
   EXPECT_EQ(Plain(R"({"b":1,"a":2,"a":3})"), R"({"a":2,"b":1})");
 }
 
+TEST(QDOJSONParserTest, OfAKeyHeldTwiceTheLastInTreeOrderCounts) {
+  EXPECT_EQ(Plain(R"({"a":1,"":2,"b":3,"A":4,"B":5,"":6})"), R"({"":2,"A":4,"B":5,"a":1,"b":3})");
+}
+
 TEST(QDOJSONParserTest, ZeroByteInsideTheTextDoesNotEndIt) {
   EXPECT_EQ(Plain(std::string("[1,\0]", 5)), "[1,undefined]");
   EXPECT_EQ(Plain(std::string("\"a\\n\0\"", 6)), R"("a\x0A")");
