@@ -64,11 +64,11 @@ double Scale(long long exponent) {
   return std::pow(10.0, static_cast<std::int32_t>(static_cast<std::uint32_t>(exponent)));
 }
 
-/// `scale` truncated to 32 bits; every value out of range gives the smallest integer, on purpose.
+/// A power of ten truncated to 32 bits; every one out of range gives the smallest integer, on
+/// purpose.
 std::int32_t IntegerScale(double scale) {
   constexpr auto kSmallest = std::numeric_limits<std::int32_t>::min();
-  const bool fits = scale > kSmallest && scale < -static_cast<double>(kSmallest);
-  return fits ? static_cast<std::int32_t>(scale) : kSmallest;
+  return scale < -static_cast<double>(kSmallest) ? static_cast<std::int32_t>(scale) : kSmallest;
 }
 
 }  // namespace
