@@ -114,7 +114,7 @@ TEST(JSONParserTest, NothingAfterTheRootIsExamined) {
 }
 
 TEST(JSONParserTest, NodeIsCreatedUnsetWithAZeroPayload) {
-  const QDOJSONValue node;
+  const QDOJSONValue node{};
   EXPECT_EQ(node.type, QDOJSONValue::Unset);
   EXPECT_EQ(node.integerValue, 0);
   EXPECT_EQ(node.type, 7u);
