@@ -1,0 +1,185 @@
+"""A machine to install on: a private root with the installed bundle in it, thrown away afterwards."""
+
+import atexit
+import functools
+import os
+import pathlib
+import plistlib
+import resource
+import shutil
+import signal
+import subprocess
+import tempfile
+import unittest
+import zipfile
+
+BUNDLE = pathlib.Path(os.environ["BUNDLE"])
+PRIVATE_ROOT = os.environ["PRIVATE_ROOT"]
+SCRATCH = os.environ["SCRATCH"]
+SANITIZED = os.environ["SANITIZED"] == "1"
+
+APPLICATION = "/Applications/WebResourceInstaller.app"
+EXECUTABLE = "Contents/MacOS/WebResourceInstaller"
+INSTALL_ROOT = "/Library/Application Support/Veltrane/Orlisk/2017/WebResources"
+RECORD = "/Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist"
+
+METADATA = '{"clear":false,"updateid":1,"regenerate":false}'
+CONTENT = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}"}
+
+DIRECTORY = "a directory"  # what tree() shows for one
+
+resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+
+
+def metadata(clear=False, updateid=1, regenerate=False):
+    """The metadata word with these members; a text stands for itself, None leaves a member out."""
+    members = {"clear": clear, "updateid": updateid, "regenerate": regenerate}
+    words = {True: "true", False: "false"}
+    return "{%s}" % ",".join(
+        '"%s":%s' % (key, words[value] if isinstance(value, bool) else value)
+        for key, value in members.items() if value is not None)
+
+
+def tree(directory):
+    """Everything below a directory, by relative path: bytes, DIRECTORY, or ("link", target)."""
+    top = os.fsencode(directory)
+    found = {}
+    for parent, directories, files in os.walk(top):
+        for name in directories + files:
+            path = os.path.join(parent, name)
+            found[os.path.relpath(path, top)] = what_is(path)
+    return found
+
+
+def what_is(path):
+    if os.path.islink(path):
+        return ("link", os.readlink(path))
+    if os.path.isdir(path):
+        return DIRECTORY
+    with open(path, "rb") as stream:
+        return stream.read()
+
+
+def as_tree(content):
+    """What tree() shows for content as given to Machine.pack()."""
+    return {name.rstrip("/").encode(): DIRECTORY if data is None else data
+            for name, data in content.items()}
+
+
+def write_tree(directory, content):
+    """Writes content as given to Machine.pack() under a directory."""
+    for name, data in content.items():
+        path = directory / name
+        if data is None:
+            path.mkdir(parents=True, exist_ok=True)
+        else:
+            path.parent.mkdir(parents=True, exist_ok=True)
+            path.write_bytes(data)
+
+
+class Machine:
+    """Paths beginning with "/" are the machine's own; path() gives them as seen from outside."""
+
+    def __init__(self, root):
+        self.root = root
+        shutil.copytree(template(), root, copy_function=os.link)
+        self.resources = self.path(APPLICATION) / "Contents/Resources"
+        self.install_root = self.path(INSTALL_ROOT)
+        self.record_file = self.path(RECORD)
+        self.write_metadata(METADATA)
+
+    def path(self, path):
+        return self.root / path.lstrip("/")
+
+    @property
+    def package(self):
+        return self.resources / "OrloWebResources.zip"
+
+    def write_metadata(self, text):
+        data = text if isinstance(text, bytes) else text.encode()
+        (self.resources / "metadata.txt").write_bytes(data)
+
+    def pack(self, content, compression=zipfile.ZIP_DEFLATED):
+        """Makes the package: names to bytes, a name that ends in "/" to None."""
+        with zipfile.ZipFile(self.package, "w", compression) as archive:
+            for name, data in content.items():
+                archive.writestr(name, data or b"")
+
+    def record(self):
+        with open(self.record_file, "rb") as stream:
+            return plistlib.load(stream)
+
+    def write_record(self, values, form=plistlib.FMT_XML):
+        self.record_file.parent.mkdir(parents=True, exist_ok=True)
+        self.record_file.write_bytes(plistlib.dumps(values, fmt=form))
+
+    def add_programs(self, *programs):
+        subprocess.run([PRIVATE_ROOT, "add", self.root, *programs], check=True)
+
+    def run(self, *command, umask=0o022, proc=SANITIZED):
+        """Runs the installer, or a command that runs it, and returns the completed process."""
+        options = ["--proc"] if proc else []
+        return subprocess.run(
+            [PRIVATE_ROOT, "run", *options, self.root,
+             *(command or [f"{APPLICATION}/{EXECUTABLE}"])],
+            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+            env={"PATH": os.environ["PATH"], "ASAN_OPTIONS": "detect_leaks=1"},
+            umask=umask, check=False)
+
+
+@functools.lru_cache(maxsize=None)
+def template():
+    """A machine to copy, with the installer's shared libraries, kept as long as the process."""
+    directory = tempfile.TemporaryDirectory(dir=SCRATCH)
+    atexit.register(directory.cleanup)
+    root = pathlib.Path(directory.name)
+    shutil.copytree(BUNDLE, root / APPLICATION.lstrip("/"))
+    subprocess.run([PRIVATE_ROOT, "add", root, BUNDLE / EXECUTABLE], check=True)
+    return root
+
+
+class InstallerTestCase(unittest.TestCase):
+    """A test with a fresh machine, whose package holds CONTENT and whose metadata is METADATA."""
+
+    maxDiff = 2000
+
+    def setUp(self):
+        self.machine = self.new_machine()
+
+    def new_machine(self):
+        directory = tempfile.TemporaryDirectory(dir=SCRATCH)
+        self.addCleanup(directory.cleanup)
+        machine = Machine(pathlib.Path(directory.name, "machine"))
+        machine.pack(CONTENT)
+        return machine
+
+    def run_installer(self, *command, status=0, machine=None, **options):
+        """Every run is silent, whatever happens in it."""
+        result = (machine or self.machine).run(*command, **options)
+        self.assertEqual((result.returncode, result.stdout), (status, b""))
+
+    def run_until_abort(self, *command, **options):
+        self.run_installer(*command, status=-signal.SIGABRT, **options)
+
+    def assert_installed(self, content, machine=None):
+        """The content is in Resource0 and nothing else is under the install root."""
+        expected = {b"Resource0": DIRECTORY}
+        expected.update({b"Resource0/" + name: data for name, data in content.items()})
+        self.assertEqual(tree((machine or self.machine).install_root), expected)
+
+    def assert_record(self, update, directory="Resource0", random=None, machine=None):
+        """The record holds these values and no other key; without `random`, a drawn one."""
+        record = (machine or self.machine).record()
+        drawn = record.get("irandom")
+        self.assertEqual(record, {
+            "tWebResourceInstallPath": directory,
+            "iUpdateId": update,
+            "tFullVersion": f"17.011.30138.{update}",
+            "irandom": drawn if random is None else random,
+        })
+        if random is None:
+            self.assert_drawn(drawn)
+
+    def assert_drawn(self, random):
+        self.assertIs(type(random), int)
+        self.assertIn(random, range(1, 10001))

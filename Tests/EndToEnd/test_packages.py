@@ -1,0 +1,253 @@
+"""Whole packages: those that are missing or damaged, and those that other tools made."""
+
+import os
+import pathlib
+import struct
+import subprocess
+import unittest
+import zipfile
+import zlib
+
+from expected import extracted
+from machine import CONTENT, DIRECTORY, InstallerTestCase, as_tree, tree, write_tree
+
+WEB_PACKAGE = pathlib.Path("/usr/share/javascript")
+WEB_DIRECTORIES = ("dojo", "dijit", "dojox")
+
+
+class Missing(InstallerTestCase):
+    """Whatever is wrong with the package as a whole, the run installs what it finds in it: nothing.
+    The old resources are gone all the same."""
+
+    def assert_empty_installation(self):
+        write_tree(self.machine.install_root / "Resource0", {"old": b""})
+        self.run_installer()
+        self.assert_installed({})
+        self.assert_record(update=1)
+
+    def test_no_package(self):
+        self.machine.package.unlink()
+        self.assert_empty_installation()
+
+    def test_no_package_on_a_fresh_machine(self):
+        self.machine.package.unlink()
+        self.run_installer()
+        self.assert_installed({})
+        self.assert_record(update=1)
+
+    def test_directory_in_place_of_the_package(self):
+        self.machine.package.unlink()
+        self.machine.package.mkdir()
+        self.assert_empty_installation()
+
+    def test_empty_file(self):
+        self.machine.package.write_bytes(b"")
+        self.assert_empty_installation()
+
+    def test_not_a_zip(self):
+        for data in (b"PK", b"PK\3\4" + bytes(100), b"<html>" * 1000, os.urandom(100_000)):
+            with self.subTest(data[:6]):
+                self.machine = self.new_machine()
+                self.machine.package.write_bytes(data)
+                self.assert_empty_installation()
+
+    def test_archive_without_entries(self):
+        self.machine.pack({})
+        self.assert_empty_installation()
+
+    def test_archive_cut_before_its_directory(self):
+        self.machine.pack({str(number): os.urandom(500) for number in range(100)})
+        whole = self.machine.package.read_bytes()
+        for size in (1, 100, len(whole) // 2, whole.index(b"PK\1\2"), len(whole) - 22):
+            with self.subTest(size):
+                self.machine = self.new_machine()
+                self.machine.package.write_bytes(whole[:size])
+                self.assert_empty_installation()
+
+
+class Damaged(InstallerTestCase):
+    def damage(self, content, *changes, compression=zipfile.ZIP_STORED):
+        """Packs the content and then replaces bytes, each found from its end or its start."""
+        self.machine.pack(content, compression)
+        data = self.machine.package.read_bytes()
+        for old, new in changes:
+            self.assertEqual(len(old), len(new))
+            self.assertEqual(data.count(old), 1)
+            data = data.replace(old, new)
+        self.machine.package.write_bytes(data)
+
+    def assert_extracted(self, content):
+        self.run_installer()
+        self.assert_installed(as_tree(content))
+        self.assert_record(update=1)
+
+    def local_header(self, name, data):
+        """The local header of a stored entry up to its name, and the same with no signature."""
+        with zipfile.ZipFile(self.machine.package) as archive:
+            start = archive.getinfo(name).header_offset
+        header = data[start:start + 30 + len(name)]
+        return header, b"XX" + header[2:]
+
+    def test_file_with_a_wrong_checksum_is_kept_as_written(self):
+        self.damage({"a": b"first", "b": b"as packed", "c": b"third"}, (b"as packed", b"as broken"))
+        self.assert_extracted({"a": b"first", "b": b"as broken", "c": b"third"})
+
+    def test_entry_with_a_corrupt_local_header_is_skipped(self):
+        content = {"a": b"first", "b": b"second", "c": b"third"}
+        self.machine.pack(content, zipfile.ZIP_STORED)
+        self.damage(content, self.local_header("b", self.machine.package.read_bytes()))
+        self.assert_extracted({"a": b"first", "c": b"third"})
+
+    def test_corrupt_directory_record_ends_the_extraction(self):
+        content = {"a": b"first", "b": b"second", "c": b"third"}
+        self.machine.pack(content, zipfile.ZIP_STORED)
+        data = self.machine.package.read_bytes()
+        start = data.index(b"PK\1\2", data.index(b"PK\1\2") + 1)
+        self.machine.package.write_bytes(data[:start] + b"XXXX" + data[start + 4:])
+        self.assert_extracted({"a": b"first"})
+
+    def test_deflated_data_that_breaks_off_keeps_the_whole_copies_before(self):
+        # 20,000 good bytes, then a block of a type that does not exist: two reads of 8,192 bytes
+        # succeed, the third meets the fault.
+        text = os.urandom(20_000)
+        deflate = zlib.compressobj(wbits=-15)
+        broken = deflate.compress(text) + deflate.flush(zlib.Z_FULL_FLUSH) + b"\7" * 16
+        self.machine.pack({"a": b"first", "b": bytes(len(broken)), "c": b"third"},
+                          zipfile.ZIP_STORED)
+        with zipfile.ZipFile(self.machine.package) as archive:
+            info = archive.getinfo("b")
+        data = bytearray(self.machine.package.read_bytes())
+        central = data.index(b"PK\1\2", data.index(b"PK\1\2") + 1)
+        for method, size in ((info.header_offset + 8, info.header_offset + 22),
+                             (central + 10, central + 24)):
+            struct.pack_into("<H", data, method, zipfile.ZIP_DEFLATED)
+            struct.pack_into("<L", data, size, 30_000)
+        start = info.header_offset + 30 + len("b")
+        data[start:start + len(broken)] = broken
+        self.machine.package.write_bytes(data)
+        self.assert_extracted({"a": b"first", "b": text[:16384], "c": b"third"})
+
+    def test_stored_data_beyond_the_end_of_the_archive(self):
+        self.machine.pack({"a": b"first", "b": b"second"}, zipfile.ZIP_STORED)
+        data = bytearray(self.machine.package.read_bytes())
+        with zipfile.ZipFile(self.machine.package) as archive:
+            offset = archive.getinfo("b").header_offset
+        central = data.index(b"PK\1\2", data.index(b"PK\1\2") + 1)
+        for sizes in (offset + 18, central + 20):
+            struct.pack_into("<LL", data, sizes, 1 << 30, 1 << 30)
+        self.machine.package.write_bytes(data)
+        self.run_installer()
+        self.assert_record(update=1)
+        found = tree(self.machine.install_root / "Resource0")
+        self.assertEqual(found[b"a"], b"first")
+        self.assertTrue((b"second" + bytes(data[offset + 37:])).startswith(found[b"b"]))
+
+    def test_archive_behind_other_data_is_found(self):
+        self.machine.pack(CONTENT)
+        data = self.machine.package.read_bytes()
+        self.machine.package.write_bytes(b"#!/bin/sh\nexit\n" * 100 + data)
+        self.assert_extracted(CONTENT)
+
+    def test_archive_with_a_comment_is_found(self):
+        self.machine.pack(CONTENT)
+        with zipfile.ZipFile(self.machine.package, "a") as archive:
+            archive.comment = b"comment " * 8000
+        self.assert_extracted(CONTENT)
+
+    def test_no_damage_of_one_byte_makes_a_run_fail_or_speak(self):
+        content = {"d/": None, "d/f": b"text " * 40, "g": b"end"}
+        self.machine.pack(content)
+        whole = self.machine.package.read_bytes()
+        for position in range(0, len(whole), 7):
+            with self.subTest(position):
+                damaged = bytearray(whole)
+                damaged[position] ^= 0xFF
+                self.machine.package.write_bytes(damaged)
+                self.run_installer()
+                self.assertEqual(os.listdir(self.machine.install_root), ["Resource0"])
+
+
+class Many(InstallerTestCase):
+    def test_more_entries_than_the_classic_format_can_count(self):
+        with zipfile.ZipFile(self.machine.package, "w") as archive:
+            for _ in range(66_000):
+                archive.writestr(zipfile.ZipInfo("d/"), b"")
+            archive.writestr("d/last", b"1")
+        self.run_installer()
+        self.assert_installed({b"d": DIRECTORY, b"d/last": b"1"})
+
+    def test_entry_with_64_bit_sizes(self):
+        with zipfile.ZipFile(self.machine.package, "w") as archive:
+            with archive.open("f", "w", force_zip64=True) as stream:
+                stream.write(b"data")
+        self.run_installer()
+        self.assert_installed({b"f": b"data"})
+
+
+class Tools(InstallerTestCase):
+    """One tree, packed by different makers, byte for byte."""
+
+    TREE = {"index.html": b"<p>", "empty": b"", "no files/": None, "css/a.css": b"p{}" * 9999,
+            "css/deep/er/b.css": bytes(range(256)) * 300, "img/ä ö.png": os.urandom(70_000),
+            "Z": b"z", ".hidden": b"."}
+
+    def setUp(self):
+        super().setUp()
+        self.source = self.machine.path("/source")
+        write_tree(self.source, self.TREE)
+        self.machine.package.unlink()
+
+    def assert_installed_from(self, *command):
+        subprocess.run(command, cwd=self.source, check=True, stdout=subprocess.DEVNULL)
+        self.run_installer()
+        self.assert_installed(tree(self.source))
+        self.assertEqual(extracted(self.machine.package), tree(self.source))
+
+    def test_zip(self):
+        self.assert_installed_from("zip", "-qr", self.machine.package, ".")
+
+    def test_zip_storing_only(self):
+        self.assert_installed_from("zip", "-qr0", self.machine.package, ".")
+
+    def test_7z(self):
+        self.assert_installed_from("7z", "a", "-tzip", self.machine.package, ".")
+
+    def test_7z_at_its_strongest(self):
+        self.assert_installed_from("7z", "a", "-tzip", "-mx=9", self.machine.package, ".")
+
+    def test_bsdtar(self):
+        self.assert_installed_from("bsdtar", "--format", "zip", "-cf", self.machine.package, ".")
+
+    def test_python(self):
+        names = sorted(tree(self.source))
+        with zipfile.ZipFile(self.machine.package, "w", zipfile.ZIP_DEFLATED) as archive:
+            for name in map(os.fsdecode, names):
+                archive.write(self.source / name, name)
+        self.assert_installed_from("true")
+
+    def test_zip_without_directory_entries_installs_only_what_is_at_its_top(self):
+        subprocess.run(["zip", "-qrD", self.machine.package, "."], cwd=self.source, check=True)
+        self.run_installer()
+        self.assert_installed({name.encode(): data for name, data in self.TREE.items()
+                               if "/" not in name})
+
+
+class WebPackage(InstallerTestCase):
+    def test_thousands_of_files_of_a_real_web_package(self):
+        self.machine.package.unlink()
+        subprocess.run(["zip", "-qr", "-1", self.machine.package, *WEB_DIRECTORIES],
+                       cwd=WEB_PACKAGE, check=True)
+        self.run_installer()
+        for name in WEB_DIRECTORIES:
+            packed = tree(WEB_PACKAGE / name)
+            self.assertGreater(len(packed), 500)
+            self.assertEqual(tree(self.machine.install_root / "Resource0" / name), packed)
+        self.assertEqual(set(os.listdir(self.machine.install_root / "Resource0")),
+                         set(WEB_DIRECTORIES))
+        self.machine.pack(CONTENT)
+        self.run_installer()
+        self.assert_installed(as_tree(CONTENT))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,134 @@
+"""The file that holds the record: found in any state, left in one."""
+
+import datetime
+import os
+import plistlib
+import stat
+import unittest
+
+from machine import CONTENT, InstallerTestCase, RECORD, as_tree, metadata, tree, write_tree
+
+FOREIGN = {
+    "text": "grüße & <tags> \u65e5",
+    "empty": "",
+    "number": 42,
+    "negative": -5,
+    "largest": 2**63 - 1,
+    "smallest": -2**63,
+    "real": 0.1,
+    "yes": True,
+    "no": False,
+    "date": datetime.datetime(2017, 2, 3, 4, 5, 6),
+    "data": bytes(range(256)),
+    "array": [1, "two", [3.5], {}],
+    "dictionary": {"a": {"b": {"c": []}}, "": "empty key"},
+}
+
+
+class RecordTestCase(InstallerTestCase):
+    def assert_foreign_values_kept(self):
+        record = self.machine.record()
+        self.assertEqual({key: record[key] for key in FOREIGN}, FOREIGN)
+        self.assertEqual([type(record[key]) for key in FOREIGN],
+                         [type(value) for value in FOREIGN.values()])
+
+    def assert_files(self, *names):
+        """These files, and nothing temporary, are in the preferences directory."""
+        self.assertEqual(set(os.listdir(self.machine.record_file.parent)),
+                         {os.path.basename(RECORD), *names})
+
+
+class File(RecordTestCase):
+    def test_is_XML_readable_by_all_in_directories_made_for_it(self):
+        for umask in (0o022, 0o077, 0):
+            with self.subTest(f"{umask:o}"):
+                self.machine = self.new_machine()
+                self.run_installer(umask=umask)
+                self.assertTrue(self.machine.record_file.read_bytes().startswith(b"<?xml"))
+                self.assertEqual(stat.S_IMODE(self.machine.record_file.stat().st_mode), 0o644)
+        self.assert_files()
+
+    def test_directories_made_for_it_are_not_writable_by_others(self):
+        self.run_installer(umask=0)
+        directory = self.machine.record_file.parent
+        self.assertEqual(stat.S_IMODE(directory.stat().st_mode), 0o755)
+
+    def test_values_have_the_types_of_their_keys(self):
+        self.run_installer()
+        types = {key: type(value) for key, value in self.machine.record().items()}
+        self.assertEqual(types, {"tWebResourceInstallPath": str, "iUpdateId": int,
+                                 "tFullVersion": str, "irandom": int})
+
+    def test_foreign_values_of_every_type_survive_in_both_forms(self):
+        for form in (plistlib.FMT_XML, plistlib.FMT_BINARY):
+            with self.subTest(form):
+                self.machine = self.new_machine()
+                self.machine.write_record(FOREIGN, form)
+                self.run_installer()
+                self.assert_foreign_values_kept()
+                self.assertEqual(len(self.machine.record()), len(FOREIGN) + 4)
+                self.assertTrue(self.machine.record_file.read_bytes().startswith(b"<?xml"))
+                self.assert_files()
+
+    def test_foreign_values_survive_many_runs(self):
+        self.machine.write_record(FOREIGN)
+        for _ in range(5):
+            self.run_installer()
+        self.assert_foreign_values_kept()
+
+    def test_empty_dictionary_is_filled(self):
+        self.machine.write_record({})
+        self.run_installer()
+        self.assert_record(update=1)
+
+
+class Corrupt(RecordTestCase):
+    def test_what_cannot_be_parsed_is_set_aside_and_the_record_starts_anew(self):
+        xml, binary = (plistlib.dumps(FOREIGN, fmt=form)
+                       for form in (plistlib.FMT_XML, plistlib.FMT_BINARY))
+        for data in (b"garbage", b"<?xml", xml[:-30], binary[:-5], binary[:40], os.urandom(500),
+                     b"bplist00"):
+            with self.subTest(data[:20]):
+                self.machine = self.new_machine()
+                self.machine.write_record({})
+                self.machine.record_file.write_bytes(data)
+                self.run_installer()
+                self.assert_record(update=1)
+                self.assert_installed(as_tree(CONTENT))
+                aside = os.path.basename(RECORD) + ".corrupt"
+                self.assert_files(aside)
+                self.assertEqual((self.machine.record_file.parent / aside).read_bytes(), data)
+
+
+class Unusable(RecordTestCase):
+    """When the first registration fails, the new directory stays under its number, nothing is
+    deleted and nothing else is recorded; the status is 0 all the same."""
+
+    def assert_run_stops_at_the_first_registration(self):
+        write_tree(self.machine.install_root / "Resource0", {"old": b""})
+        self.machine.write_metadata(metadata(updateid=None))  # is not asked for
+        self.run_installer()
+        root = self.machine.install_root
+        self.assertEqual(set(os.listdir(root)), {"Resource0", "Resource1"})
+        self.assertEqual(tree(root / "Resource0"), {b"old": b""})
+        self.assertEqual(tree(root / "Resource1"), as_tree(CONTENT))
+
+    def test_directory_in_place_of_the_file(self):
+        self.machine.record_file.mkdir(parents=True)
+        self.assert_run_stops_at_the_first_registration()
+        self.assertEqual(tree(self.machine.record_file.parent),
+                         {os.path.basename(RECORD).encode(): "a directory"})
+
+    def test_file_in_place_of_the_directory(self):
+        write_tree(self.machine.root, {"Library/Preferences": b"in the way"})
+        self.assert_run_stops_at_the_first_registration()
+        self.assertEqual(self.machine.path("/Library/Preferences").read_bytes(), b"in the way")
+
+    def test_random_identifier_is_not_settled_but_the_run_ends_well(self):
+        self.machine.record_file.mkdir(parents=True)
+        self.machine.write_metadata(metadata(clear=True, regenerate=True))
+        self.run_installer()
+
+
+if __name__ == "__main__":
+    unittest.main()

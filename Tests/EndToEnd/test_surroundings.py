@@ -1,0 +1,244 @@
+"""Where the bundle is, how it is started and by whom."""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import unittest
+
+from machine import (APPLICATION, CONTENT, EXECUTABLE, INSTALL_ROOT, InstallerTestCase, SANITIZED,
+                     as_tree, metadata, tree, write_tree)
+
+LONGEST_DIRECTORY = 1023  # of the Resources directory's path
+
+
+def program(name):
+    return os.path.realpath(shutil.which(name))
+
+
+class Start(InstallerTestCase):
+    """The two files are found beside the executable, however it is reached."""
+
+    def setUp(self):
+        super().setUp()
+        self.shell = program("sh")
+
+    def move_bundle(self, path):
+        self.machine.path(path).parent.mkdir(parents=True, exist_ok=True)
+        self.machine.path(APPLICATION).rename(self.machine.path(path))
+
+    def assert_installs(self, *command, **options):
+        self.run_installer(*command, **options)
+        self.assert_installed(as_tree(CONTENT))
+        self.assert_record(update=1)
+
+    def assert_installs_from_shell(self, script):
+        self.machine.add_programs(self.shell)
+        self.assert_installs(self.shell, "-c", script)
+
+    def test_path_with_blanks_and_letters_of_any_script(self):
+        self.move_bundle("/Volumes/Mein Gerät 2/日本 *.app")
+        self.assert_installs(f"/Volumes/Mein Gerät 2/日本 *.app/{EXECUTABLE}")
+
+    def test_relative_path(self):
+        self.assert_installs_from_shell(f"cd {APPLICATION}/.. && WebResourceInstaller.app/"
+                                        + EXECUTABLE)
+
+    def test_relative_path_from_within_the_bundle(self):
+        self.assert_installs_from_shell(
+            f"cd {APPLICATION}/Contents/MacOS && ./WebResourceInstaller")
+
+    def test_path_with_dots_and_doubled_slashes(self):
+        self.assert_installs(
+            f"/tmp/..//Applications/./WebResourceInstaller.app/Contents/../{EXECUTABLE}")
+
+    def test_another_working_directory_is_left_alone(self):
+        write_tree(self.machine.path("/elsewhere"),
+                   {"metadata.txt": b"[]", "OrloWebResources.zip": b"", "Resources": None})
+        before = tree(self.machine.path("/elsewhere"))
+        self.assert_installs_from_shell(f"cd /elsewhere && {APPLICATION}/{EXECUTABLE}")
+        self.assertEqual(tree(self.machine.path("/elsewhere")), before)
+
+    def test_search_path(self):
+        self.assert_installs_from_shell(
+            f"PATH={APPLICATION}/Contents/MacOS && WebResourceInstaller")
+
+    def test_link_to_the_bundle(self):
+        self.machine.path("/link.app").symlink_to(APPLICATION)
+        self.assert_installs(f"/link.app/{EXECUTABLE}")
+
+    def test_link_to_the_executable(self):
+        self.machine.path("/bin").mkdir()
+        self.machine.path("/bin/installer").symlink_to(f"{APPLICATION}/{EXECUTABLE}")
+        self.assert_installs("/bin/installer")
+
+    def test_link_in_place_of_the_resources_directory(self):
+        self.machine.resources.rename(self.machine.path("/real"))
+        self.machine.resources.symlink_to("/real")
+        self.assert_installs()
+
+    def test_any_one_directory_below_Contents(self):
+        contents = self.machine.path(APPLICATION) / "Contents"
+        (contents / "MacOS").rename(contents / "Helpers")
+        self.assert_installs(f"{APPLICATION}/Contents/Helpers/WebResourceInstaller")
+
+    def test_executable_outside_a_bundle_has_its_resources_beside_it(self):
+        contents = self.machine.path(APPLICATION) / "Contents"
+        (contents / "MacOS/WebResourceInstaller").rename(contents / "WebResourceInstaller")
+        contents.rename(self.machine.path("/plain"))
+        self.assert_installs("/plain/WebResourceInstaller")
+
+    def test_resources_path_of_1023_bytes_is_the_longest(self):
+        for length, fits in ((LONGEST_DIRECTORY, True), (LONGEST_DIRECTORY + 1, False),
+                             (3000, False)):
+            with self.subTest(length):
+                self.machine = self.new_machine()
+                bundle = self.path_of_length(length - len("/Contents/Resources"))
+                self.move_bundle(bundle)
+                if fits:
+                    self.assert_installs(f"{bundle}/{EXECUTABLE}")
+                else:
+                    self.run_until_abort(f"{bundle}/{EXECUTABLE}")
+                    self.assertFalse(self.machine.path("/Library").exists())
+
+    @staticmethod
+    def path_of_length(length):
+        components = length // 101
+        path = ("/" + "p" * 100) * components
+        rest = length - len(path)
+        return path + "/" + "q" * (rest - 1) if rest > 1 else path[:-1] + "/q" if rest else path
+
+    def test_environment_is_ignored(self):
+        self.machine.path("/home").mkdir()
+        env = program("env")
+        self.machine.add_programs(env)
+        self.assert_installs(
+            env, "HOME=/home", "TMPDIR=/nowhere", "XDG_CONFIG_HOME=/home", "LANG=xx_YY.big5",
+            "LC_ALL=tr_TR.UTF-8", "CFFIXED_USER_HOME=/home", "UNZIP=-x *", "TZ=:/nowhere",
+            "POSIXLY_CORRECT=1", f"{APPLICATION}/{EXECUTABLE}")
+        self.assertEqual(os.listdir(self.machine.path("/home")), [])
+
+    def test_empty_environment_suffices(self):
+        env = program("env")
+        self.machine.add_programs(env)
+        self.assert_installs(env, "-i", f"{APPLICATION}/{EXECUTABLE}")
+
+    def test_arguments_are_ignored(self):
+        self.assert_installs(f"{APPLICATION}/{EXECUTABLE}", "--help", "-v", "", "/nowhere",
+                             "x" * 10_000)
+
+    def test_closed_standard_streams_do_no_harm(self):
+        self.assert_installs_from_shell(f"{APPLICATION}/{EXECUTABLE} <&- >&- 2>&-")
+
+    def test_nothing_else_on_the_machine_is_touched(self):
+        write_tree(self.machine.path("/Library"), {
+            "Application Support/Veltrane/Orlisk/2016/WebResources/Resource0/old": b"1",
+            "Application Support/Veltrane/Orlisk/2017/Other/x": b"2",
+            "Preferences/com.veltrane.orlisk.2016.WebResource.plist.plist": b"3"})
+        before = tree(self.machine.path("/Library"))
+        applications = tree(self.machine.path("/Applications"))
+        top = set(os.listdir(self.machine.root))
+        self.assert_installs()
+        after = tree(self.machine.path("/Library"))
+        self.assertEqual({name: after[name] for name in before}, before)
+        self.assertEqual(tree(self.machine.path("/Applications")), applications)
+        self.assertLessEqual(set(os.listdir(self.machine.root)), top | {"tmp", "proc"})
+
+
+class WithoutPrivileges(InstallerTestCase):
+    """The run needs rights to write; without them it ends well and changes nothing."""
+
+    def run_without_privileges(self):
+        """As another user when root runs the tests. An ordinary user owns every file of the
+        machine, so there what counts is the lost capabilities and that owners may not write."""
+        setpriv = program("setpriv")
+        self.machine.add_programs(setpriv)
+        user = ["--reuid=65534", "--regid=65534", "--clear-groups"] if os.getuid() == 0 else []
+        directories = [pathlib.Path(parent) for parent, _, _ in os.walk(self.machine.root)]
+        for directory in directories:
+            directory.chmod(0o555)
+        try:
+            self.run_installer(setpriv, *user, "--no-new-privs", "--inh-caps=-all",
+                               "--bounding-set=-all", f"{APPLICATION}/{EXECUTABLE}")
+        finally:
+            for directory in directories:
+                directory.chmod(0o755)
+
+    def setUp(self):
+        super().setUp()
+        for name in ("tmp", "proc"):
+            self.machine.path(name).mkdir(exist_ok=True)
+
+    def test_fresh_machine_stays_fresh(self):
+        self.run_without_privileges()
+        self.assertFalse(self.machine.path("/Library").exists())
+
+    def test_installed_machine_stays_as_it_is(self):
+        self.run_installer()
+        before = tree(self.machine.path("/Library"))
+        self.machine.pack({"new": b""})
+        self.machine.write_metadata(metadata(clear=True, updateid=2, regenerate=True))
+        self.run_without_privileges()
+        self.assertEqual(tree(self.machine.path("/Library")), before)
+
+
+@unittest.skipIf(SANITIZED, "valgrind and the sanitizers exclude each other")
+class UnderValgrind(InstallerTestCase):
+    ERROR = 99
+
+    def setUp(self):
+        super().setUp()
+        libexec = pathlib.Path("/usr/libexec/valgrind")
+        self.valgrind = program("valgrind.bin")
+        self.machine.add_programs(self.valgrind)
+        inside = self.machine.path(str(libexec))
+        inside.mkdir(parents=True)
+        for pattern in ("memcheck-*-linux", "vgpreload_*-linux.so", "default.supp"):
+            for file in libexec.glob(pattern):
+                shutil.copy(file, inside)
+        self.add_loader_symbols()
+
+    def add_loader_symbols(self):
+        """valgrind does not start without the debugging symbols of the dynamic loader."""
+        loader = next(self.machine.path("/lib64").glob("ld-linux-*"))
+        notes = subprocess.run(["readelf", "--notes", loader], check=True, text=True,
+                               stdout=subprocess.PIPE).stdout
+        build_id = re.search("Build ID: ([0-9a-f]+)", notes).group(1)
+        symbols = f"/usr/lib/debug/.build-id/{build_id[:2]}/{build_id[2:]}.debug"
+        self.machine.path(symbols).parent.mkdir(parents=True)
+        shutil.copy(symbols, self.machine.path(symbols))
+
+    def run_under_valgrind(self):
+        self.run_installer(
+            self.valgrind, "-q", f"--error-exitcode={self.ERROR}", "--leak-check=full",
+            "--show-leak-kinds=definite,indirect,possible",
+            "--errors-for-leak-kinds=definite,indirect,possible", f"{APPLICATION}/{EXECUTABLE}",
+            proc=True)
+
+    def test_whole_run_has_no_leak_and_no_error(self):
+        write_tree(self.machine.install_root, {"Resource0/old/er/f": b"", "plain": b""})
+        self.machine.write_record({"foreign": [{"a": b"b"}], "tFullVersion": "x", "irandom": 7})
+        self.machine.write_metadata(metadata(clear=True, updateid=3, regenerate=True))
+        self.machine.pack({**CONTENT, "large": os.urandom(100_000), "../up": b"",
+                           "missing/f": b"x", "zero": b""})
+        self.run_under_valgrind()
+        found = tree(self.machine.install_root / "Resource0")
+        self.assertEqual(len(found), len(CONTENT) + 2)
+        self.assert_record(update=3)
+
+    def test_damaged_package_and_record_bring_no_error(self):
+        self.machine.write_record({})
+        self.machine.record_file.write_bytes(b"<?xml garbage")
+        self.machine.package.write_bytes(self.machine.package.read_bytes()[10:])
+        self.run_under_valgrind()
+        self.assert_record(update=1)
+
+    def test_failed_installation_brings_no_error(self):
+        write_tree(self.machine.root, {INSTALL_ROOT[1:]: b"in the way"})
+        self.run_under_valgrind()
+        self.assertEqual(list(self.machine.record()), ["irandom"])
+
+
+if __name__ == "__main__":
+    unittest.main()
