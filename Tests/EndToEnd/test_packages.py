@@ -107,9 +107,9 @@ class Damaged(InstallerTestCase):
         self.assert_extracted({"a": b"first"})
 
     def test_deflated_data_that_breaks_off_keeps_the_whole_copies_before(self):
-        # 20,000 good bytes, then a block of a type that does not exist: two reads of 8,192 bytes
-        # succeed, the third meets the fault.
-        text = os.urandom(20_000)
+        # 30,000 good bytes, then a block of a type that does not exist: three reads of 8,192 bytes
+        # succeed, the fourth meets the fault.
+        text = os.urandom(30_000)
         deflate = zlib.compressobj(wbits=-15)
         broken = deflate.compress(text) + deflate.flush(zlib.Z_FULL_FLUSH) + b"\7" * 16
         self.machine.pack({"a": b"first", "b": bytes(len(broken)), "c": b"third"},
@@ -121,11 +121,11 @@ class Damaged(InstallerTestCase):
         for method, size in ((info.header_offset + 8, info.header_offset + 22),
                              (central + 10, central + 24)):
             struct.pack_into("<H", data, method, zipfile.ZIP_DEFLATED)
-            struct.pack_into("<L", data, size, 30_000)
+            struct.pack_into("<L", data, size, 40_000)
         start = info.header_offset + 30 + len("b")
         data[start:start + len(broken)] = broken
         self.machine.package.write_bytes(data)
-        self.assert_extracted({"a": b"first", "b": text[:16384], "c": b"third"})
+        self.assert_extracted({"a": b"first", "b": text[:24576], "c": b"third"})
 
     def test_stored_data_beyond_the_end_of_the_archive(self):
         self.machine.pack({"a": b"first", "b": b"second"}, zipfile.ZIP_STORED)
