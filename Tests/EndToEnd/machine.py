@@ -1,4 +1,4 @@
-"""A machine to install on: a private root with the installed bundle in it, thrown away afterwards."""
+"""A machine to install on: a private root with the installed bundle in it."""
 
 import atexit
 import functools
