@@ -20,8 +20,9 @@ namespace {
 
 constexpr int kInterruptionsBorne = 100;
 constexpr std::chrono::milliseconds kLockPoll{10};
-constexpr mode_t kDirectoryMode = 0755;  // before the umask
-constexpr mode_t kFileMode = 0644;       // whatever the umask
+// Both whatever the umask: everybody can read the preferences.
+constexpr mode_t kDirectoryMode = 0755;
+constexpr mode_t kFileMode = 0644;
 constexpr int kCorruptFilesKept = 100;
 
 /// Repeats an interrupted system call, but not for ever.
@@ -79,10 +80,14 @@ bool Synchronize(int file) {
   return Uninterrupted([&] { return fsync(file); }) == 0;
 }
 
+bool MakeDirectory(const char* path) {
+  return mkdir(path, kDirectoryMode) == 0 ? chmod(path, kDirectoryMode) == 0 : errno == EEXIST;
+}
+
 bool MakeDirectories(const std::string& path) {
   for (std::size_t end = 0; end != std::string::npos;) {
     end = path.find('/', end + 1);
-    if (mkdir(path.substr(0, end).c_str(), kDirectoryMode) != 0 && errno != EEXIST) {
+    if (!MakeDirectory(path.substr(0, end).c_str())) {
       return false;
     }
   }

@@ -117,21 +117,20 @@ TEST_F(PropertyListFileTest, RemovingTheLastKeyLeavesAnEmptyDictionary) {
 
 TEST_F(PropertyListFileTest, MissingDirectoriesAreMade) {
   path_ = root_ / "a/b/c/x.plist";
-  const mode_t old = umask(022);
   EXPECT_TRUE(Set("key", 1));
-  umask(old);
   EXPECT_TRUE(Has("key"));
-  EXPECT_EQ(0755U, ModeOf(root_ / "a"));
-  EXPECT_EQ(0755U, ModeOf(root_ / "a/b/c"));
 }
 
-TEST_F(PropertyListFileTest, FileHasItsModeWhateverTheUmask) {
-  path_ = root_ / "a/x.plist";
-  for (const mode_t mask : {0U, 077U, 0777U & ~0300U}) {
+TEST_F(PropertyListFileTest, WhatIsMadeHasItsModeWhateverTheUmask) {
+  for (const mode_t mask : {0U, 022U, 077U, 0777U & ~0300U}) {
+    const fs::path top = root_ / std::to_string(mask);
+    path_ = top / "b/x.plist";
     const mode_t old = umask(mask);
     const bool isSet = Set("key", 1);
     umask(old);
     EXPECT_TRUE(isSet) << mask;
+    EXPECT_EQ(0755U, ModeOf(top)) << mask;
+    EXPECT_EQ(0755U, ModeOf(top / "b")) << mask;
     EXPECT_EQ(0644U, ModeOf(path_)) << mask;
   }
 }
