@@ -28,6 +28,9 @@ CONTENT = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}"}
 
 DIRECTORY = "a directory"  # what tree() shows for one
 
+ENVIRONMENT = {"PATH": os.environ["PATH"], "ASAN_OPTIONS": "detect_leaks=1",
+               "PRIVATE_ROOT_SHARE": os.environ.get("PRIVATE_ROOT_SHARE", "")}
+
 resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 
@@ -123,7 +126,7 @@ class Machine:
             [PRIVATE_ROOT, "run", *options, self.root,
              *(command or [f"{APPLICATION}/{EXECUTABLE}"])],
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-            env={"PATH": os.environ["PATH"], "ASAN_OPTIONS": "detect_leaks=1"},
+            env=ENVIRONMENT,
             umask=umask, check=False)
 
 

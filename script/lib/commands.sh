@@ -5,6 +5,11 @@
 # shellcheck disable=SC2034 # used where this file is sourced
 build_packages=(cmake ninja-build g++ pkgconf zlib1g-dev libminizip-dev libplist-dev)
 
+# What the tests need besides: makers and readers of other hands, and a real web package.
+# shellcheck disable=SC2034
+test_packages=(libgtest-dev nlohmann-json3-dev python3 util-linux zip p7zip-full libarchive-tools
+  valgrind libc6-dbg libjs-dojo-dojox)
+
 # Installs those of the Debian packages that are missing. On another system they are left to the
 # person and the build says what it does not find.
 require_packages() { # PACKAGE...
@@ -39,4 +44,9 @@ quietly() { # COMMAND...
     printf '%s\n' "$output" >&2
     return "$status"
   }
+}
+
+# Runs the tests of a preset and shows, of hundreds, those that fail and the summary.
+run_tests() { # PRESET
+  ctest --preset "$1" --parallel "$(nproc)" | sed -e '/^ *Start /d' -e '/ Passed /d'
 }
