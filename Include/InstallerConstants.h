@@ -18,4 +18,11 @@ static const std::string PLIST_SECTION_KEY =
 static const std::string INSTALL_PATH_ROOT =
     std::string("/Library/Application Support/Veltrane/Orlisk/") + PRODUCT_YEAR + "/WebResources/";
 
+/// What the bundle's Resources directory holds.
+constexpr char kPackageFileName[] = "OrloWebResources.zip";
+constexpr char kMetadataFileName[] = "metadata.txt";
+
+/// The bare name an installed directory ends up with.
+constexpr char kFinalName[] = "Resource0";
+
 #endif  // INCLUDE_INSTALLERCONSTANTS_H_

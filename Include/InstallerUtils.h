@@ -13,6 +13,14 @@ class InstallerUtils {
  public:
   InstallerUtils() = delete;
 
+  /// What the extraction makes of an entry, as far as its name decides.
+  enum class EntryKind { Directory, File, NameEmpty, NameTooLong, ClimbsOut };
+
+  /// The kind of an entry whose stored name has `length` bytes. `name` is its zero-terminated text,
+  /// which is not looked at when 512 bytes or more are stored: it may then be cut and lack its
+  /// zero. A directory's name ends in "/"; the kinds beyond File are skipped.
+  static EntryKind KindOfEntry(const char* name, unsigned long length);
+
   /// Extracts every entry of the zip archive at `zipPath` into the directory `destDir`, which is
   /// created with its missing parents, archive or not.
   ///
@@ -22,8 +30,8 @@ class InstallerUtils {
   /// archive must announce each sub-directory by an entry ending in "/" before the files in it.
   ///
   /// An entry is skipped when its name is empty, is 512 bytes or longer, or climbs out of the
-  /// destination through "..". Modification times and modes in the archive are not applied.
-  /// Neither argument is changed.
+  /// destination through ".." (see KindOfEntry()). Modification times and modes in the archive are
+  /// not applied. Neither argument is changed.
   static bool UncompressPackageFiles(std::string& zipPath, std::string& destDir);
 };
 

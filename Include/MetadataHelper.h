@@ -16,6 +16,13 @@ class MetadataHelper {
   /// word is not (the beginning of) a JSON object; the next call then tries again.
   static MetadataHelper& getInstance();
 
+  /// An instance of its own, read from the file at `path`; throws as getInstance() does.
+  explicit MetadataHelper(const std::string& path);
+
+  /// The word that counts of the file at `path`, up to its first zero byte; empty when there is
+  /// none or the file cannot be read.
+  static std::string LastWord(const std::string& path);
+
   MetadataHelper(const MetadataHelper&) = delete;
   MetadataHelper& operator=(const MetadataHelper&) = delete;
 
@@ -29,7 +36,6 @@ class MetadataHelper {
 
  private:
   MetadataHelper();
-  ~MetadataHelper() = default;
 
   std::map<std::string, QDOObject> members_;
 };

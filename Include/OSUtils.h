@@ -70,8 +70,11 @@ class OSUtils {
   /// Records the number of the installed update.
   static bool RegisterUpdateID(int id);
 
-  /// Records the full version text: the installer's release "17.011.30138", ".", and `build` in
-  /// decimal, cut at 9 characters.
+  /// The full version text: the installer's release "17.011.30138", ".", and `build` in decimal,
+  /// cut at 9 characters.
+  static std::string CompleteVersion(int build);
+
+  /// Records CompleteVersion(build).
   static bool RegisterCompleteVersion(int build);
 
   /// Draws and records a random identifier from 1 to 10000, over any recorded one. The generator is

@@ -48,11 +48,18 @@ class Extraction {
 
   /// Extracts the archive's current entry; whatever goes wrong, goes on.
   void ExtractEntry() {
-    if (!ReadName()) {
+    using EntryKind = InstallerUtils::EntryKind;
+    unz_file_info info = {};
+    if (unzGetCurrentFileInfo(archive_, &info, name_, sizeof name_, nullptr, 0, nullptr, 0) !=
+        UNZ_OK) {
+      return;
+    }
+    const EntryKind kind = InstallerUtils::KindOfEntry(name_, info.size_filename);
+    if (kind != EntryKind::Directory && kind != EntryKind::File) {
       return;
     }
     path_.assign(destination_).append("/").append(name_);
-    if (path_.back() == '/') {
+    if (kind == EntryKind::Directory) {
       OSUtils::EnsureDirectoryExists(path_);
     } else if (unzOpenCurrentFile(archive_) == UNZ_OK) {
       WriteFile();
@@ -61,14 +68,6 @@ class Extraction {
   }
 
  private:
-  /// Reads the current entry's name; false when the entry is to be skipped.
-  bool ReadName() {
-    unz_file_info info = {};
-    return unzGetCurrentFileInfo(archive_, &info, name_, sizeof name_, nullptr, 0, nullptr, 0) ==
-               UNZ_OK &&
-           info.size_filename < sizeof name_ && name_[0] != '\0' && !ClimbsOut(name_);
-  }
-
   /// Copies the opened entry's data. A file that cannot be created is passed over; of one that
   /// cannot be read to its end, what was read is kept.
   void WriteFile() {
@@ -98,6 +97,19 @@ class Extraction {
 int fopen_s(FILE** stream, const char* path, const char* mode) {
   *stream = std::fopen(path, mode);
   return *stream != nullptr ? 0 : errno;
+}
+
+InstallerUtils::EntryKind InstallerUtils::KindOfEntry(const char* name, unsigned long length) {
+  if (length >= kNameSize) {
+    return EntryKind::NameTooLong;
+  }
+  if (*name == '\0') {
+    return EntryKind::NameEmpty;
+  }
+  if (ClimbsOut(name)) {
+    return EntryKind::ClimbsOut;
+  }
+  return name[std::strlen(name) - 1] == '/' ? EntryKind::Directory : EntryKind::File;
 }
 
 bool InstallerUtils::UncompressPackageFiles(std::string& zipPath, std::string& destDir) {

@@ -5,11 +5,7 @@
 #include "OSUtils.h"
 #include "QDOJSONParser.h"
 
-namespace {
-
-/// The last whitespace-separated word of the file at `path`, up to its first zero byte; empty when
-/// there is none or the file cannot be read.
-std::string LastWord(const std::string& path) {
+std::string MetadataHelper::LastWord(const std::string& path) {
   std::ifstream stream(path);
   std::string word;
   while (stream.is_open() && !stream.eof()) {
@@ -21,16 +17,15 @@ std::string LastWord(const std::string& path) {
   return std::string(word.c_str());
 }
 
-}  // namespace
-
 MetadataHelper& MetadataHelper::getInstance() {
   static MetadataHelper instance;
   return instance;
 }
 
-MetadataHelper::MetadataHelper()
-    : members_(
-          QDOJSONParser::fromJSON(LastWord(OSUtils::GetMetadataResourcePath()), true).getMap()) {}
+MetadataHelper::MetadataHelper() : MetadataHelper(OSUtils::GetMetadataResourcePath()) {}
+
+MetadataHelper::MetadataHelper(const std::string& path)
+    : members_(QDOJSONParser::fromJSON(LastWord(path), true).getMap()) {}
 
 bool MetadataHelper::shouldClearRegistry() {
   return members_["clear"].getBool();

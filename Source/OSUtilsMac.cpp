@@ -41,11 +41,11 @@ std::string OSUtils::CombinePath(const std::string& a, const std::string& b) {
 }
 
 std::string OSUtils::GetZipResourcePath() {
-  return ResourcePath("OrloWebResources.zip");
+  return ResourcePath(kPackageFileName);
 }
 
 std::string OSUtils::GetMetadataResourcePath() {
-  return ResourcePath("metadata.txt");
+  return ResourcePath(kMetadataFileName);
 }
 
 // Resource directories --------------------------------------------------------------------------
@@ -53,10 +53,12 @@ std::string OSUtils::GetMetadataResourcePath() {
 namespace {
 
 constexpr std::size_t kNumberLength = 9;  // of a number's text: a longer one is cut
-constexpr mode_t kDirectoryMode = 0777;  // before the umask
+constexpr mode_t kDirectoryMode = 0777;   // before the umask
 
 /// `number` in decimal, cut at 9 characters.
-std::string Decimal(int number) { return std::to_string(number).substr(0, kNumberLength); }
+std::string Decimal(int number) {
+  return std::to_string(number).substr(0, kNumberLength);
+}
 
 bool IsReadable(const char* path) {
   return access(path, R_OK) == 0;
@@ -200,14 +202,14 @@ std::string CarriedText(const char* key) {
   return Record().GetText(key, text, sizeof text) ? text : std::string();
 }
 
-/// The release and `build`: the release numbers are built in, on purpose.
-std::string CompleteVersion(int build) {
+}  // namespace
+
+std::string OSUtils::CompleteVersion(int build) {
+  // The release numbers are built in, on purpose.
   char release[32] = {};
   std::snprintf(release, sizeof release, "%02d.%03d.%05d", 17, 11, 30138);
   return std::string(release) + "." + Decimal(build);
 }
-
-}  // namespace
 
 bool OSUtils::RegisterWebResourcePath(const std::string& path) {
   return Register(kInstallPathKey, path);

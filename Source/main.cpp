@@ -9,8 +9,6 @@
 
 namespace {
 
-const char kFinalName[] = "Resource0";
-
 /// Wipes the record but for the values it knows.
 void ClearRecord() {
   WebRegInfo record;
