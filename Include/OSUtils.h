@@ -88,6 +88,10 @@ class OSUtils {
   /// its key's, count as absent.
   static void OldInfo(WebRegInfo* info);
 
+  /// OldInfo() of the host whose file system lies at `root`, empty for this one. Returns false when
+  /// its record cannot be read, which is not to say that there is none.
+  static bool InfoUnder(const std::string& root, WebRegInfo* info);
+
   /// Removes every key of the domain, not only those of the record. Returns false, without a flush,
   /// when the domain has no keys.
   static bool ClearRegistry();

@@ -22,7 +22,10 @@
 /// absent, is decided by its callers.
 class PreferencesDomain {
  public:
-  explicit PreferencesDomain(std::string applicationIdentifier);
+  /// `root`: where the file system of the host lies, empty for this host. A back end that reaches
+  /// this host only finds nothing in the domains of others, and fails to flush them.
+  explicit PreferencesDomain(const std::string& applicationIdentifier,
+                             const std::string& root = {});
 
   void SetText(const std::string& key, const std::string& value);
   void SetNumber(const std::string& key, int value);
@@ -45,11 +48,12 @@ class PreferencesDomain {
   std::optional<std::vector<std::string>> KeyList() const;
 
   /// Writes this process's changes to the disk. Returns whether that succeeded. Keys that another
-  /// process has written meanwhile are kept, and seen from then on at the latest.
+  /// process has written meanwhile are kept, and seen from then on at the latest. Without
+  /// changes nothing is written, and a false result says that the domain cannot be read.
   bool Flush();
 
  private:
-  std::string applicationIdentifier_;
+  std::string name_;  ///< What the back end calls the domain.
 };
 
 #endif  // PLATFORM_PREFERENCESDOMAIN_H_

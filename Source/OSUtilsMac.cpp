@@ -197,9 +197,16 @@ bool Register(const char* key, int number) {
   return record.Flush();
 }
 
-std::string CarriedText(const char* key) {
+std::string CarriedText(const PreferencesDomain& record, const char* key) {
   char text[kCarriedTextSize] = {};
-  return Record().GetText(key, text, sizeof text) ? text : std::string();
+  return record.GetText(key, text, sizeof text) ? text : std::string();
+}
+
+void Capture(const PreferencesDomain& record, WebRegInfo* info) {
+  info->random = record.GetNumber(kRandomKey).value_or(kAbsent);
+  info->updateId = record.GetNumber(kUpdateIdKey).value_or(kAbsent);
+  info->installPath = CarriedText(record, kInstallPathKey);
+  info->fullVersion = CarriedText(record, kFullVersionKey);
 }
 
 }  // namespace
@@ -233,10 +240,13 @@ bool OSUtils::isRandomPresent() {
 }
 
 void OSUtils::OldInfo(WebRegInfo* info) {
-  info->random = Record().GetNumber(kRandomKey).value_or(kAbsent);
-  info->updateId = Record().GetNumber(kUpdateIdKey).value_or(kAbsent);
-  info->installPath = CarriedText(kInstallPathKey);
-  info->fullVersion = CarriedText(kFullVersionKey);
+  Capture(Record(), info);
+}
+
+bool OSUtils::InfoUnder(const std::string& root, WebRegInfo* info) {
+  PreferencesDomain record(PLIST_SECTION_KEY, root);
+  Capture(record, info);
+  return record.Flush();  // of no changes: whether it can be read
 }
 
 bool OSUtils::ClearRegistry() {

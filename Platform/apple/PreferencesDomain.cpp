@@ -69,32 +69,34 @@ std::optional<std::string> ToUTF8(CFStringRef string) {
 
 }  // namespace
 
-PreferencesDomain::PreferencesDomain(std::string applicationIdentifier)
-    : applicationIdentifier_(std::move(applicationIdentifier)) {}
+// Only this host is reached: others have a name that no domain can have, as it is not UTF-8.
+PreferencesDomain::PreferencesDomain(const std::string& applicationIdentifier,
+                                     const std::string& root)
+    : name_(root.empty() ? applicationIdentifier : "\xFF") {}
 
 void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
   // The store keeps a copy of a text, so its bytes need only live until it is set.
   if (const ScopedString text = Wrap(value)) {
-    SetValue(key, text.get(), applicationIdentifier_);
+    SetValue(key, text.get(), name_);
   }
 }
 
 void PreferencesDomain::SetNumber(const std::string& key, int value) {
   if (const ScopedNumber number = MakeNumber(value)) {
-    SetValue(key, number.get(), applicationIdentifier_);
+    SetValue(key, number.get(), name_);
   }
 }
 
 void PreferencesDomain::Remove(const std::string& key) {
-  SetValue(key, nullptr, applicationIdentifier_);
+  SetValue(key, nullptr, name_);
 }
 
 bool PreferencesDomain::Has(const std::string& key) const {
-  return CopyValue(key, applicationIdentifier_) != nullptr;
+  return CopyValue(key, name_) != nullptr;
 }
 
 bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_t size) const {
-  const ScopedValue value = CopyValue(key, applicationIdentifier_);
+  const ScopedValue value = CopyValue(key, name_);
   if (value == nullptr || CFGetTypeID(value.get()) != CFStringGetTypeID()) {
     return false;
   }
@@ -107,7 +109,7 @@ bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_
 }
 
 std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
-  const ScopedValue value = CopyValue(key, applicationIdentifier_);
+  const ScopedValue value = CopyValue(key, name_);
   if (value == nullptr || CFGetTypeID(value.get()) != CFNumberGetTypeID()) {
     return std::nullopt;
   }
@@ -124,7 +126,7 @@ std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
 }
 
 std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
-  const ScopedString application = WrapForever(applicationIdentifier_);
+  const ScopedString application = WrapForever(name_);
   if (application == nullptr) {
     return std::nullopt;
   }
@@ -144,7 +146,7 @@ std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
 }
 
 bool PreferencesDomain::Flush() {
-  const ScopedString application = WrapForever(applicationIdentifier_);
+  const ScopedString application = WrapForever(name_);
   return application != nullptr &&
          CFPreferencesSynchronize(application.get(), kCFPreferencesAnyUser,
                                   kCFPreferencesCurrentHost);

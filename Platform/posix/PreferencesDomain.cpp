@@ -7,22 +7,17 @@
 
 namespace {
 
-/// The changes of this process that are not flushed, for each application identifier. Never
-/// destroyed: a domain may be used until the process ends.
-PropertyList::Changes& Pending(const std::string& applicationIdentifier) {
+/// The changes of this process that are not flushed, for each file. Never destroyed: a domain may
+/// be used until the process ends.
+PropertyList::Changes& Pending(const std::string& path) {
   static auto& pending = *new std::map<std::string, PropertyList::Changes>;
-  return pending[applicationIdentifier];
-}
-
-/// The identifier is not examined for the suffix: one that ends in ".plist" gets it a second time.
-PropertyListFile File(const std::string& applicationIdentifier) {
-  return PropertyListFile("/Library/Preferences/" + applicationIdentifier + ".plist");
+  return pending[path];
 }
 
 /// What the process sees: the file with its own changes over it.
-PropertyList::Contents Current(const std::string& applicationIdentifier) {
-  PropertyList::Contents contents = File(applicationIdentifier).Read();
-  for (const auto& [key, change] : Pending(applicationIdentifier)) {
+PropertyList::Contents Current(const std::string& path) {
+  PropertyList::Contents contents = PropertyListFile(path).Read();
+  for (const auto& [key, change] : Pending(path)) {
     if (change) {
       std::visit([&, &at = contents[key]](const auto& value) { at = value; }, *change);
     } else {
@@ -33,8 +28,8 @@ PropertyList::Contents Current(const std::string& applicationIdentifier) {
 }
 
 template <typename T>
-std::optional<T> Find(const std::string& applicationIdentifier, const std::string& key) {
-  PropertyList::Contents contents = Current(applicationIdentifier);
+std::optional<T> Find(const std::string& path, const std::string& key) {
+  PropertyList::Contents contents = Current(path);
   const auto found = contents.find(key);
   if (found == contents.end() || !std::holds_alternative<T>(found->second)) {
     return {};
@@ -44,33 +39,35 @@ std::optional<T> Find(const std::string& applicationIdentifier, const std::strin
 
 }  // namespace
 
-PreferencesDomain::PreferencesDomain(std::string applicationIdentifier)
-    : applicationIdentifier_(std::move(applicationIdentifier)) {}
+// The identifier is not examined for the suffix: one that ends in ".plist" gets it a second time.
+PreferencesDomain::PreferencesDomain(const std::string& applicationIdentifier,
+                                     const std::string& root)
+    : name_(root + "/Library/Preferences/" + applicationIdentifier + ".plist") {}
 
 void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
   if (PropertyList::IsText(key) && PropertyList::IsText(value)) {
-    Pending(applicationIdentifier_)[key] = value;
+    Pending(name_)[key] = value;
   }
 }
 
 void PreferencesDomain::SetNumber(const std::string& key, int value) {
   if (PropertyList::IsText(key)) {
-    Pending(applicationIdentifier_)[key] = value;
+    Pending(name_)[key] = value;
   }
 }
 
 void PreferencesDomain::Remove(const std::string& key) {
   if (PropertyList::IsText(key)) {
-    Pending(applicationIdentifier_)[key] = std::nullopt;
+    Pending(name_)[key] = std::nullopt;
   }
 }
 
 bool PreferencesDomain::Has(const std::string& key) const {
-  return Current(applicationIdentifier_).count(key) != 0;
+  return Current(name_).count(key) != 0;
 }
 
 bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_t size) const {
-  const auto text = Find<std::string>(applicationIdentifier_, key);
+  const auto text = Find<std::string>(name_, key);
   if (!text || text->length() >= size) {
     return false;
   }
@@ -79,20 +76,20 @@ bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_
 }
 
 std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
-  return Find<int>(applicationIdentifier_, key);
+  return Find<int>(name_, key);
 }
 
 std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
   std::vector<std::string> keys;
-  for (const auto& [key, value] : Current(applicationIdentifier_)) {
+  for (const auto& [key, value] : Current(name_)) {
     keys.push_back(key);
   }
   return keys.empty() ? std::nullopt : std::optional(std::move(keys));
 }
 
 bool PreferencesDomain::Flush() {
-  PropertyList::Changes& pending = Pending(applicationIdentifier_);
-  if (!File(applicationIdentifier_).Apply(pending)) {
+  PropertyList::Changes& pending = Pending(name_);
+  if (!PropertyListFile(name_).Apply(pending)) {
     return false;
   }
   pending.clear();

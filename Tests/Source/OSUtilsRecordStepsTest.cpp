@@ -43,9 +43,9 @@ extern "C" void srand(unsigned int value) {
   seed = value;
 }
 
-PreferencesDomain::PreferencesDomain(std::string applicationIdentifier)
-    : applicationIdentifier_(std::move(applicationIdentifier)) {
-  store.foreign |= applicationIdentifier_ != PLIST_SECTION_KEY;
+PreferencesDomain::PreferencesDomain(const std::string& applicationIdentifier,
+                                     const std::string& root) {
+  store.foreign |= applicationIdentifier != PLIST_SECTION_KEY || !root.empty();
 }
 
 void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
