@@ -1,0 +1,181 @@
+#include "Metadata.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "Error.h"
+#include "InstallerConstants.h"
+#include "MetadataHelper.h"
+#include "OSUtils.h"
+#include "QDOException.h"
+#include "QDOJSONParser.h"
+#include "Resources.h"
+
+namespace {
+
+constexpr int kFirstCutUpdateId = -99999999;  // smaller ones are cut in the full version
+constexpr int kAbsentUpdateId = -1;
+
+/// Nesting costs the scanner stack and is not limited there.
+constexpr int kContainersRead = 1000;
+
+/// The answer of one query; nothing when it ends the run.
+template <typename Value>
+std::optional<Value> Ask(MetadataHelper& helper, Value (MetadataHelper::*query)()) {
+  try {
+    return (helper.*query)();
+  } catch (const QDOException&) {
+    return std::nullopt;
+  }
+}
+
+Metadata::Reach ReachOf(const Metadata& metadata) {
+  if (!metadata.clear) {
+    return Metadata::Reach::Nothing;
+  }
+  if (!metadata.updateId) {
+    return Metadata::Reach::Extracted;
+  }
+  return metadata.regenerate ? Metadata::Reach::Complete : Metadata::Reach::AllButRandom;
+}
+
+/// How many words the file has, counted as they are read.
+int CountWords(const std::string& path) {
+  std::ifstream stream(path);
+  int count = 0;
+  for (std::string word; stream >> word;) {
+    ++count;
+  }
+  return count;
+}
+
+/// The members that stand more than once in the JSON object `text`; nothing when it is none.
+std::set<std::string> RepeatedMembers(const std::string& text) {
+  std::set<std::string> seen;
+  std::set<std::string> repeated;
+  const auto collect = [&](int depth, nlohmann::json::parse_event_t event,
+                           const nlohmann::json& parsed) {
+    if (event == nlohmann::json::parse_event_t::key && depth == 1 &&
+        !seen.insert(parsed.get<std::string>()).second) {
+      repeated.insert(parsed.get<std::string>());
+    }
+    return true;
+  };
+  const bool isJson = !nlohmann::json::parse(text, collect, false).is_discarded();
+  return isJson ? repeated : std::set<std::string>();
+}
+
+class MetadataFinder {
+ public:
+  explicit MetadataFinder(const std::string& path) : path_(path) {}
+
+  Metadata Find() {
+    if (StateOf(path_) == FileState::Missing) {
+      AddHere("metadata-missing", "the run ends before anything is written");
+    } else {
+      FindInFile();
+    }
+    metadata_.reach = ReachOf(metadata_);
+    return std::move(metadata_);
+  }
+
+ private:
+  void FindInFile() {
+    const int words = CountWords(path_);
+    word_ = MetadataHelper::LastWord(path_);
+    if (std::count(word_.begin(), word_.end(), '[') + std::count(word_.begin(), word_.end(), '{') >
+        kContainersRead) {
+      throw Error("read", path_,
+                  "it has more than " + std::to_string(kContainersRead) + " arrays and objects");
+    }
+    QDOObject object = QDOJSONParser::fromJSON(word_, true);
+    if (object.getType() != QDOObject::Map) {
+      AddHere(words > 1 ? "metadata-blank" : "metadata-not-object",
+              word_.empty() ? "it holds no word"
+                            : "the word that counts, its last, is no object: " + word_);
+      return;
+    }
+    if (words > 1) {
+      AddHere("metadata-ignored-text", "only its last word is read");
+    }
+    if (!nlohmann::json::accept(word_)) {
+      AddHere("metadata-syntax", "the installer reads it as far as it goes: " + word_);
+    }
+    for (const std::string& member : RepeatedMembers(word_)) {
+      AddTo("metadata-repeated-member", member, "the first one counts");
+    }
+    Query(object.getMap());
+  }
+
+  void Query(std::map<std::string, QDOObject>& members) {
+    MetadataHelper helper(path_);
+    metadata_.clear = Ask(helper, &MetadataHelper::shouldClearRegistry);
+    metadata_.updateId = Ask(helper, &MetadataHelper::getUpdateId);
+    metadata_.regenerate = Ask(helper, &MetadataHelper::shouldRegenerateRandom);
+    FindInMember(members, "clear", metadata_.clear.has_value());
+    FindInMember(members, "updateid", metadata_.updateId.has_value());
+    FindInMember(members, "regenerate", metadata_.regenerate.has_value());
+    if (metadata_.updateId) {
+      FindInUpdateId(*metadata_.updateId);
+    }
+  }
+
+  void FindInMember(std::map<std::string, QDOObject>& members, const std::string& name,
+                    bool isAccepted) {
+    if (isAccepted) {
+      return;
+    }
+    const auto member = members.find(name);
+    if (member == members.end()) {
+      AddTo("metadata-member-missing", name, "it is missing");
+    } else if (name == "updateid" && member->second.getType() == QDOObject::Int64) {
+      AddTo("metadata-updateid-range", name, "it does not fit 32 bits");
+    } else {
+      AddTo("metadata-member-type", name, "it is of another type");
+    }
+  }
+
+  void FindInUpdateId(int updateId) {
+    if (updateId == kAbsentUpdateId) {
+      AddTo("metadata-updateid-absent", "updateid",
+            "-1 stands for no number: it does not survive the next run with \"clear\"");
+    } else if (updateId < kFirstCutUpdateId) {
+      AddTo("metadata-updateid-cut", "updateid",
+            "the full version will be " + OSUtils::CompleteVersion(updateId));
+    }
+  }
+
+  void AddHere(const char* id, const std::string& reason) { AddTo(id, kMetadataFileName, reason); }
+
+  void AddTo(const char* id, const std::string& subject, const std::string& reason) {
+    Add(metadata_.findings, id, subject, reason);
+  }
+
+  const std::string& path_;
+  std::string word_;
+  Metadata metadata_;
+};
+
+}  // namespace
+
+Metadata ReadMetadata(const std::string& path) {
+  return MetadataFinder(path).Find();
+}
+
+std::string Describe(Metadata::Reach reach) {
+  switch (reach) {
+    case Metadata::Reach::Nothing:
+      return "aborts before anything is written";
+    case Metadata::Reach::Extracted:
+      return "aborts after the package is extracted and its directory recorded: the update number "
+             "is not recorded, nothing is deleted";
+    case Metadata::Reach::AllButRandom:
+      return "aborts at the end: all is done but the random identifier";
+    default:
+      return "exits with 0, all done";
+  }
+}

@@ -1,0 +1,139 @@
+#include "Names.h"
+
+#include <utf8proc.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <sstream>
+#include <unordered_map>
+
+namespace {
+
+struct Free {
+  void operator()(void* memory) const { std::free(memory); }
+};
+
+/// The length of the character at `offset` of `name`, and the character; not positive when there is
+/// none in UTF-8.
+utf8proc_ssize_t Character(const std::string& name, std::size_t offset, utf8proc_int32_t* point) {
+  return utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(name.data()) + offset,
+                          static_cast<utf8proc_ssize_t>(name.length() - offset), point);
+}
+
+bool IsVisible(utf8proc_int32_t point) {
+  const auto category = utf8proc_category(point);
+  return category < UTF8PROC_CATEGORY_ZL || category == UTF8PROC_CATEGORY_CO;
+}
+
+std::string Escaped(char byte) {
+  char text[5] = {};
+  std::snprintf(text, sizeof text, "\\x%02X", static_cast<unsigned int>(byte) & 0xFFU);
+  return text;
+}
+
+std::string Mapped(const std::string& name, int options) {
+  utf8proc_uint8_t* mapped = nullptr;
+  const utf8proc_ssize_t length =
+      utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(name.data()),
+                   static_cast<utf8proc_ssize_t>(name.length()), &mapped,
+                   static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | options));
+  const std::unique_ptr<utf8proc_uint8_t, Free> owner(mapped);
+  return length < 0
+             ? name
+             : std::string(reinterpret_cast<char*>(mapped), static_cast<std::size_t>(length));
+}
+
+std::string LowerCase(std::string name) {
+  std::transform(name.begin(), name.end(), name.begin(), [](char byte) {
+    return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
+  });
+  return name;
+}
+
+names::Junk JunkComponent(const std::string& component) {
+  if (component == ".DS_Store") {
+    return names::Junk::DsStore;
+  }
+  if (component == "__MACOSX") {
+    return names::Junk::MacOsx;
+  }
+  return component.compare(0, 2, "._") == 0 ? names::Junk::AppleDouble : names::Junk::None;
+}
+
+}  // namespace
+
+bool names::IsUtf8(const std::string& name) {
+  utf8proc_int32_t point = 0;
+  utf8proc_ssize_t length = 0;
+  for (std::size_t i = 0; i < name.length(); i += static_cast<std::size_t>(length)) {
+    length = Character(name, i, &point);
+    if (length <= 0) {
+      return false;
+    }
+  }
+  return true;
+}
+
+bool names::IsAscii(const std::string& name) {
+  return std::all_of(name.begin(), name.end(),
+                     [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+}
+
+std::string names::Printable(const std::string& name) {
+  std::string text;
+  for (std::size_t i = 0; i < name.length();) {
+    utf8proc_int32_t point = 0;
+    const auto length =
+        static_cast<std::size_t>(std::max<utf8proc_ssize_t>(Character(name, i, &point), 0));
+    if (length > 0 && IsVisible(point)) {
+      text.append(name, i, length);
+    } else {
+      for (std::size_t j = 0; j < std::max<std::size_t>(length, 1); ++j) {
+        text += Escaped(name[i + j]);
+      }
+    }
+    i += std::max<std::size_t>(length, 1);
+  }
+  return text;
+}
+
+std::string names::Folded(const std::string& name) {
+  return IsAscii(name) ? LowerCase(name) : Mapped(name, UTF8PROC_CASEFOLD);
+}
+
+std::vector<names::Collision> names::Collisions(const std::vector<std::string>& paths) {
+  std::vector<Collision> collisions;
+  std::unordered_map<std::string, std::string> firsts;
+  firsts.reserve(paths.size());
+  for (const std::string& path : paths) {
+    const std::string key = Parent(path) + "/" + Folded(Last(path));
+    const auto [first, isNew] = firsts.emplace(key, path);
+    if (!isNew && first->second != path) {
+      const bool differsInCase = Mapped(Last(first->second), 0) != Mapped(Last(path), 0);
+      collisions.push_back({first->second, path, differsInCase});
+    }
+  }
+  return collisions;
+}
+
+names::Junk names::JunkKind(const std::string& path) {
+  std::istringstream components(path);
+  for (std::string component; std::getline(components, component, '/');) {
+    const Junk junk = JunkComponent(component);
+    if (junk != Junk::None) {
+      return junk;
+    }
+  }
+  return Junk::None;
+}
+
+std::string names::Parent(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash);
+}
+
+std::string names::Last(const std::string& path) {
+  return path.substr(path.rfind('/') + 1);  // npos + 1 is 0
+}

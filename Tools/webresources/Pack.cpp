@@ -1,0 +1,170 @@
+#include "Pack.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "ArchiveWriter.h"
+#include "Metadata.h"
+#include "Replacement.h"
+#include "Resources.h"
+
+namespace {
+
+constexpr std::int64_t kFixedTime = 315532800;  // 1980-01-01, the first that the format has
+
+/// The time of all entries, so that it is not the machine's.
+std::int64_t EntryTime() {
+  const char* text = std::getenv("SOURCE_DATE_EPOCH");
+  if (text == nullptr || *text == '\0') {
+    return kFixedTime;
+  }
+  char* end = nullptr;
+  errno = 0;
+  const std::int64_t seconds = std::strtoll(text, &end, 10);
+  if (*end != '\0' || errno != 0) {
+    throw Error("use", "SOURCE_DATE_EPOCH", "it is not a number of seconds: " + std::string(text));
+  }
+  return seconds;
+}
+
+std::string RealPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
+                                                         std::free);
+  if (!real) {
+    throw Error::FromErrno("read", path);
+  }
+  return real.get();
+}
+
+/// What is written must not become part of what is packed.
+void DemandOutside(const std::string& output, const std::string& directory) {
+  const std::string outer = RealPath(directory) + "/";
+  if ((RealPath(output) + "/").compare(0, outer.length(), outer) == 0) {
+    throw Error("write to", output, "it lies in the directory that is packed");
+  }
+}
+
+/// A bar on the error output, where that is a terminal.
+class Progress {
+ public:
+  Progress(std::size_t total, bool isQuiet)
+      : total_(total), isShown_(!isQuiet && total != 0 && isatty(STDERR_FILENO) == 1) {}
+  ~Progress() {
+    if (isShown_) {
+      std::cerr << "\r\033[K" << std::flush;
+    }
+  }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  void Step() {
+    constexpr std::size_t kWidth = 40;
+    const std::size_t filled = ++done_ * kWidth / total_;
+    if (isShown_ && filled != shown_) {
+      shown_ = filled;
+      std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] "
+                << done_ << "/" << total_ << std::flush;
+    }
+  }
+
+ private:
+  std::size_t total_;
+  bool isShown_;
+  std::size_t done_ = 0;
+  std::size_t shown_ = 0;
+};
+
+struct Totals {
+  std::uint64_t directories = 0;
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+};
+
+Totals WritePackage(const SourceTree& tree, const std::string& path, bool isQuiet) {
+  Totals totals;
+  Progress progress(tree.items.size(), isQuiet);
+  ArchiveWriter archive(path, EntryTime());
+  for (const SourceTree::Item& item : tree.items) {
+    if (item.isDirectory) {
+      archive.AddDirectory(item.name);
+      ++totals.directories;
+    } else {
+      totals.bytes += archive.AddFile(item.name, item.path);
+      ++totals.files;
+    }
+    progress.Step();
+  }
+  archive.Close();
+  return totals;
+}
+
+void WriteMetadata(const PackOptions& options, const std::string& path) {
+  std::ofstream stream(path);
+  stream << std::boolalpha << "{\"clear\":" << options.clear << ",\"updateid\":" << options.updateId
+         << ",\"regenerate\":" << options.regenerate << "}\n";
+  stream.close();
+  if (!stream) {
+    throw Error::FromErrno("write", path);
+  }
+}
+
+void ReportLeftOut(const SourceTree& tree, bool isQuiet, Report& report) {
+  Json& leftOut = report.details["leftOut"] = Json::array();
+  for (const SourceTree::LeftOut& item : tree.leftOut) {
+    Json json = {{"reason", item.reason}};
+    PutName(json, "path", item.name);
+    leftOut.push_back(json);
+    if (!isQuiet) {
+      report.listing.push_back("left out: " + item.name + " (" + item.reason + ")");
+    }
+  }
+}
+
+void ReportTotals(const Totals& totals, const Resources& resources, bool isQuiet, Report& report) {
+  struct stat status = {};
+  stat(resources.package.c_str(), &status);
+  Json& package = report.details["package"] = Json::object();
+  PutName(package, "path", resources.package);
+  package["directories"] = totals.directories;
+  package["files"] = totals.files;
+  package["bytes"] = totals.bytes;
+  package["packedBytes"] = static_cast<std::uint64_t>(status.st_size);
+  if (!isQuiet) {
+    report.summary.push_back("directories: " + std::to_string(totals.directories) +
+                             ", files: " + std::to_string(totals.files) +
+                             ", bytes: " + std::to_string(totals.bytes) + ", packed into " +
+                             std::to_string(status.st_size) + " bytes: " + resources.package);
+  }
+}
+
+}  // namespace
+
+Report Pack(const PackOptions& options) {
+  const Resources resources = FindResources(options.output);
+  DemandOutside(resources.directory, options.directory);
+  const SourceTree tree = CollectSource(options.directory, options.selection);
+
+  Report report("pack");
+  ReportLeftOut(tree, options.isQuiet, report);
+  Replacement metadata(resources.metadata);
+  WriteMetadata(options, metadata.temporary());
+  report.findings = tree.refused;
+  for (const Finding& finding : ReadMetadata(metadata.temporary()).findings) {
+    report.findings.push_back(finding);
+  }
+  report.Judge();
+  if (report.status != kAsItShouldBe) {
+    report.summary.push_back("nothing is written");
+    return report;
+  }
+  Replacement package(resources.package);
+  const Totals totals = WritePackage(tree, package.temporary(), options.isQuiet);
+  Replacement::CommitBoth(package, metadata);
+  ReportTotals(totals, resources, options.isQuiet, report);
+  return report;
+}

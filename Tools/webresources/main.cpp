@@ -1,0 +1,139 @@
+#include <CLI/CLI.hpp>
+#include <csignal>
+#include <exception>
+#include <functional>
+#include <iostream>
+
+#include "Check.h"
+#include "Names.h"
+#include "Pack.h"
+#include "Verify.h"
+
+namespace {
+
+/// The options of all commands, and the command to run with them.
+struct CommandLine {
+  std::string name;
+  std::function<Report()> run;
+  bool asJson = false;
+  PackOptions pack;
+  CheckOptions check;
+  VerifyOptions verify;
+  bool keepDsStore = false;
+  bool keepMacOsx = false;
+  bool keepAppleDouble = false;
+};
+
+CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
+                     const std::string& purpose, const std::string& example,
+                     const std::function<Report()>& run) {
+  CLI::App* command = app.add_subcommand(name, purpose);
+  command->footer("Example:\n  webresources " + example + "\n");
+  command->add_flag("--json", line.asJson, "Write one JSON document");
+  command->callback([&line, name, run] {
+    line.name = name;
+    line.run = run;
+  });
+  return command;
+}
+
+void AddPack(CLI::App& app, CommandLine& line) {
+  PackOptions& options = line.pack;
+  CLI::App* command =
+      AddCommand(app, line, "pack", "Make a bundle's package and metadata of a directory",
+                 "pack site --update-id 7 --output X.app", [&line] {
+                   const std::pair<bool, names::Junk> kept[] = {
+                       {line.keepDsStore, names::Junk::DsStore},
+                       {line.keepMacOsx, names::Junk::MacOsx},
+                       {line.keepAppleDouble, names::Junk::AppleDouble}};
+                   for (const auto& [isKept, junk] : kept) {
+                     if (isKept) {
+                       line.pack.selection.kept.insert(junk);
+                     }
+                   }
+                   return Pack(line.pack);
+                 });
+  command->add_option("DIRECTORY", options.directory, "What to pack")->required();
+  command->add_option("--update-id", options.updateId, "The update number to record")->required();
+  command->add_option("--output", options.output, "A bundle, or its Resources directory")
+      ->required();
+  command->add_flag("--clear", options.clear, "Wipe foreign keys from the record first");
+  command->add_flag("--regenerate", options.regenerate, "Draw a new random identifier");
+  command->add_option("--exclude", options.selection.excluded, "Leave out what matches GLOB")
+      ->type_name("GLOB")
+      ->allow_extra_args(false);
+  command->add_flag("--follow", options.selection.followLinks, "Pack what symbolic links lead to");
+  command->add_flag("--keep-ds-store", line.keepDsStore, "Pack .DS_Store files");
+  command->add_flag("--keep-macosx", line.keepMacOsx, "Pack __MACOSX directories");
+  command->add_flag("--keep-apple-double", line.keepAppleDouble, "Pack ._* files");
+  command->add_flag("--quiet", options.isQuiet, "Say nothing but findings and errors");
+}
+
+void AddCheck(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      AddCommand(app, line, "check", "Tell what the installer will do with a bundle",
+                 "check --prove X.app", [&line] { return Check(line.check); });
+  command
+      ->add_option("BUNDLE_OR_RESOURCES", line.check.path, "A bundle, or its Resources directory")
+      ->required();
+  command->add_flag("--prove", line.check.prove, "Also extract into a scratch directory, compare");
+  command->add_flag("--quiet", line.check.isQuiet, "Leave out the list of entries");
+}
+
+void AddVerify(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      AddCommand(app, line, "verify", "Compare what is installed with a bundle, or with itself",
+                 "verify X.app", [&line] { return Verify(line.verify); });
+  command->add_option("BUNDLE", line.verify.bundle, "The bundle that should be installed");
+  command->add_option("--root", line.verify.root, "Where the installed system's files are")
+      ->type_name("PREFIX");
+}
+
+void AddInstallCheck(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      AddCommand(app, line, "installcheck", "Exit with 0 when a bundle is to be installed, else 1",
+                 "installcheck X.app", [&line] { return InstallCheck(line.verify); });
+  command->add_option("BUNDLE", line.verify.bundle, "The bundle that should be installed")
+      ->required();
+  command->add_option("--root", line.verify.root, "Where the installed system's files are")
+      ->type_name("PREFIX");
+}
+
+int Run(const CommandLine& line) {
+  try {
+    const Report report = line.run();
+    Print(report, line.asJson);
+    return report.status;
+  } catch (const Error& error) {
+    std::cerr << "webresources " << line.name << ": " << names::Printable(error.what()) << '\n';
+    if (line.asJson) {
+      Print(ReportOf(line.name, error), true);
+    }
+    return kCouldNotTell;
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  CLI::App app("Packs, checks and verifies the web resources that the installer installs",
+               "webresources");
+  app.set_version_flag("--version", WEBRESOURCES_VERSION);
+  app.require_subcommand(1);
+  CommandLine line;
+  AddPack(app, line);
+  AddCheck(app, line);
+  AddVerify(app, line);
+  AddInstallCheck(app, line);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? 0 : kUsage;
+  }
+  try {
+    return Run(line);
+  } catch (const std::exception& error) {
+    std::cerr << "webresources " << line.name << ": " << error.what() << '\n';
+    return kCouldNotTell;
+  }
+}
