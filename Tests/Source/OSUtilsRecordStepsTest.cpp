@@ -44,8 +44,9 @@ extern "C" void srand(unsigned int value) {
 }
 
 PreferencesDomain::PreferencesDomain(const std::string& applicationIdentifier,
-                                     const std::string& root) {
-  store.foreign |= applicationIdentifier != PLIST_SECTION_KEY || !root.empty();
+                                     const std::string& root)
+    : name_(root + applicationIdentifier) {
+  store.foreign |= name_ != PLIST_SECTION_KEY;
 }
 
 void PreferencesDomain::SetText(const std::string& key, const std::string& value) {

@@ -4,6 +4,7 @@
 #include <zlib.h>
 
 #include <cstdint>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -45,6 +46,10 @@ struct ZipEntry {
   std::uint32_t localSignature = 0x04034b50;
   std::uint32_t centralSignature = 0x02014b50;
   std::uint32_t attributes = 0;
+  std::uint16_t flags = 0;
+  std::optional<std::string> localName;  ///< Where it is to differ.
+  std::optional<std::uint32_t> localCrc;
+  std::optional<std::uint32_t> offset;  ///< Claimed place of the local header.
 
   ZipEntry(std::string entryName, const std::string& contents, Method entryMethod = kStored)
       : name(std::move(entryName)),
@@ -68,26 +73,28 @@ inline std::string Zip(const std::vector<ZipEntry>& entries) {
   for (const ZipEntry& entry : entries) {
     const auto offset = static_cast<std::uint32_t>(bytes.length());
     // The fields that both headers share, from "version needed" to the extra field's length.
-    const auto common = [&put, &entry](std::string& to, std::uint16_t method) {
+    const auto common = [&put, &entry](std::string& to, std::uint16_t method, std::uint32_t crc,
+                                       const std::string& name) {
       put(to, 20, 2);
-      put(to, 0, 2);
+      put(to, entry.flags, 2);
       put(to, method, 2);
       put(to, 0x00210000, 4);  // 1980-01-01
-      put(to, entry.crc, 4);
+      put(to, crc, 4);
       put(to, entry.compressed, 4);
       put(to, entry.size, 4);
-      put(to, static_cast<std::uint32_t>(entry.name.length()), 2);
+      put(to, static_cast<std::uint32_t>(name.length()), 2);
       put(to, 0, 2);
     };
     put(bytes, entry.localSignature, 4);
-    common(bytes, entry.localMethod);
-    bytes += entry.name + entry.data;
+    const std::string& localName = entry.localName ? *entry.localName : entry.name;
+    common(bytes, entry.localMethod, entry.localCrc.value_or(entry.crc), localName);
+    bytes += localName + entry.data;
     put(central, entry.centralSignature, 4);
     put(central, 0x0314, 2);  // made on a system with file modes
-    common(central, entry.method);
+    common(central, entry.method, entry.crc, entry.name);
     put(central, 0, 6);
     put(central, entry.attributes, 4);
-    put(central, offset, 4);
+    put(central, entry.offset.value_or(offset), 4);
     central += entry.name;
   }
   const auto count = static_cast<std::uint32_t>(entries.size());
