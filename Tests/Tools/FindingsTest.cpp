@@ -1,0 +1,221 @@
+// Each rule about packages: an archive that triggers it, alone.
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "Findings.h"
+#include "InstallerConstants.h"
+#include "InstallerUtils.h"
+#include "Support.h"
+#include "Tree.h"
+#include "ZipBuilder.h"
+
+namespace {
+
+struct Case {
+  const char* rule;  ///< Empty: none.
+  const char* what;
+  std::string bytes;
+};
+
+void PrintTo(const Case& tested, std::ostream* stream) {
+  *stream << tested.what;
+}
+
+ZipEntry Flagged(ZipEntry entry, std::uint16_t flags) {
+  entry.flags = flags;
+  return entry;
+}
+
+ZipEntry WithMethod(ZipEntry entry, std::uint16_t method) {
+  entry.method = entry.localMethod = method;
+  return entry;
+}
+
+template <typename Field, typename Value>
+ZipEntry With(ZipEntry entry, Field ZipEntry::*field, Value value) {
+  entry.*field = value;
+  return entry;
+}
+
+/// The archive with another number of entries in its end record.
+std::string WithCount(std::string bytes, char count) {
+  bytes[bytes.length() - 22 + 8] = bytes[bytes.length() - 22 + 10] = count;
+  return bytes;
+}
+
+std::string Long(std::size_t length) {
+  return std::string(length, 'n');
+}
+
+const ZipEntry kFile("a", "text");
+constexpr std::uint16_t kUtf8 = 0x800;
+
+std::vector<Case> Cases() {
+  const ZipEntry kText("b", "text");
+  const std::string inner = Zip({kText}).substr(0, 35);  // its local header, name and data
+  return {
+      {"", "flat", Zip({kFile, {"b", "deflated text text text text", kDeflated}})},
+      {"", "directories", Zip({{"d/", ""}, {"d/e/", ""}, {"d/e/f", "x"}})},
+      {"", "a directory announced with its ancestors missing", Zip({{"d/e/", ""}, {"d/f", "x"}})},
+      {"", "a flagged name", Zip({Flagged({"\xC3\xA4", "x"}, kUtf8)})},
+      {"", "a large file that shrinks less", Zip({{"a", Long(1000), kDeflated}})},
+
+      {"package-unreadable", "no archive", "no archive at all, but long enough for an end record"},
+      {"package-unreadable", "an empty file", ""},
+      {"package-unreadable", "half an archive", Zip({kFile}).substr(0, 40)},
+      {"package-empty", "no entries", Zip({})},
+      {"directory-damaged", "a record without its signature",
+       Zip({kFile, With(ZipEntry("b", "x"), &ZipEntry::centralSignature, 0U)})},
+      {"directory-damaged", "fewer entries counted than listed",
+       WithCount(Zip({kFile, {"b", "x"}}), 1)},
+      {"directory-damaged", "more entries counted than listed",
+       WithCount(Zip({kFile, {"b", "x"}}), 3)},
+      {"leading-data", "bytes before", "#!/bin/sh\n" + Zip({kFile})},
+      {"trailing-data", "bytes after", Zip({kFile}) + "more"},
+      {"overlapping-entries", "an entry in another's data",
+       Zip({{"a", inner}, With(kText, &ZipEntry::offset, 31U)})},
+      {"case-collision", "files", Zip({{"Read", "1"}, {"read", "2"}})},
+      {"case-collision", "directories stand for what is in them",
+       Zip({{"D/", ""}, {"D/x", "1"}, {"d/", ""}, {"d/x", "2"}})},
+      {"normalization-collision", "composed and decomposed",
+       Zip({Flagged({"\xC3\xA4", "1"}, kUtf8), Flagged({"a\xCC\x88", "2"}, kUtf8)})},
+
+      {"missing-directory-entry", "never announced", Zip({kFile, {"d/a", "x"}})},
+      {"missing-directory-entry", "announced later", Zip({{"d/a", "x"}, {"d/", ""}})},
+      {"path-blocked", "a file in the way of a directory", Zip({{"a", "x"}, {"a/", ""}})},
+      {"path-blocked", "a directory in the way of a file", Zip({{"d/", ""}, {"d", "x"}})},
+      {"path-blocked", "a file in the way of a path", Zip({{"a", "x"}, {"a/b", "x"}})},
+      {"climbs-out", "a file", Zip({kFile, {"../x", "x"}})},
+      {"climbs-out", "a directory", Zip({kFile, {"a/../../x/", ""}})},
+      {"name-empty", "no name", Zip({kFile, {"", "x"}})},
+      {"name-too-long", "512 bytes", Zip({{Long(200) + "/", ""}, {Long(512), "x"}})},
+      {"name-too-long", "a component of 256 bytes", Zip({{Long(256), "x"}})},
+      {"name-too-long", "a directory's component of 256 bytes", Zip({{Long(256) + "/", ""}})},
+      {"name-not-utf8", "Latin-1", Zip({{"\xE4", "x"}})},
+      {"name-unflagged", "UTF-8 without the flag", Zip({{"\xC3\xA4", "x"}})},
+      {"name-unclean", "absolute", Zip({{"/a", "x"}})},
+      {"name-unclean", "a dot", Zip({{"./a", "x"}})},
+      {"name-unclean", "dots that stay inside", Zip({{"d/", ""}, {"d/../a", "x"}})},
+      {"name-unclean", "an empty component", Zip({{"d/", ""}, {"d//a", "x"}})},
+      {"name-unclean", "a backslash", Zip({{"d\\a", "x"}})},
+      {"name-unclean", "a control character", Zip({{"a\nb", "x"}})},
+      {"name-unclean", "a zero byte", Zip({{std::string("a\0b", 3), "x"}})},
+      {"duplicate-entry", "a file", Zip({{"a", "1"}, {"a", "2"}})},
+      {"duplicate-entry", "a directory", Zip({{"d/", ""}, {"d/", ""}})},
+      {"unsupported-method", "method 1", Zip({kFile, WithMethod({"b", "x"}, 1)})},
+      {"unsupported-method", "method 12, which is written as it is",
+       Zip({kFile, WithMethod({"b", "x"}, 12)})},
+      {"encrypted", "stored", Zip({Flagged({"a", "123456789012"}, 1)})},
+      {"encrypted", "deflated", Zip({Flagged({"a", "123456789012", kDeflated}, 1)})},
+      {"headers-differ", "name", Zip({With(kFile, &ZipEntry::localName, "b")})},
+      {"headers-differ", "checksum", Zip({With(kFile, &ZipEntry::localCrc, 1U)})},
+      {"headers-differ", "method",
+       Zip({With(kFile, &ZipEntry::localMethod, std::uint16_t{kDeflated})})},
+      {"damaged-entry", "no local header", Zip({With(kFile, &ZipEntry::localSignature, 0U)})},
+      {"damaged-data", "not deflated",
+       Zip({With(ZipEntry("a", Long(99), kDeflated), &ZipEntry::data, std::string(6, '\xFF'))})},
+      {"damaged-data", "an early end",
+       Zip({With(ZipEntry("a", "text", kDeflated), &ZipEntry::size, 5U)})},
+      {"wrong-crc", "stored", Zip({With(kFile, &ZipEntry::crc, 1U)})},
+      {"wrong-crc", "deflated", Zip({With(ZipEntry("a", "text", kDeflated), &ZipEntry::crc, 1U)})},
+      {"expansion-ratio", "a megabyte of one letter", Zip({{"a", Long(1U << 20U), kDeflated}})},
+      {"link-entry", "a link", Zip({With(kFile, &ZipEntry::attributes, 0120777U << 16U)})},
+      {"junk-file", ".DS_Store", Zip({{".DS_Store", "x"}})},
+      {"junk-file", "__MACOSX", Zip({{"__MACOSX/", ""}})},
+      {"junk-file", "._*", Zip({{"d/", ""}, {"d/._a", "x"}})},
+  };
+}
+
+class FindingsTest : public testing::TestWithParam<Case> {
+ protected:
+  FindingsTest() {
+    WriteFile(path_, GetParam().bytes);
+    package_.emplace(path_);
+    prediction_ = Predict(*package_);
+  }
+
+  ScopedDirectory directory_;
+  std::string path_ = directory_ / kPackageFileName;
+  std::optional<Package> package_;
+  Prediction prediction_;
+};
+
+std::vector<std::string> IdsOf(const Findings& findings) {
+  std::vector<std::string> ids;
+  for (const Finding& finding : findings) {
+    ids.push_back(finding.rule->id);
+  }
+  return ids;
+}
+
+TEST_P(FindingsTest, ArchiveTriggersItsRuleAlone) {
+  const std::string rule = GetParam().rule;
+  const std::vector<std::string> expected(rule.empty() ? 0 : 1, rule);
+  EXPECT_EQ(IdsOf(FindInPackage(true, prediction_, ReadStructure(path_))), expected);
+}
+
+TEST_P(FindingsTest, ExtractionLeavesWhatIsPredicted) {
+  std::string destination = directory_ / "destination";
+  ASSERT_TRUE(InstallerUtils::UncompressPackageFiles(path_, destination));
+  for (const Difference& difference : Compare(prediction_, *package_, destination)) {
+    ADD_FAILURE() << difference.path << ": " << difference.reason;
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Archives, FindingsTest, testing::ValuesIn(Cases()));
+
+/// Whether the extraction leaves what is predicted of the archive `bytes`.
+bool IsPredicted(const std::string& bytes) {
+  ScopedDirectory directory;
+  std::string path = directory / kPackageFileName;
+  std::string destination = directory / "destination";
+  WriteFile(path, bytes);
+  Package package(path);
+  const Prediction prediction = Predict(package);
+  FindInPackage(true, prediction, ReadStructure(path));
+  return InstallerUtils::UncompressPackageFiles(path, destination) &&
+         Compare(prediction, package, destination).empty();
+}
+
+const std::string kMixed = Zip({{"d/", ""},
+                                {"d/f", "text text text text", kDeflated},
+                                {"g", "stored"},
+                                {"d/f", "again"},
+                                {"../h", "x"}});
+
+TEST(DamagedArchive, EveryCutIsPredicted) {
+  for (std::size_t length = 0; length < kMixed.length(); ++length) {
+    EXPECT_TRUE(IsPredicted(kMixed.substr(0, length))) << length;
+  }
+}
+
+TEST(DamagedArchive, EveryChangedByteIsPredicted) {
+  for (std::size_t place = 0; place < kMixed.length(); ++place) {
+    std::string changed = kMixed;
+    changed[place] = static_cast<char>(changed[place] ^ 0x41);
+    EXPECT_TRUE(IsPredicted(changed)) << place;
+  }
+}
+
+TEST(Rules, MissingPackageIsAFinding) {
+  ScopedDirectory directory;
+  Package package(directory / kPackageFileName);
+  EXPECT_EQ(IdsOf(FindInPackage(false, Predict(package), std::nullopt)),
+            std::vector<std::string>{"package-missing"});
+}
+
+TEST(Rules, IdentifiersAreUnique) {
+  std::set<std::string> ids;
+  for (const Rule& rule : Rules()) {
+    EXPECT_TRUE(ids.insert(rule.id).second) << rule.id;
+  }
+}
+
+TEST(Rules, FindingOfNoRuleIsADefect) {
+  Findings findings;
+  EXPECT_THROW(Add(findings, "no-such-rule", "", ""), std::logic_error);
+}
+
+}  // namespace

@@ -1,0 +1,44 @@
+#include <gtest/gtest.h>
+
+#include "Names.h"
+
+namespace {
+
+TEST(Names, PrintableLeavesTextAloneAndShowsTheRestAsBytes) {
+  EXPECT_EQ(names::Printable("a \xC3\xA4/\xE2\x82\xAC"), "a \xC3\xA4/\xE2\x82\xAC");
+  EXPECT_EQ(names::Printable("a\nb\x1B[31m"), "a\\x0Ab\\x1B[31m");
+  EXPECT_EQ(names::Printable("\xE4"), "\\xE4");
+  EXPECT_EQ(names::Printable("\xC3"), "\\xC3");
+  EXPECT_EQ(names::Printable("\xE2\x80\xAE"
+                             "x"),
+            "\\xE2\\x80\\xAEx");  // right-to-left override
+}
+
+TEST(Names, FoldingTakesAwayCaseAndNormalization) {
+  EXPECT_EQ(names::Folded("ReadMe"), names::Folded("README"));
+  EXPECT_EQ(names::Folded("\xC3\x84"), names::Folded("a\xCC\x88"));
+  EXPECT_EQ(names::Folded("stra\xC3\x9F"
+                          "e"),
+            names::Folded("STRASSE"));
+  EXPECT_NE(names::Folded("a"), names::Folded("b"));
+  EXPECT_EQ(names::Folded("\xE4"), "\xE4");
+}
+
+TEST(Names, CollisionIsFoundInOneDirectoryOnly) {
+  EXPECT_EQ(names::Collisions({"a/x", "b/X"}).size(), 0U);
+  const auto collisions = names::Collisions({"a/x", "a/X"});
+  ASSERT_EQ(collisions.size(), 1U);
+  EXPECT_EQ(collisions[0].first, "a/x");
+  EXPECT_EQ(collisions[0].second, "a/X");
+  EXPECT_TRUE(collisions[0].differsInCase);
+}
+
+TEST(Names, JunkIsKnownByEachOfItsComponents) {
+  EXPECT_EQ(names::JunkKind("a/.DS_Store"), names::Junk::DsStore);
+  EXPECT_EQ(names::JunkKind("__MACOSX/a"), names::Junk::MacOsx);
+  EXPECT_EQ(names::JunkKind("a/._b"), names::Junk::AppleDouble);
+  EXPECT_EQ(names::JunkKind("a/.b/_c"), names::Junk::None);
+  EXPECT_EQ(names::JunkKind("a/x.DS_Store"), names::Junk::None);
+}
+
+}  // namespace

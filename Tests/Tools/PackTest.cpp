@@ -1,0 +1,228 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "ArchiveWriter.h"
+#include "Check.h"
+#include "Pack.h"
+#include "Replacement.h"
+#include "Support.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// A directory "site" to pack, and "resources" to write to.
+class PackTest : public testing::Test {
+ protected:
+  PackTest() {
+    fs::create_directory(directory_ / "site");
+    fs::create_directory(directory_ / "resources");
+    options_.directory = directory_ / "site";
+    options_.output = directory_ / "resources";
+    options_.updateId = 7;
+  }
+
+  std::string Site(const std::string& name) const { return directory_ / ("site/" + name); }
+  std::string Written(const std::string& name) const { return directory_ / ("resources/" + name); }
+
+  /// The identifiers of the findings, each with a blank after it.
+  std::string Refusals() {
+    std::string ids;
+    for (const Finding& finding : Pack(options_).findings) {
+      ids += std::string(finding.rule->id) + " ";
+    }
+    return ids;
+  }
+
+  /// The names that check finds in the written package, which must be as it should be.
+  std::string Packed() {
+    CheckOptions options;
+    options.path = options_.output;
+    options.prove = true;
+    const Report report = Check(options);
+    EXPECT_EQ(report.status, 0);
+    std::string entries;
+    for (const auto& entry : report.details["entries"]) {
+      entries += entry["name"].get<std::string>() + " ";
+    }
+    return entries;
+  }
+
+  ScopedDirectory directory_;
+  PackOptions options_;
+};
+
+TEST_F(PackTest, EntriesStandInTheOrderOfBytesWithEachDirectoryBeforeItsFiles) {
+  fs::create_directories(Site("a/b"));
+  for (const char* name : {"a/b/f", "a.txt", "a-", "B", "a/z"}) {
+    WriteFile(Site(name), name);
+  }
+  EXPECT_EQ(Refusals(), "");
+  EXPECT_EQ(Packed(), "B a- a.txt a/ a/b/ a/b/f a/z ");
+  EXPECT_EQ(ReadFile(Written("metadata.txt")),
+            "{\"clear\":false,\"updateid\":7,\"regenerate\":false}\n");
+}
+
+TEST_F(PackTest, MetadataHoldsWhatIsAskedFor) {
+  options_.clear = options_.regenerate = true;
+  options_.updateId = -2;
+  EXPECT_EQ(Refusals(), "");
+  EXPECT_EQ(ReadFile(Written("metadata.txt")),
+            "{\"clear\":true,\"updateid\":-2,\"regenerate\":true}\n");
+}
+
+TEST_F(PackTest, ModesAndTimesAreNotPacked) {
+  WriteFile(Site("f"), "x");
+  EXPECT_EQ(Refusals(), "");
+  const std::string first = ReadFile(Written("OrloWebResources.zip"));
+  chmod(Site("f").c_str(), 0700);
+  fs::last_write_time(Site("f"), fs::file_time_type::clock::now() - std::chrono::hours(50));
+  EXPECT_EQ(Refusals(), "");
+  EXPECT_EQ(ReadFile(Written("OrloWebResources.zip")), first);
+}
+
+TEST_F(PackTest, JunkIsLeftOutAndSaidSo) {
+  fs::create_directories(Site("__MACOSX"));
+  for (const char* name : {".DS_Store", "._f", "__MACOSX/f", "f"}) {
+    WriteFile(Site(name), "x");
+  }
+  const Report report = Pack(options_);
+  EXPECT_EQ(report.listing.size(), 3U);
+  EXPECT_EQ(Packed(), "f ");
+}
+
+TEST_F(PackTest, JunkIsKeptOnRequest) {
+  WriteFile(Site(".DS_Store"), "x");
+  WriteFile(Site("._f"), "x");
+  options_.selection.kept = {names::Junk::DsStore};
+  const Report report = Pack(options_);
+  ASSERT_EQ(report.details["leftOut"].size(), 1U);
+  EXPECT_EQ(report.details["leftOut"][0]["path"], "._f");
+}
+
+TEST_F(PackTest, GlobsExcludeByNameOrByPath) {
+  fs::create_directories(Site("a/b"));
+  for (const char* name : {"x.map", "a/y.map", "a/b/f", "a/f"}) {
+    WriteFile(Site(name), "x");
+  }
+  options_.selection.excluded = {"*.map", "a/b"};
+  EXPECT_EQ(Refusals(), "");
+  EXPECT_EQ(Packed(), "a/ a/f ");
+}
+
+TEST_F(PackTest, LinksAreRefusedUnlessFollowed) {
+  fs::create_directory(Site("d"));
+  WriteFile(Site("d/f"), "x");
+  fs::create_symlink("d", Site("link"));
+  EXPECT_EQ(Refusals(), "link-entry ");
+  EXPECT_FALSE(Exists(Written("OrloWebResources.zip")));
+  options_.selection.followLinks = true;
+  EXPECT_EQ(Refusals(), "");
+  EXPECT_EQ(Packed(), "d/ d/f link/ link/f ");
+}
+
+TEST_F(PackTest, LinkThatLeadsNowhereOrBackIsRefused) {
+  options_.selection.followLinks = true;
+  fs::create_symlink("nowhere", Site("a"));
+  fs::create_symlink(".", Site("b"));
+  EXPECT_EQ(Refusals(), "link-broken link-broken ");
+}
+
+TEST_F(PackTest, SpecialFileIsRefused) {
+  mkfifo(Site("fifo").c_str(), 0600);
+  EXPECT_EQ(Refusals(), "special-file ");
+}
+
+TEST_F(PackTest, CollidingNamesAreRefused) {
+  WriteFile(Site("A"), "x");
+  WriteFile(Site("a"), "x");
+  EXPECT_EQ(Refusals(), "case-collision ");
+}
+
+TEST_F(PackTest, NamesThatTheInstallerSkipsAreRefused) {
+  const std::string deep = std::string(250, 'd') + "/" + std::string(250, 'e');
+  fs::create_directories(Site(deep));
+  WriteFile(Site(deep + "/" + std::string(10, 'f')), "x");
+  WriteFile(Site(deep + "/" + std::string(9, 'f')), "x");
+  EXPECT_EQ(Refusals(), "name-too-long ");
+}
+
+TEST_F(PackTest, NameThatIsNotUtf8IsRefused) {
+  WriteFile(Site("\xE4"), "x");
+  EXPECT_EQ(Refusals(), "name-not-utf8 ");
+}
+
+TEST_F(PackTest, UpdateNumberThatCountsAsAbsentIsRefused) {
+  options_.updateId = -1;
+  EXPECT_EQ(Refusals(), "metadata-updateid-absent ");
+}
+
+TEST_F(PackTest, OutputInThePackedDirectoryIsRefused) {
+  options_.output = Site("");
+  EXPECT_THROW(Pack(options_), Error);
+}
+
+TEST_F(PackTest, NothingIsWrittenWhenTheSecondFileCannotTakeItsPlace) {
+  WriteFile(Site("f"), "x");
+  WriteFile(Written("OrloWebResources.zip"), "old");
+  fs::create_directory(Written("metadata.txt"));
+  EXPECT_THROW(Pack(options_), Error);
+  EXPECT_EQ(TreeOf(options_.output),
+            (Tree{{"OrloWebResources.zip", "old"}, {"metadata.txt/", ""}}));
+}
+
+TEST_F(PackTest, RollbackOfAFirstFileLeavesNone) {
+  WriteFile(Site("f"), "x");
+  fs::create_directory(Written("metadata.txt"));
+  EXPECT_THROW(Pack(options_), Error);
+  EXPECT_EQ(TreeOf(options_.output), (Tree{{"metadata.txt/", ""}}));
+}
+
+TEST_F(PackTest, FileThatCannotBeReadLeavesTheOldOutput) {
+  WriteFile(Site("f"), "x");
+  ASSERT_EQ(Refusals(), "");
+  const Tree before = TreeOf(options_.output);
+  chmod((directory_ / "resources").c_str(), 0777);
+  WriteFile(Site("secret"), "x");
+  chmod(Site("secret").c_str(), 0);
+  EXPECT_TRUE(AsOrdinaryUser([this] {
+    try {
+      Pack(options_);
+    } catch (const Error& error) {
+      return error.operation() == "read" && error.object() == Site("secret");
+    }
+    return false;
+  }));
+  EXPECT_EQ(TreeOf(options_.output), before);
+}
+
+TEST(ArchiveWriter, DataIsStoredWhereDeflatingDoesNotShrinkIt) {
+  ScopedDirectory directory;
+  WriteFile(directory / "short", "abc");
+  WriteFile(directory / "long", std::string(1000, 'a'));
+  {
+    ArchiveWriter writer(directory / "zip", 0);
+    EXPECT_EQ(writer.AddFile("short", directory / "short"), 3U);
+    EXPECT_EQ(writer.AddFile("long", directory / "long"), 1000U);
+    writer.Close();
+  }
+  const std::string bytes = ReadFile(directory / "zip");
+  EXPECT_NE(bytes.find("shortabc"), std::string::npos);
+  EXPECT_LT(bytes.length(), 500U);
+}
+
+TEST(ArchiveWriter, TimesOutsideTheFormatAreTakenToItsEnds) {
+  ScopedDirectory directory;
+  const auto bytesAt = [&directory](std::int64_t seconds) {
+    ArchiveWriter writer(directory / "zip", seconds);
+    writer.AddDirectory("d/");
+    writer.Close();
+    return ReadFile(directory / "zip").substr(10, 4);
+  };
+  EXPECT_EQ(bytesAt(-5), std::string("\0\0\x21\0", 4));
+  EXPECT_EQ(bytesAt(315532800), std::string("\0\0\x21\0", 4));
+  EXPECT_EQ(bytesAt(315532800 + 86399), std::string("\x7D\xBF\x21\0", 4));
+  EXPECT_EQ(bytesAt(INT64_MAX), std::string("\x7D\xBF\x9F\xFF", 4));
+}
+
+}  // namespace

@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+
+#include "InstallerUtils.h"
+#include "Prediction.h"
+#include "Support.h"
+#include "Tree.h"
+#include "ZipBuilder.h"
+
+namespace {
+
+using Action = EntryPrediction::Action;
+using DataEnd = EntryPrediction::DataEnd;
+
+struct Predicted {
+  explicit Predicted(const std::vector<ZipEntry>& entries) {
+    WriteFile(path, Zip(entries));
+    package.emplace(path);
+    prediction = Predict(*package);
+  }
+
+  /// Whether the installer's extraction leaves the predicted tree.
+  bool IsRight() {
+    std::string destination = directory / "destination";
+    return InstallerUtils::UncompressPackageFiles(path, destination) &&
+           Compare(prediction, *package, destination).empty();
+  }
+
+  std::vector<std::string> Paths() const {
+    std::vector<std::string> paths;
+    for (const TreeItem& item : ItemsOf(prediction.tree)) {
+      paths.push_back(item.path + (item.node->isDirectory ? "/" : ""));
+    }
+    return paths;
+  }
+
+  ScopedDirectory directory;
+  std::string path = directory / "package.zip";
+  std::optional<Package> package;
+  Prediction prediction;
+};
+
+using Paths = std::vector<std::string>;
+
+TEST(Prediction, DirectoryEntryMakesItsAncestors) {
+  Predicted predicted({{"a/b/c/", ""}, {"a/f", "x"}});
+  EXPECT_EQ(predicted.Paths(), (Paths{"a/", "a/b/", "a/b/c/", "a/f"}));
+  EXPECT_TRUE(predicted.IsRight());
+}
+
+TEST(Prediction, OddDirectoryNamesMakeWhatTheyMakeOnTheDisk) {
+  Predicted predicted({{"a//", ""},
+                       {"b/./", ""},
+                       {"c/../d/", ""},
+                       {"/e/", ""},
+                       {"f/.//g//h/", ""},
+                       {"/", ""},
+                       {"./", ""},
+                       {"i/..", ""},
+                       {"j/../", ""}});
+  EXPECT_EQ(predicted.Paths(), (Paths{"a/", "b/", "c/", "d/", "e/", "f/", "f/g/", "f/g/h/", "j/"}));
+  EXPECT_TRUE(predicted.IsRight());
+}
+
+TEST(Prediction, FileThatIsInTheWayStopsADirectoryAfterItsAncestors) {
+  Predicted predicted({{"a/", ""}, {"a/f", "x"}, {"a/f/g/", ""}, {"b/f", "x"}});
+  EXPECT_EQ(predicted.Paths(), (Paths{"a/", "a/f"}));
+  EXPECT_EQ(predicted.prediction.entries[2].action, Action::Skip);
+  EXPECT_TRUE(predicted.IsRight());
+}
+
+TEST(Prediction, LaterEntryReplacesAnEarlierOneThroughAnotherName) {
+  Predicted predicted({{"d/", ""}, {"f", "long text"}, {"d/../f", "x"}});
+  EXPECT_EQ(predicted.prediction.entries[1].replacedBy, std::optional<std::size_t>(2));
+  EXPECT_TRUE(predicted.IsRight());
+}
+
+TEST(Prediction, WhatIsReadBeforeADamageStays) {
+  std::string text;
+  for (int i = 0; i < 20000; ++i) {
+    text += static_cast<char>('a' + i * i % 23);
+  }
+  ZipEntry entry("f", text);
+  entry.method = entry.localMethod = kDeflated;
+  entry.data = Deflated(text, Z_FULL_FLUSH) + std::string(100, '\xFF');
+  entry.compressed = static_cast<std::uint32_t>(entry.data.length());
+  entry.size = 30000;
+  Predicted predicted({entry});
+  EXPECT_EQ(predicted.prediction.entries[0].end, DataEnd::Damaged);
+  EXPECT_EQ(predicted.prediction.entries[0].size, 16384U);
+  EXPECT_TRUE(predicted.IsRight());
+}
+
+TEST(Prediction, FileWithAWrongChecksumIsWrittenWhole) {
+  ZipEntry entry("f", "text");
+  entry.crc = 1;
+  Predicted predicted({entry});
+  EXPECT_EQ(predicted.prediction.entries[0].action, Action::WriteFile);
+  EXPECT_EQ(predicted.prediction.entries[0].end, DataEnd::WrongCrc);
+  EXPECT_TRUE(predicted.IsRight());
+}
+
+TEST(Prediction, EntryThatCannotBeOpenedDoesNotEmptyAnEarlierFile) {
+  ZipEntry unopened("f", "x");
+  unopened.localSignature = 0;
+  Predicted predicted({{"f", "text"}, unopened});
+  EXPECT_FALSE(predicted.prediction.entries[0].replacedBy);
+  EXPECT_TRUE(predicted.IsRight());
+}
+
+TEST(Prediction, ChecksumOfEachFileIsThatOfItsData) {
+  Predicted predicted({{"f", "text", kDeflated}});
+  EXPECT_EQ(ItemsOf(predicted.prediction.tree)[0].node->crc32, Crc("text"));
+}
+
+TEST(Compare, EachKindOfDifferenceIsFound) {
+  Predicted predicted({{"d/", ""},
+                       {"d/missing", "x"},
+                       {"differs", "1"},
+                       {"longer", "1"},
+                       {"type", "x"},
+                       {"gone/", ""},
+                       {"gone/f", "x"}});
+  ASSERT_TRUE(predicted.IsRight());
+  const std::string tree = predicted.directory / "destination/";
+  namespace fs = std::filesystem;
+  fs::remove(tree + "d/missing");
+  WriteFile(tree + "differs", "2");
+  WriteFile(tree + "longer", "12");
+  fs::remove(tree + "type");
+  fs::create_symlink("longer", tree + "type");
+  fs::remove_all(tree + "gone");
+  WriteFile(tree + "d/extra", "");
+  std::string found;
+  for (const Difference& difference :
+       Compare(predicted.prediction, *predicted.package, predicted.directory / "destination")) {
+    found += std::to_string(static_cast<int>(difference.kind)) + " " + difference.path + "\n";
+  }
+  EXPECT_EQ(found, "1 d/extra\n0 d/missing\n3 differs\n0 gone\n3 longer\n2 type\n");
+}
+
+}  // namespace
