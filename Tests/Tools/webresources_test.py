@@ -1,0 +1,390 @@
+"""The command webresources as it is installed: webresources_test.py BUILD_DIRECTORY SOURCE_DIRECTORY"""
+
+import json
+import os
+import pathlib
+import pty
+import re
+import resource
+import shutil
+import stat
+import subprocess
+import sys
+import tempfile
+import unittest
+import zipfile
+
+import jsonschema
+
+BUILD, SOURCE = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+WORK = pathlib.Path(tempfile.mkdtemp(prefix='webresources-'))
+PREFIX = WORK / 'prefix'
+COMMAND = PREFIX / 'bin/webresources'
+INSTALL_ROOT = 'Library/Application Support/Veltrane/Orlisk/2017/WebResources'
+IS_SANITIZED = '-fsanitize' in (BUILD / 'CMakeCache.txt').read_text()
+NOBODY = 65534
+
+
+def setUpModule():
+    WORK.chmod(0o755)
+    subprocess.run(['cmake', '--install', BUILD, '--prefix', PREFIX], check=True,
+                   stdout=subprocess.DEVNULL)
+
+
+def tearDownModule():
+    shutil.rmtree(WORK)
+
+
+def run(*arguments, **options):
+    environment = {**os.environ, **options.pop('env', {})}
+    return subprocess.run([COMMAND, *arguments], capture_output=True, text=True, env=environment,
+                          timeout=120, **options)
+
+
+def as_ordinary_user():
+    return {'user': NOBODY, 'group': NOBODY, 'extra_groups': []} if os.geteuid() == 0 else {}
+
+
+def tree_of(directory):
+    """Relative paths of files with their contents, of directories with None."""
+    return {str(path.relative_to(directory)): path.read_bytes() if path.is_file() else None
+            for path in pathlib.Path(directory).rglob('*')}
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        self.directory = pathlib.Path(tempfile.mkdtemp(dir=WORK))
+        self.directory.chmod(0o755)
+        self.resources = self.directory / 'X.app/Contents/Resources'
+        self.resources.mkdir(parents=True)
+        self.package = self.resources / 'OrloWebResources.zip'
+        self.site = self.directory / 'site'
+        (self.site / 'css/deep').mkdir(parents=True)
+        (self.site / 'index.html').write_text('<p>hello</p>' * 500)
+        (self.site / 'css/a.css').write_text('a { color: red }')
+        (self.site / 'css/deep/random').write_bytes(os.urandom(30000))
+        (self.site / 'css/empty').touch()
+        (self.site / 'b\u00e4r').write_text('name')
+
+    def pack(self, *arguments, status=0, output=None, **options):
+        result = run('pack', self.site, '--update-id', '7', '--output',
+                     output or self.resources, *arguments, **options)
+        self.assertEqual(result.returncode, status, result.stderr + result.stdout)
+        return result
+
+    def write_metadata(self):
+        (self.resources / 'metadata.txt').write_text(
+            '{"clear":false,"updateid":7,"regenerate":false}\n')
+
+    def write_archive(self, entries):
+        with zipfile.ZipFile(self.package, 'w') as archive:
+            for name, data in entries:
+                archive.writestr(name, data)
+        self.write_metadata()
+
+    def check_ids(self):
+        result = run('check', '--json', self.resources)
+        return [finding['id'] for finding in json.loads(result.stdout)['findings']]
+
+
+class InstallTest(Case):
+    def test_command_manual_and_completions_are_installed(self):
+        for path in ('bin/webresources', 'share/man/man1/webresources.1',
+                     'share/bash-completion/completions/webresources',
+                     'share/zsh/site-functions/_webresources'):
+            self.assertGreater((PREFIX / path).stat().st_size, 0, path)
+
+    def test_manual_and_completions_know_every_option(self):
+        manual = (PREFIX / 'share/man/man1/webresources.1').read_text().replace('\\-', '-')
+        bash = (PREFIX / 'share/bash-completion/completions/webresources').read_text()
+        zsh = (PREFIX / 'share/zsh/site-functions/_webresources').read_text()
+        for command in ('pack', 'check', 'verify', 'installcheck'):
+            help_text = run(command, '--help').stdout
+            self.assertIn('Example:\n  webresources ' + command, help_text)
+            for option in re.findall(r'--[a-z-]+', help_text):
+                for text in (manual, bash, zsh):
+                    self.assertIn(option, text)
+
+    def test_documentation_lists_every_rule_with_its_severity(self):
+        rules = re.findall(r'\{"([a-z0-9-]+)",\s*Severity::(\w+)',
+                           (SOURCE / 'Tools/webresources/Rules.cpp').read_text())
+        self.assertGreater(len(rules), 40)
+        documented = {}
+        text = (SOURCE / 'Documentation/webresources.md').read_text()
+        for names, severity in re.findall(r'^\| (`.*?`) \| (error|warning) \|', text, re.M):
+            documented.update({name: severity for name in re.findall('`(.*?)`', names)})
+        self.assertEqual(documented, {name: severity.lower() for name, severity in rules})
+
+
+class PackTest(Case):
+    def test_bytes_do_not_depend_on_place_time_zone_umask_or_locale(self):
+        self.pack()
+        first = tree_of(self.resources)
+        elsewhere = self.directory / 'elsewhere'
+        shutil.copytree(self.site, elsewhere / 'site')
+        self.site = elsewhere / 'site'
+        for path in self.site.rglob('*'):
+            os.utime(path, (1, 1))
+        output = elsewhere / 'output'
+        output.mkdir()
+        self.pack(output=output, umask=0o077,
+                  env={'TZ': 'Asia/Tokyo', 'LC_ALL': 'C', 'LANG': 'de_DE.UTF-8'})
+        self.assertEqual(tree_of(output), first)
+
+    def test_strangers_tools_unpack_the_same_tree(self):
+        self.pack()
+        for tool in (['unzip', '-q', self.package, '-d'], ['bsdtar', '-xf', self.package, '-C']):
+            target = self.directory / tool[0]
+            target.mkdir()
+            subprocess.run([*tool, target], check=True, env={**os.environ, 'LC_ALL': 'C.UTF-8'})
+            self.assertEqual(tree_of(target), tree_of(self.site), tool)
+        with zipfile.ZipFile(self.package) as archive:
+            self.assertIsNone(archive.testzip())
+
+    def test_entries_have_the_time_of_the_source_date(self):
+        self.pack(env={'SOURCE_DATE_EPOCH': '1000000000'})
+        with zipfile.ZipFile(self.package) as archive:
+            times = {info.date_time for info in archive.infolist()}
+        self.assertEqual(times, {(2001, 9, 9, 1, 46, 40)})
+
+    def test_source_date_that_is_no_number_is_an_error(self):
+        self.assertIn('SOURCE_DATE_EPOCH',
+                      self.pack(env={'SOURCE_DATE_EPOCH': 'today'}, status=2).stderr)
+
+    def test_result_is_as_it_should_be_for_check(self):
+        self.pack()
+        result = run('check', '--prove', self.directory / 'X.app')
+        self.assertEqual((result.returncode, result.stderr), (0, ''), result.stdout)
+
+    def test_full_disk_leaves_the_old_output_and_no_other_file(self):
+        self.pack()
+        before = tree_of(self.resources)
+        (self.site / 'more').write_bytes(os.urandom(100000))
+        result = self.pack(status=2, restore_signals=False, preexec_fn=lambda: resource.setrlimit(
+            resource.RLIMIT_FSIZE, (20000, 20000)))
+        self.assertRegex(result.stderr, 'cannot write .*OrloWebResources.zip.*: File too large')
+        self.assertEqual(tree_of(self.resources), before)
+
+    def test_directory_that_does_not_exist_is_an_error_that_names_it(self):
+        shutil.rmtree(self.site)
+        self.assertRegex(self.pack(status=2).stderr, f'cannot read {self.site}: No such file')
+
+    def test_refusals_name_each_file_and_write_nothing(self):
+        (self.site / 'link').symlink_to('index.html')
+        os.mkfifo(self.site / 'fifo')
+        output = self.pack(status=1).stdout
+        self.assertRegex(output, r'\[link-entry\] link:')
+        self.assertRegex(output, r'\[special-file\] fifo:')
+        self.assertEqual(tree_of(self.resources), {})
+
+    def test_progress_is_shown_on_a_terminal_only(self):
+        self.assertEqual(self.pack().stderr, '')
+        for arguments, shown in (([], True), (['--quiet'], False)):
+            master, terminal = pty.openpty()
+            result = subprocess.run(
+                [COMMAND, 'pack', self.site, '--update-id', '7', '--output', self.resources,
+                 *arguments], stderr=terminal, stdout=subprocess.DEVNULL, check=True)
+            os.write(terminal, b'.')
+            self.assertEqual(b'###' in os.read(master, 100000), shown, result)
+            os.close(master)
+            os.close(terminal)
+
+
+class CheckTest(Case):
+    def test_packages_of_three_strangers_trigger_nothing(self):
+        (self.site / 'b\u00e4r').unlink()
+        self.write_metadata()
+        for tool in (['zip', '-qr', self.package, '.'], ['7z', 'a', '-tzip', self.package, '.'],
+                     ['bsdtar', '-caf', self.package, 'css', 'index.html']):
+            self.package.unlink(missing_ok=True)
+            subprocess.run(tool, cwd=self.site, check=True, stdout=subprocess.DEVNULL)
+            result = run('check', '--prove', self.resources)
+            self.assertEqual(result.returncode, 0, result.stdout)
+
+    def test_bundle_contents_and_resources_are_the_same(self):
+        self.pack()
+        for path in ('X.app', 'X.app/', 'X.app/Contents', 'X.app/Contents/Resources'):
+            self.assertEqual(run('check', self.directory / path).returncode, 0, path)
+
+    def test_half_of_a_package_is_a_finding(self):
+        self.pack()
+        self.package.write_bytes(self.package.read_bytes()[:20000])
+        self.assertEqual(self.check_ids(), ['package-unreadable'])
+
+    def test_missing_files_are_findings(self):
+        self.assertEqual(self.check_ids(), ['package-missing', 'metadata-missing'])
+
+    def test_nothing_at_the_path_cannot_tell(self):
+        result = run('check', self.directory / 'nowhere')
+        self.assertEqual(result.returncode, 2)
+        self.assertRegex(result.stderr, 'cannot read .*nowhere: No such file or directory')
+
+    def test_file_in_the_place_of_a_bundle_cannot_tell(self):
+        self.assertEqual(run('check', self.site / 'index.html').returncode, 2)
+
+    def test_unreadable_package_and_directory_cannot_tell(self):
+        self.pack()
+        for path in (self.package, self.resources / 'metadata.txt', self.resources):
+            mode = stat.S_IMODE(path.stat().st_mode)
+            path.chmod(0)
+            result = run('check', self.resources, **as_ordinary_user())
+            path.chmod(mode)
+            self.assertEqual(result.returncode, 2, result.stdout)
+            self.assertIn('Permission denied', result.stderr)
+
+    def test_fifo_in_the_place_of_a_file_does_not_hang(self):
+        for name in ('OrloWebResources.zip', 'metadata.txt'):
+            self.pack()
+            (self.resources / name).unlink()
+            os.mkfifo(self.resources / name)
+            self.assertEqual(run('check', self.resources).returncode, 2)
+            (self.resources / name).unlink()
+
+    def test_names_cannot_speak_to_the_terminal(self):
+        self.write_archive([('\x1b[31mred', 'x'), ('a\nb', 'x')])
+        output = run('check', self.resources).stdout
+        self.assertNotIn('\x1b', output)
+        self.assertIn('\\x1B[31mred', output)
+
+    def test_findings_are_coloured_on_a_terminal_without_no_color_only(self):
+        for environment, coloured in (({'TERM': 'xterm'}, True), ({'TERM': 'dumb'}, False),
+                                      ({'TERM': 'xterm', 'NO_COLOR': '1'}, False)):
+            master, terminal = pty.openpty()
+            subprocess.run([COMMAND, 'check', self.resources], stdout=terminal,
+                           env={'PATH': os.environ['PATH'], **environment}, check=False)
+            self.assertEqual(b'\x1b[31m' in os.read(master, 100000), coloured, environment)
+            os.close(master)
+            os.close(terminal)
+        self.assertNotIn('\x1b', run('check', self.resources, env={'TERM': 'xterm'}).stdout)
+
+    def test_full_output_is_an_error(self):
+        self.pack()
+        with open('/dev/full', 'w', encoding='ascii') as full:
+            result = subprocess.run([COMMAND, 'check', self.resources], stdout=full,
+                                    stderr=subprocess.PIPE, check=False)
+        self.assertEqual(result.returncode, 2)
+
+
+class JsonTest(Case):
+    SCHEMA = json.loads((SOURCE / 'Documentation/webresources.schema.json').read_text())
+
+    def document(self, *arguments):
+        result = run(*arguments, '--json')
+        document = json.loads(result.stdout)
+        jsonschema.Draft7Validator(self.SCHEMA).validate(document)
+        self.assertEqual(document['command'], arguments[0])
+        self.assertEqual(document['status'], result.returncode)
+        return document
+
+    def test_every_command_writes_a_document_of_the_schema(self):
+        pack = ('pack', self.site, '--update-id', '7', '--output', self.resources)
+        (self.site / '.DS_Store').touch()
+        self.assertEqual(self.document(*pack)['package']['files'], 5)
+        check = self.document('check', '--prove', self.resources)
+        self.assertTrue(check['proof']['agrees'])
+        self.assertEqual(check['outcome']['end'], 'exit')
+        self.document('verify', '--root', self.directory, self.resources)
+        self.assertTrue(self.document('installcheck', '--root', self.directory,
+                                      self.resources)['installNeeded'])
+        (self.site / 'link').symlink_to('x')
+        self.assertEqual(self.document(*pack)['findings'][0]['id'], 'link-entry')
+
+    def test_errors_are_documents_too(self):
+        for arguments in (('check', 'nowhere'), ('verify', 'nowhere'),
+                          ('pack', 'nowhere', '--update-id', '7', '--output', self.resources)):
+            error = self.document(*arguments)['error']
+            self.assertEqual((error['operation'], error['object'], error['reason']),
+                             ('read', 'nowhere', 'No such file or directory'))
+        self.document('installcheck', 'nowhere')
+
+    def test_name_that_is_not_utf8_is_whole_in_hexadecimal(self):
+        self.write_archive([('X', 'x')])
+        self.package.write_bytes(self.package.read_bytes().replace(b'X', b'\xe4'))
+        document = self.document('check', self.resources)
+        self.assertEqual(document['entries'][0]['name'], '\\xE4')
+        self.assertEqual(document['tree'][0]['pathHex'], 'e4')
+        self.assertEqual(document['findings'][0]['subjectHex'], 'e4')
+
+    def test_tree_gives_size_and_checksum(self):
+        self.write_archive([('f', 'hello')])
+        self.assertEqual(self.document('check', self.resources)['tree'],
+                         [{'type': 'file', 'path': 'f', 'size': 5, 'crc32': '3610a686'}])
+
+
+class UsageTest(Case):
+    def test_wrong_usage_is_64(self):
+        for arguments in ([], ['unknown'], ['check'], ['check', '--unknown', '.'],
+                          ['pack', self.site], ['installcheck'],
+                          ['pack', self.site, '--update-id', 'x', '--output', self.resources],
+                          ['pack', self.site, '--update-id', '2147483648', '--output',
+                           self.resources]):
+            result = run(*arguments)
+            self.assertEqual((result.returncode, result.stdout), (64, ''), arguments)
+            self.assertNotEqual(result.stderr, '')
+
+    def test_help_and_version_are_no_errors(self):
+        for arguments in (['--help'], ['--version'], ['pack', '--help']):
+            self.assertEqual(run(*arguments).returncode, 0, arguments)
+
+
+class EndToEndTest(Case):
+    """Packs, checks, runs the shipped installer in a private root, and verifies."""
+
+    def install(self):
+        root = self.directory / 'root'
+        bundle = root / 'WebResourceInstaller.app'
+        if not bundle.exists():
+            shutil.copytree(PREFIX / bundle.name, bundle)
+        for path in self.resources.iterdir():
+            shutil.copy(path, bundle / 'Contents/Resources')
+        subprocess.run(
+            [SOURCE / 'script/private-root', 'run', *(['--proc'] if IS_SANITIZED else []), root,
+             '/WebResourceInstaller.app/Contents/MacOS/WebResourceInstaller'], check=True)
+        return root
+
+    def status(self, command, *arguments):
+        return run(command, '--root', self.directory / 'root', *arguments).returncode
+
+    def test_what_is_packed_is_installed_and_verified(self):
+        self.pack()
+        root = self.install()
+        installed = root / INSTALL_ROOT / 'Resource0'
+        self.assertEqual(tree_of(installed), tree_of(self.site))
+        self.assertEqual(self.status('verify', self.resources), 0)
+        self.assertEqual(self.status('verify'), 0)
+        self.assertEqual(self.status('installcheck', self.resources), 1)
+
+        (installed / 'index.html').write_text('changed')
+        self.assertEqual(self.status('verify', self.resources), 1)
+        self.assertEqual(self.status('installcheck', self.resources), 0)
+        self.install()
+        self.assertEqual(self.status('verify', self.resources), 0)
+
+        (self.site / 'new').write_text('new')
+        self.pack()
+        self.assertEqual(self.status('installcheck', self.resources), 0)
+
+    def test_predicted_tree_is_what_the_shipped_installer_leaves(self):
+        self.write_archive([('css/', ''), ('css/a', 'a'), ('unannounced/a', 'x'), ('../out', 'x'),
+                            ('/absolute', 'x'), ('css/a', 'again'), ('css', 'x'), ('b/./', '')])
+        predicted = json.loads(run('check', '--json', self.resources).stdout)['tree']
+        installed = self.install() / INSTALL_ROOT / 'Resource0'
+        self.assertEqual(
+            {item['path']: item.get('crc32') for item in predicted},
+            {path: data if data is None else f'{zipfile.crc32(data):08x}'
+             for path, data in tree_of(installed).items()})
+
+    def test_unreadable_installation_cannot_tell(self):
+        self.pack()
+        root = self.install()
+        installed = root / INSTALL_ROOT / 'Resource0'
+        for path in (root / INSTALL_ROOT, installed, installed / 'index.html'):
+            path.chmod(0)
+            result = run('verify', '--root', root, self.resources, **as_ordinary_user())
+            path.chmod(0o755)
+            self.assertEqual(result.returncode, 2, result.stdout)
+            self.assertIn('Permission denied', result.stderr)
+
+
+if __name__ == '__main__':
+    unittest.main(argv=sys.argv[:1] + sys.argv[3:])

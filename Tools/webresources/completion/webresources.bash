@@ -1,0 +1,29 @@
+# bash completion for webresources
+
+_webresources() {
+  local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
+  local command=${COMP_WORDS[1]} options
+  COMPREPLY=()
+  if [ "$COMP_CWORD" -eq 1 ]; then
+    mapfile -t COMPREPLY < <(compgen -W 'pack check verify installcheck --help --version' -- "$current")
+    return
+  fi
+  case $command in
+    pack)
+      options='--update-id --output --clear --regenerate --exclude --follow --keep-ds-store
+        --keep-macosx --keep-apple-double --quiet --json --help'
+      ;;
+    check) options='--prove --quiet --json --help' ;;
+    verify | installcheck) options='--root --json --help' ;;
+  esac
+  case $previous in
+    --update-id | --exclude) return ;;
+  esac
+  if [[ $current == -* ]]; then
+    mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")
+  else
+    mapfile -t COMPREPLY < <(compgen -d -- "$current")
+  fi
+}
+
+complete -o filenames -F _webresources webresources
