@@ -12,7 +12,9 @@ import subprocess
 import sys
 import tempfile
 import unittest
+import warnings
 import zipfile
+import zlib
 
 import jsonschema
 
@@ -77,6 +79,7 @@ class Case(unittest.TestCase):
             '{"clear":false,"updateid":7,"regenerate":false}\n')
 
     def write_archive(self, entries):
+        warnings.simplefilter('ignore')  # of duplicate names
         with zipfile.ZipFile(self.package, 'w') as archive:
             for name, data in entries:
                 archive.writestr(name, data)
@@ -163,6 +166,21 @@ class PackTest(Case):
         result = self.pack(status=2, restore_signals=False, preexec_fn=lambda: resource.setrlimit(
             resource.RLIMIT_FSIZE, (20000, 20000)))
         self.assertRegex(result.stderr, 'cannot write .*OrloWebResources.zip.*: File too large')
+        self.assertEqual(tree_of(self.resources), before)
+
+    def test_interrupted_run_leaves_the_old_output_and_no_other_file(self):
+        self.pack()
+        before = tree_of(self.resources)
+        for i in range(3000):
+            (self.site / str(i)).write_bytes(os.urandom(3000))
+        process = subprocess.Popen(
+            [COMMAND, 'pack', self.site, '--update-id', '8', '--output', self.resources],
+            stderr=subprocess.PIPE, stdout=subprocess.DEVNULL, text=True)
+        while process.poll() is None and len(tree_of(self.resources)) < 4:
+            pass
+        process.terminate()
+        self.assertIn('interrupted', process.communicate()[1])
+        self.assertEqual(process.returncode, 2)
         self.assertEqual(tree_of(self.resources), before)
 
     def test_directory_that_does_not_exist_is_an_error_that_names_it(self):
@@ -371,7 +389,7 @@ class EndToEndTest(Case):
         installed = self.install() / INSTALL_ROOT / 'Resource0'
         self.assertEqual(
             {item['path']: item.get('crc32') for item in predicted},
-            {path: data if data is None else f'{zipfile.crc32(data):08x}'
+            {path: data if data is None else f'{zlib.crc32(data):08x}'
              for path, data in tree_of(installed).items()})
 
     def test_unreadable_installation_cannot_tell(self):

@@ -114,9 +114,10 @@ void ReportOutcome(const Prediction& prediction, const Metadata& metadata, Repor
   };
   report.summary.push_back("directories: " + count(Action::MakeDirectory) + ", files: " +
                            count(Action::WriteFile) + ", skipped: " + count(Action::Skip));
-  if (metadata.updateId) {
-    report.summary.push_back("version: " + OSUtils::CompleteVersion(*metadata.updateId));
-  }
+  const Json meaning = ToJson(metadata);
+  report.summary.push_back("clear: " + meaning["clear"].dump() +
+                           ", updateid: " + meaning["updateid"].dump() +
+                           ", regenerate: " + meaning["regenerate"].dump());
   report.summary.push_back("a run " + Describe(metadata.reach));
 }
 

@@ -1,5 +1,4 @@
 #include <CLI/CLI.hpp>
-#include <csignal>
 #include <exception>
 #include <functional>
 #include <iostream>
