@@ -77,8 +77,12 @@ class OSUtils {
   /// Records CompleteVersion(build).
   static bool RegisterCompleteVersion(int build);
 
-  /// Draws and records a random identifier from 1 to 10000, over any recorded one. The generator is
-  /// seeded with the time in seconds, so two calls within a second record the same value.
+  /// The largest random identifier; the smallest is 1.
+  static constexpr int kLargestRandom = 10000;
+
+  /// Draws and records a random identifier from 1 to kLargestRandom, over any recorded one. The
+  /// generator is seeded with the time in seconds, so two calls within a second record the same
+  /// value.
   static bool RegisterRandom();
 
   /// Whether a random identifier is recorded, whatever the type of its value.

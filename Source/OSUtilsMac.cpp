@@ -179,7 +179,6 @@ const char kRandomKey[] = "irandom";
 
 constexpr std::int32_t kAbsent = -1;
 constexpr std::size_t kCarriedTextSize = 128;  // a longer text is not carried across a wipe
-constexpr int kRandomLimit = 10000;
 
 PreferencesDomain Record() {
   return PreferencesDomain(PLIST_SECTION_KEY);
@@ -232,7 +231,7 @@ bool OSUtils::RegisterCompleteVersion(int build) {
 
 bool OSUtils::RegisterRandom() {
   std::srand(static_cast<unsigned int>(std::time(nullptr)));
-  return Register(kRandomKey, std::rand() % kRandomLimit + 1);
+  return Register(kRandomKey, std::rand() % kLargestRandom + 1);
 }
 
 bool OSUtils::isRandomPresent() {

@@ -59,6 +59,7 @@ std::vector<Case> Cases() {
       {"", "flat", Zip({kFile, {"b", "deflated text text text text", kDeflated}})},
       {"", "directories", Zip({{"d/", ""}, {"d/e/", ""}, {"d/e/f", "x"}})},
       {"", "a directory announced with its ancestors missing", Zip({{"d/e/", ""}, {"d/f", "x"}})},
+      {"", "a packer's ./", Zip({{"./", ""}, {"./d/", ""}, {"./d/a", "x"}})},
       {"", "a flagged name", Zip({Flagged({"\xC3\xA4", "x"}, kUtf8)})},
       {"", "a large file that shrinks less", Zip({{"a", Long(1000), kDeflated}})},
 
@@ -96,7 +97,7 @@ std::vector<Case> Cases() {
       {"name-not-utf8", "Latin-1", Zip({{"\xE4", "x"}})},
       {"name-unflagged", "UTF-8 without the flag", Zip({{"\xC3\xA4", "x"}})},
       {"name-unclean", "absolute", Zip({{"/a", "x"}})},
-      {"name-unclean", "a dot", Zip({{"./a", "x"}})},
+      {"name-unclean", "a dot", Zip({{"d/", ""}, {"d/./a", "x"}})},
       {"name-unclean", "dots that stay inside", Zip({{"d/", ""}, {"d/../a", "x"}})},
       {"name-unclean", "an empty component", Zip({{"d/", ""}, {"d//a", "x"}})},
       {"name-unclean", "a backslash", Zip({{"d\\a", "x"}})},

@@ -213,7 +213,7 @@ class CheckTest(Case):
         (self.site / 'b\u00e4r').unlink()
         self.write_metadata()
         for tool in (['zip', '-qr', self.package, '.'], ['7z', 'a', '-tzip', self.package, '.'],
-                     ['bsdtar', '-caf', self.package, 'css', 'index.html']):
+                     ['bsdtar', '-caf', self.package, '.']):
             self.package.unlink(missing_ok=True)
             subprocess.run(tool, cwd=self.site, check=True, stdout=subprocess.DEVNULL)
             result = run('check', '--prove', self.resources)

@@ -61,7 +61,9 @@ std::string UncleanPart(const std::string& name) {
   if (name.find('\\') != std::string::npos) {
     return "has a backslash, which is no separator: it becomes part of the file's name";
   }
-  const std::string framed = "/" + name + (name.back() == '/' ? "" : "/");
+  // Some packers begin each name with "./", which everyone takes for nothing.
+  const std::size_t start = name.compare(0, 2, "./") == 0 ? 2 : 0;
+  const std::string framed = "/" + name.substr(start) + (name.back() == '/' ? "" : "/");
   for (const char* part : {"//", "/./", "/../"}) {
     if (framed.find(part) != std::string::npos) {
       return "has an empty, \".\" or \"..\" component";

@@ -17,9 +17,6 @@
 
 namespace {
 
-constexpr int kFirstCutUpdateId = -99999999;  // smaller ones are cut in the full version
-constexpr int kAbsentUpdateId = -1;
-
 /// Nesting costs the scanner stack and is not limited there.
 constexpr int kContainersRead = 1000;
 
@@ -140,12 +137,12 @@ class MetadataFinder {
   }
 
   void FindInUpdateId(int updateId) {
-    if (updateId == kAbsentUpdateId) {
+    const std::string version = OSUtils::CompleteVersion(updateId);
+    if (updateId == WebRegInfo().updateId) {
       AddTo("metadata-updateid-absent", "updateid",
-            "-1 stands for no number: it does not survive the next run with \"clear\"");
-    } else if (updateId < kFirstCutUpdateId) {
-      AddTo("metadata-updateid-cut", "updateid",
-            "the full version will be " + OSUtils::CompleteVersion(updateId));
+            "it stands for no number: it does not survive the next run with \"clear\"");
+    } else if (version.substr(version.rfind('.') + 1) != std::to_string(updateId)) {
+      AddTo("metadata-updateid-cut", "updateid", "the full version will be " + version);
     }
   }
 

@@ -10,8 +10,7 @@
 
 namespace {
 
-constexpr int kSmallestRandom = 1;
-constexpr int kLargestRandom = 10000;
+const WebRegInfo kAbsent;
 
 const char kPathName[] = "installed directory";
 const char kUpdateIdName[] = "update number";
@@ -54,8 +53,8 @@ class Verification {
   }
 
   Findings Run(Expected* expected) {
-    if (installed_.empty() && record_.installPath.empty() && record_.updateId == -1 &&
-        record_.fullVersion.empty() && record_.random == -1) {
+    if (installed_.empty() && record_.installPath.empty() && record_.fullVersion.empty() &&
+        record_.updateId == kAbsent.updateId && record_.random == kAbsent.random) {
       AddFinding("not-installed", installRoot_, "neither directory nor record is there");
       return std::move(findings_);
     }
@@ -119,11 +118,12 @@ class Verification {
   void FindInRecord(const Expected* expected) {
     FindInUpdateId(expected);
     FindInVersion(expected);
-    if (record_.random == -1) {
+    if (record_.random == kAbsent.random) {
       AddFinding("record-missing", kRandomName, "it is not recorded");
-    } else if (record_.random < kSmallestRandom || record_.random > kLargestRandom) {
+    } else if (record_.random < 1 || record_.random > OSUtils::kLargestRandom) {
       AddFinding("record-random", kRandomName,
-                 "it is " + std::to_string(record_.random) + ", not from 1 to 10000");
+                 "it is " + std::to_string(record_.random) + ", not from 1 to " +
+                     std::to_string(OSUtils::kLargestRandom));
     }
   }
 
@@ -131,7 +131,7 @@ class Verification {
     if (expected != nullptr && record_.updateId == expected->updateId) {
       return;  // even one that counts as absent
     }
-    if (record_.updateId == -1) {
+    if (record_.updateId == kAbsent.updateId) {
       AddFinding("record-missing", kUpdateIdName, "it is not recorded");
     } else if (expected != nullptr) {
       AddFinding("record-differs", kUpdateIdName,
@@ -148,7 +148,7 @@ class Verification {
     } else if (expected != nullptr && record_.fullVersion != version) {
       AddFinding("record-differs", kVersionName,
                  "it is " + record_.fullVersion + " instead of " + version);
-    } else if (record_.updateId != -1 && record_.fullVersion != version) {
+    } else if (record_.updateId != kAbsent.updateId && record_.fullVersion != version) {
       AddFinding("record-version", kVersionName,
                  "it is " + record_.fullVersion + ", which the update number makes " + version);
     }
