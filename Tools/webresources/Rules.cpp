@@ -56,7 +56,7 @@ const std::vector<Rule>& Rules() {
        "\"clear\" and \"regenerate\" take true or false, \"updateid\" an integer, unquoted"},
       {"metadata-updateid-range", Severity::Error, "use a number from -2147483648 to 2147483647"},
       {"metadata-updateid-cut", Severity::Warning,
-       "use a number above -100000000: the full version takes 9 characters of it"},
+       "use a number from -99999999 to 999999999: the full version takes 9 characters"},
       {"metadata-updateid-absent", Severity::Warning,
        "use another number: -1 is read as no number at all"},
 

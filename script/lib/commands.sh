@@ -3,12 +3,13 @@
 
 # Everything the build needs, test libraries excepted.
 # shellcheck disable=SC2034 # used where this file is sourced
-build_packages=(cmake ninja-build g++ pkgconf zlib1g-dev libminizip-dev libplist-dev)
+build_packages=(cmake ninja-build g++ pkgconf zlib1g-dev libminizip-dev libplist-dev
+  libcli11-dev nlohmann-json3-dev libutf8proc-dev)
 
 # What the tests need besides: makers and readers of other hands, and a real web package.
 # shellcheck disable=SC2034
-test_packages=(libgtest-dev nlohmann-json3-dev python3 util-linux zip p7zip-full libarchive-tools
-  valgrind libc6-dbg libjs-dojo-dojox)
+test_packages=(libgtest-dev nlohmann-json3-dev python3 python3-jsonschema util-linux zip unzip
+  p7zip-full libarchive-tools valgrind libc6-dbg libjs-dojo-dojox)
 
 # Installs those of the Debian packages that are missing. On another system they are left to the
 # person and the build says what it does not find.
