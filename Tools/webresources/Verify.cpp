@@ -42,7 +42,7 @@ bool IsBareName(const std::string& name) {
 class Verification {
  public:
   explicit Verification(const std::string& root)
-      : root_(root), installRoot_(root + OSUtils::GetPellamResourceDirectory()) {
+      : installRoot_(root + OSUtils::GetPellamResourceDirectory()) {
     if (!OSUtils::InfoUnder(root, &record_)) {
       throw Error("read", "the record of " + (root.empty() ? "this host" : root),
                   "it is not readable here");
@@ -158,7 +158,6 @@ class Verification {
     Add(findings_, id, subject, reason);
   }
 
-  const std::string root_;
   const std::string installRoot_;
   WebRegInfo record_;
   std::vector<std::string> installed_;
