@@ -1,0 +1,108 @@
+// How fast JSON text becomes values, how much a copy of a value costs, and how fast values go away.
+//
+//     ValuesBenchmark [--benchmark_OPTION...] [DOCUMENT...]
+//
+// Each DOCUMENT is read into memory first, then built and destroyed by QDOJSONParser and, for
+// comparison, by nlohmann-json and RapidJSON.
+
+#include <benchmark/benchmark.h>
+#include <rapidjson/document.h>
+
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "QDOJSONParser.h"
+
+namespace {
+
+QDOObject BuildValue(const std::string& text) {
+  return QDOJSONParser::fromJSON(text, true);
+}
+
+nlohmann::json BuildNlohmann(const std::string& text) {
+  return nlohmann::json::parse(text);
+}
+
+std::unique_ptr<rapidjson::Document> BuildRapid(const std::string& text) {
+  auto document = std::make_unique<rapidjson::Document>();
+  document->Parse(text.data(), text.size());
+  return document;
+}
+
+template <typename Build>
+void BuildAndDestroy(benchmark::State& state, const std::string& text, Build build) {
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(build(text));
+  }
+  state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
+}
+
+void RegisterDocument(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  if (text.empty()) {
+    throw std::runtime_error(path + " cannot be read");
+  }
+  const std::string name = path.substr(path.rfind('/') + 1);
+  const auto add = [&](const char* reader, auto build) {
+    benchmark::RegisterBenchmark((name + "/" + reader).c_str(), [text, build](auto& state) {
+      BuildAndDestroy(state, text, build);
+    });
+  };
+  add("this", BuildValue);
+  add("nlohmann", BuildNlohmann);
+  add("rapidjson", BuildRapid);
+}
+
+QDOObject MapOf(std::int64_t members) {
+  QDOObject map;
+  map.set(QDOObject::Map);
+  for (long long i = 0; i < members; ++i) {
+    map["member" + std::to_string(i)].set(i);
+  }
+  return map;
+}
+
+void CopyMap(benchmark::State& state) {
+  const QDOObject map = MapOf(state.range(0));
+  for (auto _ : state) {
+    const QDOObject copy = map;
+    benchmark::DoNotOptimize(&copy);
+  }
+}
+BENCHMARK(CopyMap)->Arg(10)->Arg(1000)->Arg(100000);
+
+/// What CopyMap cannot do without: one allocation and one shared count.
+void CopyAllocatedSharedPointer(benchmark::State& state) {
+  const auto element = std::make_shared<int>();
+  for (auto _ : state) {
+    const auto copy = std::make_unique<std::shared_ptr<int>>(element);
+    benchmark::DoNotOptimize(copy.get());
+  }
+}
+BENCHMARK(CopyAllocatedSharedPointer);
+
+void DestroyMap(benchmark::State& state) {
+  for (auto _ : state) {
+    state.PauseTiming();
+    QDOObject map = MapOf(state.range(0));
+    state.ResumeTiming();
+    map.destroy();
+  }
+  state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+BENCHMARK(DestroyMap)->Arg(1000)->Arg(100000);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  for (int i = 1; i < argc; ++i) {
+    RegisterDocument(argv[i]);
+  }
+  benchmark::RunSpecifiedBenchmarks();
+}
