@@ -125,6 +125,8 @@ class QDOObject {
   /// destroy(), except that what was held lives on in the result: a setter's argument may be
   /// inside.
   [[nodiscard]] QDOObject detach() noexcept;
+  /// set() on a value that holds nothing.
+  void share(const QDOObject& other);
   template <typename Element, typename... Arguments>
   void create(Type type, const Arguments&... arguments);
   template <typename Element>

@@ -108,7 +108,17 @@ QDOObject& QDOObject::set(Type type) {
 }
 
 QDOObject& QDOObject::set(const QDOObject& other) {
-  const QDOObject held = detach();
+  if (IsShared(type_)) {
+    const QDOObject held = detach();
+    share(other);
+  } else {
+    type_ = Undefined;  // which may be the other's, too
+    share(other);
+  }
+  return *this;
+}
+
+void QDOObject::share(const QDOObject& other) {
   if (!IsShared(other.type_)) {
     payload_ = other.payload_;
   } else if (other.holder() != nullptr) {
@@ -119,7 +129,6 @@ QDOObject& QDOObject::set(const QDOObject& other) {
     throw QDOObjectException(kNullDereference, nullptr);
   }
   type_ = other.type_;
-  return *this;
 }
 
 void QDOObject::setString(const char* text) {
