@@ -1,5 +1,7 @@
 #include "QDOJSONParser.h"
 
+#include <utility>
+
 namespace {
 
 /// The string rule. `text` loses a trailing "^" that marks it.
@@ -22,29 +24,39 @@ QDOObject ConvertString(UTF8String& text, bool proxyConvention) {
   return result;
 }
 
-QDOObject ConvertObject(const QDOJSONObject& object, bool proxyConvention) {
+/// A child of a node that nobody else needs is taken out of it: once converted it is freed, and its
+/// memory serves the values that follow.
+std::shared_ptr<QDOJSONValue> Child(std::shared_ptr<QDOJSONValue>& child, bool isLastUse) {
+  return isLastUse ? std::move(child) : child;
+}
+
+QDOObject ConvertObject(QDOJSONObject& object, bool isLastUse, bool proxyConvention) {
   QDOObject result;
   result.set(QDOObject::Map);
-  for (const auto& [key, value] : object) {
-    result[key.str()] = getJSONValueinQDOObject(value, proxyConvention);
+  auto& members = result.getMap();
+  for (auto& [key, value] : object) {
+    // Mostly at the end: the two maps order their keys alike, but for the empty one.
+    members.insert_or_assign(members.end(), key.str(),
+                             getJSONValueinQDOObject(Child(value, isLastUse), proxyConvention));
   }
   return result;
 }
 
-QDOObject ConvertArray(const QDOJSONArray& array, bool proxyConvention) {
+QDOObject ConvertArray(QDOJSONArray& array, bool isLastUse, bool proxyConvention) {
   QDOObject result;
   result.set(QDOObject::Vector);
   auto& elements = result.getVector();
   elements.reserve(array.size());
-  for (const auto& element : array) {
-    elements.push_back(getJSONValueinQDOObject(element, proxyConvention));
+  for (auto& element : array) {
+    elements.push_back(getJSONValueinQDOObject(Child(element, isLastUse), proxyConvention));
   }
   return result;
 }
 
 }  // namespace
 
-QDOObject getJSONValueinQDOObject(const std::shared_ptr<QDOJSONValue>& node, bool proxyConvention) {
+QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxyConvention) {
+  const bool isLastUse = node.use_count() == 1;
   QDOObject result;
   switch (node->type) {
     case QDOJSONValue::String:
@@ -56,9 +68,9 @@ QDOObject getJSONValueinQDOObject(const std::shared_ptr<QDOJSONValue>& node, boo
       result.set(node->integerValue);
       break;
     case QDOJSONValue::Object:
-      return ConvertObject(*node->objectValue, proxyConvention);
+      return ConvertObject(*node->objectValue, isLastUse, proxyConvention);
     case QDOJSONValue::Array:
-      return ConvertArray(*node->arrayValue, proxyConvention);
+      return ConvertArray(*node->arrayValue, isLastUse, proxyConvention);
     case QDOJSONValue::Boolean:
       return QDOObject::makeBool(node->booleanValue != 0);
     case QDOJSONValue::Null:
@@ -74,7 +86,7 @@ QDOObject QDOJSONParser::fromJSON(const std::string& text, bool proxyConvention)
   QDOJSONParserImpl parser;
   parser.parse(reinterpret_cast<const unsigned char*>(text.c_str()),
                static_cast<unsigned int>(text.length()));
-  return parser.getQDOObject(proxyConvention);
+  return parser.takeQDOObject(proxyConvention);
 }
 
 void QDOJSONParserImpl::parse(const unsigned char* bytes, unsigned int length) {
@@ -88,4 +100,10 @@ void QDOJSONParserImpl::reset() {
 
 QDOObject QDOJSONParserImpl::getQDOObject(bool proxyConvention) const {
   return scanner_ ? getJSONValueinQDOObject(scanner_->getRoot(), proxyConvention) : QDOObject();
+}
+
+QDOObject QDOJSONParserImpl::takeQDOObject(bool proxyConvention) {
+  std::shared_ptr<QDOJSONValue> root = scanner_->getRoot();
+  reset();  // leaves the root to this last use
+  return getJSONValueinQDOObject(std::move(root), proxyConvention);
 }
