@@ -1,5 +1,6 @@
 #include "JSONParser.h"
 
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -25,6 +26,15 @@ int HexDigit(unsigned char byte) {
   const auto letter = static_cast<unsigned char>(byte | 0x20U);
   return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
+
+/// Which bytes stand for themselves in a string and do not end it.
+constexpr auto kPlain = [] {
+  std::array<bool, 256> plain = {};
+  for (unsigned int byte = ' '; byte < plain.size(); ++byte) {
+    plain[byte] = byte != '"' && byte != '\\';
+  }
+  return plain;
+}();
 
 /// What a one-byte escape stands for, or 0 when it is not one.
 char EscapedByte(unsigned char byte) {
@@ -303,28 +313,29 @@ bool QDOJSONParserImplHelper::scanRestOfLiteral(const char* rest, unsigned int c
 
 bool QDOJSONParserImplHelper::scanRestOfString(UTF8String* destination) {
   advance();
-  unsigned int start = position_;
-  while (byteAt(0) != '"' && !atEnd()) {
-    if (byteAt(0) < 0x20) {
+  for (;;) {
+    const unsigned int start = position_;
+    skipPlainBytes();
+    if (atEnd() || byteAt(0) < 0x20) {
       return false;
     }
-    if (byteAt(0) != '\\') {
-      ++position_;
-      continue;
-    }
     appendPortionOfString(start, destination);
+    if (take('"')) {
+      return true;
+    }
     ++position_;
     if (!appendBackSlashTrailingChar(destination)) {
       return false;
     }
-    start = position_;
   }
-  if (atEnd()) {
-    return false;
+}
+
+void QDOJSONParserImplHelper::skipPlainBytes() {
+  unsigned int next = position_;  // a local: the position itself would be stored at each step
+  while (next < length_ && kPlain[input_[next]]) {
+    ++next;
   }
-  appendPortionOfString(start, destination);
-  ++position_;
-  return true;
+  position_ = next;
 }
 
 void QDOJSONParserImplHelper::appendPortionOfString(unsigned int start, UTF8String* destination) {

@@ -98,6 +98,7 @@ class QDOJSONParserImplHelper {
   bool scanRestOfLiteral(const char* rest, unsigned int count);
 
   bool scanRestOfString(UTF8String* destination);
+  void skipPlainBytes();
   bool appendBackSlashTrailingChar(UTF8String* destination);
   bool appendUnicodeEscape(UTF8String* destination);
   void appendPortionOfString(unsigned int start, UTF8String* destination);
