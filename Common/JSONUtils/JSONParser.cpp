@@ -71,7 +71,8 @@ long long Product(long long a, long long b) {
 
 /// 10 to the power of the low 32 bits of `exponent`, read as signed.
 double Scale(long long exponent) {
-  return std::pow(10.0, static_cast<std::int32_t>(static_cast<std::uint32_t>(exponent)));
+  const auto power = static_cast<std::int32_t>(static_cast<std::uint32_t>(exponent));
+  return power == 0 ? 1 : std::pow(10.0, power);  // pow() is slow, and most numbers have none
 }
 
 /// A power of ten truncated to 32 bits; every one out of range gives the smallest integer, on
