@@ -1,0 +1,271 @@
+"""The measurements of script/bench: makes the packages, runs the commands, reports the figures.
+
+    measure.py BENCH-DIRECTORY MEMORY-DIRECTORY [--quick]
+"""
+
+import json
+import pathlib
+import shutil
+import subprocess
+import sys
+
+import packages
+import report
+import runs
+
+APPLICATION = "/WebResourceInstaller.app/Contents"
+PROGRAM = APPLICATION + "/MacOS/WebResourceInstaller"
+INSTALL_ROOT = "/Library/Application Support/Veltrane/Orlisk/2017/WebResources"
+METADATA = '{"clear":false,"updateid":1,"regenerate":false}'
+OTHERS = ("unzip", "bsdtar", "7zz")
+
+
+class Place:
+    """A directory on one file system, with a private root and a directory for each package."""
+
+    def __init__(self, name, directory, bench):
+        self.name = name
+        self.directory = directory
+        self.bench = bench
+        self.waits = name != "tmpfs"
+
+    def machine(self, package):
+        """A private root with the installer and `package`."""
+        root = self.directory / ("machine-" + package.path.stem)
+        if not root.exists():
+            shutil.copytree(self.bench / "installed/WebResourceInstaller.app",
+                            root / "WebResourceInstaller.app")
+            resources = root / (APPLICATION[1:] + "/Resources")
+            shutil.copy(package.path, resources / "OrloWebResources.zip")
+            (resources / "metadata.txt").write_text(METADATA)
+            # The first run also gives the root the shared libraries.
+            subprocess.run(["script/private-root", "run", str(root), PROGRAM], check=True)
+        return root
+
+    def installer(self, package, before=None):
+        root = self.machine(package)
+        return runs.Command("installer", [PROGRAM], str(root) + runs.MACHINE_FILES, str(root),
+                            before)
+
+    def other(self, name, package):
+        """The extraction alone, by another program, into a fresh directory."""
+        target = self.directory / ("extracted-by-" + name)
+        archive = str(package.path)
+        arguments = {
+            "unzip": [which("unzip"), "-qq", archive, "-d", str(target)],
+            "bsdtar": ["/bin/sh", "-c", 'mkdir "$0" && exec bsdtar -xf "$1" -C "$0"',
+                       str(target), archive],
+            "7zz": [which("7zz"), "x", "-mmt1", "-bso0", "-bsp0", "-o" + str(target), archive],
+        }
+        return runs.Command(name, arguments[name], str(target))
+
+    def floor(self, package):
+        """Reading alone."""
+        program = self.bench / "build/Benchmarks/ReadFloor"
+        return runs.Command("floor", [str(program), str(package.path)],
+                            str(self.directory / "nothing"))
+
+    def writing_floor(self, package):
+        """Reading and writing one file, and nothing else."""
+        program = self.bench / "build/Benchmarks/ReadFloor"
+        target = self.directory / "written"
+        return runs.Command("writing floor", ["/bin/sh", "-c", 'mkdir "$2" && exec "$0" "$1" "$2/f"',
+                                              str(program), str(package.path), str(target)],
+                            str(target))
+
+
+def which(program):
+    return shutil.which(program) or sys.exit(program + " is missing")
+
+
+class Bench:
+    def __init__(self, bench, memory, quick):
+        self.bench = bench
+        self.quick = quick
+        self.rounds = 3 if quick else 5
+        self.memory = Place("tmpfs", memory, bench)
+        disk = bench / "disk"
+        shutil.rmtree(disk, ignore_errors=True)
+        disk.mkdir()
+        self.disk = Place("disk", disk, bench)
+        self.store = memory / "packages"
+        self.store.mkdir()
+        self.report = report.Report(quick)
+
+    def run(self):
+        small, large, stored = self.generated("", 10 if self.quick else 1)
+        web = packages.real_content(
+            self.store / "web.zip",
+            self.bench / "packages/libjs-mathjax/usr/share/javascript/mathjax")
+        ten = packages.small_files(self.store / "ten.zip", 10, 1)
+        self.extraction(self.memory, small, web, large, stored)
+        self.large_file(large)
+        self.update(self.memory, web)
+        self.start(ten)
+        if not self.quick:
+            few, short, few_stored = self.generated("fewer-", 10)
+            self.extraction(self.disk, few, web, short, few_stored)
+            self.update(self.disk, web)
+        self.system_calls(small, web, ten)
+        self.instructions()
+        self.growth()
+        self.values()
+        self.companion(stored)
+        shutil.rmtree(self.disk.directory)
+        self.report.finish()
+
+    def generated(self, prefix, divisor):
+        return (packages.small_files(self.store / f"{prefix}small.zip", 20000 // divisor,
+                                     200 // divisor),
+                packages.large_file(self.store / f"{prefix}large.zip", 256 // divisor),
+                packages.small_files(self.store / f"{prefix}stored.zip", 10000 // divisor,
+                                     100 // divisor, stored=True))
+
+    def extraction(self, place, small, web, large, stored):
+        for title, package in (("small files", small), ("web content", web),
+                               ("large file", large), ("stored files", stored)):
+            commands = [place.installer(package), place.floor(package),
+                        *(place.other(name, package) for name in OTHERS)]
+            series = runs.Series(commands, self.rounds, waits=place.waits)
+            flushes = runs.system_calls(place.installer(package), "fsync")["fsync"][1]
+            self.report.extraction(title, package, place.name, series, flushes)
+
+    def large_file(self, large):
+        commands = [self.memory.installer(large), self.memory.writing_floor(large)]
+        self.report.writing_floor(runs.Series(commands, self.rounds))
+
+    def update(self, place, web):
+        """An installed package replaced by another, as the installer does it and as a script."""
+        site = place.directory / "site"
+        script = ('cd "$0" && mkdir new && bsdtar -xf "$1" -C new && rm -rf current && '
+                  "mv new current")
+        (site / "current").mkdir(parents=True)
+
+        def keep():
+            """What is installed stays: each run updates it."""
+
+        commands = [place.installer(web, keep),
+                    runs.Command("script", ["/bin/sh", "-c", script, str(site), str(web.path)],
+                                 str(site), before=keep)]
+        for command in commands:
+            runs.seconds(command)  # the first installation
+        self.report.update(place.name, runs.Series(commands, self.rounds, waits=place.waits))
+
+    def start(self, ten):
+        """A package of ten files: start, end and the record."""
+        place = self.memory
+        commands = [place.installer(ten), place.other("unzip", ten)]
+        self.report.start(runs.Series(commands, self.rounds, repetitions=20))
+        calls = runs.system_calls(self.disk.installer(ten), "fsync")
+        self.report.flushes(*calls["fsync"])
+
+    def system_calls(self, small, web, ten):
+        base = sum(calls for calls, _ in runs.system_calls(self.memory.installer(ten)).values())
+        for title, package in (("small files", small), ("web content", web)):
+            kinds = runs.system_calls(self.memory.installer(package))
+            calls = sum(calls for calls, _ in kinds.values())
+            files = package.files - ten.files
+            self.report.system_calls(title, (calls - base) / files,
+                                     {name: count / package.files
+                                      for name, (count, _) in kinds.items()})
+
+    def instructions(self):
+        """From the difference of two packages, so that the start does not count."""
+        def count(package):
+            root = self.memory.machine(package)
+            (root / "dev").mkdir(exist_ok=True)
+            subprocess.run(["script/private-root", "add", str(root), "/usr/bin/valgrind.bin"],
+                           check=True)
+            tools = root / "usr/libexec/valgrind"
+            tools.mkdir(parents=True, exist_ok=True)
+            for pattern in ("callgrind-*-linux", "vgpreload_c*-linux.so", "default.supp"):
+                for file in pathlib.Path("/usr/libexec/valgrind").glob(pattern):
+                    shutil.copy(file, tools)
+            return runs.instructions(self.memory.installer(package))
+
+        one, nine = (count(packages.large_file(self.store / f"callgrind{size}.zip", size))
+                     for size in (1, 9))
+        few, many = (count(packages.small_files(self.store / f"callgrind{files}.zip", files, 1))
+                     for files in (10, 510))
+        self.report.instructions((nine - one) / 8, (many - few) / 500, one)
+
+    def growth(self):
+        """Time and memory against the number of files and against the size of one."""
+        rounds = 3
+        numbers = (1000, 10000) if self.quick else (1000, 10000, 100000)
+        sizes = (1, 64) if self.quick else (1, 32, 1024)
+        for unit, amounts, make in (
+                ("files", numbers,
+                 lambda path, amount: packages.small_files(path, amount, amount // 100)),
+                ("MiB", sizes, packages.large_file)):
+            points = []
+            for amount in amounts:
+                package = make(self.store / "growth.zip", amount)
+                command = self.memory.installer(package)
+                times = runs.Series([command], rounds).median("installer")
+                points.append((amount, times, runs.peak_kib(command)))
+                shutil.rmtree(self.memory.machine(package))
+            self.report.growth(unit, points)
+
+    def values(self):
+        documents = self.bench / "documents"
+        documents.mkdir(exist_ok=True)
+        testdata = ("golang-github-valyala-fastjson-dev/usr/share/gocode/src/github.com/valyala/"
+                    "fastjson/testdata/")
+        for name, source in (("manifest", "npm/usr/share/nodejs/npm/package.json"),
+                             ("numbers", testdata + "canada.json"),
+                             ("strings", testdata + "twitter.json")):
+            shutil.copy(self.bench / "packages" / source, documents / name)
+        result = subprocess.run(
+            [str(self.bench / "build/Benchmarks/ValuesBenchmark"), "--benchmark_format=json",
+             "--benchmark_repetitions=5", "--benchmark_enable_random_interleaving=true",
+             "--benchmark_min_time=" + ("0.05" if self.quick else "0.2"),
+             *(str(documents / name) for name in ("manifest", "numbers", "strings"))],
+            check=True, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        medians = {}
+        for row in json.loads(result.stdout)["benchmarks"]:
+            if row.get("aggregate_name") == "median":
+                medians[row["run_name"].split("/repeats")[0]] = row
+        self.report.values(medians)
+
+    def companion(self, package):
+        """The companion command beside what a script would use in its place."""
+        program = self.bench / "installed/bin/webresources"
+        if not program.exists():
+            return
+        machine = self.memory.machine(package)
+        installer = self.memory.installer(package)
+        runs.seconds(installer)
+        bundle = str(machine) + APPLICATION
+        installed = str(machine) + INSTALL_ROOT + "/Resource0"
+        packed = self.memory.directory / "packed"
+        scratch = self.memory.directory / "unpacked"
+
+        def shell(name, script, *arguments):
+            return runs.Command(name, ["/bin/sh", "-c", script, *map(str, arguments)], str(packed),
+                                before=fresh)
+
+        def fresh():
+            for directory in (packed, scratch):
+                shutil.rmtree(directory, ignore_errors=True)
+                directory.mkdir()
+
+        tests = (
+            ("pack", shell("webresources", '"$0" pack --quiet --update-id 1 --output "$1" "$2"',
+                           program, packed, installed),
+             shell("zip -r", 'cd "$1" && zip -qr "$0/package.zip" .', packed, installed)),
+            ("check", shell("webresources", '"$0" check --quiet "$1" >/dev/null', program, bundle),
+             shell("unzip -t", 'unzip -tqq "$0"', package.path)),
+            ("verify", shell("webresources", '"$0" verify "$1" --root "$2" >/dev/null', program,
+                             bundle, machine),
+             shell("unzip, diff -r",
+                   'unzip -tqq "$0" && unzip -qq "$0" -d "$1" && diff -r "$1" "$2"',
+                   package.path, scratch, installed)))
+        for title, ours, theirs in tests:
+            self.report.companion(title, ours.name, theirs.name,
+                                  runs.Series([ours, theirs], self.rounds))
+
+
+if __name__ == "__main__":
+    Bench(pathlib.Path(sys.argv[1]).resolve(), pathlib.Path(sys.argv[2]).resolve(),
+          "--quick" in sys.argv[3:]).run()
