@@ -298,6 +298,24 @@ TEST(QDOJSONParserTest, ValueSharesNothingWithTheTree) {
   EXPECT_EQ(Text(second), R"({"k":["v"]})");
 }
 
+TEST(QDOJSONParserTest, TakingTheValueForgetsTheTree) {
+  QDOJSONParserImpl parser;
+  Parse(parser, R"({"k":["v",{"n":[1,"w"]}],"l":null})");
+  const std::string converted = Text(parser.getQDOObject(false));
+  EXPECT_EQ(Text(parser.takeQDOObject(false)), converted);
+  EXPECT_EQ(Text(parser.getQDOObject(false)), "undefined");
+}
+
+TEST(QDOJSONParserTest, TreeWithAnotherOwnerIsLeftAsItIsWhenTheValueIsTaken) {
+  const std::string text = R"({"k":["v",{"n":[1,"w"]}]})";
+  const auto root = QDOJSONParserImplHelper(reinterpret_cast<const unsigned char*>(text.c_str()),
+                                            static_cast<unsigned int>(text.size()))
+                        .getRoot();
+  const std::string before = Text(*root);
+  EXPECT_EQ(Text(getJSONValueinQDOObject(root, false)), text);
+  EXPECT_EQ(Text(*root), before);
+}
+
 TEST(QDOJSONParserTest, ConversionTakesTheCaretOutOfTheTree) {
   QDOJSONParserImpl parser;
   Parse(parser, R"("12^")");
