@@ -111,7 +111,7 @@ TEST_F(Extraction, EmptyFileIsCreated) {
 
 TEST_F(Extraction, FilesOfEverySizeAroundTheBuffersAreWhole) {
   for (const std::size_t size :
-       {1, 2, 8191, 8192, 8193, 16384, 16385, 65535, 65536, 65537, 73728, 1000000}) {
+       {1U, 2U, 8191U, 8192U, 8193U, 16384U, 16385U, 65535U, 65536U, 65537U, 73728U, 1000000U}) {
     EXPECT_EQ(Extract({{"stored", Noise(size)},
                        {"noise", Noise(size), kDeflated},
                        {"text", Text(size), kDeflated}}),
@@ -219,7 +219,7 @@ TEST_F(Extraction, DirectoryNameOf511BytesIsMade) {
 }
 
 TEST_F(Extraction, NamesOf512BytesAndMoreAreSkipped) {
-  for (const std::size_t length : {512, 513, 514, 1023, 1024, 8192, 65535}) {
+  for (const std::size_t length : {512U, 513U, 514U, 1023U, 1024U, 8192U, 65535U}) {
     EXPECT_EQ(Extract({{NameOfLength(length), "1"},
                        {NameOfLength(length - 1) + "/", ""},
                        {std::string(length, 'x'), "2"},
@@ -393,7 +393,7 @@ ZipEntry DamagedAfter(std::size_t intact) {
 }
 
 TEST_F(Extraction, DamagedDataKeepsTheReadsThatSucceeded) {
-  for (const std::size_t intact : {1, 8191, 8193, 16383, 20000, 65537, 100000}) {
+  for (const std::size_t intact : {1U, 8191U, 8193U, 16383U, 20000U, 65537U, 100000U}) {
     const std::string kept = Noise(intact).substr(0, intact / kCopySize * kCopySize);
     EXPECT_EQ(Extract({DamagedAfter(intact), {"b", "2"}}), (Tree{{"a", kept}, {"b", "2"}}))
         << intact;

@@ -122,7 +122,7 @@ std::string WordOfLength(std::size_t length) {
 }
 
 TEST_F(Metadata, WordsAroundAThousandBytesAreReadWhole) {
-  for (const std::size_t length : {1006, 1007, 1008, 1009, 2048}) {
+  for (const std::size_t length : {1006U, 1007U, 1008U, 1009U, 2048U}) {
     EXPECT_EQ(Answers(WordOfLength(length)), kGoodAnswers) << length;
   }
 }
