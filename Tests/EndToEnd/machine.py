@@ -1,4 +1,5 @@
-"""A machine to install on: a private root with the installed bundle in it."""
+"""A machine to install on: a private root with the installed bundle in it. On a Mac it is the
+very machine, which has to be one to be thrown away."""
 
 import atexit
 import functools
@@ -9,6 +10,7 @@ import resource
 import shutil
 import signal
 import subprocess
+import sys
 import tempfile
 import unittest
 import zipfile
@@ -17,16 +19,22 @@ BUNDLE = pathlib.Path(os.environ["BUNDLE"])
 PRIVATE_ROOT = os.environ["PRIVATE_ROOT"]
 SCRATCH = os.environ["SCRATCH"]
 SANITIZED = os.environ["SANITIZED"] == "1"
+BACKEND = os.environ["BACKEND"]
 
 APPLICATION = "/Applications/WebResourceInstaller.app"
-EXECUTABLE = "Contents/MacOS/WebResourceInstaller"
+EXECUTABLES = os.environ["EXECUTABLES"]
+EXECUTABLE = f"Contents/{EXECUTABLES}/WebResourceInstaller"
 INSTALL_ROOT = "/Library/Application Support/Veltrane/Orlisk/2017/WebResources"
+VENDOR = "/Library/Application Support/Veltrane"
 RECORD = "/Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist"
 
 METADATA = '{"clear":false,"updateid":1,"regenerate":false}'
 CONTENT = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}"}
 
 DIRECTORY = "a directory"  # what tree() shows for one
+
+# CoreFoundation asks /proc for the main bundle, the sanitizers for their own.
+NEEDS_PROC = SANITIZED or BACKEND == "apple"
 
 ENVIRONMENT = {"PATH": os.environ["PATH"], "ASAN_OPTIONS": "detect_leaks=1",
                "PRIVATE_ROOT_SHARE": os.environ.get("PRIVATE_ROOT_SHARE", "")}
@@ -88,11 +96,14 @@ class Machine:
         shutil.copytree(template(), root, copy_function=os.link)
         self.resources = self.path(APPLICATION) / "Contents/Resources"
         self.install_root = self.path(INSTALL_ROOT)
-        self.record_file = self.path(RECORD)
         self.write_metadata(METADATA)
 
     def path(self, path):
         return self.root / path.lstrip("/")
+
+    @property
+    def record_file(self):
+        return self.path(record_path())
 
     @property
     def package(self):
@@ -119,7 +130,7 @@ class Machine:
     def add_programs(self, *programs):
         subprocess.run([PRIVATE_ROOT, "add", self.root, *programs], check=True)
 
-    def run(self, *command, umask=0o022, proc=SANITIZED):
+    def run(self, *command, umask=0o022, proc=NEEDS_PROC):
         """Runs the installer, or a command that runs it, and returns the completed process."""
         options = ["--proc"] if proc else []
         return subprocess.run(
@@ -141,6 +152,67 @@ def template():
     return root
 
 
+class ThrowawayMachine(Machine):
+    """The machine that the tests run on, as root. What only a private root can have, the test of it
+    is skipped for; the record is written and read by the system's own command."""
+
+    def __init__(self):
+        self.remove()
+        shutil.copytree(BUNDLE, APPLICATION)
+        self.resources = pathlib.Path(APPLICATION) / "Contents/Resources"
+        self.install_root = pathlib.Path(INSTALL_ROOT)
+        self.write_metadata(METADATA)
+
+    def remove(self):
+        for path in (APPLICATION, VENDOR):
+            shutil.rmtree(path, ignore_errors=True)
+        subprocess.run(["defaults", "delete", RECORD], stderr=subprocess.DEVNULL, check=False)
+
+    @property
+    def root(self):
+        raise unittest.SkipTest("needs a private root")
+
+    def path(self, path):
+        if not path.startswith((APPLICATION, VENDOR)):
+            raise unittest.SkipTest(f"{path} needs a private root")
+        return pathlib.Path(path)
+
+    def record(self):
+        exported = subprocess.run(["defaults", "export", RECORD, "-"], check=True,
+                                  stdout=subprocess.PIPE)
+        return plistlib.loads(exported.stdout)
+
+    def write_record(self, values, form=plistlib.FMT_XML):
+        subprocess.run(["defaults", "import", RECORD, "-"], check=True,
+                       input=plistlib.dumps(values, fmt=form))
+
+    def add_programs(self, *programs):
+        pass
+
+    def run(self, *command, umask=0o022, proc=False):
+        return subprocess.run(
+            command or [f"{APPLICATION}/{EXECUTABLE}"], stdin=subprocess.DEVNULL,
+            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, umask=umask, check=False)
+
+
+@functools.lru_cache(maxsize=None)
+def record_path():
+    """Where the record is: with the posix back end a rule of ours. With CoreFoundation it is a rule
+    of its own, and found out by an installation."""
+    if BACKEND == "posix":
+        return RECORD
+    with tempfile.TemporaryDirectory(dir=SCRATCH) as directory:
+        machine = Machine(pathlib.Path(directory, "machine"))
+        machine.run()
+        [record] = machine.root.rglob(os.path.basename(RECORD))
+        return f"/{record.relative_to(machine.root)}"
+
+
+def posix_only(why):
+    """For a test of a rule that is the posix back end's alone."""
+    return unittest.skipUnless(BACKEND == "posix", f"a rule of the posix back end: {why}")
+
+
 class InstallerTestCase(unittest.TestCase):
     """A test with a fresh machine, whose package holds CONTENT and whose metadata is METADATA."""
 
@@ -150,11 +222,14 @@ class InstallerTestCase(unittest.TestCase):
         self.machine = self.new_machine()
 
     def new_machine(self):
-        directory = tempfile.TemporaryDirectory(dir=SCRATCH)
-        self.addCleanup(directory.cleanup)
-        machine = Machine(pathlib.Path(directory.name, "machine"))
+        machine = ThrowawayMachine() if sys.platform == "darwin" else self.new_private_root()
         machine.pack(CONTENT)
         return machine
+
+    def new_private_root(self):
+        directory = tempfile.TemporaryDirectory(dir=SCRATCH)
+        self.addCleanup(directory.cleanup)
+        return Machine(pathlib.Path(directory.name, "machine"))
 
     def run_installer(self, *command, status=0, machine=None, **options):
         """Every run is silent, whatever happens in it."""

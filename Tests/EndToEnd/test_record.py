@@ -6,7 +6,8 @@ import plistlib
 import stat
 import unittest
 
-from machine import CONTENT, InstallerTestCase, RECORD, as_tree, metadata, tree, write_tree
+from machine import (CONTENT, InstallerTestCase, RECORD, as_tree, metadata, posix_only, tree,
+                     write_tree)
 
 FOREIGN = {
     "text": "grüße & <tags> \u65e5",
@@ -47,8 +48,16 @@ class File(RecordTestCase):
                 file = self.machine.record_file
                 self.assertTrue(file.read_bytes().startswith(b"<?xml"))
                 self.assertEqual(stat.S_IMODE(file.stat().st_mode), 0o644)
-                self.assertEqual(stat.S_IMODE(file.parent.stat().st_mode), 0o755)
         self.assert_files()
+
+    @posix_only("CoreFoundation lets its group write")
+    def test_directories_made_for_it_are_not_writable_by_others(self):
+        for umask in (0o022, 0o077, 0):
+            with self.subTest(f"{umask:o}"):
+                self.machine = self.new_machine()
+                self.run_installer(umask=umask)
+                directory = self.machine.record_file.parent
+                self.assertEqual(stat.S_IMODE(directory.stat().st_mode), 0o755)
 
     def test_values_have_the_types_of_their_keys(self):
         self.run_installer()
@@ -79,6 +88,7 @@ class File(RecordTestCase):
         self.assert_record(update=1)
 
 
+@posix_only("CoreFoundation keeps no copy")
 class Corrupt(RecordTestCase):
     def test_what_cannot_be_parsed_is_set_aside_and_the_record_starts_anew(self):
         xml, binary = (plistlib.dumps(FOREIGN, fmt=form)
@@ -117,9 +127,10 @@ class Unusable(RecordTestCase):
                          {os.path.basename(RECORD).encode(): "a directory"})
 
     def test_file_in_place_of_the_directory(self):
-        write_tree(self.machine.root, {"Library/Preferences": b"in the way"})
+        directory = self.machine.record_file.parent
+        write_tree(directory.parent, {directory.name: b"in the way"})
         self.assert_run_stops_at_the_first_registration()
-        self.assertEqual(self.machine.path("/Library/Preferences").read_bytes(), b"in the way")
+        self.assertEqual(directory.read_bytes(), b"in the way")
 
     def test_random_identifier_is_not_settled_but_the_run_ends_well(self):
         self.machine.record_file.mkdir(parents=True)

@@ -7,8 +7,8 @@ import shutil
 import subprocess
 import unittest
 
-from machine import (APPLICATION, CONTENT, EXECUTABLE, INSTALL_ROOT, InstallerTestCase, SANITIZED,
-                     as_tree, metadata, tree, write_tree)
+from machine import (APPLICATION, CONTENT, EXECUTABLE, EXECUTABLES, INSTALL_ROOT, InstallerTestCase,
+                     SANITIZED, as_tree, metadata, posix_only, record_path, tree, write_tree)
 
 LONGEST_DIRECTORY = 1023  # of the Resources directory's path
 
@@ -47,7 +47,7 @@ class Start(InstallerTestCase):
 
     def test_relative_path_from_within_the_bundle(self):
         self.assert_installs_from_shell(
-            f"cd {APPLICATION}/Contents/MacOS && ./WebResourceInstaller")
+            f"cd {APPLICATION}/Contents/{EXECUTABLES} && ./WebResourceInstaller")
 
     def test_path_with_dots_and_doubled_slashes(self):
         self.assert_installs(
@@ -62,7 +62,7 @@ class Start(InstallerTestCase):
 
     def test_search_path(self):
         self.assert_installs_from_shell(
-            f"PATH={APPLICATION}/Contents/MacOS && WebResourceInstaller")
+            f"PATH={APPLICATION}/Contents/{EXECUTABLES} && WebResourceInstaller")
 
     def test_link_to_the_bundle(self):
         self.machine.path("/link.app").symlink_to(APPLICATION)
@@ -78,14 +78,16 @@ class Start(InstallerTestCase):
         self.machine.resources.symlink_to("/real")
         self.assert_installs()
 
+    @posix_only("CoreFoundation knows one directory of executables")
     def test_any_one_directory_below_Contents(self):
         contents = self.machine.path(APPLICATION) / "Contents"
-        (contents / "MacOS").rename(contents / "Helpers")
+        (contents / EXECUTABLES).rename(contents / "Helpers")
         self.assert_installs(f"{APPLICATION}/Contents/Helpers/WebResourceInstaller")
 
+    @posix_only("CoreFoundation takes the executable's directory for the resources")
     def test_executable_outside_a_bundle_has_its_resources_beside_it(self):
         contents = self.machine.path(APPLICATION) / "Contents"
-        (contents / "MacOS/WebResourceInstaller").rename(contents / "WebResourceInstaller")
+        (contents / EXECUTABLES / "WebResourceInstaller").rename(contents / "WebResourceInstaller")
         contents.rename(self.machine.path("/plain"))
         self.assert_installs("/plain/WebResourceInstaller")
 
@@ -143,7 +145,8 @@ class Start(InstallerTestCase):
         after = tree(self.machine.path("/Library"))
         self.assertEqual({name: after[name] for name in before}, before)
         self.assertEqual(tree(self.machine.path("/Applications")), applications)
-        self.assertLessEqual(set(os.listdir(self.machine.root)), top | {"tmp", "proc"})
+        self.assertLessEqual(set(os.listdir(self.machine.root)),
+                             top | {"tmp", "proc", record_path().split("/")[1]})
 
 
 class WithoutPrivileges(InstallerTestCase):

@@ -14,16 +14,16 @@ class BundleProcess {
  public:
   /// Makes the bundle at `path`, without the files of a product.
   explicit BundleProcess(const std::string& path) : contents_(path + "/Contents/") {
-    std::filesystem::create_directories(contents_ + "MacOS");
+    std::filesystem::create_directories(contents_ + BUNDLE_EXECUTABLES);
     std::filesystem::create_directories(contents_ + "Resources");
-    std::filesystem::copy_file(BUNDLE_PROBE, contents_ + "MacOS/Probe");
+    std::filesystem::copy_file(BUNDLE_PROBE, Probe());
   }
 
   std::string MetadataFile() const { return contents_ + "Resources/metadata.txt"; }
 
   /// What one process answers to `queries` (see BundleProbe.cpp), separated by blanks: a line each.
   std::string Answers(const std::string& queries) const {
-    const std::string command = "'" + contents_ + "MacOS/Probe' " + queries + " 2>&1";
+    const std::string command = "'" + Probe() + "' " + queries + " 2>&1";
     FILE* stream = popen(command.c_str(), "r");
     std::string answers;
     for (int byte = 0; stream != nullptr && (byte = std::fgetc(stream)) != EOF;) {
@@ -34,6 +34,8 @@ class BundleProcess {
   }
 
  private:
+  std::string Probe() const { return contents_ + BUNDLE_EXECUTABLES + "/Probe"; }
+
   std::string contents_;
 };
 

@@ -1,7 +1,7 @@
-// The record in the real store: to be run inside a private root, in a process for each test.
+// The record in the real store: to be run in a private root (or on a machine to be thrown away), in
+// a process for each test.
 
 #include <gtest/gtest.h>
-#include <plist/plist.h>
 
 #include <climits>
 #include <cstdlib>
@@ -9,20 +9,11 @@
 #include <filesystem>
 #include <string>
 
-#include "InstallerConstants.h"
 #include "OSUtils.h"
-#include "PreferencesDomain.h"
+#include "StoredRecord.h"
 #include "Support.h"
 
 namespace {
-
-const char kDirectory[] = "/Library/Preferences";
-
-/// The dictionary `members`, in the notation of a property list.
-std::string PropertyList(const std::string& members) {
-  return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>)" + members +
-         "</dict></plist>\n";
-}
 
 std::string Number(const std::string& key, const std::string& value) {
   return "<key>" + key + "</key><integer>" + value + "</integer>";
@@ -34,39 +25,17 @@ std::string String(const std::string& key, const std::string& value) {
 
 class Record : public testing::Test {
  protected:
-  /// Makes and removes files in /Library: never the machine's own.
+  /// Changes the record of this host: never the machine's own.
   void SetUp() override {
-    ASSERT_FALSE(Exists("/etc/passwd")) << "to be run inside a private root";
-    std::filesystem::remove_all("/Library");
-    std::filesystem::create_directories(kDirectory);
+    ASSERT_TRUE(!Exists("/etc/passwd") || std::getenv("THROWAWAY_MACHINE") != nullptr)
+        << "to be run inside a private root";
+    StoredRecord::Remove();
   }
 
   /// What another program has written before.
-  static void Write(const std::string& members) { WriteFile(kFile, PropertyList(members)); }
+  static void Write(const std::string& members) { StoredRecord::Write(members); }
 
-  /// The file's dictionary, its members in order: "key=value " for each.
-  static std::string OnDisk() {
-    const std::string bytes = ReadFile(kFile);
-    plist_t list = nullptr;
-    plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.length()), &list);
-    std::map<std::string, std::string> members;
-    plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(list, &iterator);
-    char* key = nullptr;
-    plist_t value = nullptr;
-    while (plist_dict_next_item(list, iterator, &key, &value), key != nullptr) {
-      members[key] = Described(value);
-      std::free(key);
-      key = nullptr;
-    }
-    std::free(iterator);
-    plist_free(list);
-    std::string described;
-    for (const auto& [name, text] : members) {
-      described.append(name).append("=").append(text).append(" ");
-    }
-    return described;
-  }
+  static std::string OnDisk() { return StoredRecord::Read(); }
 
   static WebRegInfo OldInfo() {
     WebRegInfo info = {11, 12, "before", "before"};
@@ -80,24 +49,22 @@ class Record : public testing::Test {
     OSUtils::ClearRegistry();
     return OSUtils::MakeFreshRegistry(&info);
   }
-
-  static const std::string kFile;
-
- private:
-  static std::string Described(plist_t value) {
-    if (plist_get_node_type(value) == PLIST_STRING) {
-      return "'" + std::string(plist_get_string_ptr(value, nullptr)) + "'";
-    }
-    if (plist_get_node_type(value) != PLIST_UINT) {
-      return "other";
-    }
-    std::uint64_t number = 0;
-    plist_get_uint_val(value, &number);
-    return std::to_string(static_cast<std::int64_t>(number));
-  }
 };
 
-const std::string Record::kFile = std::string(kDirectory) + "/" + PLIST_SECTION_KEY + ".plist";
+/// What is known of the record's file where its place is this system's choice.
+class RecordFile : public Record {
+ protected:
+  void SetUp() override {
+    if (!StoredRecord::File()) {
+      GTEST_SKIP() << "the place of the record is CoreFoundation's affair";
+    }
+    Record::SetUp();
+  }
+
+  const std::string file_ = StoredRecord::File().value_or("");
+};
+
+class RecordWith : public Record, public testing::WithParamInterface<const char*> {};
 
 void ExpectInfo(const WebRegInfo& info, int random, int updateId, const std::string& installPath,
                 const std::string& fullVersion) {
@@ -175,8 +142,8 @@ TEST_F(Record, TwoRandomsWithinASecondAreTheSame) {
   EXPECT_EQ(OldInfo().random, first);
 }
 
-TEST_F(Record, FailedFlushIsTheResult) {
-  std::filesystem::create_directory(kFile);
+TEST_F(RecordFile, FailedFlushIsTheResult) {
+  std::filesystem::create_directory(file_);
   EXPECT_FALSE(OSUtils::RegisterWebResourcePath("Resource0"));
   EXPECT_FALSE(OSUtils::RegisterUpdateID(5));
   EXPECT_FALSE(OSUtils::RegisterCompleteVersion(5));
@@ -184,7 +151,7 @@ TEST_F(Record, FailedFlushIsTheResult) {
   WebRegInfo info = {1, 2, "x", "y"};
   EXPECT_FALSE(OSUtils::MakeFreshRegistry(&info));
   EXPECT_FALSE(OSUtils::ClearRegistry());
-  EXPECT_TRUE(std::filesystem::is_directory(kFile));
+  EXPECT_TRUE(std::filesystem::is_directory(file_));
 }
 
 // Reading ---------------------------------------------------------------------------------------
@@ -229,15 +196,15 @@ TEST_F(Record, NumbersBeyond32BitsAreAbsent) {
   ExpectInfo(OldInfo(), -1, -1, "", "");
 }
 
-TEST_F(Record, RandomIsPresentWhateverItsType) {
-  for (const char* value : {"<integer>7</integer>", "<integer>-1</integer>", "<string/>", "<true/>",
-                            "<false/>", "<array/>", "<dict/>", "<real>1.5</real>", "<data/>"}) {
-    EXPECT_TRUE(InChild([value] {
-      Write(std::string("<key>irandom</key>") + value);
-      return OSUtils::isRandomPresent();
-    })) << value;
-  }
+TEST_P(RecordWith, RandomIsPresentWhateverItsType) {
+  Write(std::string("<key>irandom</key>") + GetParam());
+  EXPECT_TRUE(OSUtils::isRandomPresent());
 }
+
+INSTANTIATE_TEST_SUITE_P(Values, RecordWith,
+                         testing::Values("<integer>7</integer>", "<integer>-1</integer>",
+                                         "<string/>", "<true/>", "<false/>", "<array/>", "<dict/>",
+                                         "<real>1.5</real>", "<data>eA==</data>"));
 
 TEST_F(Record, RandomIsPresentAfterItsRegistration) {
   EXPECT_FALSE(OSUtils::isRandomPresent());
@@ -251,16 +218,15 @@ TEST_F(Record, TextOf127BytesIsCarried) {
   ExpectInfo(OldInfo(), -1, -1, std::string(127, 'p'), std::string(127, 'v'));
 }
 
-TEST_F(Record, TextsOf128BytesAndMoreAreNotCarried) {
-  for (const std::size_t length : {128, 129, 200, 5000}) {
-    EXPECT_TRUE(InChild([length] {
-      Write(String("tWebResourceInstallPath", std::string(length, 'p')) +
-            String("tFullVersion", std::string(length, 'v')));
-      const WebRegInfo info = OldInfo();
-      return info.installPath.empty() && info.fullVersion.empty();
-    })) << length;
-  }
+class RecordWithTextOf : public Record, public testing::WithParamInterface<std::size_t> {};
+
+TEST_P(RecordWithTextOf, MoreThan127BytesDoesNotCarryIt) {
+  Write(String("tWebResourceInstallPath", std::string(GetParam(), 'p')) +
+        String("tFullVersion", std::string(GetParam(), 'v')));
+  ExpectInfo(OldInfo(), -1, -1, "", "");
 }
+
+INSTANTIATE_TEST_SUITE_P(Lengths, RecordWithTextOf, testing::Values(128U, 129U, 200U, 5000U));
 
 TEST_F(Record, TextsAreMeasuredInBytesNotCharacters) {
   std::string fits;
@@ -273,16 +239,21 @@ TEST_F(Record, TextsAreMeasuredInBytesNotCharacters) {
 
 // Wiping ----------------------------------------------------------------------------------------
 
-TEST_F(Record, ClearingADomainWithoutAFileIsFalseAndMakesNone) {
+TEST_F(Record, ClearingADomainWithoutKeysIsFalse) {
   EXPECT_FALSE(OSUtils::ClearRegistry());
-  EXPECT_FALSE(Exists(kFile));
+  EXPECT_EQ(OnDisk(), "");
 }
 
-TEST_F(Record, ClearingADomainWithoutKeysIsFalseAndLeavesItsFile) {
-  Write("");
-  const std::string before = ReadFile(kFile);
+TEST_F(RecordFile, ClearingADomainWithoutAFileMakesNone) {
   EXPECT_FALSE(OSUtils::ClearRegistry());
-  EXPECT_EQ(ReadFile(kFile), before);
+  EXPECT_FALSE(Exists(file_));
+}
+
+TEST_F(RecordFile, ClearingADomainWithoutKeysLeavesItsFile) {
+  Write("");
+  const std::string before = ReadFile(file_);
+  EXPECT_FALSE(OSUtils::ClearRegistry());
+  EXPECT_EQ(ReadFile(file_), before);
 }
 
 TEST_F(Record, ClearingRemovesEveryKey) {
