@@ -1,0 +1,74 @@
+"""A private root, and what the tests of shipping share."""
+
+import os
+import pathlib
+import plistlib
+import shutil
+import subprocess
+import tempfile
+import unittest
+
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+BUILD = pathlib.Path(os.environ["BUILD"])  # where the tests may leave things for people to look at
+SCRATCH = pathlib.Path(os.environ["SCRATCH"])
+PRIVATE_ROOT = SOURCE / "script/private-root"
+SAMPLE_SITE = SOURCE / "Examples/sample-site"
+
+INSTALL_ROOT = "Library/Application Support/Veltrane/Orlisk/2017/WebResources"
+RECORD = "Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist"
+
+
+def run(*command, status=0, **options):
+    """Runs a command that must end with the status, and returns what it prints."""
+    result = subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, text=True,
+                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False,
+                            **options)
+    if result.returncode != status:
+        raise AssertionError(f"{command} ended with {result.returncode}, not {status}:\n"
+                             + result.stdout)
+    return result.stdout
+
+
+def tree(directory):
+    """The files below a directory: their bytes by their relative paths."""
+    return {str(path.relative_to(directory)): path.read_bytes()
+            for path in pathlib.Path(directory).rglob("*") if path.is_file()}
+
+
+class ShippingTestCase(unittest.TestCase):
+    """A test with a directory of its own, and with private roots in it."""
+
+    maxDiff = 3000
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory(dir=SCRATCH)
+        self.addCleanup(directory.cleanup)
+        self.directory = pathlib.Path(directory.name)
+
+    def new_root(self, *programs):
+        """A private root with these programs, by name or path, as scripts call them."""
+        root = self.directory / "root"
+        root.mkdir()
+        (root / "bin").symlink_to("usr/bin")
+        for program in programs:
+            path = str(shutil.which(program))
+            run(PRIVATE_ROOT, "add", root, path)
+            link = root / path.lstrip("/")
+            if not link.exists():  # it has been copied by its real name
+                link.symlink_to(os.path.realpath(path))
+        return root
+
+    def record(self, root):
+        return plistlib.loads((root / RECORD).read_bytes())
+
+    def installed(self, root):
+        return tree(root / INSTALL_ROOT)
+
+    def assert_installed(self, root, content, update):
+        """The files of the directory `content`, and nothing else, are installed and recorded."""
+        self.assertEqual(self.installed(root),
+                         {f"Resource0/{name}": data for name, data in tree(content).items()})
+        record = self.record(root)
+        self.assertIn(record.pop("irandom"), range(1, 10001))
+        self.assertEqual(record, {"tWebResourceInstallPath": "Resource0", "iUpdateId": update,
+                                  "tFullVersion": f"17.011.30138.{update}"})

@@ -1,0 +1,130 @@
+"""The Debian package, and a product's package that builds on it, on a machine's own dpkg."""
+
+import os
+import re
+import shutil
+import subprocess
+import unittest
+
+from private_root import (BUILD, INSTALL_ROOT, RECORD, SAMPLE_SITE, SOURCE, ShippingTestCase, run)
+
+[PACKAGE] = (BUILD / "deb").glob("web-resource-installer_*.deb")
+PRODUCT = SOURCE / "Examples/product-deb/build"
+BUNDLE = "/usr/lib/web-resource-installer/WebResourceInstaller.app"
+STATUS = "var/lib/dpkg/status"
+
+
+def field(package, name):
+    return run("dpkg-deb", "--field", package, name).strip()
+
+
+class Package(ShippingTestCase):
+    def test_lintian_finds_nothing(self):
+        # As root it says of itself that it should not be.
+        options = ["--allow-root"] if os.getuid() == 0 else []
+        self.assertEqual(run("lintian", "--pedantic", "--display-info", "--fail-on",
+                             "error,warning,info,pedantic", *options, PACKAGE), "")
+
+    def test_contains_the_bundle_the_command_its_manual_and_its_completions(self):
+        files = set(re.findall(r"^-\S+ root/root +\d+ \S+ \S+ \.(/.*)$",
+                               run("dpkg-deb", "--contents", PACKAGE), re.MULTILINE))
+        documents = "/usr/share/doc/web-resource-installer"
+        self.assertEqual(files, {
+            f"{BUNDLE}/Contents/Info.plist", f"{BUNDLE}/Contents/MacOS/WebResourceInstaller",
+            "/usr/bin/webresources", "/usr/share/man/man1/webresources.1.gz",
+            "/usr/share/bash-completion/completions/webresources",
+            "/usr/share/zsh/vendor-completions/_webresources",
+            "/usr/share/lintian/overrides/web-resource-installer",
+            f"{documents}/changelog.gz", f"{documents}/copyright"})
+
+
+class Product(ShippingTestCase):
+    """Installed, upgraded and removed in a private root, where the maintainer scripts run."""
+
+    def setUp(self):
+        super().setUp()
+        unpacked = self.directory / "unpacked"
+        run("dpkg-deb", "--extract", PACKAGE, unpacked)
+        self.unpacked = unpacked
+        self.machine = self.new_root("sh", "rm", unpacked / "usr/bin/webresources",
+                                     f"{unpacked}{BUNDLE}/Contents/MacOS/WebResourceInstaller")
+        self.add_status()
+
+    def add_status(self):
+        """The libraries are there as on this machine: dpkg is told of the packages they are of."""
+        status = self.machine / STATUS
+        for directory in ("info", "updates"):
+            (status.parent / directory).mkdir(parents=True)
+        depended = re.split(r", *", re.sub(r" *\([^)]*\)", "", field(PACKAGE, "Depends")))
+        status.write_text(run("dpkg-query", "--status", *depended) + "\n")
+        for name in depended:
+            (status.parent / "info" / f"{name}:{field(PACKAGE, 'Architecture')}.list").touch()
+            (status.parent / "info" / f"{name}.list").touch()
+
+    def product(self, content, update):
+        package = self.directory / f"{update}.deb"
+        run(PRODUCT, "--bundle", f"{self.unpacked}{BUNDLE}",
+            "--webresources", self.unpacked / "usr/bin/webresources", content, update, package)
+        return package
+
+    def dpkg(self, *arguments, status=0):
+        # An ordinary user is root of a namespace of its own.
+        namespace = [] if os.getuid() == 0 else ["unshare", "--map-root-user"]
+        return run(*namespace, "dpkg", f"--root={self.machine}", "--force-not-root",
+                   f"--log={self.directory}/log", *arguments, status=status)
+
+    def state(self, name):
+        return subprocess.run(["dpkg-query", f"--admindir={self.machine}/var/lib/dpkg", "-Wf",
+                               "${db:Status-Abbrev}${Version}", name], check=False, text=True,
+                              stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
+
+    def site(self):
+        site = self.directory / "site"
+        shutil.copytree(SAMPLE_SITE, site)
+        return site
+
+    def test_installed_upgraded_and_removed(self):
+        site = self.site()
+        self.dpkg("--install", PACKAGE)
+        self.dpkg("--install", self.product(site, 1))
+        self.assertEqual(self.state("cloud-guide"), "ii 1.1")
+        self.assert_installed(self.machine, site, 1)
+        random = self.record(self.machine)["irandom"]
+
+        (site / "index.html").write_text("<p>changed")
+        (site / "new").mkdir()
+        (site / "new/page.html").write_text("<p>new")
+        (site / "data/clouds.json").unlink()
+        self.dpkg("--install", self.product(site, 2))
+        self.assertEqual(self.state("cloud-guide"), "ii 1.2")
+        self.assert_installed(self.machine, site, 2)
+        self.assertEqual(self.record(self.machine)["irandom"], random)
+
+        self.dpkg("--remove", "cloud-guide")
+        self.assertFalse((self.machine / INSTALL_ROOT).exists())
+        self.assertFalse((self.machine / RECORD).exists())
+        self.dpkg("--purge", "cloud-guide", "web-resource-installer")
+        self.assertEqual(self.state("cloud-guide"), "")
+        self.assertFalse((self.machine / "usr/bin/webresources").exists())
+        self.assertFalse((self.machine / "usr/lib/web-resource-installer").exists())
+
+    def test_needs_the_installer_package(self):
+        output = self.dpkg("--install", self.product(SAMPLE_SITE, 1), status=1)
+        self.assertIn("depends on web-resource-installer", output)
+
+    def test_step_that_could_not_do_its_work_fails_the_configuration(self):
+        self.dpkg("--install", PACKAGE)
+        in_the_way = self.machine / INSTALL_ROOT
+        in_the_way.parent.mkdir(parents=True)
+        in_the_way.write_text("in the way")
+        output = self.dpkg("--install", self.product(SAMPLE_SITE, 1), status=1)
+        self.assertIn("Resource0", output)
+        self.assertEqual(self.state("cloud-guide"), "iF 1.1")
+        in_the_way.unlink()
+        self.dpkg("--configure", "cloud-guide")
+        self.assertEqual(self.state("cloud-guide"), "ii 1.1")
+        self.assert_installed(self.machine, SAMPLE_SITE, 1)
+
+
+if __name__ == "__main__":
+    unittest.main()
