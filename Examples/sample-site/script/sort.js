@@ -14,8 +14,12 @@
   }
 
   headings.forEach(function (heading, column) {
-    heading.className = "sortable";
+    heading.classList.add("sortable");
     heading.addEventListener("click", function () {
+      headings.forEach(function (other) {
+        other.removeAttribute("aria-sort");
+      });
+      heading.setAttribute("aria-sort", "ascending");
       Array.from(body.rows)
         .sort(compare(column))
         .forEach(function (row) {
