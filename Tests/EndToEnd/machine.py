@@ -62,6 +62,10 @@ def tree(directory):
     return found
 
 
+def tree_or_none(directory):
+    return tree(directory) if os.path.exists(directory) else None
+
+
 def what_is(path):
     if os.path.islink(path):
         return ("link", os.readlink(path))
@@ -123,6 +127,15 @@ class Machine:
         with open(self.record_file, "rb") as stream:
             return plistlib.load(stream)
 
+    def state(self):
+        """All that a run may change."""
+        return (tree_or_none(self.path("/Library")),
+                self.record_file.read_bytes() if self.record_file.is_file() else None)
+
+    def block_installation(self):
+        """Puts a file in the place of the install root."""
+        write_tree(self.install_root.parent, {self.install_root.name: b"in the way"})
+
     def write_record(self, values, form=plistlib.FMT_XML):
         self.record_file.parent.mkdir(parents=True, exist_ok=True)
         self.record_file.write_bytes(plistlib.dumps(values, fmt=form))
@@ -152,6 +165,9 @@ def template():
     return root
 
 
+FRESH = (None, None)  # the state() of a machine where nothing was ever installed
+
+
 class ThrowawayMachine(Machine):
     """The machine that the tests run on, as root. What only a private root can have, the test of it
     is skipped for; the record is written and read by the system's own command."""
@@ -172,6 +188,10 @@ class ThrowawayMachine(Machine):
     def root(self):
         raise unittest.SkipTest("needs a private root")
 
+    @property
+    def record_file(self):
+        raise unittest.SkipTest("the record's file needs a private root")
+
     def path(self, path):
         if not path.startswith((APPLICATION, VENDOR)):
             raise unittest.SkipTest(f"{path} needs a private root")
@@ -181,6 +201,9 @@ class ThrowawayMachine(Machine):
         exported = subprocess.run(["defaults", "export", RECORD, "-"], check=True,
                                   stdout=subprocess.PIPE)
         return plistlib.loads(exported.stdout)
+
+    def state(self):
+        return tree_or_none(VENDOR), self.record() or None
 
     def write_record(self, values, form=plistlib.FMT_XML):
         subprocess.run(["defaults", "import", RECORD, "-"], check=True,

@@ -2,7 +2,8 @@
 
 import unittest
 
-from machine import CONTENT, DIRECTORY, InstallerTestCase, as_tree, metadata, tree, write_tree
+from machine import (CONTENT, DIRECTORY, FRESH, InstallerTestCase, as_tree, metadata, tree,
+                     write_tree)
 
 OLD = {"old.html": b"<p>old"}
 OLD_RECORD = {"tWebResourceInstallPath": "Resource0", "iUpdateId": 41,
@@ -24,15 +25,12 @@ class Faults(InstallerTestCase):
         write_tree(self.machine.install_root / "Resource0", OLD)
         self.machine.write_record(OLD_RECORD)
 
-    def library(self):
-        return tree(self.machine.path("/Library"))
-
     def assert_nothing_done(self, text):
         self.set_up_old_installation()
         self.machine.write_metadata(text)
-        before = self.library()
+        before = self.machine.state()
         self.run_until_abort()
-        self.assertEqual(self.library(), before)
+        self.assertEqual(self.machine.state(), before)
 
     def test_what_is_not_an_object_ends_the_run_before_anything_is_written(self):
         for text in NOT_AN_OBJECT:
@@ -47,23 +45,23 @@ class Faults(InstallerTestCase):
     def test_bad_clear_on_a_fresh_machine_leaves_it_fresh(self):
         self.machine.write_metadata(metadata(clear="1"))
         self.run_until_abort()
-        self.assertFalse(self.machine.path("/Library").exists())
+        self.assertEqual(self.machine.state(), FRESH)
 
     def test_missing_file_ends_the_run_before_anything_is_written(self):
         (self.machine.resources / "metadata.txt").unlink()
         self.run_until_abort()
-        self.assertFalse(self.machine.path("/Library").exists())
+        self.assertEqual(self.machine.state(), FRESH)
 
     def test_directory_in_place_of_the_file_ends_the_run_before_anything_is_written(self):
         (self.machine.resources / "metadata.txt").unlink()
         (self.machine.resources / "metadata.txt").mkdir()
         self.run_until_abort()
-        self.assertFalse(self.machine.path("/Library").exists())
+        self.assertEqual(self.machine.state(), FRESH)
 
     def test_missing_resources_directory_ends_the_run_before_anything_is_written(self):
         self.machine.resources.rename(self.machine.resources.with_name("Elsewhere"))
         self.run_until_abort()
-        self.assertFalse(self.machine.path("/Library").exists())
+        self.assertEqual(self.machine.state(), FRESH)
 
     def test_bad_updateid_ends_the_run_after_the_new_directory_is_recorded(self):
         for value in NOT_AN_UPDATE_NUMBER:

@@ -34,10 +34,10 @@ class Installation(InstallerTestCase):
 
     def test_second_run_of_the_same_package_changes_nothing(self):
         self.run_installer()
-        first = self.machine.record_file.read_bytes()
+        first = self.machine.state()
         self.run_installer()
         self.assert_installed(INSTALLED)
-        self.assertEqual(self.machine.record_file.read_bytes(), first)
+        self.assertEqual(self.machine.state(), first)
 
     def test_every_state_of_the_numbering_ends_as_Resource0_alone(self):
         for names in (["Resource0", "Resource1"], ["Resource1"], ["Resource0", "Resource2"],
@@ -136,13 +136,13 @@ class FailedInstallation(InstallerTestCase):
         self.assert_only_random_recorded()
 
     def test_update_number_is_not_asked_for(self):
-        write_tree(self.machine.root, {INSTALL_ROOT[1:]: b"in the way"})
+        self.machine.block_installation()
         self.machine.write_metadata(metadata(updateid=None))
         self.run_installer()
         self.assert_only_random_recorded()
 
     def test_regenerate_is_asked_for(self):
-        write_tree(self.machine.root, {INSTALL_ROOT[1:]: b"in the way"})
+        self.machine.block_installation()
         self.machine.write_metadata(metadata(regenerate=None))
         self.run_until_abort()
         self.assertFalse(self.machine.record_file.exists())
@@ -179,7 +179,7 @@ class Clearing(InstallerTestCase):
 
     def run_without_installation(self):
         """What a clearing leaves shows best when nothing is recorded after it."""
-        write_tree(self.machine.root, {INSTALL_ROOT[1:]: b"in the way"})
+        self.machine.block_installation()
         self.machine.write_metadata(metadata(clear=True))
         self.run_installer()
 
