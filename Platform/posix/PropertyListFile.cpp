@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -128,7 +129,7 @@ Loaded Load(int directory, const std::string& name) {
 /// must not be able to stop this process. The lock ends with the descriptor and leaves no file.
 bool Lock(int directory, std::chrono::milliseconds wait) {
   for (auto left = wait; flock(directory, LOCK_EX | LOCK_NB) != 0; left -= kLockPoll) {
-    if ((errno != EWOULDBLOCK && errno != EINTR) || left < kLockPoll) {
+    if (errno != EWOULDBLOCK || left < kLockPoll) {
       return false;
     }
     usleep(static_cast<useconds_t>(std::chrono::microseconds(kLockPoll).count()));
@@ -175,7 +176,8 @@ bool MoveAside(int directory, const std::string& name) {
 /// A name that no other writer uses; empty when the system gives no random numbers.
 std::string TemporaryName(const std::string& name) {
   std::uint64_t random = 0;
-  if (getentropy(&random, sizeof random) != 0) {
+  // Not getentropy(), which repeats an interrupted call for ever.
+  if (Uninterrupted([&] { return getrandom(&random, sizeof random, 0); }) != sizeof random) {
     return {};
   }
   return TemporaryPrefix(name) + std::to_string(random);
