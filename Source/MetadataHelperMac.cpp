@@ -1,4 +1,7 @@
-#include <fstream>
+#include <cctype>
+#include <cstdio>
+#include <memory>
+#include <utility>
 
 #include "InstallerConstants.h"
 #include "MetadataHelper.h"
@@ -6,13 +9,24 @@
 #include "QDOJSONParser.h"
 
 std::string MetadataHelper::LastWord(const std::string& path) {
-  std::ifstream stream(path);
+  // Not a C++ stream: one would repeat an interrupted read for ever.
+  const std::unique_ptr<FILE, int (*)(FILE*)> stream(std::fopen(path.c_str(), "r"), std::fclose);
+  if (stream == nullptr) {
+    return {};
+  }
   std::string word;
-  while (stream.is_open() && !stream.eof()) {
-    stream >> word;  // a word that is not there leaves the last one in place
-    if (stream.bad()) {
-      return {};  // opened but unreadable, as a directory is: it would never end
+  bool isInWord = false;
+  for (int byte = 0; (byte = std::getc(stream.get())) != EOF;) {
+    const bool wasInWord = std::exchange(isInWord, std::isspace(byte) == 0);
+    if (isInWord && !wasInWord) {
+      word.clear();
     }
+    if (isInWord) {
+      word += static_cast<char>(byte);
+    }
+  }
+  if (std::ferror(stream.get()) != 0) {
+    return {};  // opened but unreadable, as a directory is
   }
   return std::string(word.c_str());
 }
