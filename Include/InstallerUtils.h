@@ -24,10 +24,14 @@ class InstallerUtils {
   /// Extracts every entry of the zip archive at `zipPath` into the directory `destDir`, which is
   /// created with its missing parents, archive or not.
   ///
-  /// Lenient on purpose: returns false only when `destDir` cannot be made. A missing or damaged
-  /// archive, and entries that cannot be opened, read or written, are passed over without a word,
-  /// and what was written of them stays. A file is written only into a directory that exists: the
-  /// archive must announce each sub-directory by an entry ending in "/" before the files in it.
+  /// Lenient on purpose: returns false only when `destDir` cannot be made, which a link in its
+  /// place counts as. A missing or damaged archive, and entries that cannot be opened, read or
+  /// written, are passed over without a word, and what was written of them stays. A file is written
+  /// only into a directory that exists: the archive must announce each sub-directory by an entry
+  /// ending in "/" before the files in it.
+  ///
+  /// Each file is made anew: what stands at its path, but a directory, is removed first, so that
+  /// nothing is written through a link.
   ///
   /// An entry is skipped when its name is empty, is 512 bytes or longer, or climbs out of the
   /// destination through ".." (see KindOfEntry()). Modification times and modes in the archive are

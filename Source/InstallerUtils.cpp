@@ -1,5 +1,7 @@
 #include "InstallerUtils.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
 #include <unzip.h>
 
 #include <cerrno>
@@ -40,6 +42,12 @@ bool ClimbsOut(const char* name) {
   return false;
 }
 
+/// Whether a link stands at `path`, planted there since the name was found to be free.
+bool IsLink(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
 /// Extracts one archive into one directory, entry by entry, through fixed buffers.
 class Extraction {
  public:
@@ -68,11 +76,20 @@ class Extraction {
   }
 
  private:
+  /// Opens a new file at the output path. A file, link or FIFO that stands there gives way: to open
+  /// it could wait for ever, or write to what it leads to.
+  FILE* CreateFile() const {
+    FILE* stream = nullptr;
+    if (fopen_s(&stream, path_.c_str(), "wbx") == EEXIST && unlink(path_.c_str()) == 0) {
+      fopen_s(&stream, path_.c_str(), "wbx");
+    }
+    return stream;
+  }
+
   /// Copies the opened entry's data. A file that cannot be created is passed over; of one that
   /// cannot be read to its end, what was read is kept.
   void WriteFile() {
-    FILE* stream = nullptr;
-    fopen_s(&stream, path_.c_str(), "wb");
+    FILE* stream = CreateFile();
     if (stream == nullptr) {
       return;  // typically: its directory was not announced
     }
@@ -115,7 +132,7 @@ InstallerUtils::EntryKind InstallerUtils::KindOfEntry(const char* name, unsigned
 bool InstallerUtils::UncompressPackageFiles(std::string& zipPath, std::string& destDir) {
   // The archive first, then the destination: it is made even when the archive is missing.
   const Archive archive(unzOpen(zipPath.c_str()));
-  if (!OSUtils::EnsureDirectoryExists(destDir)) {
+  if (!OSUtils::EnsureDirectoryExists(destDir) || IsLink(destDir)) {
     return false;
   }
   unz_global_info info = {};
