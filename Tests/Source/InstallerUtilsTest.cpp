@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <csignal>
@@ -190,6 +191,38 @@ TEST_F(Extraction, SecondRunOfTheSameArchiveChangesNothing) {
   const std::vector<ZipEntry> entries = {{"d/", ""}, {"d/a", Noise(20000), kDeflated}};
   const Tree first = Extract(entries);
   EXPECT_EQ(Extract(entries), first);
+}
+
+// What stands in the way ------------------------------------------------------------------------
+
+TEST_F(Extraction, LinkAtAnOutputPathIsReplacedAndNotWrittenThrough) {
+  WriteFile(Package(), Zip({{"hard", "new"}, {"linked", "new"}, {"dangling", "new"}}));
+  fs::create_directory(Destination());
+  const std::string victim = directory_ / "victim";
+  WriteFile(victim, "old");
+  fs::create_hard_link(victim, Destination() + "/hard");
+  fs::create_symlink(victim, Destination() + "/linked");
+  fs::create_symlink(directory_ / "missing", Destination() + "/dangling");
+  EXPECT_TRUE(Uncompress(Package(), Destination()));
+  EXPECT_EQ(TreeOf(Destination()), (Tree{{"dangling", "new"}, {"hard", "new"}, {"linked", "new"}}));
+  EXPECT_EQ(ReadFile(victim), "old");
+  EXPECT_FALSE(fs::exists(directory_ / "missing"));
+}
+
+TEST_F(Extraction, FifoAtAnOutputPathIsReplacedAndNotWaitedFor) {
+  WriteFile(Package(), Zip({{"a", "new"}}));
+  fs::create_directory(Destination());
+  ASSERT_EQ(mkfifo((Destination() + "/a").c_str(), 0666), 0);
+  EXPECT_TRUE(Uncompress(Package(), Destination()));
+  EXPECT_EQ(TreeOf(Destination()), (Tree{{"a", "new"}}));
+}
+
+TEST_F(Extraction, LinkInTheDestinationsPlaceFails) {
+  WriteFile(Package(), Zip({{"a", "new"}}));
+  fs::create_directory(directory_ / "elsewhere");
+  fs::create_symlink(directory_ / "elsewhere", Destination());
+  EXPECT_FALSE(Uncompress(Package(), Destination()));
+  EXPECT_EQ(TreeOf(directory_ / "elsewhere"), Tree());
 }
 
 // Names -----------------------------------------------------------------------------------------
