@@ -9,10 +9,12 @@ namespace {
 std::atomic<long> g_made{0};
 std::atomic<long> g_freed{0};
 std::atomic<long> g_until_failure{0};
+std::atomic<AllocationProbe::Mode> g_mode{AllocationProbe::kOnce};
 std::atomic<bool> g_fail_otherwise{false};
 
 void* Allocate(std::size_t size) noexcept {
   if (g_until_failure.load() > 0 && g_until_failure.fetch_sub(1) == 1) {
+    g_until_failure = g_mode == AllocationProbe::kFromThenOn ? 1 : 0;
     return nullptr;
   }
   void* block = std::malloc(size > 0 ? size : 1);
@@ -35,7 +37,8 @@ long AllocationProbe::live() {
   return g_made - g_freed;
 }
 
-void AllocationProbe::failNth(long nth) {
+void AllocationProbe::failNth(long nth, Mode mode) {
+  g_mode = mode;
   g_until_failure = nth;
 }
 

@@ -17,8 +17,9 @@ class AllocationProbe {
   /// Thrown by an allocation that fails in an unexpected way; no standard exception.
   struct OtherError {};
 
-  /// The `nth` allocation from now on throws std::bad_alloc, once; 0 disarms.
-  static void failNth(long nth);
+  enum Mode { kOnce, kFromThenOn };
+  /// The `nth` allocation from now on throws std::bad_alloc; 0 disarms.
+  static void failNth(long nth, Mode mode = kOnce);
   /// The next allocation throws OtherError, once.
   static void failNextOtherwise();
 };
@@ -32,8 +33,9 @@ inline std::ostream& operator<<(std::ostream& out, Outcome outcome) {
 
 /// Runs `operation` with its `nth` allocation failing. Done: it made fewer.
 template <typename Operation>
-Outcome AttemptFailingNth(long nth, Operation operation) {
-  AllocationProbe::failNth(nth);
+Outcome AttemptFailingNth(long nth, Operation operation,
+                          AllocationProbe::Mode mode = AllocationProbe::kOnce) {
+  AllocationProbe::failNth(nth, mode);
   Outcome outcome = Outcome::Done;
   try {
     operation();

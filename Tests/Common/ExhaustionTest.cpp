@@ -1,0 +1,107 @@
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "AllocationProbe.h"
+#include "JSONParser.h"
+#include "QDOJSONParser.h"
+#include "QDOObjectProbe.h"
+#include "UTF8String.h"
+
+namespace {
+
+const char kLong[] = "a text longer than the small ones";
+const char kJson[] = R"({"a key beyond the small ones":[1,2.5,"12^",{"n":[[],{}]}],"e":"\u00e9",)"
+                     R"("literals":[true,false,null]})";
+
+struct Operation {
+  const char* name;
+  long allocations;  // that it makes at least
+  std::function<void()> perform;
+};
+
+void Scan(const std::string& text) {
+  QDOJSONParserImplHelper(reinterpret_cast<const unsigned char*>(text.c_str()),
+                          static_cast<unsigned int>(text.size()));
+}
+
+std::vector<QDOObject> CopiableKinds() {
+  std::vector<QDOObject> kinds = OneOfEachKind();
+  kinds.pop_back();  // the Handle without a holder
+  return kinds;
+}
+
+/// Everything in the byte strings, the scanner, the values and the front end that takes memory.
+std::vector<Operation> Operations() {
+  static const UTF8String bytes(kLong);
+  static const std::vector<QDOObject> kinds = CopiableKinds();
+  static const std::string json = kJson;
+  return {
+      {"UTF8String(char const*)", 1, [] { UTF8String text(kLong); }},
+      {"UTF8String(UTF8String const&)", 1, [] { UTF8String text(bytes); }},
+      {"UTF8String::assign", 1, [] { UTF8String().assign(kLong); }},
+      {"UTF8String::append(UTF8String const&)", 1, [] { UTF8String().append(bytes); }},
+      {"UTF8String::append(char const*)", 1, [] { UTF8String().append(kLong); }},
+      {"UTF8String::append(char const*, unsigned long)", 1,
+       [] { UTF8String().append(kLong, sizeof kLong - 1); }},
+      {"UTF8String::append(char)", 1,
+       [] {
+         UTF8String text;
+         for (int i = 0; i < 100; ++i) {
+           text.append('x');
+         }
+       }},
+      {"scanner", 20, [] { Scan(json); }},
+      {"set(char const*)", 3, [] { QDOObject().set(kLong); }},
+      {"setString", 3, [] { QDOObject().setString(kLong); }},
+      {"createVector", 2, [] { QDOObject().createVector(); }},
+      {"createMap", 2, [] { QDOObject().createMap(); }},
+      {"createSet", 2, [] { QDOObject().createSet(); }},
+      {"copies of each kind", 5, [] { std::vector<QDOObject> copies(kinds); }},
+      {"set over each kind", 8,
+       [] {
+         for (const QDOObject& earlier : kinds) {
+           for (const QDOObject& later : kinds) {
+             QDOObject value(earlier);
+             value.set(later);
+           }
+         }
+       }},
+      {"operator[]", 4, [] { Make(QDOObject::Map)[kLong].createMap(); }},
+      {"getVector().push_back", 4,
+       [] { Make(QDOObject::Vector).getVector().push_back(Make(kLong)); }},
+      {"fromJSON", 30, [] { QDOJSONParser::fromJSON(json, false); }},
+      {"fromJSON with proxies", 30, [] { QDOJSONParser::fromJSON(json, true); }},
+  };
+}
+
+/// With each allocation of each operation failing: every failure is reported, as one of the two
+/// exceptions, and leaks nothing.
+void ExpectEveryFailureIsReported(AllocationProbe::Mode mode) {
+  for (const Operation& operation : Operations()) {
+    SCOPED_TRACE(operation.name);
+    const long before = AllocationProbe::live();
+    long nth = 1;
+    while (AttemptFailingNth(nth, operation.perform, mode) != Outcome::Done) {
+      EXPECT_EQ(AllocationProbe::live(), before) << "allocation " << nth;
+      ++nth;
+    }
+    const long already = AllocationProbe::made();
+    operation.perform();
+    EXPECT_EQ(AllocationProbe::made() - already, nth - 1) << "a failure was swallowed";
+    EXPECT_GE(nth - 1, operation.allocations);
+    EXPECT_EQ(AllocationProbe::live(), before);
+  }
+}
+
+}  // namespace
+
+TEST(ExhaustionTest, EveryAllocationThatFailsOnceIsReported) {
+  ExpectEveryFailureIsReported(AllocationProbe::kOnce);
+}
+
+TEST(ExhaustionTest, EveryAllocationThatFailsFromThenOnIsReported) {
+  ExpectEveryFailureIsReported(AllocationProbe::kFromThenOn);
+}
