@@ -1,0 +1,60 @@
+// Preloaded into the installer: makes its FAIL_ALLOCATIONth allocation fail, and every later one
+// too when the number ends in "+". When that happens, FAIL_ALLOCATION_REPORT is created.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <cstring>
+
+extern "C" {
+
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* block, std::size_t size);
+
+}  // extern "C"
+
+namespace {
+
+long g_made = 0;
+long g_first = 0;  // to fail; 0 before the environment is read
+long g_last = 0;
+
+__attribute__((constructor)) void ReadEnvironment() {
+  const char* number = std::getenv("FAIL_ALLOCATION");
+  g_first = number != nullptr ? std::atol(number) : 0;
+  g_last = number != nullptr && std::strchr(number, '+') != nullptr ? -1 : g_first;
+  g_made = 0;
+}
+
+bool Fails() {
+  ++g_made;
+  if (g_first == 0 || g_made < g_first || (g_last >= 0 && g_made > g_last)) {
+    return false;
+  }
+  if (g_made == g_first) {
+    close(open(std::getenv("FAIL_ALLOCATION_REPORT"), O_WRONLY | O_CREAT, 0600));
+  }
+  errno = ENOMEM;
+  return true;
+}
+
+}  // namespace
+
+extern "C" {
+
+void* malloc(std::size_t size) {
+  return Fails() ? nullptr : __libc_malloc(size);
+}
+
+void* calloc(std::size_t count, std::size_t size) {
+  return Fails() ? nullptr : __libc_calloc(count, size);
+}
+
+void* realloc(void* block, std::size_t size) {
+  return Fails() ? nullptr : __libc_realloc(block, size);
+}
+
+}  // extern "C"

@@ -1,0 +1,148 @@
+"""The private root in which one worker runs the installer again and again.
+
+Nothing is copied between two runs but what a run can change: /Library.
+"""
+
+import collections
+import os
+import pathlib
+import plistlib
+import shutil
+import stat
+import subprocess
+import tempfile
+import zipfile
+
+from machine import APPLICATION, EXECUTABLE, INSTALL_ROOT, RECORD, SANITIZED, template
+
+INJECT = os.environ["INJECT"]
+FAIL_MALLOC = os.environ["FAIL_MALLOC"]
+PROGRAM = f"{APPLICATION}/{EXECUTABLE}"
+TIMEOUT = 30  # a lock that is never free costs a run two seconds a flush
+QUIET = {"ASAN_OPTIONS": "detect_leaks=0"}  # which needs ptrace for itself
+
+Result = collections.namedtuple("Result", "status output struck")
+
+
+class Stage:
+    """A root on a file system in memory; the caller has a mount namespace of its own."""
+
+    def __init__(self):
+        self.top = pathlib.Path(tempfile.mkdtemp(dir=os.environ["SCRATCH"]))
+        subprocess.run(["mount", "-t", "tmpfs", "-o", "mode=755", "faults", self.top], check=True)
+        self.root = self.top / "root"
+        shutil.copytree(template(), self.root)
+        self.root.chmod(0o755)
+        self.report = self.top / "report"
+        self.start = self.top / "start"
+        self.library = self.root / "Library"
+        self.install_root = self.root / INSTALL_ROOT[1:]
+        self.record_file = self.root / RECORD[1:]
+        self.resources = self.root / APPLICATION[1:] / "Contents/Resources"
+        for name in ("proc", "tmp", "elsewhere"):
+            (self.root / name).mkdir(exist_ok=True)
+        self.elsewhere = self.root / "elsewhere"
+        (self.elsewhere / "victim").write_bytes(b"not to be written to")
+        if SANITIZED:
+            subprocess.run(["mount", "--rbind", "/proc", self.root / "proc"], check=True)
+        else:
+            shutil.copy(FAIL_MALLOC, self.root)
+            subprocess.run([os.environ["PRIVATE_ROOT"], "add", self.root, shutil.which("env")],
+                           check=True)
+
+    def set_up(self, scenario):
+        """Writes the bundle's two files, and what reset() starts from."""
+        (self.resources / "metadata.txt").write_text(scenario.metadata)
+        package = self.resources / "OrloWebResources.zip"
+        package.unlink(missing_ok=True)
+        if scenario.package is not None:
+            with zipfile.ZipFile(package, "w", zipfile.ZIP_DEFLATED) as archive:
+                for name, data in scenario.package.items():
+                    archive.writestr(name, data or b"")
+        shutil.rmtree(self.start, ignore_errors=True)
+        scenario.write_start(self.start)
+
+    def reset(self):
+        shutil.rmtree(self.library, ignore_errors=True)
+        copy_tree(self.start, self.library)
+
+    def run(self):
+        """A run that nothing disturbs."""
+        return self._run(["chroot", self.root, PROGRAM])
+
+    def run_with(self, action, call, number):
+        result = self._run([INJECT, self.root, self.report, action, call, str(number), PROGRAM])
+        return result._replace(struck="*" in self.report.read_text())
+
+    def run_failing_allocation(self, number):
+        fired = self.root / "fired"
+        fired.unlink(missing_ok=True)
+        result = self._run(["chroot", self.root, shutil.which("env"),
+                            f"LD_PRELOAD=/{os.path.basename(FAIL_MALLOC)}",
+                            f"FAIL_ALLOCATION={number}", "FAIL_ALLOCATION_REPORT=/fired", PROGRAM])
+        struck = fired.exists()
+        fired.unlink(missing_ok=True)
+        return result._replace(struck=struck)
+
+    def calls(self):
+        """The system calls of an undisturbed run: pairs of a name and its number."""
+        self.run_with("none", "", "0")
+        lines = (line.split() for line in self.report.read_text().splitlines())
+        return [(name, int(number)) for name, number in lines]
+
+    @staticmethod
+    def _run(command):
+        try:
+            result = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                    stderr=subprocess.STDOUT, env={**os.environ, **QUIET},
+                                    timeout=TIMEOUT, check=False)
+        except subprocess.TimeoutExpired as expired:
+            return Result("hangs", expired.output, True)
+        return Result(result.returncode, result.stdout, True)
+
+    def record(self):
+        """The record; None where there is no file. Raises what plistlib does when it is damaged."""
+        try:
+            return plistlib.loads(self.record_file.read_bytes())
+        except FileNotFoundError:
+            return None
+
+    def preferences(self):
+        directory = self.record_file.parent
+        return sorted(os.listdir(directory)) if directory.is_dir() else []
+
+    def surroundings(self):
+        """All that no run may touch: everything but the install root and the record's files."""
+        found = {}
+        may_be_made = {str(path) for path in
+                       (*self.install_root.parents, *self.record_file.parents)}
+
+        def visit(directory):
+            for entry in os.scandir(directory):
+                if entry.path == str(self.install_root) or entry.path == str(self.root / "proc"):
+                    continue
+                status = entry.stat(follow_symlinks=False)
+                if entry.is_dir(follow_symlinks=False):
+                    if entry.path not in may_be_made:
+                        found[entry.path] = status.st_mode
+                    visit(entry.path)
+                elif not entry.path.startswith(str(self.record_file)):
+                    found[entry.path] = (status.st_mode, status.st_size, status.st_mtime_ns)
+        visit(self.root)
+        return found
+
+
+def copy_tree(source, target):
+    """Links as links, FIFOs as FIFOs, sockets as sockets."""
+    target.mkdir()
+    for entry in os.scandir(source):
+        copy = target / entry.name
+        mode = entry.stat(follow_symlinks=False).st_mode
+        if stat.S_ISDIR(mode):
+            copy_tree(pathlib.Path(entry.path), copy)
+        elif stat.S_ISLNK(mode):
+            os.symlink(os.readlink(entry.path), copy)
+        elif stat.S_ISREG(mode):
+            shutil.copy2(entry.path, copy)
+        else:
+            os.mknod(copy, mode)
