@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import plistlib
 import pty
 import re
 import resource
@@ -23,6 +24,8 @@ WORK = pathlib.Path(tempfile.mkdtemp(prefix='webresources-'))
 PREFIX = WORK / 'prefix'
 COMMAND = PREFIX / 'bin/webresources'
 INSTALL_ROOT = 'Library/Application Support/Veltrane/Orlisk/2017/WebResources'
+RECORD = 'Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist'
+WEB_PACKAGE = pathlib.Path('/usr/share/javascript/dojox')
 IS_SANITIZED = '-fsanitize' in (BUILD / 'CMakeCache.txt').read_text()
 NOBODY = 65534
 
@@ -117,6 +120,12 @@ class InstallTest(Case):
         for names, severity in re.findall(r'^\| (`.*?`) \| (error|warning) \|', text, re.M):
             documented.update({name: severity for name in re.findall('`(.*?)`', names)})
         self.assertEqual(documented, {name: severity.lower() for name, severity in rules})
+
+    def test_every_rule_is_expected_by_a_test_of_findings(self):
+        tests = ''.join(path.read_text() for path in (SOURCE / 'Tests/Tools').glob('*Test.cpp'))
+        rules = re.findall(r'\{"([a-z0-9-]+)",\s*Severity::',
+                           (SOURCE / 'Tools/webresources/Rules.cpp').read_text())
+        self.assertEqual([rule for rule in rules if not re.search(f'"{rule}[ "]', tests)], [])
 
 
 class PackTest(Case):
@@ -391,6 +400,83 @@ class EndToEndTest(Case):
             {item['path']: item.get('crc32') for item in predicted},
             {path: data if data is None else f'{zlib.crc32(data):08x}'
              for path, data in tree_of(installed).items()})
+
+    def test_real_web_package_is_the_same_packed_anywhere_and_unpacked_by_anyone(self):
+        self.site = WEB_PACKAGE
+        self.pack()
+        elsewhere = self.directory / 'elsewhere'
+        output = elsewhere / 'output'
+        output.mkdir(parents=True)
+        # Copied backwards: another order on the disk.
+        for path in sorted(WEB_PACKAGE.rglob('*'), reverse=True):
+            if path.is_file():
+                copy = elsewhere / 'site' / path.relative_to(WEB_PACKAGE)
+                copy.parent.mkdir(parents=True, exist_ok=True)
+                copy.write_bytes(path.read_bytes())
+                copy.chmod(0o700)
+        self.site = elsewhere / 'site'
+        self.pack(output=output, umask=0o077, cwd=elsewhere,
+                  env={'TZ': 'Asia/Tokyo', 'LC_ALL': 'C', 'LANG': 'de_DE.UTF-8'})
+        self.assertEqual(tree_of(output), tree_of(self.resources))
+
+        packed = tree_of(WEB_PACKAGE)
+        self.assertGreater(len(packed), 3000)
+        unpacked = elsewhere / 'unpacked'
+        for tool in (['unzip', '-q', self.package, '-d', unpacked],
+                     ['bsdtar', '-xf', self.package, '-C', unpacked],
+                     ['7z', 'x', f'-o{unpacked}', self.package]):
+            unpacked.mkdir()
+            subprocess.run(tool, check=True, stdout=subprocess.DEVNULL)
+            self.assertTrue(tree_of(unpacked) == packed, tool)
+            shutil.rmtree(unpacked)
+        root = self.install()
+        self.assertTrue(tree_of(root / INSTALL_ROOT / 'Resource0') == packed)
+        self.assertEqual(self.status('verify', self.resources), 0)
+
+    def verified(self):
+        """The status of verify and what it finds: identifiers with the last component of each
+        subject."""
+        result = run('verify', '--json', '--root', self.directory / 'root', self.resources)
+        return result.returncode, [
+            (finding['id'], finding['subject'].rpartition('/')[2])
+            for finding in json.loads(result.stdout)['findings']]
+
+    def test_verify_finds_each_change_of_the_tree(self):
+        self.pack()
+        installed = self.install() / INSTALL_ROOT / 'Resource0'
+        self.assertEqual(self.verified(), (0, []))
+        file = installed / 'css/deep/random'
+        random = file.read_bytes()
+        flipped = random[:20000] + bytes([random[20000] ^ 1]) + random[20001:]
+        number = installed.with_name('Resource1')
+        for found, change, undo in (
+                ('file-differs random', lambda: file.write_bytes(flipped),
+                 lambda: file.write_bytes(random)),
+                ('file-missing empty', (installed / 'css/empty').unlink,
+                 (installed / 'css/empty').touch),
+                ('file-extra extra', (installed / 'css/extra').touch,
+                 (installed / 'css/extra').unlink),
+                ('leftover Resource1', number.mkdir, number.rmdir)):
+            change()
+            self.assertEqual(self.verified(), (1, [tuple(found.split())]))
+            undo()
+        self.assertEqual(self.verified(), (0, []))
+
+    def test_verify_finds_each_value_of_the_record_that_is_changed_or_missing(self):
+        self.pack()
+        path = self.install() / RECORD
+        record = plistlib.loads(path.read_bytes())
+        for key, other, name, changed in (
+                ('tWebResourceInstallPath', 'Resource3', 'installed directory', 'record-directory'),
+                ('iUpdateId', 8, 'update number', 'record-differs'),
+                ('tFullVersion', '17.011.30138.8', 'full version', 'record-differs'),
+                ('irandom', 10001, 'random identifier', 'record-random')):
+            path.write_bytes(plistlib.dumps({**record, key: other}))
+            self.assertEqual(self.verified(), (1, [(changed, name)]))
+            path.write_bytes(plistlib.dumps({k: v for k, v in record.items() if k != key}))
+            self.assertEqual(self.verified(), (1, [('record-missing', name)]))
+        path.write_bytes(plistlib.dumps(record))
+        self.assertEqual(self.verified(), (0, []))
 
     def test_unreadable_installation_cannot_tell(self):
         self.pack()
