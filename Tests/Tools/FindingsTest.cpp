@@ -45,6 +45,16 @@ std::string WithCount(std::string bytes, char count) {
   return bytes;
 }
 
+/// The archive with another length of the comment in its end record.
+std::string WithCommentLength(std::string bytes, char length) {
+  bytes[bytes.length() - 2] = length;
+  return bytes;
+}
+
+std::string Cut(const std::string& bytes, std::size_t count) {
+  return bytes.substr(0, bytes.length() - count);
+}
+
 std::string Long(std::size_t length) {
   return std::string(length, 'n');
 }
@@ -66,6 +76,7 @@ std::vector<Case> Cases() {
       {"package-unreadable", "no archive", "no archive at all, but long enough for an end record"},
       {"package-unreadable", "an empty file", ""},
       {"package-unreadable", "half an archive", Zip({kFile}).substr(0, 40)},
+      {"package-unreadable", "nothing but an end record's signature", "PK\5\6"},
       {"package-empty", "no entries", Zip({})},
       {"directory-damaged", "a record without its signature",
        Zip({kFile, With(ZipEntry("b", "x"), &ZipEntry::centralSignature, 0U)})},
@@ -73,6 +84,9 @@ std::vector<Case> Cases() {
        WithCount(Zip({kFile, {"b", "x"}}), 1)},
       {"directory-damaged", "more entries counted than listed",
        WithCount(Zip({kFile, {"b", "x"}}), 3)},
+      {"directory-damaged", "an end record that is cut", Cut(Zip({kFile}), 1)},
+      {"directory-damaged", "a comment that is cut",
+       WithCommentLength(Zip({kFile}), 9) + "comment"},
       {"leading-data", "bytes before", "#!/bin/sh\n" + Zip({kFile})},
       {"trailing-data", "bytes after", Zip({kFile}) + "more"},
       {"overlapping-entries", "an entry in another's data",

@@ -106,7 +106,11 @@ class PackageFinder {
       Add(findings_, "trailing-data", kPackageFileName,
           Count(structure_->trailingBytes, "byte") + " after the archive");
     }
-    if (!structure_->isDirectoryWhole || prediction_.entries.size() != prediction_.entryCount) {
+    if (structure_->missingBytes != 0) {
+      Add(findings_, "directory-damaged", kPackageFileName,
+          "its end record, with the comment, is cut by " + Count(structure_->missingBytes, "byte"));
+    } else if (!structure_->isDirectoryWhole ||
+               prediction_.entries.size() != prediction_.entryCount) {
       Add(findings_, "directory-damaged", kPackageFileName,
           "entries by its own count: " + std::to_string(structure_->entryCount) +
               ", listed: " + std::to_string(structure_->entries.size()) +
@@ -316,7 +320,8 @@ Findings FindInPackage(bool exists, const Prediction& prediction,
                        const std::optional<Structure>& structure) {
   Findings findings;
   // The installer's reader does not open an archive of an end record alone.
-  const bool isEmptyArchive = structure && structure->entryCount == 0;
+  const bool isEmptyArchive =
+      structure && structure->entryCount == 0 && structure->missingBytes == 0;
   if (!exists) {
     Add(findings, "package-missing", kPackageFileName, "the installer installs an empty directory");
   } else if (!prediction.isOpened && !isEmptyArchive) {

@@ -253,6 +253,7 @@ std::optional<Structure> ReadStructure(const std::string& path) {
   structure.entryCount = end->entryCount;
   structure.leadingBytes = end->position - end->directorySize - end->directoryOffset;
   structure.trailingBytes = file.size() > end->end ? file.size() - end->end : 0;
+  structure.missingBytes = file.size() < end->end ? end->end - file.size() : 0;
   structure.directoryBegin = end->directoryOffset + structure.leadingBytes;
   ReadDirectory(file, *end, structure);
   return structure;

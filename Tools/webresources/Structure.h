@@ -31,6 +31,7 @@ struct Structure {
 
   std::uint64_t leadingBytes = 0;   ///< Before the archive.
   std::uint64_t trailingBytes = 0;  ///< After it.
+  std::uint64_t missingBytes = 0;   ///< Of the end record and its comment, at the file's end.
   std::uint64_t entryCount = 0;     ///< As the end record says.
   std::uint64_t directoryBegin = 0;
   bool isDirectoryWhole = false;  ///< The entries found are as many and as long as the end says.
