@@ -40,15 +40,18 @@ Metadata::Reach ReachOf(const Metadata& metadata) {
   return metadata.regenerate ? Metadata::Reach::Complete : Metadata::Reach::AllButRandom;
 }
 
-/// How many words the file has, counted as they are read.
-int CountWords(const std::string& path) {
-  std::ifstream stream(path);
-  int count = 0;
-  for (std::string word; stream >> word;) {
-    ++count;
+/// The words of the file, counted as they are read.
+struct Words {
+  explicit Words(const std::string& path) {
+    std::ifstream stream(path);
+    for (std::string word; stream >> word; last = word) {
+      ++count;
+    }
   }
-  return count;
-}
+
+  int count = 0;
+  std::string last;  ///< With any zero byte in it.
+};
 
 /// The members that stand more than once in the JSON object `text`; nothing when it is none.
 std::set<std::string> RepeatedMembers(const std::string& text) {
@@ -64,6 +67,15 @@ std::set<std::string> RepeatedMembers(const std::string& text) {
   };
   const bool isJson = !nlohmann::json::parse(text, collect, false).is_discarded();
   return isJson ? repeated : std::set<std::string>();
+}
+
+/// The number that the member `name` of the JSON object `text` is written as; nothing when it is no
+/// number, or the text is not standard JSON.
+std::optional<double> NumberIn(const std::string& text, const char* name) {
+  const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
+  const auto member = json.find(name);
+  return member != json.end() && member->is_number() ? std::optional(member->get<double>())
+                                                     : std::nullopt;
 }
 
 class MetadataFinder {
@@ -82,7 +94,7 @@ class MetadataFinder {
 
  private:
   void FindInFile() {
-    const int words = CountWords(path_);
+    const Words words(path_);
     word_ = MetadataHelper::LastWord(path_);
     if (std::count(word_.begin(), word_.end(), '[') + std::count(word_.begin(), word_.end(), '{') >
         kContainersRead) {
@@ -91,21 +103,28 @@ class MetadataFinder {
     }
     QDOObject object = QDOJSONParser::fromJSON(word_, true);
     if (object.getType() != QDOObject::Map) {
-      AddHere(words > 1 ? "metadata-blank" : "metadata-not-object",
+      AddHere(words.count > 1 ? "metadata-blank" : "metadata-not-object",
               word_.empty() ? "it holds no word"
                             : "the word that counts, its last, is no object: " + word_);
       return;
     }
-    if (words > 1) {
+    if (words.count > 1) {
       AddHere("metadata-ignored-text", "only its last word is read");
+    }
+    if (words.last != word_) {
+      AddHere("metadata-ignored-text", "its last word is read up to its first zero byte");
     }
     if (!nlohmann::json::accept(word_)) {
       AddHere("metadata-syntax", "the installer reads it as far as it goes: " + word_);
     }
-    for (const std::string& member : RepeatedMembers(word_)) {
+    const std::set<std::string> repeated = RepeatedMembers(word_);
+    for (const std::string& member : repeated) {
       AddTo("metadata-repeated-member", member, "the first one counts");
     }
     Query(object.getMap());
+    if (metadata_.updateId && repeated.count("updateid") == 0) {
+      FindMisreading(*metadata_.updateId);
+    }
   }
 
   void Query(std::map<std::string, QDOObject>& members) {
@@ -143,6 +162,15 @@ class MetadataFinder {
             "it stands for no number: it does not survive the next run with \"clear\"");
     } else if (version.substr(version.rfind('.') + 1) != std::to_string(updateId)) {
       AddTo("metadata-updateid-cut", "updateid", "the full version will be " + version);
+    }
+  }
+
+  /// Integers wrap where they are read; what comes out of that may well fit.
+  void FindMisreading(int updateId) {
+    const std::optional<double> written = NumberIn(word_, "updateid");
+    if (written && *written != updateId) {
+      AddTo("metadata-updateid-misread", "updateid",
+            "it is too large, and read as " + std::to_string(updateId));
     }
   }
 
