@@ -133,6 +133,16 @@ TEST_F(PackTest, SpecialFileIsRefused) {
   EXPECT_EQ(Refusals(), "special-file ");
 }
 
+TEST_F(PackTest, FilesThatCouldFillAPackageOf4GiBAreRefused) {
+  WriteFile(Site("a"), "x");
+  WriteFile(Site("b"), "");
+  WriteFile(Site("c"), "");
+  fs::resize_file(Site("b"), std::uintmax_t{3} << 30U);  // takes no room on the disk
+  fs::resize_file(Site("c"), std::uintmax_t{1} << 30U);
+  EXPECT_EQ(Refusals(), "package-too-large ");
+  EXPECT_FALSE(Exists(Written("OrloWebResources.zip")));
+}
+
 TEST_F(PackTest, CollidingNamesAreRefused) {
   WriteFile(Site("A"), "x");
   WriteFile(Site("a"), "x");

@@ -20,7 +20,6 @@ constexpr unsigned long kMadeBy = (3U << 8U) | 20U;  // Unix, version 2.0
 constexpr unsigned long kFileMode = 0100644UL << 16U;
 constexpr unsigned long kDirectoryMode = (040755UL << 16U) | 0x10U;  // and the directory of DOS
 constexpr unsigned long kUtf8Flag = 0x800;
-constexpr std::uint64_t kLargestIn32Bits = 0xfffffffe;
 
 unsigned long DosTime(std::int64_t seconds) {
   constexpr std::int64_t kFirst = 315532800;  // 1980-01-01 00:00:00
@@ -107,7 +106,7 @@ ArchiveWriter::~ArchiveWriter() {
 }
 
 void ArchiveWriter::AddDirectory(const std::string& name) {
-  OpenEntry(name, true, false, 0);
+  OpenEntry(name, true, false);
   CloseEntry(0, 0);
 }
 
@@ -115,7 +114,7 @@ std::uint64_t ArchiveWriter::AddFile(const std::string& name, const std::string&
   Source source(path);
   const Measure measure = MeasureAndSpool(source);
   const bool isDeflated = measure.deflatedSize < measure.size;
-  OpenEntry(name, false, isDeflated, measure.size);
+  OpenEntry(name, false, isDeflated);
   if (isDeflated && spool_.size() == measure.deflatedSize) {
     WriteData(spool_.data(), spool_.size());
   } else {
@@ -144,19 +143,18 @@ void ArchiveWriter::Close() {
   Demand(result == ZIP_OK);
 }
 
-void ArchiveWriter::OpenEntry(const std::string& name, bool isDirectory, bool isDeflated,
-                              std::uint64_t size) {
+void ArchiveWriter::OpenEntry(const std::string& name, bool isDirectory, bool isDeflated) {
   zip_fileinfo info = {};
   info.dosDate = dosTime_;
   info.external_fa = isDirectory ? kDirectoryMode : kFileMode;
   constexpr int kIsRaw = 1;
-  // In raw mode the library neither deflates nor encrypts: the last parameters but the zip64 one
-  // are not used.
+  constexpr int kIn64Bits = 0;
+  // In raw mode the library neither deflates nor encrypts: most parameters are not used.
   Demand(zipOpenNewFileInZip4_64(archive_, name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
                                  isDeflated ? Z_DEFLATED : 0, Z_DEFAULT_COMPRESSION, kIsRaw,
                                  -MAX_WBITS, MAX_MEM_LEVEL - 1, Z_DEFAULT_STRATEGY, nullptr, 0,
                                  kMadeBy, names::IsAscii(name) ? 0 : kUtf8Flag,
-                                 size > kLargestIn32Bits ? 1 : 0) == ZIP_OK);
+                                 kIn64Bits) == ZIP_OK);
 }
 
 void ArchiveWriter::WriteData(const void* bytes, std::size_t length) {

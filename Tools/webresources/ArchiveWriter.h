@@ -9,7 +9,7 @@
 #include <vector>
 
 /// Writes a zip archive that depends on nothing but the names, the data and the time it is given
-/// (and on the version of zlib). Each operation throws Error when it fails.
+/// (and on the version of zlib), of less than 4 GiB. Each operation throws Error when it fails.
 class ArchiveWriter {
  public:
   /// Writes to `path`, which is made or emptied. `seconds`: the time of all entries, since 1970 in
@@ -32,7 +32,7 @@ class ArchiveWriter {
   class Source;
   struct Measure;
 
-  void OpenEntry(const std::string& name, bool isDirectory, bool isDeflated, std::uint64_t size);
+  void OpenEntry(const std::string& name, bool isDirectory, bool isDeflated);
   void WriteData(const void* bytes, std::size_t length);
   void CloseEntry(std::uint64_t size, std::uint32_t crc);
   template <typename Sink>

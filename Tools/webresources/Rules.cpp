@@ -41,6 +41,7 @@ const std::vector<Rule>& Rules() {
       {"link-entry", Severity::Error, "pack what the link leads to (pack --follow)"},
       {"link-broken", Severity::Error, "remove the link, or leave it out (pack --exclude)"},
       {"special-file", Severity::Error, "leave it out (pack --exclude)"},
+      {"package-too-large", Severity::Error, "leave files out (pack --exclude): 4 GiB is too much"},
       {"junk-file", Severity::Warning, "leave it out, as pack does"},
 
       // The metadata.

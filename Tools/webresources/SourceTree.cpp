@@ -12,6 +12,11 @@
 
 namespace {
 
+/// What the fields of 32 bits can say. The installer's library does not everywhere read the sizes
+/// and places of entries that stand in 64 bits.
+constexpr std::uint64_t kLargestPackage = 0xfffffffe;
+constexpr std::uint64_t kHeaders = 30 + 46;  ///< Of an entry, without its name.
+
 class Collector {
  public:
   explicit Collector(const Selection& selection) : selection_(selection) {}
@@ -61,10 +66,10 @@ class Collector {
       }
     }
     if (S_ISDIR(status.st_mode)) {
-      AddItem(name + "/", path, true);
+      AddItem(name + "/", path, true, 0);
       CollectDirectory(path, name + "/", status);
     } else if (S_ISREG(status.st_mode)) {
-      AddItem(name, path, false);
+      AddItem(name, path, false, static_cast<std::uint64_t>(status.st_size));
     } else {
       Refuse("special-file", name, "it is neither a file nor a directory");
     }
@@ -87,12 +92,17 @@ class Collector {
     return false;
   }
 
-  void AddItem(const std::string& name, const std::string& path, bool isDirectory) {
+  void AddItem(const std::string& name, const std::string& path, bool isDirectory,
+               std::uint64_t size) {
     if (InstallerUtils::KindOfEntry(name.c_str(), name.length()) ==
         InstallerUtils::EntryKind::NameTooLong) {
       Refuse("name-too-long", name, "its name has " + std::to_string(name.length()) + " bytes");
     } else if (!names::IsUtf8(name)) {
       Refuse("name-not-utf8", name, "its name is not UTF-8, which a volume may refuse");
+    }
+    size_ += kHeaders + 2 * name.length() + size;
+    if (size_ > kLargestPackage && size > 0) {
+      Refuse("package-too-large", name, "with it, the package could have 4 GiB or more");
     }
     tree_.items.push_back({name, path, isDirectory});
   }
@@ -111,6 +121,7 @@ class Collector {
 
   const Selection& selection_;
   SourceTree tree_;
+  std::uint64_t size_ = 0;                   ///< Of the package, if nothing shrank.
   std::set<std::pair<dev_t, ino_t>> above_;  ///< The directories that are being looked through.
 };
 
