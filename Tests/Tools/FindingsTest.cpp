@@ -129,6 +129,8 @@ std::vector<Case> Cases() {
       {"headers-differ", "method",
        Zip({With(kFile, &ZipEntry::localMethod, std::uint16_t{kDeflated})})},
       {"damaged-entry", "no local header", Zip({With(kFile, &ZipEntry::localSignature, 0U)})},
+      {"damaged-entry", "a directory without local header",
+       Zip({kFile, With(ZipEntry("d/", ""), &ZipEntry::localSignature, 0U)})},
       {"damaged-data", "not deflated",
        Zip({With(ZipEntry("a", Long(99), kDeflated), &ZipEntry::data, std::string(6, '\xFF'))})},
       {"damaged-data", "an early end",

@@ -168,6 +168,9 @@ class PackageFinder {
     } else if (entry.failure != Failure::None && entry.failure != Failure::ComponentTooLong) {
       AddHere("path-blocked", Trouble(entry));
     }
+    if (entry.kind == EntryKind::Directory && !HasLocalHeader(index)) {
+      AddHere("damaged-entry", "its local header is damaged, which other tools do not forgive");
+    }
     if (entry.kind != EntryKind::File) {
       return;
     }
@@ -198,9 +201,15 @@ class PackageFinder {
   }
 
   std::string DifferingFieldsOf(std::size_t index) const {
-    return structure_ && index < structure_->entries.size()
-               ? DifferingFields(structure_->entries[index])
-               : std::string();
+    return IsInStructure(index) ? DifferingFields(structure_->entries[index]) : std::string();
+  }
+
+  bool HasLocalHeader(std::size_t index) const {
+    return !IsInStructure(index) || structure_->entries[index].local;
+  }
+
+  bool IsInStructure(std::size_t index) const {
+    return structure_ && index < structure_->entries.size();
   }
 
   /// Each entry that begins before an earlier one, or the archive's directory, allows.
