@@ -17,7 +17,7 @@ import sys
 import time
 
 import scenarios
-from machine import INSTALL_ROOT, RECORD, SANITIZED, tree
+from machine import INSTALL_ROOT, RECORD, tree
 from stage import Stage
 
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EMFILE", "EINTR", "ENOMEM")
@@ -75,6 +75,10 @@ class Judge:
             return
         for key in {*self.old, *self.new, *record}:
             self.check(self.may_hold(key, record.get(key)), *fault, "records", key, record.get(key))
+
+    def is_wiped(self):
+        """Stopped between the wipe and the restoration: the one state that loses the identifier."""
+        return self.scenario.clear and not self.readable_record()
 
     def may_hold(self, key, value):
         """Old and new values; a wiped or not yet written one; and a directory on its way."""
@@ -146,9 +150,7 @@ class Killed(Campaign):
                                number)
 
     def run_again(self, *fault):
-        # Wiped, and killed before the restoration: the one state that loses the identifier.
-        wiped = self.judge.scenario.clear and not self.judge.readable_record()
-        redrawn = self.judge.after_clean_run("kill", *fault, may_redraw=wiped)
+        redrawn = self.judge.after_clean_run("kill", *fault, may_redraw=self.judge.is_wiped())
         self.counts["identifiers lost between wipe and restoration"] += redrawn
 
 
@@ -181,7 +183,6 @@ class FailingCalls(Campaign):
     def run(self):
         faults = [(error, name, f"{number}{lasting}")
                   for name, number in self.stage.calls() if name not in INFALLIBLE
-                  if not (SANITIZED and name in OF_THE_HEAP)  # which the sanitizer needs itself
                   for error in (*ERRORS, *(["short"] if name in TRANSFERS else []))
                   for lasting in ("", "+")]
         for error, name, number in self.sampled(faults):
@@ -212,8 +213,8 @@ class FailingAllocations(Campaign):
             self.judge.check(result.struck, "allocation", number, "not reached")
             self.counts["abnormal ends"] += result.status == ABORT
             self.judge.after_fault(result, {0, ABORT}, "allocation", number)
-            self.counts["identifiers redrawn"] += self.judge.after_clean_run(
-                "allocation", number, may_redraw=True)
+            self.counts["identifiers lost between wipe and restoration"] += (
+                self.judge.after_clean_run("allocation", number, may_redraw=self.judge.is_wiped()))
 
     def count(self):
         """How many allocations an undisturbed run makes."""

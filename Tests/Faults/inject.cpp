@@ -123,7 +123,7 @@ class Fault {
     } else if (registers.orig_rax == SYS_brk) {
       registers.rdi = 0;  // one that fails returns the break as it is, which is what brk(0) does
       error_ = 0;
-    } else {
+    } else if (registers.orig_rax != SYS_close) {  // which lets go whatever it returns
       registers.orig_rax = ~0ULL;
     }
     SetRegisters(program, registers);
