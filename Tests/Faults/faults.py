@@ -13,6 +13,7 @@ import os
 import plistlib
 import random
 import signal
+import subprocess
 import sys
 import time
 
@@ -322,11 +323,13 @@ def run_campaign(name, pool, sample):
 
 
 def enter_namespace():
-    """Mounts are this process's own, and chroot is allowed to it, as root or an ordinary user."""
+    """Mounts are this process's own, and chroot is allowed to it, as root or an ordinary user.
+    What it writes is in memory, and gone with it."""
     if "FAULTS_NAMESPACE" not in os.environ:
         os.environ["FAULTS_NAMESPACE"] = "root" if os.getuid() == 0 else "user"
         user = ["--map-root-user"] if os.getuid() != 0 else []
         os.execvp("unshare", ["unshare", "--mount", *user, sys.executable, "-B", *sys.argv])
+    subprocess.run(["mount", "-t", "tmpfs", "faults", os.environ["SCRATCH"]], check=True)
 
 
 def main():
