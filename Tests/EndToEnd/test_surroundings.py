@@ -112,14 +112,14 @@ class Start(InstallerTestCase):
         return path + "/" + "q" * (rest - 1) if rest > 1 else path[:-1] + "/q" if rest else path
 
     def test_environment_is_ignored(self):
-        self.machine.path("/home").mkdir()
+        self.machine.path("/kept").mkdir()
         env = program("env")
         self.machine.add_programs(env)
         self.assert_installs(
-            env, "HOME=/home", "TMPDIR=/nowhere", "XDG_CONFIG_HOME=/home", "LANG=xx_YY.big5",
-            "LC_ALL=tr_TR.UTF-8", "CFFIXED_USER_HOME=/home", "UNZIP=-x *", "TZ=:/nowhere",
+            env, "HOME=/kept", "TMPDIR=/nowhere", "XDG_CONFIG_HOME=/kept", "LANG=xx_YY.big5",
+            "LC_ALL=tr_TR.UTF-8", "CFFIXED_USER_HOME=/kept", "UNZIP=-x *", "TZ=:/nowhere",
             "POSIXLY_CORRECT=1", f"{APPLICATION}/{EXECUTABLE}")
-        self.assertEqual(os.listdir(self.machine.path("/home")), [])
+        self.assertEqual(os.listdir(self.machine.path("/kept")), [])
 
     def test_empty_environment_suffices(self):
         env = program("env")
