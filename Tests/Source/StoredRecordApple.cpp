@@ -3,19 +3,15 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <cstdio>
 #include <map>
 #include <vector>
 
+#include "AnotherProcess.h"
 #include "InstallerConstants.h"
 #include "ScopedCFTypeRef.h"
 #include "StoredRecord.h"
-
-extern "C" char** environ;  // not every system's headers declare it
 
 namespace {
 
@@ -94,30 +90,8 @@ bool Obey(const char* list) {
 }
 
 /// What this program prints when it is executed again with `arguments`.
-std::string InAnotherProcess(std::vector<std::string> arguments) {
-  std::vector<char*> argv{const_cast<char*>(program)};
-  for (auto& argument : arguments) {
-    argv.push_back(argument.data());
-  }
-  argv.push_back(nullptr);
-  int ends[2];
-  EXPECT_EQ(0, pipe(ends));
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, ends[1], STDOUT_FILENO);
-  pid_t child = -1;
-  EXPECT_EQ(0, posix_spawn(&child, program, &actions, nullptr, argv.data(), environ));
-  posix_spawn_file_actions_destroy(&actions);
-  close(ends[1]);
-  std::string output;
-  for (char byte; read(ends[0], &byte, 1) == 1;) {
-    output += byte;
-  }
-  close(ends[0]);
-  int status = -1;
-  EXPECT_EQ(child, waitpid(child, &status, 0));
-  EXPECT_EQ(0, status);
-  return output;
+std::string InAnotherProcess(const std::vector<std::string>& arguments) {
+  return OutputOfProcess(program, arguments);
 }
 
 }  // namespace
