@@ -1,0 +1,89 @@
+// The linker sends the program's calls of FUNCTION to __wrap_FUNCTION, and those of __real_FUNCTION
+// to the C library: its option --wrap, whose names these are.
+
+#include "FailingCall.h"
+
+#include <dirent.h>
+#include <sys/file.h>
+#include <sys/random.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <utility>
+
+namespace {
+
+FailingCall* fault = nullptr;
+
+bool Fails(const char* function) {
+  if (fault == nullptr || !fault->Strikes(function)) {
+    return false;
+  }
+  errno = fault->Error();
+  return true;
+}
+
+template <typename Call>
+ssize_t Transfer(const char* function, std::size_t size, Call call) {
+  if (!Fails(function)) {
+    return call(size);
+  }
+  return fault->Error() == FailingCall::kShort ? call((size + 1) / 2) : -1;
+}
+
+}  // namespace
+
+FailingCall::FailingCall(std::string function, int error, int first, int last)
+    : function_(std::move(function)), error_(error), first_(first), last_(last) {
+  fault = this;
+}
+
+FailingCall::~FailingCall() {
+  fault = nullptr;
+}
+
+bool FailingCall::Strikes(const char* function) {
+  if (function != function_) {
+    return false;
+  }
+  ++count_;
+  return count_ >= first_ && count_ <= last_;
+}
+
+#define LET_FAIL(failure, result, function, parameters, arguments)     \
+  result __real_##function parameters;                                 \
+  result __wrap_##function parameters {                                \
+    return Fails(#function) ? (failure) : __real_##function arguments; \
+  }
+
+#define LET_TRANSFER_FAIL(function, parameters, arguments)                          \
+  ssize_t __real_##function parameters;                                             \
+  ssize_t __wrap_##function parameters {                                            \
+    return Transfer(#function, size,                                                \
+                    [=](std::size_t part) { return __real_##function arguments; }); \
+  }
+
+extern "C" {
+
+LET_FAIL(-1, int, chmod, (const char* path, mode_t mode), (path, mode))
+LET_FAIL(-1, int, fchmod, (int file, mode_t mode), (file, mode))
+LET_FAIL(nullptr, DIR*, fdopendir, (int file), (file))
+LET_FAIL(-1, int, flock, (int file, int operation), (file, operation))
+LET_FAIL(-1, int, fstat, (int file, struct stat* status), (file, status))
+LET_FAIL(-1, int, fsync, (int file), (file))
+LET_FAIL(-1, int, mkdir, (const char* path, mode_t mode), (path, mode))
+LET_FAIL(-1, int, renameat, (int from, const char* old, int to, const char* name),
+         (from, old, to, name))
+LET_FAIL(-1, int, renameat2,
+         (int from, const char* old, int to, const char* name, unsigned int flags),
+         (from, old, to, name, flags))
+
+LET_TRANSFER_FAIL(getrandom, (void* bytes, std::size_t size, unsigned int flags),
+                  (bytes, part, flags))
+LET_TRANSFER_FAIL(read, (int file, void* bytes, std::size_t size), (file, bytes, part))
+LET_TRANSFER_FAIL(write, (int file, const void* bytes, std::size_t size), (file, bytes, part))
+
+}  // extern "C"

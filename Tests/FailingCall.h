@@ -1,0 +1,35 @@
+#ifndef TESTS_FAILINGCALL_H_
+#define TESTS_FAILINGCALL_H_
+
+#include <climits>
+#include <string>
+
+/// While one lives, calls of one of the C library's functions fail. For targets that
+/// let_calls_fail() was called for; one fault at a time.
+class FailingCall {
+ public:
+  /// In the place of an error: the call transfers half of the bytes, and does not fail.
+  static constexpr int kShort = 0;
+
+  /// The `first` call of `function` from now on, and those up to the `last`, fail with `error`.
+  FailingCall(std::string function, int error, int first = 1, int last = INT_MAX);
+  ~FailingCall();
+  FailingCall(const FailingCall&) = delete;
+  FailingCall& operator=(const FailingCall&) = delete;
+
+  /// How many calls were made.
+  int Count() const { return count_; }
+
+  /// Counts a call of `function`. Returns whether the fault takes place.
+  bool Strikes(const char* function);
+  int Error() const { return error_; }
+
+ private:
+  std::string function_;
+  int error_;
+  int first_;
+  int last_;
+  int count_ = 0;
+};
+
+#endif  // TESTS_FAILINGCALL_H_

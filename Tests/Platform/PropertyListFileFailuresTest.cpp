@@ -1,0 +1,192 @@
+// Property-list files when the system refuses its calls, one after the other.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <string>
+
+#include "FailingCall.h"
+#include "PropertyListFile.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Names = std::set<std::string>;
+
+constexpr int kInterruptionsBorne = 100;
+
+class PropertyListFileFailuresTest : public testing::Test {
+ protected:
+  PropertyListFileFailuresTest() {
+    char name[] = "/tmp/PropertyListFileFailuresTest-XXXXXX";
+    root_ = fs::canonical(mkdtemp(name));
+    path_ = root_ / "x.plist";
+    EXPECT_TRUE(Set("old", 1));
+    old_ = Bytes();
+  }
+  ~PropertyListFileFailuresTest() override { fs::remove_all(root_); }
+
+  bool Set(const std::string& key, int number) const {
+    return PropertyListFile(path_).Apply({{key, number}});
+  }
+  bool Has(const std::string& key) const { return PropertyListFile(path_).Read().count(key) != 0; }
+
+  /// Whether a change succeeds while the calls from the `first` to the `last` fail.
+  bool SetsWith(const char* function, int error, int first = 1, int last = INT_MAX) const {
+    const FailingCall fault(function, error, first, last);
+    const bool isSet = Set("new", 1);
+    EXPECT_GE(fault.Count(), first) << function;
+    return isSet;
+  }
+
+  /// A change fails with that call, and leaves everything as it was.
+  void ExpectFailure(const char* function, int error) const {
+    const int descriptors = Descriptors();
+    EXPECT_FALSE(SetsWith(function, error, 1, 1)) << function;
+    EXPECT_EQ(descriptors, Descriptors()) << function;
+    EXPECT_EQ(old_, Bytes()) << function;
+    EXPECT_EQ(Names{"x.plist"}, NamesLeft()) << function;
+  }
+
+  std::string Bytes() const {
+    std::ifstream file(path_);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  Names NamesLeft() const {
+    Names names;
+    for (const auto& entry : fs::directory_iterator(root_)) {
+      names.insert(entry.path().filename());
+    }
+    return names;
+  }
+  static int Descriptors() {
+    int count = 0;
+    for (int descriptor = 0; descriptor < 64; ++descriptor) {
+      count += fcntl(descriptor, F_GETFD) >= 0 ? 1 : 0;
+    }
+    return count;
+  }
+
+  fs::path root_;
+  std::string path_;
+  std::string old_;
+};
+
+TEST_F(PropertyListFileFailuresTest, FailedCallFailsTheChangeAndKeepsTheFile) {
+  ExpectFailure("fstat", EIO);
+  ExpectFailure("read", EIO);
+  ExpectFailure("getrandom", ENOSYS);
+  ExpectFailure("write", ENOSPC);
+  ExpectFailure("fchmod", EPERM);
+  ExpectFailure("fsync", EIO);
+  ExpectFailure("renameat", EACCES);
+}
+
+TEST_F(PropertyListFileFailuresTest, RandomNumberCutShortFailsTheChange) {
+  ExpectFailure("getrandom", FailingCall::kShort);
+}
+
+TEST_F(PropertyListFileFailuresTest, FileThatCannotBeReadReadsAsEmptyAndFailsAFlushOfNothing) {
+  for (const char* function : {"fstat", "read"}) {
+    const FailingCall fault(function, EIO);
+    EXPECT_FALSE(Has("old")) << function;
+    EXPECT_FALSE(PropertyListFile(path_).Apply({})) << function;
+  }
+}
+
+// The directory's: by then the new file stands in its place.
+TEST_F(PropertyListFileFailuresTest, LastSynchronizationFailsTheChangeThatWasMade) {
+  EXPECT_FALSE(SetsWith("fsync", EIO, 2, 2));
+  EXPECT_TRUE(Has("old"));
+  EXPECT_TRUE(Has("new"));
+  EXPECT_EQ(Names{"x.plist"}, NamesLeft());
+}
+
+TEST_F(PropertyListFileFailuresTest, FileAndDirectoryAreSynchronized) {
+  const FailingCall observed("fsync", EIO, INT_MAX);
+  EXPECT_TRUE(Set("new", 1));
+  EXPECT_EQ(2, observed.Count());
+}
+
+TEST_F(PropertyListFileFailuresTest, InterruptedCallsAreRepeatedAHundredTimes) {
+  for (const char* function : {"read", "write", "fsync", "getrandom"}) {
+    EXPECT_TRUE(SetsWith(function, EINTR, 1, kInterruptionsBorne)) << function;
+  }
+}
+
+TEST_F(PropertyListFileFailuresTest, CallInterruptedForEverFails) {
+  for (const char* function : {"read", "write", "fsync", "getrandom"}) {
+    EXPECT_FALSE(SetsWith(function, EINTR, 1, kInterruptionsBorne + 1)) << function;
+  }
+  EXPECT_EQ(old_, Bytes());
+  EXPECT_EQ(Names{"x.plist"}, NamesLeft());
+}
+
+TEST_F(PropertyListFileFailuresTest, OtherErrorsAreNotTriedAgain) {
+  for (const char* function : {"read", "write", "fsync", "getrandom"}) {
+    const FailingCall fault(function, EAGAIN);
+    EXPECT_FALSE(Set("new", 1)) << function;
+    EXPECT_EQ(1, fault.Count()) << function;
+  }
+}
+
+TEST_F(PropertyListFileFailuresTest, BytesTransferredInPartsAreWhole) {
+  const std::string text(100000, 'x');
+  for (const char* function : {"read", "write"}) {
+    const FailingCall fault(function, FailingCall::kShort);
+    ASSERT_TRUE(PropertyListFile(path_).Apply({{"text", text}})) << function;
+    const auto contents = PropertyListFile(path_).Read();
+    EXPECT_EQ(1U, contents.count("old"));
+    EXPECT_EQ(text, std::get<std::string>(contents.at("text"))) << function;
+    EXPECT_GT(fault.Count(), 2) << function;
+  }
+}
+
+TEST_F(PropertyListFileFailuresTest, LockThatCannotBeHadIsNotWaitedFor) {
+  std::ofstream(path_ + ".tmp-1") << "another writer's";
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_TRUE(SetsWith("flock", ENOLCK));
+  EXPECT_LT(std::chrono::steady_clock::now() - start, PropertyListFile::kLockWait / 2);
+  EXPECT_TRUE(Has("new"));
+  EXPECT_EQ((Names{"x.plist", "x.plist.tmp-1"}), NamesLeft());
+}
+
+TEST_F(PropertyListFileFailuresTest, DirectoryThatCannotBeListedKeepsItsLeftovers) {
+  std::ofstream(path_ + ".tmp-1") << "left";
+  const int descriptors = Descriptors();
+  EXPECT_TRUE(SetsWith("fdopendir", ENOMEM));
+  EXPECT_EQ(descriptors, Descriptors());
+  EXPECT_TRUE(Has("new"));
+  EXPECT_EQ((Names{"x.plist", "x.plist.tmp-1"}), NamesLeft());
+}
+
+TEST_F(PropertyListFileFailuresTest, CorruptFileThatCannotBeRenamedFailsAtOnceAndStays) {
+  std::ofstream(path_) << "corrupt";
+  const FailingCall fault("renameat2", EACCES);
+  EXPECT_FALSE(Set("new", 1));
+  EXPECT_EQ(1, fault.Count());
+  EXPECT_EQ("corrupt", Bytes());
+  EXPECT_EQ(Names{"x.plist"}, NamesLeft());
+}
+
+TEST_F(PropertyListFileFailuresTest, DirectoryThatCannotBeMadeFails) {
+  path_ = root_ / "a/b/y.plist";
+  EXPECT_FALSE(SetsWith("mkdir", EACCES));
+  EXPECT_FALSE(fs::exists(root_ / "a"));
+}
+
+TEST_F(PropertyListFileFailuresTest, DirectoryThatCannotBeOpenedToAllFails) {
+  path_ = root_ / "a/b/y.plist";
+  EXPECT_FALSE(SetsWith("chmod", EPERM));
+  EXPECT_FALSE(fs::exists(root_ / "a/b"));
+}
+
+}  // namespace
