@@ -136,8 +136,8 @@ bool InstallerUtils::UncompressPackageFiles(std::string& zipPath, std::string& d
     return false;
   }
   unz_global_info info = {};
-  if (archive == nullptr || unzGetGlobalInfo(archive.get(), &info) != UNZ_OK) {
-    return true;
+  if (unzGetGlobalInfo(archive.get(), &info) != UNZ_OK) {
+    return true;  // typically: there is no archive
   }
   Extraction extraction(archive.get(), destDir);
   for (uLong entry = 0; entry < info.number_entry; ++entry) {

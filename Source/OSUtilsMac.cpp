@@ -198,7 +198,10 @@ bool Register(const char* key, int number) {
 
 std::string CarriedText(const PreferencesDomain& record, const char* key) {
   char text[kCarriedTextSize] = {};
-  return record.GetText(key, text, sizeof text) ? text : std::string();
+  if (!record.GetText(key, text, sizeof text)) {
+    return {};
+  }
+  return text;
 }
 
 void Capture(const PreferencesDomain& record, WebRegInfo* info) {

@@ -389,7 +389,8 @@ void QDOJSONParserImplHelper::appendCodePt(unsigned int codePoint, UTF8String* d
 }
 
 void QDOJSONParserImplHelper::skipWhitespace() {
-  while (IsWhitespace(byteAt(0)) && advance()) {
+  while (IsWhitespace(byteAt(0))) {
+    ++position_;
   }
 }
 

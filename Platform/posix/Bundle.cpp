@@ -13,15 +13,15 @@ struct Free {
   void operator()(char* memory) const { std::free(memory); }
 };
 
-/// The path the process was executed by, resolved; empty when it leads nowhere. It comes from the
-/// kernel's auxiliary vector, so it is there without /proc.
+/// The path the process was executed by, resolved; empty when it leads nowhere, as none at all
+/// does. It comes from the kernel's auxiliary vector, so it is there without /proc.
 std::string ExecutablePath() {
   const auto executed = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
-  if (executed == nullptr) {
+  const std::unique_ptr<char, Free> resolved(realpath(executed, nullptr));
+  if (!resolved) {
     return {};
   }
-  const std::unique_ptr<char, Free> resolved(realpath(executed, nullptr));
-  return resolved ? resolved.get() : std::string();
+  return resolved.get();
 }
 
 /// `path` without its last component and the "/" before it.

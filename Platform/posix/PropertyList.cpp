@@ -64,10 +64,7 @@ Holder HolderOf(const std::string& text) {
 }
 
 std::string TextOf(plist_t node) {
-  char* text = nullptr;
-  plist_get_string_val(node, &text);
-  const Text owner(text);
-  return text != nullptr ? text : std::string();
+  return plist_get_string_ptr(node, nullptr);
 }
 
 // Nodes -----------------------------------------------------------------------------------------
@@ -110,7 +107,7 @@ std::string PrintWith(Print print, plist_t node) {
   std::uint32_t size = 0;
   print(node, &bytes, &size);
   const Text owner(bytes);
-  return bytes != nullptr ? std::string(bytes, size) : std::string();
+  return std::string(bytes, size);
 }
 
 plist_t ParseXml(const std::string& bytes) {

@@ -108,6 +108,13 @@ TEST_F(BundleTest, ExecutableFoundOnThePathIsResolved) {
   EXPECT_EQ(At("X.app/Contents/Resources"), In("X.app", "PATH=Contents/MacOS X"));
 }
 
+TEST_F(BundleTest, ExecutableWithoutAPathHasNoResources) {
+  const std::string probe = Copy("X.app/Contents/MacOS/X");
+  EXPECT_EQ(kNone, OutputOf("python3 -c 'import os, sys; "
+                            "os.execve(os.open(sys.argv[1], os.O_RDONLY), [\"X\"], {})' '" +
+                            probe + "'"));
+}
+
 TEST_F(BundleTest, PathOf1023BytesFitsAndOneOf1024Fails) {
   const std::size_t fixed = At("").length() + std::string("/Resources").length();
   std::string name(1023 - fixed, 'd');

@@ -518,6 +518,19 @@ TEST_F(Extraction, DestinationInAnUnwritableDirectoryFails) {
   EXPECT_EQ(TreeOf(Destination()), Tree());
 }
 
+// Made as far as it goes, on purpose; nothing can be written below the whole path.
+TEST_F(Extraction, DestinationLongerThanTheSystemTakesIsTrueAndEmpty) {
+  WriteFile(Package(), Zip({{"a", "1"}, {"d/", ""}}));
+  std::string path = Destination();
+  while (path.length() < 5000) {
+    path += "/" + std::string(200, 'd');
+  }
+  EXPECT_TRUE(Uncompress(Package(), path));
+  for (const auto& [name, contents] : TreeOf(Destination())) {
+    EXPECT_EQ(name.back(), '/') << name;
+  }
+}
+
 TEST_F(Extraction, EmptyDestinationFails) {
   WriteFile(Package(), Zip({{"a", "1"}}));
   EXPECT_FALSE(Uncompress(Package(), ""));

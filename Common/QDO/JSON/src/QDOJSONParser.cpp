@@ -99,7 +99,10 @@ void QDOJSONParserImpl::reset() {
 }
 
 QDOObject QDOJSONParserImpl::getQDOObject(bool proxyConvention) const {
-  return scanner_ ? getJSONValueinQDOObject(scanner_->getRoot(), proxyConvention) : QDOObject();
+  if (!scanner_) {
+    return {};
+  }
+  return getJSONValueinQDOObject(scanner_->getRoot(), proxyConvention);
 }
 
 QDOObject QDOJSONParserImpl::takeQDOObject(bool proxyConvention) {
