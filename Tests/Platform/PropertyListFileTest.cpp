@@ -379,6 +379,19 @@ TEST_F(PropertyListFileTest, HugeFileFailsAndStays) {
   EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
 }
 
+TEST_F(PropertyListFileTest, ListThatWouldBeTooLargeFailsAndTheFileStays) {
+  std::string list = "<plist version=\"1.0\"><dict><key>k</key>";
+  for (const char* tag : {"<array>", "</array>"}) {
+    for (int level = 0; level < 4999; ++level) {
+      list += tag;
+    }
+  }
+  Write(list + "</dict></plist>");
+  EXPECT_FALSE(Set("key", 1));
+  EXPECT_EQ(list + "</dict></plist>", BytesOf(path_));
+  EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
+}
+
 TEST_F(PropertyListFileTest, FileInPlaceOfItsDirectoryFails) {
   Write("x");
   EXPECT_FALSE(PropertyListFile(path_ + "/y.plist").Apply({{"key", 1}}));

@@ -188,6 +188,77 @@ TEST(PropertyListTest, TextThatIsNotUtf8MakesNoList) {
       PropertyList::Parse(Xml("<key>k</key><array><string>\xED\xA0\x80</string></array>")));
 }
 
+TEST(PropertyListTest, EveryCharacterIsText) {
+  for (const char* text : {"", "a", "\x01", "\x7F", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80",
+                           "\xED\x9F\xBF", "\xEE\x80\x80", "\xEF\xBF\xBE", "\xEF\xBF\xBF",
+                           "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "a\xC3\xA9z\xE2\x82\xACz"}) {
+    EXPECT_TRUE(PropertyList::IsText(text)) << text;
+  }
+}
+
+TEST(PropertyListTest, BytesThatAreNotUtf8AreNotText) {
+  const char* const bad[] = {"\x80",
+                             "\xBF",
+                             "\x80\x80",
+                             "\xBF\xBF",
+                             "\xFF",
+                             "a\x80z",  // no first byte
+                             "\xC3",
+                             "\xE2\x82",
+                             "\xE2",
+                             "\xF0\x9F\x98",
+                             "\xF0\x9F",
+                             "\xF0",  // cut
+                             "\xC3z",
+                             "\xC3\xC3",
+                             "\xE2z\xAC",
+                             "\xE2\x82z",
+                             "\xF0z\x98\x80",
+                             "\xF0\x9Fz\x80",
+                             "\xF0\x9F\x98z",
+                             "\xC3\x28",
+                             "\xC3\xE9",  // broken off
+                             "\xC0\x80",
+                             "\xC1\xBF",
+                             "\xE0\x80\x80",
+                             "\xE0\x9F\xBF",  // longer than needed
+                             "\xF0\x80\x80\x80",
+                             "\xF0\x8F\xBF\xBF",
+                             "\xED\xA0\x80",
+                             "\xED\xBF\xBF",  // surrogates
+                             "\xF4\x90\x80\x80",
+                             "\xF7\xBF\xBF\xBF",  // beyond the last character
+                             "\xF8\x88\x80\x80\x80",
+                             "\xF8\x90\x80\x80",
+                             "\xFE\x80\x80\x80"};
+  for (const std::string text : bad) {
+    EXPECT_FALSE(PropertyList::IsText(text)) << testing::PrintToString(text);
+    EXPECT_FALSE(PropertyList::IsText("a" + text + "z")) << testing::PrintToString(text);
+  }
+  EXPECT_FALSE(PropertyList::IsText(std::string("a\0b", 3)));
+}
+
+/// Whether a list is binary that holds `text`, which it then holds unchanged.
+bool NeedsBinary(const std::string& text) {
+  PropertyList list;
+  list.Apply({{"k", text}});
+  const std::string bytes = list.Print().value();
+  EXPECT_EQ(std::get<std::string>(PropertyList::Parse(bytes)->Values().at("k")), text);
+  return bytes.rfind("bplist00", 0) == 0;
+}
+
+TEST(PropertyListTest, ListIsBinaryOnlyForCharactersThatXmlCannotHold) {
+  for (const char* text :
+       {"", "a", "\t", "\n", " ", "\x7F", "\xC2\x80", "\xED\x9F\xBF", "\xEE\x80\x80",
+        "\xEF\xBF\xBD", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF"}) {
+    EXPECT_FALSE(NeedsBinary(text)) << testing::PrintToString(text);
+  }
+  for (const char* text : {"\x01", "\x08", "\x0B", "\x0C", "\r", "\x0E", "\x1F", "\xEF\xBF\xBE",
+                           "\xEF\xBF\xBF", "\x01z", "z\x01"}) {
+    EXPECT_TRUE(NeedsBinary(text)) << testing::PrintToString(text);
+  }
+}
+
 TEST(PropertyListTest, KeyThatOccursTwiceMakesNoList) {
   Binary binary;
   binary.AddDictionary({1, 1, 2, 2});
@@ -233,6 +304,17 @@ TEST(PropertyListTest, BinaryListThatContainsItselfIsNoList) {
       "\x51"
       "a");
   EXPECT_FALSE(PropertyList::Parse(binary.List()));
+}
+
+TEST(PropertyListTest, BinaryListWhoseTableLeadsBehindItsEndIsNoList) {
+  Binary binary;
+  binary.AddDictionary({});
+  for (const std::uint64_t root : {0U, 1U, 8U, 9U, 10U}) {
+    std::string list = binary.List(root);
+    list.replace(list.size() - 24, 8, Binary::Number(11, 8));          // objects
+    list.replace(list.size() - 8, 8, Binary::Number(list.size(), 8));  // table
+    EXPECT_FALSE(PropertyList::Parse(list)) << root;
+  }
 }
 
 TEST(PropertyListTest, LargeSharedTextIsNoList) {

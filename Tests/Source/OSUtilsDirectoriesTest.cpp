@@ -694,6 +694,13 @@ TEST_F(DeleteAllButOne, RootStreamAloneStaysOpen) {
   EXPECT_EQ(OpenDescriptors(), before + 1);
 }
 
+TEST_F(DeleteAllButOne, RootStreamOfEveryCallStaysOpen) {
+  const int before = OpenDescriptors();
+  DeleteAllBut("d");
+  DeleteAllBut("d");
+  EXPECT_EQ(OpenDescriptors(), before + 2);
+}
+
 TEST_F(DeleteAllButOne, MissingRootLeavesNoStream) {
   const int before = OpenDescriptors();
   OSUtils::DeleteAllDirectoryExceptOne(At("missing/"), "d");

@@ -237,6 +237,58 @@ TEST_F(Record, TextsAreMeasuredInBytesNotCharacters) {
   ExpectInfo(OldInfo(), -1, -1, fits + "x", "");
 }
 
+// Of another host -------------------------------------------------------------------------------
+
+class RecordUnderARoot : public RecordFile {
+ protected:
+  static constexpr char kRoot[] = "/other host";
+
+  void SetUp() override {
+    RecordFile::SetUp();
+    std::filesystem::remove_all(kRoot);
+  }
+
+  /// What another host's record is read as; `isReadable` receives the result.
+  static WebRegInfo InfoUnder(const std::string& root, bool& isReadable) {
+    WebRegInfo info = {11, 12, "before", "before"};
+    isReadable = OSUtils::InfoUnder(root, &info);
+    return info;
+  }
+
+  /// Makes what this host has the other one's.
+  void MoveToTheOtherHost() const {
+    std::filesystem::create_directories(std::filesystem::path(kRoot + file_).parent_path());
+    std::filesystem::rename(file_, kRoot + file_);
+  }
+};
+
+TEST_F(RecordUnderARoot, IsReadThereAndNotHere) {
+  Write(Number("irandom", "4711") + Number("iUpdateId", "5") +
+        String("tWebResourceInstallPath", "Resource0") + String("tFullVersion", "x"));
+  MoveToTheOtherHost();
+  Write(Number("irandom", "1"));
+  bool isReadable = false;
+  ExpectInfo(InfoUnder(kRoot, isReadable), 4711, 5, "Resource0", "x");
+  EXPECT_TRUE(isReadable);
+  ExpectInfo(InfoUnder("", isReadable), 1, -1, "", "");
+  EXPECT_TRUE(isReadable);
+}
+
+TEST_F(RecordUnderARoot, IsAllAbsentWhereThereIsNone) {
+  Write(Number("irandom", "1"));
+  bool isReadable = false;
+  ExpectInfo(InfoUnder(kRoot, isReadable), -1, -1, "", "");
+  EXPECT_TRUE(isReadable);
+  EXPECT_FALSE(Exists(kRoot));
+}
+
+TEST_F(RecordUnderARoot, ThatCannotBeReadIsNotTakenForAbsent) {
+  std::filesystem::create_directories(kRoot + file_);
+  bool isReadable = true;
+  ExpectInfo(InfoUnder(kRoot, isReadable), -1, -1, "", "");
+  EXPECT_FALSE(isReadable);
+}
+
 // Wiping ----------------------------------------------------------------------------------------
 
 TEST_F(Record, ClearingADomainWithoutKeysIsFalse) {
