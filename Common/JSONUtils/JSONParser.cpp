@@ -87,13 +87,13 @@ std::int32_t IntegerScale(double scale) {
 QDOJSONValue::~QDOJSONValue() {
   switch (type) {
     case String:
-      delete stringValue;
+      delete stringValue;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
       break;
     case Object:
-      delete objectValue;
+      delete objectValue;  // GCOVR_EXCL_BR_LINE
       break;
     case Array:
-      delete arrayValue;
+      delete arrayValue;  // GCOVR_EXCL_BR_LINE
       break;
     default:
       break;
