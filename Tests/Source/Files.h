@@ -1,0 +1,86 @@
+#ifndef TESTS_SOURCE_FILES_H_
+#define TESTS_SOURCE_FILES_H_
+
+#include <sys/stat.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <stdexcept>
+#include <string>
+
+/// A fresh directory, open to every user, that is removed with all it holds.
+class ScopedDirectory {
+ public:
+  ScopedDirectory() {
+    path_ = (std::filesystem::temp_directory_path() / "web-resource-XXXXXX").string();
+    if (mkdtemp(path_.data()) == nullptr || chmod(path_.c_str(), 0777) != 0) {
+      throw std::runtime_error("no temporary directory");
+    }
+    path_ = std::filesystem::canonical(path_).string();
+  }
+  ~ScopedDirectory() {
+    namespace fs = std::filesystem;
+    std::error_code ignored;
+    // Each directory is opened up before the iteration enters it.
+    fs::permissions(path_, fs::perms::owner_all, ignored);
+    for (const auto& entry : fs::recursive_directory_iterator(path_, ignored)) {
+      if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
+        fs::permissions(entry.path(), fs::perms::owner_all, ignored);
+      }
+    }
+    fs::remove_all(path_, ignored);
+  }
+  ScopedDirectory(const ScopedDirectory&) = delete;
+  ScopedDirectory& operator=(const ScopedDirectory&) = delete;
+
+  /// The path of `name` in the directory; of the directory itself for an empty one.
+  std::string operator/(const std::string& name) const {
+    return name.empty() ? path_ : path_ + "/" + name;
+  }
+
+ private:
+  std::string path_;
+};
+
+inline void WriteFile(const std::string& path, const std::string& bytes) {
+  std::ofstream stream(path, std::ios::binary);
+  stream << bytes;
+  if (!stream.flush()) {
+    throw std::runtime_error("cannot write " + path);
+  }
+}
+
+inline std::string ReadFile(const std::string& path) {
+  std::ifstream stream(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(stream), {});
+}
+
+/// Whether anything at all, a dangling link included, stands at `path`.
+inline bool Exists(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0;
+}
+
+/// What stands below a directory: a file's contents, "link" for a link, and nothing for a
+/// directory, whose name ends in "/".
+using Tree = std::map<std::string, std::string>;
+
+inline Tree TreeOf(const std::string& directory) {
+  Tree tree;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
+    const std::string name = entry.path().string().substr(directory.length() + 1);
+    if (entry.is_symlink()) {
+      tree[name] = "link";
+    } else if (entry.is_directory()) {
+      tree[name + "/"] = "";
+    } else {
+      tree[name] = ReadFile(entry.path().string());
+    }
+  }
+  return tree;
+}
+
+#endif  // TESTS_SOURCE_FILES_H_
