@@ -39,7 +39,7 @@ char32_t NextCharacter(const std::string& text, std::size_t& at) {
     if (at == text.size() || (text[at] & 0xC0) != 0x80) {
       return kNoCharacter;
     }
-    character = character << 6 | (text[at++] & 0x3FU);
+    character = character << 6 | (static_cast<unsigned char>(text[at++]) & 0x3FU);
   }
   const bool isValid = first >= 0xC0 && first < 0xF8 && character >= kSmallest[more] &&
                        character <= 0x10FFFF && (character < 0xD800 || character > 0xDFFF);
