@@ -258,5 +258,5 @@ void PropertyList::Apply(const Changes& changes) {
 std::optional<std::string> PropertyList::Print() const {
   const bool isInXml = HolderOf(root_.get()) == Holder::kXml;
   std::string bytes = PrintWith(isInXml ? plist_to_xml : plist_to_bin, root_.get());
-  return bytes.size() <= kLargest ? std::optional(std::move(bytes)) : std::nullopt;
+  return IsWithinBounds(bytes) ? std::optional(std::move(bytes)) : std::nullopt;
 }

@@ -39,7 +39,8 @@ class PropertyList {
   void Apply(const Changes& changes);
 
   /// The list as XML or, when XML cannot hold one of the values exactly (a control character, a
-  /// date's fraction of a second, a UID), as a binary list. Nothing when that is too large.
+  /// date's fraction of a second, a UID), as a binary list. Nothing when that is too large to be
+  /// read again.
   std::optional<std::string> Print() const;
 
  private:

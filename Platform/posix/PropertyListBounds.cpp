@@ -9,8 +9,8 @@
 
 namespace {
 
-constexpr int kMostContainers = 5000;  // in XML
-constexpr int kDeepest = 512;          // in a binary list
+// One bound for both forms: what is read in one may be written in the other.
+constexpr int kMostContainers = 5000;
 constexpr std::size_t kObjectCost = 32;
 
 // XML -------------------------------------------------------------------------------------------
@@ -31,7 +31,7 @@ bool IsXmlWithinBounds(const std::string& bytes) {
 // Binary ----------------------------------------------------------------------------------------
 
 /// Walks a binary list as libplist does, with every shared object as often as it is referred to,
-/// and gives up when the walk is too deep or too long.
+/// and gives up when the walk is too long. It gets no deeper than there are containers.
 class BinaryWalk {
  public:
   explicit BinaryWalk(const std::string& bytes) : bytes_(bytes) {}
@@ -46,7 +46,7 @@ class BinaryWalk {
     referenceSize_ = Number(trailer + 7, 1);
     objects_ = Number(trailer + 8, 8);
     table_ = Number(trailer + 24, 8);
-    return objects_ <= bytes_.size() && table_ <= bytes_.size() && Walk(Number(trailer + 16, 8), 0);
+    return objects_ <= bytes_.size() && table_ <= bytes_.size() && Walk(Number(trailer + 16, 8));
   }
 
  private:
@@ -103,8 +103,8 @@ class BinaryWalk {
     return true;
   }
 
-  bool Walk(std::uint64_t index, int depth) {
-    if (index >= objects_ || depth > kDeepest || !Spend(kObjectCost)) {
+  bool Walk(std::uint64_t index) {
+    if (index >= objects_ || !Spend(kObjectCost)) {
       return false;
     }
     const std::uint64_t offset = Number(table_ + index * offsetSize_, offsetSize_);
@@ -115,17 +115,20 @@ class BinaryWalk {
     switch (object.type) {
       case kArray:
       case kSet:
-        return WalkAll(object.content, object.size, depth);
+        return WalkAll(object.content, object.size);
       case kDictionary:
-        return object.size <= bytes_.size() && WalkAll(object.content, 2 * object.size, depth);
+        return object.size <= bytes_.size() && WalkAll(object.content, 2 * object.size);
       default:
         return Spend(object.size);
     }
   }
 
-  bool WalkAll(std::size_t references, std::uint64_t count, int depth) {
+  bool WalkAll(std::size_t references, std::uint64_t count) {
+    if (++containers_ > kMostContainers) {
+      return false;
+    }
     for (std::uint64_t i = 0; i < count; ++i) {
-      if (!Walk(Number(references + i * referenceSize_, referenceSize_), depth + 1)) {
+      if (!Walk(Number(references + i * referenceSize_, referenceSize_))) {
         return false;
       }
     }
@@ -137,6 +140,7 @@ class BinaryWalk {
   std::uint64_t referenceSize_ = 0;
   std::uint64_t objects_ = 0;
   std::uint64_t table_ = 0;
+  int containers_ = 0;
   std::uint64_t budget_ = PropertyList::kLargest;
 };
 

@@ -278,17 +278,46 @@ TEST(PropertyListTest, DeepNestingIsNoList) {
   EXPECT_FALSE(PropertyList::Parse(NestedBinary(60000, 1)));
 }
 
-TEST(PropertyListTest, DeepestListAllowedIsPrintedAgain) {
-  const auto list = PropertyList::Parse(NestedXml(1000));
-  ASSERT_TRUE(list);
-  const auto bytes = list->Print();
-  ASSERT_TRUE(bytes);
-  EXPECT_TRUE(PropertyList::Parse(*bytes));
+TEST(PropertyListTest, DeepestListsArePrintedAgain) {
+  for (const std::string& deep : {NestedXml(4000), NestedBinary(3999, 1)}) {
+    const auto list = PropertyList::Parse(deep);
+    ASSERT_TRUE(list);
+    const auto bytes = list->Print();
+    ASSERT_TRUE(bytes);
+    EXPECT_TRUE(PropertyList::Parse(*bytes));
+  }
 }
 
 TEST(PropertyListTest, ListThatWouldBeTooLargeIsNotPrinted) {
   const auto list = PropertyList::Parse(NestedXml(4999));  // a line of tabs a level
   ASSERT_TRUE(list);
+  EXPECT_FALSE(list->Print());
+}
+
+TEST(PropertyListTest, DeepListOfXmlThatOnlyABinaryListCanHoldIsReadAgain) {
+  auto list = PropertyList::Parse(NestedXml(600));
+  ASSERT_TRUE(list);
+  list->Apply({{"control", "\x01"}});
+  const auto bytes = list->Print();
+  ASSERT_TRUE(bytes);
+  EXPECT_TRUE(PropertyList::Parse(*bytes));
+}
+
+TEST(PropertyListTest, SharedArraysOfABinaryListAreReadAgainFromXml) {
+  const auto list = PropertyList::Parse(NestedBinary(11, 2));  // 4,095 arrays
+  ASSERT_TRUE(list);
+  const auto bytes = list->Print();
+  ASSERT_TRUE(bytes);
+  EXPECT_TRUE(PropertyList::Parse(*bytes));
+  EXPECT_FALSE(PropertyList::Parse(NestedBinary(12, 2)));  // which XML could not hold
+}
+
+TEST(PropertyListTest, ListThatWouldBeReadNoMoreIsNotPrinted) {
+  auto list =
+      PropertyList::Parse(Xml("<key>a</key><array>" + Repeated("<true/>", 600000) + "</array>"));
+  ASSERT_TRUE(list);
+  EXPECT_TRUE(list->Print());
+  list->Apply({{"control", "\x01"}});  // a binary list may not have as many values
   EXPECT_FALSE(list->Print());
 }
 
