@@ -11,6 +11,10 @@ build_packages=(cmake ninja-build g++ pkgconf zlib1g-dev libminizip-dev libplist
 test_packages=(libgtest-dev nlohmann-json3-dev python3 python3-jsonschema util-linux zip unzip
   p7zip-full libarchive-tools valgrind libc6-dbg libjs-dojo-dojox)
 
+# What the fuzzers need besides the build.
+# shellcheck disable=SC2034
+fuzz_packages=(clang-14 libclang-rt-14-dev python3)
+
 # Installs those of the Debian packages that are missing. On another system they are left to the
 # person and the build says what it does not find.
 require_packages() { # PACKAGE...

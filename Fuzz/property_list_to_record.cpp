@@ -1,0 +1,168 @@
+// Property list to record. Whatever bytes the preferences file holds,
+//  - the record can be read, and nothing crashes or throws, libplist included;
+//  - a flush either changes nothing and fails, which only a list too large to be printed may cause,
+//    or leaves a property list with what was recorded;
+//  - then the other keys have the values they had; or the file was no list, and stands aside, byte
+//    for byte;
+//  - the same flush again leaves the same bytes, a wipe leaves no key, and what follows a wipe is
+//    recorded as ever;
+//  - no temporary file stays.
+
+#include <plist/plist.h>
+
+#include <memory>
+
+#include "Files.h"
+#include "Fuzz.h"
+#include "InstallerConstants.h"
+#include "OSUtils.h"
+#include "PreferencesDomain.h"
+
+namespace {
+
+const char kTextKey[] = "tWebResourceInstallPath";
+const char kNumberKey[] = "iUpdateId";
+const char kText[] = "Resource0";
+constexpr int kNumber = -7;
+
+// Judged by libplist alone ------------------------------------------------------------------------
+
+using Values = std::map<std::string, std::string>;
+
+struct FreeList {
+  void operator()(void* list) const { plist_free(list); }
+};
+using List = std::unique_ptr<void, FreeList>;
+
+List Parse(const std::string& bytes) {
+  plist_t list = nullptr;
+  plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &list);
+  return List(list);
+}
+
+/// The value with its type, as bytes.
+std::string Rendered(plist_t value) {
+  char* bytes = nullptr;
+  std::uint32_t size = 0;
+  plist_to_bin(value, &bytes, &size);
+  const std::unique_ptr<char, void (*)(void*)> owner(bytes, std::free);
+  return std::string(bytes, size);
+}
+
+/// The keys and rendered values of the list that `bytes` are.
+Values ValuesOf(const std::string& bytes) {
+  const List list = Parse(bytes);
+  Require(plist_get_node_type(list.get()) == PLIST_DICT, "the file is a dictionary");
+  Values values;
+  plist_dict_iter iterator = nullptr;
+  plist_dict_new_iter(list.get(), &iterator);
+  const std::unique_ptr<void, void (*)(void*)> owner(iterator, std::free);
+  plist_t value = nullptr;
+  for (char* key = nullptr;; std::free(key)) {
+    plist_dict_next_item(list.get(), iterator, &key, &value);
+    if (key == nullptr) {
+      return values;
+    }
+    Require(values.emplace(key, Rendered(value)).second, "the key is there once");
+  }
+}
+
+Values Recorded() {
+  const List text(plist_new_string(kText));
+  const List number(plist_new_uint(static_cast<std::uint64_t>(std::int64_t{kNumber})));
+  return {{kTextKey, Rendered(text.get())}, {kNumberKey, Rendered(number.get())}};
+}
+
+// The record --------------------------------------------------------------------------------------
+
+bool Record(PreferencesDomain& domain) {
+  domain.SetText(kTextKey, kText);
+  domain.SetNumber(kNumberKey, kNumber);
+  return domain.Flush();
+}
+
+bool Wipe(PreferencesDomain& domain) {
+  const auto keys = domain.KeyList();
+  Require(keys.has_value(), "there are keys");
+  for (const std::string& key : *keys) {
+    domain.Remove(key);
+  }
+  return domain.Flush();
+}
+
+void RequireRecorded(const std::string& root) {
+  WebRegInfo info;
+  Require(OSUtils::InfoUnder(root, &info), "the record can be read");
+  Require(info.installPath == kText && info.updateId == kNumber, "the record is read back");
+}
+
+class Examination {
+ public:
+  /// Below `root`, which is the same for all: the domain remembers each it has met.
+  Examination(const std::string& root, const std::string& bytes) : root_(root), bytes_(bytes) {
+    std::filesystem::create_directories(preferences_);
+    WriteFile(file_, bytes);
+    WebRegInfo info;
+    Require(OSUtils::InfoUnder(root_, &info), "the file can be read");
+    Require(ReadFile(file_) == bytes, "reading changes nothing");
+  }
+
+  /// Leaves no file, and nothing pending in the domain.
+  ~Examination() {
+    std::filesystem::remove(file_);
+    domain_.Flush();
+    std::filesystem::remove_all(root_ + "/Library");
+  }
+
+  Examination(const Examination&) = delete;
+  Examination& operator=(const Examination&) = delete;
+
+  void Run() {
+    if (!Record(domain_)) {
+      Require(TreeOf(preferences_) == Tree{{kName, bytes_}}, "a failed flush changes nothing");
+      return;
+    }
+    const std::string recorded = File();
+    Require(ValuesOf(recorded) == Expected(), "the other keys are kept");
+    RequireRecorded(root_);
+    Require(Record(domain_) && File() == recorded, "the same again is the same");
+    Require(Wipe(domain_) && ValuesOf(File()).empty(), "a wipe leaves no key");
+    Require(Record(domain_) && ValuesOf(File()) == Recorded(), "recorded after a wipe");
+  }
+
+ private:
+  bool IsAside() const { return Exists(file_ + ".corrupt"); }
+
+  /// The file, which stands alone but for one put aside.
+  std::string File() const {
+    Tree tree = TreeOf(preferences_);
+    Require(!IsAside() || tree[kName + ".corrupt"] == bytes_, "what is put aside is whole");
+    Require(tree.size() == (IsAside() ? 2 : 1), "nothing else is there");
+    return tree[kName];
+  }
+
+  Values Expected() const {
+    Values values = Recorded();
+    if (!IsAside()) {
+      values.merge(ValuesOf(bytes_));
+    }
+    return values;
+  }
+
+  static inline const std::string kName = PLIST_SECTION_KEY + ".plist";
+
+  const std::string root_;
+  const std::string bytes_;
+  const std::string preferences_ = root_ + "/Library/Preferences";
+  const std::string file_ = preferences_ + "/" + kName;
+  PreferencesDomain domain_{PLIST_SECTION_KEY, root_};
+};
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string bytes(reinterpret_cast<const char*>(data), size);
+  static const ScopedDirectory directory;
+  Examination(directory / "", bytes).Run();
+  return 0;
+}
