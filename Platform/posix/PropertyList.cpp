@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
+#include <set>
 #include <utility>
 
 #include "PropertyListBounds.h"
@@ -63,8 +64,11 @@ Holder HolderOf(const std::string& text) {
   return holder;
 }
 
+/// Not plist_get_string_val(), which ends the process when a zero is in the text.
 std::string TextOf(plist_t node) {
-  return plist_get_string_ptr(node, nullptr);
+  std::uint64_t length = 0;
+  const char* text = plist_get_string_ptr(node, &length);
+  return {text, length};
 }
 
 // Nodes -----------------------------------------------------------------------------------------
@@ -135,14 +139,25 @@ bool HasXmlYear(plist_t date) {
   return xml.find("</date>") - xml.find("<date>") == std::strlen("<date>YYYY-MM-DDThh:mm:ssZ");
 }
 
+Holder HolderOf(plist_t node);
+
+/// A binary list can have a key twice: one value would be lost in XML, and the other would come
+/// back when the key is removed.
+Holder HolderOfItems(plist_t dictionary) {
+  Holder holder = Holder::kXml;
+  std::set<std::string> keys;
+  ForEachItem(dictionary, [&](const std::string& key, plist_t value) {
+    const bool isNew = keys.insert(key).second;
+    holder = std::max({holder, isNew ? HolderOf(key) : Holder::kNone, HolderOf(value)});
+  });
+  return holder;
+}
+
 Holder HolderOf(plist_t node) {
   Holder holder = Holder::kXml;
   switch (plist_get_node_type(node)) {
     case PLIST_DICT:
-      ForEachItem(node, [&](const std::string& key, plist_t value) {
-        holder = std::max({holder, HolderOf(key), HolderOf(value)});
-      });
-      return holder;
+      return HolderOfItems(node);
     case PLIST_ARRAY:
       ForEachElement(node, [&](plist_t element) { holder = std::max(holder, HolderOf(element)); });
       return holder;
@@ -226,9 +241,7 @@ std::optional<PropertyList> PropertyList::Parse(const std::string& bytes) {
   if (plist_get_node_type(root) != PLIST_DICT || HolderOf(root) == Holder::kNone) {
     return {};
   }
-  // A binary list can hold a key twice, and would keep the second value when the key is removed.
-  const bool hasUniqueKeys = list.Values().size() == plist_dict_get_size(root);
-  return hasUniqueKeys ? std::optional(std::move(list)) : std::nullopt;
+  return list;
 }
 
 bool PropertyList::IsText(const std::string& text) {

@@ -118,6 +118,10 @@ class BinaryWalk {
         return WalkAll(object.content, object.size);
       case kDictionary:
         return object.size <= bytes_.size() && WalkAll(object.content, 2 * object.size);
+      case kText:
+        return WalkText(object.content, object.size, 1);
+      case kWideText:
+        return WalkText(object.content, object.size, 2);
       default:
         return Spend(object.size);
     }
@@ -129,6 +133,19 @@ class BinaryWalk {
     }
     for (std::uint64_t i = 0; i < count; ++i) {
       if (!Walk(Number(references + i * referenceSize_, referenceSize_))) {
+        return false;
+      }
+    }
+    return true;
+  }
+
+  /// Any text may be a key, and libplist ends the process when asked for one with a zero in it.
+  bool WalkText(std::size_t characters, std::uint64_t count, std::uint64_t size) {
+    if (!Spend(count)) {
+      return false;
+    }
+    for (std::uint64_t i = 0; i < count; ++i) {
+      if (Number(characters + i * size, size) == 0) {
         return false;
       }
     }

@@ -3,9 +3,10 @@
 
 #include <string>
 
-/// Whether libplist can be trusted with `bytes`. It recurses as deep as a list nests, and a few
-/// bytes of a binary list, whose objects may be shared, can stand for a list of any size; neither
-/// is bounded there. A list that passes is not necessarily a valid one.
+/// Whether libplist can be trusted with `bytes`. It recurses as deep as a list nests, a few bytes
+/// of a binary list, whose objects may be shared, can stand for a list of any size, and a zero in a
+/// key ends the process; nothing of that is bounded there. A list that passes is not necessarily a
+/// valid one.
 bool IsWithinBounds(const std::string& bytes);
 
 #endif  // PLATFORM_POSIX_PROPERTYLISTBOUNDS_H_

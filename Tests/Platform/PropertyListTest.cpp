@@ -259,6 +259,41 @@ TEST(PropertyListTest, ListIsBinaryOnlyForCharactersThatXmlCannotHold) {
   }
 }
 
+TEST(PropertyListTest, ZeroInATextOrKeyMakesNoListAndDoesNotEndTheProcess) {
+  const std::string narrow(
+      "\x53"
+      "a\0b",
+      4);
+  const std::string wide("\x62\0a\0\0", 5);
+  for (const std::string& text : {narrow, wide}) {
+    for (const bool isKey : {true, false}) {
+      Binary binary;
+      binary.AddDictionary({1, 2});
+      binary.Add(isKey ? text
+                       : "\x51"
+                         "k");
+      binary.Add(isKey ? "\x51"
+                         "v"
+                       : text);
+      EXPECT_FALSE(PropertyList::Parse(binary.List())) << isKey << text;
+    }
+  }
+  const std::string zero(1, '\0');
+  EXPECT_FALSE(PropertyList::Parse(Xml("<key>k</key><string>a" + zero + "</string>")));
+  EXPECT_FALSE(PropertyList::Parse(Xml("<key>k</key><string>a&#0;</string>")));
+  EXPECT_FALSE(PropertyList::Parse(Xml("<key>a&#0;</key><true/>")));
+}
+
+TEST(PropertyListTest, KeyThatOccursTwiceInADictionaryBelowMakesNoList) {
+  Binary binary;
+  binary.AddDictionary({1, 2});
+  binary.Add(
+      "\x51"
+      "a");
+  binary.AddDictionary({1, 1, 1, 1});
+  EXPECT_FALSE(PropertyList::Parse(binary.List()));
+}
+
 TEST(PropertyListTest, KeyThatOccursTwiceMakesNoList) {
   Binary binary;
   binary.AddDictionary({1, 1, 2, 2});
