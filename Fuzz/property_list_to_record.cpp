@@ -40,8 +40,25 @@ List Parse(const std::string& bytes) {
   return List(list);
 }
 
-/// The value with its type, as bytes.
-std::string Rendered(plist_t value) {
+std::string Rendered(plist_t value);
+
+/// The rendered values of a dictionary by their keys.
+Values ItemsOf(plist_t dictionary) {
+  Values values;
+  plist_dict_iter iterator = nullptr;
+  plist_dict_new_iter(dictionary, &iterator);
+  const std::unique_ptr<void, void (*)(void*)> owner(iterator, std::free);
+  plist_t value = nullptr;
+  for (char* key = nullptr;; std::free(key)) {
+    plist_dict_next_item(dictionary, iterator, &key, &value);
+    if (key == nullptr) {
+      return values;
+    }
+    Require(values.emplace(key, Rendered(value)).second, "the key is there once");
+  }
+}
+
+std::string RenderedScalar(plist_t value) {
   char* bytes = nullptr;
   std::uint32_t size = 0;
   plist_to_bin(value, &bytes, &size);
@@ -49,22 +66,30 @@ std::string Rendered(plist_t value) {
   return std::string(bytes, size);
 }
 
-/// The keys and rendered values of the list that `bytes` are.
+/// The value with its type, as bytes. Not containers in libplist's binary form: which equal values
+/// share one object there differs from time to time.
+std::string Rendered(plist_t value) {
+  const plist_type type = plist_get_node_type(value);
+  if (type != PLIST_ARRAY && type != PLIST_DICT) {
+    return RenderedScalar(value);
+  }
+  std::string all(1, type == PLIST_ARRAY ? '[' : '{');
+  if (type == PLIST_ARRAY) {
+    for (std::uint32_t i = 0; i < plist_array_get_size(value); ++i) {
+      all += Rendered(plist_array_get_item(value, i)) + ',';
+    }
+  } else {
+    for (const auto& [key, item] : ItemsOf(value)) {
+      all += key + ':' + item + ',';
+    }
+  }
+  return all + ']';
+}
+
 Values ValuesOf(const std::string& bytes) {
   const List list = Parse(bytes);
   Require(plist_get_node_type(list.get()) == PLIST_DICT, "the file is a dictionary");
-  Values values;
-  plist_dict_iter iterator = nullptr;
-  plist_dict_new_iter(list.get(), &iterator);
-  const std::unique_ptr<void, void (*)(void*)> owner(iterator, std::free);
-  plist_t value = nullptr;
-  for (char* key = nullptr;; std::free(key)) {
-    plist_dict_next_item(list.get(), iterator, &key, &value);
-    if (key == nullptr) {
-      return values;
-    }
-    Require(values.emplace(key, Rendered(value)).second, "the key is there once");
-  }
+  return ItemsOf(list.get());
 }
 
 Values Recorded() {
