@@ -175,6 +175,14 @@ TEST(UTF8StringTest, CompareKeepsTheLow16BitsOfTheLengthDifference) {
   EXPECT_EQ(Repeated('x', 1 + 65537).compare(one), 1);
 }
 
+// A larger number could lose its sign with its high bits.
+TEST(UTF8StringTest, DifferingBytesCompareAsOneHoweverFarApart) {
+  EXPECT_EQ(Compare("b", "a"), 1);
+  EXPECT_EQ(Compare("a", "b"), -1);
+  EXPECT_EQ(Compare("\xff", "\x01"), 1);
+  EXPECT_EQ(Compare("\x01", "\xff"), -1);
+}
+
 TEST(UTF8StringTest, DifferingBytesDecideWhateverTheLengths) {
   EXPECT_GT(UTF8String("y").compare(Repeated('x', 65537)), 0);
   EXPECT_LT(Repeated('x', 65537).compare("y"), 0);

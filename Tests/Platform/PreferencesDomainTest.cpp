@@ -230,6 +230,17 @@ TEST_F(PreferencesDomainTest, TextsThatAreNotUtf8ChangeNothing) {
   EXPECT_EQ(1U, domain_.KeyList()->size());
 }
 
+TEST_F(PreferencesDomainTest, KeyWithAZeroByteIsNotTakenForWhatStandsBeforeIt) {
+  const std::string key("a\0b", 3);
+  domain_.SetText("a", "before");
+  ASSERT_TRUE(domain_.Flush());
+  domain_.Remove(key);
+  domain_.SetText(key, "other");
+  domain_.SetNumber(key, 1);
+  ASSERT_TRUE(domain_.Flush());
+  EXPECT_EQ("a='before';", Stored());
+}
+
 TEST_F(PreferencesDomainTest, KeysAreAnyText) {
   for (const char* key : {"", "a b", "<&>", "\xC3\xA9", "\x01"}) {
     domain_.SetText(key, key);

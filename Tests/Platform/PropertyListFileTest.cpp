@@ -328,15 +328,18 @@ TEST_F(PropertyListFileTest, EmptyFileAndFileWithAnotherRootAreCorrupt) {
   }
 }
 
-TEST_F(PropertyListFileTest, CorruptFileThatCannotBeMovedAsideFailsAndStays) {
-  Write("corrupt");
+TEST_F(PropertyListFileTest, HundredCorruptFilesAreKeptAndTheNextFailsAndStays) {
+  Write("hundredth");
   std::ofstream(path_ + ".corrupt") << "older";
-  for (int i = 1; i < 100; ++i) {
+  for (int i = 1; i < 99; ++i) {
     std::ofstream(path_ + ".corrupt." + std::to_string(i)) << "older";
   }
+  EXPECT_TRUE(Set("key", 1));
+  EXPECT_EQ("hundredth", BytesOf(path_ + ".corrupt.99"));
+  Write("corrupt");
   EXPECT_FALSE(Set("key", 1));
   EXPECT_EQ("corrupt", BytesOf(path_));
-  EXPECT_EQ("older", BytesOf(path_ + ".corrupt.99"));
+  EXPECT_EQ("hundredth", BytesOf(path_ + ".corrupt.99"));
 }
 
 // Things in the file's place --------------------------------------------------------------------
@@ -377,6 +380,16 @@ TEST_F(PropertyListFileTest, HugeFileFailsAndStays) {
   EXPECT_FALSE(Set("key", 1));
   EXPECT_EQ(PropertyList::kLargest + 1, fs::file_size(path_));
   EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
+}
+
+TEST_F(PropertyListFileTest, LargestFileIsWrittenAndReadAndALargerOneIsNot) {
+  ASSERT_TRUE(PropertyListFile(path_).Apply({{"text", "x"}}));
+  const std::string text(PropertyList::kLargest - fs::file_size(path_) + 1, 'x');
+  ASSERT_TRUE(PropertyListFile(path_).Apply({{"text", text}}));
+  EXPECT_EQ(PropertyList::kLargest, fs::file_size(path_));
+  EXPECT_TRUE(Has("text"));
+  EXPECT_FALSE(PropertyListFile(path_).Apply({{"text", text + "x"}}));
+  EXPECT_EQ(PropertyList::kLargest, fs::file_size(path_));
 }
 
 TEST_F(PropertyListFileTest, ListThatWouldBeTooLargeFailsAndTheFileStays) {

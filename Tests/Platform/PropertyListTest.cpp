@@ -37,11 +37,14 @@ std::string Repeated(const std::string& text, int times) {
   return all;
 }
 
-/// Composes binary lists object by object; every reference has two bytes.
+/// Composes binary lists object by object, of offsets and references of so many bytes.
 class Binary {
  public:
+  explicit Binary(int offsetSize = 4, int referenceSize = 2)
+      : offsetSize_(offsetSize), referenceSize_(referenceSize) {}
+
   void Add(const std::string& object) {
-    offsets_ += Number(bytes_.size(), 4);
+    offsets_ += Number(bytes_.size(), offsetSize_);
     bytes_ += object;
     ++count_;
   }
@@ -53,8 +56,10 @@ class Binary {
     AddContainer(0xD0, items.size() / 2, items);
   }
   std::string List(std::uint64_t root = 0) const {
-    return bytes_ + offsets_ + std::string(6, '\0') + Number(4, 1) + Number(2, 1) +
-           Number(count_, 8) + Number(root, 8) + Number(bytes_.size(), 8);
+    return bytes_ + offsets_ + std::string(6, '\0') +
+           Number(static_cast<std::uint64_t>(offsetSize_), 1) +
+           Number(static_cast<std::uint64_t>(referenceSize_), 1) + Number(count_, 8) +
+           Number(root, 8) + Number(bytes_.size(), 8);
   }
 
   static std::string Number(std::uint64_t number, int size) {
@@ -69,11 +74,13 @@ class Binary {
   void AddContainer(unsigned type, std::size_t size, const std::vector<unsigned>& references) {
     std::string object = Number(type | size, 1);
     for (const unsigned reference : references) {
-      object += Number(reference, 2);
+      object += Number(reference, referenceSize_);
     }
     Add(object);
   }
 
+  int offsetSize_;
+  int referenceSize_;
   std::string bytes_ = "bplist00";
   std::string offsets_;
   std::uint64_t count_ = 0;
@@ -370,6 +377,54 @@ TEST(PropertyListTest, BinaryListThatContainsItselfIsNoList) {
   EXPECT_FALSE(PropertyList::Parse(binary.List()));
 }
 
+TEST(PropertyListTest, ListHasUpTo5000Containers) {
+  EXPECT_TRUE(PropertyList::Parse(NestedXml(4999)));
+  EXPECT_FALSE(PropertyList::Parse(NestedXml(5000)));
+  EXPECT_TRUE(PropertyList::Parse(NestedBinary(4998, 1)));
+  EXPECT_FALSE(PropertyList::Parse(NestedBinary(4999, 1)));
+}
+
+TEST(PropertyListTest, BinaryListMayHaveOffsetsAndReferencesOfUpTo8Bytes) {
+  for (int size = 0; size <= 9; ++size) {
+    for (const bool isOffset : {true, false}) {
+      Binary binary(isOffset ? size : 4, isOffset ? 2 : size);
+      binary.AddDictionary({1, 2});
+      binary.Add(
+          "\x51"
+          "a");
+      binary.AddArray({1, 1});
+      EXPECT_EQ(size >= 1 && size <= 8, PropertyList::Parse(binary.List()).has_value())
+          << size << isOffset;
+    }
+  }
+}
+
+TEST(PropertyListTest, RootOfABinaryListMayBeAnyObject) {
+  Binary binary;
+  binary.Add(
+      "\x51"
+      "a");
+  binary.AddDictionary({0, 0});
+  EXPECT_TRUE(PropertyList::Parse(binary.List(1)));
+  EXPECT_FALSE(PropertyList::Parse(binary.List(2)));
+}
+
+TEST(PropertyListTest, BinaryListHasAsManyValuesAsFitItsBoundOfMemory) {
+  for (const bool fits : {true, false}) {
+    Binary binary;
+    binary.AddDictionary({1, 2});
+    binary.Add(
+        "\x51"
+        "a");
+    // Each object counts 32 bytes, and the key one more.
+    const unsigned count = (PropertyList::kLargest - 1) / 32 - 3 + (fits ? 0 : 1);
+    binary.Add("\xAF\x12" + Binary::Number(count, 4) +
+               Repeated(Binary::Number(3, 2), static_cast<int>(count)));
+    binary.Add("\x10\x01");  // an integer of one byte
+    EXPECT_EQ(fits, PropertyList::Parse(binary.List()).has_value());
+  }
+}
+
 TEST(PropertyListTest, BinaryListWhoseTableLeadsBehindItsEndIsNoList) {
   Binary binary;
   binary.AddDictionary({});
@@ -381,20 +436,21 @@ TEST(PropertyListTest, BinaryListWhoseTableLeadsBehindItsEndIsNoList) {
   }
 }
 
-TEST(PropertyListTest, LargeSharedTextIsNoList) {
-  for (const unsigned times : {2U, 60000U}) {
-    Binary binary;
-    binary.AddDictionary({1, 2});
-    binary.Add(
-        "\x51"
-        "a");
-    std::string array = "\xAF\x11" + Binary::Number(times, 2);
-    for (unsigned i = 0; i < times; ++i) {
-      array += Binary::Number(3, 2);
+TEST(PropertyListTest, LargeSharedTextOrDataIsNoList) {
+  const std::string kinds[] = {"\x4F", "\x5F", "\x6F"};  // data, text, wide text
+  for (const std::string& kind : kinds) {
+    for (const unsigned times : {2U, 60000U}) {
+      Binary binary;
+      binary.AddDictionary({1, 2});
+      binary.Add(
+          "\x51"
+          "a");
+      binary.Add("\xAF\x11" + Binary::Number(times, 2) +
+                 Repeated(Binary::Number(3, 2), static_cast<int>(times)));
+      const std::size_t width = kind == "\x6F" ? 2 : 1;
+      binary.Add(kind + "\x12" + Binary::Number(1000000, 4) + std::string(1000000 * width, 'x'));
+      EXPECT_EQ(times == 2, PropertyList::Parse(binary.List()).has_value()) << kind;
     }
-    binary.Add(array);
-    binary.Add("\x5F\x12" + Binary::Number(1000000, 4) + std::string(1000000, 'x'));
-    EXPECT_EQ(times == 2, PropertyList::Parse(binary.List()).has_value());
   }
 }
 
