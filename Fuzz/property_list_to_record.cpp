@@ -58,10 +58,12 @@ Values ItemsOf(plist_t dictionary) {
   }
 }
 
+/// An integer as XML, whose binary form may be longer than it need be.
 std::string RenderedScalar(plist_t value) {
   char* bytes = nullptr;
   std::uint32_t size = 0;
-  plist_to_bin(value, &bytes, &size);
+  const bool isInteger = plist_get_node_type(value) == PLIST_UINT;
+  (isInteger ? plist_to_xml : plist_to_bin)(value, &bytes, &size);
   const std::unique_ptr<char, void (*)(void*)> owner(bytes, std::free);
   return std::string(bytes, size);
 }

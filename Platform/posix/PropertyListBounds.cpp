@@ -118,6 +118,8 @@ class BinaryWalk {
         return WalkAll(object.content, object.size);
       case kDictionary:
         return object.size <= bytes_.size() && WalkAll(object.content, 2 * object.size);
+      case kInteger:
+        return IsUpperHalfZero(object);
       case kText:
         return WalkText(object.content, object.size, 1);
       case kWideText:
@@ -137,6 +139,11 @@ class BinaryWalk {
       }
     }
     return true;
+  }
+
+  /// Of an integer of 128 bits, libplist reads the lower half.
+  bool IsUpperHalfZero(const Object& integer) const {
+    return integer.size != 4 || Number(integer.content, 8) == 0;
   }
 
   /// Any text may be a key, and libplist ends the process when asked for one with a zero in it.

@@ -301,6 +301,18 @@ TEST(PropertyListTest, KeyThatOccursTwiceInADictionaryBelowMakesNoList) {
   EXPECT_FALSE(PropertyList::Parse(binary.List()));
 }
 
+TEST(PropertyListTest, IntegerBeyond64BitsMakesNoListAndIsNotCut) {
+  for (const std::uint64_t upper : {0ULL, 1ULL, ~0ULL}) {
+    Binary binary;
+    binary.AddDictionary({1, 2});
+    binary.Add(
+        "\x51"
+        "a");
+    binary.Add("\x14" + Binary::Number(upper, 8) + Binary::Number(7, 8));
+    EXPECT_EQ(upper == 0, PropertyList::Parse(binary.List()).has_value()) << upper;
+  }
+}
+
 TEST(PropertyListTest, KeyThatOccursTwiceMakesNoList) {
   Binary binary;
   binary.AddDictionary({1, 1, 2, 2});
