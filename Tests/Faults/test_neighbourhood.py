@@ -321,11 +321,14 @@ class OnceFound(Neighbourhood):
     @unittest.skipIf(SANITIZED, "the sanitizers bring their own allocation functions")
     def test_exhausted_memory_does_not_take_the_package_for_a_missing_one(self):
         self.begin()
-        for number in range(400, 600, 2):
+        root = self.stage.install_root
+        for number in range(300, 600, 2):
             self.stage.reset()
             self.run_installer(lambda: self.stage.run_failing_allocation(number),
                                status=-signal.SIGABRT)
-            self.assertTrue((self.stage.install_root / "Resource0/old").exists())
+            self.assertTrue((root / "Resource0/old").exists()
+                            or any(tree(root / name) == as_tree(SMALL)
+                                   for name in os.listdir(root)), number)
 
 
 def stage(stages=[]):
