@@ -187,6 +187,27 @@ TEST(QDOObjectContainersTest, LastHolderDestroysTheWholeTree) {
   EXPECT_EQ(AllocationProbe::live(), before);
 }
 
+TEST(QDOObjectContainersTest, NestingDeeperThanTheStackIsDestroyed) {
+  constexpr int kLevels = 300000;
+  const long before = AllocationProbe::live();
+  const auto leaf = std::make_shared<int>(1);
+  QDOObject nested = MakeHandle(leaf);
+  for (int level = 0; level < kLevels; ++level) {
+    QDOObject outer = Make(level % 2 == 0 ? QDOObject::Vector : QDOObject::Map);
+    if (level % 2 == 0) {
+      outer.getVector().push_back(std::move(nested));
+    } else {
+      outer["a"].set(1LL);
+      outer["b"] = std::move(nested);
+      outer["c"] = outer["b"];  // held twice, freed once
+    }
+    nested = std::move(outer);
+  }
+  nested.destroy();
+  EXPECT_EQ(leaf.use_count(), 1);
+  EXPECT_EQ(AllocationProbe::live(), before + 1);
+}
+
 TEST(QDOObjectContainersTest, ReferenceStaysValidWhileAnyHolderLives) {
   QDOObject keeper;
   std::vector<QDOObject>* vector = nullptr;

@@ -14,14 +14,16 @@
 
 QDOObject::Type QDOObject::*TypeField();
 std::uint64_t QDOObject::*PayloadField();
+void* NewHolder(std::shared_ptr<void> element);
 
-/// Defines the two: an explicit instantiation is the one place that may name private members.
-template <QDOObject::Type QDOObject::*kType, std::uint64_t QDOObject::*kPayload>
+/// Defines the three: an explicit instantiation is the one place that may name private members.
+template <QDOObject::Type QDOObject::*kType, std::uint64_t QDOObject::*kPayload, typename Holder>
 struct QDOObjectFields {
   friend QDOObject::Type QDOObject::*TypeField() { return kType; }
   friend std::uint64_t QDOObject::*PayloadField() { return kPayload; }
+  friend void* NewHolder(std::shared_ptr<void> element) { return new Holder{std::move(element)}; }
 };
-template struct QDOObjectFields<&QDOObject::type_, &QDOObject::payload_>;
+template struct QDOObjectFields<&QDOObject::type_, &QDOObject::payload_, QDOObject::Holder>;
 
 /// A value of the given fields. Some kinds have no setter that gives them a value.
 inline QDOObject MakeRaw(QDOObject::Type type, std::uint64_t payload) {
@@ -33,8 +35,7 @@ inline QDOObject MakeRaw(QDOObject::Type type, std::uint64_t payload) {
 
 /// A value of a shared kind whose holder shares `element`.
 inline QDOObject MakeShared(QDOObject::Type type, std::shared_ptr<void> element) {
-  auto* holder = new std::shared_ptr<void>(std::move(element));
-  return MakeRaw(type, reinterpret_cast<std::uintptr_t>(holder));
+  return MakeRaw(type, reinterpret_cast<std::uintptr_t>(NewHolder(std::move(element))));
 }
 
 inline QDOObject MakeHandle(std::shared_ptr<void> element) {

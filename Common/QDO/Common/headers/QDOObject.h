@@ -17,7 +17,8 @@
 ///
 /// Copying never duplicates a string or a container: a copy gets a holder of its own that shares
 /// the same element through an atomic count, so a change made through one copy is seen through the
-/// other. A container placed inside itself is never freed; nothing detects it.
+/// other. A container placed inside itself is never freed; nothing detects it. Values may nest to
+/// any depth: destroying them takes a bounded part of the stack.
 ///
 /// A value is used by one thread at a time; values that share an element may be copied and
 /// destroyed on different threads.
@@ -117,11 +118,15 @@ class QDOObject {
 
  private:
   /// Shares one string, vector, map, set or handle object among all values that hold it.
-  using Holder = std::shared_ptr<void>;
+  struct Holder {
+    std::shared_ptr<void> element;
+    Holder* next = nullptr;  ///< While it waits to be freed.
+  };
 
   Holder* holder() const noexcept;
   void setHolder(Holder* holder) noexcept;
   void clear(Type type) noexcept;
+  static void free(Holder* holder) noexcept;
   /// destroy(), except that what was held lives on in the result: a setter's argument may be
   /// inside.
   [[nodiscard]] QDOObject detach() noexcept;

@@ -13,6 +13,10 @@ namespace {
 constexpr int kNullDereference = 2;
 constexpr int kUnexpectedType = 3;
 
+/// Values nested deeper are destroyed after the one they are in: a value that was built within the
+/// stack must not overflow it when it goes, at the latest when the process ends.
+constexpr unsigned int kFreedOnTheStack = 100;
+
 bool IsShared(QDOObject::Type type) {
   return type == QDOObject::String || type == QDOObject::Vector || type == QDOObject::Map ||
          type == QDOObject::Handle || type == QDOObject::Set;
@@ -122,7 +126,7 @@ void QDOObject::share(const QDOObject& other) {
   if (!IsShared(other.type_)) {
     payload_ = other.payload_;
   } else if (other.holder() != nullptr) {
-    setHolder(new Holder(*other.holder()));
+    setHolder(new Holder{other.holder()->element});
   } else {
     setHolder(nullptr);
     type_ = other.type_ == String ? String : Undefined;  // the difference is on purpose
@@ -163,7 +167,7 @@ void QDOObject::create(Type type, const Arguments&... arguments) {
   const QDOObject held = detach();
   try {
     auto holder = std::make_unique<Holder>();
-    *holder = std::make_shared<Element>(arguments...);
+    holder->element = std::make_shared<Element>(arguments...);
     setHolder(holder.release());
     type_ = type;
   } catch (const std::bad_alloc&) {
@@ -188,10 +192,26 @@ void QDOObject::clearSet() {
 }
 
 void QDOObject::clear(Type type) noexcept {
-  if (type_ == type) {
-    const std::unique_ptr<Holder> released(holder());
+  if (type_ == type && holder() != nullptr) {
+    Holder* const released = holder();
     setHolder(nullptr);
+    free(released);
   }
+}
+
+void QDOObject::free(Holder* holder) noexcept {
+  thread_local unsigned int depth = 0;
+  thread_local Holder* waiting = nullptr;
+  if (depth == kFreedOnTheStack) {
+    holder->next = std::exchange(waiting, holder);
+    return;
+  }
+  ++depth;
+  delete holder;
+  while (depth == 1 && waiting != nullptr) {
+    delete std::exchange(waiting, waiting->next);
+  }
+  --depth;
 }
 
 void QDOObject::destroy() {
@@ -293,10 +313,10 @@ QDOObject& QDOObject::operator[](const std::string& key) {
 template <typename Element>
 Element& QDOObject::element(Type type) const {
   Require(type_ == type);
-  if (holder() == nullptr || holder()->get() == nullptr) {
+  if (holder() == nullptr || holder()->element == nullptr) {
     throw QDOObjectException(kNullDereference, this);
   }
-  return *static_cast<Element*>(holder()->get());
+  return *static_cast<Element*>(holder()->element.get());
 }
 
 QDOObject::Holder* QDOObject::holder() const noexcept {
