@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "UTF8String.h"
@@ -43,6 +44,11 @@ struct QDOJSONValue {
 
   void becomeInteger(long long value);
   void becomeDouble(double value);
+
+  /// Hands over the payload of a string node, which is left with none.
+  std::unique_ptr<UTF8String> releaseString() {
+    return std::unique_ptr<UTF8String>(std::exchange(stringValue, nullptr));
+  }
 
   Type type = Unset;
   /// The member of the type; strings, objects and arrays are owned.

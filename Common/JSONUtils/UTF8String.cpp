@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -35,6 +36,17 @@ UTF8String& UTF8String::append(const char* bytes, unsigned long count) {
 UTF8String& UTF8String::append(char byte) {
   bytes_.push_back(byte);
   return *this;
+}
+
+std::string UTF8String::release() {
+  bytes_.resize(std::strlen(str()));
+  return std::move(bytes_);
+}
+
+std::shared_ptr<std::string> UTF8String::release(std::unique_ptr<UTF8String> text) {
+  text->bytes_.resize(std::strlen(text->str()));
+  const std::shared_ptr<UTF8String> owner(std::move(text));
+  return {owner, &owner->bytes_};
 }
 
 char UTF8String::operator[](unsigned long index) const {

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -38,6 +39,7 @@ std::vector<Operation> Operations() {
   static const UTF8String bytes(kLong);
   static const std::vector<QDOObject> kinds = CopiableKinds();
   static const std::string json = kJson;
+  static const auto shared = std::make_shared<std::string>();
   return {
       {"UTF8String(char const*)", 1, [] { UTF8String text(kLong); }},
       {"UTF8String(UTF8String const&)", 1, [] { UTF8String text(bytes); }},
@@ -55,6 +57,8 @@ std::vector<Operation> Operations() {
        }},
       {"scanner", 20, [] { Scan(json); }},
       {"set(char const*)", 3, [] { QDOObject().set(kLong); }},
+      {"set(std::shared_ptr<std::string>)", 1, [] { QDOObject().set(shared); }},
+      {"UTF8String::release", 2, [] { UTF8String::release(std::make_unique<UTF8String>("x")); }},
       {"setString", 3, [] { QDOObject().setString(kLong); }},
       {"createVector", 2, [] { QDOObject().createVector(); }},
       {"createMap", 2, [] { QDOObject().createMap(); }},

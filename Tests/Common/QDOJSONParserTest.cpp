@@ -316,6 +316,22 @@ TEST(QDOJSONParserTest, TreeWithAnotherOwnerIsLeftAsItIsWhenTheValueIsTaken) {
   EXPECT_EQ(Text(*root), before);
 }
 
+TEST(QDOJSONParserTest, ChildWithAnotherOwnerIsLeftAsItIsWhenTheValueIsTaken) {
+  auto root = std::make_shared<QDOJSONValue>();
+  const auto child = std::make_shared<QDOJSONValue>();
+  child->becomeString()->append("w");
+  root->becomeArray()->push_back(child);
+  EXPECT_EQ(Text(getJSONValueinQDOObject(std::move(root), false)), R"(["w"])");
+  EXPECT_EQ(Text(*child), R"("w")");
+}
+
+TEST(QDOJSONParserTest, ZeroByteEndsATextWhetherItIsCopiedOrTaken) {
+  auto node = std::make_shared<QDOJSONValue>();
+  node->becomeString()->append("ab\0c", 4);
+  EXPECT_EQ(Text(getJSONValueinQDOObject(node, false)), R"("ab")");
+  EXPECT_EQ(Text(getJSONValueinQDOObject(std::move(node), false)), R"("ab")");
+}
+
 TEST(QDOJSONParserTest, ConversionTakesTheCaretOutOfTheTree) {
   QDOJSONParserImpl parser;
   Parse(parser, R"("12^")");

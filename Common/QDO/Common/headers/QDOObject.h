@@ -62,6 +62,8 @@ class QDOObject {
   /// String, copied from a zero-terminated text. Null throws QDOException code 2 and changes
   /// nothing.
   QDOObject& set(const char* text);
+  /// String, sharing `text`, which nobody may then change. Null throws and changes nothing, too.
+  QDOObject& set(std::shared_ptr<std::string> text);
   /// The initial value of a kind: false, 0, an empty string or container, an empty Handle. A type
   /// above Null gives Undefined.
   QDOObject& set(Type type);
@@ -132,8 +134,9 @@ class QDOObject {
   [[nodiscard]] QDOObject detach() noexcept;
   /// set() on a value that holds nothing.
   void share(const QDOObject& other);
-  template <typename Element, typename... Arguments>
-  void create(Type type, const Arguments&... arguments);
+  /// Makes this a `type` that holds what `makeElement` returns: a shared pointer to its element.
+  template <typename Make>
+  void hold(Type type, Make makeElement);
   template <typename Element>
   Element& element(Type type) const;
 

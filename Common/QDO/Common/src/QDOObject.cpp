@@ -89,6 +89,14 @@ QDOObject& QDOObject::set(const char* text) {
   return *this;
 }
 
+QDOObject& QDOObject::set(std::shared_ptr<std::string> text) {
+  if (text == nullptr) {
+    throw QDOException(kNullDereference);
+  }
+  hold(String, [&text] { return std::move(text); });
+  return *this;
+}
+
 QDOObject& QDOObject::set(Type type) {
   switch (type) {
     case String:
@@ -136,7 +144,7 @@ void QDOObject::share(const QDOObject& other) {
 }
 
 void QDOObject::setString(const char* text) {
-  create<std::string>(String, text);
+  hold(String, [text] { return std::make_shared<std::string>(text); });
 }
 
 QDOObject& QDOObject::setProxyId(const QDOObject& source) {
@@ -151,24 +159,22 @@ QDOObject& QDOObject::setProxyId(const QDOObject& source) {
 }
 
 void QDOObject::createVector() {
-  create<std::vector<QDOObject>>(Vector);
+  hold(Vector, [] { return std::make_shared<std::vector<QDOObject>>(); });
 }
 
 void QDOObject::createMap() {
-  create<std::map<std::string, QDOObject>>(Map);
+  hold(Map, [] { return std::make_shared<std::map<std::string, QDOObject>>(); });
 }
 
 void QDOObject::createSet() {
-  create<std::set<QDOObject>>(Set);
+  hold(Set, [] { return std::make_shared<std::set<QDOObject>>(); });
 }
 
-template <typename Element, typename... Arguments>
-void QDOObject::create(Type type, const Arguments&... arguments) {
+template <typename Make>
+void QDOObject::hold(Type type, Make makeElement) {
   const QDOObject held = detach();
   try {
-    auto holder = std::make_unique<Holder>();
-    holder->element = std::make_shared<Element>(arguments...);
-    setHolder(holder.release());
+    setHolder(new Holder{makeElement()});  // GCOVR_EXCL_BR_LINE: an exception's only
     type_ = type;
   } catch (const std::bad_alloc&) {
     throw QDOException(QDOException::NotEnoughMemory());

@@ -4,9 +4,13 @@
 
 namespace {
 
-/// The string rule. `text` loses a trailing "^" that marks it.
-QDOObject ConvertString(UTF8String& text, bool proxyConvention) {
+// A node that nobody else needs is taken apart: its texts become the values' own, and what else it
+// held is freed at once, so that its memory serves the values that follow.
+
+/// The string rule. The text loses a trailing "^" that marks it.
+QDOObject ConvertString(QDOJSONValue& node, bool isLastUse, bool proxyConvention) {
   QDOObject result;
+  UTF8String& text = *node.stringValue;
   // Counted as an unsigned 32-bit number, like every length of the scanner.
   const auto length = static_cast<std::uint32_t>(text.length());
   if (proxyConvention && length >= 2 && text[length - 1] == '^') {
@@ -20,37 +24,41 @@ QDOObject ConvertString(UTF8String& text, bool proxyConvention) {
       return result;
     }
   }
-  result.set(text.str());
-  return result;
-}
-
-/// A child of a node that nobody else needs is taken out of it: once converted it is freed, and its
-/// memory serves the values that follow.
-std::shared_ptr<QDOJSONValue> Child(std::shared_ptr<QDOJSONValue>& child, bool isLastUse) {
-  return isLastUse ? std::move(child) : child;
-}
-
-QDOObject ConvertObject(QDOJSONObject& object, bool isLastUse, bool proxyConvention) {
-  QDOObject result;
-  result.set(QDOObject::Map);
-  auto& members = result.getMap();
-  for (auto& [key, value] : object) {
-    // Mostly at the end: the two maps order their keys alike, but for the empty one.
-    members.insert_or_assign(members.end(), key.str(),
-                             getJSONValueinQDOObject(Child(value, isLastUse), proxyConvention));
+  if (isLastUse) {
+    result.set(UTF8String::release(node.releaseString()));
+  } else {
+    result.set(text.str());
   }
   return result;
 }
 
-QDOObject ConvertArray(QDOJSONArray& array, bool isLastUse, bool proxyConvention) {
+QDOObject ConvertObject(QDOJSONObject object, bool proxyConvention) {
+  QDOObject result;
+  result.set(QDOObject::Map);
+  auto& members = result.getMap();
+  while (!object.empty()) {
+    auto member = object.extract(object.begin());
+    // Mostly at the end: the two maps order their keys alike, but for the empty one.
+    const auto entry = members.emplace_hint(members.end(), member.key().release(), QDOObject());
+    entry->second = getJSONValueinQDOObject(std::move(member.mapped()), proxyConvention);
+  }
+  return result;
+}
+
+QDOObject ConvertArray(QDOJSONArray array, bool proxyConvention) {
   QDOObject result;
   result.set(QDOObject::Vector);
   auto& elements = result.getVector();
   elements.reserve(array.size());
   for (auto& element : array) {
-    elements.push_back(getJSONValueinQDOObject(Child(element, isLastUse), proxyConvention));
+    elements.push_back(getJSONValueinQDOObject(std::move(element), proxyConvention));
   }
   return result;
+}
+
+template <typename Container>
+Container TakeOrCopy(Container& container, bool isLastUse) {
+  return isLastUse ? std::move(container) : Container(container);
 }
 
 }  // namespace
@@ -60,7 +68,7 @@ QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxy
   QDOObject result;
   switch (node->type) {
     case QDOJSONValue::String:
-      return ConvertString(*node->stringValue, proxyConvention);
+      return ConvertString(*node, isLastUse, proxyConvention);
     case QDOJSONValue::Double:
       result.set(node->doubleValue);
       break;
@@ -68,9 +76,9 @@ QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxy
       result.set(node->integerValue);
       break;
     case QDOJSONValue::Object:
-      return ConvertObject(*node->objectValue, isLastUse, proxyConvention);
+      return ConvertObject(TakeOrCopy(*node->objectValue, isLastUse), proxyConvention);
     case QDOJSONValue::Array:
-      return ConvertArray(*node->arrayValue, isLastUse, proxyConvention);
+      return ConvertArray(TakeOrCopy(*node->arrayValue, isLastUse), proxyConvention);
     case QDOJSONValue::Boolean:
       return QDOObject::makeBool(node->booleanValue != 0);
     case QDOJSONValue::Null:
