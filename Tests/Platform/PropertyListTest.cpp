@@ -65,7 +65,7 @@ class Binary {
   static std::string Number(std::uint64_t number, int size) {
     std::string bytes;
     for (int shift = 8 * (size - 1); shift >= 0; shift -= 8) {
-      bytes += static_cast<char>(number >> shift);
+      bytes += static_cast<char>(shift < 64 ? number >> shift : 0);
     }
     return bytes;
   }
