@@ -213,9 +213,9 @@ void QDOObject::free(Holder* holder) noexcept {
     return;
   }
   ++depth;
-  delete holder;
+  delete holder;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
   while (depth == 1 && waiting != nullptr) {
-    delete std::exchange(waiting, waiting->next);
+    delete std::exchange(waiting, waiting->next);  // GCOVR_EXCL_BR_LINE
   }
   --depth;
 }
