@@ -1,0 +1,96 @@
+"""The changes that script/mutate tries on C++ that is formatted as .clang-format says: binary
+operators stand between blanks, and nothing else does."""
+
+import collections
+import hashlib
+import random
+import re
+
+TOKEN = re.compile(r"""
+    (?P<skip>//[^\n]*|^[ ]*\#[^\n]*) | (?P<text>"(?:\\.|[^"\\])*") | (?P<char>'(?:\\.|[^'\\])+')
+  | (?P<number>\b(?:0x[\dA-Fa-f]+|\d[\d.]*)[uUlL]*\b) | (?P<word>\w+) | (?P<space>\s+)
+  | (?P<symbol><<=|>>=|<<|>>|[-+*/%&|^=!<>]=|&&|\|\||\+\+|--|->|::|.)""", re.M | re.X)
+SWAPPED = {"==": ["!="], "!=": ["=="], "<": ["<=", ">="], "<=": ["<", ">"], ">": [">=", "<="],
+           ">=": [">", "<"], "&&": ["||"], "||": ["&&"], "+": ["-"], "-": ["+"], "*": ["/"],
+           "/": ["*"], "%": ["*"], "&": ["|"], "|": ["&"], "<<": [">>"], ">>": ["<<"],
+           "+=": ["-="], "-=": ["+="], "*=": ["+="], "/=": ["*="], "|=": ["&="]}
+STATEMENT = re.compile(r"(?<=[;{}:)])\s+([^\W\d][^{};]*(?:\{[^{};]*\}[^{};]*)?);")
+LEFT_ALONE = re.compile(r"(return|using|static_assert|while|for)\b|.*= (default|delete)$|"
+                        r"(?!delete|throw|else)[\w:]+(<.*>)?[*&]*\s+[*&]?\w", re.S)  # declarations
+
+
+def token_changes(source):
+    for token in TOKEN.finditer(source):
+        kind, text, (begin, end) = token.lastgroup, token.group(), token.span()
+        if kind == "text":
+            yield "constant", begin, end, '"x"' if text == '""' else '""'
+        elif kind == "char":
+            yield "constant", begin, end, "'~'"
+        elif kind == "number":
+            yield "constant", begin, end, f"({text} + 1)"
+            yield "constant", begin, end, f"({text} - 1)"
+        elif text in ("true", "false"):
+            yield "constant", begin, end, "false" if text == "true" else "true"
+        elif text in ("++", "--"):
+            yield "operator", begin, end, "--" if text == "++" else "++"
+        elif text in SWAPPED and source[begin - 1].isspace() and source[end].isspace():
+            yield from (("operator", begin, end, other) for other in SWAPPED[text])
+        elif text in ("!", "-", "~") and not source[end].isspace():
+            yield "operator", begin, end, ""
+        elif text == "?":
+            yield "condition", begin, begin, "&& false "
+            yield "condition", begin, begin, "|| true "
+
+
+def condition_changes(source, code):
+    for match in re.finditer(r"\b(if|while|for) (?=\()", code):
+        end, depth = match.end(), 0
+        semicolons = [end]  # and the parenthesis, after which the parts of the head begin
+        while end == match.end() or depth > 0:
+            depth += {"(": 1, ")": -1}.get(code[end], 0)
+            semicolons += [end] if code[end] == ";" else []
+            end += 1
+        if match.group(1) != "for":
+            begin, end = semicolons[-1] + 1, end - 1
+        elif len(semicolons) == 3:
+            begin, end = semicolons[1] + 1, semicolons[2]
+        else:
+            continue  # over a range
+        for text in ("!(" + source[begin:end].strip() + ")", "false", "true"):
+            if text != "true" or match.group(1) == "if":  # or it would never end
+                yield "condition", begin, end, " " + text
+
+
+def changes(source):
+    """All changes of a source: kind, begin, end, and the text to be put there. In the code, that
+    source without comments and texts, nothing else can look like code."""
+    blank = {"skip": " ", "text": "_", "char": "_"}
+    code = TOKEN.sub(lambda token: re.sub(r"[^\n]", blank[token.lastgroup], token.group())
+                     if token.lastgroup in blank else token.group(), source)
+    yield from token_changes(source)
+    yield from condition_changes(source, code)
+    yield from (("statement", *match.span(1), "") for match in STATEMENT.finditer(code)
+                if not LEFT_ALONE.match(match.group(1)))
+
+
+def described(file, source, kind, begin, end, text):
+    line = source.count("\n", 0, begin)
+    return {"id": hashlib.sha256(repr((source, begin, end, text)).encode()).hexdigest()[:16],
+            "file": file, "line": line + 1, "kind": kind, "place": [begin, end],
+            "was": source[begin:end], "is": text, "where": source.splitlines()[line].strip()}
+
+
+def drawn(base, files):
+    """All changes, one of each file and kind after the other."""
+    groups = collections.defaultdict(list)
+    for file in files:
+        source = (base / file).read_text()
+        for change in changes(source):
+            groups[file, change[0]].append(described(file, source, *change))
+    for group in groups.values():
+        random.Random(1).shuffle(group)
+    while groups:
+        for name in list(groups):
+            yield groups[name].pop()
+            if not groups[name]:
+                del groups[name]
