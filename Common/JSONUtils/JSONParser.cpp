@@ -28,13 +28,15 @@ int HexDigit(unsigned char byte) {
 }
 
 /// Which bytes stand for themselves in a string and do not end it.
-constexpr auto kPlain = [] {
+constexpr std::array<bool, 256> PlainBytes() {
   std::array<bool, 256> plain = {};
   for (unsigned int byte = ' '; byte < plain.size(); ++byte) {
     plain[byte] = byte != '"' && byte != '\\';
   }
   return plain;
-}();
+}
+
+constexpr auto kPlain = PlainBytes();
 
 /// What a one-byte escape stands for, or 0 when it is not one.
 char EscapedByte(unsigned char byte) {

@@ -128,7 +128,7 @@ class QDOObject {
   Holder* holder() const noexcept;
   void setHolder(Holder* holder) noexcept;
   void clear(Type type) noexcept;
-  static void free(Holder* holder) noexcept;
+  static void free(Holder* released) noexcept;
   /// destroy(), except that what was held lives on in the result: a setter's argument may be
   /// inside.
   [[nodiscard]] QDOObject detach() noexcept;

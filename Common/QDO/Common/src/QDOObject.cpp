@@ -205,15 +205,15 @@ void QDOObject::clear(Type type) noexcept {
   }
 }
 
-void QDOObject::free(Holder* holder) noexcept {
+void QDOObject::free(Holder* released) noexcept {
   thread_local unsigned int depth = 0;
   thread_local Holder* waiting = nullptr;
   if (depth == kFreedOnTheStack) {
-    holder->next = std::exchange(waiting, holder);
+    released->next = std::exchange(waiting, released);
     return;
   }
   ++depth;
-  delete holder;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
+  delete released;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
   while (depth == 1 && waiting != nullptr) {
     delete std::exchange(waiting, waiting->next);  // GCOVR_EXCL_BR_LINE
   }

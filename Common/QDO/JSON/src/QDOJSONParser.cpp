@@ -63,6 +63,8 @@ Container TakeOrCopy(Container& container, bool isLastUse) {
 
 }  // namespace
 
+// By value: the node is taken apart when its last owner is handed over.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxyConvention) {
   const bool isLastUse = node.use_count() == 1;
   QDOObject result;
