@@ -28,7 +28,7 @@ std::string MetadataHelper::LastWord(const std::string& path) {
   if (std::ferror(stream.get()) != 0) {
     return {};  // opened but unreadable, as a directory is
   }
-  return std::string(word.c_str());
+  return word.substr(0, word.find('\0'));
 }
 
 MetadataHelper& MetadataHelper::getInstance() {

@@ -16,7 +16,7 @@ struct Free {
 /// The path the process was executed by, resolved; empty when it leads nowhere, as none at all
 /// does. It comes from the kernel's auxiliary vector, so it is there without /proc.
 std::string ExecutablePath() {
-  const auto executed = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+  const auto* const executed = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
   const std::unique_ptr<char, Free> resolved(realpath(executed, nullptr));
   if (!resolved) {
     return {};

@@ -202,7 +202,7 @@ bool Replace(int directory, const std::string& name, const std::string& bytes) {
 
 }  // namespace
 
-PropertyListFile::PropertyListFile(std::string path, std::chrono::milliseconds lockWait)
+PropertyListFile::PropertyListFile(const std::string& path, std::chrono::milliseconds lockWait)
     : directory_(path.substr(0, path.rfind('/'))),
       name_(path.substr(path.rfind('/') + 1)),
       lockWait_(lockWait) {}

@@ -117,7 +117,7 @@ TEST(JSONParserTest, NodeIsCreatedUnsetWithAZeroPayload) {
   const QDOJSONValue node{};
   EXPECT_EQ(node.type, QDOJSONValue::Unset);
   EXPECT_EQ(node.integerValue, 0);
-  EXPECT_EQ(node.type, 7u);
+  EXPECT_EQ(node.type, 7U);
 }
 
 TEST(JSONParserTest, TreeOutlivesTheScannerAndTheText) {
@@ -315,8 +315,8 @@ TEST(JSONParserTest, FailedUnicodeEscapeLeavesThePositionPastTheU) {
   Stepper stepper("u00g0");
   UTF8String text;
   EXPECT_FALSE(stepper.appendBackSlashTrailingChar(&text));
-  EXPECT_EQ(stepper.remaining(), 4u);
-  EXPECT_EQ(text.length(), 0u);
+  EXPECT_EQ(stepper.remaining(), 4U);
+  EXPECT_EQ(text.length(), 0U);
 }
 
 TEST(JSONParserTest, CodePointsAreEncodedInOneToThreeBytes) {
@@ -492,7 +492,7 @@ TEST(JSONParserTest, DivisorOfTenAndMoreFractionDigitsWrapsAt32Bits) {
 }
 
 TEST(JSONParserTest, DivisorIsZeroFrom32FractionDigitsOn) {
-  for (const std::size_t zeros : {31u, 32u, 63u, 99u}) {
+  for (const std::size_t zeros : {31U, 32U, 63U, 99U}) {
     EXPECT_EQ(Scan("0." + std::string(zeros, '0') + "1"), "ok infd") << zeros;
     EXPECT_EQ(Scan("-3." + std::string(zeros, '0') + "1"), "ok -infd") << zeros;
     EXPECT_NE(Scan("0." + std::string(zeros + 1, '0')).find("nan"), std::string::npos) << zeros;
@@ -658,7 +658,6 @@ TEST(JSONParserTest, EveryProperPrefixOfAContainerFails) {
            "[\"\xF0\x9F\x98\x80\xC3\",1e10,\v{}\f]",
        }) {
     EXPECT_EQ(Scan(text).substr(0, 2), "ok") << text;
-    EXPECT_EQ(Scan(text.substr(0, 0)), "ok unset");
     for (std::size_t length = 1; length < text.size(); ++length) {
       EXPECT_EQ(Scan(text.substr(0, length)).substr(0, 4), "fail") << text.substr(0, length);
     }

@@ -133,7 +133,7 @@ TEST(QDOJSONParserTest, EachKindOfNodeHasItsKindOfValue) {
 
 TEST(QDOJSONParserTest, UnknownNodeTypeGivesUndefined) {
   const auto node = std::make_shared<QDOJSONValue>();
-  for (const std::uint32_t type : {7u, 8u, 4294967295u}) {
+  for (const std::uint32_t type : {7U, 8U, 4294967295U}) {
     node->type = static_cast<QDOJSONValue::Type>(type);
     EXPECT_EQ(Text(getJSONValueinQDOObject(node, true)), "undefined") << type;
   }

@@ -95,10 +95,10 @@ TEST(QDOObjectContainersTest, CopyOfAClearedContainerThrowsAndIsUndefined) {
 TEST(QDOObjectContainersTest, IndexingInsertsAnUndefinedMemberWhenAbsent) {
   QDOObject map = MapOf("a", Make(1LL));
   EXPECT_EQ(map["k"].getType(), QDOObject::Undefined);
-  EXPECT_EQ(map.getMap().size(), 2u);
+  EXPECT_EQ(map.getMap().size(), 2U);
   map["k"].set(2LL);
   EXPECT_EQ(Text(map["k"]), "2");
-  EXPECT_EQ(map.getMap().size(), 2u);
+  EXPECT_EQ(map.getMap().size(), 2U);
   EXPECT_EQ(Text(map), R"({"a":1,"k":2})");
 }
 
@@ -133,7 +133,7 @@ TEST(QDOObjectContainersTest, CopyIsAViewOfTheSameContainer) {
   QDOObject b;
   b.set(a);
   b["k"].set(1LL);
-  EXPECT_EQ(a.getMap().count("k"), 1u);
+  EXPECT_EQ(a.getMap().count("k"), 1U);
   EXPECT_EQ(&a.getMap(), &b.getMap());
   QDOObject vector = Make(QDOObject::Vector);
   QDOObject view = vector;

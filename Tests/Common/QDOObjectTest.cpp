@@ -155,13 +155,13 @@ TEST(QDOObjectTest, SetTypeGivesTheInitialValueOfEachKind) {
     QDOObject& handle = initial(QDOObject::Handle);
     EXPECT_EQ(Thrown([&] { QDOObject copy(handle); }), "QDOObjectException 2 about no value");
     EXPECT_EQ(Text(QDOObject(initial(QDOObject::Set))), "Set");
-    EXPECT_EQ(initial(QDOObject::ProxyId).getProxyIdentifier(), 0u);
+    EXPECT_EQ(initial(QDOObject::ProxyId).getProxyIdentifier(), 0U);
     EXPECT_EQ(Text(initial(QDOObject::Null)), "null");
   }
 }
 
 TEST(QDOObjectTest, SetTypeAbove13GivesUndefined) {
-  for (const std::uint32_t number : {14u, 15u, 256u, 0x80000000u, 0xFFFFFFFFu}) {
+  for (const std::uint32_t number : {14U, 15U, 256U, 0x80000000U, 0xFFFFFFFFU}) {
     QDOObject value = Make("released");
     EXPECT_EQ(&value.set(TypeNumber(number)), &value);
     EXPECT_EQ(value.getType(), QDOObject::Undefined) << number;
@@ -227,7 +227,7 @@ TEST(QDOObjectTest, CopiesOfScalarsAreEqualAndIndependent) {
   }
   EXPECT_EQ(AsUInt32(QDOObject(MakeRaw(QDOObject::UInt32, 3000000000U))), "3000000000");
   EXPECT_EQ(AsInt32(QDOObject(MakeRaw(QDOObject::Int32, 0xFFFFFFFFU))), "-1");
-  EXPECT_EQ(QDOObject(MakeRaw(QDOObject::ProxyId, 9)).getProxyIdentifier(), 9u);
+  EXPECT_EQ(QDOObject(MakeRaw(QDOObject::ProxyId, 9)).getProxyIdentifier(), 9U);
 }
 
 TEST(QDOObjectTest, CopyIsReadWholeWhateverTheSlotHeldBefore) {
@@ -412,29 +412,29 @@ TEST(QDOObjectTest, MoveToItselfChangesNothing) {
 // Proxy identifiers.
 
 TEST(QDOObjectTest, ProxyIdIsTakenFromAnUnsignedInteger) {
-  EXPECT_EQ(ProxyFrom(Make(7LL)), 7u);
-  EXPECT_EQ(ProxyFrom(Make(4294967295LL)), 4294967295u);
-  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::UInt32, 3000000000U)), 3000000000u);
-  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::Int32, 8)), 8u);
-  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::UInt64, 9)), 9u);
+  EXPECT_EQ(ProxyFrom(Make(7LL)), 7U);
+  EXPECT_EQ(ProxyFrom(Make(4294967295LL)), 4294967295U);
+  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::UInt32, 3000000000U)), 3000000000U);
+  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::Int32, 8)), 8U);
+  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::UInt64, 9)), 9U);
 }
 
 TEST(QDOObjectTest, ProxyIdIsTakenFromAnotherProxyId) {
-  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::ProxyId, 4294967295U)), 4294967295u);
+  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::ProxyId, 4294967295U)), 4294967295U);
 }
 
 TEST(QDOObjectTest, ProxyIdFromAnythingElseIsZero) {
-  EXPECT_EQ(ProxyFrom(Make(-7LL)), 0u);
-  EXPECT_EQ(ProxyFrom(Make(4294967296LL)), 0u);
-  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::Int32, 0xFFFFFFF9U)), 0u);
-  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::UInt64, kUInt64Max)), 0u);
-  EXPECT_EQ(ProxyFrom(Make(7.0)), 0u);
-  EXPECT_EQ(ProxyFrom(Make("7")), 0u);
-  EXPECT_EQ(ProxyFrom(QDOObject::makeBool(true)), 0u);
-  EXPECT_EQ(ProxyFrom(QDOObject()), 0u);
-  EXPECT_EQ(ProxyFrom(Make(QDOObject::Null)), 0u);
-  EXPECT_EQ(ProxyFrom(Make(QDOObject::Map)), 0u);
-  EXPECT_EQ(ProxyFrom(Make(QDOObject::Handle)), 0u);
+  EXPECT_EQ(ProxyFrom(Make(-7LL)), 0U);
+  EXPECT_EQ(ProxyFrom(Make(4294967296LL)), 0U);
+  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::Int32, 0xFFFFFFF9U)), 0U);
+  EXPECT_EQ(ProxyFrom(MakeRaw(QDOObject::UInt64, kUInt64Max)), 0U);
+  EXPECT_EQ(ProxyFrom(Make(7.0)), 0U);
+  EXPECT_EQ(ProxyFrom(Make("7")), 0U);
+  EXPECT_EQ(ProxyFrom(QDOObject::makeBool(true)), 0U);
+  EXPECT_EQ(ProxyFrom(QDOObject()), 0U);
+  EXPECT_EQ(ProxyFrom(Make(QDOObject::Null)), 0U);
+  EXPECT_EQ(ProxyFrom(Make(QDOObject::Map)), 0U);
+  EXPECT_EQ(ProxyFrom(Make(QDOObject::Handle)), 0U);
 }
 
 TEST(QDOObjectTest, SetProxyIdFromItselfReadsTheLow32BitsLeftInTheSlot) {

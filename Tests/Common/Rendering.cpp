@@ -19,7 +19,7 @@ std::string Quoted(std::string_view bytes) {
 
 std::string DoubleText(double value) {
   char digits[64];
-  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  auto* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
   return std::string(digits, end) + "d";
 }
 

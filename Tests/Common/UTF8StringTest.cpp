@@ -36,7 +36,7 @@ std::string ScanNumber(const char* text) {
 }  // namespace
 
 TEST(UTF8StringTest, DefaultIsEmpty) {
-  EXPECT_EQ(UTF8String().length(), 0u);
+  EXPECT_EQ(UTF8String().length(), 0U);
   EXPECT_STREQ(UTF8String().str(), "");
 }
 
@@ -96,8 +96,8 @@ TEST(UTF8StringTest, ByteStringAndCountedAppendsKeepZeroBytes) {
 }
 
 TEST(UTF8StringTest, LengthCountsBytesNotCharacters) {
-  EXPECT_EQ(UTF8String("a\xC3\xA9").length(), 3u);
-  EXPECT_EQ(UTF8String("\xF0\x9F\x98\x80").length(), 4u);
+  EXPECT_EQ(UTF8String("a\xC3\xA9").length(), 3U);
+  EXPECT_EQ(UTF8String("\xF0\x9F\x98\x80").length(), 4U);
 }
 
 TEST(UTF8StringTest, StrEndsInAZeroByte) {
@@ -171,7 +171,8 @@ TEST(UTF8StringTest, CompareTakesBytesAsUnsigned) {
 }
 
 TEST(UTF8StringTest, CompareLooksPastZeroBytes) {
-  UTF8String a('\0'), b('\0');
+  UTF8String a('\0');
+  UTF8String b('\0');
   a.append("a");
   b.append("b");
   EXPECT_LT(a.compare(b), 0);
@@ -219,11 +220,11 @@ TEST(UTF8StringTest, LessMeansANegativeComparison) {
 
 TEST(UTF8StringTest, MapMayMissTheEmptyKeyBesideOthers) {
   std::map<UTF8String, int> alone = {{UTF8String(""), 1}};
-  EXPECT_EQ(alone.count(UTF8String("")), 1u);
+  EXPECT_EQ(alone.count(UTF8String("")), 1U);
   std::map<UTF8String, int> beside;
   beside.insert({UTF8String("a"), 1});
   beside.insert({UTF8String(""), 2});
-  EXPECT_EQ(beside.size(), 2u);
+  EXPECT_EQ(beside.size(), 2U);
   EXPECT_TRUE(beside.find(UTF8String("")) == beside.end());
 }
 

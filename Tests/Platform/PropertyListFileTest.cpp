@@ -218,7 +218,7 @@ TEST_F(PropertyListFileTest, WritersAtTheSameTimeKeepEachOthersKeys) {
 
 TEST_F(PropertyListFileTest, LockHeldForEverDoesNotStopAWriter) {
   const int directory = open(root_.c_str(), O_RDONLY | O_DIRECTORY);
-  ASSERT_EQ(0, flock(directory, LOCK_EX | LOCK_NB));
+  EXPECT_EQ(0, flock(directory, LOCK_EX | LOCK_NB));
   const auto start = std::chrono::steady_clock::now();
   EXPECT_TRUE(Set("key", 1));
   const auto waited = std::chrono::steady_clock::now() - start;
@@ -230,7 +230,7 @@ TEST_F(PropertyListFileTest, LockHeldForEverDoesNotStopAWriter) {
 
 TEST_F(PropertyListFileTest, WriterWaitsForTheLock) {
   const int directory = open(root_.c_str(), O_RDONLY | O_DIRECTORY);
-  ASSERT_EQ(0, flock(directory, LOCK_EX | LOCK_NB));
+  EXPECT_EQ(0, flock(directory, LOCK_EX | LOCK_NB));
   const pid_t child = fork();
   if (child == 0) {
     close(directory);
@@ -294,7 +294,7 @@ TEST_F(PropertyListFileTest, LinkAmongTheLeftoversIsRemovedNotFollowed) {
 TEST_F(PropertyListFileTest, LeftoversOfAnotherWriterStayWithoutTheLock) {
   std::ofstream(root_ / "x.plist.tmp-1") << "x";
   const int directory = open(root_.c_str(), O_RDONLY | O_DIRECTORY);
-  ASSERT_EQ(0, flock(directory, LOCK_EX | LOCK_NB));
+  EXPECT_EQ(0, flock(directory, LOCK_EX | LOCK_NB));
   EXPECT_TRUE(Set("key", 1));
   close(directory);
   EXPECT_EQ((Names{"x.plist", "x.plist.tmp-1"}), NamesIn(root_));

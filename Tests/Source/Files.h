@@ -14,8 +14,8 @@
 /// A fresh directory, open to every user, that is removed with all it holds.
 class ScopedDirectory {
  public:
-  ScopedDirectory() {
-    path_ = (std::filesystem::temp_directory_path() / "web-resource-XXXXXX").string();
+  ScopedDirectory()
+      : path_((std::filesystem::temp_directory_path() / "web-resource-XXXXXX").string()) {
     if (mkdtemp(path_.data()) == nullptr || chmod(path_.c_str(), 0777) != 0) {
       throw std::runtime_error("no temporary directory");
     }

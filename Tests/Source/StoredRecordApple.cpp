@@ -35,7 +35,7 @@ ScopedArray Keys() {
 std::string ToText(CFStringRef string) {
   std::string text(static_cast<std::size_t>(CFStringGetLength(string)) * 3 + 1, '\0');
   CFStringGetCString(string, text.data(), static_cast<CFIndex>(text.size()), kCFStringEncodingUTF8);
-  return text.c_str();
+  return text.substr(0, text.find('\0'));
 }
 
 std::string Described(CFPropertyListRef value) {

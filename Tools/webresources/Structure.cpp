@@ -169,6 +169,7 @@ std::optional<End> FindEnd(const File& file) {
 }
 
 /// Takes from the 64-bit extra field what `header` and `offset` say is there, in their order.
+// NOLINTNEXTLINE(readability-non-const-parameter): `offset` is written to, through `value`
 void TakeExtra64(const Bytes& extra, Structure::Header& header, std::uint64_t* offset) {
   for (std::size_t field = 0; field + 4 <= extra.size();) {
     std::size_t next = field + 4;
