@@ -92,6 +92,10 @@ def write_tree(directory, content):
             path.write_bytes(data)
 
 
+def program(name):
+    return os.path.realpath(shutil.which(name))
+
+
 class Machine:
     """Paths beginning with "/" are the machine's own; path() gives them as seen from outside."""
 

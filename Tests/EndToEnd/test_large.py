@@ -9,8 +9,7 @@ import zipfile
 
 from expected import LONGEST_NAME
 from machine import (APPLICATION, CONTENT, DIRECTORY, EXECUTABLE, FRESH, SANITIZED,
-                     InstallerTestCase, as_tree, metadata, posix_only, tree, write_tree)
-from test_surroundings import program
+                     InstallerTestCase, as_tree, metadata, posix_only, program, tree, write_tree)
 
 SMALL_STACK = 512 << 10
 USUAL_STACK = 8 << 20
