@@ -24,7 +24,7 @@ std::string ExecutablePath() {
   return resolved.get();
 }
 
-/// `path` without its last component and the "/" before it.
+/// `path` without its last component and the "/" before it; empty for an empty one.
 std::string Parent(const std::string& path) {
   return path.substr(0, path.rfind('/'));
 }
@@ -44,7 +44,7 @@ bool Bundle::GetResourcesDirectory(char* buffer, std::size_t size) {
   // An executable in …/Contents/<any one directory>/ is in a bundle; another has its resources
   // beside it.
   const std::string directory = Parent(executable);
-  const std::string above = directory.empty() ? directory : Parent(directory);
+  const std::string above = Parent(directory);
   const std::string resources = (EndsWith(above, "/Contents") ? above : directory) + "/Resources";
   if (resources.length() >= size) {
     return false;
