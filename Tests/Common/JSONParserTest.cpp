@@ -571,7 +571,8 @@ TEST(JSONParserTest, LaterDuplicateMustStillBeValid) {
 }
 
 TEST(JSONParserTest, KeysWhoseLengthsDifferBy65536AreEqual) {
-  const std::string shorter(1, 'k'), longer(65537, 'k');
+  const std::string shorter(1, 'k');
+  const std::string longer(65537, 'k');
   EXPECT_EQ(Scan("{\"" + shorter + "\":1,\"" + longer + "\":2}"), R"(ok {"k":1})");
 }
 
@@ -645,7 +646,8 @@ TEST(JSONParserTest, ZeroByteBetweenTokensIsNoToken) {
 
 TEST(JSONParserTest, NestingIsNotLimited) {
   constexpr std::size_t kDepth = 5000;
-  const std::string open(kDepth, '['), close(kDepth, ']');
+  const std::string open(kDepth, '[');
+  const std::string close(kDepth, ']');
   EXPECT_EQ(Scan(open + close), "ok " + open + close);
   EXPECT_EQ(Scan(open).substr(0, 7), "fail []");
 }

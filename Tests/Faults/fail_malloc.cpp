@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <cstring>
 
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the C library's names
 extern "C" {
 
 void* __libc_malloc(std::size_t size);
@@ -15,6 +16,7 @@ void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 
 }  // extern "C"
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 
 namespace {
 
@@ -24,7 +26,7 @@ long g_last = 0;
 
 __attribute__((constructor)) void ReadEnvironment() {
   const char* number = std::getenv("FAIL_ALLOCATION");
-  g_first = number != nullptr ? std::atol(number) : 0;
+  g_first = number != nullptr ? std::strtol(number, nullptr, 10) : 0;
   g_last = number != nullptr && std::strchr(number, '+') != nullptr ? -1 : g_first;
   g_made = 0;
 }

@@ -97,7 +97,7 @@ class Fault {
       : root_(std::move(root)),
         action_(std::move(action)),
         call_(std::move(call)),
-        number_(std::atol(number.c_str())),
+        number_(std::strtol(number.c_str(), nullptr, 10)),
         isLasting_(number.back() == '+') {}
 
   bool Strikes(const std::string& call, long number) const {

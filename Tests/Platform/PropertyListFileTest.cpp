@@ -212,7 +212,7 @@ TEST_F(PropertyListFileTest, WritersAtTheSameTimeKeepEachOthersKeys) {
     wait(&status);
     EXPECT_EQ(0, status);
   }
-  EXPECT_EQ(std::size_t{kWriters * kKeys}, Read().size());
+  EXPECT_EQ(std::size_t{kWriters} * kKeys, Read().size());
   EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
 }
 

@@ -49,7 +49,7 @@ class Directories : public testing::Test {
 
   /// Makes and returns a directory whose path has `length` bytes.
   std::string DirectoryOfLength(std::size_t length) const {
-    const std::string path = PathOfLength(length);
+    std::string path = PathOfLength(length);
     EXPECT_EQ(path.length(), length);
     fs::create_directories(path);
     return path;

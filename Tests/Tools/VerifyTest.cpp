@@ -95,7 +95,7 @@ TEST_F(VerifyTest, LeftoversBesideTheDirectoryAreFound) {
 TEST_F(VerifyTest, EachChangedValueOfTheRecordIsFound) {
   const auto foundWith = [this](auto set) {
     set();
-    const std::string found = Found();
+    std::string found = Found();
     record_.SetNumber("iUpdateId", 7);
     record_.SetText("tFullVersion", OSUtils::CompleteVersion(7));
     record_.SetText("tWebResourceInstallPath", kFinalName);
