@@ -9,7 +9,8 @@
 #include <string>
 #include <vector>
 
-extern "C" char** environ;  // not every system's headers declare it
+// Not every system's headers declare it. NOLINTNEXTLINE(readability-redundant-declaration)
+extern "C" char** environ;
 
 /// What the program at `path` prints when it is executed with `arguments`, as it must successfully.
 inline std::string OutputOfProcess(const char* path, std::vector<std::string> arguments) {
