@@ -206,6 +206,10 @@ void QDOObject::clear(Type type) noexcept {
 }
 
 void QDOObject::free(Holder* released) noexcept {
+  if (released->element.use_count() > 1) {
+    delete released;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
+    return;
+  }
   thread_local unsigned int depth = 0;
   thread_local Holder* waiting = nullptr;
   if (depth == kFreedOnTheStack) {
@@ -213,7 +217,7 @@ void QDOObject::free(Holder* released) noexcept {
     return;
   }
   ++depth;
-  delete released;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
+  delete released;  // GCOVR_EXCL_BR_LINE
   while (depth == 1 && waiting != nullptr) {
     delete std::exchange(waiting, waiting->next);  // GCOVR_EXCL_BR_LINE
   }
