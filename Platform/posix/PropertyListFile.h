@@ -15,7 +15,8 @@ class PropertyListFile {
   static constexpr std::chrono::milliseconds kLockWait{2000};
 
   /// `lockWait` bounds how long Apply() waits for another writer.
-  explicit PropertyListFile(const std::string& path, std::chrono::milliseconds lockWait = kLockWait);
+  explicit PropertyListFile(const std::string& path,
+                            std::chrono::milliseconds lockWait = kLockWait);
 
   /// What the file holds; nothing at all when it is absent, unreadable or no property list.
   PropertyList::Contents Read() const;
