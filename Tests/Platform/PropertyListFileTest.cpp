@@ -383,13 +383,14 @@ TEST_F(PropertyListFileTest, HugeFileFailsAndStays) {
 }
 
 TEST_F(PropertyListFileTest, LargestFileIsWrittenAndReadAndALargerOneIsNot) {
+  constexpr std::size_t kSixteenMiB = 16777216;
   ASSERT_TRUE(PropertyListFile(path_).Apply({{"text", "x"}}));
-  const std::string text(PropertyList::kLargest - fs::file_size(path_) + 1, 'x');
+  const std::string text(kSixteenMiB - fs::file_size(path_) + 1, 'x');
   ASSERT_TRUE(PropertyListFile(path_).Apply({{"text", text}}));
-  EXPECT_EQ(PropertyList::kLargest, fs::file_size(path_));
+  EXPECT_EQ(kSixteenMiB, fs::file_size(path_));
   EXPECT_TRUE(Has("text"));
   EXPECT_FALSE(PropertyListFile(path_).Apply({{"text", text + "x"}}));
-  EXPECT_EQ(PropertyList::kLargest, fs::file_size(path_));
+  EXPECT_EQ(kSixteenMiB, fs::file_size(path_));
 }
 
 TEST_F(PropertyListFileTest, ListThatWouldBeTooLargeFailsAndTheFileStays) {

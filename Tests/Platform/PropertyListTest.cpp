@@ -466,6 +466,19 @@ TEST(PropertyListTest, LargeSharedTextOrDataIsNoList) {
   }
 }
 
+TEST(PropertyListTest, CountOfTwoBytesIsReadWhole) {
+  Binary binary;
+  binary.AddDictionary({1, 2});
+  binary.Add(
+      "\x51"
+      "a");
+  for (unsigned next = 3; next <= 6; ++next) {  // arrays of 16 times the next one
+    binary.Add("\xAF\x11" + Binary::Number(16, 2) + Repeated(Binary::Number(next, 2), 16));
+  }
+  binary.AddArray({});
+  EXPECT_FALSE(PropertyList::Parse(binary.List()));
+}
+
 TEST(PropertyListTest, LargeListIsNoList) {
   EXPECT_FALSE(PropertyList::Parse(Xml(std::string(PropertyList::kLargest, ' '))));
 }
