@@ -154,7 +154,7 @@ values = dict(
     late=datetime.datetime(4001, 1, 1), data=bytes(range(256)), nodata=b'',
     array=[1, 'x', [], {}, [True, 1.5]], dictionary={'': 1, '&': {'k': [b'x']}})
 strange = dict(
-    values, first=datetime.datetime(1, 1, 1), uid=plistlib.UID(5), control='a\x01\r\x1f',
+    first=datetime.datetime(1, 1, 1), uid=plistlib.UID(5), control='a\x01\r\x1f',
     nocharacter='\uffff', zero=-0.0,
     fraction=datetime.datetime(2020, 1, 2, 3, 4, 5, 500000), **{'k\x02': 1})
 def check(expected, form):
@@ -178,11 +178,15 @@ TEST_F(PropertyListFileTest, ValuesOfEveryTypeSurvive) {
   }
 }
 
-TEST_F(PropertyListFileTest, ValuesThatXmlCannotHoldSurviveInABinaryList) {
-  const std::string values = kValues;
-  ASSERT_TRUE(Python(values + "plistlib.dump(strange, open(path, 'wb'), fmt=plistlib.FMT_BINARY)"));
-  ASSERT_TRUE(Set("mine", 1));
-  EXPECT_TRUE(Python(values + "check(strange, b'bplist00')"));
+TEST_F(PropertyListFileTest, EachValueThatXmlCannotHoldSurvivesInABinaryList) {
+  for (const char* key : {"first", "uid", "control", "nocharacter", "zero", "fraction", "k\\x02"}) {
+    const std::string values =
+        std::string(kValues) + "values['" + key + "'] = strange['" + key + "']\n";
+    ASSERT_TRUE(
+        Python(values + "plistlib.dump(values, open(path, 'wb'), fmt=plistlib.FMT_BINARY)"));
+    ASSERT_TRUE(Set("mine", 1));
+    EXPECT_TRUE(Python(values + "check(values, b'bplist00')")) << key;
+  }
 }
 
 TEST_F(PropertyListFileTest, ListReturnsToXmlWithTheLastValueThatItCannotHold) {

@@ -305,6 +305,10 @@ TEST_F(Extraction, NamesWithDotsThatStayInsideAreWrittenWhereTheyPoint) {
   }
 }
 
+TEST_F(Extraction, NameBehindOneThatClimbsOutIsReadOnlyToItsEnd) {
+  EXPECT_EQ(Extract({{"long/../../x", "x"}, {"name", "y"}}), (Tree{{"name", "y"}}));
+}
+
 TEST_F(Extraction, NamesThatMerelyContainDotsAreOrdinary) {
   const Tree tree = {{"...", "1"}, {"..x", "2"}, {".x", "3"}, {"x..", "4"}, {".. ", "5"}};
   EXPECT_EQ(Extract({{"...", "1"}, {"..x", "2"}, {".x", "3"}, {"x..", "4"}, {".. ", "5"}}), tree);
