@@ -71,6 +71,7 @@ extern "C" {
 LET_FAIL(-1, int, chmod, (const char* path, mode_t mode), (path, mode))
 LET_FAIL(-1, int, fchmod, (int file, mode_t mode), (file, mode))
 LET_FAIL(nullptr, DIR*, fdopendir, (int file), (file))
+LET_FAIL(1, int, ferror, (FILE * stream), (stream))
 LET_FAIL(-1, int, flock, (int file, int operation), (file, operation))
 LET_FAIL(-1, int, fstat, (int file, struct stat* status), (file, status))
 LET_FAIL(-1, int, fsync, (int file), (file))

@@ -1,4 +1,4 @@
-// Resource directories when the system refuses its calls.
+// Resource directories and metadata when the system refuses its calls.
 
 #include <gtest/gtest.h>
 
@@ -6,6 +6,7 @@
 #include <filesystem>
 
 #include "FailingCall.h"
+#include "MetadataHelper.h"
 #include "OSUtils.h"
 #include "Support.h"
 
@@ -33,6 +34,14 @@ TEST(FailingDirectories, DirectoryThatCannotBeListedDoesNotStopTheOthers) {
     EXPECT_TRUE(OSUtils::DeleteAllDirectoryExceptOne(directory / "/", ""));
   }
   EXPECT_EQ(TreeOf(directory / "").size(), 2U);  // one of the three, and its entry
+}
+
+TEST(FailingMetadata, FileThatCannotBeReadToItsEndHasNoWord) {
+  const ScopedDirectory directory;
+  WriteFile(directory / "metadata.txt", "word");
+  EXPECT_EQ(MetadataHelper::LastWord(directory / "metadata.txt"), "word");
+  const FailingCall fault("ferror", EIO);
+  EXPECT_EQ(MetadataHelper::LastWord(directory / "metadata.txt"), "");
 }
 
 }  // namespace
