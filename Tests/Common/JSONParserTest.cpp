@@ -21,11 +21,15 @@ std::unique_ptr<unsigned char[]> ExactCopy(std::string_view text) {
   return bytes;
 }
 
-/// The result and the tree, as in "fail [1,2]".
-std::string Scan(std::string_view text) {
+/// The result and the tree of the first `length` bytes, as in "fail [1,2]".
+std::string Scan(std::string_view text, std::size_t length) {
   const auto bytes = ExactCopy(text);
-  const QDOJSONParserImplHelper scanner(bytes.get(), static_cast<unsigned int>(text.size()));
+  const QDOJSONParserImplHelper scanner(bytes.get(), static_cast<unsigned int>(length));
   return (scanner.succeeded() ? "ok " : "fail ") + Text(*scanner.getRoot());
+}
+
+std::string Scan(std::string_view text) {
+  return Scan(text, text.size());
 }
 
 /// A double's text as Scan() shows it when all went well.
@@ -111,6 +115,17 @@ TEST(JSONParserTest, NothingAfterTheRootIsExamined) {
   EXPECT_EQ(Scan("1x"), "ok 1");
   EXPECT_EQ(Scan("1.5.5"), "ok 1.5d");
   EXPECT_EQ(Scan("0x10"), "ok 0");
+}
+
+// Only a text of 4 GiB or more, whose length is cut, has other bytes than a zero after its end.
+TEST(JSONParserTest, NoTokenIsTakenBehindTheLength) {
+  EXPECT_EQ(Scan("1", 0), "ok unset");
+  EXPECT_EQ(Scan("  true", 1), "fail true");
+  EXPECT_EQ(Scan("12", 1), "ok 1");
+  EXPECT_EQ(Scan("[1]", 1), "fail []");
+  EXPECT_EQ(Scan("[1]", 2), "fail [1]");
+  EXPECT_EQ(Scan(R"({"a":1})", 1), "fail {}");
+  EXPECT_EQ(Scan(R"({"a":1})", 6), R"(fail {"a":1})");
 }
 
 TEST(JSONParserTest, NodeIsCreatedUnsetWithAZeroPayload) {

@@ -122,6 +122,12 @@ TEST_F(PropertyListFileFailuresTest, InterruptedCallsAreRepeatedAHundredTimes) {
   }
 }
 
+TEST_F(PropertyListFileFailuresTest, InterruptedCallThatSucceedsIsNotRepeatedOnceMore) {
+  const FailingCall fault("fsync", EINTR, 1, 1);
+  EXPECT_TRUE(Set("new", 1));
+  EXPECT_EQ(3, fault.Count());  // the file's twice, the directory's
+}
+
 TEST_F(PropertyListFileFailuresTest, CallInterruptedForEverFails) {
   for (const char* function : {"read", "write", "fsync", "getrandom"}) {
     EXPECT_FALSE(SetsWith(function, EINTR, 1, kInterruptionsBorne + 1)) << function;
