@@ -74,6 +74,17 @@ class Extraction : public testing::Test {
   ScopedDirectory directory_;
 };
 
+// What becomes of an entry ----------------------------------------------------------------------
+
+TEST(KindOfEntry, TellsWhatIsWrittenAndWhyTheOthersAreNot) {
+  using Kind = InstallerUtils::EntryKind;
+  EXPECT_EQ(InstallerUtils::KindOfEntry("a", 1), Kind::File);
+  EXPECT_EQ(InstallerUtils::KindOfEntry("a/", 2), Kind::Directory);
+  EXPECT_EQ(InstallerUtils::KindOfEntry("", 0), Kind::NameEmpty);
+  EXPECT_EQ(InstallerUtils::KindOfEntry("a/../..", 7), Kind::ClimbsOut);
+  EXPECT_EQ(InstallerUtils::KindOfEntry("a", 512), Kind::NameTooLong);
+}
+
 // What is extracted -----------------------------------------------------------------------------
 
 TEST_F(Extraction, DirectoryEntryBeforeItsFileCreatesBoth) {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "BundleProcess.h"
+#include "MetadataHelper.h"
 
 namespace {
 
@@ -60,6 +61,11 @@ TEST_F(Metadata, FalseAnswersAreToldFromTrueOnes) {
 
 TEST_F(Metadata, WhitespaceAroundTheWordIsHarmless) {
   EXPECT_EQ(Answers(std::string(" \t\r\n\v\f") + kGood + "\f\v\n\r\t "), kGoodAnswers);
+}
+
+TEST_F(Metadata, LastWordIsWithoutTheWhitespaceAroundIt) {
+  WriteFile(directory_ / "words", " first\tlast \n");
+  EXPECT_EQ(MetadataHelper::LastWord(directory_ / "words"), "last");
 }
 
 TEST_F(Metadata, OnlyTheLastWordIsRead) {
