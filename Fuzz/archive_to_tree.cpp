@@ -180,7 +180,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
               pwrite(file, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size()),
           "the package is written");
   for (const auto& [path, contents] : place.Extracted("/proc/self/fd/" + std::to_string(file))) {
-    Require(contents != "link", "no link: " + path);
+    Require(path.find("//") == std::string::npos, "no link: " + path);
   }
   return 0;
 }

@@ -64,8 +64,9 @@ inline bool Exists(const std::string& path) {
   return lstat(path.c_str(), &status) == 0;
 }
 
-/// What stands below a directory: a file's contents, "link" for a link, and nothing for a
-/// directory, whose name ends in "/".
+/// What stands below a directory: a file's contents, and nothing for a directory, whose name ends
+/// in
+/// "/", and for a link, whose name ends in "//".
 using Tree = std::map<std::string, std::string>;
 
 inline Tree TreeOf(const std::string& directory) {
@@ -73,7 +74,7 @@ inline Tree TreeOf(const std::string& directory) {
   for (const auto& entry : std::filesystem::recursive_directory_iterator(directory)) {
     const std::string name = entry.path().string().substr(directory.length() + 1);
     if (entry.is_symlink()) {
-      tree[name] = "link";
+      tree[name + "//"] = "";
     } else if (entry.is_directory()) {
       tree[name + "/"] = "";
     } else {

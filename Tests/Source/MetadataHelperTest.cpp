@@ -68,6 +68,11 @@ TEST_F(Metadata, LastWordIsWithoutTheWhitespaceAroundIt) {
   EXPECT_EQ(MetadataHelper::LastWord(directory_ / "words"), "last");
 }
 
+TEST_F(Metadata, LastWordEndsAtItsFirstZeroByteAndNoOther) {
+  WriteFile(directory_ / "words", std::string("a~b\0c\0d", 7));
+  EXPECT_EQ(MetadataHelper::LastWord(directory_ / "words"), "a~b");
+}
+
 TEST_F(Metadata, OnlyTheLastWordIsRead) {
   EXPECT_EQ(Answers(std::string("{\"clear\":false}\n") + kGood + "\n"), kGoodAnswers);
   EXPECT_EQ(Answers(std::string("not JSON at all ") + kGood), kGoodAnswers);
