@@ -1,6 +1,7 @@
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -412,6 +413,16 @@ TEST_F(DeleteDirectory, LinksAreRemovedAndNotFollowed) {
   MakeLink("..", "a/above");
   Delete(At("a"));
   EXPECT_EQ(Left(), (Tree{{"outside/", ""}, {"outside/file", "contents"}}));
+}
+
+TEST_F(DeleteDirectory, DirectoryIsDeletedWhenStandardInputIsClosed) {
+  MakeDirectory("a");
+  const int input = dup(STDIN_FILENO);
+  close(STDIN_FILENO);
+  Delete(At("a"));
+  dup2(input, STDIN_FILENO);
+  close(input);
+  EXPECT_EQ(Left(), Tree{});
 }
 
 TEST_F(DeleteDirectory, LinkGivenAsThePathIsNotFollowed) {
