@@ -64,9 +64,8 @@ inline bool Exists(const std::string& path) {
   return lstat(path.c_str(), &status) == 0;
 }
 
-/// What stands below a directory: a file's contents, and nothing for a directory, whose name ends
-/// in
-/// "/", and for a link, whose name ends in "//".
+/// What stands below a directory: a file's contents, and nothing for a directory or a link, whose
+/// names end in "/" and "//".
 using Tree = std::map<std::string, std::string>;
 
 inline Tree TreeOf(const std::string& directory) {
