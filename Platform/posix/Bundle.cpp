@@ -4,20 +4,17 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string>
+
+#include "MallocPointer.h"
 
 namespace {
 
-struct Free {
-  void operator()(char* memory) const { std::free(memory); }
-};
-
-/// The path the process was executed by, resolved; empty when it leads nowhere, as none at all
-/// does. It comes from the kernel's auxiliary vector, so it is there without /proc.
+/// The path by which the process was executed, with all links resolved. Returns an empty string if
+/// the path does not exist. The kernel's auxiliary vector holds it, so /proc is not needed.
 std::string ExecutablePath() {
   const auto* const executed = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
-  const std::unique_ptr<char, Free> resolved(realpath(executed, nullptr));
+  const MallocPointer<char> resolved(realpath(executed, nullptr));
   if (!resolved) {
     return {};
   }

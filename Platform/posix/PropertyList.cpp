@@ -10,15 +10,13 @@
 #include <set>
 #include <utility>
 
+#include "MallocPointer.h"
 #include "PropertyListBounds.h"
 
 namespace {
 
-struct Free {
-  void operator()(void* memory) const { std::free(memory); }
-};
-using Text = std::unique_ptr<char, Free>;
-using Iterator = std::unique_ptr<void, Free>;
+using Text = MallocPointer<char>;
+using Iterator = MallocPointer<void>;
 
 // Texts -----------------------------------------------------------------------------------------
 

@@ -15,6 +15,8 @@
 #include <memory>
 #include <utility>
 
+#include "Descriptor.h"
+
 namespace {
 
 // System calls ----------------------------------------------------------------------------------
@@ -35,24 +37,6 @@ auto Uninterrupted(Call call) {
   }
   return result;
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int descriptor) : descriptor_(descriptor) {}
-  ~Descriptor() {
-    if (descriptor_ >= 0) {
-      close(descriptor_);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-
-  explicit operator bool() const { return descriptor_ >= 0; }
-  int operator*() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
 
 bool ReadAll(int file, std::string& bytes) {
   std::size_t length = 0;

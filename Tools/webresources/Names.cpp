@@ -5,15 +5,12 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <memory>
 #include <sstream>
 #include <unordered_map>
 
-namespace {
+#include "MallocPointer.h"
 
-struct Free {
-  void operator()(void* memory) const { std::free(memory); }
-};
+namespace {
 
 /// The length of the character at `offset` of `name`, and the character; not positive when there is
 /// none in UTF-8.
@@ -39,7 +36,7 @@ std::string Mapped(const std::string& name, int options) {
       utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(name.data()),
                    static_cast<utf8proc_ssize_t>(name.length()), &mapped,
                    static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | options));
-  const std::unique_ptr<utf8proc_uint8_t, Free> owner(mapped);
+  const MallocPointer<utf8proc_uint8_t> owner(mapped);
   return length < 0
              ? name
              : std::string(reinterpret_cast<char*>(mapped), static_cast<std::size_t>(length));

@@ -7,9 +7,9 @@
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
-#include <memory>
 
 #include "ArchiveWriter.h"
+#include "MallocPointer.h"
 #include "Metadata.h"
 #include "Replacement.h"
 #include "Resources.h"
@@ -34,8 +34,7 @@ std::int64_t EntryTime() {
 }
 
 std::string RealPath(const std::string& path) {
-  const std::unique_ptr<char, decltype(&std::free)> real(realpath(path.c_str(), nullptr),
-                                                         std::free);
+  const MallocPointer<char> real(realpath(path.c_str(), nullptr));
   if (!real) {
     throw Error::FromErrno("read", path);
   }

@@ -1,0 +1,36 @@
+#ifndef PLATFORM_DESCRIPTOR_H_
+#define PLATFORM_DESCRIPTOR_H_
+
+#include <unistd.h>
+
+#include <utility>
+
+/// Owns one POSIX file descriptor and closes it. A negative number is no descriptor: it is never
+/// closed. The result of close() is ignored: call fsync() before, where it matters.
+class Descriptor {
+ public:
+  /// Takes ownership of `descriptor`, which may be the -1 of a call that failed; errno is left
+  /// alone.
+  explicit Descriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+  Descriptor(Descriptor&& other) noexcept : descriptor_(other.Release()) {}
+  ~Descriptor() {
+    if (descriptor_ >= 0) {
+      close(descriptor_);
+    }
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor& operator=(Descriptor&&) = delete;
+
+  /// Whether there is a descriptor.
+  explicit operator bool() const noexcept { return descriptor_ >= 0; }
+  int operator*() const noexcept { return descriptor_; }
+
+  /// Gives the descriptor to the caller, who must close it.
+  int Release() noexcept { return std::exchange(descriptor_, -1); }
+
+ private:
+  int descriptor_;
+};
+
+#endif  // PLATFORM_DESCRIPTOR_H_
