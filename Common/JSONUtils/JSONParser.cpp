@@ -1,6 +1,7 @@
 #include "JSONParser.h"
 
 #include <array>
+#include <cfloat>
 #include <cmath>
 #include <cstring>
 #include <limits>
@@ -302,6 +303,8 @@ bool QDOJSONParserImplHelper::adv_decimal_digits(double& value) {
     divisor *= 10;
   }
   static_assert(std::numeric_limits<double>::is_iec559, "32 digits divide by zero");
+  static_assert(FLT_EVAL_METHOD == 0 || FLT_EVAL_METHOD == 1,
+                "each step rounds to a double; 32-bit x86 needs -msse2 -mfpmath=sse");
   value /= divisor;
   return position_ != start;
 }

@@ -520,6 +520,19 @@ TEST(JSONParserTest, NumberEndsAtTheEndOfTheText) {
   EXPECT_EQ(Scan("0\0001"sv), "ok 0");
 }
 
+/// Of these, 17 digits and more, each has other bits where "times 10 plus the digit" rounds once.
+TEST(JSONParserTest, LongFractionsHaveTheSameBitsOnEveryProcessor) {
+  EXPECT_EQ(Scan("0.88668473815600778"), Ok(0x1.af11905ed672ap+25));
+  EXPECT_EQ(Scan("0.772966567197122371"), Ok(0x1.067cfa15a74f1p+28));
+  EXPECT_EQ(Scan("0.787749700357864419"), Ok(0x1.0b8221c47982bp+28));
+  EXPECT_EQ(Scan("0.4841928071165522343"), Ok(0x1.f2f27b40bbf59p+30));
+  EXPECT_EQ(Scan("0.4847969902182747518"), Ok(0x1.f391dd9032379p+30));
+  EXPECT_EQ(Scan("0.59523578013691821069"), Ok(0x1.0ad6e35bbe375p+35));
+  EXPECT_EQ(Scan("0.035605118928889817734519"), Ok(0x1.7fa23e38cf1aap+43));
+  EXPECT_EQ(Scan("0.603811676486872092458847113"), Ok(0x1.13909acc3ab04p+57));
+  EXPECT_EQ(Scan("0.507752002581920340885016272489"), Ok(0x1.9a28a7338a3p+68));
+}
+
 // Arrays.
 
 TEST(JSONParserTest, ArraysHoldTheirElementsInOrder) {
