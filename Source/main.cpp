@@ -1,7 +1,9 @@
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 
+#include "Durability.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
 #include "MetadataHelper.h"
@@ -9,7 +11,7 @@
 
 namespace {
 
-/// Wipes the record but for the values it knows.
+/// Wipes the record except for the values that it knows.
 void ClearRecord() {
   WebRegInfo record;
   OSUtils::OldInfo(&record);
@@ -32,8 +34,13 @@ void Install(const std::string& root) {
   const std::string name = OSUtils::GetUniqueDirectoryName(root);
   std::string path = OSUtils::CombinePath(root, name);
   std::string package = OSUtils::GetZipResourcePath();
-  if (!InstallerUtils::UncompressPackageFiles(package, path) ||
-      !OSUtils::RegisterWebResourcePath(name)) {
+  if (!InstallerUtils::UncompressPackageFiles(package, path)) {
+    return;
+  }
+  // Before the record says that the content is there: a loss of power must not leave a record of
+  // files that are empty, with the old ones deleted.
+  Durability::SyncFileSystem(path);
+  if (!OSUtils::RegisterWebResourcePath(name)) {
     return;
   }
   OSUtils::RegisterUpdateID(MetadataHelper::getInstance().getUpdateId());
@@ -49,6 +56,7 @@ void Install(const std::string& root) {
 /// the process then aborts, what was done before stays done.
 int main() {
   std::set_terminate(std::abort);  // without the library's message
+  std::signal(SIGXFSZ, SIG_IGN);   // a file beyond the size limit is one more failed write
   const std::string root = OSUtils::GetPellamResourceDirectory();
   if (MetadataHelper::getInstance().shouldClearRegistry()) {
     ClearRecord();

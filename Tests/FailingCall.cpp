@@ -81,6 +81,7 @@ LET_FAIL(-1, int, renameat, (int from, const char* old, int to, const char* name
 LET_FAIL(-1, int, renameat2,
          (int from, const char* old, int to, const char* name, unsigned int flags),
          (from, old, to, name, flags))
+LET_FAIL(-1, int, syncfs, (int file), (file))
 
 LET_TRANSFER_FAIL(getrandom, (void* bytes, std::size_t size, unsigned int flags),
                   (bytes, part, flags))

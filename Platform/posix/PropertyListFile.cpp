@@ -16,27 +16,17 @@
 #include <utility>
 
 #include "Descriptor.h"
+#include "Uninterrupted.h"
 
 namespace {
 
 // System calls ----------------------------------------------------------------------------------
 
-constexpr int kInterruptionsBorne = 100;
 constexpr std::chrono::milliseconds kLockPoll{10};
 // Both whatever the umask: everybody can read the preferences.
 constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kFileMode = 0644;
 constexpr int kCorruptFilesKept = 100;
-
-/// Repeats an interrupted system call, but not for ever.
-template <typename Call>
-auto Uninterrupted(Call call) {
-  auto result = call();
-  for (int i = 0; result < 0 && errno == EINTR && i < kInterruptionsBorne; ++i) {
-    result = call();
-  }
-  return result;
-}
 
 bool ReadAll(int file, std::string& bytes) {
   std::size_t length = 0;

@@ -1,0 +1,23 @@
+#ifndef PLATFORM_DURABILITY_H_
+#define PLATFORM_DURABILITY_H_
+
+#include <string>
+
+/// What survives a loss of power.
+///
+/// One back end is compiled in: `apple/` on macOS, `posix/` elsewhere (Linux).
+class Durability {
+ public:
+  Durability() = delete;
+
+  /// Waits until everything on the file system that holds the directory `path` is on the disk: the
+  /// contents of all files and the names of all entries, those of the directories above `path`
+  /// included, whoever wrote them. One call for a whole tree: a call for each file takes many times
+  /// as long.
+  ///
+  /// A failure is not reported: nothing on the disk is changed by it, and the caller could do no
+  /// more. An interrupted call is repeated a bounded number of times.
+  static void SyncFileSystem(const std::string& path);
+};
+
+#endif  // PLATFORM_DURABILITY_H_
