@@ -1,22 +1,22 @@
-// Reads every entry of an archive in pieces of 8 KiB and writes nothing: what no extraction of the
-// same archive through the same library can be faster than. With FILE, it also writes the pieces
-// there, as they come.
+// Reads every entry of an archive as the installer does, and writes nothing: no extraction of the
+// same archive can be faster. With FILE, it also writes the portions there, as they come.
 //
 //     ReadFloor ARCHIVE [FILE]
 
 #include <fcntl.h>
 #include <unistd.h>
-#include <unzip.h>
 
 #include <cstdlib>
 
+#include "Descriptor.h"
+#include "PackageReader.h"
+
 namespace {
 
-bool ReadEntry(unzFile archive, int output) {
-  char copy[8192];
+bool ReadEntry(PackageReader& package, const Descriptor& output) {
   int count = 0;
-  while ((count = unzReadCurrentFile(archive, copy, sizeof copy)) > 0) {
-    if (output >= 0 && write(output, copy, static_cast<unsigned int>(count)) != count) {
+  while ((count = package.Read()) > 0) {
+    if (output && write(*output, package.portion(), static_cast<unsigned int>(count)) != count) {
       return false;
     }
   }
@@ -26,18 +26,17 @@ bool ReadEntry(unzFile archive, int output) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  const unzFile archive = argc >= 2 ? unzOpen(argv[1]) : nullptr;
-  if (archive == nullptr) {
+  if (argc < 2) {
     return EXIT_FAILURE;
   }
-  const int output = argc >= 3 ? open(argv[2], O_WRONLY | O_CREAT | O_TRUNC, 0666) : -1;
-  int result = UNZ_OK;
-  for (; result == UNZ_OK; result = unzGoToNextFile(archive)) {
-    if (unzOpenCurrentFile(archive) != UNZ_OK || !ReadEntry(archive, output)) {
+  PackageReader package(argv[1]);
+  const Descriptor output(argc >= 3 ? open(argv[2], O_WRONLY | O_CREAT | O_TRUNC, 0666) : -1);
+  std::uint64_t count = 0;
+  for (; package.Next(); ++count) {
+    if (!package.Open() || !ReadEntry(package, output)) {
       return EXIT_FAILURE;
     }
-    unzCloseCurrentFile(archive);
+    package.Close();
   }
-  unzClose(archive);
-  return result == UNZ_END_OF_LIST_OF_FILE ? EXIT_SUCCESS : EXIT_FAILURE;
+  return package.IsOpen() && count == package.EntryCount() ? EXIT_SUCCESS : EXIT_FAILURE;
 }

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Bundle.h"
+#include "DirectoryChain.h"
 #include "InstallerConstants.h"
 #include "OSUtils.h"
 #include "PreferencesDomain.h"
@@ -17,8 +18,6 @@
 // Locations -------------------------------------------------------------------------------------
 
 namespace {
-
-constexpr std::size_t kPathSize = 1024;
 
 using PathBuffer = char[kPathSize];
 
@@ -131,24 +130,7 @@ std::string OSUtils::GetUniqueDirectoryName(const std::string& root) {
 }
 
 bool OSUtils::EnsureDirectoryExists(const std::string& path) {
-  if (IsReadable(path.c_str())) {
-    return true;
-  }
-  PathBuffer buffer;
-  std::snprintf(buffer, sizeof buffer, "%s", path.c_str());
-  const std::size_t length = std::strlen(buffer);
-  if (length > 0 && buffer[length - 1] == '/') {
-    buffer[length - 1] = '\0';
-  }
-  // From the second character: the leading "/" of an absolute path is no component.
-  for (char* end = buffer; *end != '\0' && (end = std::strchr(end + 1, '/')) != nullptr;) {
-    *end = '\0';
-    if (!IsReadable(buffer) && !MakeDirectory(buffer)) {
-      return false;
-    }
-    *end = '/';
-  }
-  return MakeDirectory(buffer);
+  return MakeDirectoryChain(path, IsReadable, MakeDirectory);
 }
 
 bool OSUtils::DeleteDir(const std::string& path) {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "InstallerUtils.h"
+#include "PackageReader.h"
 #include "Support.h"
 #include "ZipBuilder.h"
 
@@ -77,12 +78,12 @@ class Extraction : public testing::Test {
 // What becomes of an entry ----------------------------------------------------------------------
 
 TEST(KindOfEntry, TellsWhatIsWrittenAndWhyTheOthersAreNot) {
-  using Kind = InstallerUtils::EntryKind;
-  EXPECT_EQ(InstallerUtils::KindOfEntry("a", 1), Kind::File);
-  EXPECT_EQ(InstallerUtils::KindOfEntry("a/", 2), Kind::Directory);
-  EXPECT_EQ(InstallerUtils::KindOfEntry("", 0), Kind::NameEmpty);
-  EXPECT_EQ(InstallerUtils::KindOfEntry("a/../..", 7), Kind::ClimbsOut);
-  EXPECT_EQ(InstallerUtils::KindOfEntry("a", 512), Kind::NameTooLong);
+  using Kind = PackageEntry::Kind;
+  EXPECT_EQ(PackageReader::KindOf("a", 1), Kind::File);
+  EXPECT_EQ(PackageReader::KindOf("a/", 2), Kind::Directory);
+  EXPECT_EQ(PackageReader::KindOf("", 0), Kind::NameEmpty);
+  EXPECT_EQ(PackageReader::KindOf("a/../..", 7), Kind::ClimbsOut);
+  EXPECT_EQ(PackageReader::KindOf("a", 512), Kind::NameTooLong);
 }
 
 // What is extracted -----------------------------------------------------------------------------
@@ -204,7 +205,7 @@ TEST_F(Extraction, SecondRunOfTheSameArchiveChangesNothing) {
   EXPECT_EQ(Extract(entries), first);
 }
 
-// What stands in the way ------------------------------------------------------------------------
+// What is in the way ----------------------------------------------------------------------------
 
 TEST_F(Extraction, LinkAtAnOutputPathIsReplacedAndNotWrittenThrough) {
   WriteFile(Package(), Zip({{"hard", "new"}, {"linked", "new"}, {"dangling", "new"}}));

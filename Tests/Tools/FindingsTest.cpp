@@ -4,11 +4,11 @@
 
 #include <set>
 
-#include "Findings.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
+#include "PackageFindings.h"
 #include "Support.h"
-#include "Tree.h"
+#include "TreeComparison.h"
 #include "ZipBuilder.h"
 
 namespace {
@@ -155,7 +155,7 @@ class FindingsTest : public testing::TestWithParam<Case> {
 
   ScopedDirectory directory_;
   std::string path_ = directory_ / kPackageFileName;
-  std::optional<Package> package_;
+  std::optional<PackageReader> package_;
   Prediction prediction_;
 };
 
@@ -170,7 +170,7 @@ std::vector<std::string> IdsOf(const Findings& findings) {
 TEST_P(FindingsTest, ArchiveTriggersItsRuleAlone) {
   const std::string rule = GetParam().rule;
   const std::vector<std::string> expected(rule.empty() ? 0 : 1, rule);
-  EXPECT_EQ(IdsOf(FindInPackage(true, prediction_, ReadStructure(path_))), expected);
+  EXPECT_EQ(IdsOf(FindInPackage(true, prediction_, ReadArchiveLayout(path_))), expected);
 }
 
 TEST_P(FindingsTest, ExtractionLeavesWhatIsPredicted) {
@@ -189,9 +189,9 @@ bool IsPredicted(const std::string& bytes) {
   std::string path = directory / kPackageFileName;
   std::string destination = directory / "destination";
   WriteFile(path, bytes);
-  Package package(path);
+  PackageReader package(path);
   const Prediction prediction = Predict(package);
-  FindInPackage(true, prediction, ReadStructure(path));
+  FindInPackage(true, prediction, ReadArchiveLayout(path));
   return InstallerUtils::UncompressPackageFiles(path, destination) &&
          Compare(prediction, package, destination).empty();
 }
@@ -218,7 +218,7 @@ TEST(DamagedArchive, EveryChangedByteIsPredicted) {
 
 TEST(Rules, MissingPackageIsAFinding) {
   ScopedDirectory directory;
-  Package package(directory / kPackageFileName);
+  PackageReader package(directory / kPackageFileName);
   EXPECT_EQ(IdsOf(FindInPackage(false, Predict(package), std::nullopt)),
             std::vector<std::string>{"package-missing"});
 }

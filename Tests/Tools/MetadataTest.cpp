@@ -8,11 +8,11 @@
 
 namespace {
 
-using Reach = Metadata::Reach;
+using RunOutcome = Metadata::RunOutcome;
 
 struct Case {
   const char* rule;  ///< Empty: none.
-  Reach reach;
+  RunOutcome outcome;
   std::string text;
 };
 
@@ -31,58 +31,64 @@ TEST_P(MetadataTest, FileTriggersItsRuleAlone) {
     ids += finding.rule->id;
   }
   EXPECT_EQ(ids, GetParam().rule);
-  EXPECT_EQ(metadata.reach, GetParam().reach);
+  EXPECT_EQ(metadata.outcome, GetParam().outcome);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Files, MetadataTest,
     testing::Values(
-        Case{"", Reach::Complete, R"({"clear":false,"updateid":1,"regenerate":false})"},
-        Case{"", Reach::Complete, " \n{\"updateid\":-5,\"regenerate\":true,\"clear\":true}\n\n"},
-        Case{"", Reach::Complete, R"({"clear":false,"updateid":5e2,"regenerate":false,"x":[1]})"},
-        Case{"", Reach::Complete, R"({"clear":false,"updateid":999999999,"regenerate":false})"},
-        Case{"", Reach::Complete, R"({"clear":false,"updateid":-99999999,"regenerate":false})"},
-        Case{"metadata-blank", Reach::Nothing,
+        Case{"", RunOutcome::Complete, R"({"clear":false,"updateid":1,"regenerate":false})"},
+        Case{"", RunOutcome::Complete,
+             " \n{\"updateid\":-5,\"regenerate\":true,\"clear\":true}\n\n"},
+        Case{"", RunOutcome::Complete,
+             R"({"clear":false,"updateid":5e2,"regenerate":false,"x":[1]})"},
+        Case{"", RunOutcome::Complete,
+             R"({"clear":false,"updateid":999999999,"regenerate":false})"},
+        Case{"", RunOutcome::Complete,
+             R"({"clear":false,"updateid":-99999999,"regenerate":false})"},
+        Case{"metadata-blank", RunOutcome::Nothing,
              R"({"clear":false, "updateid":1, "regenerate":false})"},
-        Case{"metadata-blank", Reach::Nothing, "{\n}\n"},
-        Case{"metadata-not-object", Reach::Nothing, ""},
-        Case{"metadata-not-object", Reach::Nothing, " \n"},
-        Case{"metadata-not-object", Reach::Nothing, "[1]"},
-        Case{"metadata-not-object", Reach::Nothing, "true"},
-        Case{"metadata-ignored-text", Reach::Complete,
+        Case{"metadata-blank", RunOutcome::Nothing, "{\n}\n"},
+        Case{"metadata-not-object", RunOutcome::Nothing, ""},
+        Case{"metadata-not-object", RunOutcome::Nothing, " \n"},
+        Case{"metadata-not-object", RunOutcome::Nothing, "[1]"},
+        Case{"metadata-not-object", RunOutcome::Nothing, "true"},
+        Case{"metadata-ignored-text", RunOutcome::Complete,
              R"({"clear":true} {"clear":false,"updateid":1,"regenerate":false})"},
-        Case{"metadata-ignored-text", Reach::Complete,
+        Case{"metadata-ignored-text", RunOutcome::Complete,
              R"({"clear":false,"updateid":1,"regenerate":false})" + std::string("\0text", 5)},
-        Case{"metadata-syntax", Reach::Complete,
+        Case{"metadata-syntax", RunOutcome::Complete,
              R"({"clear":false,"updateid":1,"regenerate":false)"},
-        Case{"metadata-syntax", Reach::Complete,
+        Case{"metadata-syntax", RunOutcome::Complete,
              R"({"clear":false,"updateid":1,"regenerate":false}})"},
-        Case{"metadata-repeated-member", Reach::Complete,
+        Case{"metadata-repeated-member", RunOutcome::Complete,
              R"({"clear":false,"updateid":1,"regenerate":false,"clear":true})"},
-        Case{"metadata-member-missing", Reach::Nothing, R"({"updateid":1,"regenerate":false})"},
-        Case{"metadata-member-missing", Reach::Extracted, R"({"clear":true,"regenerate":false})"},
-        Case{"metadata-member-missing", Reach::AllButRandom, R"({"clear":true,"updateid":1})"},
-        Case{"metadata-member-type", Reach::Nothing,
+        Case{"metadata-member-missing", RunOutcome::Nothing,
+             R"({"updateid":1,"regenerate":false})"},
+        Case{"metadata-member-missing", RunOutcome::Extracted,
+             R"({"clear":true,"regenerate":false})"},
+        Case{"metadata-member-missing", RunOutcome::AllButRandom, R"({"clear":true,"updateid":1})"},
+        Case{"metadata-member-type", RunOutcome::Nothing,
              R"({"clear":0,"updateid":1,"regenerate":false})"},
-        Case{"metadata-member-type", Reach::Extracted,
+        Case{"metadata-member-type", RunOutcome::Extracted,
              R"({"clear":true,"updateid":"1","regenerate":false})"},
-        Case{"metadata-member-type", Reach::Extracted,
+        Case{"metadata-member-type", RunOutcome::Extracted,
              R"({"clear":true,"updateid":1.0,"regenerate":false})"},
-        Case{"metadata-member-type", Reach::AllButRandom,
+        Case{"metadata-member-type", RunOutcome::AllButRandom,
              R"({"clear":true,"updateid":1,"regenerate":null})"},
-        Case{"metadata-updateid-range", Reach::Extracted,
+        Case{"metadata-updateid-range", RunOutcome::Extracted,
              R"({"clear":true,"updateid":2147483648,"regenerate":false})"},
-        Case{"metadata-updateid-misread", Reach::Complete,
+        Case{"metadata-updateid-misread", RunOutcome::Complete,
              R"({"clear":true,"updateid":18446744073709551617,"regenerate":false})"},
-        Case{"metadata-updateid-misread", Reach::Complete,
+        Case{"metadata-updateid-misread", RunOutcome::Complete,
              R"({"clear":true,"updateid":8589934592e10,"regenerate":false})"},
-        Case{"metadata-updateid-cut", Reach::Complete,
+        Case{"metadata-updateid-cut", RunOutcome::Complete,
              R"({"clear":true,"updateid":1000000000,"regenerate":false})"},
-        Case{"metadata-updateid-cut", Reach::Complete,
+        Case{"metadata-updateid-cut", RunOutcome::Complete,
              R"({"clear":true,"updateid":2147483647,"regenerate":false})"},
-        Case{"metadata-updateid-cut", Reach::Complete,
+        Case{"metadata-updateid-cut", RunOutcome::Complete,
              R"({"clear":true,"updateid":-100000000,"regenerate":false})"},
-        Case{"metadata-updateid-absent", Reach::Complete,
+        Case{"metadata-updateid-absent", RunOutcome::Complete,
              R"({"clear":true,"updateid":-1,"regenerate":false})"}));
 
 TEST(Metadata, MissingFileEndsTheRunAtOnce) {
@@ -90,7 +96,7 @@ TEST(Metadata, MissingFileEndsTheRunAtOnce) {
   const Metadata metadata = ReadMetadata(directory / "metadata.txt");
   ASSERT_EQ(metadata.findings.size(), 1U);
   EXPECT_STREQ(metadata.findings[0].rule->id, "metadata-missing");
-  EXPECT_EQ(metadata.reach, Reach::Nothing);
+  EXPECT_EQ(metadata.outcome, RunOutcome::Nothing);
 }
 
 TEST(Metadata, DirectoryInItsPlaceHoldsNoWord) {

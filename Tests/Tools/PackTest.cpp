@@ -2,9 +2,9 @@
 #include <sys/stat.h>
 
 #include "ArchiveWriter.h"
+#include "AtomicFile.h"
 #include "Check.h"
 #include "Pack.h"
-#include "Replacement.h"
 #include "Support.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include "InstallerUtils.h"
 #include "Prediction.h"
 #include "Support.h"
-#include "Tree.h"
+#include "TreeComparison.h"
 #include "ZipBuilder.h"
 
 namespace {
@@ -35,7 +35,7 @@ struct Predicted {
 
   ScopedDirectory directory;
   std::string path = directory / "package.zip";
-  std::optional<Package> package;
+  std::optional<PackageReader> package;
   Prediction prediction;
 };
 

@@ -1,0 +1,129 @@
+#include "PackageReader.h"
+
+#include <unzip.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace {
+
+constexpr int kInterruptionsBorne = 100;
+
+using Kind = PackageEntry::Kind;
+
+/// Opens the archive at `path`; null if that is not possible. A signal whose handler interrupts the
+/// call must not make the package a missing one.
+unzFile OpenArchive(const std::string& path) {
+  unzFile archive = nullptr;
+  for (int i = 0; archive == nullptr && i <= kInterruptionsBorne; ++i) {
+    errno = 0;
+    archive = unzOpen(path.c_str());
+    if (errno != EINTR) {
+      break;
+    }
+  }
+  return archive;
+}
+
+/// Whether `name`, joined to a directory, leads above that directory through "..".
+bool ClimbsOut(const char* name) {
+  int depth = 0;
+  while (*name != '\0') {
+    const std::size_t length = std::strcspn(name, "/");
+    if (length == 2 && name[0] == '.' && name[1] == '.') {
+      --depth;
+    } else if (length > 1 || (length == 1 && name[0] != '.')) {
+      ++depth;
+    }
+    if (depth < 0) {
+      return true;
+    }
+    name += length;
+    name += *name == '/' ? 1 : 0;
+  }
+  return false;
+}
+
+}  // namespace
+
+void PackageReader::Closer::operator()(void* archive) const {
+  unzClose(archive);
+}
+
+PackageReader::PackageReader(const std::string& path) : archive_(OpenArchive(path)) {
+  unz_global_info info = {};
+  if (unzGetGlobalInfo(archive_.get(), &info) == UNZ_OK) {  // which refuses a null archive
+    count_ = info.number_entry;
+  }
+}
+
+bool PackageReader::Next() {
+  if (visited_ >= count_ || (visited_ > 0 && unzGoToNextFile(archive_.get()) != UNZ_OK)) {
+    visited_ = count_;
+    return false;
+  }
+  ++visited_;
+  ReadEntry();
+  return true;
+}
+
+bool PackageReader::Open() {
+  return unzOpenCurrentFile(archive_.get()) == UNZ_OK;
+}
+
+int PackageReader::Read() {
+  return unzReadCurrentFile(archive_.get(), portion_, sizeof portion_);
+}
+
+bool PackageReader::Close() {
+  return unzCloseCurrentFile(archive_.get()) == UNZ_OK;
+}
+
+PackageReader::Position PackageReader::Tell() const {
+  unz64_file_pos position = {};
+  unzGetFilePos64(archive_.get(), &position);
+  return {position.pos_in_zip_directory, position.num_of_file};
+}
+
+bool PackageReader::Seek(const Position& position) {
+  unz64_file_pos place = {};
+  place.pos_in_zip_directory = position.inDirectory;
+  place.num_of_file = position.number;
+  const bool isThere = unzGoToFilePos64(archive_.get(), &place) == UNZ_OK;
+  if (isThere) {
+    ReadEntry();
+  }
+  return isThere;
+}
+
+void PackageReader::ReadEntry() {
+  unz_file_info info = {};
+  entry_ = {};
+  if (unzGetCurrentFileInfo(archive_.get(), &info, name_, sizeof name_, nullptr, 0, nullptr, 0) !=
+      UNZ_OK) {
+    return;
+  }
+  name_[sizeof name_ - 1] = '\0';  // the library does not terminate a name that fills the buffer
+  entry_.kind = KindOf(name_, info.size_filename);
+  entry_.name = name_;
+  entry_.nameLength = info.size_filename;
+  entry_.flags = info.flag;
+  entry_.method = info.compression_method;
+  entry_.madeBy = info.version;
+  entry_.externalAttributes = info.external_fa;
+  entry_.compressedSize = info.compressed_size;
+  entry_.size = info.uncompressed_size;
+}
+
+Kind PackageReader::KindOf(const char* name, unsigned long length) {
+  if (length >= kNameSize) {
+    return Kind::NameTooLong;
+  }
+  if (*name == '\0') {
+    return Kind::NameEmpty;
+  }
+  if (ClimbsOut(name)) {
+    return Kind::ClimbsOut;
+  }
+  return name[std::strlen(name) - 1] == '/' ? Kind::Directory : Kind::File;
+}

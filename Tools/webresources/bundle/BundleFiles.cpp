@@ -1,0 +1,31 @@
+#include "BundleFiles.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "Error.h"
+#include "Files.h"
+#include "InstallerConstants.h"
+
+BundleFiles FindBundleFiles(std::string path) {
+  while (path.length() > 1 && path.back() == '/') {
+    path.pop_back();
+  }
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0) {
+    throw Error::FromErrno("read", path);
+  }
+  if (!S_ISDIR(status.st_mode)) {
+    throw Error("read", path, "it is not a directory");
+  }
+  for (const char* inside : {"/Contents/Resources", "/Resources"}) {
+    if (IsDirectory(path + inside)) {
+      path += inside;
+      break;
+    }
+  }
+  if (access(path.c_str(), R_OK | X_OK) != 0) {
+    throw Error::FromErrno("read", path);
+  }
+  return {path, path + "/" + kPackageFileName, path + "/" + kMetadataFileName};
+}

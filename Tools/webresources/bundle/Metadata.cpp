@@ -1,0 +1,206 @@
+#include "Metadata.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <fstream>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "Error.h"
+#include "Files.h"
+#include "InstallerConstants.h"
+#include "MetadataHelper.h"
+#include "OSUtils.h"
+#include "QDOException.h"
+#include "QDOJSONParser.h"
+
+namespace {
+
+/// Nesting costs the scanner stack and is not limited there.
+constexpr int kContainersRead = 1000;
+
+/// The answer of one query; nothing when it ends the run.
+template <typename Value>
+std::optional<Value> Ask(MetadataHelper& helper, Value (MetadataHelper::*query)()) {
+  try {
+    return (helper.*query)();
+  } catch (const QDOException&) {
+    return std::nullopt;
+  }
+}
+
+Metadata::RunOutcome OutcomeOf(const Metadata& metadata) {
+  if (!metadata.clear) {
+    return Metadata::RunOutcome::Nothing;
+  }
+  if (!metadata.updateId) {
+    return Metadata::RunOutcome::Extracted;
+  }
+  return metadata.regenerate ? Metadata::RunOutcome::Complete : Metadata::RunOutcome::AllButRandom;
+}
+
+/// The words of the file, counted as they are read.
+struct Words {
+  explicit Words(const std::string& path) {
+    std::ifstream stream(path);
+    for (std::string word; stream >> word; last = word) {
+      ++count;
+    }
+  }
+
+  int count = 0;
+  std::string last;  ///< With any zero byte in it.
+};
+
+/// The members that stand more than once in the JSON object `text`; nothing when it is none.
+std::set<std::string> RepeatedMembers(const std::string& text) {
+  std::set<std::string> seen;
+  std::set<std::string> repeated;
+  const auto collect = [&](int depth, nlohmann::json::parse_event_t event,
+                           const nlohmann::json& parsed) {
+    if (event == nlohmann::json::parse_event_t::key && depth == 1 &&
+        !seen.insert(parsed.get<std::string>()).second) {
+      repeated.insert(parsed.get<std::string>());
+    }
+    return true;
+  };
+  const bool isJson = !nlohmann::json::parse(text, collect, false).is_discarded();
+  return isJson ? repeated : std::set<std::string>();
+}
+
+/// The number that the member `name` of the JSON object `text` is written as; nothing when it is no
+/// number, or the text is not standard JSON.
+std::optional<double> NumberIn(const std::string& text, const char* name) {
+  const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
+  const auto member = json.find(name);
+  return member != json.end() && member->is_number() ? std::optional(member->get<double>())
+                                                     : std::nullopt;
+}
+
+class MetadataFinder {
+ public:
+  explicit MetadataFinder(const std::string& path) : path_(path) {}
+
+  Metadata Find() {
+    if (StateOf(path_) == FileState::Missing) {
+      AddHere("metadata-missing", "the run ends before anything is written");
+    } else {
+      FindInFile();
+    }
+    metadata_.outcome = OutcomeOf(metadata_);
+    return std::move(metadata_);
+  }
+
+ private:
+  void FindInFile() {
+    const Words words(path_);
+    word_ = MetadataHelper::LastWord(path_);
+    if (std::count(word_.begin(), word_.end(), '[') + std::count(word_.begin(), word_.end(), '{') >
+        kContainersRead) {
+      throw Error("read", path_,
+                  "it has more than " + std::to_string(kContainersRead) + " arrays and objects");
+    }
+    QDOObject object = QDOJSONParser::fromJSON(word_, true);
+    if (object.getType() != QDOObject::Map) {
+      AddHere(words.count > 1 ? "metadata-blank" : "metadata-not-object",
+              word_.empty() ? "it holds no word"
+                            : "the word that counts, its last, is no object: " + word_);
+      return;
+    }
+    if (words.count > 1) {
+      AddHere("metadata-ignored-text", "only its last word is read");
+    }
+    if (words.last != word_) {
+      AddHere("metadata-ignored-text", "its last word is read up to its first zero byte");
+    }
+    if (!nlohmann::json::accept(word_)) {
+      AddHere("metadata-syntax", "the installer reads it as far as it goes: " + word_);
+    }
+    const std::set<std::string> repeated = RepeatedMembers(word_);
+    for (const std::string& member : repeated) {
+      AddTo("metadata-repeated-member", member, "the first one counts");
+    }
+    Query(object.getMap());
+    if (metadata_.updateId && repeated.count("updateid") == 0) {
+      FindMisreading(*metadata_.updateId);
+    }
+  }
+
+  void Query(std::map<std::string, QDOObject>& members) {
+    MetadataHelper helper(path_);
+    metadata_.clear = Ask(helper, &MetadataHelper::shouldClearRegistry);
+    metadata_.updateId = Ask(helper, &MetadataHelper::getUpdateId);
+    metadata_.regenerate = Ask(helper, &MetadataHelper::shouldRegenerateRandom);
+    FindInMember(members, "clear", metadata_.clear.has_value());
+    FindInMember(members, "updateid", metadata_.updateId.has_value());
+    FindInMember(members, "regenerate", metadata_.regenerate.has_value());
+    if (metadata_.updateId) {
+      FindInUpdateId(*metadata_.updateId);
+    }
+  }
+
+  void FindInMember(std::map<std::string, QDOObject>& members, const std::string& name,
+                    bool isAccepted) {
+    if (isAccepted) {
+      return;
+    }
+    const auto member = members.find(name);
+    if (member == members.end()) {
+      AddTo("metadata-member-missing", name, "it is missing");
+    } else if (name == "updateid" && member->second.getType() == QDOObject::Int64) {
+      AddTo("metadata-updateid-range", name, "it does not fit 32 bits");
+    } else {
+      AddTo("metadata-member-type", name, "it is of another type");
+    }
+  }
+
+  void FindInUpdateId(int updateId) {
+    const std::string version = OSUtils::CompleteVersion(updateId);
+    if (updateId == WebRegInfo().updateId) {
+      AddTo("metadata-updateid-absent", "updateid",
+            "it stands for no number: it does not survive the next run with \"clear\"");
+    } else if (version.substr(version.rfind('.') + 1) != std::to_string(updateId)) {
+      AddTo("metadata-updateid-cut", "updateid", "the full version will be " + version);
+    }
+  }
+
+  /// Integers wrap where they are read; what comes out of that may well fit.
+  void FindMisreading(int updateId) {
+    const std::optional<double> written = NumberIn(word_, "updateid");
+    if (written && *written != updateId) {
+      AddTo("metadata-updateid-misread", "updateid",
+            "it is too large, and read as " + std::to_string(updateId));
+    }
+  }
+
+  void AddHere(const char* id, const std::string& reason) { AddTo(id, kMetadataFileName, reason); }
+
+  void AddTo(const char* id, const std::string& subject, const std::string& reason) {
+    Add(metadata_.findings, id, subject, reason);
+  }
+
+  const std::string& path_;
+  std::string word_;
+  Metadata metadata_;
+};
+
+}  // namespace
+
+Metadata ReadMetadata(const std::string& path) {
+  return MetadataFinder(path).Find();
+}
+
+std::string Describe(Metadata::RunOutcome outcome) {
+  switch (outcome) {
+    case Metadata::RunOutcome::Nothing:
+      return "aborts before anything is written";
+    case Metadata::RunOutcome::Extracted:
+      return "aborts after the package is extracted and its directory recorded: the update number "
+             "is not recorded, nothing is deleted";
+    case Metadata::RunOutcome::AllButRandom:
+      return "aborts at the end: all is done but the random identifier";
+    default:
+      return "exits with 0, all done";
+  }
+}

@@ -1,0 +1,175 @@
+#include "Pack.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iostream>
+
+#include "ArchiveWriter.h"
+#include "AtomicFile.h"
+#include "BundleFiles.h"
+#include "Files.h"
+#include "Metadata.h"
+
+namespace {
+
+constexpr std::int64_t kFixedTime = 315532800;  // 1980-01-01, the first that the format has
+
+/// The time of all entries, so that it is not the machine's.
+std::int64_t EntryTime() {
+  const char* text = std::getenv("SOURCE_DATE_EPOCH");
+  if (text == nullptr || *text == '\0') {
+    return kFixedTime;
+  }
+  char* end = nullptr;
+  errno = 0;
+  const std::int64_t seconds = std::strtoll(text, &end, 10);
+  if (*end != '\0' || errno != 0) {
+    throw Error("use", "SOURCE_DATE_EPOCH", "it is not a number of seconds: " + std::string(text));
+  }
+  return seconds;
+}
+
+/// What is written must not become part of what is packed.
+void RequireOutside(const std::string& output, const std::string& directory) {
+  const std::string outer = RealPath(directory) + "/";
+  if ((RealPath(output) + "/").compare(0, outer.length(), outer) == 0) {
+    throw Error("write to", output, "it lies in the directory that is packed");
+  }
+}
+
+/// A bar on the error output, where that is a terminal.
+class Progress {
+ public:
+  Progress(std::size_t total, bool isQuiet)
+      : total_(total), isShown_(!isQuiet && total != 0 && isatty(STDERR_FILENO) == 1) {}
+  ~Progress() {
+    if (isShown_) {
+      std::cerr << "\r\033[K" << std::flush;
+    }
+  }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  void Step() {
+    constexpr std::size_t kWidth = 40;
+    const std::size_t filled = ++done_ * kWidth / total_;
+    if (isShown_ && filled != shown_) {
+      shown_ = filled;
+      std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] "
+                << done_ << "/" << total_ << std::flush;
+    }
+  }
+
+ private:
+  std::size_t total_;
+  bool isShown_;
+  std::size_t done_ = 0;
+  std::size_t shown_ = 0;
+};
+
+volatile std::sig_atomic_t interrupted = 0;
+
+void CatchInterrupts() {
+  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+    std::signal(signal, [](int) { interrupted = 1; });
+  }
+}
+
+struct Totals {
+  std::uint64_t directories = 0;
+  std::uint64_t files = 0;
+  std::uint64_t bytes = 0;
+};
+
+Totals WritePackage(const SourceTree& tree, const std::string& path, bool isQuiet) {
+  Totals totals;
+  Progress progress(tree.items.size(), isQuiet);
+  ArchiveWriter archive(path, EntryTime());
+  for (const SourceTree::Item& item : tree.items) {
+    if (interrupted != 0) {
+      throw Error("pack", item.path, "interrupted");  // the temporary files are removed
+    }
+    if (item.isDirectory) {
+      archive.AddDirectory(item.name);
+      ++totals.directories;
+    } else {
+      totals.bytes += archive.AddFile(item.name, item.path);
+      ++totals.files;
+    }
+    progress.Step();
+  }
+  archive.Close();
+  return totals;
+}
+
+void WriteMetadata(const PackOptions& options, const std::string& path) {
+  std::ofstream stream(path);
+  stream << std::boolalpha << "{\"clear\":" << options.clear << ",\"updateid\":" << options.updateId
+         << ",\"regenerate\":" << options.regenerate << "}\n";
+  stream.close();
+  if (!stream) {
+    throw Error::FromErrno("write", path);
+  }
+}
+
+void ReportLeftOut(const SourceTree& tree, bool isQuiet, Report& report) {
+  Json& leftOut = report.details["leftOut"] = Json::array();
+  for (const SourceTree::LeftOut& item : tree.leftOut) {
+    Json json = {{"reason", item.reason}};
+    PutName(json, "path", item.name);
+    leftOut.push_back(json);
+    if (!isQuiet) {
+      report.listing.push_back("left out: " + item.name + " (" + item.reason + ")");
+    }
+  }
+}
+
+void ReportTotals(const Totals& totals, const BundleFiles& resources, bool isQuiet,
+                  Report& report) {
+  struct stat status = {};
+  stat(resources.package.c_str(), &status);
+  Json& package = report.details["package"] = Json::object();
+  PutName(package, "path", resources.package);
+  package["directories"] = totals.directories;
+  package["files"] = totals.files;
+  package["bytes"] = totals.bytes;
+  package["packedBytes"] = static_cast<std::uint64_t>(status.st_size);
+  if (!isQuiet) {
+    report.summary.push_back("directories: " + std::to_string(totals.directories) +
+                             ", files: " + std::to_string(totals.files) +
+                             ", bytes: " + std::to_string(totals.bytes) + ", packed into " +
+                             std::to_string(status.st_size) + " bytes: " + resources.package);
+  }
+}
+
+}  // namespace
+
+Report Pack(const PackOptions& options) {
+  const BundleFiles resources = FindBundleFiles(options.output);
+  RequireOutside(resources.directory, options.directory);
+  const SourceTree tree = CollectSource(options.directory, options.selection);
+  CatchInterrupts();
+
+  Report report("pack");
+  ReportLeftOut(tree, options.isQuiet, report);
+  AtomicFile metadata(resources.metadata);
+  WriteMetadata(options, metadata.temporary());
+  report.findings = tree.refused;
+  for (const Finding& finding : ReadMetadata(metadata.temporary()).findings) {
+    report.findings.push_back(finding);
+  }
+  report.SetStatus();
+  if (report.status != kAsItShouldBe) {
+    report.summary.push_back("nothing is written");
+    return report;
+  }
+  AtomicFile package(resources.package);
+  const Totals totals = WritePackage(tree, package.temporary(), options.isQuiet);
+  AtomicFile::CommitBoth(package, metadata);
+  ReportTotals(totals, resources, options.isQuiet, report);
+  return report;
+}

@@ -1,0 +1,107 @@
+#include "Report.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+
+#include "Names.h"
+
+namespace {
+
+const char* NameOf(Severity severity) {
+  return severity == Severity::Error ? "error" : "warning";
+}
+
+bool TakesColour() {
+  const char* noColour = std::getenv("NO_COLOR");
+  const char* terminal = std::getenv("TERM");
+  return isatty(STDOUT_FILENO) == 1 && (noColour == nullptr || *noColour == '\0') &&
+         terminal != nullptr && std::string(terminal) != "dumb";
+}
+
+std::string Coloured(const std::string& text, Severity severity) {
+  static const bool takesColour = TakesColour();
+  return takesColour ? (severity == Severity::Error ? "\033[31m" : "\033[33m") + text + "\033[0m"
+                     : text;
+}
+
+std::string Hexadecimal(const std::string& bytes) {
+  static const char digits[] = "0123456789abcdef";
+  std::string text;
+  for (const char byte : bytes) {
+    text += digits[static_cast<unsigned char>(byte) >> 4U];
+    text += digits[static_cast<unsigned char>(byte) & 15U];
+  }
+  return text;
+}
+
+Json ToJson(const Finding& finding) {
+  Json json = {{"id", finding.rule->id}, {"severity", NameOf(finding.rule->severity)}};
+  PutName(json, "subject", finding.subject);
+  json["reason"] = names::Printable(finding.reason);
+  json["fix"] = finding.rule->fix;
+  return json;
+}
+
+Json ToJson(const Report& report) {
+  Json document = {{"tool", "webresources"},
+                   {"version", WEBRESOURCES_VERSION},
+                   {"command", report.command},
+                   {"status", report.status},
+                   {"findings", Json::array()}};
+  for (const Finding& finding : report.findings) {
+    document["findings"].push_back(ToJson(finding));
+  }
+  document.update(report.details);
+  return document;
+}
+
+void PrintFinding(const Finding& finding) {
+  const Severity severity = finding.rule->severity;
+  std::cout << Coloured(NameOf(severity), severity) << " [" << finding.rule->id << "] "
+            << names::Printable(finding.subject) << ": " << names::Printable(finding.reason)
+            << "\n    fix: " << finding.rule->fix << '\n';
+}
+
+void PrintLines(const std::vector<std::string>& lines) {
+  for (const std::string& line : lines) {
+    std::cout << names::Printable(line) << '\n';
+  }
+}
+
+}  // namespace
+
+Report ReportOf(const std::string& command, const Error& error) {
+  Report report(command);
+  report.status = kCouldNotTell;
+  Json& json = report.details["error"];
+  json["operation"] = error.operation();
+  PutName(json, "object", error.object());
+  json["reason"] = error.reason();
+  return report;
+}
+
+void PutName(Json& object, const std::string& key, const std::string& name) {
+  if (names::IsUtf8(name)) {
+    object[key] = name;
+  } else {
+    object[key] = names::Printable(name);
+    object[key + "Hex"] = Hexadecimal(name);
+  }
+}
+
+void Print(const Report& report, bool asJson) {
+  if (asJson) {
+    std::cout << ToJson(report).dump(2) << '\n';
+  } else {
+    PrintLines(report.listing);
+    for (const Finding& finding : report.findings) {
+      PrintFinding(finding);
+    }
+    PrintLines(report.summary);
+  }
+  if (!std::cout.flush()) {
+    throw Error::FromErrno("write", "the standard output");
+  }
+}

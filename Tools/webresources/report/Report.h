@@ -1,0 +1,45 @@
+#ifndef TOOLS_WEBRESOURCES_REPORT_REPORT_H_
+#define TOOLS_WEBRESOURCES_REPORT_REPORT_H_
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "Error.h"
+#include "Finding.h"
+
+using Json = nlohmann::ordered_json;
+
+/// How commands end.
+constexpr int kAsItShouldBe = 0;
+constexpr int kHasFindings = 1;
+constexpr int kCouldNotTell = 2;
+constexpr int kUsage = 64;
+
+/// What a command has to say: to people, and in one JSON document.
+struct Report {
+  explicit Report(std::string commandName) : command(std::move(commandName)) {}
+
+  std::string command;
+  int status = kAsItShouldBe;
+  std::vector<std::string> listing;  ///< Lines for people before the findings.
+  Findings findings;
+  std::vector<std::string> summary;  ///< Lines for people after them.
+  Json details = Json::object();     ///< Members of the document beside the common ones.
+
+  /// Sets the status by the findings.
+  void SetStatus() { status = findings.empty() ? kAsItShouldBe : kHasFindings; }
+};
+
+/// A report that says only what kept `command` from telling.
+Report ReportOf(const std::string& command, const Error& error);
+
+/// Puts the bytes `name` under `key`: as they are when they are UTF-8, else printable, with all the
+/// bytes in hexadecimal under `key`Hex.
+void PutName(Json& object, const std::string& key, const std::string& name);
+
+/// Writes the report to the standard output: the document with `asJson`, else the lines, in colour
+/// where a terminal takes it. Throws Error when it cannot be written.
+void Print(const Report& report, bool asJson);
+
+#endif  // TOOLS_WEBRESOURCES_REPORT_REPORT_H_

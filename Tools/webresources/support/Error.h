@@ -1,0 +1,34 @@
+#ifndef TOOLS_WEBRESOURCES_SUPPORT_ERROR_H_
+#define TOOLS_WEBRESOURCES_SUPPORT_ERROR_H_
+
+#include <cerrno>
+#include <stdexcept>
+#include <string>
+#include <system_error>
+
+/// Something that keeps a command from telling or doing what it was asked: what was tried, on what,
+/// and why it failed.
+class Error : public std::runtime_error {
+ public:
+  Error(std::string operation, std::string object, std::string reason)
+      : std::runtime_error("cannot " + operation + " " + object + ": " + reason),
+        operation_(std::move(operation)),
+        object_(std::move(object)),
+        reason_(std::move(reason)) {}
+
+  /// With the reason that errno gives.
+  static Error FromErrno(std::string operation, std::string object) {
+    return Error(std::move(operation), std::move(object), std::generic_category().message(errno));
+  }
+
+  const std::string& operation() const { return operation_; }
+  const std::string& object() const { return object_; }
+  const std::string& reason() const { return reason_; }
+
+ private:
+  std::string operation_;
+  std::string object_;
+  std::string reason_;
+};
+
+#endif  // TOOLS_WEBRESOURCES_SUPPORT_ERROR_H_

@@ -1,0 +1,48 @@
+#ifndef TOOLS_WEBRESOURCES_SUPPORT_NAMES_H_
+#define TOOLS_WEBRESOURCES_SUPPORT_NAMES_H_
+
+#include <string>
+#include <vector>
+
+/// What names mean to people, terminals and file systems. Names are byte strings; paths have "/"
+/// between their components.
+namespace names {
+
+/// The longest component of a path that file systems take, in bytes.
+constexpr std::size_t kComponentLimit = 255;
+
+bool IsUtf8(const std::string& name);
+bool IsAscii(const std::string& name);
+
+/// `name` as a terminal may be given it: what is not UTF-8, and every control or invisible
+/// formatting character, stands as \xNN per byte.
+std::string Printable(const std::string& name);
+
+/// What a file system that ignores case and normalisation takes `name` for. A name that is not
+/// UTF-8 stands for itself.
+std::string Folded(const std::string& name);
+
+/// Two paths of one directory that such a file system takes for one.
+struct Collision {
+  std::string first;
+  std::string second;
+  bool differsInCase;  ///< False: in normalisation only.
+};
+
+/// All collisions among `paths` (no trailing "/"), each path against the first that it collides
+/// with. Paths below colliding directories are not compared: the directories stand for them.
+std::vector<Collision> Collisions(const std::vector<std::string>& paths);
+
+/// Files that macOS scatters and no product needs.
+enum class Junk { None, DsStore, MacOsx, AppleDouble };
+
+/// What junk `path` is, or is in. A directory's path ends in "/" or not.
+Junk JunkKind(const std::string& path);
+
+/// `path` without its last component and the "/" before it, and that component.
+std::string Parent(const std::string& path);
+std::string Last(const std::string& path);
+
+}  // namespace names
+
+#endif  // TOOLS_WEBRESOURCES_SUPPORT_NAMES_H_
