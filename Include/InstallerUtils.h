@@ -26,8 +26,10 @@ class InstallerUtils {
   /// name is empty, has 512 bytes or more, or leads above `destDir` through ".." (see
   /// PackageEntry). Modification times and modes in the archive are not applied.
   ///
-  /// Each file is made new: what is at its path, except a directory, is removed first, so that
-  /// nothing is written through a link.
+  /// If the output path is taken: a regular file with one name is truncated and rewritten in place,
+  /// so it keeps its mode and owner; if the user may not write it, the entry is skipped. A link, a
+  /// file with several names, a FIFO, a socket or a device is removed first: nothing is ever
+  /// written through it.
   static bool UncompressPackageFiles(std::string& zipPath, std::string& destDir);
 };
 

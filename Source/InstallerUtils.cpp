@@ -1,10 +1,12 @@
 #include "InstallerUtils.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 
+#include "Descriptor.h"
 #include "InstallerConstants.h"
 #include "OSUtils.h"
 #include "PackageReader.h"
@@ -20,11 +22,40 @@ bool IsLink(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 && S_ISLNK(status.st_mode);
 }
 
-/// Opens a new file at `path`; null if that is not possible. Anything there but a directory gives
-/// way: to open it could wait for ever, or write to what has another name.
+/// Whether a file may be rewritten in place: a regular file whose only name this is. To open
+/// anything else could wait for ever, or write to what has another name.
+bool IsPlainFile(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_nlink == 1;
+}
+
+/// Opens the plain file at `path` and empties it. Null if it cannot be written, or if something
+/// else has been put in its place.
+FILE* OpenEmptied(const std::string& path) {
+  Descriptor file(open(path.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status = {};
+  if (!file || fstat(*file, &status) != 0 || !IsPlainFile(status) || ftruncate(*file, 0) != 0) {
+    return nullptr;
+  }
+  FILE* const stream = fdopen(*file, "wb");
+  if (stream != nullptr) {
+    file.Release();
+  }
+  return stream;
+}
+
+/// Opens the output file at `path`; null if that is not possible. A plain file there is rewritten
+/// in place and keeps its mode, its owner and the spelling of its name. Anything else but a
+/// directory gives way to a new file.
 FILE* OpenOutput(const std::string& path) {
   FILE* stream = nullptr;
-  if (fopen_s(&stream, path.c_str(), "wbx") == EEXIST && unlink(path.c_str()) == 0) {
+  if (fopen_s(&stream, path.c_str(), "wbx") != EEXIST) {
+    return stream;
+  }
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) == 0 && IsPlainFile(status)) {
+    return OpenEmptied(path);
+  }
+  if (unlink(path.c_str()) == 0) {
     fopen_s(&stream, path.c_str(), "wbx");
   }
   return stream;

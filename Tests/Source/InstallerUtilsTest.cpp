@@ -207,6 +207,33 @@ TEST_F(Extraction, SecondRunOfTheSameArchiveChangesNothing) {
 
 // What is in the way ----------------------------------------------------------------------------
 
+ino_t FileNumber(const std::string& path) {
+  struct stat status = {};
+  EXPECT_EQ(lstat(path.c_str(), &status), 0);
+  return status.st_ino;
+}
+
+TEST_F(Extraction, PlainFileAtAnOutputPathIsRewrittenInPlaceAndKeepsItsMode) {
+  Extract({{"a", "long contents"}});
+  const std::string path = Destination() + "/a";
+  ASSERT_EQ(chmod(path.c_str(), 0640), 0);
+  const ino_t before = FileNumber(path);
+  EXPECT_EQ(Extract({{"a", "short"}}), (Tree{{"a", "short"}}));
+  EXPECT_EQ(FileNumber(path), before);
+  EXPECT_EQ(Mode(path), 0640U);
+}
+
+TEST_F(Extraction, PlainFileThatMayNotBeWrittenIsSkipped) {
+  Extract({{"a", "old"}});
+  const std::string path = Destination() + "/a";
+  ASSERT_EQ(chmod(path.c_str(), 0444), 0);
+  fs::permissions(Destination(), fs::perms::all);  // it could be replaced
+  fs::permissions(directory_ / "", fs::perms::all);
+  WriteFile(Package(), Zip({{"a", "new"}, {"b", "new"}}));
+  EXPECT_TRUE(AsOrdinaryUser([this] { return Uncompress(Package(), Destination()); }));
+  EXPECT_EQ(TreeOf(Destination()), (Tree{{"a", "old"}, {"b", "new"}}));
+}
+
 TEST_F(Extraction, LinkAtAnOutputPathIsReplacedAndNotWrittenThrough) {
   WriteFile(Package(), Zip({{"hard", "new"}, {"linked", "new"}, {"dangling", "new"}}));
   fs::create_directory(Destination());
