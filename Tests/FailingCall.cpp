@@ -75,6 +75,9 @@ LET_FAIL(1, int, ferror, (FILE * stream), (stream))
 LET_FAIL(-1, int, flock, (int file, int operation), (file, operation))
 LET_FAIL(-1, int, fstat, (int file, struct stat* status), (file, status))
 LET_FAIL(-1, int, fsync, (int file), (file))
+LET_FAIL(0, std::size_t, fwrite,
+         (const void* data, std::size_t size, std::size_t count, FILE* stream),
+         (data, size, count, stream))
 LET_FAIL(-1, int, mkdir, (const char* path, mode_t mode), (path, mode))
 LET_FAIL(-1, int, renameat, (int from, const char* old, int to, const char* name),
          (from, old, to, name))

@@ -142,6 +142,31 @@ class Start(InstallerTestCase):
                              top | {"tmp", "proc", record_path().split("/")[1]})
 
 
+@posix_only("the command that sets the limit")
+class FileSizeLimit(InstallerTestCase):
+    """A limit is one more failed write: it is passed over, and does not end the run."""
+
+    def run_limited(self, size):
+        self.machine.add_programs(program("prlimit"))
+        self.run_installer(program("prlimit"), f"--fsize={size}", f"{APPLICATION}/{EXECUTABLE}")
+
+    def test_larger_file_is_cut_and_the_rest_goes_on(self):
+        noise = os.urandom(300_000)
+        self.machine.pack({"big": noise, "small": b"2"})
+        self.run_limited(100_000)
+        self.assert_installed({b"big": noise[:100_000], b"small": b"2"})
+        self.assert_record(update=1)
+
+    def test_record_that_cannot_be_written_stays_as_it_was(self):
+        self.run_installer()
+        before = self.machine.record_file.read_bytes()
+        self.run_limited(100)
+        self.assertEqual(self.machine.record_file.read_bytes(), before)
+        self.assertEqual(os.listdir(self.machine.record_file.parent),
+                         [self.machine.record_file.name])
+        self.assertEqual(set(os.listdir(self.machine.install_root)), {"Resource0", "Resource1"})
+
+
 class WithoutPrivileges(InstallerTestCase):
     """The run needs rights to write; without them it ends well and changes nothing."""
 

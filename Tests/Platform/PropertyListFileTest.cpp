@@ -458,19 +458,6 @@ TEST_F(PropertyListFileTest, UnwritableDirectoryFailsAndKeepsTheFile) {
   EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
 }
 
-TEST_F(PropertyListFileTest, FailedWriteLeavesTheOldFileAndNoTemporaryOne) {
-  ASSERT_TRUE(Set("key", 1));
-  const std::string before = BytesOf(path_);
-  EXPECT_TRUE(InChild([&] {
-    const rlimit limit{4096, 4096};
-    signal(SIGXFSZ, SIG_IGN);  // a write past the limit is cut short, the next one fails
-    return setrlimit(RLIMIT_FSIZE, &limit) == 0 &&
-           !PropertyListFile(path_).Apply({{"text", std::string(10000, 'x')}});
-  }));
-  EXPECT_EQ(before, BytesOf(path_));
-  EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
-}
-
 TEST_F(PropertyListFileTest, WithoutDescriptorsItFails) {
   ASSERT_TRUE(Set("key", 1));
   for (rlim_t descriptors = 3; descriptors < 6; ++descriptors) {

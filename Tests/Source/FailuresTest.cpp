@@ -1,4 +1,4 @@
-// Resource directories and metadata when the system refuses its calls.
+// Resource directories, metadata and extraction when the system refuses its calls.
 
 #include <gtest/gtest.h>
 
@@ -6,9 +6,11 @@
 #include <filesystem>
 
 #include "FailingCall.h"
+#include "InstallerUtils.h"
 #include "MetadataHelper.h"
 #include "OSUtils.h"
 #include "Support.h"
+#include "ZipBuilder.h"
 
 namespace {
 
@@ -34,6 +36,19 @@ TEST(FailingDirectories, DirectoryThatCannotBeListedDoesNotStopTheOthers) {
     EXPECT_TRUE(OSUtils::DeleteAllDirectoryExceptOne(directory / "/", ""));
   }
   EXPECT_EQ(TreeOf(directory / "").size(), 2U);  // one of the three, and its entry
+}
+
+TEST(FailingExtraction, FileThatCannotBeWrittenWholeIsKeptAndTheRestGoesOn) {
+  constexpr std::size_t kPortion = 8192;
+  constexpr int kPortions = 5;
+  const ScopedDirectory directory;
+  const std::string big(kPortion * kPortions, 'x');
+  WriteFile(directory / "package", Zip({{"big", big}, {"small", "2"}}));
+  std::string package = directory / "package";
+  std::string destination = directory / "new";
+  const FailingCall fault("fwrite", ENOSPC, 2, kPortions);
+  EXPECT_TRUE(InstallerUtils::UncompressPackageFiles(package, destination));
+  EXPECT_EQ(TreeOf(destination), (Tree{{"big", big.substr(0, kPortion)}, {"small", "2"}}));
 }
 
 TEST(FailingMetadata, FileThatCannotBeReadToItsEndHasNoWord) {

@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <csignal>
 #include <filesystem>
 #include <random>
 #include <string>
@@ -516,17 +514,6 @@ TEST_F(Extraction, FileThatCannotBeCreatedIsSkipped) {
   fs::permissions(Destination() + "/open", fs::perms::all);
   EXPECT_TRUE(AsOrdinaryUser([this] { return Uncompress(Package(), Destination()); }));
   EXPECT_EQ(TreeOf(Destination()), (Tree{{"closed/", ""}, {"open/", ""}, {"open/a", "2"}}));
-}
-
-TEST_F(Extraction, FileThatCannotBeWrittenWholeIsKeptAndTheRestGoesOn) {
-  WriteFile(Package(), Zip({{"big", Noise(300000)}, {"small", "2"}}));
-  EXPECT_TRUE(InChild([this] {
-    const rlimit limit = {100000, 100000};
-    std::signal(SIGXFSZ, SIG_IGN);
-    return setrlimit(RLIMIT_FSIZE, &limit) == 0 && Uncompress(Package(), Destination());
-  }));
-  EXPECT_EQ(TreeOf(Destination()),
-            (Tree{{"big", Noise(300000).substr(0, 100000)}, {"small", "2"}}));
 }
 
 // The destination -------------------------------------------------------------------------------
