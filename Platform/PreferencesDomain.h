@@ -11,8 +11,8 @@
 ///
 /// An object is a cheap name for its domain; it holds no values itself. All objects with the same
 /// identifier in one process see the same domain, including changes that are not yet flushed.
-/// A change is visible to the process at once and reaches the disk with the next successful
-/// Flush(); after a failed one it stays pending. Nothing here throws (memory exhaustion apart),
+/// A change is visible to this process at once, and to others at the latest after the next
+/// successful Flush(); after a failed one it stays pending. Nothing here throws (memory exhaustion apart),
 /// prints, or aborts on what it finds on the disk.
 ///
 /// Keys and texts are UTF-8 without a zero byte; setting anything else changes nothing.
@@ -23,7 +23,7 @@
 class PreferencesDomain {
  public:
   /// `root`: where the file system of the host lies, empty for this host. A back end that reaches
-  /// this host only finds nothing in the domains of others, and fails to flush them.
+  /// this host only finds nothing in the domains of others, and can neither read nor flush them.
   explicit PreferencesDomain(const std::string& applicationIdentifier,
                              const std::string& root = {});
 
@@ -48,9 +48,13 @@ class PreferencesDomain {
   std::optional<std::vector<std::string>> KeyList() const;
 
   /// Writes this process's changes to the disk. Returns whether that succeeded. Keys that another
-  /// process has written meanwhile are kept, and seen from then on at the latest. Without
-  /// changes nothing is written, and a false result says that the domain cannot be read.
+  /// process has written meanwhile are kept, and seen from then on at the latest. Without changes
+  /// nothing is written; the result may be false even then, where this process has no right to
+  /// write the domain.
   bool Flush();
+
+  /// Whether the domain can be read; a domain that is not there can. Changes nothing.
+  bool IsReadable() const;
 
  private:
   std::string name_;  ///< What the back end calls the domain.

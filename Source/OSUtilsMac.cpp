@@ -228,9 +228,9 @@ void OSUtils::OldInfo(WebRegInfo* info) {
 }
 
 bool OSUtils::InfoUnder(const std::string& root, WebRegInfo* info) {
-  PreferencesDomain record(PLIST_SECTION_KEY, root);
+  const PreferencesDomain record(PLIST_SECTION_KEY, root);
   Capture(record, info);
-  return record.Flush();  // of no changes: whether it can be read
+  return record.IsReadable();
 }
 
 bool OSUtils::ClearRegistry() {

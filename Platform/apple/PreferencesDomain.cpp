@@ -151,3 +151,9 @@ bool PreferencesDomain::Flush() {
          CFPreferencesSynchronize(application.get(), kCFPreferencesAnyUser,
                                   kCFPreferencesCurrentHost);
 }
+
+// CoreFoundation does not say whether it could read a domain of this host. Not a flush's result:
+// that may be false for a process that cannot write, even when it has nothing to write.
+bool PreferencesDomain::IsReadable() const {
+  return WrapForever(name_) != nullptr;
+}

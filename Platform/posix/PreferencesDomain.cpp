@@ -95,3 +95,7 @@ bool PreferencesDomain::Flush() {
   pending.clear();
   return true;
 }
+
+bool PreferencesDomain::IsReadable() const {
+  return PropertyListFile(name_).Apply({});
+}

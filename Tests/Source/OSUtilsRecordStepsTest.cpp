@@ -92,6 +92,10 @@ bool PreferencesDomain::Flush() {
   return store.flushes;
 }
 
+bool PreferencesDomain::IsReadable() const {
+  return true;
+}
+
 namespace {
 
 class RecordSteps : public testing::Test {
