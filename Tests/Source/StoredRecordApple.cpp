@@ -106,6 +106,8 @@ void StoredRecord::Remove() {
 
 void StoredRecord::Write(const std::string& members) {
   InAnotherProcess({"store", PropertyList(members)});
+  // What others have written may show in this process only after it has synchronized.
+  CFPreferencesSynchronize(Domain().get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
 }
 
 std::string StoredRecord::Read() {
