@@ -1,6 +1,7 @@
 // How fast JSON text becomes values, how much a copy of a value costs, and how fast values go away.
 //
 //     ValuesBenchmark [--benchmark_OPTION...] [DOCUMENT...]
+//     ValuesBenchmark --build=TIMES DOCUMENT     builds its values that often and measures nothing
 //
 // Each DOCUMENT is read into memory first, then built and destroyed by QDOJSONParser and, for
 // comparison, by nlohmann-json and RapidJSON.
@@ -8,6 +9,7 @@
 #include <benchmark/benchmark.h>
 #include <rapidjson/document.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -41,12 +43,17 @@ void BuildAndDestroy(benchmark::State& state, const std::string& text, Build bui
   state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(text.size()));
 }
 
-void RegisterDocument(const std::string& path) {
+std::string ReadDocument(const std::string& path) {
   std::ifstream stream(path, std::ios::binary);
-  const std::string text{std::istreambuf_iterator<char>(stream), {}};
+  std::string text{std::istreambuf_iterator<char>(stream), {}};
   if (text.empty()) {
     throw std::runtime_error(path + " cannot be read");
   }
+  return text;
+}
+
+void RegisterDocument(const std::string& path) {
+  const std::string text = ReadDocument(path);
   const std::string name = path.substr(path.rfind('/') + 1);
   const auto add = [&](const char* reader, auto build) {
     benchmark::RegisterBenchmark((name + "/" + reader).c_str(), [text, build](auto& state) {
@@ -100,6 +107,14 @@ BENCHMARK(DestroyMap)->Arg(1000)->Arg(100000);
 }  // namespace
 
 int main(int argc, char** argv) {
+  const std::string build = "--build=";
+  if (argc == 3 && build.compare(0, build.length(), argv[1], build.length()) == 0) {
+    const std::string text = ReadDocument(argv[2]);
+    for (int times = std::atoi(argv[1] + build.length()); times > 0; --times) {
+      BuildValue(text);
+    }
+    return 0;
+  }
   benchmark::Initialize(&argc, argv);
   for (int i = 1; i < argc; ++i) {
     RegisterDocument(argv[i]);

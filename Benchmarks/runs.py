@@ -52,7 +52,7 @@ def in_root(root, function):
     return pickle.loads(data)
 
 
-def seconds(command):
+def seconds(command, on_disk=False):
     """The seconds of one run of `command`: from its start to its end, and of the processor."""
 
     def run():
@@ -62,6 +62,8 @@ def seconds(command):
         return status, time.monotonic() - start, usage.ru_utime + usage.ru_stime
 
     command.prepare()
+    if on_disk:
+        os.sync()
     status, elapsed, processor = in_root(command.root, run)
     if status != 0:
         raise RuntimeError(f"{command.name} failed: {command.arguments}")
@@ -69,28 +71,36 @@ def seconds(command):
 
 
 class Series:
-    """Runs of several commands in turn: A B C A B C …
+    """Runs of several commands in rounds. Each round begins with another command than the one
+    before it, so that no command always follows the same one.
 
-    On a tmpfs the time is the processor's, which other processes disturb less; elsewhere it is what
-    passes, waits included.
+    On a tmpfs the time is the processor's, which other processes disturb less. With `on_disk` it is
+    what passes, waits included, and everything is written to the disk before each run: no command
+    pays for what an earlier one left unwritten.
     """
 
-    def __init__(self, commands, rounds, repetitions=1, waits=False):
-        clock = 0 if waits else 1
-        self.times = {command.name: [] for command in commands}
-        for _ in range(rounds):
-            for command in commands:
-                taken = [seconds(command)[clock] for _ in range(repetitions)]
-                self.times[command.name].append(statistics.fmean(taken))
+    def __init__(self, commands, rounds, repetitions=1, on_disk=False):
+        self.elapsed = {command.name: [] for command in commands}
+        self.processor = {command.name: [] for command in commands}
+        self.judged = self.elapsed if on_disk else self.processor
+        for number in range(rounds):
+            first = number % len(commands)
+            for command in commands[first:] + commands[:first]:
+                taken = [seconds(command, on_disk) for _ in range(repetitions)]
+                self.elapsed[command.name].append(statistics.fmean(run[0] for run in taken))
+                self.processor[command.name].append(statistics.fmean(run[1] for run in taken))
         for command in commands:
             shutil.rmtree(command.product, ignore_errors=True)
 
     def median(self, name):
-        return statistics.median(self.times[name])
+        return statistics.median(self.judged[name])
+
+    def median_processor(self, name):
+        return statistics.median(self.processor[name])
 
     def ratio(self, name, other):
-        """The median of the ratios of the runs that followed each other."""
-        return statistics.median(a / b for a, b in zip(self.times[name], self.times[other]))
+        """The median of the ratios of the runs in the same round."""
+        return statistics.median(a / b for a, b in zip(self.judged[name], self.judged[other]))
 
 
 def chrooted(command):
@@ -102,7 +112,7 @@ def peak_kib(command):
     command.prepare()
     with tempfile.NamedTemporaryFile("r") as report:
         subprocess.run(["/usr/bin/time", "-f", "%M", "-o", report.name, *chrooted(command)],
-                       check=True)
+                       check=True, stdout=subprocess.DEVNULL)
         return int(report.read())
 
 
@@ -115,6 +125,30 @@ def system_calls(command, kind="all"):
                        check=True)
         rows = re.findall(r"^(\w+) +(\d+) +([\d.]+)$", report.read(), re.MULTILINE)
     return {name: (int(calls), float(taken)) for name, calls, taken in rows if name != "total"}
+
+
+def system_calls_at(command, path):
+    """How often one run opens the file at `path` to read it, puts another in its place, and waits
+    for the disk: for files and directories (fsync) and for a whole file system (syncfs)."""
+    command.prepare()
+    with tempfile.NamedTemporaryFile("r") as report:
+        subprocess.run(["strace", "-f", "-e", "trace=openat,rename,renameat,renameat2,fsync,syncfs",
+                        "-o", report.name, *chrooted(command)], check=True)
+        lines = report.read().splitlines()
+    name = path.rsplit("/", 1)[1]
+    return {"reads": sum("openat(" in line and f'{name}"' in line and "O_RDONLY" in line
+                         for line in lines),
+            "writes": sum("rename" in line and f'{name}"' in line for line in lines),
+            "fsync": sum("fsync(" in line for line in lines),
+            "syncfs": sum("syncfs(" in line for line in lines)}
+
+
+def allocations(arguments):
+    """How many blocks of memory a command allocates, counted by valgrind."""
+    result = subprocess.run(["valgrind", "--run-libc-freeres=no", *arguments], check=True, text=True,
+                            stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
+    return int(re.search(r"total heap usage: ([\d,]+) allocs", result.stderr).group(1)
+               .replace(",", ""))
 
 
 def instructions(command):
