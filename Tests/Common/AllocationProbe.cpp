@@ -11,6 +11,7 @@ std::atomic<long> g_freed{0};
 std::atomic<long> g_until_failure{0};
 std::atomic<AllocationProbe::Mode> g_mode{AllocationProbe::kOnce};
 std::atomic<bool> g_fail_otherwise{false};
+std::atomic<const void*> g_escaped{nullptr};
 
 void* Allocate(std::size_t size) noexcept {
   if (g_until_failure.load() > 0 && g_until_failure.fetch_sub(1) == 1) {
@@ -35,6 +36,10 @@ long AllocationProbe::made() {
 
 long AllocationProbe::live() {
   return g_made - g_freed;
+}
+
+void AllocationProbe::escape(const void* object) {
+  g_escaped = object;
 }
 
 void AllocationProbe::failNth(long nth, Mode mode) {

@@ -14,6 +14,10 @@ class AllocationProbe {
   static long made();  ///< Allocations since the program began.
   static long live();  ///< Those not yet freed.
 
+  /// Shows `object` to code that the compiler cannot see, so that it keeps the allocations made for
+  /// an object that is not used otherwise.
+  static void escape(const void* object);
+
   /// Thrown by an allocation that fails in an unexpected way; no standard exception.
   struct OtherError {};
 
