@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
+#include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "AllocationProbe.h"
 #include "QDOObject.h"
@@ -22,7 +25,42 @@ QDOObject MapOf(const std::string& key, const QDOObject& member) {
   return map;
 }
 
+/// A container of either kind that only a value inside it holds: directly, or one level deeper.
+std::vector<QDOObject*> OwnersInsideTheirContainer() {
+  const auto inside = [](QDOObject container, QDOObject& member) {
+    member.set(container);
+    return &member;
+  };
+  std::vector<QDOObject*> owners;
+  QDOObject map = MapOf("a text longer than the small ones", Make("before"));
+  owners.push_back(inside(map, map["self"]));
+  QDOObject vector = VectorOf(Make("before"));
+  vector.getVector().emplace_back();
+  owners.push_back(inside(vector, vector.getVector().back()));
+  QDOObject outerMap = MapOf("k", VectorOf(QDOObject()));
+  owners.push_back(inside(outerMap, outerMap["k"].getVector().front()));
+  QDOObject outerVector = VectorOf(MapOf("k", QDOObject()));
+  owners.push_back(inside(outerVector, outerVector.getVector().front()["k"]));
+  return owners;
+}
+
+/// Applies `operation` to each such owner: all must be freed, once.
+template <typename Operation>
+void ExpectBroken(const char* name, Operation operation) {
+  SCOPED_TRACE(name);
+  const long before = AllocationProbe::live();
+  for (QDOObject* owner : OwnersInsideTheirContainer()) {
+    operation(*owner);
+  }
+  EXPECT_EQ(AllocationProbe::live(), before);
+}
+
 }  // namespace
+
+static_assert(std::is_convertible_v<decltype(std::declval<QDOObject&>().getVector()),
+                                    std::vector<QDOObject>&>);
+static_assert(std::is_convertible_v<decltype(std::declval<QDOObject&>().getMap()),
+                                    std::map<std::string, QDOObject>&>);
 
 TEST(QDOObjectContainersTest, CreatedContainersAreEmptyAndOfTheirKind) {
   for (QDOObject& value : OneOfEachKind()) {  // whatever was held before
@@ -53,6 +91,36 @@ TEST(QDOObjectContainersTest, GettersOfAnotherKindThrowPlainCode3) {
   EXPECT_EQ(Thrown([&] { set.getVector(); }), "QDOException 3");
   EXPECT_EQ(Thrown([&] { vector.getMap(); }), "QDOException 3");
   EXPECT_EQ(Thrown([&] { set.getMap(); }), "QDOException 3");
+}
+
+TEST(QDOObjectContainersTest, ConstantValuesAreReadTheSameWay) {
+  QDOObject vector = VectorOf(Make(1));
+  QDOObject map = MapOf("k", Make(2));
+  const QDOObject& constantVector = vector;
+  const QDOObject& constantMap = map;
+  static_assert(std::is_same_v<decltype(constantVector.getVector()), const QDOVector&>);
+  static_assert(std::is_same_v<decltype(constantMap.getMap()), const QDOMap&>);
+  EXPECT_EQ(&constantVector.getVector(), &vector.getVector());
+  EXPECT_EQ(&constantMap.getMap(), &map.getMap());
+  EXPECT_EQ(Thrown([&] { constantMap.getVector(); }), "QDOException 3");
+  EXPECT_EQ(Thrown([&] { constantVector.getMap(); }), "QDOException 3");
+  vector.clearVector();
+  map.clearMap();
+  EXPECT_EQ(Thrown([&] { constantVector.getVector(); }, &vector),
+            "QDOObjectException 2 about this value");
+  EXPECT_EQ(Thrown([&] { constantMap.getMap(); }, &map), "QDOObjectException 2 about this value");
+}
+
+TEST(QDOObjectContainersTest, ClearedContainerIsEmptyForAllThatShareIt) {
+  QDOObject map = MapOf("k", Make(1));
+  QDOObject view = map;
+  map.getMap().clear();
+  EXPECT_EQ(Text(view), "{}");
+  QDOObject vector = VectorOf(Make(1));
+  view = vector;
+  vector.getVector().clear();
+  vector.getVector().push_back(Make(2));
+  EXPECT_EQ(Text(view), "[2]");
 }
 
 TEST(QDOObjectContainersTest, IndexingAnotherKindThrowsCode3NamingTheValue) {
@@ -252,6 +320,41 @@ TEST(QDOObjectContainersTest, CycleThroughNestedMembersIsNeverFreed) {
   }
   EXPECT_GT(AllocationProbe::live(), before);
   const QDOObject freedHere = std::move(lost->front()["up"]);
+}
+
+TEST(QDOObjectContainersTest, CycleMayBeBrokenFromInside) {
+  ExpectBroken("destroy", [](QDOObject& owner) { owner.destroy(); });
+  ExpectBroken("set(long long)", [](QDOObject& owner) { owner.set(1LL); });
+  ExpectBroken("set(int)", [](QDOObject& owner) { owner.set(1); });
+  ExpectBroken("set(double)", [](QDOObject& owner) { owner.set(0.5); });
+  ExpectBroken("setProxyId", [](QDOObject& owner) { owner.setProxyId(owner); });
+  ExpectBroken("operator=", [](QDOObject& owner) { owner = QDOObject(); });
+  ExpectBroken("set to itself", [](QDOObject& owner) { owner.set(owner); });
+  for (std::uint32_t number = QDOObject::Undefined; number <= QDOObject::Null; ++number) {
+    const auto type = static_cast<QDOObject::Type>(number);
+    ExpectBroken("set(Type)", [&](QDOObject& owner) { owner.set(type); });
+  }
+}
+
+TEST(QDOObjectContainersTest, CycleMayBeBrokenFromInsideBySharingSomethingElse) {
+  const auto leaf = std::make_shared<int>(1);
+  const QDOObject handle = MakeHandle(leaf);
+  ExpectBroken("set(QDOObject)", [&](QDOObject& owner) { owner.set(handle); });
+  ExpectBroken("set(char const*)", [](QDOObject& owner) { owner.set("text"); });
+  ExpectBroken("setString", [](QDOObject& owner) { owner.setString("text"); });
+  ExpectBroken("createVector", [](QDOObject& owner) { owner.createVector(); });
+  ExpectBroken("createMap", [](QDOObject& owner) { owner.createMap(); });
+  ExpectBroken("createSet", [](QDOObject& owner) { owner.createSet(); });
+  EXPECT_EQ(leaf.use_count(), 2);
+}
+
+TEST(QDOObjectContainersTest, CycleMayBeBrokenFromInsideByClearing) {
+  ExpectBroken("clearVector, clearMap", [](QDOObject& owner) {
+    owner.getType() == QDOObject::Map ? owner.clearMap() : owner.clearVector();
+  });
+  ExpectBroken("clear()", [](QDOObject& owner) {
+    owner.getType() == QDOObject::Map ? owner.getMap().clear() : owner.getVector().clear();
+  });
 }
 
 // Arguments inside the value's own container.

@@ -49,6 +49,22 @@ static_assert(std::has_virtual_destructor_v<QDOObject>);
 static_assert(std::is_nothrow_default_constructible_v<QDOObject>);
 static_assert(std::is_nothrow_move_constructible_v<QDOObject>);
 static_assert(std::is_nothrow_move_assignable_v<QDOObject>);
+static_assert(std::is_nothrow_destructible_v<QDOObject>);
+static_assert(noexcept(std::declval<QDOObject&>().destroy()));
+
+/// Whether `set()` takes an argument of this type.
+template <typename Argument, typename = void>
+constexpr bool kSettable = false;
+template <typename Argument>
+constexpr bool kSettable<
+    Argument, std::void_t<decltype(std::declval<QDOObject&>().set(std::declval<Argument>()))>> =
+    true;
+
+static_assert(kSettable<int> && kSettable<long> && kSettable<long long> && kSettable<short>);
+static_assert(kSettable<std::int32_t> && kSettable<std::uint32_t> && kSettable<std::int64_t>);
+static_assert(!kSettable<bool>, "a boolean is no integer");
+static_assert(!kSettable<std::uint64_t>, "not every value fits");
+static_assert(!kSettable<const void*>, "a pointer is no boolean");
 
 TEST(QDOObjectTest, TypeNumbersAreFixed) {
   const QDOObject::Type types[] = {QDOObject::Undefined, QDOObject::Bool,   QDOObject::UInt32,
@@ -95,6 +111,21 @@ TEST(QDOObjectTest, Int64KeepsAll64Bits) {
   for (const long long number : {0LL, -1LL, kInt64Max, kInt64Min, 0x0123456789ABCDEFLL}) {
     EXPECT_EQ(Make(number).getInt64(), number);
   }
+}
+
+TEST(QDOObjectTest, EveryIntegerTypeThatFitsGivesInt64) {
+  EXPECT_EQ(Make(1).getInt64(), 1);
+  EXPECT_EQ(Make(0).getInt64(), 0);  // not a null text
+  EXPECT_EQ(Make(-7L).getInt64(), -7);
+  EXPECT_EQ(Make(4294967295U).getInt64(), 4294967295);
+  EXPECT_EQ(Make(static_cast<short>(-3)).getInt64(), -3);
+  QDOObject copied;
+  copied.set(Make(-5).getQDOInt32());
+  EXPECT_EQ(Text(copied), "-5");
+  copied.set(Make(5).getQDOUInt32());
+  EXPECT_EQ(Text(copied), "5");
+  copied.set(Make(kInt64Min).getInt64());
+  EXPECT_EQ(copied.getInt64(), kInt64Min);
 }
 
 TEST(QDOObjectTest, DoubleKeepsAll64Bits) {
@@ -239,6 +270,20 @@ TEST(QDOObjectTest, CopyIsReadWholeWhateverTheSlotHeldBefore) {
   }
   for (QDOObject& value : OneOfEachKind()) {
     EXPECT_EQ(AsInt32(value.set(MakeRaw(QDOObject::Int32, 1))), "1");
+  }
+}
+
+TEST(QDOObjectTest, TypeAbove13DoesNotSurviveACopy) {
+  for (const std::uint32_t number : {14U, 15U, 256U, 0x80000000U, 0xFFFFFFFFU}) {
+    const QDOObject source = MakeRaw(TypeNumber(number), ~0ULL);
+    EXPECT_EQ(QDOObject(source).getType(), QDOObject::Undefined) << number;
+    for (QDOObject& target : OneOfEachKind()) {
+      EXPECT_EQ(&target.set(source), &target);
+      EXPECT_EQ(target.getType(), QDOObject::Undefined) << number;
+    }
+    QDOObject handle = MakeHandle(std::make_shared<int>(1));
+    handle = source;
+    EXPECT_EQ(handle.getType(), QDOObject::Undefined) << number;
   }
 }
 

@@ -51,9 +51,6 @@ std::string Text(const QDOJSONValue& node) {
 }
 
 std::string Text(const QDOObject& value) {
-  QDOObject view = value.getType() == QDOObject::Vector || value.getType() == QDOObject::Map
-                       ? value
-                       : QDOObject();
   switch (value.getType()) {
     case QDOObject::Undefined:
       return "undefined";
@@ -66,9 +63,9 @@ std::string Text(const QDOObject& value) {
     case QDOObject::Double:
       return DoubleText(value.getDouble());
     case QDOObject::Vector:
-      return Bracketed(view.getVector(), '[', ']', [](const auto& e) { return Text(e); });
+      return Bracketed(value.getVector(), '[', ']', [](const auto& e) { return Text(e); });
     case QDOObject::Map:
-      return Bracketed(view.getMap(), '{', '}', [](const auto& member) {
+      return Bracketed(value.getMap(), '{', '}', [](const auto& member) {
         return Quoted(member.first) + ":" + Text(member.second);
       });
     case QDOObject::ProxyId:

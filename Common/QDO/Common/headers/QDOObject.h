@@ -2,23 +2,41 @@
 #define COMMON_QDO_QDOOBJECT_H_
 
 #include <cstdint>
+#include <limits>
 #include <map>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
+
+class QDOObject;
+
+/// A standard container whose clear() may free the container: the last value that shares it may be
+/// inside. Its other operations must not remove that value.
+template <typename Standard>
+class QDOContainer : public Standard {
+ public:
+  void clear() noexcept { Standard().swap(*this); }  // the last use of *this: members go after it
+};
+
+using QDOVector = QDOContainer<std::vector<QDOObject>>;
+using QDOMap = QDOContainer<std::map<std::string, QDOObject>>;
 
 /// A dynamic value: at any moment exactly one value of one of fourteen kinds.
 ///
 ///     QDOObject map;
 ///     map.set(QDOObject::Map);
-///     map["answer"].set(42LL);
+///     map["answer"].set(42);
 ///     QDOObject view = map;              // a second view of the same map
 ///     view["answer"].getQDOInt32();      // 42
 ///
 /// Copying never duplicates a string or a container: a copy gets a holder of its own that shares
 /// the same element through an atomic count, so a change made through one copy is seen through the
-/// other. A container placed inside itself is never freed; nothing detects it. Values may nest to
-/// any depth: destroying them takes a bounded part of the stack.
+/// other. Values may nest to any depth: destroying them takes a bounded part of the stack.
+///
+/// A container placed inside itself is never freed; nothing detects it. The value inside may break
+/// the cycle by any setter, by destroy() or by a clear operation: it is then freed itself, and the
+/// reference that such a setter returns must not be used.
 ///
 /// A value is used by one thread at a time; values that share an element may be copied and
 /// destroyed on different threads.
@@ -54,11 +72,20 @@ class QDOObject {
   /// A Bool holding `value`.
   static QDOObject makeBool(bool value) noexcept;
 
-  // Setters. Each first releases what the value held. Memory exhaustion while a string or a
-  // container is made throws QDOException code 1 and leaves Undefined.
+  // Setters. What the value held is released last: the argument may lie in it. Memory exhaustion
+  // while a string or a container is made throws QDOException code 1 and leaves Undefined.
 
   QDOObject& set(const long long& value);  ///< Int64
-  QDOObject& set(double value);            ///< Double
+  /// Int64, from every integer type whose values all fit.
+  template <typename Integer,
+            typename = std::enable_if_t<std::is_integral_v<Integer> &&
+                                        std::numeric_limits<Integer>::digits <=
+                                            std::numeric_limits<long long>::digits>>
+  QDOObject& set(Integer value) {
+    return set(static_cast<const long long&>(static_cast<long long>(value)));
+  }
+  QDOObject& set(bool value) = delete;  ///< Not an integer: see makeBool().
+  QDOObject& set(double value);         ///< Double
   /// String, copied from a zero-terminated text. Null throws QDOException code 2 and changes
   /// nothing.
   QDOObject& set(const char* text);
@@ -87,8 +114,9 @@ class QDOObject {
   void clearMap();
   void clearSet();
 
-  /// Releases what the value holds and leaves it Undefined.
-  void destroy();
+  /// Leaves the value Undefined and releases what it held. Nothing can be thrown: elements are held
+  /// by std::shared_ptr, which lets no exception out of what it frees.
+  void destroy() noexcept;
 
   Type getType() const noexcept { return type_; }
 
@@ -110,9 +138,11 @@ class QDOObject {
   /// The shared string itself, valid while any copy of this value holds it.
   const std::string& getString() const;
   /// The shared vector itself, valid while any copy of this value holds it.
-  std::vector<QDOObject>& getVector();
+  QDOVector& getVector();
+  const QDOVector& getVector() const;
   /// The shared map itself, valid while any copy of this value holds it.
-  std::map<std::string, QDOObject>& getMap();
+  QDOMap& getMap();
+  const QDOMap& getMap() const;
 
   /// The map member named `key`, inserted as Undefined when absent. Another type throws
   /// QDOObjectException code 3 naming this value, unlike getMap(), on purpose.
@@ -125,15 +155,17 @@ class QDOObject {
     Holder* next = nullptr;  ///< While it waits to be freed.
   };
 
+  struct Release {
+    void operator()(Holder* holder) const noexcept;
+  };
+  using Held = std::unique_ptr<Holder, Release>;
+
   Holder* holder() const noexcept;
   void setHolder(Holder* holder) noexcept;
   void clear(Type type) noexcept;
-  static void free(Holder* released) noexcept;
-  /// destroy(), except that what was held lives on in the result: a setter's argument may be
-  /// inside.
-  [[nodiscard]] QDOObject detach() noexcept;
-  /// set() on a value that holds nothing.
-  void share(const QDOObject& other);
+  /// Empties the value. What it held lives as long as the result, which every caller keeps until it
+  /// no longer uses the value or an argument: either may lie in what is freed.
+  [[nodiscard]] Held detach() noexcept;
   /// Makes this a `type` that holds what `makeElement` returns: a shared pointer to its element.
   template <typename Make>
   void hold(Type type, Make makeElement);

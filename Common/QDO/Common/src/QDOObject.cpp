@@ -51,11 +51,7 @@ QDOObject& QDOObject::operator=(QDOObject&& other) noexcept {
 }
 
 QDOObject::~QDOObject() {
-  try {
-    destroy();
-  } catch (const std::exception&) {  // GCOVR_EXCL_LINE: what is held now releases without one
-    // The one place that drops an exception: a destructor has nobody to tell.
-  }
+  destroy();
 }
 
 QDOObject QDOObject::makeBool(bool value) noexcept {
@@ -66,15 +62,15 @@ QDOObject QDOObject::makeBool(bool value) noexcept {
 }
 
 QDOObject& QDOObject::set(const long long& value) {
-  const auto bits = static_cast<std::uint64_t>(value);  // before what may hold it is released
-  destroy();
+  const auto bits = static_cast<std::uint64_t>(value);  // the value may lie in this slot
+  const Held held = detach();
   type_ = Int64;
   payload_ = bits;
   return *this;
 }
 
 QDOObject& QDOObject::set(double value) {
-  destroy();
+  const Held held = detach();
   type_ = Double;
   static_assert(sizeof value == sizeof payload_);
   std::memcpy(&payload_, &value, sizeof value);
@@ -111,26 +107,20 @@ QDOObject& QDOObject::set(Type type) {
     case Set:
       createSet();
       break;
-    default:
-      destroy();
+    default: {
+      const Held held = detach();
       type_ = type > Null ? Undefined : type;
       payload_ = 0;
+    }
   }
   return *this;
 }
 
 QDOObject& QDOObject::set(const QDOObject& other) {
-  if (IsShared(type_)) {
-    const QDOObject held = detach();
-    share(other);
-  } else {
-    type_ = Undefined;  // which may be the other's, too
-    share(other);
+  const Held held = detach();  // leaves Undefined, which may be the other's type, too
+  if (other.type_ > Null) {
+    return *this;  // a type above Null does not survive a copy
   }
-  return *this;
-}
-
-void QDOObject::share(const QDOObject& other) {
   if (!IsShared(other.type_)) {
     payload_ = other.payload_;
   } else if (other.holder() != nullptr) {
@@ -141,6 +131,7 @@ void QDOObject::share(const QDOObject& other) {
     throw QDOObjectException(kNullDereference, nullptr);
   }
   type_ = other.type_;
+  return *this;
 }
 
 void QDOObject::setString(const char* text) {
@@ -148,7 +139,7 @@ void QDOObject::setString(const char* text) {
 }
 
 QDOObject& QDOObject::setProxyId(const QDOObject& source) {
-  const QDOObject held = detach();
+  const Held held = detach();
   type_ = ProxyId;
   if (source.type_ == ProxyId) {
     payload_ = source.getProxyIdentifier();
@@ -159,11 +150,11 @@ QDOObject& QDOObject::setProxyId(const QDOObject& source) {
 }
 
 void QDOObject::createVector() {
-  hold(Vector, [] { return std::make_shared<std::vector<QDOObject>>(); });
+  hold(Vector, [] { return std::make_shared<QDOVector>(); });
 }
 
 void QDOObject::createMap() {
-  hold(Map, [] { return std::make_shared<std::map<std::string, QDOObject>>(); });
+  hold(Map, [] { return std::make_shared<QDOMap>(); });
 }
 
 void QDOObject::createSet() {
@@ -172,7 +163,7 @@ void QDOObject::createSet() {
 
 template <typename Make>
 void QDOObject::hold(Type type, Make makeElement) {
-  const QDOObject held = detach();
+  const Held held = detach();
   try {
     setHolder(new Holder{makeElement()});  // GCOVR_EXCL_BR_LINE: an exception's only
     type_ = type;
@@ -198,47 +189,43 @@ void QDOObject::clearSet() {
 }
 
 void QDOObject::clear(Type type) noexcept {
-  if (type_ == type && holder() != nullptr) {
-    Holder* const released = holder();
+  if (type_ == type) {
+    const Held held(holder());
     setHolder(nullptr);
-    free(released);
   }
 }
 
-void QDOObject::free(Holder* released) noexcept {
-  if (released->element.use_count() > 1) {
-    delete released;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
+void QDOObject::destroy() noexcept {
+  const Held held = detach();
+}
+
+QDOObject::Held QDOObject::detach() noexcept {
+  Held held;
+  if (IsShared(type_)) {
+    held.reset(holder());
+    setHolder(nullptr);
+  }
+  type_ = Undefined;
+  return held;
+}
+
+void QDOObject::Release::operator()(Holder* holder) const noexcept {
+  if (holder->element.use_count() > 1) {
+    delete holder;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
     return;
   }
   thread_local unsigned int depth = 0;
   thread_local Holder* waiting = nullptr;
   if (depth == kFreedOnTheStack) {
-    released->next = std::exchange(waiting, released);
+    holder->next = std::exchange(waiting, holder);
     return;
   }
   ++depth;
-  delete released;  // GCOVR_EXCL_BR_LINE
+  delete holder;  // GCOVR_EXCL_BR_LINE
   while (depth == 1 && waiting != nullptr) {
     delete std::exchange(waiting, waiting->next);  // GCOVR_EXCL_BR_LINE
   }
   --depth;
-}
-
-void QDOObject::destroy() {
-  if (IsShared(type_)) {
-    clear(type_);
-  }
-  type_ = Undefined;
-}
-
-QDOObject QDOObject::detach() noexcept {
-  QDOObject held;
-  if (IsShared(type_)) {
-    std::swap(held.type_, type_);
-    std::swap(held.payload_, payload_);
-  }
-  type_ = Undefined;
-  return held;
 }
 
 bool QDOObject::IsInt32() const noexcept {
@@ -305,12 +292,20 @@ const std::string& QDOObject::getString() const {
   return element<std::string>(String);
 }
 
-std::vector<QDOObject>& QDOObject::getVector() {
-  return element<std::vector<QDOObject>>(Vector);
+QDOVector& QDOObject::getVector() {
+  return element<QDOVector>(Vector);
 }
 
-std::map<std::string, QDOObject>& QDOObject::getMap() {
-  return element<std::map<std::string, QDOObject>>(Map);
+const QDOVector& QDOObject::getVector() const {
+  return element<QDOVector>(Vector);
+}
+
+QDOMap& QDOObject::getMap() {
+  return element<QDOMap>(Map);
+}
+
+const QDOMap& QDOObject::getMap() const {
+  return element<QDOMap>(Map);
 }
 
 QDOObject& QDOObject::operator[](const std::string& key) {
