@@ -42,7 +42,7 @@ class Place:
             shutil.copy(package.path, resources / "OrloWebResources.zip")
             (resources / "metadata.txt").write_text(METADATA)
             # The first run also gives the root the shared libraries.
-            subprocess.run(["script/private-root", "run", str(root), PROGRAM], check=True)
+            subprocess.run(["script/lib/private-root", "run", str(root), PROGRAM], check=True)
         return root
 
     def installer(self, package, before=None):
@@ -202,7 +202,7 @@ class Bench:
         def count(package):
             root = self.memory.machine(package)
             (root / "dev").mkdir(exist_ok=True)
-            subprocess.run(["script/private-root", "add", str(root), "/usr/bin/valgrind.bin"],
+            subprocess.run(["script/lib/private-root", "add", str(root), "/usr/bin/valgrind.bin"],
                            check=True)
             tools = root / "usr/libexec/valgrind"
             tools.mkdir(parents=True, exist_ok=True)

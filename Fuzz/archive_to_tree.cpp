@@ -13,9 +13,9 @@
 
 #include <csignal>
 
-#include "Files.h"
 #include "Fuzz.h"
 #include "InstallerUtils.h"
+#include "TestFiles.h"
 #include "ZipBuilder.h"
 
 namespace {

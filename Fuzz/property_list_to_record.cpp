@@ -12,11 +12,11 @@
 
 #include <memory>
 
-#include "Files.h"
 #include "Fuzz.h"
 #include "InstallerConstants.h"
 #include "OSUtils.h"
 #include "PreferencesDomain.h"
+#include "TestFiles.h"
 
 namespace {
 

@@ -12,13 +12,14 @@ import unittest
 import zlib
 
 from archives import ARCHIVES
-from machine import CONTENT, DIRECTORY, SCRATCH, InstallerTestCase, tree, write_tree
+from machine import CONTENT, SCRATCH, InstallerTestCase, write_tree
 from metadata_files import FILES
+from private_root import DIRECTORY, full_version, tree
 
 WEBRESOURCES = os.environ["WEBRESOURCES"]
 
 OLD_RECORD = {"tWebResourceInstallPath": "Resource0", "iUpdateId": 41,
-              "tFullVersion": "17.011.30138.41", "irandom": 12345, "foreign": "x"}
+              "tFullVersion": full_version(41), "irandom": 12345, "foreign": "x"}
 EXISTING = {"old.html": b"<p>old"}
 
 END_STATUS = {"exit": 0, "abort": -signal.SIGABRT}
@@ -127,7 +128,7 @@ class MetadataFiles(CorpusTestCase):
             trees = {"Resource0": package}
             update = members["updateid"]
             expected.update(tWebResourceInstallPath="Resource0", iUpdateId=update,
-                            tFullVersion="17.011.30138." + str(update)[:9])
+                            tFullVersion=full_version(str(update)[:9]))
         if reach == "complete":
             kept = None if members["regenerate"] else old.get("irandom")
             expected["irandom"] = self.drawn(record, kept)

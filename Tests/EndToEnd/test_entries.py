@@ -8,7 +8,8 @@ import unittest
 import zipfile
 
 from expected import extracted
-from machine import DIRECTORY, InstallerTestCase, tree
+from machine import InstallerTestCase
+from private_root import DIRECTORY, tree
 
 
 class EntriesTestCase(InstallerTestCase):

@@ -8,8 +8,9 @@ import unittest
 import zipfile
 
 from expected import LONGEST_NAME
-from machine import (APPLICATION, BACKEND, CONTENT, DIRECTORY, EXECUTABLE, FRESH, SANITIZED,
-                     InstallerTestCase, as_tree, metadata, posix_only, program, tree, write_tree)
+from machine import (APPLICATION, BACKEND, CONTENT, EXECUTABLE, FRESH, SANITIZED, InstallerTestCase,
+                     as_tree, metadata, posix_only, write_tree)
+from private_root import DIRECTORY, program, tree
 
 SMALL_STACK = 512 << 10
 USUAL_STACK = 8 << 20

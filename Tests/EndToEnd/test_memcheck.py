@@ -7,8 +7,9 @@ import shutil
 import subprocess
 import unittest
 
-from machine import (APPLICATION, CONTENT, EXECUTABLE, INSTALL_ROOT, InstallerTestCase, SANITIZED,
-                     metadata, program, tree, write_tree)
+from machine import (APPLICATION, CONTENT, EXECUTABLE, InstallerTestCase, SANITIZED, metadata,
+                     write_tree)
+from private_root import INSTALL_ROOT, program, tree
 
 
 @unittest.skipIf(SANITIZED, "valgrind and the sanitizers exclude each other")

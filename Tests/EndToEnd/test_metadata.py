@@ -2,12 +2,12 @@
 
 import unittest
 
-from machine import (CONTENT, DIRECTORY, FRESH, InstallerTestCase, as_tree, metadata, tree,
-                     write_tree)
+from machine import CONTENT, FRESH, InstallerTestCase, as_tree, metadata, write_tree
+from private_root import DIRECTORY, full_version, tree
 
 OLD = {"old.html": b"<p>old"}
 OLD_RECORD = {"tWebResourceInstallPath": "Resource0", "iUpdateId": 41,
-              "tFullVersion": "17.011.30138.41", "irandom": 12345, "foreign": "x"}
+              "tFullVersion": full_version(41), "irandom": 12345, "foreign": "x"}
 
 NOT_AN_OBJECT = ["", " \n\t ", "[]", "[1,2", '"text"', "true", "tru", "null", "12", "x", ",",
                  "\ufeff" + metadata(), "\0" + metadata(),
@@ -94,7 +94,7 @@ class Faults(InstallerTestCase):
                 self.assert_installed(as_tree(CONTENT))
                 self.assertEqual(self.machine.record(), {
                     "tWebResourceInstallPath": "Resource0", "iUpdateId": 1,
-                    "tFullVersion": "17.011.30138.1"})
+                    "tFullVersion": full_version(1)})
 
     def test_bad_regenerate_keeps_a_recorded_random_identifier(self):
         self.set_up_old_installation()
@@ -117,7 +117,7 @@ class Understood(InstallerTestCase):
         self.run_installer()
         record = self.machine.record()
         self.assertEqual((record["iUpdateId"], record["tFullVersion"]),
-                         (update, f"17.011.30138.{version or update}"))
+                         (update, full_version(version or update)))
 
     def test_update_numbers_of_the_signed_32_bit_range(self):
         for value, update, version in (

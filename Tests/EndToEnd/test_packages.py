@@ -9,7 +9,8 @@ import zipfile
 import zlib
 
 from expected import extracted
-from machine import CONTENT, DIRECTORY, InstallerTestCase, as_tree, tree, write_tree
+from machine import CONTENT, InstallerTestCase, as_tree, write_tree
+from private_root import DIRECTORY, SEVEN_ZIP, tree
 
 WEB_PACKAGE = pathlib.Path("/usr/share/javascript")
 WEB_DIRECTORIES = ("dojo", "dijit", "dojox")
@@ -210,10 +211,10 @@ class Tools(InstallerTestCase):
         self.assert_installed_from("zip", "-qr0", self.machine.package, ".")
 
     def test_7z(self):
-        self.assert_installed_from("7z", "a", "-tzip", self.machine.package, ".")
+        self.assert_installed_from(SEVEN_ZIP, "a", "-tzip", self.machine.package, ".")
 
     def test_7z_at_its_strongest(self):
-        self.assert_installed_from("7z", "a", "-tzip", "-mx=9", self.machine.package, ".")
+        self.assert_installed_from(SEVEN_ZIP, "a", "-tzip", "-mx=9", self.machine.package, ".")
 
     def test_bsdtar(self):
         self.assert_installed_from("bsdtar", "--format", "zip", "-cf", self.machine.package, ".")

@@ -6,8 +6,8 @@ import plistlib
 import stat
 import unittest
 
-from machine import (CONTENT, InstallerTestCase, RECORD, as_tree, metadata, posix_only, tree,
-                     write_tree)
+from machine import CONTENT, InstallerTestCase, as_tree, metadata, posix_only, write_tree
+from private_root import RECORD, tree
 
 FOREIGN = {
     "text": "grüße & <tags> \u65e5",

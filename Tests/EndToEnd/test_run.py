@@ -3,8 +3,8 @@
 import os
 import unittest
 
-from machine import (CONTENT, DIRECTORY, INSTALL_ROOT, InstallerTestCase, as_tree, metadata, tree,
-                     write_tree)
+from machine import CONTENT, InstallerTestCase, as_tree, metadata, write_tree
+from private_root import DIRECTORY, INSTALL_ROOT, tree
 
 OLD = {"old.html": b"<p>old", "img/": None, "img/a.png": b"\x89PNG"}
 INSTALLED = as_tree(CONTENT)

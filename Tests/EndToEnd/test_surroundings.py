@@ -5,7 +5,8 @@ import pathlib
 import unittest
 
 from machine import (APPLICATION, CONTENT, EXECUTABLE, EXECUTABLES, FRESH, InstallerTestCase,
-                     as_tree, metadata, posix_only, program, record_path, tree, write_tree)
+                     as_tree, metadata, posix_only, record_path, write_tree)
+from private_root import program, tree
 
 LONGEST_DIRECTORY = 1023  # of the Resources directory's path
 

@@ -18,7 +18,7 @@ import sys
 import time
 
 import scenarios
-from machine import INSTALL_ROOT, RECORD, tree
+from private_root import INSTALL_ROOT, RECORD, tree
 from stage import Stage
 
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EMFILE", "EINTR", "ENOMEM")

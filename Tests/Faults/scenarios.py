@@ -4,11 +4,12 @@ import os
 import plistlib
 import random
 
-from machine import INSTALL_ROOT, RECORD, metadata, write_tree
+from machine import metadata, write_tree
+from private_root import INSTALL_ROOT, RECORD, full_version
 
 UPDATE = 2
 OLD = {"tWebResourceInstallPath": "Resource0", "iUpdateId": 1,
-       "tFullVersion": "17.011.30138.1", "irandom": 4711}
+       "tFullVersion": full_version(1), "irandom": 4711}
 FOREIGN = {"another": ["kept", {"deep": b"data"}], "number": 1 << 40}
 
 SMALL = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}"}

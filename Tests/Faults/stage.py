@@ -13,7 +13,8 @@ import subprocess
 import tempfile
 import zipfile
 
-from machine import APPLICATION, EXECUTABLE, INSTALL_ROOT, RECORD, SANITIZED, template
+from machine import APPLICATION, EXECUTABLE, SANITIZED, template
+from private_root import INSTALL_ROOT, RECORD, add_programs
 
 INJECT = os.environ["INJECT"]
 FAIL_MALLOC = os.environ["FAIL_MALLOC"]
@@ -46,8 +47,7 @@ class Stage:
             subprocess.run(["mount", "--rbind", "/proc", self.root / "proc"], check=True)
         else:
             shutil.copy(FAIL_MALLOC, self.root)
-            subprocess.run([os.environ["PRIVATE_ROOT"], "add", self.root, shutil.which("env")],
-                           check=True)
+            add_programs(self.root, shutil.which("env"))
 
     def set_up(self, scenario):
         """Writes the bundle's two files, and what reset() starts from."""

@@ -11,7 +11,8 @@ import unittest
 
 import scenarios
 from faults import enter_namespace
-from machine import DIRECTORY, INSTALL_ROOT, SANITIZED, as_tree, metadata, tree
+from machine import SANITIZED, as_tree, metadata
+from private_root import DIRECTORY, INSTALL_ROOT, add_programs, tree
 from scenarios import OLD, SMALL, UPDATE
 from stage import PROGRAM, Stage
 
@@ -176,7 +177,7 @@ class UnderTheInstallRoot(Neighbourhood):
 
     def as_ordinary_user(self):
         setpriv = shutil.which("setpriv")
-        subprocess.run([os.environ["PRIVATE_ROOT"], "add", self.stage.root, setpriv], check=True)
+        add_programs(self.stage.root, setpriv)
         return self.stage._run(["chroot", self.stage.root, setpriv, "--reuid=65534",
                                 "--regid=65534", "--clear-groups", PROGRAM])
 

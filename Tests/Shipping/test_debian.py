@@ -6,7 +6,7 @@ import shutil
 import subprocess
 import unittest
 
-from private_root import (BUILD, INSTALL_ROOT, RECORD, SAMPLE_SITE, SOURCE, ShippingTestCase, run)
+from shipping import (BUILD, INSTALL_ROOT, RECORD, SAMPLE_SITE, SOURCE, ShippingTestCase, run)
 
 [PACKAGE] = (BUILD / "deb").glob("web-resource-installer_*.deb")
 PRODUCT = SOURCE / "Examples/product-deb/build"

@@ -4,7 +4,7 @@ import os
 import re
 import unittest
 
-from private_root import SOURCE, ShippingTestCase, run
+from shipping import SOURCE, ShippingTestCase, run
 
 GUIDE = SOURCE / "Documentation/embedding.md"
 BLOCKS = re.findall(r"^```sh\n(.*?)^```$", GUIDE.read_text(), re.MULTILINE | re.DOTALL)

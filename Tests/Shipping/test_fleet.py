@@ -6,7 +6,8 @@ import re
 import shutil
 import unittest
 
-from private_root import (BUILD, INSTALL_ROOT, SAMPLE_SITE, SOURCE, ShippingTestCase, run, tree)
+from private_root import command_in
+from shipping import (BUILD, INSTALL_ROOT, SAMPLE_SITE, SOURCE, ShippingTestCase, run, tree)
 
 [PACKAGE] = (BUILD / "deb").glob("web-resource-installer_*.deb")
 EXECUTABLE = "Contents/MacOS/WebResourceInstaller"
@@ -68,7 +69,7 @@ class Ansible(FleetTestCase):
             *options, status=status, cwd=self.directory, env={
                 "PATH": os.environ["PATH"], "HOME": str(self.directory), "LC_ALL": "C.UTF-8",
                 "ANSIBLE_CONNECTION_PLUGINS": str(SOURCE / "Tests/Shipping/ansible"),
-                "ANSIBLE_TRANSPORT": "private_root",
+                "ANSIBLE_TRANSPORT": "private_host",
                 "ANSIBLE_REMOTE_TEMP": "/tmp/.ansible", "ANSIBLE_NOCOLOR": "1",
                 "ANSIBLE_PYTHON_INTERPRETER": "/usr/bin/python3",
                 "ANSIBLE_PIPELINING": "true"})
@@ -136,11 +137,10 @@ class Munki(FleetTestCase):
         bundle = self.machine / self.PLACE
         shutil.rmtree(bundle, ignore_errors=True)
         shutil.copytree(self.new_bundle(content, update), bundle)
-        run(SOURCE / "script/private-root", "run", self.machine, f"/{self.PLACE}/{EXECUTABLE}")
+        run(*command_in(self.machine, f"/{self.PLACE}/{EXECUTABLE}"))
 
     def assert_installcheck(self, status):
-        run(SOURCE / "script/private-root", "run", self.machine, "/bin/sh", "/installcheck_script",
-            status=status)
+        run(*command_in(self.machine, "/bin/sh", "/installcheck_script"), status=status)
 
     def test_needed_on_a_fresh_machine(self):
         self.assert_installcheck(self.NEEDED)

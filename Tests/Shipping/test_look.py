@@ -4,7 +4,7 @@ import tempfile
 import unittest
 
 from browser import Browser
-from private_root import BUILD, INSTALL_ROOT, SCRATCH
+from shipping import BUILD, INSTALL_ROOT, SCRATCH
 
 RESOURCE0 = BUILD / "demo/machine" / INSTALL_ROOT / "Resource0"
 SCREENSHOTS = BUILD / "screenshots"

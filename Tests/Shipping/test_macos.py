@@ -7,7 +7,8 @@ import shlex
 import unittest
 import xml.etree.ElementTree
 
-from private_root import SAMPLE_SITE, SOURCE, ShippingTestCase, run, tree
+from private_root import command_in
+from shipping import SAMPLE_SITE, SOURCE, ShippingTestCase, run, tree
 
 SCRIPT = SOURCE / "script/package-macos"
 DEPLOY = SOURCE / "Deploy/macos"
@@ -86,8 +87,7 @@ class Layout(ShippingTestCase):
         machine = self.new_root("sh", self.root / "usr/local/bin/webresources")
         run("cp", "-R", f"{self.root}/.", machine)
         run("cp", DEPLOY / "scripts/postinstall", machine / "postinstall")
-        inside = (SOURCE / "script/private-root", "run", machine, "/bin/sh", "/postinstall",
-                  "product.pkg", "/")
+        inside = command_in(machine, "/bin/sh", "/postinstall", "product.pkg", "/")
         run(*inside, "/Volumes/Other", status=1)
         self.assertFalse((machine / "Library/Preferences").exists())
         run(*inside, "/")

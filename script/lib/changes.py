@@ -1,4 +1,4 @@
-"""The changes that script/mutate tries on C++ that is formatted as .clang-format says: binary
+"""The changes that script/campaign mutate tries on C++ that is formatted as .clang-format says: binary
 operators stand between blanks, and nothing else does."""
 
 import collections

@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by the commands of script/.
+# Sourced by the commands of script/. Each calls begin first.
 
 # Everything the build needs, test libraries excepted.
 # shellcheck disable=SC2034 # used where this file is sourced
@@ -9,11 +9,138 @@ build_packages=(cmake ninja-build g++ pkgconf zlib1g-dev libminizip-dev libplist
 # What the tests need besides: makers and readers of other hands, and a real web package.
 # shellcheck disable=SC2034
 test_packages=(libgtest-dev nlohmann-json3-dev python3 python3-jsonschema util-linux zip unzip
-  p7zip-full libarchive-tools valgrind libc6-dbg libjs-dojo-dojox)
+  7zip libarchive-tools valgrind libc6-dbg libjs-dojo-dojox e2fsprogs procps)
 
 # What the fuzzers need besides the build.
 # shellcheck disable=SC2034
-fuzz_packages=(clang-14 libclang-rt-14-dev python3)
+fuzz_packages=(clang libclang-rt-dev python3)
+
+# Usage --------------------------------------------------------------------------------------------
+
+# The comment that a command begins with.
+print_usage() {
+  awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"
+}
+
+usage_error() { # MESSAGE
+  printf '%s: %s\n\n' "${0##*/}" "$1" >&2
+  print_usage >&2
+  exit 64
+}
+
+handle_help() { # ARGUMENT...
+  case ${1:-} in
+    --help | -h)
+      print_usage
+      exit
+      ;;
+  esac
+}
+
+# Fails with the usage for a word that is none of the others.
+require_one_of() { # WORD CHOICE...
+  local word=$1 choice
+  shift
+  for choice in "$@"; do
+    [ "$word" != "$choice" ] || return 0
+  done
+  usage_error "unknown argument: $word"
+}
+
+# What a command leaves behind: nothing ------------------------------------------------------------
+
+job=''       # the process group that is waited for
+watcher=''   # the process group that shows how far it is
+leftovers=() # directories to remove at the end
+
+# Answers --help, and gives this command and all that it starts a directory for temporary files.
+# Whatever ends the command ends all that it has started and removes the directory.
+begin() { # ARGUMENT...
+  handle_help "$@"
+  trap finish EXIT
+  trap 'exit 129' HUP
+  trap 'exit 130' INT
+  trap 'exit 143' TERM
+  TMPDIR=$(mktemp -d "${TMPDIR:-/tmp}/web-resources.XXXXXX")
+  leftovers+=("$TMPDIR")
+  chmod 755 "$TMPDIR" # some tests give up their rights
+  export TMPDIR
+}
+
+finish() {
+  trap '' HUP INT TERM
+  end_group "$watcher"
+  end_group "$job"
+  chmod -R u+rwX "${leftovers[@]}" 2>/dev/null || true
+  rm -rf --one-file-system "${leftovers[@]}"
+}
+
+# Ends a process group: politely, so that its programs clean up, then after five seconds at once.
+end_group() { # [GROUP]
+  [ -n "$1" ] || return 0
+  local left=50
+  kill -TERM -- "-$1" 2>/dev/null || return 0
+  while kill -0 -- "-$1" 2>/dev/null && [ $((left -= 1)) -gt 0 ]; do
+    sleep 0.1
+  done
+  kill -KILL -- "-$1" 2>/dev/null || true
+}
+
+# Runs a command in a process group, which finish() ends as a whole.
+in_group() { # COMMAND...
+  local status=0
+  set -m
+  "$@" </dev/null &
+  job=$!
+  set +m
+  wait "$job" || status=$?
+  job=''
+  return "$status"
+}
+
+# Output -------------------------------------------------------------------------------------------
+
+# Runs a command whose output is of interest only when it fails.
+quietly() { # COMMAND...
+  local log status=0
+  log=$(mktemp)
+  in_group "$@" >"$log" 2>&1 || status=$?
+  [ "$status" = 0 ] || cat "$log" >&2
+  rm -f "$log"
+  return "$status"
+}
+
+# The same, and shows how far it is: on a terminal by a counter, elsewhere by a line twice a minute.
+with_progress() { # WHAT LOG COMMAND...
+  local what=$1 log=$2 status=0
+  shift 2
+  : >"$log"
+  set -m
+  show_progress "$what" "$log" &
+  watcher=$!
+  set +m
+  in_group "$@" >"$log" 2>&1 || status=$?
+  end_group "$watcher"
+  watcher=''
+  [ ! -t 1 ] || printf '\r\e[K'
+  return "$status"
+}
+
+show_progress() { # WHAT LOG
+  local pause=1 count
+  [ -t 1 ] || pause=30
+  while sleep "$pause"; do
+    # ninja's "[12/345]" and ctest's "12/345 Test".
+    count=$(tail -n 20 "$2" | sed -n 's|^\[* *\([0-9]*\)/\([0-9]*\)[] ].*|\1 of \2|p' | tail -n 1)
+    if [ -t 1 ]; then
+      printf '\r\e[K   %s: %s' "$1" "${count:-…}"
+    else
+      printf '   %s: %s\n' "$1" "${count:-started}"
+    fi
+  done
+}
+
+# Building and testing -----------------------------------------------------------------------------
 
 # Installs those of the Debian packages that are missing. On another system they are left to the
 # person and the build says what it does not find.
@@ -28,9 +155,10 @@ require_packages() { # PACKAGE...
   if [ "$(id -u)" != 0 ]; then
     if ! command -v sudo >/dev/null || { [ ! -t 0 ] && ! sudo -n true 2>/dev/null; }; then
       echo "Debian packages are missing. Run this as root, then try again:" >&2
-      echo "  apt-get install --no-install-recommends ${missing[*]}" >&2
+      echo "  apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
       exit 69
     fi
+    sudo true # asks for the password, while there is a terminal to ask
     as_root=(sudo)
   fi
   echo "Installing Debian packages: ${missing[*]}"
@@ -41,17 +169,25 @@ require_packages() { # PACKAGE...
     { quietly "${as_root[@]}" apt-get -qq update && quietly "${install[@]}"; }
 }
 
-# Runs a command whose output is of interest only when it fails.
-quietly() { # COMMAND...
-  local output
-  output=$("$@" 2>&1) || {
+# Configures and builds a preset.
+build_preset() { # PRESET
+  local log
+  log=$(mktemp)
+  echo "== $1: build"
+  quietly cmake --preset "$1"
+  with_progress "$1: build" "$log" cmake --build --preset "$1" --parallel "$(nproc)" || {
     local status=$?
-    printf '%s\n' "$output" >&2
+    cat "$log" >&2
     return "$status"
   }
 }
 
 # Runs the tests of a preset and shows, of hundreds, those that fail and the summary.
 run_tests() { # PRESET
-  ctest --preset "$1" --parallel "$(nproc)" | sed -e '/^ *Start /d' -e '/ Passed /d'
+  local log status=0
+  log=$(mktemp)
+  echo "== $1: test"
+  with_progress "$1: test" "$log" ctest --preset "$1" --parallel "$(nproc)" || status=$?
+  sed -e '/^ *Start /d' -e '/ Passed /d' "$log"
+  return "$status"
 }

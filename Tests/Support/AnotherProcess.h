@@ -1,5 +1,5 @@
-#ifndef TESTS_ANOTHERPROCESS_H_
-#define TESTS_ANOTHERPROCESS_H_
+#ifndef TESTS_SUPPORT_ANOTHERPROCESS_H_
+#define TESTS_SUPPORT_ANOTHERPROCESS_H_
 
 #include <gtest/gtest.h>
 #include <spawn.h>
@@ -39,4 +39,4 @@ inline std::string OutputOfProcess(const char* path, std::vector<std::string> ar
   return output;
 }
 
-#endif  // TESTS_ANOTHERPROCESS_H_
+#endif  // TESTS_SUPPORT_ANOTHERPROCESS_H_

@@ -1,4 +1,4 @@
-"""A private root, and what the tests of shipping share."""
+"""What the tests of shipping share."""
 
 import os
 import pathlib
@@ -8,14 +8,15 @@ import subprocess
 import tempfile
 import unittest
 
-SOURCE = pathlib.Path(__file__).resolve().parents[2]
+import private_root
+from private_root import RANDOM_IDENTIFIERS, SOURCE, add_programs, record_of
+
 BUILD = pathlib.Path(os.environ["BUILD"])  # where the tests may leave things for people to look at
 SCRATCH = pathlib.Path(os.environ["SCRATCH"])
-PRIVATE_ROOT = SOURCE / "script/private-root"
 SAMPLE_SITE = SOURCE / "Examples/sample-site"
 
-INSTALL_ROOT = "Library/Application Support/Veltrane/Orlisk/2017/WebResources"
-RECORD = "Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist"
+INSTALL_ROOT = private_root.INSTALL_ROOT.lstrip("/")  # below a private root
+RECORD = private_root.RECORD.lstrip("/")
 
 
 def run(*command, status=0, **options):
@@ -52,7 +53,7 @@ class ShippingTestCase(unittest.TestCase):
         (root / "bin").symlink_to("usr/bin")
         for program in programs:
             path = str(shutil.which(program))
-            run(PRIVATE_ROOT, "add", root, path)
+            add_programs(root, path)
             link = root / path.lstrip("/")
             if not link.exists():  # it has been copied by its real name
                 link.symlink_to(os.path.realpath(path))
@@ -69,6 +70,5 @@ class ShippingTestCase(unittest.TestCase):
         self.assertEqual(self.installed(root),
                          {f"Resource0/{name}": data for name, data in tree(content).items()})
         record = self.record(root)
-        self.assertIn(record.pop("irandom"), range(1, 10001))
-        self.assertEqual(record, {"tWebResourceInstallPath": "Resource0", "iUpdateId": update,
-                                  "tFullVersion": f"17.011.30138.{update}"})
+        self.assertIn(record.pop("irandom"), RANDOM_IDENTIFIERS)
+        self.assertEqual(record, record_of(update))

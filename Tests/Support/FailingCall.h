@@ -1,5 +1,5 @@
-#ifndef TESTS_FAILINGCALL_H_
-#define TESTS_FAILINGCALL_H_
+#ifndef TESTS_SUPPORT_FAILINGCALL_H_
+#define TESTS_SUPPORT_FAILINGCALL_H_
 
 #include <climits>
 #include <string>
@@ -32,4 +32,4 @@ class FailingCall {
   int count_ = 0;
 };
 
-#endif  // TESTS_FAILINGCALL_H_
+#endif  // TESTS_SUPPORT_FAILINGCALL_H_

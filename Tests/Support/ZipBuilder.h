@@ -1,5 +1,5 @@
-#ifndef TESTS_SOURCE_ZIPBUILDER_H_
-#define TESTS_SOURCE_ZIPBUILDER_H_
+#ifndef TESTS_SUPPORT_ZIPBUILDER_H_
+#define TESTS_SUPPORT_ZIPBUILDER_H_
 
 #include <zlib.h>
 
@@ -110,4 +110,4 @@ inline std::string Zip(const std::vector<ZipEntry>& entries) {
   return bytes;
 }
 
-#endif  // TESTS_SOURCE_ZIPBUILDER_H_
+#endif  // TESTS_SUPPORT_ZIPBUILDER_H_

@@ -1,5 +1,5 @@
-#ifndef TESTS_COMMON_RENDERING_H_
-#define TESTS_COMMON_RENDERING_H_
+#ifndef TESTS_SUPPORT_RENDERING_H_
+#define TESTS_SUPPORT_RENDERING_H_
 
 #include <string>
 #include <string_view>
@@ -34,4 +34,4 @@ std::string Bracketed(const Container& items, char open, char close, ItemText te
   return result + close;
 }
 
-#endif  // TESTS_COMMON_RENDERING_H_
+#endif  // TESTS_SUPPORT_RENDERING_H_

@@ -1,5 +1,5 @@
-#ifndef TESTS_SOURCE_SUPPORT_H_
-#define TESTS_SOURCE_SUPPORT_H_
+#ifndef TESTS_SUPPORT_SUPPORT_H_
+#define TESTS_SUPPORT_SUPPORT_H_
 
 #include <fcntl.h>
 #include <grp.h>
@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <string>
 
-#include "Files.h"
+#include "TestFiles.h"
 
 /// Works in another directory, and comes back.
 class ScopedWorkingDirectory {
@@ -80,4 +80,4 @@ bool AsOrdinaryUser(Act act) {
   });
 }
 
-#endif  // TESTS_SOURCE_SUPPORT_H_
+#endif  // TESTS_SUPPORT_SUPPORT_H_

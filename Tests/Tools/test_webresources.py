@@ -1,4 +1,4 @@
-"""The command webresources as it is installed: webresources_test.py BUILD_DIRECTORY SOURCE_DIRECTORY"""
+"""The command webresources as it is installed: test_webresources.py BUILD-DIRECTORY [TEST...]"""
 
 import json
 import os
@@ -19,12 +19,16 @@ import zlib
 
 import jsonschema
 
-BUILD, SOURCE = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
-WORK = pathlib.Path(tempfile.mkdtemp(prefix='webresources-'))
+import private_root
+from private_root import SEVEN_ZIP, SOURCE, command_in, full_version
+
+BUILD = pathlib.Path(sys.argv[1]).resolve()
+TEMPORARY = tempfile.TemporaryDirectory(prefix='webresources-')
+WORK = pathlib.Path(TEMPORARY.name)
 PREFIX = WORK / 'prefix'
 COMMAND = PREFIX / 'bin/webresources'
-INSTALL_ROOT = 'Library/Application Support/Veltrane/Orlisk/2017/WebResources'
-RECORD = 'Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist'
+INSTALL_ROOT = private_root.INSTALL_ROOT.lstrip('/')  # below a private root
+RECORD = private_root.RECORD.lstrip('/')
 WEB_PACKAGE = pathlib.Path('/usr/share/javascript/dojox')
 IS_SANITIZED = '-fsanitize' in (BUILD / 'CMakeCache.txt').read_text()
 NOBODY = 65534
@@ -37,7 +41,7 @@ def setUpModule():
 
 
 def tearDownModule():
-    shutil.rmtree(WORK)
+    TEMPORARY.cleanup()
 
 
 def run(*arguments, **options):
@@ -221,7 +225,7 @@ class CheckTest(Case):
     def test_packages_of_three_strangers_trigger_nothing(self):
         (self.site / 'b\u00e4r').unlink()
         self.write_metadata()
-        for tool in (['zip', '-qr', self.package, '.'], ['7z', 'a', '-tzip', self.package, '.'],
+        for tool in (['zip', '-qr', self.package, '.'], [SEVEN_ZIP, 'a', '-tzip', self.package, '.'],
                      ['bsdtar', '-caf', self.package, '.']):
             self.package.unlink(missing_ok=True)
             subprocess.run(tool, cwd=self.site, check=True, stdout=subprocess.DEVNULL)
@@ -364,9 +368,8 @@ class EndToEndTest(Case):
             shutil.copytree(PREFIX / bundle.name, bundle)
         for path in self.resources.iterdir():
             shutil.copy(path, bundle / 'Contents/Resources')
-        subprocess.run(
-            [SOURCE / 'script/private-root', 'run', *(['--proc'] if IS_SANITIZED else []), root,
-             '/WebResourceInstaller.app/Contents/MacOS/WebResourceInstaller'], check=True)
+        installer = '/WebResourceInstaller.app/Contents/MacOS/WebResourceInstaller'
+        subprocess.run(command_in(root, installer, proc=IS_SANITIZED), check=True)
         return root
 
     def status(self, command, *arguments):
@@ -424,7 +427,7 @@ class EndToEndTest(Case):
         unpacked = elsewhere / 'unpacked'
         for tool in (['unzip', '-q', self.package, '-d', unpacked],
                      ['bsdtar', '-xf', self.package, '-C', unpacked],
-                     ['7z', 'x', f'-o{unpacked}', self.package]):
+                     [SEVEN_ZIP, 'x', f'-o{unpacked}', self.package]):
             unpacked.mkdir()
             subprocess.run(tool, check=True, stdout=subprocess.DEVNULL)
             self.assertTrue(tree_of(unpacked) == packed, tool)
@@ -469,7 +472,7 @@ class EndToEndTest(Case):
         for key, other, name, changed in (
                 ('tWebResourceInstallPath', 'Resource3', 'installed directory', 'record-directory'),
                 ('iUpdateId', 8, 'update number', 'record-differs'),
-                ('tFullVersion', '17.011.30138.8', 'full version', 'record-differs'),
+                ('tFullVersion', full_version(8), 'full version', 'record-differs'),
                 ('irandom', 10001, 'random identifier', 'record-random')):
             path.write_bytes(plistlib.dumps({**record, key: other}))
             self.assertEqual(self.verified(), (1, [(changed, name)]))
@@ -491,4 +494,4 @@ class EndToEndTest(Case):
 
 
 if __name__ == '__main__':
-    unittest.main(argv=sys.argv[:1] + sys.argv[3:])
+    unittest.main(argv=sys.argv[:1] + sys.argv[2:])

@@ -2,7 +2,7 @@
 """Asks whether the tests notice: changes the code in one place at a time, and prints each change
 that all of them let pass.
 
-    mutate [--count N] [--jobs N] [--sanitized] [FILE...]
+    campaign mutate [--count N] [--jobs N] [--sanitized] [FILE...]
 
 Changes are drawn evenly from the files and from the kinds of change until N (default 600) count:
 one that does not compile, or that leaves the machine code as it is, does not. Each is tried on a
@@ -27,18 +27,16 @@ import subprocess
 import sys
 import time
 
-TOP = pathlib.Path(__file__).resolve().parent.parent
-sys.path.append(str(TOP / "script/lib"))
+import changes
 
-import changes  # noqa: E402
-
+TOP = pathlib.Path(__file__).resolve().parents[2]
 WORK = TOP / "build/mutation"
 RESULTS = WORK / "results.jsonl"
 BASE = WORK / "base"  # a copy of the sources, so that these can go on changing
 SANITIZED = "--sanitized" in sys.argv
 BUILD = BASE / ("build-sanitized" if SANITIZED else "build")
 FLAGS = "-O1 -fsanitize=address,undefined -fno-sanitize-recover=all" if SANITIZED else "-O2"
-MEMORY = [] if SANITIZED else ["prlimit", f"--as={8 << 30}"]  # but sanitizers reserve far more
+MEMORY = [] if SANITIZED else ["prlimit", f"--as={8 << 30}"]  # sanitizers reserve far more
 SOURCES = "Source/*.cpp Include/*.h Common/*.cpp Common/*.h Platform/*.h Platform/posix/*".split()
 SLOW = ("EndToEnd.Large", "EndToEnd.Memcheck", "Faults.")  # for changes that passed the others
 LONGEST = 300  # seconds of one step
@@ -89,7 +87,7 @@ def passes(test, limit):
     try:
         isBuilt, _ = built(*programs(test))
         if test["bundle"]:
-            run("cmake", "--install", BUILD, "--prefix", BUILD / "Tests/EndToEnd/installed")
+            run("cmake", "--install", BUILD, "--prefix", BUILD / "Tests/installed")
         return isBuilt and subprocess.run(
             [*MEMORY, *test["command"]], cwd=test["directory"], env=environment,
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
@@ -151,11 +149,9 @@ def inside(job):
 
 def set_up():
     """Copies the sources, and builds them as they are."""
-    packages = "require_packages ${build_packages[@]} ${test_packages[@]}"
-    subprocess.run(["bash", "-c", ". script/lib/commands.sh; " + packages], cwd=TOP, check=True)
     for name in run("git", "ls-files", cwd=TOP).splitlines():
         source, copy = TOP / name, BASE / name
-        if not copy.exists() or copy.read_bytes() != source.read_bytes():  # or it is built anew
+        if not copy.exists() or copy.read_bytes() != source.read_bytes():  # or it is built again
             copy.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(source, copy)
     run("cmake", "-S", BASE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
@@ -230,8 +226,14 @@ def results(arguments, trial):
                 yield result
 
 
+class Parser(argparse.ArgumentParser):
+    def error(self, message):
+        self.print_usage(sys.stderr)
+        self.exit(64, f"campaign mutate: {message}\n")
+
+
 def main():
-    parser = argparse.ArgumentParser(usage=__doc__.split("\n\n")[1].strip())
+    parser = Parser(usage=__doc__.split("\n\n")[1].strip())
     parser.add_argument("--count", type=int, default=600)
     parser.add_argument("--sanitized", action="store_true")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())

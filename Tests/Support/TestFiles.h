@@ -1,5 +1,5 @@
-#ifndef TESTS_SOURCE_FILES_H_
-#define TESTS_SOURCE_FILES_H_
+#ifndef TESTS_SUPPORT_TESTFILES_H_
+#define TESTS_SUPPORT_TESTFILES_H_
 
 #include <sys/stat.h>
 
@@ -83,4 +83,4 @@ inline Tree TreeOf(const std::string& directory) {
   return tree;
 }
 
-#endif  // TESTS_SOURCE_FILES_H_
+#endif  // TESTS_SUPPORT_TESTFILES_H_

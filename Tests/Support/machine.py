@@ -15,8 +15,11 @@ import tempfile
 import unittest
 import zipfile
 
+import private_root
+from private_root import (DIRECTORY, INSTALL_ROOT, RANDOM_IDENTIFIERS, RECORD, record_of, tree,
+                          tree_or_none)
+
 BUNDLE = pathlib.Path(os.environ["BUNDLE"])
-PRIVATE_ROOT = os.environ["PRIVATE_ROOT"]
 SCRATCH = os.environ["SCRATCH"]
 SANITIZED = os.environ["SANITIZED"] == "1"
 BACKEND = os.environ["BACKEND"]
@@ -24,14 +27,10 @@ BACKEND = os.environ["BACKEND"]
 APPLICATION = "/Applications/WebResourceInstaller.app"
 EXECUTABLES = os.environ["EXECUTABLES"]
 EXECUTABLE = f"Contents/{EXECUTABLES}/WebResourceInstaller"
-INSTALL_ROOT = "/Library/Application Support/Veltrane/Orlisk/2017/WebResources"
 VENDOR = "/Library/Application Support/Veltrane"
-RECORD = "/Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist"
 
 METADATA = '{"clear":false,"updateid":1,"regenerate":false}'
 CONTENT = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}"}
-
-DIRECTORY = "a directory"  # what tree() shows for one
 
 # CoreFoundation asks /proc for the main bundle, the sanitizers for their own.
 NEEDS_PROC = SANITIZED or BACKEND == "apple"
@@ -51,30 +50,6 @@ def metadata(clear=False, updateid=1, regenerate=False):
         for key, value in members.items() if value is not None)
 
 
-def tree(directory):
-    """Everything below a directory, by relative path: bytes, DIRECTORY, or ("link", target)."""
-    top = os.fsencode(directory)
-    found = {}
-    for parent, directories, files in os.walk(top):
-        for name in directories + files:
-            path = os.path.join(parent, name)
-            found[os.path.relpath(path, top)] = what_is(path)
-    return found
-
-
-def tree_or_none(directory):
-    return tree(directory) if os.path.exists(directory) else None
-
-
-def what_is(path):
-    if os.path.islink(path):
-        return ("link", os.readlink(path))
-    if os.path.isdir(path):
-        return DIRECTORY
-    with open(path, "rb") as stream:
-        return stream.read()
-
-
 def as_tree(content):
     """What tree() shows for content as given to Machine.pack()."""
     return {name.rstrip("/").encode(): DIRECTORY if data is None else data
@@ -92,10 +67,6 @@ def write_tree(directory, content):
             path.write_bytes(data)
 
 
-def program(name):
-    return os.path.realpath(shutil.which(name))
-
-
 class Machine:
     """Paths beginning with "/" are the machine's own; path() gives them as seen from outside."""
 
@@ -107,7 +78,7 @@ class Machine:
         self.write_metadata(METADATA)
 
     def path(self, path):
-        return self.root / path.lstrip("/")
+        return private_root.inside(self.root, path)
 
     @property
     def record_file(self):
@@ -145,17 +116,15 @@ class Machine:
         self.record_file.write_bytes(plistlib.dumps(values, fmt=form))
 
     def add_programs(self, *programs):
-        subprocess.run([PRIVATE_ROOT, "add", self.root, *programs], check=True)
+        private_root.add_programs(self.root, *programs)
 
     def run(self, *command, umask=0o022, proc=NEEDS_PROC):
         """Runs the installer, or a command that runs it, and returns the completed process."""
-        options = ["--proc"] if proc else []
+        command = command or [f"{APPLICATION}/{EXECUTABLE}"]
         return subprocess.run(
-            [PRIVATE_ROOT, "run", *options, self.root,
-             *(command or [f"{APPLICATION}/{EXECUTABLE}"])],
+            private_root.command_in(self.root, *command, proc=proc),
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
-            env=ENVIRONMENT,
-            umask=umask, check=False)
+            env=ENVIRONMENT, umask=umask, check=False)
 
 
 @functools.lru_cache(maxsize=None)
@@ -165,7 +134,7 @@ def template():
     atexit.register(directory.cleanup)
     root = pathlib.Path(directory.name)
     shutil.copytree(BUNDLE, root / APPLICATION.lstrip("/"))
-    subprocess.run([PRIVATE_ROOT, "add", root, BUNDLE / EXECUTABLE], check=True)
+    private_root.add_programs(root, BUNDLE / EXECUTABLE)
     return root
 
 
@@ -276,15 +245,11 @@ class InstallerTestCase(unittest.TestCase):
         """The record holds these values and no other key; without `random`, a drawn one."""
         record = (machine or self.machine).record()
         drawn = record.get("irandom")
-        self.assertEqual(record, {
-            "tWebResourceInstallPath": directory,
-            "iUpdateId": update,
-            "tFullVersion": f"17.011.30138.{update}",
-            "irandom": drawn if random is None else random,
-        })
+        self.assertEqual(record, {**record_of(update, directory),
+                                  "irandom": drawn if random is None else random})
         if random is None:
             self.assert_drawn(drawn)
 
     def assert_drawn(self, random):
         self.assertIs(type(random), int)
-        self.assertIn(random, range(1, 10001))
+        self.assertIn(random, RANDOM_IDENTIFIERS)

@@ -1,0 +1,73 @@
+"""What the installer writes and where, and private roots: directories that a program sees as "/".
+Shared by all Python tests."""
+
+import os
+import pathlib
+import shutil
+import subprocess
+
+SOURCE = pathlib.Path(__file__).resolve().parents[2]
+PRIVATE_ROOT = str(SOURCE / "script/lib/private-root")
+
+INSTALL_ROOT = "/Library/Application Support/Veltrane/Orlisk/2017/WebResources"
+RECORD = "/Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist"
+RELEASE = "17.011.30138"  # which the full version begins with
+RANDOM_IDENTIFIERS = range(1, 10001)
+
+SEVEN_ZIP = shutil.which("7zz") or "7z"  # its name depends on the release
+
+DIRECTORY = "a directory"  # what tree() shows for one
+
+
+def full_version(update):
+    return f"{RELEASE}.{update}"
+
+
+def record_of(update, directory="Resource0"):
+    """The record after an installation, without the random identifier."""
+    return {"tWebResourceInstallPath": directory, "iUpdateId": update,
+            "tFullVersion": full_version(update)}
+
+
+def tree(directory):
+    """Everything below a directory, by relative path: bytes, DIRECTORY, or ("link", target)."""
+    top = os.fsencode(directory)
+    found = {}
+    for parent, directories, files in os.walk(top):
+        for name in directories + files:
+            path = os.path.join(parent, name)
+            found[os.path.relpath(path, top)] = what_is(path)
+    return found
+
+
+def tree_or_none(directory):
+    return tree(directory) if os.path.exists(directory) else None
+
+
+def what_is(path):
+    if os.path.islink(path):
+        return ("link", os.readlink(path))
+    if os.path.isdir(path):
+        return DIRECTORY
+    with open(path, "rb") as stream:
+        return stream.read()
+
+
+def inside(root, path):
+    """The path of a private root's file, as seen from outside."""
+    return pathlib.Path(root, path.lstrip("/"))
+
+
+def add_programs(root, *programs):
+    """Copies programs into a private root, at the same paths, with their shared libraries."""
+    subprocess.run([PRIVATE_ROOT, "add", root, *programs], check=True)
+
+
+def command_in(root, *command, proc=False):
+    """The command that runs `command` in a private root, with /proc if asked for."""
+    return [PRIVATE_ROOT, "run", *(["--proc"] if proc else []), str(root), *map(str, command)]
+
+
+def program(name):
+    """The real path of a program, which add_programs() copies it to."""
+    return os.path.realpath(shutil.which(name))
