@@ -117,7 +117,7 @@ class InstallTest(Case):
 
     def test_documentation_lists_every_rule_with_its_severity(self):
         rules = re.findall(r'\{"([a-z0-9-]+)",\s*Severity::(\w+)',
-                           (SOURCE / 'Tools/webresources/Rules.cpp').read_text())
+                           (SOURCE / 'Tools/webresources/report/Rules.cpp').read_text())
         self.assertGreater(len(rules), 40)
         documented = {}
         text = (SOURCE / 'Documentation/webresources.md').read_text()
@@ -128,7 +128,7 @@ class InstallTest(Case):
     def test_every_rule_is_expected_by_a_test_of_findings(self):
         tests = ''.join(path.read_text() for path in (SOURCE / 'Tests/Tools').glob('*Test.cpp'))
         rules = re.findall(r'\{"([a-z0-9-]+)",\s*Severity::',
-                           (SOURCE / 'Tools/webresources/Rules.cpp').read_text())
+                           (SOURCE / 'Tools/webresources/report/Rules.cpp').read_text())
         self.assertEqual([rule for rule in rules if not re.search(f'"{rule}[ "]', tests)], [])
 
 
