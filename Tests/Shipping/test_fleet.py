@@ -127,9 +127,7 @@ class Munki(FleetTestCase):
     def setUp(self):
         super().setUp()
         self.machine = self.new_root("sh", "grep", self.webresources)
-        self.command = self.machine / "usr/local/bin/webresources"
-        self.command.parent.mkdir(parents=True)
-        shutil.copy(self.webresources, self.command)
+        self.command = self.machine / self.PLACE / "Contents/Helpers/webresources"
         shutil.copy(self.SCRIPT, self.machine / "installcheck_script")
 
     def install(self, content, update):
@@ -137,6 +135,8 @@ class Munki(FleetTestCase):
         bundle = self.machine / self.PLACE
         shutil.rmtree(bundle, ignore_errors=True)
         shutil.copytree(self.new_bundle(content, update), bundle)
+        self.command.parent.mkdir()
+        shutil.copy(self.webresources, self.command)
         run(*command_in(self.machine, f"/{self.PLACE}/{EXECUTABLE}"))
 
     def assert_installcheck(self, status):

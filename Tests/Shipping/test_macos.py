@@ -28,17 +28,17 @@ class DryRun(ShippingTestCase):
         # None of a Mac's commands is here, and nothing can be written there: they would fail.
         names = [command[0] for command in commands("--sign", "A", "--sign-package", "B")]
         names = [os.path.basename(name) for name in names]
-        for name in ("brew", "clang", "libtool", "cmake", "webresources", "codesign", "lipo",
+        for name in ("curl", "clang", "libtool", "cmake", "webresources", "codesign", "lipo",
                      "pkgbuild", "productbuild"):
             self.assertIn(name, names)
-        self.assertEqual(names[-2:], ["pkgbuild", "productbuild"])
+        self.assertEqual(names[-3:], ["pkgbuild", "productbuild", "pkgutil"])
 
-    def test_bundle_is_universal_and_runs_from_10_13_on(self):
+    def test_bundle_is_universal_and_runs_from_11_0_on(self):
         [configure] = [command for command in commands() if command[:2] == ["cmake", "-S"]]
         self.assertIn("-DCMAKE_OSX_ARCHITECTURES=arm64;x86_64", configure)
-        self.assertIn("-DCMAKE_OSX_DEPLOYMENT_TARGET=10.13", configure)
+        self.assertIn("-DCMAKE_OSX_DEPLOYMENT_TARGET=11.0", configure)
         for compile in (command for command in commands() if command[0] == "clang"):
-            self.assertIn("-mmacosx-version-min=10.13", compile)
+            self.assertIn("-mmacosx-version-min=11.0", compile)
             self.assertEqual(compile.count("-arch"), 2)
 
     def test_signs_only_when_an_identity_is_given(self):
@@ -63,17 +63,16 @@ class Layout(ShippingTestCase):
     def test_tree_to_be_packaged(self):
         self.assertEqual(set(tree(self.root)), {
             f"{APPLICATION}/Contents/{name}" for name in (
-                "Info.plist", "MacOS/WebResourceInstaller", "Resources/metadata.txt",
-                "Resources/OrloWebResources.zip")} | {
-            f"usr/local/{name}" for name in (
-                "bin/webresources", "share/man/man1/webresources.1",
-                "share/bash-completion/completions/webresources",
-                "share/zsh/site-functions/_webresources")})
+                "Helpers/webresources", "Info.plist", "MacOS/WebResourceInstaller",
+                "Resources/metadata.txt", "Resources/OrloWebResources.zip")} | {
+            f"{os.path.dirname(APPLICATION)}/share/{name}" for name in (
+                "man/man1/webresources.1", "bash-completion/completions/webresources",
+                "zsh/site-functions/_webresources")})
 
     def test_property_lists(self):
         info = plistlib.loads((self.root / APPLICATION / "Contents/Info.plist").read_bytes())
         self.assertEqual(info["CFBundleExecutable"], "WebResourceInstaller")
-        self.assertEqual(info["LSMinimumSystemVersion"], "10.13")
+        self.assertEqual(info["LSMinimumSystemVersion"], "11.0")
         [component] = plistlib.loads((DEPLOY / "components.plist").read_bytes())
         self.assertEqual(component["RootRelativeBundlePath"], APPLICATION)
         self.assertIs(component["BundleIsRelocatable"], False)  # or it follows a moved copy
@@ -84,7 +83,7 @@ class Layout(ShippingTestCase):
                          {identifier})
 
     def test_postinstall_runs_the_step_and_verifies_it(self):
-        machine = self.new_root("sh", self.root / "usr/local/bin/webresources")
+        machine = self.new_root("sh", self.root / APPLICATION / "Contents/Helpers/webresources")
         run("cp", "-R", f"{self.root}/.", machine)
         run("cp", DEPLOY / "scripts/postinstall", machine / "postinstall")
         inside = command_in(machine, "/bin/sh", "/postinstall", "product.pkg", "/")
