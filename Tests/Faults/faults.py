@@ -18,7 +18,9 @@ import sys
 import time
 
 import scenarios
-from private_root import INSTALL_ROOT, RECORD, tree
+from contract import FINAL, Contract, below, is_drawn, read_record
+from machine import as_tree
+from private_root import DIRECTORY, INSTALL_ROOT, RECORD, tree
 from stage import Stage
 
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EMFILE", "EINTR", "ENOMEM")
@@ -27,6 +29,9 @@ TRANSFERS = {"read", "write", "pread64", "getrandom"}
 INFALLIBLE = {"exit_group", "futex", "gettid", "getpid", "tgkill"}
 # In number they follow the addresses that the kernel draws.
 OF_THE_HEAP = {"brk", "mmap", "munmap", "mremap", "madvise", "mprotect"}
+# Their failure may end the run: those that ask for memory, and those that read the metadata.
+ASK_FOR_MEMORY = {"brk", "mmap", "mremap"}
+READ_THE_METADATA = {"readlink", "openat", "read"}
 
 ABORT = -signal.SIGABRT
 
@@ -37,59 +42,53 @@ class Judge:
     def __init__(self, stage, scenario):
         self.stage = stage
         self.scenario = scenario
+        self.faults = []
+        self.windows = collections.Counter()
         stage.set_up(scenario)
         stage.reset()
-        self.old = self.readable_record() or {}
+        self.contract = self.contract_from_here()
+        self.old = self.contract.old
         result = stage.run()
-        self.faults = []
         self.check(result.status == 0 and result.output == b"", "undisturbed", result)
         self.tree = tree(stage.install_root)
+        self.check(below(self.tree, FINAL) == self.contract.package, "undisturbed", "installs",
+                   self.tree)
         self.new = stage.record()
         self.preferences = stage.preferences()
         stage.reset()
         self.surroundings = stage.surroundings()
 
+    def contract_from_here(self):
+        """What holds for a run that finds the machine as it is now."""
+        scenario = self.scenario
+        return Contract(tree(self.stage.install_root), self.stage.record_bytes(),
+                        as_tree(scenario.package or {}), scenarios.UPDATE, scenario.clear,
+                        scenario.regenerate)
+
     def check(self, holds, *what):
         if not holds:
             self.faults.append(" ".join(map(str, (self.scenario.name, *what))))
 
-    def readable_record(self):
-        try:
-            return self.stage.record()
-        except (plistlib.InvalidFileException, ValueError, OSError):
-            return None
-        except Exception:  # expat has its own
-            return None
-
-    def after_fault(self, result, statuses, *fault):
-        """Judges what a disturbed run left."""
+    def after_fault(self, result, statuses, *fault, contract=None, may_go_on=None):
+        """Judges what a disturbed run left, by the contract of the scenario's start, unless another
+        one is given. `may_go_on`: what a run may lead to that goes on after a failure, by name."""
         self.check(result.status in statuses, *fault, "ends with", result.status)
         self.check(result.output == b"", *fault, "prints", result.output)
         self.check(self.stage.surroundings() == self.surroundings, *fault, "touches its surroundings")
-        record = self.readable_record()
-        if record is None:
-            absent = not self.stage.record_file.exists()
-            as_found = not absent and (self.stage.record_file.read_bytes() ==
-                                       (self.stage.start / self.stage.record_file.relative_to(
-                                           self.stage.library)).read_bytes())
-            self.check(as_found or (absent and not self.old), *fault, "loses the record")
-            return
-        for key in {*self.old, *self.new, *record}:
-            self.check(self.may_hold(key, record.get(key)), *fault, "records", key, record.get(key))
+        found, record = tree(self.stage.install_root), self.stage.record_bytes()
+        contract = contract or self.contract
+        verdict = contract.judge(found, record)
+        if verdict.faults and may_go_on:
+            verdict = contract.judge_failed(found, record)
+            self.check(verdict.window in may_go_on, *fault, "leads to:", verdict.window)
+        self.windows.update([verdict.window] if verdict.window else [])
+        for what in verdict.faults:
+            self.check(False, *fault, what)
 
-    def is_wiped(self):
+    def may_have_lost_identifier(self):
         """Stopped between the wipe and the restoration: the one state that loses the identifier."""
-        return self.scenario.clear and not self.readable_record()
-
-    def may_hold(self, key, value):
-        """Old and new values; a wiped or not yet written one; and a directory on its way."""
-        if value is None:
-            return key not in self.old or self.scenario.clear
-        if key == "tWebResourceInstallPath":
-            return value.startswith("Resource")
-        if key == "irandom":
-            return is_drawn(value)
-        return value in (self.old.get(key), self.new.get(key))
+        record = read_record(self.stage.record_bytes()) or {}
+        return self.scenario.clear and "irandom" not in record
 
     def after_clean_run(self, *fault, may_redraw=False):
         """An undisturbed run must end as if there had been no fault. Returns whether the random
@@ -99,17 +98,13 @@ class Judge:
         self.check(tree(self.stage.install_root) == self.tree, *fault, "leaves another tree")
         self.check(self.stage.preferences() == self.preferences, *fault, "leaves",
                    self.stage.preferences())
-        record = self.readable_record() or {}
+        record = read_record(self.stage.record_bytes()) or {}
         keeps = "irandom" in self.old and not self.scenario.regenerate
         redrawn = keeps and record.get("irandom") != self.old["irandom"]
         self.check(is_drawn(record.get("irandom")) and (may_redraw or not redrawn), *fault,
                    "redraws the random identifier")
         self.check({**record, "irandom": 0} == {**self.new, "irandom": 0}, *fault, "leaves", record)
         return redrawn
-
-
-def is_drawn(number):
-    return type(number) is int and 1 <= number <= 10000
 
 
 class Campaign:
@@ -131,7 +126,7 @@ class Campaign:
         return [faults[int(step * i + step / 2)] for i in range(self.share)]
 
     def result(self):
-        return self.counts, self.judge.faults
+        return self.counts, self.judge.windows, self.judge.faults
 
 
 class Killed(Campaign):
@@ -150,8 +145,9 @@ class Killed(Campaign):
         self.judge.after_fault(result, {-signal.SIGKILL} if result.struck else {0}, "kill", name,
                                number)
 
-    def run_again(self, *fault):
-        redrawn = self.judge.after_clean_run("kill", *fault, may_redraw=self.judge.is_wiped())
+    def run_again(self, *fault, may_redraw=False):
+        redrawn = self.judge.after_clean_run(
+            "kill", *fault, may_redraw=may_redraw or self.judge.may_have_lost_identifier())
         self.counts["identifiers lost between wipe and restoration"] += redrawn
 
 
@@ -167,12 +163,14 @@ class KilledTwice(Killed):
         for _ in range(share):
             self.stage.reset()
             self.kill_at(*choice.choice(calls))
+            lost = self.judge.may_have_lost_identifier()
             again = choice.choice(calls)
+            contract = self.judge.contract_from_here()
             result = self.stage.run_with("kill", *again)
             self.judge.after_fault(result, {-signal.SIGKILL} if result.struck else {0}, "again",
-                                   *again)
+                                   *again, contract=contract)
             self.counts["second kills" if result.struck else "re-runs that ended before"] += 1
-            self.run_again(*again, "again")
+            self.run_again(*again, "again", may_redraw=lost)
 
 
 class FailingCalls(Campaign):
@@ -180,22 +178,50 @@ class FailingCalls(Campaign):
 
     scenarios = scenarios.chosen("fresh: small", "installed: deep, clear",
                                  "corrupt: large, regenerate")
+    LOAD = {"newfstatat", "openat", "read"}
+    FLUSH = {*LOAD, "chmod", "fchmod", "fsync", "getrandom", "mkdir", "renameat",
+             "renameat2", "write"}
+    LEADS_TO = {  # what the failures of which calls may lead to, in a run that goes on
+        "not installed": {"access", "mkdir"},
+        "installed over an old directory": {"access"},
+        "a part of the package is missing":
+            {*LOAD, "access", "lseek", "mkdir", "readlink", "write"},
+        "a flush failed": FLUSH,
+        "no record could be written": FLUSH,
+        "not renamed":
+            {"fcntl", "getdents64", "newfstatat", "openat", "rename", "rmdir", "unlink"},
+        "wiped values not read before": LOAD,
+        "identifier drawn again": LOAD,
+    }
 
     def run(self):
-        faults = [(error, name, f"{number}{lasting}")
-                  for name, number in self.stage.calls() if name not in INFALLIBLE
+        calls = self.stage.calls_and_paths()
+        of_metadata = self.calls_of_metadata(calls)
+        faults = [(error, name, number, lasting)
+                  for name, number, _ in calls if name not in INFALLIBLE
                   for error in (*ERRORS, *(["short"] if name in TRANSFERS else []))
                   for lasting in ("", "+")]
-        for error, name, number in self.sampled(faults):
-            self.stage.reset()
-            result = self.stage.run_with(error, name, number)
-            self.counts["faults" if result.struck else "not reached"] += 1
-            self.judge.check(result.struck or name in OF_THE_HEAP, error, name, number,
-                             "not reached")
-            self.counts["abnormal ends"] += result.status == ABORT
-            self.judge.after_fault(result, {0, ABORT}, error, name, number)
-            self.counts["identifiers redrawn"] += self.judge.after_clean_run(
-                error, name, number, may_redraw=True)
+        for error, name, number, lasting in self.sampled(faults):
+            may_abort = name in ASK_FOR_MEMORY or (name, number) in of_metadata
+            self.disturb(error, name, f"{number}{lasting}", {0, ABORT} if may_abort else {0})
+
+    def disturb(self, error, name, number, statuses):
+        self.stage.reset()
+        result = self.stage.run_with(error, name, number)
+        self.counts["faults" if result.struck else "not reached"] += 1
+        self.judge.check(result.struck or name in OF_THE_HEAP, error, name, number, "not reached")
+        self.counts["abnormal ends"] += result.status == ABORT
+        self.judge.after_fault(result, statuses, error, name, number, may_go_on={
+            failure for failure, names in self.LEADS_TO.items() if name in names})
+        self.counts["identifiers redrawn"] += self.judge.after_clean_run(
+            error, name, number, may_redraw=True)
+
+    @staticmethod
+    def calls_of_metadata(calls):
+        """Those that look for the metadata and read it."""
+        opened = next(at for at, (_, _, path) in enumerate(calls) if path.endswith("metadata.txt"))
+        closed = next(at for at in range(opened, len(calls)) if calls[at][0] == "close")
+        return {(name, number) for name, number, _ in calls[:closed] if name in READ_THE_METADATA}
 
 
 class FailingAllocations(Campaign):
@@ -213,9 +239,9 @@ class FailingAllocations(Campaign):
             self.counts["faults"] += 1
             self.judge.check(result.struck, "allocation", number, "not reached")
             self.counts["abnormal ends"] += result.status == ABORT
-            self.judge.after_fault(result, {0, ABORT}, "allocation", number)
+            self.judge.after_fault(result, {ABORT}, "allocation", number)
             self.counts["identifiers lost between wipe and restoration"] += (
-                self.judge.after_clean_run("allocation", number, may_redraw=self.judge.is_wiped()))
+                self.judge.after_clean_run("allocation", number, may_redraw=self.judge.may_have_lost_identifier()))
 
     def count(self):
         """How many allocations an undisturbed run makes."""
@@ -261,6 +287,11 @@ class Neighbours(Campaign):
         "package cut": "find Applications -name '*.zip' -exec truncate -s 100 {} +",
     }
 
+    STOPS = {"link in the fresh directory's place": "not installed"}
+    TAKES_TREES = {"fresh directory removed", "all directories removed",
+                   "old directory replaced by a link", "package cut"}
+    TAKES_RECORD = {"record replaced by a FIFO", "record replaced by a link", "record damaged"}
+
     def run(self):
         self.elsewhere = tree(self.stage.elsewhere)
         faults = [(plant, *call) for plant in self.PLANTS for call in self.stage.calls()]
@@ -271,16 +302,64 @@ class Neighbours(Campaign):
             self.counts["changes"] += 1
             self.judge.check(result.struck or name in OF_THE_HEAP, plant, name, number,
                              "not reached")
-            self.judge.check((result.status, result.output) == (0, b""), plant, name, number,
-                             "ends with", result)
-            if (self.stage.root / "added").exists():
-                (self.stage.root / "added").unlink()
-                self.counts["keys added"] += 1
-                self.judge.check(self.judge.readable_record().get("theirs") == "kept", plant, name,
-                                 number, "loses the key")
-            self.judge.check(tree(self.stage.elsewhere) == self.elsewhere, plant, name, number,
-                             "touches what is elsewhere")
+            self.judge_run(result, plant, name, number)
+            self.run_again(plant, name, number)
 
+    def judge_run(self, result, plant, *call):
+        check = self.judge.check
+        check((result.status, result.output) == (0, b""), plant, *call, "ends with", result)
+        if (self.stage.root / "added").exists():
+            (self.stage.root / "added").unlink()
+            self.counts["keys added"] += 1
+            check((read_record(self.stage.record_bytes()) or {}).get("theirs") == "kept", plant,
+                  *call, "loses the key")
+        check(tree(self.stage.elsewhere) == self.elsewhere, plant, *call, "touches what is elsewhere")
+        self.judge_state(plant, *call)
+
+    def judge_state(self, plant, *call):
+        """The contract holds; except for what the neighbour took away, or kept the run from doing."""
+        contract, found = self.judge.contract, tree(self.stage.install_root)
+        record = self.without_their_key(self.stage.record_bytes())
+        verdict = contract.judge(found, record)
+        if verdict.faults and plant in self.STOPS:
+            verdict = contract.judge_failed(found, record)
+            self.judge.check(verdict.window == self.STOPS[plant], plant, *call, "leads to:",
+                             verdict.window)
+        elif verdict.faults and plant in self.TAKES_TREES:
+            verdict = contract.judge_values(record, f"by a neighbour: {plant}")
+        elif verdict.faults and plant in self.TAKES_RECORD:
+            verdict = contract.judge_trees(found, f"by a neighbour: {plant}")
+        self.judge.windows.update([verdict.window] if verdict.window else [])
+        self.judge.check(not verdict.faults, plant, *call, *verdict.faults)
+
+    @staticmethod
+    def without_their_key(record):
+        values = read_record(record) or {}
+        if values.pop("theirs", None) is None:
+            return record
+        return plistlib.dumps(values)
+
+    def run_again(self, *fault):
+        """An undisturbed run, with the package as it was, makes the best of what it finds."""
+        self.stage.set_up(self.judge.scenario)
+        found = tree(self.stage.install_root)
+        usable = self.stage.is_record_usable()
+        contract = self.judge.contract_from_here()
+        result = self.stage.run()
+        check = self.judge.check
+        check((result.status, result.output) == (0, b""), *fault, "then", result)
+        check(tree(self.stage.elsewhere) == self.elsewhere, *fault, "then touches what is elsewhere")
+        if not usable:
+            self.counts["runs that cannot record"] += 1
+            found.update({f"{contract.fresh}/".encode() + path: what
+                          for path, what in contract.package.items()})
+            found[contract.fresh.encode()] = DIRECTORY
+            check(tree(self.stage.install_root) == found, *fault, "then installs something else")
+            check(not self.stage.is_record_usable(), *fault, "then makes a record")
+            return
+        check(tree(self.stage.install_root) == self.judge.tree, *fault, "then leaves another tree")
+        values = read_record(self.stage.record_bytes()) or {}
+        check(contract.is_complete(values), *fault, "then leaves", values)
 
 
 CAMPAIGNS = {
@@ -309,17 +388,25 @@ def run_campaign(name, pool, sample):
     began = time.monotonic()
     count = len(CAMPAIGNS[name].scenarios)
     share = None if sample is None else max(1, sample // count)
-    counts, faults = collections.Counter(), []
-    for part_counts, part_faults in pool.imap_unordered(
+    counts, windows, faults = collections.Counter(), collections.Counter(), []
+    for part_counts, part_windows, part_faults in pool.imap_unordered(
             run_share, [(name, index, share) for index in range(count)]):
         counts += part_counts
+        windows += part_windows
         faults += part_faults
     figures = ", ".join(f"{number} {what}" for what, number in counts.items())
     print(f"{name}: {figures}; {len(faults)} exceptions; {time.monotonic() - began:.0f} s",
           flush=True)
-    for fault in faults:
-        print(f"  {fault}", flush=True)
+    report(windows, faults)
     return not faults
+
+
+def report(windows, faults):
+    """Lines on the windows, with the number of states in each, and on the exceptions."""
+    for window, number in windows.most_common():
+        print(f"  window: {window}: {number}", flush=True)
+    for fault in faults[:200]:
+        print(f"  {fault}", flush=True)
 
 
 def enter_namespace():

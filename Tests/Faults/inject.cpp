@@ -9,12 +9,12 @@
 //   kill       the program is killed, and the call is not made
 //   ENAME      the call is not made and fails with that error
 //   short      the call transfers half of the bytes it was to transfer
-//   sh:SCRIPT  a shell runs SCRIPT, outside the root with the root as working directory, and the
-//              call is made afterwards
+//   sh:SCRIPT  a shell runs SCRIPT, outside the root with the root as working directory and the
+//              path of an openat() in the variable OPENED, and the call is made afterwards
 //   none       nothing
 //
-// The calls that were made are written to REPORT, a line each: name, number and, where the action
-// took place, "*". Ends as the program ended. For x86-64 Linux.
+// The calls that were made are written to REPORT, a line each: name, number, "*" where the action
+// took place or else "-", and the path of an openat(). Ends as the program ended. For x86-64 Linux.
 #include <elf.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -61,8 +61,8 @@ std::string NameOf(unsigned long long call) {
       CALL(newfstatat),     CALL(open),       CALL(openat),     CALL(pread64),
       CALL(pwrite64),       CALL(read),       CALL(readlink),   CALL(rename),
       CALL(renameat),       CALL(renameat2),  CALL(rmdir),      CALL(rt_sigaction),
-      CALL(rt_sigprocmask), CALL(stat),       CALL(tgkill),     CALL(unlink),
-      CALL(unlinkat),       CALL(write),      CALL(writev)};
+      CALL(rt_sigprocmask), CALL(stat),       CALL(syncfs),     CALL(tgkill),
+      CALL(unlink),         CALL(unlinkat),   CALL(write),      CALL(writev)};
 #undef CALL
   const auto found = names.find(call);
   return found != names.end() ? found->second : std::to_string(call);
@@ -79,6 +79,17 @@ int ErrorOf(const std::string& action) {
 bool Transfers(unsigned long long call) {
   return call == SYS_read || call == SYS_write || call == SYS_pread64 || call == SYS_pwrite64 ||
          call == SYS_getrandom;
+}
+
+/// The path that the call opens; empty of another call.
+std::string OpenedPath(pid_t program, const user_regs_struct& registers) {
+  std::string path;
+  if (registers.orig_rax == SYS_openat) {
+    std::ifstream memory("/proc/" + std::to_string(program) + "/mem", std::ios::binary);
+    memory.seekg(static_cast<std::streamoff>(registers.rsi));
+    std::getline(memory, path, '\0');
+  }
+  return path;
 }
 
 user_regs_struct GetRegisters(pid_t program) {
@@ -106,7 +117,7 @@ class Fault {
   }
 
   /// At the entry of the call. Returns false when the program is gone.
-  bool Begin(pid_t program) {
+  bool Begin(pid_t program, const std::string& openedPath) {
     user_regs_struct registers = GetRegisters(program);
     original_ = registers;
     error_ = ErrorOf(action_);
@@ -119,7 +130,7 @@ class Fault {
           registers.orig_rax == SYS_getrandom ? registers.rsi : registers.rdx;
       count = Transfers(registers.orig_rax) ? (count + 1) / 2 : count;
     } else if (error_ == 0) {
-      RunScript();
+      RunScript(openedPath);
     } else if (registers.orig_rax == SYS_brk) {
       registers.rdi = 0;  // one that fails returns the break as it is, which is what brk(0) does
       error_ = 0;
@@ -142,10 +153,11 @@ class Fault {
   }
 
  private:
-  void RunScript() const {
+  void RunScript(const std::string& openedPath) const {
     const pid_t shell = Checked(fork(), "fork");
     if (shell == 0) {
       Checked(chdir(root_.c_str()), "chdir");
+      setenv("OPENED", openedPath.c_str(), 1);
       execl("/bin/sh", "sh", "-c", action_.c_str() + std::strlen("sh:"), nullptr);
       Fail("/bin/sh");
     }
@@ -223,11 +235,13 @@ int Watch(pid_t program, Fault& fault, std::ostream& report) {
     }
     isInside = !isInside;
     if (isInside) {
-      const std::string name = NameOf(GetRegisters(program).orig_rax);
+      const user_regs_struct registers = GetRegisters(program);
+      const std::string name = NameOf(registers.orig_rax);
+      const std::string path = OpenedPath(program, registers);
       const long number = ++counts[name];
       strikes = fault.Strikes(name, number);
-      report << name << ' ' << number << (strikes ? " *\n" : "\n");
-      if (strikes && !fault.Begin(program)) {
+      report << name << ' ' << number << (strikes ? " * " : " - ") << path << '\n';
+      if (strikes && !fault.Begin(program, path)) {
         waitpid(program, &status, 0);
         return status;
       }

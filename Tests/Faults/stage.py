@@ -71,7 +71,7 @@ class Stage:
 
     def run_with(self, action, call, number):
         result = self._run([INJECT, self.root, self.report, action, call, str(number), PROGRAM])
-        return result._replace(struck="*" in self.report.read_text())
+        return result._replace(struck=" * " in self.report.read_text(errors="surrogateescape"))
 
     def run_failing_allocation(self, number):
         fired = self.root / "fired"
@@ -85,9 +85,14 @@ class Stage:
 
     def calls(self):
         """The system calls of an undisturbed run: pairs of a name and its number."""
+        return [(name, number) for name, number, _ in self.calls_and_paths()]
+
+    def calls_and_paths(self):
+        """As above, each with the path that an openat() names."""
         self.run_with("none", "", "0")
-        lines = (line.split() for line in self.report.read_text().splitlines())
-        return [(name, int(number)) for name, number in lines]
+        lines = (line.split(" ", 3) for line in
+                 self.report.read_text(errors="surrogateescape").splitlines())
+        return [(name, int(number), path) for name, number, _, path in lines]
 
     @staticmethod
     def _run(command):
@@ -105,6 +110,16 @@ class Stage:
             return plistlib.loads(self.record_file.read_bytes())
         except FileNotFoundError:
             return None
+
+    def record_bytes(self):
+        """The record's file; None when nothing or something else is there."""
+        if self.record_file.is_symlink() or not self.record_file.is_file():
+            return None
+        return self.record_file.read_bytes()
+
+    def is_record_usable(self):
+        """Whether the record's file is one, or can be made."""
+        return self.record_bytes() is not None or not os.path.lexists(self.record_file)
 
     def preferences(self):
         directory = self.record_file.parent

@@ -17,6 +17,7 @@ RANDOM_IDENTIFIERS = range(1, 10001)
 SEVEN_ZIP = shutil.which("7zz") or "7z"  # its name depends on the release
 
 DIRECTORY = "a directory"  # what tree() shows for one
+SPECIAL = "special"  # and for a FIFO, a socket or a device
 
 
 def full_version(update):
@@ -30,7 +31,8 @@ def record_of(update, directory="Resource0"):
 
 
 def tree(directory):
-    """Everything below a directory, by relative path: bytes, DIRECTORY, or ("link", target)."""
+    """Everything below a directory, by relative path: bytes, DIRECTORY, ("link", target) or
+    SPECIAL."""
     top = os.fsencode(directory)
     found = {}
     for parent, directories, files in os.walk(top):
@@ -49,6 +51,8 @@ def what_is(path):
         return ("link", os.readlink(path))
     if os.path.isdir(path):
         return DIRECTORY
+    if not os.path.isfile(path):
+        return SPECIAL
     with open(path, "rb") as stream:
         return stream.read()
 

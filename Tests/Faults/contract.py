@@ -1,0 +1,259 @@
+"""What a run may leave when it is stopped anywhere: the order of its steps, written once more.
+
+A run records in steps, and between them it extracts, deletes and renames. Whatever stops it, the
+record is that of one step, the directory that it names is a whole tree, old or new, and nothing old
+is gone before the step that permits it. The states in between have names: the windows.
+"""
+
+import collections
+import os
+import plistlib
+
+from private_root import DIRECTORY, RANDOM_IDENTIFIERS, full_version
+
+PATH, UPDATE, VERSION, RANDOM = ("tWebResourceInstallPath", "iUpdateId", "tFullVersion", "irandom")
+FINAL = "Resource0"
+
+# A step's name, the record it leaves (None: no file), and what it permits and promises.
+Step = collections.namedtuple("Step", "name record directory may_delete may_rename")
+# What a state was found to be: its window (None: as before, or complete), and what is wrong.
+Verdict = collections.namedtuple("Verdict", "window faults")
+
+
+def read_record(data):
+    """The values of a record's file; None of none, or of one that nobody can read."""
+    try:
+        values = plistlib.loads(data) if isinstance(data, bytes) else None
+    except Exception:  # expat and plistlib have several of their own
+        return None
+    return values if isinstance(values, dict) else None
+
+
+def below(tree, name):
+    """What a tree holds below a directory of this name; None when that is no directory."""
+    prefix = name.encode() + b"/"
+    if tree.get(name.encode()) != DIRECTORY:
+        return None
+    return {path[len(prefix):]: what for path, what in tree.items() if path.startswith(prefix)}
+
+
+def first_free(tree):
+    """The name of the fresh directory. A link that leads nowhere counts as free."""
+    number = 0
+    while f"Resource{number}".encode() in tree:
+        number += 1
+    return f"Resource{number}"
+
+
+class Contract:
+    """What holds for a run from one start: what was under the install root, the record's bytes, and
+    what the run installs."""
+
+    def __init__(self, tree, record, package, update, clear, regenerate):
+        self.tree = tree
+        self.record = record
+        self.package = package
+        self.fresh = first_free(tree)
+        self.old = read_record(record) or {}
+        self.new = {PATH: self.fresh, UPDATE: update, VERSION: full_version(update)}
+        self.clear = clear
+        self.draws = regenerate or RANDOM not in self.old
+        self.steps = list(self.make_steps())
+
+    def make_steps(self):
+        values = dict(self.old)
+        yield Step("before", dict(values) if self.record is not None else None, "old", False, False)
+        if self.record is not None and read_record(self.record) is None:
+            yield Step("damaged record moved aside", None, "old", False, False)
+        if self.clear and values:
+            yield Step("wiped, nothing restored", {}, "old", False, False)
+            for values in self.restorations():
+                yield Step("wiped, partly restored", values, "old", False, False)
+        for key, name in ((PATH, "directory recorded, update number not"),
+                          (UPDATE, "update number recorded, version not")):
+            values = {**values, key: self.new[key]}
+            yield Step(name, values, "new", False, False)
+        values = {**values, VERSION: self.new[VERSION]}
+        yield Step("deleting", values, "new", True, self.fresh != FINAL)
+        if self.fresh != FINAL:
+            values = {**values, PATH: FINAL}
+            yield Step("renamed, identifier not drawn", values, "new", True, True)
+        if self.draws:
+            yield Step("complete", {**values, RANDOM: any}, "new", True, True)
+
+    def restorations(self):
+        """The records of the flushes that restore a wiped record."""
+        known = {key: self.old[key] for key in (RANDOM, UPDATE, PATH, VERSION) if key in self.old}
+        flushes = [(RANDOM, UPDATE), (PATH,), (VERSION,)]
+        values = {}
+        for keys in flushes:
+            values = {**values, **{key: known[key] for key in keys if key in known}}
+            yield values
+
+    def judge(self, tree, record, may_lag=False):
+        """A Verdict on what a stopped run left: `tree` under the install root, and the record's
+        bytes (None: no file). `may_lag`: names that changed since the file system was synced may be
+        as they were then."""
+        steps = [step for step in self.steps if self.is_left_by(step, record)]
+        if not steps:
+            return Verdict(None, [f"records what no step does: {read_record(record) or record}"])
+        verdicts = [self.judge_step(step, tree, may_lag) for step in steps]
+        return min(verdicts, key=lambda verdict: len(verdict.faults))
+
+    def is_left_by(self, step, record):
+        if step.record is None or record is None:
+            return step.record is None and record is None
+        if step.name == "before" and record == self.record:
+            return True
+        values = read_record(record)
+        return values is not None and holds(values, step.record)
+
+    def judge_step(self, step, tree, may_lag):
+        deletes = self.has_deleted(tree)
+        faults = []
+        if deletes and not step.may_delete:
+            faults.append(f"deletes what is old while it is at: {step.name}")
+        named = (step.record or {}).get(PATH)
+        window = self.window(step, deletes)
+        if named is not None and below(tree, named) != self.promised(step, named):
+            excuse = self.excuse(step, tree, named, may_lag)
+            window = excuse or window
+            faults += [] if excuse else [f"names {named}, which is not whole, at: {step.name}"]
+        return Verdict(window, faults)
+
+    def promised(self, step, named):
+        return self.package if step.directory == "new" else below(self.tree, named)
+
+    def excuse(self, step, tree, named, may_lag):
+        """The window in which the named directory is not whole, because the order of the steps
+        leaves no other way; None when there is no such reason."""
+        if step.directory == "old" and named == self.fresh:
+            return "recorded name was free, extracting into it"
+        if step.may_rename and named == self.fresh and below(tree, named) is None \
+                and below(tree, FINAL) == self.package:
+            return "renamed, not yet recorded"
+        if may_lag and named == FINAL and below(tree, self.fresh) == self.package:
+            return "recorded, renaming not on the disk"
+        return None
+
+    def is_complete(self, values):
+        """Whether these are the record's after an undisturbed run."""
+        return holds(values, self.steps[-1].record)
+
+    def judge_failed(self, tree, record):
+        """A Verdict as judge()'s on a run in which something failed and which went on: a flush that
+        failed leaves values to the next one, and the package is installed as far as it can be."""
+        values = read_record(record)
+        if values is None:
+            kept = record == self.record or (record is None and not self.old)
+            return Verdict("no record could be written", [] if kept else ["loses the record"])
+        faults = [f"records {key}: {values.get(key)}"
+                  for key in {*self.old, *values} if not self.may_hold(key, values)]
+        if values.get(VERSION) == self.new[VERSION] != self.old.get(VERSION) \
+                and values.get(UPDATE) != self.new[UPDATE]:
+            faults.append("records a version without its update number")
+        named = values.get(PATH)
+        is_new = named is not None and self.is_installed(tree, named)
+        if self.has_deleted(tree) and not (is_new and named in (self.fresh, FINAL)):
+            faults.append("deletes what is old before the new directory is recorded")
+        if self.has_update(values) and not is_new:
+            faults.append("records the new update number without the new directory")
+        if named is not None and not is_new and below(tree, named) != below(self.tree, named):
+            faults.append(f"names {named}, which is not whole")
+        return Verdict(self.failure(tree, values, named, is_new), faults)
+
+    def judge_values(self, record, window):
+        """A Verdict on the values alone, when somebody else took away what they name."""
+        values = read_record(record)
+        faults = [f"records {key}: {value}" for key, value in (values or {}).items()
+                  if not self.may_hold(key, values)]
+        return Verdict(window, faults)
+
+    def judge_trees(self, tree, window):
+        """A Verdict on the trees alone, when somebody else took away the record."""
+        old = below(self.tree, self.old.get(PATH, ""))
+        whole = any(below(tree, name) in (self.package, old)
+                    for name in (FINAL, self.fresh, self.old.get(PATH, FINAL)))
+        return Verdict(window, [] if whole else ["leaves no whole directory"])
+
+    def may_hold(self, key, values):
+        """Old and new values; none that was there only if all were wiped."""
+        if key not in values:
+            return self.clear
+        if key == PATH:
+            return values[key] in (self.old.get(key), self.fresh, FINAL)
+        if key == RANDOM and is_drawn(values[key]):
+            return True
+        return same(values[key], self.old.get(key)) or (key in self.new
+                                                        and same(values[key], self.new[key]))
+
+    def has_update(self, values):
+        return values.get(UPDATE) == self.new[UPDATE] != self.old.get(UPDATE)
+
+    def is_installed(self, tree, named):
+        """Whether a recorded directory is the new one, or a part of it; or is renamed already."""
+        found = below(tree, named)
+        if found is None and named == self.fresh:
+            found = below(tree, FINAL)
+        return found is not None and (is_part(found, self.package)
+                                      or self.is_installed_over(found, named))
+
+    def is_installed_over(self, found, named):
+        """Whether the package is in an old directory, which was not found to be there: on purpose,
+        any failure of that test counts as a free name."""
+        return found == {**(below(self.tree, named) or {}), **self.package}
+
+    def failure(self, tree, values, named, is_new):
+        """The name of what the failure has led to."""
+        if not is_new:
+            return "not installed"
+        if below(tree, named) is not None and self.package != below(tree, named):
+            return ("a part of the package is missing" if is_part(below(tree, named), self.package)
+                    else "installed over an old directory")
+        if values.get(VERSION) != self.new[VERSION] or below(tree, named) is None:
+            return "a flush failed"
+        if named != FINAL:
+            return "not renamed"
+        return "wiped values not read before" if self.clear else "identifier drawn again"
+
+    def window(self, step, deletes):
+        if step.name == "deleting":
+            if self.fresh == FINAL:
+                return "identifier not drawn" if self.draws else None
+            return "old deleted, not yet renamed" if deletes else "all recorded, not yet renamed"
+        if step.name.startswith("renamed"):
+            return "identifier not drawn" if self.draws else None
+        return None if step.name in ("before", "complete") else step.name
+
+    def has_deleted(self, tree):
+        """Whether anything that was under the install root is gone or another."""
+        return any(tree.get(path) != what for path, what in self.tree.items())
+
+
+def is_part(found, package):
+    """Whether a tree is a package's of which files or pieces of files are missing."""
+    return all(path in package and (what == package[path] or is_piece(what, package[path]))
+               for path, what in found.items())
+
+
+def is_piece(found, whole):
+    """Whether something is a file without one of its pieces."""
+    if not isinstance(found, bytes) or not isinstance(whole, bytes) or len(found) > len(whole):
+        return False
+    prefix = os.path.commonprefix((found, whole))
+    return whole.endswith(found[len(prefix):])
+
+
+def holds(values, wanted):
+    """Whether a record is the wanted one, in which `any` is for a drawn number."""
+    return values.keys() == wanted.keys() and all(
+        is_drawn(values[key]) if value is any else same(values[key], value)
+        for key, value in wanted.items())
+
+
+def is_drawn(number):
+    return type(number) is int and number in RANDOM_IDENTIFIERS
+
+
+def same(one, other):
+    return type(one) is type(other) and one == other
