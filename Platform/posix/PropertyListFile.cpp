@@ -133,11 +133,12 @@ void RemoveLeftovers(int directory, const std::string& name) {
   }
 }
 
+/// On the disk before the next file takes the name: a loss of power must not leave that one alone.
 bool MoveAside(int directory, const std::string& name) {
   std::string aside = name + ".corrupt";
   for (int i = 1; i <= kCorruptFilesKept; ++i) {
     if (renameat2(directory, name.c_str(), directory, aside.c_str(), RENAME_NOREPLACE) == 0) {
-      return true;
+      return Synchronize(directory);
     }
     if (errno != EEXIST) {
       return false;
