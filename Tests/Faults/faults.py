@@ -74,7 +74,8 @@ class Judge:
         one is given. `may_go_on`: what a run may lead to that goes on after a failure, by name."""
         self.check(result.status in statuses, *fault, "ends with", result.status)
         self.check(result.output == b"", *fault, "prints", result.output)
-        self.check(self.stage.surroundings() == self.surroundings, *fault, "touches its surroundings")
+        self.check(self.stage.surroundings() == self.surroundings, *fault,
+                   "touches its surroundings")
         found, record = tree(self.stage.install_root), self.stage.record_bytes()
         contract = contract or self.contract
         verdict = contract.judge(found, record)
@@ -241,7 +242,8 @@ class FailingAllocations(Campaign):
             self.counts["abnormal ends"] += result.status == ABORT
             self.judge.after_fault(result, {ABORT}, "allocation", number)
             self.counts["identifiers lost between wipe and restoration"] += (
-                self.judge.after_clean_run("allocation", number, may_redraw=self.judge.may_have_lost_identifier()))
+                self.judge.after_clean_run("allocation", number,
+                                           may_redraw=self.judge.may_have_lost_identifier()))
 
     def count(self):
         """How many allocations an undisturbed run makes."""
@@ -269,7 +271,8 @@ class Neighbours(Campaign):
     PLANTS = {
         "FIFO at an output path": AT_ROOT + "mkfifo Resource[1-9]/index.html",
         "link at an output path": AT_ROOT + "ln -s /elsewhere/victim Resource[1-9]/index.html",
-        "new file's link at an output path": AT_ROOT + "ln -s /elsewhere/new Resource[1-9]/css/a.css",
+        "new file's link at an output path":
+            AT_ROOT + "ln -s /elsewhere/new Resource[1-9]/css/a.css",
         "hard link at an output path":
             AT_ROOT + "ln ../../../../../../elsewhere/victim Resource[1-9]/index.html",
         "directory at an output path": AT_ROOT + "mkdir Resource[1-9]/index.html",
@@ -313,11 +316,12 @@ class Neighbours(Campaign):
             self.counts["keys added"] += 1
             check((read_record(self.stage.record_bytes()) or {}).get("theirs") == "kept", plant,
                   *call, "loses the key")
-        check(tree(self.stage.elsewhere) == self.elsewhere, plant, *call, "touches what is elsewhere")
+        check(tree(self.stage.elsewhere) == self.elsewhere, plant, *call,
+              "touches what is elsewhere")
         self.judge_state(plant, *call)
 
     def judge_state(self, plant, *call):
-        """The contract holds; except for what the neighbour took away, or kept the run from doing."""
+        """The contract holds, except for what the neighbour took away or stopped."""
         contract, found = self.judge.contract, tree(self.stage.install_root)
         record = self.without_their_key(self.stage.record_bytes())
         verdict = contract.judge(found, record)
@@ -348,7 +352,8 @@ class Neighbours(Campaign):
         result = self.stage.run()
         check = self.judge.check
         check((result.status, result.output) == (0, b""), *fault, "then", result)
-        check(tree(self.stage.elsewhere) == self.elsewhere, *fault, "then touches what is elsewhere")
+        check(tree(self.stage.elsewhere) == self.elsewhere, *fault,
+              "then touches what is elsewhere")
         if not usable:
             self.counts["runs that cannot record"] += 1
             found.update({f"{contract.fresh}/".encode() + path: what

@@ -1,0 +1,178 @@
+"""The power-cut campaign: what a command does to the disk is recorded, the states in which a cut at
+any point can leave the disk are made from it, and each is judged.
+
+    power_cuts.py [--sample N] [--jobs N] [COMMAND...]
+
+COMMAND is installer or pack. Prints a line a command and model, and a line a window: a state that
+is neither the old nor the new one, and that the order of the steps brings about. From every state,
+or of a sample from about N of them, the command is run again, and must end as if there had been no
+cut.
+"""
+
+import argparse
+import collections
+import multiprocessing
+import os
+import shutil
+import sys
+
+import scenarios
+from contract import PATH, below, read_record
+from disk import Disk, PowerCuts
+from faults import Judge, enter_namespace, report, stage_of_this_process
+from private_root import INSTALL_ROOT, RECORD, tree
+from packing import Packing
+from recording import Recorder, traced
+from stage import PROGRAM
+
+MODELS = ("journal", "unordered")
+SUBSETS = 48  # of what may be lost at one cut, where there is no order
+SUBSETS_OF_A_SAMPLE = 6
+
+
+class Installation:
+    """The installer, in one scenario."""
+
+    subjects = scenarios.ALL
+    ROOT = os.fsencode(os.path.relpath(INSTALL_ROOT, "/Library"))
+    RECORD = os.fsencode(os.path.relpath(RECORD, "/Library"))
+
+    def __init__(self, scenario):
+        self.name = scenario.name
+        self.stage = stage_of_this_process()
+        self.judge = Judge(self.stage, scenario)
+        self.top, self.seen_at = self.stage.library, "/Library"
+        self.command = ["chroot", self.stage.root, PROGRAM]
+        self.faults = self.judge.faults
+
+    def begin(self):
+        self.stage.reset()
+
+    def root(self, found):
+        """What is under the install root."""
+        return {path[len(self.ROOT) + 1:]: what for path, what in found.items()
+                if path.startswith(self.ROOT + b"/")}
+
+    def result(self, found):
+        """What must be on the disk when the run is over: the record, and the tree that it names."""
+        record = found.get(self.RECORD)
+        return record, below(self.root(found), (read_record(record) or {}).get(PATH, ""))
+
+    def judged(self, state, model):
+        """The window that a state is in, if any, and what is wrong with it."""
+        verdict = self.judge.contract.judge(self.root(state.found), state.found.get(self.RECORD),
+                                            may_lag=model == "unordered")
+        faults = list(verdict.faults)
+        if state.modes.get(self.RECORD, 0o644) != 0o644:
+            faults.append("not everybody can read the record")
+        return verdict.window, faults
+
+    def run_again(self, *cut):
+        self.judge.after_clean_run(*cut, may_redraw=self.judge.may_have_lost_identifier())
+
+
+class Cuts:
+    """The cuts of one recording under one model."""
+
+    def __init__(self, subject, model, share):
+        self.subject = subject
+        self.model = model
+        self.share = share
+        self.subsets = SUBSETS if share is None else SUBSETS_OF_A_SAMPLE
+        self.counts = collections.Counter(recordings=1)
+        self.windows = collections.Counter()
+        self.wrong = collections.defaultdict(list)
+
+    def check(self, holds, *what):
+        if not holds:
+            self.subject.faults.append(" ".join(map(str, (self.subject.name, self.model, *what))))
+
+    def record(self):
+        """A recording, which must explain the tree that the command has left."""
+        self.subject.begin()
+        disk = Disk(self.subject.top, self.subject.seen_at)
+        log = os.path.join(os.environ["SCRATCH"], f"calls-{os.getpid()}")
+        result, calls = traced(self.subject.command, log)
+        self.check(result.returncode == 0, "ends with", result)
+        cuts = PowerCuts(disk, Recorder(disk).record(calls), self.subject.name)
+        os.unlink(log)
+        real = tree(self.subject.top)
+        self.check(cuts.final().found == real, "the recording does not make the tree")
+        self.counts["effects"] = len(cuts.effects)
+        return cuts
+
+    def run(self):
+        cuts = self.record()
+        end = self.subject.result(cuts.final().found)
+        distinct = {}
+        for cut, state in (cuts.journal() if self.model == "journal"
+                           else cuts.unordered(self.subsets)):
+            self.counts["states"] += 1
+            if self.model == "journal" and cut == len(cuts.effects):
+                if self.subject.result(state.found) != end:
+                    self.wrong["the result is not on the disk at the end"].append(cut)
+            distinct.setdefault(state.key(), (cut, state))
+        self.counts["distinct"] = len(distinct)
+        for cut, state in distinct.values():
+            window, faults = self.subject.judged(state, self.model)
+            self.windows.update([window] if window else [])
+            for fault in faults:
+                self.wrong[fault].append(cut)
+        for fault, at in self.wrong.items():
+            self.check(False, f"{fault} ({len(at)} states, the first before effect {min(at)})")
+        for cut, state in self.sampled(list(distinct.values()), cuts.choice):
+            self.run_from(state, cut)
+
+    def sampled(self, states, choice):
+        if self.share is None or self.share >= len(states):
+            return states
+        return choice.sample(states, self.share)
+
+    def run_from(self, state, cut):
+        shutil.rmtree(self.subject.top)
+        state.write(self.subject.top)
+        self.subject.run_again(self.model, "cut before effect", cut)
+        self.counts["runs"] += 1
+
+
+COMMANDS = {"installer": Installation, "pack": Packing}
+
+
+def run_share(task):
+    command, model, index, share = task
+    subject = COMMANDS[command](COMMANDS[command].subjects[index])
+    cuts = Cuts(subject, model, share)
+    cuts.run()
+    return cuts.counts, cuts.windows, subject.faults
+
+
+def run_campaign(command, model, pool, sample):
+    count = len(COMMANDS[command].subjects)
+    share = None if sample is None else max(1, sample // count)
+    counts, windows, faults = collections.Counter(), collections.Counter(), []
+    for part in pool.imap_unordered(run_share, [(command, model, index, share)
+                                                for index in range(count)]):
+        counts += part[0]
+        windows += part[1]
+        faults += part[2]
+    figures = ", ".join(f"{number} {what}" for what, number in counts.items())
+    print(f"{command}, {model}: {figures}; {len(faults)} exceptions", flush=True)
+    report(windows, faults)
+    return not faults
+
+
+def main():
+    enter_namespace()
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--sample", type=int)
+    parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
+    parser.add_argument("commands", nargs="*", default=list(COMMANDS))
+    arguments = parser.parse_args()
+    with multiprocessing.Pool(arguments.jobs) as pool:
+        passed = [run_campaign(command, model, pool, arguments.sample)
+                  for command in arguments.commands for model in MODELS]
+    sys.exit(0 if all(passed) else 1)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,250 @@
+"""What a command did to the disk: its system calls, as strace tells them, made into effects.
+
+No call is missed: every call that strace prints is either known to leave the disk alone, or becomes
+effects; any other one, a writable shared mapping included, raises. That the effects are right is
+checked by whoever replays them and compares the result with the real tree.
+"""
+
+import collections
+import os
+import re
+import subprocess
+
+# The effects, in the order in which they took place. Nodes are numbers: what a name leads to.
+Names = collections.namedtuple("Names", "slots")  # ((directory, name, node or None), ...), at once
+Write = collections.namedtuple("Write", "node offset data")
+Truncate = collections.namedtuple("Truncate", "node length")
+Mode = collections.namedtuple("Mode", "node mode")
+Sync = collections.namedtuple("Sync", "node")  # None: the whole file system
+
+UMASK = 0o022
+
+HARMLESS = set("""
+    access arch_prctl brk chdir chroot clock_nanosleep clone clone3 execve exit exit_group faccessat
+    faccessat2 flock
+    fstat fstatfs futex getcwd getdents64 getegid geteuid getgid getpid getppid getrandom gettid
+    getuid ioctl lstat madvise mprotect mremap munmap newfstatat poll pread64 prlimit64 read
+    readlink readlinkat rseq rt_sigaction rt_sigprocmask rt_sigreturn sched_getaffinity
+    set_robust_list set_tid_address sigaltstack stat statfs statx sysinfo uname vfork wait4
+    """.split())
+
+LINE = re.compile(r"(\d+) +(\w+)\((.*)\) += (-?\w+|\?)(?: .*)?$")
+UNFINISHED = re.compile(r"(\d+ +\w+\(.*) <unfinished \.\.\.>$")
+RESUMED = re.compile(r"(\d+) +<\.\.\. \w+ resumed>(.*)$")
+TEXT = re.compile(r'"((?:\\x[0-9a-f]{2})*)"(\.\.\.)?')
+
+
+def traced(command, log, **options):
+    """Runs a command and returns its result and its calls: (process, name, arguments, result)."""
+    result = subprocess.run(["strace", "-f", "-qq", "-xx", "-s", str(1 << 28), "-o", log, *command],
+                            stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                            stderr=subprocess.STDOUT, umask=UMASK, check=False, **options)
+    with open(log, encoding="ascii") as lines:
+        return result, list(parsed(lines))
+
+
+def parsed(lines):
+    begun = {}
+    for line in lines:
+        line = line.rstrip("\n")
+        unfinished, resumed = UNFINISHED.match(line), RESUMED.match(line)
+        if unfinished:
+            begun[line.split()[0]] = unfinished.group(1)
+            continue
+        if resumed:
+            line = begun.pop(resumed.group(1)) + resumed.group(2)
+        call = LINE.match(line)
+        if call:
+            process, name, arguments, value = call.groups()
+            yield process, name, arguments, None if value == "?" else int(value, 0)
+        elif not re.match(r"\d+ +(\+\+\+|---) ", line):
+            raise ValueError(f"strace says {line[:200]}")
+
+
+def texts(arguments):
+    """The byte strings among the arguments; none may be cut."""
+    found = []
+    for digits, cut in TEXT.findall(arguments):
+        if cut:
+            raise ValueError("strace cut a string")
+        found.append(bytes.fromhex(digits.replace("\\x", "")))
+    return found
+
+
+class File:
+    """An open file description: descriptors that are duplicated share it."""
+
+    def __init__(self, node, is_appended=False):
+        self.node = node  # None: outside the disk
+        self.offset = 0
+        self.is_appended = is_appended
+
+
+class Recorder:
+    """Follows the calls of a command on a Disk and lists their effects."""
+
+    def __init__(self, disk):
+        self.disk = disk
+        self.effects = []
+        self.files = collections.defaultdict(dict)  # of each process, by descriptor
+
+    def record(self, calls):
+        for process, name, arguments, result in calls:
+            handler = getattr(self, "on_" + name, None)
+            if handler is None and name not in HARMLESS:
+                raise ValueError(f"unknown call {name}({arguments[:200]})")
+            if handler is not None and result is not None and result >= 0:
+                handler(process, arguments, result)
+        return self.effects
+
+    def add(self, effect):
+        self.disk.apply(effect)
+        self.effects.append(effect)
+
+    # What arguments name -----------------------------------------------------------------------
+
+    def descriptor(self, process, arguments):
+        """The file of the call's first argument; one that is not ours is outside the disk."""
+        return self.files[process].get(arguments.split(",")[0], File(None))
+
+    def node(self, process, arguments):
+        node = self.descriptor(process, arguments).node
+        if node is None and arguments.split(",")[0] not in ("1", "2"):
+            raise ValueError(f"writes outside the disk: {arguments[:200]}")
+        return node
+
+    def slots(self, process, arguments):
+        """The places that the arguments name: (directory, name), or None outside the disk."""
+        found = []
+        for directory, digits in re.findall(r'(?:(AT_FDCWD|\d+), )?"((?:\\x[0-9a-f]{2})*)"',
+                                            arguments):
+            path = bytes.fromhex(digits.replace("\\x", ""))
+            start = None
+            if directory.isdigit() and not path.startswith(b"/"):
+                start = self.files[process][directory].node
+            found.append(self.disk.slot(path, start))
+        return found
+
+    @staticmethod
+    def mode(arguments):
+        return int(arguments.rsplit(",", 1)[1], 8) & ~UMASK
+
+    def inside(self, slots):
+        if None in slots:
+            raise ValueError("changes a name outside the disk")
+        return slots
+
+    # Descriptors -------------------------------------------------------------------------------
+
+    def on_openat(self, process, arguments, result):
+        slot, = self.slots(process, arguments)
+        flags = arguments.split('"')[2].split(",")[1].strip().split("|")
+        if slot and self.disk.leads_on(slot, "O_RDONLY" not in flags):
+            raise ValueError(f"writes through a link: {arguments[:200]}")
+        node = self.disk.find(slot) if slot else None
+        if slot and node is None:
+            node = self.disk.new_node("file", self.mode(arguments))
+            self.add(Names(((*slot, node),)))
+        if slot and "O_TRUNC" in flags:
+            self.add(Truncate(node, 0))
+        self.files[process][str(result)] = File(node, "O_APPEND" in flags)
+
+    on_open = on_openat
+
+    def on_close(self, process, arguments, _):
+        self.files[process].pop(arguments, None)
+
+    def on_dup(self, process, arguments, result):
+        self.files[process][str(result)] = self.descriptor(process, arguments)
+
+    on_dup2 = on_dup3 = on_dup
+
+    def on_fcntl(self, process, arguments, result):
+        if "F_DUPFD" in arguments:
+            self.on_dup(process, arguments, result)
+
+    def on_mmap(self, process, arguments, _):
+        _, _, protection, flags, descriptor, _ = arguments.split(", ")
+        if "MAP_SHARED" in flags and "PROT_WRITE" in protection and descriptor != "-1":
+            raise ValueError(f"process {process} maps a file to write to it")
+
+    def on_lseek(self, process, arguments, result):
+        self.descriptor(process, arguments).offset = result
+
+    # Contents ----------------------------------------------------------------------------------
+
+    def on_read(self, process, arguments, result):
+        self.descriptor(process, arguments).offset += result
+
+    def on_write(self, process, arguments, result):
+        node = self.node(process, arguments)
+        if node is None:
+            return
+        file = self.descriptor(process, arguments)
+        if file.is_appended:
+            file.offset = self.disk.size(node)
+        self.add(Write(node, file.offset, b"".join(texts(arguments))[:result]))
+        file.offset += result
+
+    on_writev = on_write
+
+    def on_pwrite64(self, process, arguments, result):
+        self.add(Write(self.node(process, arguments), int(arguments.rsplit(",", 1)[1]),
+                       texts(arguments)[0][:result]))
+
+    def on_ftruncate(self, process, arguments, _):
+        self.add(Truncate(self.node(process, arguments), int(arguments.rsplit(",", 1)[1])))
+
+    def on_truncate(self, process, arguments, _):
+        slot, = self.inside(self.slots(process, arguments))
+        self.add(Truncate(self.disk.find(slot), int(arguments.rsplit(",", 1)[1])))
+
+    def on_fchmod(self, process, arguments, _):
+        self.add(Mode(self.node(process, arguments), int(arguments.split(",")[1], 8)))
+
+    def on_chmod(self, process, arguments, _):
+        slot, = self.inside(self.slots(process, arguments))
+        self.add(Mode(self.disk.find(slot), int(arguments.rsplit(",", 1)[1], 8)))
+
+    def on_fsync(self, process, arguments, _):
+        self.add(Sync(self.node(process, arguments)))
+
+    on_fdatasync = on_fsync
+
+    def on_syncfs(self, process, arguments, _):
+        self.node(process, arguments)
+        self.add(Sync(None))
+
+    # Names -------------------------------------------------------------------------------------
+
+    def on_mkdir(self, process, arguments, _):
+        slot, = self.inside(self.slots(process, arguments))
+        self.add(Names(((*slot, self.disk.new_node("directory", self.mode(arguments))),)))
+
+    on_mkdirat = on_mkdir
+
+    def on_unlink(self, process, arguments, _):
+        slot, = self.inside(self.slots(process, arguments))
+        self.add(Names(((*slot, None),)))
+
+    on_unlinkat = on_rmdir = on_unlink
+
+    def on_rename(self, process, arguments, _):
+        old, new = self.inside(self.slots(process, arguments))
+        if "RENAME_EXCHANGE" in arguments:
+            raise ValueError("exchanges two names")
+        self.add(Names(((*old, None), (*new, self.disk.find(old)))))
+
+    on_renameat = on_renameat2 = on_rename
+
+    def on_link(self, process, arguments, _):
+        old, new = self.inside(self.slots(process, arguments))
+        self.add(Names(((*new, self.disk.find(old)),)))
+
+    on_linkat = on_link
+
+    def on_symlink(self, process, arguments, _):
+        new, = self.inside(self.slots(process, arguments)[1:])
+        self.add(Names(((*new, self.disk.new_node("link", target=texts(arguments)[0])),)))
+
+    on_symlinkat = on_symlink
