@@ -2,7 +2,10 @@
 #define INCLUDE_INSTALLERUTILS_H_
 
 #include <cstdio>
+#include <functional>
 #include <string>
+
+class PackageReader;
 
 /// Opens `path` in `mode` and stores the stream, or null, through `stream`. Returns 0 if the file
 /// was opened, otherwise errno. The caller closes the stream.
@@ -31,6 +34,12 @@ class InstallerUtils {
   /// file with several names, a FIFO, a socket or a device is removed first: nothing is ever
   /// written through it.
   static bool UncompressPackageFiles(std::string& zipPath, std::string& destDir);
+
+  /// Does the work of UncompressPackageFiles() for `package`, which must be at its beginning, and
+  /// calls `afterEntry` when an entry is dealt with; package.data() then tells what was read of it.
+  /// The companion command predicts from that, so that it reads no data a second time.
+  static bool UncompressPackage(PackageReader& package, const std::string& destDir,
+                                const std::function<void()>& afterEntry);
 };
 
 #endif  // INCLUDE_INSTALLERUTILS_H_

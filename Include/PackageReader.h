@@ -25,8 +25,24 @@ struct PackageEntry {
   unsigned long method = 0;
   unsigned long madeBy = 0;
   unsigned long externalAttributes = 0;
+  std::uint32_t crc32 = 0;           ///< Of the data, as the directory states it.
   std::uint64_t compressedSize = 0;  ///< In bytes.
   std::uint64_t size = 0;            ///< In bytes, before compression.
+};
+
+/// What came of reading an entry's data.
+struct EntryData {
+  enum class End {
+    Unread,    ///< The data was not opened, or not read to its end.
+    Complete,  ///< It has the size and the checksum that the directory states.
+    Early,     ///< It ended before the size that the directory states.
+    Damaged,   ///< Reading failed: what was read before that stays.
+    WrongCrc,  ///< It has the stated size and another checksum.
+  };
+
+  bool isOpened = false;   ///< Whether Open() succeeded.
+  std::uint64_t size = 0;  ///< How many bytes Read() returned.
+  End end = End::Unread;   ///< Settled by Close().
 };
 
 /// Reads a package (a zip archive) entry by entry, in the order of its central directory.
@@ -75,8 +91,12 @@ class PackageReader {
   /// The bytes that the last Read() returned. Valid until the next Read().
   const char* portion() const { return portion_; }
 
-  /// Closes the opened data. Returns false if it was read to its end and its checksum is wrong.
-  bool Close();
+  /// Closes the opened data.
+  void Close();
+
+  /// What came of reading the current entry's data so far. Valid until the next call of Next(),
+  /// Seek() or Open().
+  const EntryData& data() const { return data_; }
 
   /// The place of an entry, to come back to it.
   struct Position {
@@ -105,6 +125,7 @@ class PackageReader {
   std::uint64_t count_ = 0;
   std::uint64_t visited_ = 0;
   PackageEntry entry_;
+  EntryData data_;
   char name_[kNameSize] = {};
   char portion_[kPortionSize] = {};
 };

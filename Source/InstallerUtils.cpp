@@ -114,12 +114,18 @@ int fopen_s(FILE** stream, const char* path, const char* mode) {
 bool InstallerUtils::UncompressPackageFiles(std::string& zipPath, std::string& destDir) {
   // The archive first, then the destination: it is made even when the archive is missing.
   PackageReader package(zipPath);
+  return UncompressPackage(package, destDir, [] {});
+}
+
+bool InstallerUtils::UncompressPackage(PackageReader& package, const std::string& destDir,
+                                       const std::function<void()>& afterEntry) {
   if (!OSUtils::EnsureDirectoryExists(destDir) || IsLink(destDir)) {
     return false;
   }
   Extraction extraction(package, destDir);
   while (package.Next()) {
     extraction.ExtractEntry();
+    afterEntry();
   }
   return true;
 }

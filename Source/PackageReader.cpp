@@ -68,15 +68,29 @@ bool PackageReader::Next() {
 }
 
 bool PackageReader::Open() {
-  return unzOpenCurrentFile(archive_.get()) == UNZ_OK;
+  data_ = {};
+  data_.isOpened = unzOpenCurrentFile(archive_.get()) == UNZ_OK;
+  return data_.isOpened;
 }
 
 int PackageReader::Read() {
-  return unzReadCurrentFile(archive_.get(), portion_, sizeof portion_);
+  const int count = unzReadCurrentFile(archive_.get(), portion_, sizeof portion_);
+  if (count > 0) {
+    data_.size += static_cast<unsigned int>(count);
+  } else if (count < 0) {
+    data_.end = EntryData::End::Damaged;
+  } else {
+    data_.end = data_.size == entry_.size ? EntryData::End::Complete : EntryData::End::Early;
+  }
+  return count;
 }
 
-bool PackageReader::Close() {
-  return unzCloseCurrentFile(archive_.get()) == UNZ_OK;
+void PackageReader::Close() {
+  // The library compares the checksum only when all the data was read.
+  const bool isChecksumRight = unzCloseCurrentFile(archive_.get()) == UNZ_OK;
+  if (data_.end == EntryData::End::Complete && !isChecksumRight) {
+    data_.end = EntryData::End::WrongCrc;
+  }
 }
 
 PackageReader::Position PackageReader::Tell() const {
@@ -99,6 +113,7 @@ bool PackageReader::Seek(const Position& position) {
 void PackageReader::ReadEntry() {
   unz_file_info info = {};
   entry_ = {};
+  data_ = {};
   if (unzGetCurrentFileInfo(archive_.get(), &info, name_, sizeof name_, nullptr, 0, nullptr, 0) !=
       UNZ_OK) {
     return;
@@ -111,6 +126,7 @@ void PackageReader::ReadEntry() {
   entry_.method = info.compression_method;
   entry_.madeBy = info.version;
   entry_.externalAttributes = info.external_fa;
+  entry_.crc32 = static_cast<std::uint32_t>(info.crc);
   entry_.compressedSize = info.compressed_size;
   entry_.size = info.uncompressed_size;
 }

@@ -3,9 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <set>
+#include <sstream>
 
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
+#include "PackageBounds.h"
 #include "PackageFindings.h"
 #include "Support.h"
 #include "TreeComparison.h"
@@ -183,17 +185,45 @@ TEST_P(FindingsTest, ExtractionLeavesWhatIsPredicted) {
 
 INSTANTIATE_TEST_SUITE_P(Archives, FindingsTest, testing::ValuesIn(Cases()));
 
-/// Whether the extraction leaves what is predicted of the archive `bytes`.
+/// All that a prediction says, as text.
+std::string TextOf(const Prediction& prediction) {
+  std::ostringstream text;
+  text << prediction.isOpened << prediction.entryCount << '\n';
+  for (const EntryPrediction& entry : prediction.entries) {
+    text << entry.name << ' ' << static_cast<int>(entry.action) << static_cast<int>(entry.failure)
+         << static_cast<int>(entry.end) << entry.isOpened << entry.isRepeated << ' ' << entry.size
+         << ' ' << (entry.replacedBy ? std::to_string(*entry.replacedBy) : "") << '\n';
+  }
+  for (const TreeItem& item : ItemsOf(prediction.tree)) {
+    text << item.path << ' ' << item.node->isDirectory << item.node->size << ' '
+         << item.node->crc32 << '\n';
+  }
+  return text.str();
+}
+
+/// Whether the extraction leaves what is predicted of the archive `bytes`, beforehand and while it
+/// is extracted.
 bool IsPredicted(const std::string& bytes) {
   ScopedDirectory directory;
-  std::string path = directory / kPackageFileName;
-  std::string destination = directory / "destination";
+  const std::string path = directory / kPackageFileName;
+  const std::string destination = directory / "destination";
   WriteFile(path, bytes);
   PackageReader package(path);
+  PackageReader extracted(path);
   const Prediction prediction = Predict(package);
+  const Prediction whileExtracting = PredictAndExtract(extracted, destination, [] {});
+  EXPECT_EQ(TextOf(whileExtracting), TextOf(prediction));
   FindInPackage(true, prediction, ReadArchiveLayout(path));
-  return InstallerUtils::UncompressPackageFiles(path, destination) &&
-         Compare(prediction, package, destination).empty();
+  return Compare(prediction, package, destination).empty() &&
+         CompareChecksums(whileExtracting.tree, destination).empty();
+}
+
+TEST_P(FindingsTest, PredictionWhileExtractingIsThePrediction) {
+  EXPECT_TRUE(IsPredicted(GetParam().bytes));
+}
+
+TEST_P(FindingsTest, PackageIsWithinBounds) {
+  EXPECT_TRUE(FindOutOfBounds(path_, std::uint64_t{2} << 20U).empty());
 }
 
 const std::string kMixed = Zip({{"d/", ""},
@@ -214,6 +244,54 @@ TEST(DamagedArchive, EveryChangedByteIsPredicted) {
     changed[place] = static_cast<char>(changed[place] ^ 0x41);
     EXPECT_TRUE(IsPredicted(changed)) << place;
   }
+}
+
+/// `count` entries that all have the data of the first, and state `size` bytes each.
+std::string SharedData(std::size_t count, std::uint32_t size) {
+  const std::string text(100000, 'a');
+  std::vector<ZipEntry> entries{{"a0", text, kDeflated}};
+  entries[0].size = size;
+  for (std::size_t i = 1; i < count; ++i) {
+    ZipEntry entry("a" + std::to_string(i), text, kDeflated);
+    entry.offset = 0;
+    entry.size = size;
+    entries.push_back(entry);
+  }
+  return Zip(entries);
+}
+
+std::vector<std::string> OutOfBounds(const std::string& bytes, std::uint64_t maxSize) {
+  ScopedDirectory directory;
+  WriteFile(directory / "zip", bytes);
+  return IdsOf(FindOutOfBounds(directory / "zip", maxSize));
+}
+
+using Ids = std::vector<std::string>;
+
+TEST(Bounds, ContentThatExceedsTheLimitIsFound) {
+  const std::string bytes = Zip({{"a", "1234567890", kDeflated}, {"b", "1234567890"}});
+  EXPECT_EQ(OutOfBounds(bytes, 19), Ids{"content-too-large"});
+  EXPECT_EQ(OutOfBounds(bytes, 22), Ids{});
+}
+
+TEST(Bounds, SharedDataCountsForEachEntry) {
+  EXPECT_EQ(OutOfBounds(SharedData(30, 100000), 2999999),
+            (Ids{"content-too-large", "overlapping-entries"}));
+  EXPECT_EQ(OutOfBounds(SharedData(30, 100000), 3000000), Ids{});
+}
+
+TEST(Bounds, StatedSizeThatNoDataCanHaveDoesNotCount) {
+  EXPECT_EQ(OutOfBounds(Zip({With(kFile, &ZipEntry::size, 0xFFFFFFFEU)}), 5000), Ids{});
+}
+
+TEST(Bounds, StatedNumberThatIsWrongIsFound) {
+  EXPECT_EQ(OutOfBounds(WithCount(Zip({kFile, {"b", "x"}}), 3), 1),
+            (Ids{"content-too-large", "directory-damaged"}));
+}
+
+TEST(Bounds, MissingPackageIsWithinBounds) {
+  EXPECT_TRUE(FindOutOfBounds("/nowhere/zip", 0).empty());
+  EXPECT_EQ(OutOfBounds("no archive", 0), Ids{});
 }
 
 TEST(Rules, MissingPackageIsAFinding) {

@@ -39,6 +39,7 @@ class PackTest : public testing::Test {
     CheckOptions options;
     options.path = options_.output;
     options.prove = true;
+    options.asJson = true;
     const Report report = Check(options);
     EXPECT_EQ(report.status, 0);
     std::string entries;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Error.h"
 #include "InstallerUtils.h"
 #include "Prediction.h"
 #include "Support.h"
@@ -112,6 +113,49 @@ TEST(Prediction, ChecksumOfEachFileIsThatOfItsData) {
   EXPECT_EQ(ItemsOf(predicted.prediction.tree)[0].node->crc32, Crc("text"));
 }
 
+TEST(Prediction, ChecksumOfDamagedDataIsThatOfWhatCanBeRead) {
+  ZipEntry early("f", "text");
+  early.size = 9;
+  Predicted predicted({early});
+  EXPECT_EQ(predicted.prediction.entries[0].end, DataEnd::Early);
+  EXPECT_EQ(ItemsOf(predicted.prediction.tree)[0].node->crc32,
+            Crc(std::string("text").substr(0, predicted.prediction.entries[0].size)));
+}
+
+TEST(Prediction, EachEntryIsReadOnce) {
+  ScopedDirectory directory;
+  WriteFile(directory / "zip", Zip({{"a", "one"}, {"d/b", "two", kDeflated}, {"a", "three"}}));
+  std::string read;
+  PackageReader package(directory / "zip");
+  Predict(package, [&read](std::size_t entry, const char* bytes, std::size_t length) {
+    read += std::to_string(entry) + std::string(bytes, length) + " ";
+  });
+  EXPECT_EQ(read, "0one 1two 2three ");
+}
+
+TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
+  // The file cannot be made: the extraction reads nothing of it, the prediction all.
+  Predicted predicted({{"f", "text", kDeflated}});
+  std::string destination = predicted.directory / "destination";
+  std::filesystem::create_directories(destination + "/f");
+  PackageReader package(predicted.path);
+  const Prediction whileExtracting = PredictAndExtract(package, destination, [] {});
+  EXPECT_EQ(whileExtracting.entries[0].size, 4U);
+  const std::vector<Difference> differences =
+      CompareChecksums(whileExtracting.tree, destination);
+  ASSERT_EQ(differences.size(), 1U);
+  EXPECT_EQ(differences[0].kind, Difference::Kind::Type);
+}
+
+TEST(Prediction, ExtractionIsStoppedByAnException) {
+  Predicted predicted({{"a", "1"}, {"b", "2"}});
+  PackageReader package(predicted.path);
+  const std::string destination = predicted.directory / "destination";
+  const auto stop = [] { throw Error("check", "a", "interrupted"); };
+  EXPECT_THROW(PredictAndExtract(package, destination, stop), Error);
+  EXPECT_FALSE(Exists(destination + "/b"));
+}
+
 TEST(Compare, EachKindOfDifferenceIsFound) {
   Predicted predicted({{"d/", ""},
                        {"d/missing", "x"},
@@ -130,12 +174,17 @@ TEST(Compare, EachKindOfDifferenceIsFound) {
   fs::create_symlink("longer", tree + "type");
   fs::remove_all(tree + "gone");
   WriteFile(tree + "d/extra", "");
-  std::string found;
-  for (const Difference& difference :
-       Compare(predicted.prediction, *predicted.package, predicted.directory / "destination")) {
-    found += std::to_string(static_cast<int>(difference.kind)) + " " + difference.path + "\n";
-  }
-  EXPECT_EQ(found, "1 d/extra\n0 d/missing\n3 differs\n0 gone\n3 longer\n2 type\n");
+  const auto listed = [](const std::vector<Difference>& differences) {
+    std::string found;
+    for (const Difference& difference : differences) {
+      found += std::to_string(static_cast<int>(difference.kind)) + " " + difference.path + "\n";
+    }
+    return found;
+  };
+  const std::string expected = "1 d/extra\n0 d/missing\n3 differs\n0 gone\n3 longer\n2 type\n";
+  const std::string destination = predicted.directory / "destination";
+  EXPECT_EQ(listed(Compare(predicted.prediction, *predicted.package, destination)), expected);
+  EXPECT_EQ(listed(CompareChecksums(predicted.prediction.tree, destination)), expected);
 }
 
 }  // namespace

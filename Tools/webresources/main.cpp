@@ -68,15 +68,27 @@ void AddPack(CLI::App& app, CommandLine& line) {
   command->add_flag("--quiet", options.isQuiet, "Say nothing but findings and errors");
 }
 
+/// Adds the limit that keeps a hostile package from being read for hours.
+void AddMaxSize(CLI::App* command, std::uint64_t& maxSize) {
+  constexpr bool kSteps1000 = false;
+  command->add_option("--max-size", maxSize, "Refuse a package that can hold more (default: 4G)")
+      ->type_name("BYTES[K|M|G]")
+      ->transform(CLI::AsSizeValue(kSteps1000));
+}
+
 void AddCheck(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       AddCommand(app, line, "check", "Tell what the installer will do with a bundle",
-                 "check --prove X.app", [&line] { return Check(line.check); });
+                 "check --prove X.app", [&line] {
+                   line.check.asJson = line.asJson;
+                   return Check(line.check);
+                 });
   command
       ->add_option("BUNDLE_OR_RESOURCES", line.check.path, "A bundle, or its Resources directory")
       ->required();
   command->add_flag("--prove", line.check.prove, "Also extract into a scratch directory, compare");
   command->add_flag("--quiet", line.check.isQuiet, "Leave out the list of entries");
+  AddMaxSize(command, line.check.maxSize);
 }
 
 void AddVerify(CLI::App& app, CommandLine& line) {

@@ -5,8 +5,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <numeric>
 
+#include "Descriptor.h"
 #include "Error.h"
+#include "Uninterrupted.h"
 
 namespace {
 
@@ -25,7 +28,7 @@ constexpr std::size_t kLocator64Size = 20;
 constexpr std::size_t kSearchedTail = 0xffff;
 constexpr std::uint32_t kIn64Bits = 0xffffffff;
 
-/// Bytes of a file, taken as little-endian numbers. Past their end everything is 0.
+/// Bytes of a file, read as little-endian numbers. Past their end everything is 0.
 class Bytes {
  public:
   explicit Bytes(std::string bytes) : bytes_(std::move(bytes)) {}
@@ -59,22 +62,17 @@ class Bytes {
   std::string bytes_;
 };
 
+/// A file that is open for reading at any place.
 class File {
  public:
   explicit File(const std::string& path)
       : path_(path), descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
     struct stat status = {};
-    if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) {
-      const int reason = errno;
-      Close();
-      errno = reason;
+    if (!descriptor_ || fstat(*descriptor_, &status) != 0) {
       throw Error::FromErrno("read", path);
     }
     size_ = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
   }
-  ~File() { Close(); }
-  File(const File&) = delete;
-  File& operator=(const File&) = delete;
 
   std::uint64_t size() const { return size_; }
 
@@ -86,13 +84,15 @@ class File {
     std::string bytes(static_cast<std::size_t>(std::min(length, size_ - offset)), '\0');
     std::size_t done = 0;
     while (done < bytes.size()) {
-      const ssize_t count =
-          pread(descriptor_, &bytes[done], bytes.size() - done, static_cast<off_t>(offset + done));
+      const ssize_t count = Uninterrupted([&] {
+        return pread(*descriptor_, &bytes[done], bytes.size() - done,
+                     static_cast<off_t>(offset + done));
+      });
       if (count < 0) {
         throw Error::FromErrno("read", path_);
       }
       if (count == 0) {
-        break;  // cut meanwhile
+        break;  // somebody has cut the file since it was opened
       }
       done += static_cast<std::size_t>(count);
     }
@@ -101,14 +101,8 @@ class File {
   }
 
  private:
-  void Close() const {
-    if (descriptor_ >= 0) {
-      close(descriptor_);
-    }
-  }
-
-  std::string path_;
-  int descriptor_;
+  const std::string& path_;
+  const Descriptor descriptor_;
   std::uint64_t size_ = 0;
 };
 
@@ -121,8 +115,8 @@ struct End {
   std::uint64_t directoryOffset = 0;
 };
 
-/// The last place in the file's tail with the record `signature`, as the installer's reader
-/// searches it: whatever follows.
+/// The last place in the file's tail with the record `signature`. What follows it is not examined,
+/// because the installer's reader does not examine it.
 std::optional<std::uint64_t> FindLast(const File& file, std::uint32_t signature) {
   const std::uint64_t start = file.size() - std::min<std::uint64_t>(file.size(), kSearchedTail);
   const Bytes tail = file.Read(start, kSearchedTail);
@@ -134,8 +128,8 @@ std::optional<std::uint64_t> FindLast(const File& file, std::uint32_t signature)
   return std::nullopt;
 }
 
-/// Puts in `end` what its 64-bit form says, where there is one.
-void TakeEnd64(const File& file, End& end) {
+/// Corrects `end` by its 64-bit form, if there is one.
+void ReadEnd64(const File& file, End& end) {
   const auto locator = FindLast(file, kLocator64Signature);
   if (!locator) {
     return;
@@ -162,15 +156,26 @@ std::optional<End> FindEnd(const File& file) {
   end.entryCount = record.At16(10);
   end.directorySize = record.At32(12);
   end.directoryOffset = record.At32(16);
-  TakeEnd64(file, end);
+  ReadEnd64(file, end);
   const bool fits =
       end.directorySize <= end.position && end.directoryOffset <= end.position - end.directorySize;
   return fits ? std::optional(end) : std::nullopt;
 }
 
-/// Takes from the 64-bit extra field what `header` and `offset` say is there, in their order.
+/// What a header, local or central, says of its entry.
+struct Header {
+  std::string name;
+  unsigned int flags = 0;
+  unsigned int method = 0;
+  std::uint32_t crc32 = 0;
+  std::uint64_t compressedSize = 0;
+  std::uint64_t size = 0;
+};
+
+/// Replaces the fields that say "see the 64-bit extra field" by those in `extra`, which has them in
+/// this order and leaves out the others. `offset` is null for a local header.
 // NOLINTNEXTLINE(readability-non-const-parameter): `offset` is written to, through `value`
-void TakeExtra64(const Bytes& extra, ArchiveLayout::Header& header, std::uint64_t* offset) {
+void ReadExtra64(const Bytes& extra, Header& header, std::uint64_t* offset) {
   for (std::size_t field = 0; field + 4 <= extra.size();) {
     std::size_t next = field + 4;
     if (extra.At16(field) == 1) {
@@ -187,8 +192,8 @@ void TakeExtra64(const Bytes& extra, ArchiveLayout::Header& header, std::uint64_
 }
 
 /// The five fields that a local and a central header share, from `start` on.
-ArchiveLayout::Header TakeHeader(const Bytes& bytes, std::size_t start) {
-  ArchiveLayout::Header header;
+Header ReadHeader(const Bytes& bytes, std::size_t start) {
+  Header header;
   header.flags = bytes.At16(start);
   header.method = bytes.At16(start + 2);
   header.crc32 = bytes.At32(start + 8);
@@ -197,8 +202,31 @@ ArchiveLayout::Header TakeHeader(const Bytes& bytes, std::size_t start) {
   return header;
 }
 
-/// Reads the local header of `entry` and with it where its data ends.
-void ReadLocal(const File& file, ArchiveLayout::Entry& entry) {
+/// The names of the fields in which the two headers of an entry contradict each other.
+std::string DifferingFields(const Header& local, const Header& central) {
+  constexpr unsigned int kSizesFollow = 8;  // the data, and a local header may leave them out
+  constexpr unsigned int kMeaningful = 0x809;  // encrypted, sizes follow, UTF-8
+  const bool follow = (local.flags & kSizesFollow) != 0;
+  const auto differ = [follow](std::uint64_t inLocal, std::uint64_t inCentral) {
+    return inLocal != inCentral && !(follow && inLocal == 0);
+  };
+  std::string fields;
+  const auto add = [&fields](bool differs, const char* field) {
+    if (differs) {
+      fields.append(fields.empty() ? "" : ", ").append(field);
+    }
+  };
+  add(local.name != central.name, "name");
+  add((local.flags & kMeaningful) != (central.flags & kMeaningful), "flags");
+  add(local.method != central.method, "method");
+  add(differ(local.crc32, central.crc32), "checksum");
+  add(differ(local.compressedSize, central.compressedSize), "compressed size");
+  add(differ(local.size, central.size), "size");
+  return fields;
+}
+
+/// Reads the local header of `entry`, whose place is known, and with it where the data ends.
+void ReadLocal(const File& file, const Header& central, ArchiveLayout::Entry& entry) {
   entry.end = entry.begin;
   // Most names and extra fields fit; a second read is for those that do not.
   constexpr std::size_t kUsual = kLocalSize + 160;
@@ -212,12 +240,13 @@ void ReadLocal(const File& file, ArchiveLayout::Entry& entry) {
   if (length > kUsual) {
     bytes = file.Read(entry.begin, length);
   }
-  ArchiveLayout::Header local = TakeHeader(bytes, 6);
+  Header local = ReadHeader(bytes, 6);
   local.name = bytes.Text(kLocalSize, nameLength);
-  TakeExtra64(Bytes(bytes.Text(kLocalSize + nameLength, extraLength)), local, nullptr);
-  entry.local = std::move(local);
+  ReadExtra64(Bytes(bytes.Text(kLocalSize + nameLength, extraLength)), local, nullptr);
+  entry.hasLocalHeader = true;
+  entry.differingFields = DifferingFields(local, central);
   entry.end = entry.begin + length;
-  entry.end += std::min(entry.central.compressedSize, ~entry.end);
+  entry.end += std::min(central.compressedSize, ~entry.end);  // a stated size may be anything
 }
 
 /// Reads the directory's entries until their number is reached or there is none.
@@ -229,19 +258,37 @@ void ReadDirectory(const File& file, const End& end, ArchiveLayout& layout) {
     const std::size_t nameLength = bytes.At16(next + 28);
     const std::size_t extraLength = bytes.At16(next + 30);
     const std::size_t extra = next + kCentralSize + nameLength;
-    ArchiveLayout::Entry& entry = layout.entries.emplace_back();
-    entry.central = TakeHeader(bytes, next + 8);
-    entry.central.name = bytes.Text(next + kCentralSize, nameLength);
+    Header central = ReadHeader(bytes, next + 8);
+    central.name = bytes.Text(next + kCentralSize, nameLength);
     std::uint64_t offset = bytes.At32(next + 42);
-    TakeExtra64(Bytes(bytes.Text(extra, extraLength)), entry.central, &offset);
+    ReadExtra64(Bytes(bytes.Text(extra, extraLength)), central, &offset);
+    ArchiveLayout::Entry& entry = layout.entries.emplace_back();
     entry.begin = offset + layout.leadingBytes;
-    ReadLocal(file, entry);
+    ReadLocal(file, central, entry);
     next = extra + extraLength + bytes.At16(next + 32);
   }
   layout.isDirectoryWhole = layout.entries.size() == end.entryCount && next == end.directorySize;
 }
 
 }  // namespace
+
+std::vector<std::size_t> ArchiveLayout::Overlapping() const {
+  std::vector<std::size_t> inOrder(entries.size());
+  std::iota(inOrder.begin(), inOrder.end(), 0U);
+  std::stable_sort(inOrder.begin(), inOrder.end(), [this](std::size_t a, std::size_t b) {
+    return entries[a].begin < entries[b].begin;
+  });
+  std::vector<std::size_t> overlapping;
+  std::uint64_t free = 0;
+  for (const std::size_t index : inOrder) {
+    const Entry& entry = entries[index];
+    if (entry.hasLocalHeader && (entry.begin < free || entry.end > directoryBegin)) {
+      overlapping.push_back(index);
+    }
+    free = std::max(free, entry.end);
+  }
+  return overlapping;
+}
 
 std::optional<ArchiveLayout> ReadArchiveLayout(const std::string& path) {
   const File file(path);

@@ -6,40 +6,37 @@
 #include <string>
 #include <vector>
 
-/// The bytes of a zip file as they lie there, for what the reader's library does not show: where
-/// entries begin and end, and what stands in their local headers.
+/// Where things lie in the bytes of a zip file, for what the installer's reader does not show:
+/// where entries begin and end, and whether their two headers agree.
 ///
-/// Damaged files give what can be made out of them. Memory goes with the size of the file's
-/// directory, which is checked against the size of the file.
+/// A damaged file gives what can be found in it. Memory grows with the number of entries; the size
+/// of the directory is never trusted beyond that of the file.
 struct ArchiveLayout {
-  /// What an entry's header, local or central, says of it.
-  struct Header {
-    std::string name;
-    unsigned int flags = 0;
-    unsigned int method = 0;
-    std::uint32_t crc32 = 0;
-    std::uint64_t compressedSize = 0;
-    std::uint64_t size = 0;
-  };
-
+  /// One entry of the archive's directory, in its order.
   struct Entry {
-    Header central;
-    std::optional<Header> local;  ///< Nothing when there is none where it should be.
     std::uint64_t begin = 0;      ///< Of the local header, in the file.
-    std::uint64_t end = 0;        ///< Of the data.
+    std::uint64_t end = 0;        ///< Of the data; equal to `begin` without a local header.
+    bool hasLocalHeader = false;  ///< Whether there is one where the directory says.
+    /// The fields in which local and central header contradict each other, for people: "name,
+    /// size". Empty if there is none, or no local header.
+    std::string differingFields;
   };
 
-  std::uint64_t leadingBytes = 0;   ///< Before the archive.
-  std::uint64_t trailingBytes = 0;  ///< After it.
-  std::uint64_t missingBytes = 0;   ///< Of the end record and its comment, at the file's end.
-  std::uint64_t entryCount = 0;     ///< As the end record says.
-  std::uint64_t directoryBegin = 0;
-  bool isDirectoryWhole = false;  ///< The entries found are as many and as long as the end says.
-  std::vector<Entry> entries;
+  std::uint64_t leadingBytes = 0;    ///< Before the archive.
+  std::uint64_t trailingBytes = 0;   ///< After the archive.
+  std::uint64_t missingBytes = 0;    ///< Of the end record and its comment, at the file's end.
+  std::uint64_t entryCount = 0;      ///< As the end record states it.
+  std::uint64_t directoryBegin = 0;  ///< In the file.
+  bool isDirectoryWhole = false;     ///< The entries found are as many and as long as stated.
+  std::vector<Entry> entries;        ///< As many as were found, at most `entryCount`.
+
+  /// The indices of the entries whose data lies in bytes that an entry before them, or the archive's
+  /// directory, occupies; in the order of their places in the file.
+  std::vector<std::size_t> Overlapping() const;
 };
 
-/// Nothing when the file at `path` has no end record, or one that cannot be right. Throws Error
-/// when the file cannot be read.
+/// Reads the layout of the file at `path`. Returns nothing if the file has no end record, or one
+/// that contradicts the size of the file. Throws Error if the file cannot be read.
 std::optional<ArchiveLayout> ReadArchiveLayout(const std::string& path);
 
 #endif  // TOOLS_WEBRESOURCES_BUNDLE_ARCHIVELAYOUT_H_

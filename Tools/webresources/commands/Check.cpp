@@ -9,7 +9,7 @@
 #include "BundleFiles.h"
 #include "Files.h"
 #include "InstallerConstants.h"
-#include "InstallerUtils.h"
+#include "Interruption.h"
 #include "Metadata.h"
 #include "OSUtils.h"
 #include "PackageFindings.h"
@@ -89,26 +89,25 @@ Json ToJson(const Metadata& metadata) {
           {"regenerate", OrNull(metadata.regenerate)}};
 }
 
-void ReportEntries(const Prediction& prediction, bool isQuiet, Report& report) {
-  Json& entries = report.details["entries"] = Json::array();
+void PutEntries(const Prediction& prediction, Json& details) {
+  Json& entries = details["entries"] = Json::array();
   for (const EntryPrediction& entry : prediction.entries) {
     entries.push_back(ToJson(entry));
-    if (!isQuiet) {
-      report.listing.push_back(Line(entry));
-    }
   }
-  Json& tree = report.details["tree"] = Json::array();
+  Json& tree = details["tree"] = Json::array();
   for (const TreeItem& item : ItemsOf(prediction.tree)) {
     tree.push_back(ToJson(item));
   }
 }
 
-void ReportOutcome(const Prediction& prediction, const Metadata& metadata, Report& report) {
-  const bool completes = metadata.outcome == RunOutcome::Complete;
-  report.details["metadata"] = ToJson(metadata);
-  report.details["outcome"] = {{"end", completes ? "exit" : "abort"},
-                               {"reach", NameOf(metadata.outcome)},
-                               {"description", Describe(metadata.outcome)}};
+void ReportEntries(const Prediction& prediction, const CheckOptions& options, Report& report) {
+  if (options.asJson) {
+    PutEntries(prediction, report.details);
+  } else if (!options.isQuiet) {
+    for (const EntryPrediction& entry : prediction.entries) {
+      report.listing.push_back(Line(entry));
+    }
+  }
   const auto count = [&prediction](Action action) {
     return std::to_string(
         std::count_if(prediction.entries.begin(), prediction.entries.end(),
@@ -116,6 +115,14 @@ void ReportOutcome(const Prediction& prediction, const Metadata& metadata, Repor
   };
   report.summary.push_back("directories: " + count(Action::MakeDirectory) + ", files: " +
                            count(Action::WriteFile) + ", skipped: " + count(Action::Skip));
+}
+
+void ReportOutcome(const Metadata& metadata, Report& report) {
+  const bool completes = metadata.outcome == RunOutcome::Complete;
+  report.details["metadata"] = ToJson(metadata);
+  report.details["outcome"] = {{"end", completes ? "exit" : "abort"},
+                               {"reach", NameOf(metadata.outcome)},
+                               {"description", Describe(metadata.outcome)}};
   const Json meaning = ToJson(metadata);
   report.summary.push_back("clear: " + meaning["clear"].dump() +
                            ", updateid: " + meaning["updateid"].dump() +
@@ -125,7 +132,7 @@ void ReportOutcome(const Prediction& prediction, const Metadata& metadata, Repor
 
 // Proof -----------------------------------------------------------------------------------------
 
-/// A directory for one extraction, removed at the end.
+/// Owns a new directory for one extraction and removes it with everything in it.
 class Scratch {
  public:
   Scratch() {
@@ -145,33 +152,46 @@ class Scratch {
   std::string path_;
 };
 
-void RequireSpace(const Prediction& prediction, const std::string& path) {
-  std::uint64_t needed = 0;
-  for (const TreeItem& item : ItemsOf(prediction.tree)) {
-    needed += item.node->size;
-  }
+void RequireSpace(std::uint64_t needed, const std::string& path) {
   struct statvfs status = {};
   if (statvfs(path.c_str(), &status) != 0) {
     throw Error::FromErrno("read", path);
   }
   const std::uint64_t free = std::uint64_t{status.f_bavail} * status.f_frsize;
   if (needed > free) {
-    throw Error(
-        "extract to", path,
-        std::to_string(needed) + " bytes are needed and " + std::to_string(free) + " are free");
+    throw Error("extract to", path,
+                "up to " + std::to_string(needed) + " bytes are needed and " +
+                    std::to_string(free) + " are free: set TMPDIR to a larger volume");
   }
 }
 
-/// The differences between what the installer's extraction leaves and what was predicted.
-std::vector<Difference> Prove(std::string packagePath, const Prediction& prediction,
-                              PackageReader& package) {
+/// What is known of a package after it was read.
+struct Examination {
+  Prediction prediction;
+  std::optional<std::vector<Difference>> differences;  ///< Of the proof, if there was one.
+};
+
+/// Predicts while the installer's code extracts, then compares the prediction with the disk. The
+/// two share nothing but the reading of the data, which the comparison checks by its checksums.
+Examination Prove(const std::string& packagePath) {
+  CatchInterruptions();
   const Scratch scratch;
-  RequireSpace(prediction, scratch.path());
-  std::string destination = scratch.path() + "/" + kFinalName;
-  if (!InstallerUtils::UncompressPackageFiles(packagePath, destination)) {
-    throw Error("extract to", destination, "the directory cannot be made");
+  RequireSpace(LargestContent(packagePath), scratch.path());
+  const std::string destination = scratch.path() + "/" + kFinalName;
+  PackageReader package(packagePath);
+  const auto stopIfInterrupted = [&packagePath] { ThrowIfInterrupted("check", packagePath); };
+  Prediction prediction = PredictAndExtract(package, destination, stopIfInterrupted);
+  auto differences = CompareChecksums(prediction.tree, destination);
+  stopIfInterrupted();
+  return {std::move(prediction), std::move(differences)};
+}
+
+Examination Examine(const std::string& packagePath, bool prove) {
+  if (prove) {
+    return Prove(packagePath);
   }
-  return Compare(prediction, package, destination);
+  PackageReader package(packagePath);
+  return {Predict(package), std::nullopt};
 }
 
 void ReportProof(const std::vector<Difference>& differences, Report& report) {
@@ -197,20 +217,27 @@ void ReportProof(const std::vector<Difference>& differences, Report& report) {
 Report Check(const CheckOptions& options) {
   const BundleFiles resources = FindBundleFiles(options.path);
   const bool exists = StateOf(resources.package) == FileState::Present;
-  PackageReader package(resources.package);
-  const Prediction prediction = Predict(package);
   const Metadata metadata = ReadMetadata(resources.metadata);
 
   Report report("check");
   PutName(report.details, "resources", resources.directory);
-  report.findings = FindInPackage(exists, prediction,
-                                  exists ? ReadArchiveLayout(resources.package) : std::nullopt);
+  report.findings =
+      exists ? FindOutOfBounds(resources.package, options.maxSize) : Findings();
+  const bool isRead = report.findings.empty();
+  Examination examined;
+  if (isRead) {
+    examined = Examine(resources.package, options.prove);
+    report.findings = FindInPackage(exists, examined.prediction,
+                                    exists ? ReadArchiveLayout(resources.package) : std::nullopt);
+  }
   report.findings.insert(report.findings.end(), metadata.findings.begin(), metadata.findings.end());
   report.SetStatus();
-  ReportEntries(prediction, options.isQuiet, report);
-  ReportOutcome(prediction, metadata, report);
-  if (options.prove) {
-    ReportProof(Prove(resources.package, prediction, package), report);
+  if (isRead) {
+    ReportEntries(examined.prediction, options, report);
+  }
+  ReportOutcome(metadata, report);
+  if (examined.differences) {
+    ReportProof(*examined.differences, report);
   }
   return report;
 }

@@ -1,18 +1,27 @@
 #ifndef TOOLS_WEBRESOURCES_COMMANDS_CHECK_H_
 #define TOOLS_WEBRESOURCES_COMMANDS_CHECK_H_
 
+#include <cstdint>
 #include <string>
 
+#include "PackageBounds.h"
 #include "Report.h"
 
 struct CheckOptions {
   std::string path;      ///< A bundle or its Resources directory.
   bool prove = false;    ///< Also extract the package, as the installer does, and compare.
   bool isQuiet = false;  ///< Leave out the list of entries.
+  /// Fill the report's details with one object for each entry and file, instead of its listing with
+  /// a line for each entry: a large package should not cost the memory of both.
+  bool asJson = false;
+  std::uint64_t maxSize = kDefaultMaxSize;  ///< The largest content to read, in bytes.
 };
 
-/// What a run of the installer will do with a bundle, and what is wrong with it. Throws Error when
-/// that cannot be told.
+/// Reports what a run of the installer will do with a bundle, and what is wrong with it. The data
+/// of a package whose content can exceed the limit is not read: then the report has neither entries
+/// nor tree nor proof. Writes nothing except, for a proof, below the directory for temporary files,
+/// from which everything is removed again, also after SIGHUP, SIGINT and SIGTERM. Throws Error if
+/// the bundle cannot be read, or the proof cannot be made.
 Report Check(const CheckOptions& options);
 
 #endif  // TOOLS_WEBRESOURCES_COMMANDS_CHECK_H_

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -12,6 +11,7 @@
 #include "AtomicFile.h"
 #include "BundleFiles.h"
 #include "Files.h"
+#include "Interruption.h"
 #include "Metadata.h"
 
 namespace {
@@ -71,14 +71,6 @@ class Progress {
   std::size_t shown_ = 0;
 };
 
-volatile std::sig_atomic_t interrupted = 0;
-
-void CatchInterrupts() {
-  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
-    std::signal(signal, [](int) { interrupted = 1; });
-  }
-}
-
 struct Totals {
   std::uint64_t directories = 0;
   std::uint64_t files = 0;
@@ -90,9 +82,7 @@ Totals WritePackage(const SourceTree& tree, const std::string& path, bool isQuie
   Progress progress(tree.items.size(), isQuiet);
   ArchiveWriter archive(path, EntryTime());
   for (const SourceTree::Item& item : tree.items) {
-    if (interrupted != 0) {
-      throw Error("pack", item.path, "interrupted");  // the temporary files are removed
-    }
+    ThrowIfInterrupted("pack", item.path);  // the temporary files are removed
     if (item.isDirectory) {
       archive.AddDirectory(item.name);
       ++totals.directories;
@@ -152,7 +142,7 @@ Report Pack(const PackOptions& options) {
   const BundleFiles resources = FindBundleFiles(options.output);
   RequireOutside(resources.directory, options.directory);
   const SourceTree tree = CollectSource(options.directory, options.selection);
-  CatchInterrupts();
+  CatchInterruptions();
 
   Report report("pack");
   ReportLeftOut(tree, options.isQuiet, report);

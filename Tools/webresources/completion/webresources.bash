@@ -13,11 +13,11 @@ _webresources() {
       options='--update-id --output --clear --regenerate --exclude --follow --keep-ds-store
         --keep-macosx --keep-apple-double --quiet --json --help'
       ;;
-    check) options='--prove --quiet --json --help' ;;
+    check) options='--prove --max-size --quiet --json --help' ;;
     verify | installcheck) options='--root --json --help' ;;
   esac
   case $previous in
-    --update-id | --exclude) return ;;
+    --update-id | --exclude | --max-size) return ;;
   esac
   if [[ $current == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")

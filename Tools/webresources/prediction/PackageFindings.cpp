@@ -14,7 +14,6 @@ namespace {
 
 constexpr unsigned long kStored = 0;
 constexpr unsigned long kDeflated = 8;
-constexpr unsigned int kSizesFollow = 8;  // the flag of an entry with a data descriptor
 
 /// Larger entries that shrink more are worth a look: web content does not.
 constexpr std::uint64_t kRatioLimit = 200;
@@ -28,32 +27,6 @@ bool IsSupported(const EntryPrediction& entry) {
   return entry.method == kStored || entry.method == kDeflated;
 }
 
-/// Which fields the two headers of an entry contradict each other in; empty when in none. Where the
-/// sizes follow the data, a local header may leave them out.
-std::string DifferingFields(const ArchiveLayout::Entry& entry) {
-  if (!entry.local) {
-    return {};
-  }
-  const ArchiveLayout::Header& local = *entry.local;
-  const ArchiveLayout::Header& central = entry.central;
-  const bool follow = (local.flags & kSizesFollow) != 0;
-  const auto differ = [follow](std::uint64_t inLocal, std::uint64_t inCentral) {
-    return inLocal != inCentral && !(follow && inLocal == 0);
-  };
-  std::string fields;
-  const auto add = [&fields](bool differs, const char* field) {
-    fields += differs ? (fields.empty() ? "" : ", ") + std::string(field) : std::string();
-  };
-  constexpr unsigned int kMeaningful = 0x809;  // encrypted, sizes follow, UTF-8
-  add(local.name != central.name, "name");
-  add((local.flags & kMeaningful) != (central.flags & kMeaningful), "flags");
-  add(local.method != central.method, "method");
-  add(differ(local.crc32, central.crc32), "checksum");
-  add(differ(local.compressedSize, central.compressedSize), "compressed size");
-  add(differ(local.size, central.size), "size");
-  return fields;
-}
-
 class PackageFinder {
  public:
   PackageFinder(const Prediction& prediction, const std::optional<ArchiveLayout>& layout)
@@ -65,7 +38,7 @@ class PackageFinder {
       FindInEntry(i);
     }
     FindOverlaps();
-    FindCollisions();
+    FindCollisions(prediction_.tree.root(), "");
     return std::move(findings_);
   }
 
@@ -120,10 +93,8 @@ class PackageFinder {
     } else if (const std::string part = UncleanPart(name); !part.empty()) {
       AddHere("name-unclean", part);
     }
-    if (!names::IsUtf8(name) && entry.kind != EntryKind::NameTooLong) {
-      AddHere("name-not-utf8", "its name is not UTF-8, which a volume may refuse");
-    } else if (!names::IsAscii(name) && !entry.HasUtf8Flag()) {
-      AddHere("name-unflagged", "its name is not ASCII, and not flagged as UTF-8");
+    if (!names::IsAscii(name)) {
+      FindInEncoding(entry);
     }
     if (names::JunkKind(name) != names::Junk::None) {
       AddHere("junk-file", "macOS keeps it for itself");
@@ -136,8 +107,17 @@ class PackageFinder {
     }
   }
 
+  void FindInEncoding(const EntryPrediction& entry) {
+    // A name that is too long may be cut in the middle of a character.
+    if (!names::IsUtf8(entry.name) && entry.kind != EntryKind::NameTooLong) {
+      AddHere("name-not-utf8", "its name is not UTF-8, which a volume may refuse");
+    } else if (!entry.HasUtf8Flag()) {
+      AddHere("name-unflagged", "its name is not ASCII, and not flagged as UTF-8");
+    }
+  }
+
   void FindInData(const EntryPrediction& entry, std::size_t index) {
-    const std::string fields = DifferingFieldsOf(index);
+    const std::string& fields = DifferingFieldsOf(index);
     if (!fields.empty()) {
       AddHere("headers-differ", "its local and central headers differ in: " + fields);
     }
@@ -163,7 +143,7 @@ class PackageFinder {
       AddHere("damaged-entry", Problem(entry));
     } else if (entry.end == DataEnd::WrongCrc) {
       AddHere("wrong-crc", Problem(entry));
-    } else if (entry.end != DataEnd::Complete) {
+    } else if (entry.end == DataEnd::Early || entry.end == DataEnd::Damaged) {
       AddHere("damaged-data", Problem(entry));
     } else {
       FindExpansion(entry);
@@ -178,43 +158,45 @@ class PackageFinder {
     }
   }
 
-  std::string DifferingFieldsOf(std::size_t index) const {
-    return IsInLayout(index) ? DifferingFields(layout_->entries[index]) : std::string();
+  const std::string& DifferingFieldsOf(std::size_t index) const {
+    static const std::string none;
+    return IsInLayout(index) ? layout_->entries[index].differingFields : none;
   }
 
   bool HasLocalHeader(std::size_t index) const {
-    return !IsInLayout(index) || layout_->entries[index].local;
+    return !IsInLayout(index) || layout_->entries[index].hasLocalHeader;
   }
 
   bool IsInLayout(std::size_t index) const { return layout_ && index < layout_->entries.size(); }
 
-  /// Each entry that begins before an earlier one, or the archive's directory, allows.
   void FindOverlaps() {
     if (!layout_) {
       return;
     }
-    std::vector<const ArchiveLayout::Entry*> inOrder;
-    for (const ArchiveLayout::Entry& entry : layout_->entries) {
-      inOrder.push_back(&entry);
-    }
-    std::stable_sort(inOrder.begin(), inOrder.end(),
-                     [](const auto* a, const auto* b) { return a->begin < b->begin; });
-    std::uint64_t free = 0;
-    for (const ArchiveLayout::Entry* entry : inOrder) {
-      if (entry->local && (entry->begin < free || entry->end > layout_->directoryBegin)) {
-        Add(findings_, "overlapping-entries", entry->central.name,
-            "its data lies in bytes that another entry or the central directory takes");
-      }
-      free = std::max(free, entry->end);
+    for (const std::size_t index : layout_->Overlapping()) {
+      Add(findings_, "overlapping-entries", SubjectOf(index),
+          "another entry or the central directory occupies the same bytes");
     }
   }
 
-  void FindCollisions() {
+  std::string SubjectOf(std::size_t index) const {
+    const bool hasName =
+        index < prediction_.entries.size() && !prediction_.entries[index].name.empty();
+    return hasName ? prediction_.entries[index].name : "entry " + std::to_string(index + 1);
+  }
+
+  /// Only names in one directory can collide.
+  void FindCollisions(const PredictedTree::Node& directory, const std::string& prefix) {
     std::vector<std::string> paths;
-    for (const TreeItem& item : ItemsOf(prediction_.tree)) {
-      paths.push_back(item.path);
+    for (const auto& [name, node] : directory.children) {
+      paths.push_back(prefix + name);
     }
     AddCollisions(findings_, paths);
+    for (const auto& [name, node] : directory.children) {
+      if (node->isDirectory) {
+        FindCollisions(*node, prefix + name + "/");
+      }
+    }
   }
 
   void AddHere(const char* id, const std::string& reason) { Add(findings_, id, subject_, reason); }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 /// A tree of directories and files in memory that takes paths as a POSIX file system does: "." and
@@ -20,9 +21,9 @@ class PredictedTree {
     std::map<std::string, std::unique_ptr<Node>> children;  ///< Of a directory, by name.
 
     // Of a file.
-    std::size_t writer = 0;  ///< The entry whose data it holds.
-    std::uint64_t size = 0;
-    std::uint32_t crc32 = 0;  ///< Of the data it holds.
+    std::optional<std::size_t> writer;  ///< The index of the entry whose data it holds.
+    std::uint64_t size = 0;             ///< In bytes.
+    std::uint32_t crc32 = 0;            ///< Of the data it holds.
   };
 
   PredictedTree() { root_->parent = root_.get(); }

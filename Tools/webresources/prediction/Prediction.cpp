@@ -4,9 +4,11 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <set>
+#include <unordered_set>
 
 #include "DirectoryChain.h"
+#include "Error.h"
+#include "InstallerUtils.h"
 
 using Failure = PredictedTree::Failure;
 
@@ -36,9 +38,9 @@ EntryPrediction Describe(const PackageReader& package) {
   EntryPrediction prediction;
   prediction.kind = entry.kind;
   prediction.name = entry.name;
-  prediction.nameLength = entry.nameLength;
-  prediction.flags = entry.flags;
-  prediction.method = entry.method;
+  prediction.nameLength = static_cast<std::uint32_t>(entry.nameLength);
+  prediction.flags = static_cast<std::uint16_t>(entry.flags);  // 16 bits in the format
+  prediction.method = static_cast<std::uint16_t>(entry.method);
   prediction.isLink = IsLink(entry);
   prediction.compressedSize = entry.compressedSize;
   prediction.statedSize = entry.size;
@@ -48,9 +50,12 @@ EntryPrediction Describe(const PackageReader& package) {
 
 class Predictor {
  public:
-  Predictor(PackageReader& package, Prediction& prediction)
-      : package_(package), prediction_(prediction) {}
+  Predictor(PackageReader& package, const PortionSink& sink) : package_(package), sink_(sink) {
+    prediction_.isOpened = package.IsOpen();
+    prediction_.entryCount = package.EntryCount();
+  }
 
+  /// Predicts the package's current entry.
   void PredictEntry() {
     EntryPrediction& entry = prediction_.entries.emplace_back(Describe(package_));
     if (entry.kind == PackageEntry::Kind::Directory) {
@@ -59,6 +64,8 @@ class Predictor {
       PredictFile(entry);
     }
   }
+
+  Prediction Take() { return std::move(prediction_); }
 
  private:
   void PredictDirectory(EntryPrediction& entry) {
@@ -73,53 +80,61 @@ class Predictor {
   }
 
   void PredictFile(EntryPrediction& entry) {
-    entry.isOpened = package_.Open();
+    // An extraction that runs at the same time reads all data but that of files it cannot make.
+    if (package_.data().end == EntryData::End::Unread) {
+      ReadData(sink_);
+    }
+    const EntryData data = package_.data();
+    entry.isOpened = data.isOpened;
+    entry.size = data.size;
+    entry.end = data.end;
     if (!entry.isOpened) {
       return;
     }
     PredictedTree::Node* file = nullptr;
     entry.failure = prediction_.tree.OpenFile(entry.name, &file);
-    const std::uint32_t crc = ReadData(entry);
     if (entry.failure == Failure::None) {
       entry.action = EntryPrediction::Action::WriteFile;
-      Write(entry, crc, *file);
+      Write(entry, *file);
     }
   }
 
-  /// Reads the data to its end, written or not, and returns its checksum.
-  std::uint32_t ReadData(EntryPrediction& entry) {
-    uLong crc = crc32(0, nullptr, 0);
-    int count = 0;
-    while ((count = package_.Read()) > 0) {
-      const auto length = static_cast<unsigned int>(count);
-      crc = crc32(crc, reinterpret_cast<const Bytef*>(package_.portion()), length);
-      entry.size += length;
-    }
-    const bool isChecksumRight = package_.Close();
-    if (count < 0) {
-      entry.end = EntryPrediction::DataEnd::Damaged;
-    } else if (entry.size != entry.statedSize) {
-      entry.end = EntryPrediction::DataEnd::Early;
-    } else if (!isChecksumRight) {
-      entry.end = EntryPrediction::DataEnd::WrongCrc;
-    }
-    return static_cast<std::uint32_t>(crc);
-  }
-
-  void Write(const EntryPrediction& entry, std::uint32_t crc, PredictedTree::Node& file) {
+  void Write(const EntryPrediction& entry, PredictedTree::Node& file) {
     const std::size_t index = prediction_.entries.size() - 1;
-    if (!written_.insert(&file).second) {
-      prediction_.entries[file.writer].replacedBy = index;
+    if (file.writer) {
+      prediction_.entries[*file.writer].replacedBy = index;
     }
     file.writer = index;
     file.size = entry.size;
-    file.crc32 = crc;
+    // The library has compared complete data with the checksum that the directory states.
+    file.crc32 =
+        entry.end == EntryData::End::Complete ? package_.entry().crc32 : ChecksumOfData();
+  }
+
+  std::uint32_t ChecksumOfData() {
+    uLong crc = crc32(0, nullptr, 0);
+    ReadData([&crc](std::size_t, const char* bytes, std::size_t length) {
+      crc = crc32_z(crc, reinterpret_cast<const Bytef*>(bytes), length);
+    });
+    return static_cast<std::uint32_t>(crc);
+  }
+
+  void ReadData(const PortionSink& sink) {
+    if (!package_.Open()) {
+      return;
+    }
+    for (int count = 0; (count = package_.Read()) > 0;) {
+      if (sink) {
+        sink(prediction_.entries.size() - 1, package_.portion(), static_cast<std::size_t>(count));
+      }
+    }
+    package_.Close();
   }
 
   PackageReader& package_;
-  Prediction& prediction_;
-  std::set<const PredictedTree::Node*> written_;
-  std::set<std::string> announced_;
+  const PortionSink& sink_;
+  Prediction prediction_;
+  std::unordered_set<std::string> announced_;
 };
 
 void AddItems(const PredictedTree::Node& directory, const std::string& prefix,
@@ -134,15 +149,26 @@ void AddItems(const PredictedTree::Node& directory, const std::string& prefix,
 
 }  // namespace
 
-Prediction Predict(PackageReader& package) {
-  Prediction prediction;
-  prediction.isOpened = package.IsOpen();
-  prediction.entryCount = package.EntryCount();
-  Predictor predictor(package, prediction);
+Prediction Predict(PackageReader& package, const PortionSink& sink) {
+  Predictor predictor(package, sink);
   while (package.Next()) {
     predictor.PredictEntry();
   }
-  return prediction;
+  return predictor.Take();
+}
+
+Prediction PredictAndExtract(PackageReader& package, const std::string& directory,
+                             const std::function<void()>& afterEntry) {
+  const PortionSink none;
+  Predictor predictor(package, none);
+  const auto predict = [&predictor, &afterEntry] {
+    predictor.PredictEntry();
+    afterEntry();
+  };
+  if (!InstallerUtils::UncompressPackage(package, directory, predict)) {
+    throw Error("extract to", directory, "the directory cannot be made");
+  }
+  return predictor.Take();
 }
 
 std::vector<TreeItem> ItemsOf(const PredictedTree& tree) {

@@ -2,6 +2,8 @@
 #define TOOLS_WEBRESOURCES_PREDICTION_PREDICTION_H_
 
 #include <cstdint>
+#include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,22 +15,16 @@
 struct EntryPrediction {
   enum class Action { MakeDirectory, WriteFile, Skip };
 
-  /// How the entry's data ends.
-  enum class DataEnd {
-    Complete,
-    Early,     ///< Before the size that the package states.
-    Damaged,   ///< By an error: what was read before it stays.
-    WrongCrc,  ///< Complete, but with another checksum than the package states.
-  };
+  using DataEnd = EntryData::End;
 
   // What the package's directory says.
 
   PackageEntry::Kind kind = PackageEntry::Kind::Unreadable;
+  bool isLink = false;           ///< A symbolic link, as Unix packers store it.
+  std::uint16_t flags = 0;       ///< Of the format: see IsEncrypted() and HasUtf8Flag().
+  std::uint16_t method = 0;      ///< Of compression.
+  std::uint32_t nameLength = 0;  ///< In bytes, as stored.
   std::string name;              ///< Up to its first zero byte, and to 511 bytes.
-  unsigned long nameLength = 0;  ///< In bytes, as stored.
-  unsigned long flags = 0;
-  unsigned long method = 0;
-  bool isLink = false;               ///< It stands for a symbolic link, as Unix packers store it.
   std::uint64_t compressedSize = 0;  ///< In bytes.
   std::uint64_t statedSize = 0;      ///< In bytes.
   PackageReader::Position position;
@@ -36,13 +32,13 @@ struct EntryPrediction {
   // What the installer does.
 
   Action action = Action::Skip;
-  bool isOpened = false;  ///< Whether the data of a file can be opened.
   /// Why a directory or file cannot be made. None if it can, or if the installer does not try.
   PredictedTree::Failure failure = PredictedTree::Failure::None;
-  DataEnd end = DataEnd::Complete;
-  std::uint64_t size = 0;                 ///< How many bytes of the data can be read.
+  DataEnd end = DataEnd::Unread;  ///< How the data of a file ends.
+  bool isOpened = false;          ///< Whether the data of a file can be opened.
+  bool isRepeated = false;        ///< The directory was announced before.
+  std::uint64_t size = 0;         ///< How many bytes of the data can be read.
   std::optional<std::size_t> replacedBy;  ///< The index of a later entry that writes the same file.
-  bool isRepeated = false;                ///< The directory was announced before.
 
   bool IsEncrypted() const { return (flags & 1U) != 0; }
   bool HasUtf8Flag() const { return (flags & 0x800U) != 0; }
@@ -51,15 +47,28 @@ struct EntryPrediction {
 /// What the installer will leave of a package in an empty directory, on a file system that tells
 /// names apart by their bytes.
 struct Prediction {
-  bool isOpened = false;                 ///< If false, the installer treats the package as missing.
-  std::uint64_t entryCount = 0;          ///< As the package states it.
-  std::vector<EntryPrediction> entries;  ///< May be fewer than stated.
+  bool isOpened = false;                ///< If false, the installer treats the package as missing.
+  std::uint64_t entryCount = 0;         ///< As the package states it.
+  std::deque<EntryPrediction> entries;  ///< May be fewer than stated. Grows without being copied.
   PredictedTree tree;
 };
 
+/// Is given each portion of data that is read, in order, with the index of its entry.
+using PortionSink =
+    std::function<void(std::size_t entry, const char* bytes, std::size_t length)>;
+
 /// Predicts what the installer will leave of `package`, which must be at its beginning. Reads the
-/// data of each entry once. Memory grows with the number of entries, not with their size.
-Prediction Predict(PackageReader& package);
+/// data of each entry once and passes it to `sink`, if there is one; an entry whose data is damaged
+/// is read a second time, for its checksum. Memory grows with the number of entries, not with their
+/// size.
+Prediction Predict(PackageReader& package, const PortionSink& sink = {});
+
+/// Does the same while the installer extracts `package` to `directory`. Data that the extraction
+/// reads is not read again: the prediction takes its size and checksum from there and decides
+/// everything else for itself. Calls `afterEntry` after each entry, which may throw to stop. Throws
+/// Error if the directory cannot be made.
+Prediction PredictAndExtract(PackageReader& package, const std::string& directory,
+                             const std::function<void()>& afterEntry);
 
 /// One directory or file of a predicted tree.
 struct TreeItem {

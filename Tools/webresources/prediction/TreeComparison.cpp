@@ -1,13 +1,19 @@
 #include "TreeComparison.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <zlib.h>
 
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
 
+#include "Descriptor.h"
 #include "Error.h"
 #include "Files.h"
+#include "Uninterrupted.h"
 
 namespace {
 
@@ -15,13 +21,27 @@ constexpr std::size_t kStreamBuffer = 65536;
 
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
+/// Opens the file at `path` for reading through `buffer`.
+Stream OpenStream(const std::string& path, char* buffer) {
+  Stream file(std::fopen(path.c_str(), "rb"), std::fclose);
+  if (!file) {
+    throw Error::FromErrno("read", path);
+  }
+  std::setvbuf(file.get(), buffer, _IOFBF, kStreamBuffer);
+  return file;
+}
+
+/// Whether the file at a path, which has the expected size, has the expected content.
+using IsSameContent =
+    std::function<bool(const PredictedTree::Node& expected, const std::string& path)>;
+
 class Comparison {
  public:
-  Comparison(const Prediction& prediction, PackageReader& package, std::string directory)
-      : prediction_(prediction), package_(package), directory_(std::move(directory)) {}
+  Comparison(const PredictedTree& tree, std::string directory, IsSameContent isSameContent)
+      : tree_(tree), directory_(std::move(directory)), isSameContent_(std::move(isSameContent)) {}
 
   std::vector<Difference> Run() {
-    CompareDirectory(prediction_.tree.root(), "");
+    CompareDirectory(tree_.root(), "");
     return std::move(differences_);
   }
 
@@ -62,19 +82,30 @@ class Comparison {
       AddDifference(
           Kind::Content, path,
           "it has " + std::to_string(size) + " bytes instead of " + std::to_string(expected.size));
-    } else if (size != 0 && !HasContentOf(expected, directory_ + "/" + path)) {
+    } else if (size != 0 && !isSameContent_(expected, directory_ + "/" + path)) {
       AddDifference(Kind::Content, path, "its content is not that of the package");
     }
   }
 
-  /// Whether the file at `path`, of the same size, holds what the package gives.
-  bool HasContentOf(const PredictedTree::Node& expected, const std::string& path) {
-    const Stream file(std::fopen(path.c_str(), "rb"), std::fclose);
-    if (!file) {
-      throw Error::FromErrno("read", path);
-    }
-    std::setvbuf(file.get(), buffer_, _IOFBF, sizeof buffer_);
-    if (!package_.Seek(prediction_.entries[expected.writer].position) || !package_.Open()) {
+  void AddDifference(Kind kind, const std::string& path, const std::string& reason) {
+    differences_.push_back({kind, path, reason});
+  }
+
+  const PredictedTree& tree_;
+  const std::string directory_;
+  const IsSameContent isSameContent_;
+  std::vector<Difference> differences_;
+};
+
+/// Compares files with the data of the package, byte by byte.
+class ContentOfPackage {
+ public:
+  ContentOfPackage(const Prediction& prediction, PackageReader& package)
+      : prediction_(prediction), package_(package) {}
+
+  bool IsIn(const PredictedTree::Node& expected, const std::string& path) {
+    const Stream file = OpenStream(path, buffer_);
+    if (!package_.Seek(prediction_.entries[*expected.writer].position) || !package_.Open()) {
       return false;
     }
     const bool isSame = IsSameData(file.get(), path);
@@ -82,6 +113,7 @@ class Comparison {
     return isSame;
   }
 
+ private:
   bool IsSameData(std::FILE* file, const std::string& path) {
     int count = 0;
     while ((count = package_.Read()) > 0) {
@@ -99,21 +131,44 @@ class Comparison {
     return true;
   }
 
-  void AddDifference(Kind kind, const std::string& path, const std::string& reason) {
-    differences_.push_back({kind, path, reason});
-  }
-
   const Prediction& prediction_;
   PackageReader& package_;
-  const std::string directory_;
-  std::vector<Difference> differences_;
   char real_[PackageReader::kPortionSize] = {};
   char buffer_[kStreamBuffer] = {};
 };
+
+/// The CRC-32 of the file at `path`.
+std::uint32_t ChecksumOf(const std::string& path, std::vector<char>& buffer) {
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  uLong crc = crc32(0, nullptr, 0);
+  ssize_t count = 0;
+  while ((count = Uninterrupted([&] { return read(*file, buffer.data(), buffer.size()); })) > 0) {
+    crc = crc32_z(crc, reinterpret_cast<const Bytef*>(buffer.data()),
+                  static_cast<std::size_t>(count));
+  }
+  if (!file || count < 0) {
+    throw Error::FromErrno("read", path);
+  }
+  return static_cast<std::uint32_t>(crc);
+}
 
 }  // namespace
 
 std::vector<Difference> Compare(const Prediction& prediction, PackageReader& package,
                                 const std::string& directory) {
-  return Comparison(prediction, package, directory).Run();
+  ContentOfPackage content(prediction, package);
+  return Comparison(prediction.tree, directory,
+                    [&content](const PredictedTree::Node& expected, const std::string& path) {
+                      return content.IsIn(expected, path);
+                    })
+      .Run();
+}
+
+std::vector<Difference> CompareChecksums(const PredictedTree& tree, const std::string& directory) {
+  std::vector<char> buffer(kStreamBuffer);
+  return Comparison(tree, directory,
+                    [&buffer](const PredictedTree::Node& expected, const std::string& path) {
+                      return ChecksumOf(path, buffer) == expected.crc32;
+                    })
+      .Run();
 }

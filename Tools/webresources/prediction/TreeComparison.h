@@ -20,4 +20,8 @@ struct Difference {
 std::vector<Difference> Compare(const Prediction& prediction, PackageReader& package,
                                 const std::string& directory);
 
+/// Does the same by the sizes and CRC-32 checksums in `tree`: enough to find a defect, not to find
+/// a file that somebody has made to have the same checksum. Reads each file of `directory` once.
+std::vector<Difference> CompareChecksums(const PredictedTree& tree, const std::string& directory);
+
 #endif  // TOOLS_WEBRESOURCES_PREDICTION_TREECOMPARISON_H_

@@ -13,6 +13,8 @@ const std::vector<Rule>& Rules() {
       {"leading-data", Severity::Warning, "remove the bytes before the archive, or pack it anew"},
       {"trailing-data", Severity::Warning, "remove the bytes after the archive, or pack it anew"},
       {"overlapping-entries", Severity::Error, "pack it anew: no packer writes such archives"},
+      {"content-too-large", Severity::Error,
+       "do not install it if a stranger made it; if it is meant to be so large, raise --max-size"},
       {"case-collision", Severity::Error, "rename one: the volume may not tell them apart"},
       {"normalization-collision", Severity::Error,
        "rename one: the volume may not tell them apart"},
