@@ -195,8 +195,8 @@ std::string TextOf(const Prediction& prediction) {
          << ' ' << (entry.replacedBy ? std::to_string(*entry.replacedBy) : "") << '\n';
   }
   for (const TreeItem& item : ItemsOf(prediction.tree)) {
-    text << item.path << ' ' << item.node->isDirectory << item.node->size << ' '
-         << item.node->crc32 << '\n';
+    text << item.path << ' ' << item.node->isDirectory << item.node->size << ' ' << item.node->crc32
+         << '\n';
   }
   return text.str();
 }

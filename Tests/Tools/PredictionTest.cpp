@@ -141,8 +141,7 @@ TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
   PackageReader package(predicted.path);
   const Prediction whileExtracting = PredictAndExtract(package, destination, [] {});
   EXPECT_EQ(whileExtracting.entries[0].size, 4U);
-  const std::vector<Difference> differences =
-      CompareChecksums(whileExtracting.tree, destination);
+  const std::vector<Difference> differences = CompareChecksums(whileExtracting.tree, destination);
   ASSERT_EQ(differences.size(), 1U);
   EXPECT_EQ(differences[0].kind, Difference::Kind::Type);
 }

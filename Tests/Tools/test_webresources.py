@@ -8,10 +8,13 @@ import pty
 import re
 import resource
 import shutil
+import signal
 import stat
+import struct
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
 import warnings
 import zipfile
@@ -270,6 +273,51 @@ class CheckTest(Case):
             os.mkfifo(self.resources / name)
             self.assertEqual(run('check', self.resources).returncode, 2)
             (self.resources / name).unlink()
+
+    def write_package_of_755_gigabytes(self):
+        """An entry that becomes 690 MB, and 1094 more that have its data."""
+        deflate = zlib.compressobj(9, wbits=-15)
+        block = bytes(1 << 20)
+        data = b''.join(deflate.compress(block) for _ in range(658)) + deflate.flush()
+        fields = (20, 0, 8, 0, 0x21, 0, len(data), 658 << 20, 5, 0)
+        local = struct.pack('<L5H3L2H', 0x04034b50, *fields) + b'00000' + data
+        central = b''.join(struct.pack('<L6H3L5H2L', 0x02014b50, 20, *fields, 0, 0, 0, 0, 0)
+                           + b'%05d' % number for number in range(1095))
+        end = struct.pack('<L4H2LH', 0x06054b50, 0, 0, 1095, 1095, len(central), len(local), 0)
+        self.package.write_bytes(local + central + end)
+        self.write_metadata()
+
+    def test_small_package_that_holds_755_gigabytes_is_refused_in_seconds(self):
+        self.write_package_of_755_gigabytes()
+        self.assertLess(self.package.stat().st_size, 959_000)
+        for options in ([], ['--prove'], ['--json']):
+            start = time.monotonic()
+            result = run('check', *options, self.resources)
+            self.assertLess(time.monotonic() - start, 10)
+            self.assertEqual(result.returncode, 1)
+            self.assertIn('content-too-large', result.stdout)
+            self.assertIn('overlapping-entries', result.stdout)
+
+    def test_largest_size_is_up_to_the_user(self):
+        self.pack()
+        for size, status in (('1K', 1), ('40k', 0), ('0', 1), ('1G', 0), ('3', 1)):
+            self.assertEqual(run('check', '--max-size', size, self.resources).returncode, status)
+        for size in ('', '-1', 'x', '1X'):
+            self.assertEqual(run('check', '--max-size', size, self.resources).returncode, 64, size)
+
+    def test_scratch_directory_is_gone_after_each_signal(self):
+        self.write_archive([(f'{i:05}', 'x' * 4000) for i in range(20000)])
+        scratch = self.directory / 'scratch'
+        scratch.mkdir()
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            process = subprocess.Popen([COMMAND, 'check', '--prove', self.resources],
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                       env={**os.environ, 'TMPDIR': str(scratch)}, text=True)
+            while process.poll() is None and not list(scratch.glob('*/Resource0/0*')):
+                pass
+            process.send_signal(number)
+            self.assertIn('interrupted', process.communicate()[1])
+            self.assertEqual((process.returncode, list(scratch.iterdir())), (2, []))
 
     def test_names_cannot_speak_to_the_terminal(self):
         self.write_archive([('\x1b[31mred', 'x'), ('a\nb', 'x')])

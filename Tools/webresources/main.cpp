@@ -72,8 +72,14 @@ void AddPack(CLI::App& app, CommandLine& line) {
 void AddMaxSize(CLI::App* command, std::uint64_t& maxSize) {
   constexpr bool kSteps1000 = false;
   command->add_option("--max-size", maxSize, "Refuse a package that can hold more (default: 4G)")
-      ->type_name("BYTES[K|M|G]")
-      ->transform(CLI::AsSizeValue(kSteps1000));
+      ->transform(CLI::AsSizeValue(kSteps1000))
+      // Runs first: the conversion would make a large number of a negative one.
+      ->transform(CLI::Validator(
+          [](const std::string& text) {
+            return text.rfind('-', 0) == 0 ? "the size must not be negative" : std::string();
+          },
+          ""))
+      ->type_name("BYTES");
 }
 
 void AddCheck(CLI::App& app, CommandLine& line) {

@@ -204,7 +204,7 @@ Header ReadHeader(const Bytes& bytes, std::size_t start) {
 
 /// The names of the fields in which the two headers of an entry contradict each other.
 std::string DifferingFields(const Header& local, const Header& central) {
-  constexpr unsigned int kSizesFollow = 8;  // the data, and a local header may leave them out
+  constexpr unsigned int kSizesFollow = 8;     // the data, and a local header may leave them out
   constexpr unsigned int kMeaningful = 0x809;  // encrypted, sizes follow, UTF-8
   const bool follow = (local.flags & kSizesFollow) != 0;
   const auto differ = [follow](std::uint64_t inLocal, std::uint64_t inCentral) {

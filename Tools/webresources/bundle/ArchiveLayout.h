@@ -30,8 +30,8 @@ struct ArchiveLayout {
   bool isDirectoryWhole = false;     ///< The entries found are as many and as long as stated.
   std::vector<Entry> entries;        ///< As many as were found, at most `entryCount`.
 
-  /// The indices of the entries whose data lies in bytes that an entry before them, or the archive's
-  /// directory, occupies; in the order of their places in the file.
+  /// The indices of the entries whose data lies in bytes that an entry before them, or the
+  /// archive's directory, occupies; in the order of their places in the file.
   std::vector<std::size_t> Overlapping() const;
 };
 

@@ -221,8 +221,7 @@ Report Check(const CheckOptions& options) {
 
   Report report("check");
   PutName(report.details, "resources", resources.directory);
-  report.findings =
-      exists ? FindOutOfBounds(resources.package, options.maxSize) : Findings();
+  report.findings = exists ? FindOutOfBounds(resources.package, options.maxSize) : Findings();
   const bool isRead = report.findings.empty();
   Examination examined;
   if (isRead) {

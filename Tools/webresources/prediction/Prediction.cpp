@@ -107,8 +107,7 @@ class Predictor {
     file.writer = index;
     file.size = entry.size;
     // The library has compared complete data with the checksum that the directory states.
-    file.crc32 =
-        entry.end == EntryData::End::Complete ? package_.entry().crc32 : ChecksumOfData();
+    file.crc32 = entry.end == EntryData::End::Complete ? package_.entry().crc32 : ChecksumOfData();
   }
 
   std::uint32_t ChecksumOfData() {

@@ -20,11 +20,11 @@ struct EntryPrediction {
   // What the package's directory says.
 
   PackageEntry::Kind kind = PackageEntry::Kind::Unreadable;
-  bool isLink = false;           ///< A symbolic link, as Unix packers store it.
-  std::uint16_t flags = 0;       ///< Of the format: see IsEncrypted() and HasUtf8Flag().
-  std::uint16_t method = 0;      ///< Of compression.
-  std::uint32_t nameLength = 0;  ///< In bytes, as stored.
-  std::string name;              ///< Up to its first zero byte, and to 511 bytes.
+  bool isLink = false;               ///< A symbolic link, as Unix packers store it.
+  std::uint16_t flags = 0;           ///< Of the format: see IsEncrypted() and HasUtf8Flag().
+  std::uint16_t method = 0;          ///< Of compression.
+  std::uint32_t nameLength = 0;      ///< In bytes, as stored.
+  std::string name;                  ///< Up to its first zero byte, and to 511 bytes.
   std::uint64_t compressedSize = 0;  ///< In bytes.
   std::uint64_t statedSize = 0;      ///< In bytes.
   PackageReader::Position position;
@@ -34,10 +34,10 @@ struct EntryPrediction {
   Action action = Action::Skip;
   /// Why a directory or file cannot be made. None if it can, or if the installer does not try.
   PredictedTree::Failure failure = PredictedTree::Failure::None;
-  DataEnd end = DataEnd::Unread;  ///< How the data of a file ends.
-  bool isOpened = false;          ///< Whether the data of a file can be opened.
-  bool isRepeated = false;        ///< The directory was announced before.
-  std::uint64_t size = 0;         ///< How many bytes of the data can be read.
+  DataEnd end = DataEnd::Unread;          ///< How the data of a file ends.
+  bool isOpened = false;                  ///< Whether the data of a file can be opened.
+  bool isRepeated = false;                ///< The directory was announced before.
+  std::uint64_t size = 0;                 ///< How many bytes of the data can be read.
   std::optional<std::size_t> replacedBy;  ///< The index of a later entry that writes the same file.
 
   bool IsEncrypted() const { return (flags & 1U) != 0; }
@@ -54,8 +54,7 @@ struct Prediction {
 };
 
 /// Is given each portion of data that is read, in order, with the index of its entry.
-using PortionSink =
-    std::function<void(std::size_t entry, const char* bytes, std::size_t length)>;
+using PortionSink = std::function<void(std::size_t entry, const char* bytes, std::size_t length)>;
 
 /// Predicts what the installer will leave of `package`, which must be at its beginning. Reads the
 /// data of each entry once and passes it to `sink`, if there is one; an entry whose data is damaged

@@ -3,8 +3,8 @@
 
 #include <string>
 
-/// Lets a command that has temporary files end by an exception when the user stops it, so that their
-/// owners remove them.
+/// Lets a command that has temporary files end by an exception when the user stops it, so that
+/// their owners remove them.
 
 /// From now on, SIGHUP, SIGINT and SIGTERM do not end the process but make ThrowIfInterrupted()
 /// throw. A signal that is ignored stays ignored. May be called more than once.
