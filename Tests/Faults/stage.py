@@ -69,8 +69,9 @@ class Stage:
         """A run that nothing disturbs."""
         return self._run(["chroot", self.root, PROGRAM])
 
-    def run_with(self, action, call, number):
-        result = self._run([INJECT, self.root, self.report, action, call, str(number), PROGRAM])
+    def run_with(self, action, call, number, command=(PROGRAM,)):
+        """A run of the installer, or of another command in the root, that is disturbed."""
+        result = self._run([INJECT, self.root, self.report, action, call, str(number), *command])
         return result._replace(struck=" * " in self.report.read_text(errors="surrogateescape"))
 
     def run_failing_allocation(self, number):
@@ -87,9 +88,9 @@ class Stage:
         """The system calls of an undisturbed run: pairs of a name and its number."""
         return [(name, number) for name, number, _ in self.calls_and_paths()]
 
-    def calls_and_paths(self):
+    def calls_and_paths(self, command=(PROGRAM,)):
         """As above, each with the path that an openat() names."""
-        self.run_with("none", "", "0")
+        self.run_with("none", "", "0", command)
         lines = (line.split(" ", 3) for line in
                  self.report.read_text(errors="surrogateescape").splitlines())
         return [(name, int(number), path) for name, number, _, path in lines]

@@ -115,23 +115,22 @@ std::uint64_t ArchiveWriter::AddFile(const std::string& name, const std::string&
   const Measure measure = MeasureAndSpool(source);
   const bool isDeflated = measure.deflatedSize < measure.size;
   OpenEntry(name, false, isDeflated);
+  // Read again in any case: what was read while the file changed may be bytes that it never held.
+  source.Rewind();
   if (isDeflated && spool_.size() == measure.deflatedSize) {
     WriteData(spool_.data(), spool_.size());
+    while (source.Read(input_) > 0) {
+    }
+  } else if (isDeflated) {
+    Deflate(source,
+            [this](const unsigned char* bytes, std::size_t length) { WriteData(bytes, length); });
   } else {
-    source.Rewind();
-    const auto write = [this](const unsigned char* bytes, std::size_t length) {
-      WriteData(bytes, length);
-    };
-    if (isDeflated) {
-      Deflate(source, write);
-    } else {
-      while (const std::size_t length = source.Read(input_)) {
-        write(input_.data(), length);
-      }
+    while (const std::size_t length = source.Read(input_)) {
+      WriteData(input_.data(), length);
     }
-    if (source.size() != measure.size || source.crc() != measure.crc) {
-      throw Error("pack", path, "it changed meanwhile");
-    }
+  }
+  if (source.size() != measure.size || source.crc() != measure.crc) {
+    throw Error("pack", path, "it changed meanwhile");
   }
   CloseEntry(measure.size, measure.crc);
   return measure.size;
