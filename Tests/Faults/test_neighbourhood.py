@@ -222,6 +222,26 @@ class Planted(Neighbourhood):
                                   script.replace("$OUT", "Resource0/index.html"))
                 self.assert_installed()
 
+    def test_nothing_is_written_through_what_is_planted_again_and_again(self):
+        """What gives way is planted once more before each call, however the file is opened."""
+        plants = {"link": "ln -s /elsewhere/victim", "link to a new file": "ln -s /elsewhere/new",
+                  "hard link": "ln ../../../../../../elsewhere/victim", "FIFO": "mkfifo"}
+        self.begin("fresh: small")
+        first = self.opening_of_the_first_file()
+        calls = {name for name, _ in self.stage.calls()}
+        for what, script in plants.items():
+            for call in sorted(calls & {"openat", "newfstatat", "unlink"}):
+                with self.subTest(what, call=call):
+                    self.begin("fresh: small")
+                    number = first if call == "openat" else 1
+                    self.run_installer(lambda: self.stage.run_with(
+                        f"sh:cd '{INSTALL_ROOT[1:]}' 2>/dev/null && "
+                        f"{script.replace('ln -s', 'ln -sf')} Resource0/index.html 2>/dev/null",
+                        call, f"{number}+"))
+                    self.assertEqual(
+                        (self.stage.install_root / "Resource0/css/a.css").read_bytes(),
+                        SMALL["css/a.css"])
+
     def test_directory_at_an_output_path_stays_and_the_rest_is_extracted(self):
         self.begin("fresh: small")
         self.plant_before("openat", self.opening_of_the_first_file(),
