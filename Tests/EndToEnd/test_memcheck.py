@@ -12,6 +12,7 @@ from machine import (APPLICATION, CONTENT, EXECUTABLE, InstallerTestCase, SANITI
 from private_root import INSTALL_ROOT, program, tree
 
 
+@unittest.skipUnless(shutil.which("valgrind.bin"), "there is no valgrind")
 @unittest.skipIf(SANITIZED, "valgrind and the sanitizers exclude each other")
 class UnderValgrind(InstallerTestCase):
     ERROR = 99

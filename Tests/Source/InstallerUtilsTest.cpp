@@ -267,7 +267,7 @@ TEST_F(Extraction, LinkInTheDestinationsPlaceFails) {
 TEST_F(Extraction, NamesAreUsedByteForByte) {
   for (int byte = 1; byte < 256; ++byte) {
     const std::string name = "x" + std::string(1, static_cast<char>(byte)) + "y%s";
-    if (byte != '/') {
+    if (byte != '/' && FileSystemTakes(Destination() + "/" + name)) {
       EXPECT_EQ(Extract({{name, "1"}}), (Tree{{name, "1"}})) << byte;
       fs::remove_all(Destination());
     }

@@ -79,6 +79,8 @@ std::string BundleWithResourcesPathOf(std::size_t length, const ScopedDirectory&
 }
 
 TEST_F(ResourcePaths, ResourcesPathOf1023BytesIsWhole) {
+  SKIP_UNLESS_FILE_SYSTEM_TAKES(BundleWithResourcesPathOf(1024, directory_) +
+                                "/Contents/Resources");
   const std::string path = BundleWithResourcesPathOf(1023, directory_);
   const BundleProcess bundle(path);
   EXPECT_EQ(bundle.Answers("metadata"), path + "/Contents/Resources/metadata.txt\n");
@@ -86,6 +88,8 @@ TEST_F(ResourcePaths, ResourcesPathOf1023BytesIsWhole) {
 }
 
 TEST_F(ResourcePaths, ResourcesPathOf1024BytesYieldsAnEmptyString) {
+  SKIP_UNLESS_FILE_SYSTEM_TAKES(BundleWithResourcesPathOf(1024, directory_) +
+                                "/Contents/Resources");
   for (const std::size_t length : {1024U, 1025U}) {
     const BundleProcess bundle(BundleWithResourcesPathOf(length, directory_));
     EXPECT_EQ(bundle.Answers("metadata zip"), "\n\n") << length;
@@ -93,6 +97,8 @@ TEST_F(ResourcePaths, ResourcesPathOf1024BytesYieldsAnEmptyString) {
 }
 
 TEST_F(ResourcePaths, ResourcesPathFarTooLongYieldsAnEmptyString) {
+  SKIP_UNLESS_FILE_SYSTEM_TAKES(BundleWithResourcesPathOf(1024, directory_) +
+                                "/Contents/Resources");
   if (std::string(BUNDLE_EXECUTABLES) == "Linux") {
     GTEST_SKIP() << "CoreFoundation for Linux cuts the executable's own path";
   }

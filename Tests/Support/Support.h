@@ -44,6 +44,15 @@ inline mode_t Mode(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
 }
 
+/// Ends a test whose paths this file system refuses. Which tests those are on a Mac is listed in
+/// Tests/Doubles/test_darwin_files.py.
+#define SKIP_UNLESS_FILE_SYSTEM_TAKES(path)                                                \
+  do {                                                                                     \
+    if (!FileSystemTakes(path)) {                                                          \
+      GTEST_SKIP() << "this file system takes no path of " << (path).length() << " bytes"; \
+    }                                                                                      \
+  } while (false)
+
 /// How many descriptors this process has open.
 inline int OpenDescriptors() {
   int count = 0;

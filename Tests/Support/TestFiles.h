@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -62,6 +63,13 @@ inline std::string ReadFile(const std::string& path) {
 inline bool Exists(const std::string& path) {
   struct stat status = {};
   return lstat(path.c_str(), &status) == 0;
+}
+
+/// Whether the file system takes such a path, which need not exist. Some refuse a path of 1,024
+/// bytes, or one that is not UTF-8.
+inline bool FileSystemTakes(const std::string& path) {
+  struct stat status = {};
+  return lstat(path.c_str(), &status) == 0 || (errno != ENAMETOOLONG && errno != EILSEQ);
 }
 
 /// What stands below a directory: a file's contents, and nothing for a directory or a link, whose

@@ -1,6 +1,7 @@
 """What the installer writes and where, and private roots: directories that a program sees as "/".
 Shared by all Python tests."""
 
+import errno
 import os
 import pathlib
 import shutil
@@ -28,6 +29,19 @@ def record_of(update, directory="Resource0"):
     """The record after an installation, without the random identifier."""
     return {"tWebResourceInstallPath": directory, "iUpdateId": update,
             "tFullVersion": full_version(update)}
+
+
+def file_system_takes(path):
+    """Whether the file system takes such a path, which need not exist: bytes or text. Some refuse
+    one of 1,024 bytes, or one that is not UTF-8."""
+    try:
+        os.lstat(path)
+    except OSError as error:
+        return error.errno not in (errno.EILSEQ, errno.ENAMETOOLONG)
+    return True
+
+
+TAKES_LONG_PATHS = file_system_takes("/d" * 512)
 
 
 def tree(directory):

@@ -1,0 +1,124 @@
+"""The tests of the installer on a file system as a Mac has it (darwin_files.cpp): all pass, and just
+those are skipped whose paths it refuses."""
+
+import errno
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+END_TO_END = pathlib.Path(__file__).resolve().parents[1] / "EndToEnd"
+DARWIN_FILES = os.environ["DARWIN_FILES"]
+
+SKIPPED = {
+    "SourceTest": {
+        "DeleteAllButOne.EntriesWithPathsOver1023BytesAreCut",
+        "DeleteAllButOne.RootWithoutRoomForANameKeepsAll",
+        "DeleteDirectory.CutPathNamesAnotherEntry",
+        "DeleteDirectory.DeeperTreeStaysBelowPathsOf1023Bytes",
+        "DeleteDirectory.DirectoryWithoutRoomForANameIsNotEnteredAgain",
+        "DeleteDirectory.FileWithALongerPathStays",
+        "DeleteDirectory.LinkNamedByACutPathIsNotFollowed",
+        "DeleteDirectory.NameCutToDotsLeadsNowhere",
+        "DeleteDirectory.NameCutToOneDotLeadsNowhere",
+        "EnsureDirectory.LongPathThatExistsIsNotCut",
+        "Metadata.ResourcesPathThatIsTooLongRaises",
+        "ResourcePaths.ResourcesPathFarTooLongYieldsAnEmptyString",
+        "ResourcePaths.ResourcesPathOf1023BytesIsWhole",
+        "ResourcePaths.ResourcesPathOf1024BytesYieldsAnEmptyString",
+    },
+    "test_run.py": {
+        "test_tree_with_paths_too_long_to_remove_keeps_its_name_and_the_new_one_its_number"},
+    "test_surroundings.py": {"test_resources_path_of_1023_bytes_is_the_longest"},
+}
+
+
+def on_darwin_files(*command, **options):
+    """Runs a command there, and returns the completed process."""
+    return subprocess.run(command, env={**os.environ, "LD_PRELOAD": DARWIN_FILES}, text=True,
+                          stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                          stderr=subprocess.STDOUT, check=False, **options)
+
+
+class FileSystem(unittest.TestCase):
+    """The double itself."""
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory()
+        self.addCleanup(directory.cleanup)
+        self.directory = pathlib.Path(directory.name)
+
+    def result_of(self, statement):
+        """What a statement of Python prints there, or the number of the error it ends with."""
+        program = ("import os, pathlib, shutil\n"
+                   f"try:\n  {statement}\nexcept OSError as error:\n  print(error.errno)")
+        return on_darwin_files(sys.executable, "-c", program, cwd=self.directory).stdout.strip()
+
+    def test_path_of_1024_bytes_is_too_long(self):
+        for call in ("open({})", "os.stat({})", "os.unlink({})", "os.rename({}, 'y')"):
+            self.assertEqual(self.result_of(call.format("'./' * 511 + 'x'")), str(errno.ENOENT))
+            self.assertEqual(self.result_of(call.format("'./' * 511 + 'xy'")),
+                             str(errno.ENAMETOOLONG))
+        self.assertEqual(self.result_of("os.mkdir('./' * 511 + 'x')"), "")
+
+    def test_name_that_is_not_utf8_is_refused(self):
+        for name in (b"caf\xe9", b"\xff", b"a\xc3", b"\xe2\x82"):
+            self.assertEqual(self.result_of(f"os.mkdir({name})"), str(errno.EILSEQ))
+        self.assertEqual(self.result_of("os.mkdir('\\u00e9\\u65e5\\U0001f600')"), "")
+
+    def test_case_is_ignored_and_preserved(self):
+        self.assertEqual(self.result_of("os.makedirs('Aa/Bb'); print(os.path.isdir('aA/BB'))"),
+                         "True")
+        self.assertEqual(self.result_of("os.mkdir('AA')"), str(errno.EEXIST))
+        self.assertEqual(self.result_of("pathlib.Path('aa/bb/File').touch()"), "")
+        self.assertEqual(os.listdir(self.directory / "Aa/Bb"), ["File"])
+        self.assertEqual(self.result_of("os.rename('aa/bb/FILE', 'aa/bb/fILE')"), "")
+        self.assertEqual(os.listdir(self.directory / "Aa/Bb"), ["fILE"])
+        self.assertEqual(self.result_of("shutil.rmtree('AA')"), "")
+        self.assertEqual(os.listdir(self.directory), [])
+
+
+class Installer(unittest.TestCase):
+    """The installer's tests, of which test_NAME runs one program or file."""
+
+    maxDiff = 3000
+
+    def assert_passes_but(self, name, result, skipped):
+        self.assertEqual(result.returncode, 0, result.stdout)
+        self.assertEqual(set(skipped), SKIPPED.get(name, set()))
+
+    def test_source(self):
+        result = on_darwin_files(os.environ["SOURCE_TEST"])
+        skipped = re.findall(r"^\[  SKIPPED \] (\S+) \(", result.stdout, re.MULTILINE)
+        self.assert_passes_but("SourceTest", result, skipped)
+
+    def end_to_end(self, name):
+        result = on_darwin_files(sys.executable, "-B", "-W", "ignore::UserWarning:zipfile", "-m",
+                                 "unittest", "-v", name, cwd=END_TO_END)
+        skipped = re.findall(r"^(\w+) \(.*\) \.\.\. skipped", result.stdout, re.MULTILINE)
+        self.assert_passes_but(name, result, skipped)
+
+    def test_run(self):
+        self.end_to_end("test_run.py")
+
+    def test_metadata(self):
+        self.end_to_end("test_metadata.py")
+
+    def test_entries(self):
+        self.end_to_end("test_entries.py")
+
+    def test_packages(self):
+        self.end_to_end("test_packages.py")
+
+    def test_record(self):
+        self.end_to_end("test_record.py")
+
+    def test_surroundings(self):
+        self.end_to_end("test_surroundings.py")
+
+
+if __name__ == "__main__":
+    unittest.main()
