@@ -1,4 +1,4 @@
-# What Debian wants otherwise than `cmake --install` does it.
+# Changes what `cmake --install` laid out to what Debian wants.
 set(shared ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share)
 
 file(GLOB_RECURSE documents ${shared}/man/*.1 ${shared}/doc/*/changelog)

@@ -1,5 +1,6 @@
 """The Debian package, and a product's package that builds on it, on a machine's own dpkg."""
 
+import json
 import os
 import re
 import shutil
@@ -35,7 +36,47 @@ class Package(ShippingTestCase):
             "/usr/share/bash-completion/completions/webresources",
             "/usr/share/zsh/vendor-completions/_webresources",
             "/usr/share/lintian/overrides/web-resource-installer",
-            f"{documents}/changelog.gz", f"{documents}/copyright"})
+            f"{documents}/changelog.gz", f"{documents}/copyright",
+            f"{documents}/THIRD-PARTY-NOTICES.md", f"{documents}/bill-of-materials.cdx.json",
+            f"{documents}/third-party/cli11.txt", f"{documents}/third-party/nlohmann-json3.txt",
+            f"{documents}/third-party/linux.txt",
+            f"{documents}/third-party/{compiler_package()}.txt"})
+
+
+def compiler_package():
+    """The source package of the C++ runtime, whose name ends in the version."""
+    runtime = run("g++", "-print-file-name=libstdc++.a").strip()
+    package = run("dpkg", "--search", os.path.realpath(runtime)).split(":")[0]
+    return run("dpkg-query", "--show", "--showformat=${source:Package}", package)
+
+
+class BillOfMaterials(ShippingTestCase):
+    def setUp(self):
+        super().setUp()
+        run("dpkg-deb", "--extract", PACKAGE, self.directory)
+        documents = self.directory / "usr/share/doc/web-resource-installer"
+        bill = json.loads((documents / "bill-of-materials.cdx.json").read_text())
+        self.assertEqual((bill["bomFormat"], bill["specVersion"]), ("CycloneDX", "1.5"))
+        self.linkages = {each["name"]: {linkage["value"] for linkage in each["properties"]}
+                         for each in bill["components"]}
+        self.notices = (documents / "THIRD-PARTY-NOTICES.md").read_text()
+
+    def test_lists_each_library_that_a_program_loads(self):
+        for program in ("usr/bin/webresources",
+                        f"{BUNDLE[1:]}/Contents/MacOS/WebResourceInstaller"):
+            listed = run("ldd", self.directory / program)
+            for library in re.findall(r"lib(z|minizip|plist|utf8proc|c)[-.\d]*\.so", listed):
+                source = {"z": "zlib", "plist": "libplist", "c": "glibc"}.get(library, library)
+                self.assertIn("shared library", self.linkages[source])
+
+    def test_lists_what_is_compiled_or_linked_in(self):
+        self.assertEqual(self.linkages["cli11"], {"headers"})
+        self.assertEqual(self.linkages["nlohmann-json3"], {"headers"})
+        self.assertIn("static library", self.linkages[compiler_package()])
+
+    def test_notices_name_each_component(self):
+        for name in self.linkages:
+            self.assertIn(f"`{re.sub('^(gcc)-[0-9]+$', 'gcc', name)}`", self.notices)
 
 
 class Product(ShippingTestCase):
