@@ -301,7 +301,7 @@ class Bench:
         # The findings of the content, such as names that are not flagged, do not matter here.
         done = '; [ $? -le 1 ]'
         tests = (
-            ("pack", shell("webresources", '"$0" pack --quiet --update-id 1 --output "$1" "$2"',
+            ("pack", shell("webresources", '"$0" pack --quiet --create --update-id 1 --output "$1" "$2"',
                            program, packed, installed),
              shell("zip -r", 'cd "$1" && zip -qr "$0/package.zip" .', packed, installed)),
             ("check", shell("webresources", '"$0" check --quiet "$1" >/dev/null' + done, program,

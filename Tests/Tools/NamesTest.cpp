@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "NameFindings.h"
 #include "Names.h"
 
 namespace {
@@ -33,12 +34,21 @@ TEST(Names, CollisionIsFoundInOneDirectoryOnly) {
   EXPECT_TRUE(collisions[0].differsInCase);
 }
 
-TEST(Names, JunkIsKnownByEachOfItsComponents) {
-  EXPECT_EQ(names::JunkKind("a/.DS_Store"), names::Junk::DsStore);
-  EXPECT_EQ(names::JunkKind("__MACOSX/a"), names::Junk::MacOsx);
-  EXPECT_EQ(names::JunkKind("a/._b"), names::Junk::AppleDouble);
-  EXPECT_EQ(names::JunkKind("a/.b/_c"), names::Junk::None);
-  EXPECT_EQ(names::JunkKind("a/x.DS_Store"), names::Junk::None);
+TEST(NameFindings, JunkIsKnownByEachOfItsComponents) {
+  for (const char* path :
+       {"a/.DS_Store", "__MACOSX/a", "a/._b", "Thumbs.db", "a/desktop.ini", "Desktop.ini",
+        ".git/HEAD", "a/.git", ".svn/", ".hg/x", ".bzr/x", "_darcs/x", "a/CVS/Root", "index.html~",
+        ".index.html.swp", ".index.html.swo", "#index.html#"}) {
+    EXPECT_NE(JunkReason(path), "") << path;
+  }
+}
+
+TEST(NameFindings, NamesThatResembleJunkAreNone) {
+  for (const char* path :
+       {"a/.b/_c", "a/x.DS_Store", "Thumbs.dbx", ".gitignore", "cvs/a", "a~b", ".swp", "index.swp",
+        "#index.html", "index.html#", ".well-known/a", ""}) {
+    EXPECT_EQ(JunkReason(path), "") << path;
+  }
 }
 
 }  // namespace

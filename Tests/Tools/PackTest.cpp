@@ -11,19 +11,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A directory "site" to pack, and "resources" to write to.
+/// A directory "site" to pack, and "Resources" to write to.
 class PackTest : public testing::Test {
  protected:
   PackTest() {
     fs::create_directory(directory_ / "site");
-    fs::create_directory(directory_ / "resources");
+    fs::create_directory(directory_ / "Resources");
     options_.directory = directory_ / "site";
-    options_.output = directory_ / "resources";
+    options_.output = directory_ / "Resources";
     options_.updateId = 7;
   }
 
   std::string Site(const std::string& name) const { return directory_ / ("site/" + name); }
-  std::string Written(const std::string& name) const { return directory_ / ("resources/" + name); }
+  std::string Written(const std::string& name) const { return directory_ / ("Resources/" + name); }
 
   /// The identifiers of the findings, each with a blank after it.
   std::string Refusals() {
@@ -65,6 +65,7 @@ TEST_F(PackTest, EntriesStandInTheOrderOfBytesWithEachDirectoryBeforeItsFiles) {
 }
 
 TEST_F(PackTest, MetadataHoldsWhatIsAskedFor) {
+  WriteFile(Site("f"), "x");
   options_.clear = options_.regenerate = true;
   options_.updateId = -2;
   EXPECT_EQ(Refusals(), "");
@@ -95,7 +96,7 @@ TEST_F(PackTest, JunkIsLeftOutAndSaidSo) {
 TEST_F(PackTest, JunkIsKeptOnRequest) {
   WriteFile(Site(".DS_Store"), "x");
   WriteFile(Site("._f"), "x");
-  options_.selection.kept = {names::Junk::DsStore};
+  options_.selection.kept = {".DS_*"};
   const Report report = Pack(options_);
   ASSERT_EQ(report.details["leftOut"].size(), 1U);
   EXPECT_EQ(report.details["leftOut"][0]["path"], "._f");
@@ -123,6 +124,7 @@ TEST_F(PackTest, LinksAreRefusedUnlessFollowed) {
 }
 
 TEST_F(PackTest, LinkThatLeadsNowhereOrBackIsRefused) {
+  WriteFile(Site("f"), "x");
   options_.selection.followLinks = true;
   fs::create_symlink("nowhere", Site("a"));
   fs::create_symlink(".", Site("b"));
@@ -130,18 +132,106 @@ TEST_F(PackTest, LinkThatLeadsNowhereOrBackIsRefused) {
 }
 
 TEST_F(PackTest, SpecialFileIsRefused) {
+  WriteFile(Site("f"), "x");
   mkfifo(Site("fifo").c_str(), 0600);
   EXPECT_EQ(Refusals(), "special-file ");
 }
 
-TEST_F(PackTest, FilesThatCouldFillAPackageOf4GiBAreRefused) {
+TEST_F(PackTest, FilesThatCouldFillAPackageOf4GiBTogetherAreRefused) {
   WriteFile(Site("a"), "x");
   WriteFile(Site("b"), "");
   WriteFile(Site("c"), "");
   fs::resize_file(Site("b"), std::uintmax_t{3} << 30U);  // takes no room on the disk
   fs::resize_file(Site("c"), std::uintmax_t{1} << 30U);
-  EXPECT_EQ(Refusals(), "package-too-large ");
+  const Report report = Pack(options_);
+  ASSERT_EQ(report.findings.size(), 1U);
+  EXPECT_STREQ(report.findings[0].rule->id, "package-too-large");
+  EXPECT_EQ(report.findings[0].subject, "OrloWebResources.zip");
   EXPECT_FALSE(Exists(Written("OrloWebResources.zip")));
+}
+
+TEST_F(PackTest, OnlyFilesThatAreTooLargeAreNamed) {
+  for (const char* name : {"a", "b", "c"}) {
+    WriteFile(Site(name), "x");
+  }
+  fs::resize_file(Site("b"), std::uintmax_t{4} << 30U);
+  const Report report = Pack(options_);
+  ASSERT_EQ(report.findings.size(), 1U);
+  EXPECT_EQ(report.findings[0].subject, "b");
+}
+
+TEST_F(PackTest, EmptyDirectoryIsRefused) {
+  EXPECT_EQ(Refusals(), "package-empty ");
+  WriteFile(Site(".DS_Store"), "x");
+  EXPECT_EQ(Refusals(), "package-empty ");
+}
+
+TEST_F(PackTest, UncleanNamesAreRefused) {
+  WriteFile(Site("a\\b"), "x");
+  WriteFile(Site("a\nb"), "x");
+  EXPECT_EQ(Refusals(), "name-unclean name-unclean ");
+}
+
+TEST_F(PackTest, RequiredFileMustBePacked) {
+  WriteFile(Site("f"), "x");
+  fs::create_directory(Site("index.html"));
+  options_.selection.required = {"index.html", "f"};
+  EXPECT_EQ(Refusals(), "required-missing ");
+  fs::remove(Site("index.html"));
+  WriteFile(Site("index.html"), "x");
+  EXPECT_EQ(Refusals(), "");
+}
+
+TEST_F(PackTest, OutputMustBeABundleOrItsResources) {
+  WriteFile(Site("f"), "x");
+  options_.output = directory_ / "elsewhere";
+  fs::create_directory(options_.output);
+  EXPECT_THROW(Pack(options_), Error);
+  EXPECT_EQ(TreeOf(options_.output), Tree{});
+  fs::create_directories(directory_ / "A.app/Contents/Resources");
+  fs::create_directories(directory_ / "B.app/Resources");
+  for (const char* output : {"A.app", "A.app/Contents", "B.app", "B.app/Resources", "Resources"}) {
+    options_.output = directory_ / output;
+    EXPECT_EQ(Refusals(), "") << output;
+  }
+}
+
+TEST_F(PackTest, OutputIsMadeOnRequest) {
+  WriteFile(Site("f"), "x");
+  options_.output = directory_ / "new/directory";
+  EXPECT_THROW(Pack(options_), Error);
+  options_.createsOutput = true;
+  EXPECT_EQ(Refusals(), "");
+  EXPECT_EQ(Packed(), "f ");
+}
+
+TEST_F(PackTest, FilesThatKilledRunsLeftAreRemovedAndNoOthers) {
+  WriteFile(Site("f"), "x");
+  for (const char* name :
+       {".OrloWebResources.zip.tmp-1", ".OrloWebResources.zip.old-99999999", ".metadata.txt.tmp-7",
+        ".metadata.txt.tmp-x", ".metadata.txt.tmp-", ".other.tmp-7"}) {
+    WriteFile(Written(name), "left");
+  }
+  AtomicFile inUse(Written("metadata.txt"));
+  fs::rename(inUse.temporary(), Written(".metadata.txt.tmp-8"));  // as if another process had it
+  EXPECT_EQ(Refusals(), "");
+  Tree tree = TreeOf(options_.output);
+  tree.erase("OrloWebResources.zip");
+  tree.erase("metadata.txt");
+  EXPECT_EQ(tree, (Tree{{".metadata.txt.tmp-8", ""},
+                        {".metadata.txt.tmp-x", "left"},
+                        {".metadata.txt.tmp-", "left"},
+                        {".other.tmp-7", "left"}}));
+}
+
+TEST(UpdateId, IsWrittenInPlainDecimalDigits) {
+  for (const char* text : {"0", "7", "-2", "-1", "999999999", "-99999999"}) {
+    EXPECT_EQ(ProblemOfUpdateId(text), "") << text;
+  }
+  for (const char* text : {"", "-", "-0", "010", "-07", "0x7", "+7", " 7", "7 ", "1e3", "7.0",
+                           "1000000000", "-100000000", "99999999999999999999"}) {
+    EXPECT_NE(ProblemOfUpdateId(text), "") << text;
+  }
 }
 
 TEST_F(PackTest, CollidingNamesAreRefused) {
@@ -164,6 +254,7 @@ TEST_F(PackTest, NameThatIsNotUtf8IsRefused) {
 }
 
 TEST_F(PackTest, UpdateNumberThatCountsAsAbsentIsRefused) {
+  WriteFile(Site("f"), "x");
   options_.updateId = -1;
   EXPECT_EQ(Refusals(), "metadata-updateid-absent ");
 }
@@ -193,7 +284,7 @@ TEST_F(PackTest, FileThatCannotBeReadLeavesTheOldOutput) {
   WriteFile(Site("f"), "x");
   ASSERT_EQ(Refusals(), "");
   const Tree before = TreeOf(options_.output);
-  chmod((directory_ / "resources").c_str(), 0777);
+  chmod((directory_ / "Resources").c_str(), 0777);
   WriteFile(Site("secret"), "x");
   chmod(Site("secret").c_str(), 0);
   EXPECT_TRUE(AsOrdinaryUser([this] {

@@ -79,8 +79,8 @@ class Case(unittest.TestCase):
         (self.site / 'b\u00e4r').write_text('name')
 
     def pack(self, *arguments, status=0, output=None, **options):
-        result = run('pack', self.site, '--update-id', '7', '--output',
-                     output or self.resources, *arguments, **options)
+        target = ['--output', output, '--create'] if output else ['--output', self.resources]
+        result = run('pack', self.site, '--update-id', '7', *target, *arguments, **options)
         self.assertEqual(result.returncode, status, result.stderr + result.stdout)
         return result
 
@@ -198,6 +198,34 @@ class PackTest(Case):
         self.assertIn('interrupted', process.communicate()[1])
         self.assertEqual(process.returncode, 2)
         self.assertEqual(tree_of(self.resources), before)
+
+    def test_file_of_a_killed_run_does_not_survive_the_next_one(self):
+        for i in range(3000):
+            (self.site / str(i)).write_bytes(os.urandom(3000))
+        process = subprocess.Popen(
+            [COMMAND, 'pack', self.site, '--update-id', '8', '--output', self.resources])
+        while process.poll() is None and len(tree_of(self.resources)) < 2:
+            pass
+        process.kill()
+        process.wait()
+        self.assertEqual(len(tree_of(self.resources)), 2)
+        self.pack()
+        self.assertEqual(sorted(tree_of(self.resources)), ['OrloWebResources.zip', 'metadata.txt'])
+
+    def test_two_at_once_leave_a_whole_bundle(self):
+        for i in range(300):
+            (self.site / str(i)).write_bytes(os.urandom(3000))
+        processes = [subprocess.Popen([COMMAND, 'pack', self.site, '--update-id', '8', '--output',
+                                       self.resources], stdout=subprocess.DEVNULL)
+                     for _ in range(8)]
+        self.assertEqual([process.wait() for process in processes], [0] * 8)
+        self.assertEqual(sorted(tree_of(self.resources)), ['OrloWebResources.zip', 'metadata.txt'])
+        self.assertEqual(self.check_ids(), [])
+
+    def test_directory_that_is_no_bundle_is_not_written_to(self):
+        result = run('pack', self.site, '--update-id', '7', '--output', self.directory)
+        self.assertEqual(result.returncode, 2)
+        self.assertIn('--create', result.stderr)
 
     def test_directory_that_does_not_exist_is_an_error_that_names_it(self):
         shutil.rmtree(self.site)
@@ -395,8 +423,8 @@ class UsageTest(Case):
         for arguments in ([], ['unknown'], ['check'], ['check', '--unknown', '.'],
                           ['pack', self.site], ['installcheck'],
                           ['pack', self.site, '--update-id', 'x', '--output', self.resources],
-                          ['pack', self.site, '--update-id', '2147483648', '--output',
-                           self.resources]):
+                          *(['pack', self.site, '--update-id', number, '--output', self.resources]
+                            for number in ('', '010', '0x7', '+7', '1000000000'))):
             result = run(*arguments)
             self.assertEqual((result.returncode, result.stdout), (64, ''), arguments)
             self.assertNotEqual(result.stderr, '')

@@ -18,9 +18,6 @@ struct CommandLine {
   PackOptions pack;
   CheckOptions check;
   VerifyOptions verify;
-  bool keepDsStore = false;
-  bool keepMacOsx = false;
-  bool keepAppleDouble = false;
 };
 
 CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
@@ -40,20 +37,14 @@ void AddPack(CLI::App& app, CommandLine& line) {
   PackOptions& options = line.pack;
   CLI::App* command =
       AddCommand(app, line, "pack", "Make a bundle's package and metadata of a directory",
-                 "pack site --update-id 7 --output X.app", [&line] {
-                   const std::pair<bool, names::Junk> kept[] = {
-                       {line.keepDsStore, names::Junk::DsStore},
-                       {line.keepMacOsx, names::Junk::MacOsx},
-                       {line.keepAppleDouble, names::Junk::AppleDouble}};
-                   for (const auto& [isKept, junk] : kept) {
-                     if (isKept) {
-                       line.pack.selection.kept.insert(junk);
-                     }
-                   }
-                   return Pack(line.pack);
-                 });
+                 "pack site --update-id 7 --output X.app", [&line] { return Pack(line.pack); });
   command->add_option("DIRECTORY", options.directory, "What to pack")->required();
-  command->add_option("--update-id", options.updateId, "The update number to record")->required();
+  command
+      ->add_option("--update-id", options.updateId,
+                   "The update number, from -99999999 to 999999999")
+      ->required()
+      ->check(ProblemOfUpdateId)
+      ->type_name("NUMBER");
   command->add_option("--output", options.output, "A bundle, or its Resources directory")
       ->required();
   command->add_flag("--clear", options.clear, "Wipe foreign keys from the record first");
@@ -62,9 +53,14 @@ void AddPack(CLI::App& app, CommandLine& line) {
       ->type_name("GLOB")
       ->allow_extra_args(false);
   command->add_flag("--follow", options.selection.followLinks, "Pack what symbolic links lead to");
-  command->add_flag("--keep-ds-store", line.keepDsStore, "Pack .DS_Store files");
-  command->add_flag("--keep-macosx", line.keepMacOsx, "Pack __MACOSX directories");
-  command->add_flag("--keep-apple-double", line.keepAppleDouble, "Pack ._* files");
+  command->add_option("--keep", options.selection.kept, "Pack what matches GLOB, junk or not")
+      ->type_name("GLOB")
+      ->allow_extra_args(false);
+  command->add_option("--require", options.selection.required, "Refuse if there is no such file")
+      ->type_name("PATH")
+      ->allow_extra_args(false);
+  command->add_flag("--create", options.createsOutput,
+                    "Write to any directory, make it if missing");
   command->add_flag("--quiet", options.isQuiet, "Say nothing but findings and errors");
 }
 

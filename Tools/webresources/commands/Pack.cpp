@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <charconv>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -13,6 +14,7 @@
 #include "Files.h"
 #include "Interruption.h"
 #include "Metadata.h"
+#include "Names.h"
 
 namespace {
 
@@ -31,6 +33,21 @@ std::int64_t EntryTime() {
     throw Error("use", "SOURCE_DATE_EPOCH", "it is not a number of seconds: " + std::string(text));
   }
   return seconds;
+}
+
+/// Finds the files to write. A directory that is no bundle is most likely a mistake: the two files
+/// would be of no use there.
+BundleFiles FindOutput(const PackOptions& options) {
+  if (options.createsOutput) {
+    MakeDirectories(options.output);
+  }
+  const BundleFiles files = FindBundleFiles(options.output);
+  if (!options.createsOutput && names::Last(RealPath(files.directory)) != "Resources") {
+    throw Error("write to", options.output,
+                "it is neither a bundle nor a Resources directory (--create writes there "
+                "nevertheless)");
+  }
+  return files;
 }
 
 /// What is written must not become part of what is packed.
@@ -139,7 +156,7 @@ void ReportTotals(const Totals& totals, const BundleFiles& resources, bool isQui
 }  // namespace
 
 Report Pack(const PackOptions& options) {
-  const BundleFiles resources = FindBundleFiles(options.output);
+  const BundleFiles resources = FindOutput(options);
   RequireOutside(resources.directory, options.directory);
   const SourceTree tree = CollectSource(options.directory, options.selection);
   CatchInterruptions();
@@ -162,4 +179,19 @@ Report Pack(const PackOptions& options) {
   AtomicFile::CommitBoth(package, metadata);
   ReportTotals(totals, resources, options.isQuiet, report);
   return report;
+}
+
+std::string ProblemOfUpdateId(const std::string& text) {
+  const std::string digits = text.substr(text.rfind('-', 0) == 0 ? 1 : 0);
+  const bool isPlain = !digits.empty() && digits.find_first_not_of("0123456789") == digits.npos &&
+                       (digits.front() != '0' || text == "0");
+  std::int32_t number = 0;
+  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool fits =
+      failure == std::errc() && number >= kSmallestUpdateId && number <= kLargestUpdateId;
+  return isPlain && fits
+             ? std::string()
+             : "the update number must be a whole number from " +
+                   std::to_string(kSmallestUpdateId) + " to " + std::to_string(kLargestUpdateId) +
+                   ", in decimal digits without leading zeros";
 }

@@ -8,17 +8,29 @@
 #include "SourceTree.h"
 
 struct PackOptions {
-  std::string directory;
-  std::string output;  ///< A bundle or its Resources directory.
-  std::int32_t updateId = 0;
-  bool clear = false;
-  bool regenerate = false;
-  bool isQuiet = false;
-  Selection selection;
+  std::string directory;       ///< What to pack.
+  std::string output;          ///< A bundle, or its Resources directory.
+  bool createsOutput = false;  ///< Accept any directory as `output`, and make it if it is missing.
+  std::int32_t updateId = 0;   ///< The update number to record.
+  bool clear = false;          ///< Let the run wipe foreign keys from the record first.
+  bool regenerate = false;     ///< Let the run draw a new random identifier.
+  bool isQuiet = false;        ///< Show no progress, no totals, and not what is left out.
+  Selection selection;         ///< What of the directory is packed.
 };
 
-/// Packs a directory and writes package and metadata, both or neither. What the installer would not
-/// install as it is makes findings, and nothing is written. Throws Error when it cannot be done.
+/// Packs a directory and writes package and metadata, both or neither. Writes nothing if the report
+/// has findings: the installer would not install the package as it should be. Throws Error if
+/// something cannot be read or written, and after SIGHUP, SIGINT and SIGTERM; then, too, nothing is
+/// left behind.
 Report Pack(const PackOptions& options);
+
+/// The update numbers that the full version holds whole: it has room for nine characters. -1 is
+/// refused as well, by a finding: the installer reads it as "none is recorded".
+constexpr std::int32_t kSmallestUpdateId = -99999999;
+constexpr std::int32_t kLargestUpdateId = 999999999;
+
+/// Returns what is wrong with `text` as an update number, or an empty string. An update number has
+/// decimal digits, after a "-" if it is negative, no leading zeros, and is in the range above.
+std::string ProblemOfUpdateId(const std::string& text);
 
 #endif  // TOOLS_WEBRESOURCES_COMMANDS_PACK_H_

@@ -10,14 +10,14 @@ _webresources() {
   fi
   case $command in
     pack)
-      options='--update-id --output --clear --regenerate --exclude --follow --keep-ds-store
-        --keep-macosx --keep-apple-double --quiet --json --help'
+      options='--update-id --output --clear --regenerate --exclude --keep --require --follow
+        --create --quiet --json --help'
       ;;
     check) options='--prove --max-size --quiet --json --help' ;;
     verify | installcheck) options='--root --json --help' ;;
   esac
   case $previous in
-    --update-id | --exclude | --max-size) return ;;
+    --update-id | --exclude | --keep | --require | --max-size) return ;;
   esac
   if [[ $current == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")

@@ -7,18 +7,20 @@
 #include <algorithm>
 #include <ctime>
 
+#include "Descriptor.h"
 #include "Error.h"
 #include "Names.h"
+#include "Uninterrupted.h"
 
 namespace {
 
 constexpr std::size_t kBufferSize = 65536;
-/// Larger deflated data is not kept between measuring and writing but made again.
+/// Deflated data up to this size is kept in memory until it is written; larger data is made twice.
 constexpr std::size_t kSpoolLimit = std::size_t{64} << 20U;
 
 constexpr unsigned long kMadeBy = (3U << 8U) | 20U;  // Unix, version 2.0
 constexpr unsigned long kFileMode = 0100644UL << 16U;
-constexpr unsigned long kDirectoryMode = (040755UL << 16U) | 0x10U;  // and the directory of DOS
+constexpr unsigned long kDirectoryMode = (040755UL << 16U) | 0x10U;  // and the directory bit of DOS
 constexpr unsigned long kUtf8Flag = 0x800;
 
 unsigned long DosTime(std::int64_t seconds) {
@@ -36,22 +38,21 @@ unsigned long DosTime(std::int64_t seconds) {
 
 }  // namespace
 
-/// A file that is read from its beginning once or twice.
+/// A file that is read from its beginning, once or twice, and what was read of it so far.
 class ArchiveWriter::Source {
  public:
   explicit Source(const std::string& path)
       : path_(path), descriptor_(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
-    if (descriptor_ < 0) {
+    if (!descriptor_) {
       throw Error::FromErrno("read", path);
     }
   }
-  ~Source() { close(descriptor_); }
-  Source(const Source&) = delete;
-  Source& operator=(const Source&) = delete;
 
-  /// Reads the next bytes; 0 at the end.
+  /// Reads the next bytes into `buffer`, as many as it holds unless the file ends. Returns their
+  /// number, 0 at the end.
   std::size_t Read(std::vector<unsigned char>& buffer) {
-    const ssize_t count = read(descriptor_, buffer.data(), buffer.size());
+    const ssize_t count =
+        Uninterrupted([&] { return read(*descriptor_, buffer.data(), buffer.size()); });
     if (count < 0) {
       throw Error::FromErrno("read", path_);
     }
@@ -62,7 +63,7 @@ class ArchiveWriter::Source {
   }
 
   void Rewind() {
-    lseek(descriptor_, 0, SEEK_SET);
+    lseek(*descriptor_, 0, SEEK_SET);
     size_ = 0;
     crc_ = 0;
   }
@@ -73,7 +74,7 @@ class ArchiveWriter::Source {
 
  private:
   const std::string& path_;
-  int descriptor_;
+  const Descriptor descriptor_;
   std::uint64_t size_ = 0;
   uLong crc_ = 0;
 };
@@ -130,7 +131,7 @@ std::uint64_t ArchiveWriter::AddFile(const std::string& name, const std::string&
     }
   }
   if (source.size() != measure.size || source.crc() != measure.crc) {
-    throw Error("pack", path, "it changed meanwhile");
+    throw Error("pack", path, "it changed while it was packed: pack again");
   }
   CloseEntry(measure.size, measure.crc);
   return measure.size;
@@ -198,6 +199,6 @@ ArchiveWriter::Measure ArchiveWriter::MeasureAndSpool(Source& source) {
 void ArchiveWriter::Require(bool isDone) const {
   if (!isDone) {
     throw errno != 0 ? Error::FromErrno("write", path_)
-                     : Error("write", path_, "the archive cannot be continued");
+                     : Error("write", path_, "the zip library cannot go on");
   }
 }

@@ -8,24 +8,28 @@
 #include <string>
 #include <vector>
 
-/// Writes a zip archive that depends on nothing but the names, the data and the time it is given
-/// (and on the version of zlib), of less than 4 GiB. Each operation throws Error when it fails.
+/// Writes a zip archive of less than 4 GiB. Its bytes depend on the names, the data and the time
+/// that the caller gives, and on the version of zlib; on nothing else. Every operation throws Error
+/// when it fails; the archive is then unusable, and the caller removes the file.
+///
+/// This is the only code that writes with the zip library.
 class ArchiveWriter {
  public:
-  /// Writes to `path`, which is made or emptied. `seconds`: the time of all entries, since 1970 in
-  /// UTC; taken to the even seconds from 1980 to 2107 that the format has.
+  /// Writes to the file at `path`, which is made or emptied. `seconds` is the time of all entries,
+  /// since 1970 in UTC; the format rounds it down to even seconds and holds 1980 to 2107 only.
   ArchiveWriter(std::string path, std::int64_t seconds);
   ~ArchiveWriter();
   ArchiveWriter(const ArchiveWriter&) = delete;
   ArchiveWriter& operator=(const ArchiveWriter&) = delete;
 
-  /// `name` ends in "/".
+  /// Adds a directory. Requires: `name` ends in "/".
   void AddDirectory(const std::string& name);
 
-  /// Adds the file at `path`, deflated or stored, whichever is smaller. Returns its size.
+  /// Adds the file at `path` under `name`, deflated or stored, whichever is smaller. Returns its
+  /// size in bytes. Throws Error also if the file changes while it is read.
   std::uint64_t AddFile(const std::string& name, const std::string& path);
 
-  /// Completes the archive.
+  /// Completes the archive and closes the file. Nothing can be added afterwards.
   void Close();
 
  private:
@@ -46,7 +50,7 @@ class ArchiveWriter {
   z_stream deflater_ = {};
   std::vector<unsigned char> input_;
   std::vector<unsigned char> output_;
-  std::vector<unsigned char> spool_;  ///< Deflated data that did not exceed the limit.
+  std::vector<unsigned char> spool_;  ///< Deflated data, up to the limit.
 };
 
 #endif  // TOOLS_WEBRESOURCES_PACKING_ARCHIVEWRITER_H_

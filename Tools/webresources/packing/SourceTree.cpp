@@ -4,17 +4,20 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 #include "Error.h"
 #include "Files.h"
+#include "InstallerConstants.h"
 #include "NameFindings.h"
+#include "Names.h"
 #include "PackageReader.h"
 
 namespace {
 
-/// What the fields of 32 bits can say. The installer's library does not everywhere read the sizes
-/// and places of entries that stand in 64 bits.
+/// What fields of 32 bits can say. Some versions of the installer's library do not read the sizes
+/// and places of entries from fields of 64 bits.
 constexpr std::uint64_t kLargestPackage = 0xfffffffe;
 constexpr std::uint64_t kHeaders = 30 + 46;  ///< Of an entry, without its name.
 
@@ -31,6 +34,8 @@ class Collector {
     std::sort(tree_.items.begin(), tree_.items.end(),
               [](const auto& a, const auto& b) { return a.name < b.name; });
     RefuseCollisions();
+    RefuseSize();
+    RefuseMissing();
     return std::move(tree_);
   }
 
@@ -39,7 +44,7 @@ class Collector {
                         const struct stat& status) {
     const std::pair<dev_t, ino_t> identity(status.st_dev, status.st_ino);
     if (!above_.insert(identity).second) {
-      Refuse("link-broken", prefix, "it leads back to a directory that it is in");
+      Refuse("link-broken", prefix, "it points to a directory that contains it");
       return;
     }
     for (const std::string& name : NamesIn(path)) {
@@ -58,11 +63,11 @@ class Collector {
     }
     if (S_ISLNK(status.st_mode)) {
       if (!selection_.followLinks) {
-        Refuse("link-entry", name, "it is a symbolic link, which the installer does not make");
+        Refuse("link-entry", name, "it is a symbolic link, and the installer makes none");
         return;
       }
       if (stat(path.c_str(), &status) != 0) {
-        Refuse("link-broken", name, "it leads nowhere");
+        Refuse("link-broken", name, "what it points to does not exist");
         return;
       }
     }
@@ -77,20 +82,27 @@ class Collector {
   }
 
   bool IsLeftOut(const std::string& name) {
-    const names::Junk junk = names::JunkKind(names::Last(name));
-    if (junk != names::Junk::None && selection_.kept.count(junk) == 0) {
-      tree_.leftOut.push_back({name, "junk"});
+    const std::string junk = JunkReason(names::Last(name));
+    if (!junk.empty() && FindMatching(selection_.kept, name) == nullptr) {
+      tree_.leftOut.push_back({name, "junk: " + junk});
       return true;
     }
-    for (const std::string& glob : selection_.excluded) {
-      const bool isPath = glob.find('/') != std::string::npos;
-      if (fnmatch(glob.c_str(), name.c_str(), 0) == 0 ||
-          (!isPath && fnmatch(glob.c_str(), names::Last(name).c_str(), 0) == 0)) {
-        tree_.leftOut.push_back({name, "excluded by " + glob});
-        return true;
-      }
+    const std::string* const glob = FindMatching(selection_.excluded, name);
+    if (glob != nullptr) {
+      tree_.leftOut.push_back({name, "excluded by " + *glob});
     }
-    return false;
+    return glob != nullptr;
+  }
+
+  /// The first of `globs` that matches the path `name` or, without a "/", its last component.
+  static const std::string* FindMatching(const std::vector<std::string>& globs,
+                                         const std::string& name) {
+    const auto found = std::find_if(globs.begin(), globs.end(), [&name](const std::string& glob) {
+      const bool isPath = glob.find('/') != std::string::npos;
+      return fnmatch(glob.c_str(), name.c_str(), 0) == 0 ||
+             (!isPath && fnmatch(glob.c_str(), names::Last(name).c_str(), 0) == 0);
+    });
+    return found != globs.end() ? &*found : nullptr;
   }
 
   void AddItem(const std::string& name, const std::string& path, bool isDirectory,
@@ -99,12 +111,36 @@ class Collector {
       Refuse("name-too-long", name, "its name has " + std::to_string(name.length()) + " bytes");
     } else if (!names::IsUtf8(name)) {
       Refuse("name-not-utf8", name, "its name is not UTF-8, which a volume may refuse");
+    } else if (const std::string part = UncleanPart(name); !part.empty()) {
+      Refuse("name-unclean", name, part);
     }
-    size_ += kHeaders + 2 * name.length() + size;
-    if (size_ > kLargestPackage && size > 0) {
-      Refuse("package-too-large", name, "with it, the package could have 4 GiB or more");
+    if (size > kLargestPackage) {
+      Refuse("package-too-large", name, "it has " + std::to_string(size) + " bytes");
+    } else {
+      size_ += size;
     }
+    size_ += kHeaders + 2 * name.length();
     tree_.items.push_back({name, path, isDirectory});
+  }
+
+  /// Data that does not shrink is stored, so only the sum of all sizes is sure to be enough.
+  void RefuseSize() {
+    if (size_ > kLargestPackage) {
+      Refuse("package-too-large", kPackageFileName,
+             "its files have " + std::to_string(size_) + " bytes together");
+    }
+  }
+
+  void RefuseMissing() {
+    if (tree_.items.empty()) {
+      Refuse("package-empty", kPackageFileName, "there is nothing to pack");
+    }
+    for (const std::string& name : selection_.required) {
+      const auto isRequired = [&name](const SourceTree::Item& item) { return item.name == name; };
+      if (std::none_of(tree_.items.begin(), tree_.items.end(), isRequired)) {
+        Refuse("required-missing", name, "no file of this name is packed");
+      }
+    }
   }
 
   void RefuseCollisions() {
@@ -121,8 +157,8 @@ class Collector {
 
   const Selection& selection_;
   SourceTree tree_;
-  std::uint64_t size_ = 0;                   ///< Of the package, if nothing shrank.
-  std::set<std::pair<dev_t, ino_t>> above_;  ///< The directories that are being looked through.
+  std::uint64_t size_ = 0;                   ///< Of the package at most, in bytes.
+  std::set<std::pair<dev_t, ino_t>> above_;  ///< The directories that are being listed.
 };
 
 }  // namespace

@@ -1,25 +1,25 @@
 #ifndef TOOLS_WEBRESOURCES_PACKING_SOURCETREE_H_
 #define TOOLS_WEBRESOURCES_PACKING_SOURCETREE_H_
 
-#include <set>
 #include <string>
 #include <vector>
 
 #include "Finding.h"
-#include "Names.h"
 
-/// What of a directory goes into a package.
+/// What of a directory goes into a package. A glob without "/" is compared with the name of a file
+/// or directory, any other with its path; "*" matches "/", too.
 struct Selection {
-  std::set<names::Junk> kept;         ///< Junk that goes in nevertheless.
-  std::vector<std::string> excluded;  ///< Globs: against the path, and the name where there is no
-                                      ///< "/" in them; "*" also stands for "/".
-  bool followLinks = false;
+  std::vector<std::string> kept;      ///< Globs: what is packed although it is junk.
+  std::vector<std::string> excluded;  ///< Globs: what is not packed.
+  std::vector<std::string> required;  ///< Paths of files that must be packed.
+  bool followLinks = false;           ///< Pack what symbolic links point to, or refuse them.
 };
 
+/// The contents of a directory that is to be packed.
 struct SourceTree {
   struct Item {
     std::string name;  ///< In the package: a directory's ends in "/".
-    std::string path;
+    std::string path;  ///< On the disk.
     bool isDirectory;
   };
   struct LeftOut {
@@ -27,13 +27,13 @@ struct SourceTree {
     std::string reason;
   };
 
-  std::vector<Item> items;  ///< In the order of the bytes of their names.
-  std::vector<LeftOut> leftOut;
-  Findings refused;  ///< What the installer would not install as it is.
+  std::vector<Item> items;       ///< In the order of the bytes of their names.
+  std::vector<LeftOut> leftOut;  ///< What was excluded, or is junk.
+  Findings refused;              ///< Why the package would not be installed as it should be.
 };
 
-/// Looks through the directory at `path`. Throws Error when it, or a directory in it, cannot be
-/// read.
+/// Lists the directory at `path` with everything in it. Reads no file. Throws Error if the
+/// directory, or one in it, cannot be read.
 SourceTree CollectSource(const std::string& path, const Selection& selection);
 
 #endif  // TOOLS_WEBRESOURCES_PACKING_SOURCETREE_H_

@@ -96,8 +96,8 @@ class PackageFinder {
     if (!names::IsAscii(name)) {
       FindInEncoding(entry);
     }
-    if (names::JunkKind(name) != names::Junk::None) {
-      AddHere("junk-file", "macOS keeps it for itself");
+    if (const std::string junk = JunkReason(name); !junk.empty()) {
+      AddHere("junk-file", junk);
     }
     if (entry.replacedBy) {
       AddHere("duplicate-entry", Problem(entry));

@@ -18,4 +18,9 @@ void AddCollisions(Findings& findings, const std::vector<std::string>& paths);
 /// not empty.
 std::string UncleanPart(const std::string& name);
 
+/// Says whose file or folder `path` is, or is in, if no product needs it: macOS's, Windows's, that
+/// of a version-control system, or an editor's backup. Returns an empty string for any other path.
+/// Only names count. A directory's path may end in "/".
+std::string JunkReason(const std::string& path);
+
 #endif  // TOOLS_WEBRESOURCES_REPORT_NAMEFINDINGS_H_

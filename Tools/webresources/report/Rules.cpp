@@ -43,7 +43,10 @@ const std::vector<Rule>& Rules() {
       {"link-entry", Severity::Error, "pack what the link leads to (pack --follow)"},
       {"link-broken", Severity::Error, "remove the link, or leave it out (pack --exclude)"},
       {"special-file", Severity::Error, "leave it out (pack --exclude)"},
-      {"package-too-large", Severity::Error, "leave files out (pack --exclude): 4 GiB is too much"},
+      {"package-too-large", Severity::Error,
+       "leave files out (pack --exclude): a package must stay below 4 GiB"},
+      {"required-missing", Severity::Error,
+       "make the file, or leave out --require if the package needs none"},
       {"junk-file", Severity::Warning, "leave it out, as pack does"},
 
       // The metadata.

@@ -1,30 +1,74 @@
 #include "AtomicFile.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdio>
 
 #include "Error.h"
+#include "Files.h"
 #include "Names.h"
+#include "Uninterrupted.h"
 
 namespace {
 
-/// A name beside `path` that is not taken by another run.
+constexpr const char* kPurposes[] = {"tmp", "old"};
+
+/// Where names of temporary files for `path` begin; the process's number follows.
+std::string NameBefore(const std::string& path, const char* purpose) {
+  return "." + names::Last(path) + "." + purpose + "-";
+}
+
 std::string Beside(const std::string& path, const char* purpose) {
-  return names::Parent(path) + "/." + names::Last(path) + "." + purpose + "-" +
-         std::to_string(getpid());
+  return names::Parent(path) + "/" + NameBefore(path, purpose) + std::to_string(getpid());
+}
+
+bool IsLeftover(const std::string& name, const std::string& path) {
+  return std::any_of(std::begin(kPurposes), std::end(kPurposes), [&](const char* purpose) {
+    const std::string before = NameBefore(path, purpose);
+    return name.length() > before.length() && name.compare(0, before.length(), before) == 0 &&
+           std::all_of(name.begin() + static_cast<std::ptrdiff_t>(before.length()), name.end(),
+                       [](unsigned char byte) { return std::isdigit(byte) != 0; });
+  });
+}
+
+/// Opens the file at `path` and locks it. Has no descriptor if there is no such file, or if another
+/// process holds the lock. The lock ends with the process, however that ends.
+Descriptor OpenLocked(const std::string& path) {
+  Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  const bool isLocked =
+      file && Uninterrupted([&file] { return flock(*file, LOCK_EX | LOCK_NB); }) == 0;
+  return isLocked ? std::move(file) : Descriptor(-1);
+}
+
+/// Removes what processes that were killed have left beside `path`. What cannot be removed stays.
+void RemoveLeftovers(const std::string& path) {
+  const std::string directory = names::Parent(path);
+  for (const std::string& name : NamesIn(directory)) {
+    if (IsLeftover(name, path) && OpenLocked(directory + "/" + name)) {
+      unlink((directory + "/" + name).c_str());
+    }
+  }
+}
+
+/// Makes an empty file at `path`, which must not exist, and locks it.
+Descriptor MakeLocked(const std::string& path) {
+  Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+  if (!file) {
+    throw Error::FromErrno("write", path);
+  }
+  // A file system without locks has no process that finds the file locked or unlocked.
+  flock(*file, LOCK_EX | LOCK_NB);
+  return file;
 }
 
 void SynchronizePath(const std::string& path) {
-  const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-  const bool isDone = descriptor >= 0 && fsync(descriptor) == 0;
-  const int reason = errno;
-  if (descriptor >= 0) {
-    close(descriptor);
-  }
-  if (!isDone) {
-    errno = reason;
+  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!file || Uninterrupted([&file] { return fsync(*file); }) != 0) {
     throw Error::FromErrno("write", path);
   }
 }
@@ -33,13 +77,8 @@ void SynchronizePath(const std::string& path) {
 
 AtomicFile::AtomicFile(std::string path)
     : path_(std::move(path)), temporary_(Beside(path_, "tmp")) {
-  unlink(temporary_.c_str());  // of a killed run that had this process's number
-  const int descriptor =
-      open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
-  if (descriptor < 0) {
-    throw Error::FromErrno("write", temporary_);
-  }
-  close(descriptor);
+  RemoveLeftovers(path_);
+  temporaryLock_.emplace(MakeLocked(temporary_));
 }
 
 AtomicFile::~AtomicFile() {
@@ -56,6 +95,7 @@ void AtomicFile::Synchronize() const {
 void AtomicFile::Commit() {
   const std::string backup = Beside(path_, "old");
   unlink(backup.c_str());
+  backupLock_.emplace(OpenLocked(path_));
   if (link(path_.c_str(), backup.c_str()) == 0) {
     backup_ = backup;
   } else if (errno != ENOENT) {

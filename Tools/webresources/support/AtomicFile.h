@@ -1,36 +1,52 @@
 #ifndef TOOLS_WEBRESOURCES_SUPPORT_ATOMICFILE_H_
 #define TOOLS_WEBRESOURCES_SUPPORT_ATOMICFILE_H_
 
+#include <optional>
 #include <string>
 
-/// A file that takes another's place once it is complete. Each operation throws Error when it
-/// fails; until Commit() the old file stays as it is, and what is not committed is removed at the
-/// end.
+#include "Descriptor.h"
+
+/// Replaces a file by a new one that is complete, or leaves it as it is: nobody ever sees half a
+/// file. Every operation throws Error when it fails.
+///
+///     AtomicFile file(path);
+///     ... write to file.temporary() ...
+///     file.Synchronize();
+///     file.Commit();
+///
+/// Without Commit(), the destructor removes the new file. If the process is killed, the temporary
+/// file stays; the next AtomicFile for the same path removes it. The files of processes that still
+/// run are locked and therefore left alone.
 class AtomicFile {
  public:
-  /// Makes an empty temporary file beside `path`.
+  /// Makes an empty temporary file beside `path`, and removes those that killed processes left.
   explicit AtomicFile(std::string path);
   ~AtomicFile();
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  /// Where the new file is to be written.
+  /// Where the caller must write the new file. It must not be removed or renamed.
   const std::string& temporary() const { return temporary_; }
 
-  /// Puts the written file on the disk.
+  /// Waits until the written file is on the disk.
   void Synchronize() const;
 
-  /// Puts the file in the place of the old one, which Rollback() brings back.
+  /// Puts the new file in the place of the old one.
   void Commit();
+
+  /// Undoes Commit(): brings the old file back or, if there was none, removes the new one. Does
+  /// nothing before Commit().
   void Rollback();
 
-  /// Commits both, or neither.
+  /// Commits both files, or neither. Waits until all is on the disk.
   static void CommitBoth(AtomicFile& first, AtomicFile& second);
 
  private:
   std::string path_;
   std::string temporary_;
-  std::string backup_;  ///< A second name of the old file; empty when there is none.
+  std::optional<Descriptor> temporaryLock_;  ///< Shows other processes that the file is in use.
+  std::string backup_;                       ///< A second name of the old file, or empty.
+  std::optional<Descriptor> backupLock_;
   bool isCommitted_ = false;
 };
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 
 #include "Error.h"
@@ -55,4 +56,12 @@ std::string RealPath(const std::string& path) {
     throw Error::FromErrno("read", path);
   }
   return real.get();
+}
+
+void MakeDirectories(const std::string& path) {
+  std::error_code failure;
+  std::filesystem::create_directories(path, failure);
+  if (failure || !IsDirectory(path)) {
+    throw Error("make the directory", path, failure.message());
+  }
 }

@@ -23,4 +23,8 @@ std::vector<std::string> NamesIn(const std::string& path);
 /// `path` as an absolute path without links. Throws Error if there is nothing at `path`.
 std::string RealPath(const std::string& path);
 
+/// Makes the directory at `path` with its missing parents. Throws Error if it is not there
+/// afterwards.
+void MakeDirectories(const std::string& path);
+
 #endif  // TOOLS_WEBRESOURCES_SUPPORT_FILES_H_

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <sstream>
 #include <unordered_map>
 
 #include "MallocPointer.h"
@@ -47,16 +46,6 @@ std::string LowerCase(std::string name) {
     return byte >= 'A' && byte <= 'Z' ? static_cast<char>(byte + ('a' - 'A')) : byte;
   });
   return name;
-}
-
-names::Junk JunkComponent(const std::string& component) {
-  if (component == ".DS_Store") {
-    return names::Junk::DsStore;
-  }
-  if (component == "__MACOSX") {
-    return names::Junk::MacOsx;
-  }
-  return component.compare(0, 2, "._") == 0 ? names::Junk::AppleDouble : names::Junk::None;
 }
 
 }  // namespace
@@ -102,28 +91,17 @@ std::string names::Folded(const std::string& name) {
 
 std::vector<names::Collision> names::Collisions(const std::vector<std::string>& paths) {
   std::vector<Collision> collisions;
-  std::unordered_map<std::string, std::string> firsts;
+  std::unordered_map<std::string, const std::string*> firsts;
   firsts.reserve(paths.size());
   for (const std::string& path : paths) {
     const std::string key = Parent(path) + "/" + Folded(Last(path));
-    const auto [first, isNew] = firsts.emplace(key, path);
-    if (!isNew && first->second != path) {
-      const bool differsInCase = Mapped(Last(first->second), 0) != Mapped(Last(path), 0);
-      collisions.push_back({first->second, path, differsInCase});
+    const auto [first, isNew] = firsts.emplace(key, &path);
+    if (!isNew && *first->second != path) {
+      const bool differsInCase = Mapped(Last(*first->second), 0) != Mapped(Last(path), 0);
+      collisions.push_back({*first->second, path, differsInCase});
     }
   }
   return collisions;
-}
-
-names::Junk names::JunkKind(const std::string& path) {
-  std::istringstream components(path);
-  for (std::string component; std::getline(components, component, '/');) {
-    const Junk junk = JunkComponent(component);
-    if (junk != Junk::None) {
-      return junk;
-    }
-  }
-  return Junk::None;
 }
 
 std::string names::Parent(const std::string& path) {

@@ -33,12 +33,6 @@ struct Collision {
 /// with. Paths below colliding directories are not compared: the directories stand for them.
 std::vector<Collision> Collisions(const std::vector<std::string>& paths);
 
-/// Files that macOS scatters and no product needs.
-enum class Junk { None, DsStore, MacOsx, AppleDouble };
-
-/// What junk `path` is, or is in. A directory's path ends in "/" or not.
-Junk JunkKind(const std::string& path);
-
 /// `path` without its last component and the "/" before it, and that component.
 std::string Parent(const std::string& path);
 std::string Last(const std::string& path);
