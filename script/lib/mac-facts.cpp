@@ -1,0 +1,97 @@
+// Asks CoreFoundation's preferences, for script/mac-facts, in a domain of its own: all users, this
+// host. One line an answer.
+//
+//   mac-facts synchronize     the result with nothing to write
+//   mac-facts get | keys      what this process sees
+//   mac-facts hold NUMBER     sets the number, waits two seconds, synchronizes, waits again
+//   mac-facts remove          removes the key, synchronizes
+//   mac-facts resources       the main bundle's Resources directory, for buffers of several sizes
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+constexpr unsigned int kPause = 2;  // seconds
+
+CFStringRef Text(const char* text) {
+  return CFStringCreateWithCString(nullptr, text, kCFStringEncodingUTF8);
+}
+
+const CFStringRef domain = Text("com.veltrane.orlisk.facts.plist");
+const CFStringRef key = Text("number");
+
+const char* Synchronize() {
+  return CFPreferencesSynchronize(domain, kCFPreferencesAnyUser, kCFPreferencesCurrentHost)
+             ? "true"
+             : "false";
+}
+
+void Set(CFPropertyListRef value) {
+  CFPreferencesSetValue(key, value, domain, kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
+}
+
+void Get() {
+  const CFPropertyListRef value =
+      CFPreferencesCopyValue(key, domain, kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
+  int number = 0;
+  if (value == nullptr) {
+    std::puts("value: none");
+  } else if (CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberIntType, &number)) {
+    std::printf("value: %d\n", number);
+  }
+}
+
+void Keys() {
+  const CFArrayRef keys =
+      CFPreferencesCopyKeyList(domain, kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
+  std::printf("keys: %s\n",
+              keys == nullptr ? "null" : std::to_string(CFArrayGetCount(keys)).c_str());
+}
+
+void Hold(int number) {
+  Set(CFNumberCreate(nullptr, kCFNumberIntType, &number));
+  Get();
+  sleep(kPause);
+  std::printf("synchronize: %s\n", Synchronize());
+  sleep(kPause);
+  Get();
+}
+
+void Resources() {
+  const CFURLRef url = CFBundleCopyResourcesDirectoryURL(CFBundleGetMainBundle());
+  for (const CFIndex size : {2, 16, 1024, 4096}) {
+    std::string buffer(4096, '\0');
+    const bool fits =
+        url != nullptr &&
+        CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8*>(buffer.data()), size);
+    std::printf("resources in %ld bytes: %s\n", size, fits ? buffer.c_str() : "none");
+  }
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  const std::string question = count > 1 ? arguments[1] : "";
+  if (question == "synchronize") {
+    std::printf("synchronize with nothing to write: %s\n", Synchronize());
+  } else if (question == "get") {
+    Get();
+  } else if (question == "keys") {
+    Keys();
+  } else if (question == "hold" && count > 2) {
+    Hold(std::atoi(arguments[2]));
+  } else if (question == "remove") {
+    Set(nullptr);
+    std::printf("synchronize after a removal: %s\n", Synchronize());
+  } else if (question == "resources") {
+    Resources();
+  } else {
+    return 64;
+  }
+  return 0;
+}
