@@ -19,7 +19,7 @@ fuzz_packages=(clang libclang-rt-dev python3)
 
 # The comment that a command begins with.
 print_usage() {
-  awk 'NR > 1 && !/^#/ { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"
+  awk 'NR > 1 && (!/^#/ || /^# shellcheck/) { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"
 }
 
 usage_error() { # MESSAGE
@@ -158,15 +158,19 @@ require_packages() { # PACKAGE...
       echo "  apt-get update && apt-get install --no-install-recommends ${missing[*]}" >&2
       exit 69
     fi
-    sudo true # asks for the password, while there is a terminal to ask
     as_root=(sudo)
   fi
   echo "Installing Debian packages: ${missing[*]}"
-  local install=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive
+  local log install=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive
     apt-get -qq install --no-install-recommends "${missing[@]}")
-  # Package lists that are missing or too old show as a failure.
-  quietly "${install[@]}" 2>/dev/null ||
-    { quietly "${as_root[@]}" apt-get -qq update && quietly "${install[@]}"; }
+  log=$(mktemp)
+  # In the foreground: sudo may need the terminal. Package lists that are missing or too old show as
+  # a failure.
+  "${install[@]}" >"$log" 2>&1 ||
+    { "${as_root[@]}" apt-get -qq update && "${install[@]}"; } >"$log" 2>&1 || {
+    cat "$log" >&2
+    exit 69
+  }
 }
 
 # Configures and builds a preset.
