@@ -1,0 +1,63 @@
+"""Random packages and records against the shipped program, judged by what was written twice.
+
+    oracles.py [--count N] [--jobs N] [ORACLE...]
+
+Prints a line an oracle: packages, or records. Each case has a number, which makes it again.
+"""
+
+import argparse
+import collections
+import multiprocessing
+import os
+import random
+import sys
+import time
+
+import packages
+import records
+from faults import enter_namespace
+
+ORACLES = {"packages": (packages.Packages, 20_000), "records": (records.Records, 5_000)}
+BATCH = 50
+
+
+def run_batch(task):
+    """The faults and the counts of some cases."""
+    name, numbers = task
+    oracle = ORACLES[name][0]()
+    counts = collections.Counter()
+    for number in numbers:
+        counts.update(oracle.try_case(number, random.Random(f"{name} {number}")))
+    return counts, oracle.faults
+
+
+def run_oracle(name, pool, count):
+    began = time.monotonic()
+    count = count or ORACLES[name][1]
+    counts, faults = collections.Counter(), []
+    batches = [(name, range(first, min(first + BATCH, count))) for first in range(0, count, BATCH)]
+    for part, wrong in pool.imap_unordered(run_batch, batches):
+        counts += part
+        faults += wrong
+    figures = ", ".join(f"{number} {what}" for what, number in sorted(counts.items()))
+    print(f"{name}: {count} cases: {figures}; {len(faults)} exceptions; "
+          f"{time.monotonic() - began:.0f} s", flush=True)
+    for fault in faults[:50]:
+        print(f"  {fault}"[:2000], flush=True)
+    return not faults
+
+
+def main():
+    enter_namespace()
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--count", type=int)
+    parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
+    parser.add_argument("oracles", nargs="*", default=list(ORACLES))
+    arguments = parser.parse_args()
+    with multiprocessing.Pool(arguments.jobs) as pool:
+        passed = [run_oracle(name, pool, arguments.count) for name in arguments.oracles]
+    sys.exit(0 if all(passed) else 1)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,61 @@
+"""What the installer makes of any record that it finds: the values by Python's plistlib, and the
+rules of a run, written once more."""
+
+import plistlib
+
+from private_root import RANDOM_IDENTIFIERS, record_of
+
+RANDOM, UPDATE, PATH, VERSION = ("irandom", "iUpdateId", "tWebResourceInstallPath", "tFullVersion")
+LONGEST_CARRIED = 127  # bytes of a text that survives a wipe
+
+
+def carried_number(value):
+    """A number that fits 32 bits; -1 counts as none."""
+    if type(value) not in (int, float) or not -2**31 <= value < 2**31 or value != int(value):
+        return None
+    return int(value) if value != -1 else None
+
+
+def carried_text(value):
+    if type(value) is not str or not 0 < len(value.encode()) <= LONGEST_CARRIED:
+        return None
+    return value
+
+
+def wiped(values):
+    """What a wipe leaves of the values."""
+    kept = {key: carried_number(values.get(key)) for key in (RANDOM, UPDATE)}
+    kept.update((key, carried_text(values.get(key))) for key in (PATH, VERSION))
+    return {key: value for key, value in kept.items() if value is not None}
+
+
+def after_run(values, clear, regenerate, installed):
+    """The record after a run that has installed the update of this number, or None, and whether it
+    draws a random identifier."""
+    kept = wiped(values) if clear else dict(values)
+    draws = regenerate or RANDOM not in kept
+    return {**kept, **({} if installed is None else record_of(installed))}, draws
+
+
+def is_drawn(value):
+    return type(value) is int and value in RANDOM_IDENTIFIERS
+
+
+def read(data):
+    """The values of a list; None of what is none."""
+    try:
+        values = plistlib.loads(data)
+    except Exception:  # expat and plistlib have several of their own
+        return None
+    return values if type(values) is dict else None
+
+
+def same(one, other):
+    """Whether two values are of the same types and equal, all through."""
+    if type(one) is not type(other):
+        return False
+    if isinstance(one, dict):
+        return one.keys() == other.keys() and all(same(one[key], other[key]) for key in one)
+    if isinstance(one, list):
+        return len(one) == len(other) and all(map(same, one, other))
+    return one == other or one != one != other != other

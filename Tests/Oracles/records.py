@@ -1,0 +1,64 @@
+"""Random records, found by the shipped program, against record_oracle.py."""
+
+import os
+import shutil
+import zipfile
+
+import random_records
+from faults import stage_of_this_process
+from machine import metadata, write_tree
+from record_oracle import RANDOM, after_run, is_drawn, read, same
+
+UPDATE = 7
+
+
+class Records:
+    def __init__(self):
+        self.faults = []
+        self.stage = stage_of_this_process()
+        with zipfile.ZipFile(self.stage.resources / "OrloWebResources.zip", "w") as archive:
+            archive.writestr("index.html", b"<p>new")
+
+    def try_case(self, number, random):
+        data, values = random_records.record(random)
+        clear, regenerate = random.random() < 0.5, random.random() < 0.3
+        # What a wipe restores can be seen when nothing is installed over it.
+        installed = UPDATE if random.random() < 0.5 else None
+        (self.stage.resources / "metadata.txt").write_text(metadata(clear, UPDATE, regenerate))
+        shutil.rmtree(self.stage.library, ignore_errors=True)
+        self.stage.record_file.parent.mkdir(parents=True)
+        self.stage.record_file.write_bytes(data)
+        if installed is None:
+            write_tree(self.stage.install_root.parent, {self.stage.install_root.name: b"in the way"})
+        result = self.stage.run()
+        if (result.status, result.output) != (0, b""):
+            self.faults.append(f"{number}: ends with {result}")
+            return ["runs that ended otherwise"]
+        return [self.judge(number, data, values, clear, regenerate, installed)]
+
+    def judge(self, number, data, values, *run):
+        """Sound lists are merged. A damaged one is merged as plistlib reads it, or stands aside."""
+        aside = self.aside()
+        if aside is not None:
+            if values is not None or aside != data:
+                self.faults.append(f"{number}: sets aside {values or 'other bytes'}")
+            values = {}
+        elif values is None:
+            values = read(data)
+            if values is None:
+                return "damaged ones that were read all the same"
+        found = read(self.stage.record_bytes())
+        wanted, draws = after_run(values, *run)
+        drawn = found.pop(RANDOM, None) if found and draws else None
+        if draws:
+            wanted.pop(RANDOM, None)
+        if not same(found, wanted) or (draws and not is_drawn(drawn)):
+            self.faults.append(f"{number}: of {values} makes {found} and {drawn}, not {wanted}")
+        return "set aside" if aside is not None else "merged"
+
+    def aside(self):
+        others = [name for name in os.listdir(self.stage.record_file.parent)
+                  if name != self.stage.record_file.name]
+        if not others:
+            return None
+        return (self.stage.record_file.parent / others[0]).read_bytes()
