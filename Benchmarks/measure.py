@@ -85,7 +85,7 @@ DOCUMENTS = ("manifest", "flat map", "strings", "numbers")
 
 
 def flat_map():
-    """A map of 10,000 texts; keys and texts are too long for a string without memory of its own."""
+    """A map of 10,000 texts; keys and texts are too long for a string that allocates nothing."""
     return json.dumps({f"the key of member {number:05}": f"the text of member {number:05}"
                        for number in range(10000)})
 

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-/// Ends the process, which the fuzzer takes for a finding, unless `holds`.
+/// Ends the process unless `holds`; the fuzzer reports that as a finding.
 inline void Require(bool holds, const std::string& what) {
   if (!holds) {
     std::fprintf(stderr, "Does not hold: %s\n", what.c_str());

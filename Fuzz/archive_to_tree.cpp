@@ -3,9 +3,10 @@
 //  - changes nothing but its destination, which holds directories and plain files alone;
 //  - makes the same tree of the same package in another directory.
 //
-// An input that starts with a zero byte is the package, behind that byte. Any other describes
-// entries (see NextEntry()), of which the target makes a package with the right offsets, sizes and
-// checksums, but for those that the description makes wrong: so the fuzzer gets past the directory.
+// An input that starts with a zero byte holds the package after that byte. Any other input
+// describes entries (see NextEntry()). The target makes a package of them, with the right offsets,
+// sizes and checksums except where the description says otherwise: so the fuzzer gets past the
+// directory.
 
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -134,7 +135,7 @@ class Place {
     before_ = TreeOf(directory_ / "");
   }
 
-  /// The tree that the package leaves twice. The place is then as it was.
+  /// Extracts the package twice and returns the tree. Leaves the place as it was.
   Tree Extracted(std::string package) {
     Extract(package, "Resource0");
     Extract(package, "Resource1");
@@ -155,7 +156,7 @@ class Place {
     Require(LowestFreeDescriptor() == free, "no descriptor stays open");
   }
 
-  /// What lies in `directory`, and that itself, taken out of `all`.
+  /// Takes `directory`, with everything in it, out of `all` and returns it.
   static Tree Taken(Tree& all, const std::string& directory) {
     Tree taken;
     auto at = all.lower_bound(directory);

@@ -2,10 +2,10 @@
 //  - the record can be read, and nothing crashes or throws, libplist included;
 //  - a flush either changes nothing and fails, which only a list too large to be printed may cause,
 //    or leaves a property list with what was recorded;
-//  - then the other keys have the values they had; or the file was no list, and stands aside, byte
-//    for byte;
+//  - then the other keys have the values they had; or the file was no list and was moved aside,
+//    unchanged;
 //  - the same flush again leaves the same bytes, a wipe leaves no key, and what follows a wipe is
-//    recorded as ever;
+//    recorded as before;
 //  - no temporary file stays.
 
 #include <plist/plist.h>
@@ -125,7 +125,7 @@ void RequireRecorded(const std::string& root) {
 
 class Examination {
  public:
-  /// Below `root`, which is the same for all: the domain remembers each it has met.
+  /// Below `root`, the same for all inputs: the domain keeps every root that it was used with.
   Examination(const std::string& root, const std::string& bytes) : root_(root), bytes_(bytes) {
     std::filesystem::create_directories(preferences_);
     WriteFile(file_, bytes);
@@ -160,7 +160,7 @@ class Examination {
  private:
   bool IsAside() const { return Exists(file_ + ".corrupt"); }
 
-  /// The file, which stands alone but for one put aside.
+  /// The file. Nothing else is in its directory, except a file that was moved aside.
   std::string File() const {
     Tree tree = TreeOf(preferences_);
     Require(!IsAside() || tree[kName + ".corrupt"] == bytes_, "what is put aside is whole");

@@ -31,7 +31,7 @@ QDOObject DeepCopy(QDOObject value) {
   return copy;
 }
 
-/// Makes every scalar below `value` another one.
+/// Changes every scalar in `value`.
 void Spoil(QDOObject& value) {
   if (value.getType() == QDOObject::Vector) {
     for (QDOObject& element : value.getVector()) {
@@ -46,7 +46,7 @@ void Spoil(QDOObject& value) {
   }
 }
 
-/// The bytes in memory of their own, so that the sanitizer sees what is read beyond them.
+/// The bytes in a separate allocation, so that the sanitizer notices reads beyond them.
 std::string FromTree(const std::string& text, bool proxyConvention) {
   const std::unique_ptr<unsigned char[]> bytes(new unsigned char[text.size() + 1]);
   text.copy(reinterpret_cast<char*>(bytes.get()), text.size());

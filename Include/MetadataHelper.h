@@ -16,18 +16,18 @@ class MetadataHelper {
   /// word is not (the beginning of) a JSON object; the next call then tries again.
   static MetadataHelper& getInstance();
 
-  /// An instance of its own, read from the file at `path`; throws as getInstance() does.
+  /// Reads the file at `path`, independently of getInstance(). Throws as getInstance() does.
   explicit MetadataHelper(const std::string& path);
 
-  /// The word that counts of the file at `path`, up to its first zero byte; empty when there is
-  /// none or the file cannot be read.
+  /// The last word of the file at `path`, up to the word's first zero byte. Returns an empty string
+  /// if the file has no word or cannot be read.
   static std::string LastWord(const std::string& path);
 
   MetadataHelper(const MetadataHelper&) = delete;
   MetadataHelper& operator=(const MetadataHelper&) = delete;
 
-  // Each query looks its member up anew and throws QDOException, code 3, when it is missing (which
-  // leaves an Undefined member behind) or of another type: numbers are not booleans here, and an
+  // Each query looks its member up and throws QDOException, code 3, if the member is missing or of
+  // another type. A missing one is inserted as Undefined. A number is no boolean here, and an
   // update number must fit a signed 32-bit integer.
 
   bool shouldClearRegistry();     ///< "clear": wipe the install record first.

@@ -14,8 +14,8 @@ struct WebRegInfo {
 
 /// Static operations on the machine: fixed locations, resource directories, and the install record.
 ///
-/// None of them throws (memory exhaustion apart) or prints. Each reports, at most, through its
-/// result; most failures are deliberately left for the caller to ignore. Paths are byte strings in
+/// None of them prints, and none throws except when memory is exhausted. Failures are reported by
+/// the result only; the caller may ignore most of them, on purpose. Paths are byte strings in
 /// UTF-8.
 class OSUtils {
  public:
@@ -30,18 +30,17 @@ class OSUtils {
   /// that already ends in "/".
   static std::string CombinePath(const std::string& a, const std::string& b);
 
-  /// Full path of the package archive in the bundle's Resources directory; empty when that
-  /// directory's path is not available (1024 bytes or longer included).
+  /// Full path of the package in the bundle's Resources directory. Returns an empty string if that
+  /// directory is unknown or its path has 1024 bytes or more.
   static std::string GetZipResourcePath();
 
-  /// Full path of the metadata file, as GetZipResourcePath().
+  /// Full path of the metadata file; empty as for GetZipResourcePath().
   static std::string GetMetadataResourcePath();
 
   // Resource directories ------------------------------------------------------------------------
 
   /// The first of "Resource0", "Resource1", … that is not readable under `root`, which must end in
-  /// "/". Not readable rather than not existing, on purpose: whatever fails the test counts as
-  /// free.
+  /// "/". It tests for readable, not for existing, on purpose: an unreadable entry counts as free.
   static std::string GetUniqueDirectoryName(const std::string& root);
 
   /// Creates `path` (relative or absolute, with or without a trailing "/", cut to 1023 bytes) with
@@ -54,7 +53,7 @@ class OSUtils {
   /// it are removed, never followed. Always true: a missing directory counts as deleted.
   static bool DeleteDir(const std::string& path);
 
-  /// Removes every entry under `root` (which must end in "/") but the one named exactly `keep`:
+  /// Removes every entry under `root` (which must end in "/") except the one named `keep`:
   /// directories with their contents, plain files and links alike. The root itself stays. Always
   /// true. The root's directory stream stays open until the process ends, on purpose.
   static bool DeleteAllDirectoryExceptOne(const std::string& root, const std::string& keep);
@@ -93,7 +92,7 @@ class OSUtils {
   static void OldInfo(WebRegInfo* info);
 
   /// OldInfo() of the host whose file system lies at `root`, empty for this one. Returns false when
-  /// its record cannot be read, which is not to say that there is none.
+  /// its record cannot be read; a record that does not exist can be read and is empty.
   static bool InfoUnder(const std::string& root, WebRegInfo* info);
 
   /// Removes every key of the domain, not only those of the record. Returns false, without a flush,

@@ -48,7 +48,7 @@ def long_directories():
 
 
 def broken_deflate(good):
-    """Deflate data whose second block is of a kind that there is not."""
+    """Deflate data whose second block has a type that does not exist."""
     return deflated(good, flush=zlib.Z_FULL_FLUSH) + b"\7" * 32
 
 
@@ -271,7 +271,7 @@ def streamed(name, content, method=DEFLATED, **options):
 
 
 def in_64_bits(name, content, method=STORED):
-    """An entry whose sizes stand in the 64-bit extra fields of both headers."""
+    """An entry whose sizes are in the 64-bit extra fields of both headers."""
     packed = deflated(content) if method == DEFLATED else content
     return Entry(name, content, method, needed=45, compressed=IN_64_BITS, size=IN_64_BITS,
                  extra=extra64(len(content), len(packed)))

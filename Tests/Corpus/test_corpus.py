@@ -120,7 +120,7 @@ class MetadataFiles(CorpusTestCase):
         if members["clear"]:
             expected.pop("foreign", None)
         if reach == "extracted":
-            # The new directory stands beside an old one.
+            # The new directory is beside an old one.
             name = "Resource1" if old else "Resource0"
             trees = {name: package, **({"Resource0": self.existing} if old else {})}
             expected["tWebResourceInstallPath"] = name

@@ -43,7 +43,7 @@ def descriptor(content, packed, signature=True, wide=False):
 class Entry:
     """A member with its two headers. Other fields than those that belong to the content are given
     by their names: for both headers, or in `local` and `central` for one of them. `data` and
-    `after` are what stands in the archive for the content and behind it."""
+    `after` are the bytes in the archive for the content and after it."""
 
     def __init__(self, name, content=b"", method=STORED, *, data=None, after=b"", gap=b"",
                  local=None, central=None, **both):
@@ -86,7 +86,7 @@ def common(header):
 
 def archive(*entries, listed=None, before_directory=b"", in_directory=b"", end64=None,
             locator64=None, **end):
-    """The archive of these entries. `listed` are the places of those that stand in the directory,
+    """The archive of these entries. `listed` are the indexes of those that the directory lists,
     in its order; `end`, `end64` and `locator64` are fields of the records at the end, the latter
     two written where they are given."""
     body, offsets = b"", []

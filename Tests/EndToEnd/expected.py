@@ -1,4 +1,4 @@
-"""What the package's rules make of an archive, worked out without the installer."""
+"""The tree that the rules of a package give for an archive, computed without the installer."""
 
 import zipfile
 

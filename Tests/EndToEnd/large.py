@@ -1,7 +1,8 @@
 """Packages of many gigabytes, hundreds of thousands of files, and metadata nested to the stack's
-end: what the installer makes of each, in what time and memory. Prints a line a case.
+end: what the installer does with each, in what time and memory. Prints a line for each case.
 
-A package stands in the file system by what is not zero in it, but what is extracted needs 6 GiB.
+A package takes room in the file system only for its bytes that are not zero. The extracted files
+need 6 GiB.
 """
 
 import contextlib
@@ -19,9 +20,9 @@ from machine import APPLICATION, EXECUTABLE, metadata, write_tree
 MIB = 1 << 20
 GIB = 1 << 30
 BLOCK = bytes(MIB)
-IN_64_BITS = 0xFFFFFFFF  # stands for a number that has a field of 64 bits
+IN_64_BITS = 0xFFFFFFFF  # says that the number is in a field of 64 bits
 
-# The maker would use these fields from 2 GiB on, others do so when a number needs them.
+# The zip maker uses these fields from 2 GiB on; others use them when a number needs them.
 zipfile.ZIP64_LIMIT = IN_64_BITS - 1
 
 

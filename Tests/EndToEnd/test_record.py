@@ -90,7 +90,7 @@ class File(RecordTestCase):
 
 @posix_only("CoreFoundation keeps no copy")
 class Corrupt(RecordTestCase):
-    def test_what_cannot_be_parsed_is_set_aside_and_the_record_starts_anew(self):
+    def test_what_cannot_be_parsed_is_set_aside_and_the_record_starts_empty(self):
         xml, binary = (plistlib.dumps(FOREIGN, fmt=form)
                        for form in (plistlib.FMT_XML, plistlib.FMT_BINARY))
         for data in (b"garbage", b"<?xml", xml[:-30], binary[:-5], binary[:40], os.urandom(500),

@@ -155,7 +155,7 @@ class RandomIdentifier(InstallerTestCase):
         self.run_installer()
         self.assert_record(update=1, random=SENTINEL)
 
-    def test_drawn_anew_when_to_be_regenerated(self):
+    def test_drawn_again_when_to_be_regenerated(self):
         self.machine.write_record({"irandom": SENTINEL})
         self.machine.write_metadata(metadata(regenerate=True))
         self.run_installer()
@@ -197,7 +197,7 @@ class Clearing(InstallerTestCase):
         self.run_installer()
         self.assert_record(update=8, random=SENTINEL)
 
-    def test_clearing_and_regenerating_draws_anew(self):
+    def test_clearing_and_regenerating_draws_again(self):
         self.machine.write_record({"irandom": SENTINEL, **self.FOREIGN})
         self.machine.write_metadata(metadata(clear=True, regenerate=True))
         self.run_installer()

@@ -78,7 +78,7 @@ class Start(InstallerTestCase):
         (contents / EXECUTABLES).rename(contents / "Helpers")
         self.assert_installs(f"{APPLICATION}/Contents/Helpers/WebResourceInstaller")
 
-    @posix_only("CoreFoundation takes the executable's directory for the resources")
+    @posix_only("CoreFoundation uses the executable's directory as the Resources directory")
     def test_executable_outside_a_bundle_has_its_resources_beside_it(self):
         contents = self.machine.path(APPLICATION) / "Contents"
         (contents / EXECUTABLES / "WebResourceInstaller").rename(contents / "WebResourceInstaller")

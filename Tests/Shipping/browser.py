@@ -64,8 +64,8 @@ class Browser:
         return [event["params"] for event in self.events if event["method"] == method]
 
     def open(self, url):
-        """Opens a page and waits until it and all it asks for is loaded, or is not. It has a tab of
-        its own, so that nothing of an earlier page is still on its way there."""
+        """Opens a page and waits until it and all it asks for is loaded, or is not. It gets a new
+        tab, where no message of an earlier page can arrive."""
         self.session = None
         target = self.ask("Target.createTarget", url="about:blank")["targetId"]
         self.session = self.ask("Target.attachToTarget", targetId=target,
@@ -78,7 +78,7 @@ class Browser:
             self.wait_for(lambda message: "method" in message)
 
     def unfinished(self):
-        """The requests of which it is not known yet what becomes of them."""
+        """The requests that have not ended yet."""
         asked, finished, failed = (
             {event["requestId"] for event in self.happened("Network." + method)}
             for method in ("requestWillBeSent", "loadingFinished", "loadingFailed"))

@@ -37,7 +37,7 @@ def tree(directory):
 
 
 class ShippingTestCase(unittest.TestCase):
-    """A test with a directory of its own, and with private roots in it."""
+    """A test with a temporary directory, and with private roots in it."""
 
     maxDiff = 3000
 

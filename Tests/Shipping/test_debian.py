@@ -21,7 +21,7 @@ def field(package, name):
 
 class Package(ShippingTestCase):
     def test_lintian_finds_nothing(self):
-        # As root it says of itself that it should not be.
+        # As root it complains that it is.
         options = ["--allow-root"] if os.getuid() == 0 else []
         self.assertEqual(run("lintian", "--pedantic", "--display-info", "--fail-on",
                              "error,warning,info,pedantic", *options, PACKAGE), "")
@@ -92,7 +92,7 @@ class Product(ShippingTestCase):
         self.add_status()
 
     def add_status(self):
-        """The libraries are there as on this machine: dpkg is told of the packages they are of."""
+        """Registers the packages of the libraries, which are copied from this machine."""
         status = self.machine / STATUS
         for directory in ("info", "updates"):
             (status.parent / directory).mkdir(parents=True)
@@ -109,7 +109,7 @@ class Product(ShippingTestCase):
         return package
 
     def dpkg(self, *arguments, status=0):
-        # An ordinary user is root of a namespace of its own.
+        # An ordinary user is root in a new namespace.
         namespace = [] if os.getuid() == 0 else ["unshare", "--map-root-user"]
         return run(*namespace, "dpkg", f"--root={self.machine}", "--force-not-root",
                    f"--log={self.directory}/log", *arguments, status=status)

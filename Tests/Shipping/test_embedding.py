@@ -23,7 +23,7 @@ class Guide(ShippingTestCase):
         self.assertIn("Package: cloud-guide", output)
         self.assertIn("+ pkgbuild", output)
 
-    def test_no_command_stands_outside_the_blocks_that_are_run(self):
+    def test_no_command_is_outside_the_blocks_that_are_run(self):
         fences = re.findall(r"^```(\w*)$", GUIDE.read_text(), re.MULTILINE)
         self.assertEqual(fences, ["sh", ""] * len(BLOCKS))
         self.assertGreater(len(BLOCKS), 8)

@@ -22,7 +22,7 @@ class Site(unittest.TestCase):
         self.addCleanup(self.browser.close)
 
     def open(self, url):
-        """Opens a page, all of which must load without a complaint; returns what it is made of."""
+        """Opens a page, which must load without an error; returns its resources."""
         self.browser.open(url)
         self.assertEqual(self.browser.happened("Network.loadingFailed"), [], url)
         self.assertEqual(self.browser.happened("Log.entryAdded"), [], url)

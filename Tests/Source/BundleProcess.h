@@ -9,7 +9,7 @@
 
 #include "Support.h"
 
-/// A bundle with the probe as its executable, to be asked in processes of its own.
+/// A bundle with the probe as its executable. Each question is asked in a new process.
 class BundleProcess {
  public:
   /// Makes the bundle at `path`, without the files of a product.

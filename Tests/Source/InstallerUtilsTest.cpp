@@ -37,7 +37,7 @@ std::string Text(std::size_t length) {
   return text.substr(0, length);
 }
 
-/// A name of exactly `length` bytes, in components a file system takes.
+/// A name of exactly `length` bytes, in components that a file system accepts.
 std::string NameOfLength(std::size_t length) {
   std::string name;
   while (length - name.length() > 200) {
@@ -100,7 +100,7 @@ TEST_F(Extraction, OnlyTopLevelFilesComeOutOfAnArchiveWithoutDirectoryEntries) {
             (Tree{{"a", "1"}, {"b", "3"}}));
 }
 
-// Entries are taken in the archive's order, nothing is sorted.
+// Entries are extracted in the archive's order; nothing is sorted.
 TEST_F(Extraction, DirectoryEntryAfterItsFileIsTooLateForIt) {
   EXPECT_EQ(Extract({{"css/a.css", "a"}, {"css/", ""}, {"css/b.css", "b"}}),
             (Tree{{"css/", ""}, {"css/b.css", "b"}}));
@@ -457,7 +457,7 @@ TEST_F(Extraction, WrongChecksumKeepsTheFileAsWritten) {
             (Tree{{"a", Noise(20000)}, {"b", Text(20000)}, {"c", "3"}}));
 }
 
-/// Contents of which the first `intact` bytes can be inflated; behind them stands no deflate block.
+/// Contents of which the first `intact` bytes can be inflated; no deflate block follows them.
 ZipEntry DamagedAfter(std::size_t intact) {
   ZipEntry entry("a", Noise(intact), kDeflated);
   entry.data = Deflated(Noise(intact), Z_FULL_FLUSH) + std::string(100, '\xff');
@@ -566,7 +566,7 @@ TEST_F(Extraction, EmptyDestinationFails) {
   EXPECT_FALSE(Uncompress(Package(), ""));
 }
 
-// A readable file passes for a directory that exists, on purpose; nothing can be written below it.
+// A readable file counts as an existing directory, on purpose; nothing can be written below it.
 TEST_F(Extraction, FileInTheDestinationsPlaceIsTrueAndUntouched) {
   WriteFile(Package(), Zip({{"a", "1"}, {"d/", ""}}));
   WriteFile(Destination(), "file");

@@ -36,7 +36,7 @@ class Directories : public testing::Test {
     fs::create_symlink(target, At(name));
   }
 
-  /// A path of exactly `length` bytes below the root, in components a file system takes.
+  /// A path of exactly `length` bytes below the root, in components that a file system accepts.
   std::string PathOfLength(std::size_t length) const {
     std::string path = directory_ / "root";
     while (path.length() < length) {
@@ -162,7 +162,7 @@ TEST_F(EnsureDirectory, RelativePathOfOneCharacter) {
   EXPECT_EQ(Left(), (Tree{{"a/", ""}, {"b/", ""}}));
 }
 
-// Were the directory created once more, the creation would fail and so would the call.
+// A second creation of the directory would fail, and so would the call.
 TEST_F(EnsureDirectory, ExistingDirectoryIsNotCreatedAgain) {
   EXPECT_TRUE(Ensure(At("a/b/c/")));
   EXPECT_TRUE(Ensure(At("a/b/c/")));
@@ -179,7 +179,7 @@ TEST_F(EnsureDirectory, FileSystemRootExists) {
   EXPECT_TRUE(Ensure("/"));
 }
 
-// Readable is all that is asked, on purpose.
+// It tests for readable only, on purpose.
 TEST_F(EnsureDirectory, ReadableFileCountsAsExisting) {
   MakeFile("file");
   EXPECT_TRUE(Ensure(At("file")));
@@ -549,7 +549,7 @@ TEST_F(DeleteDirectory, EmptyDirectoriesWithTheLongestPathsAreRemoved) {
   }
 }
 
-// Nothing of an entry's name fits behind such a path: what it names would be the directory itself.
+// No byte of an entry's name fits after such a path: the cut path would be the directory's.
 TEST_F(DeleteDirectory, DirectoryWithoutRoomForANameIsNotEnteredAgain) {
   SKIP_UNLESS_FILE_SYSTEM_TAKES(PathOfLength(kLongestPath + 1));
   for (const std::size_t length : {kLongestPath - 1, kLongestPath}) {

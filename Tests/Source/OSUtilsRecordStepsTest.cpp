@@ -1,6 +1,6 @@
-// What the record's operations ask of the store, step by step: a store that keeps a list of what is
-// done to it stands in the platform's place, and a generator that draws what it is told in the
-// standard library's.
+// What the record's operations ask of the store, step by step. A double that lists its calls
+// replaces the platform's store; another replaces the generator of random numbers and returns given
+// ones.
 
 #include <gtest/gtest.h>
 

@@ -1,5 +1,4 @@
-// The steps of a run, in their order: main() with doubles in the place of all that it calls, which
-// keep a list of what is asked of them.
+// The steps of a run, in their order: main() with doubles that list their calls.
 
 #include <gtest/gtest.h>
 

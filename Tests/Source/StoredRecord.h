@@ -4,13 +4,13 @@
 #include <optional>
 #include <string>
 
-/// The record as other programs write and read it: by the means of its store, none of them the
-/// installer's. One implementation for each back end.
+/// The record as other programs write and read it, without any code of the installer. One
+/// implementation for each back end.
 class StoredRecord {
  public:
   StoredRecord() = delete;
 
-  /// Where the record's file is; nothing where that is the store's own affair.
+  /// Where the record's file is; nothing where only the store knows that.
   static std::optional<std::string> File();
 
   /// Makes this a host without a record.

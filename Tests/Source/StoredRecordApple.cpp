@@ -1,5 +1,5 @@
-// By CoreFoundation, each time in a process of its own: within one, changes that are not on the
-// disk show as if they were, and what others have written shows late.
+// By CoreFoundation, each time in a new process: one process sees its changes before they are on
+// the disk, and sees late what others have written.
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>

@@ -21,7 +21,7 @@ std::string DoubleText(double value);
 
 std::string Text(const QDOJSONValue& node);
 
-/// Kinds that have no reader of their own are shown by name alone.
+/// Kinds without a reader are shown by name only.
 std::string Text(const QDOObject& value);
 
 /// `(item,item,…)` between the given brackets; each item is made by `text`.

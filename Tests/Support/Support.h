@@ -62,7 +62,7 @@ inline int OpenDescriptors() {
   return count;
 }
 
-/// What `act` returns in a process of its own.
+/// What `act` returns in a new process.
 template <typename Act>
 bool InChild(Act act) {
   const pid_t child = fork();

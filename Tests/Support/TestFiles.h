@@ -59,7 +59,7 @@ inline std::string ReadFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(stream), {});
 }
 
-/// Whether anything at all, a dangling link included, stands at `path`.
+/// Whether anything is at `path`, a broken link included.
 inline bool Exists(const std::string& path) {
   struct stat status = {};
   return lstat(path.c_str(), &status) == 0;
@@ -72,7 +72,7 @@ inline bool FileSystemTakes(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 || (errno != ENAMETOOLONG && errno != EILSEQ);
 }
 
-/// What stands below a directory: a file's contents, and nothing for a directory or a link, whose
+/// Everything below a directory: a file's contents, and nothing for a directory or a link, whose
 /// names end in "/" and "//".
 using Tree = std::map<std::string, std::string>;
 

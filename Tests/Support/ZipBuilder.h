@@ -37,7 +37,7 @@ enum Method : std::uint16_t { kStored = 0, kDeflated = 8 };
 /// One entry of an archive, every field free to be wrong.
 struct ZipEntry {
   std::string name;
-  std::string data;  ///< As it stands in the archive.
+  std::string data;  ///< As it is in the archive.
   std::uint16_t method = kStored;
   std::uint32_t crc = 0;
   std::uint32_t size = 0;        ///< Of the contents.

@@ -43,7 +43,7 @@ resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 
 def metadata(clear=False, updateid=1, regenerate=False):
-    """The metadata word with these members; a text stands for itself, None leaves a member out."""
+    """The metadata word with these members. A text is written as it is; None leaves one out."""
     members = {"clear": clear, "updateid": updateid, "regenerate": regenerate}
     words = {True: "true", False: "false"}
     return "{%s}" % ",".join(
@@ -109,7 +109,7 @@ class Machine:
                 self.record_file.read_bytes() if self.record_file.is_file() else None)
 
     def block_installation(self):
-        """Puts a file in the place of the install root."""
+        """Makes a file where the install root should be."""
         write_tree(self.install_root.parent, {self.install_root.name: b"in the way"})
 
     def write_record(self, values, form=plistlib.FMT_XML):

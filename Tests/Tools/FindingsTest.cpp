@@ -94,7 +94,7 @@ std::vector<Case> Cases() {
       {"overlapping-entries", "an entry in another's data",
        Zip({{"a", inner}, With(kText, &ZipEntry::offset, 31U)})},
       {"case-collision", "files", Zip({{"Read", "1"}, {"read", "2"}})},
-      {"case-collision", "directories stand for what is in them",
+      {"case-collision", "directories count, not what is in them",
        Zip({{"D/", ""}, {"D/x", "1"}, {"d/", ""}, {"d/x", "2"}})},
       {"normalization-collision", "composed and decomposed",
        Zip({Flagged({"\xC3\xA4", "1"}, kUtf8), Flagged({"a\xCC\x88", "2"}, kUtf8)})},

@@ -111,7 +111,7 @@ exec chroot "$root" "$@" --inside"""
 
 
 def in_sandbox(job):
-    """What inside() makes of a job, there."""
+    """The result of inside() for a job, there."""
     (WORK / "root").mkdir(exist_ok=True)
     return json.loads(run("unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c",
                           SANDBOX, "sh", WORK / "root", sys.executable, "-B", __file__,
