@@ -3,16 +3,16 @@
 
 #include <string>
 
-/// Where the two files of a bundle are.
+/// Where a bundle has the two files that the installer reads.
 struct BundleFiles {
-  std::string directory;  ///< Without a trailing "/".
-  std::string package;
-  std::string metadata;
+  std::string directory;  ///< The Resources directory, without a trailing "/".
+  std::string package;    ///< The path of the package.
+  std::string metadata;   ///< The path of the metadata.
 };
 
-/// The resources of a bundle at `path`, of the Contents directory of one, or of the BundleFiles
-/// directory itself. Whether the two files exist is not examined. Throws Error when `path` is not a
-/// directory that can be looked into.
+/// Finds the files of the bundle at `path`, which may also be the bundle's Contents directory or
+/// its Resources directory. The two files need not exist. Throws Error if `path` is not a
+/// directory, or if its contents cannot be read.
 BundleFiles FindBundleFiles(std::string path);
 
 #endif  // TOOLS_WEBRESOURCES_BUNDLE_BUNDLEFILES_H_

@@ -17,10 +17,10 @@
 
 namespace {
 
-/// Nesting costs the scanner stack and is not limited there.
+/// The scanner is recursive and does not limit the nesting, so this does: each level takes stack.
 constexpr int kContainersRead = 1000;
 
-/// The answer of one query; nothing when it ends the run.
+/// The answer of one query; nothing if it aborts the run.
 template <typename Value>
 std::optional<Value> Ask(MetadataHelper& helper, Value (MetadataHelper::*query)()) {
   try {
@@ -53,7 +53,7 @@ struct Words {
   std::string last;  ///< With any zero byte in it.
 };
 
-/// The members that stand more than once in the JSON object `text`; nothing when it is none.
+/// The members that the JSON object `text` has more than once; none if it is not standard JSON.
 std::set<std::string> RepeatedMembers(const std::string& text) {
   std::set<std::string> seen;
   std::set<std::string> repeated;
@@ -69,8 +69,8 @@ std::set<std::string> RepeatedMembers(const std::string& text) {
   return isJson ? repeated : std::set<std::string>();
 }
 
-/// The number that the member `name` of the JSON object `text` is written as; nothing when it is no
-/// number, or the text is not standard JSON.
+/// The number that the JSON object `text` has for the member `name`; nothing if that is no number,
+/// or if the text is not standard JSON.
 std::optional<double> NumberIn(const std::string& text, const char* name) {
   const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
   const auto member = json.find(name);
@@ -105,21 +105,23 @@ class MetadataFinder {
     if (object.getType() != QDOObject::Map) {
       AddHere(words.count > 1 ? "metadata-blank" : "metadata-not-object",
               word_.empty() ? "it holds no word"
-                            : "the word that counts, its last, is no object: " + word_);
+                            : "the installer reads its last word, which is no object: " + word_);
       return;
     }
     if (words.count > 1) {
-      AddHere("metadata-ignored-text", "only its last word is read");
+      AddHere("metadata-ignored-text", "the installer reads only its last word");
     }
     if (words.last != word_) {
-      AddHere("metadata-ignored-text", "its last word is read up to its first zero byte");
+      AddHere("metadata-ignored-text", "the installer reads its last word up to a zero byte");
     }
     if (!nlohmann::json::accept(word_)) {
-      AddHere("metadata-syntax", "the installer reads it as far as it goes: " + word_);
+      AddHere("metadata-syntax",
+              "it is not standard JSON; the installer reads what it can of it: " + word_);
     }
     const std::set<std::string> repeated = RepeatedMembers(word_);
     for (const std::string& member : repeated) {
-      AddTo("metadata-repeated-member", member, "the first one counts");
+      AddTo("metadata-repeated-member", member,
+            "it is there more than once; the installer reads the first one");
     }
     Query(object.getMap());
     if (metadata_.updateId && repeated.count("updateid") == 0) {
@@ -151,7 +153,7 @@ class MetadataFinder {
     } else if (name == "updateid" && member->second.getType() == QDOObject::Int64) {
       AddTo("metadata-updateid-range", name, "it does not fit 32 bits");
     } else {
-      AddTo("metadata-member-type", name, "it is of another type");
+      AddTo("metadata-member-type", name, "its value has another type");
     }
   }
 
@@ -159,18 +161,18 @@ class MetadataFinder {
     const std::string version = OSUtils::CompleteVersion(updateId);
     if (updateId == WebRegInfo().updateId) {
       AddTo("metadata-updateid-absent", "updateid",
-            "it stands for no number: it does not survive the next run with \"clear\"");
+            "-1 means that no number is recorded: the next run with \"clear\" loses it");
     } else if (version.substr(version.rfind('.') + 1) != std::to_string(updateId)) {
       AddTo("metadata-updateid-cut", "updateid", "the full version will be " + version);
     }
   }
 
-  /// Integers wrap where they are read; what comes out of that may well fit.
+  /// The scanner lets large integers wrap around, and the result may fit 32 bits.
   void FindMisreading(int updateId) {
     const std::optional<double> written = NumberIn(word_, "updateid");
     if (written && *written != updateId) {
       AddTo("metadata-updateid-misread", "updateid",
-            "it is too large, and read as " + std::to_string(updateId));
+            "it is too large: the installer reads it as " + std::to_string(updateId));
     }
   }
 
@@ -199,8 +201,8 @@ std::string Describe(Metadata::RunOutcome outcome) {
       return "aborts after the package is extracted and its directory recorded: the update number "
              "is not recorded, nothing is deleted";
     case Metadata::RunOutcome::AllButRandom:
-      return "aborts at the end: all is done but the random identifier";
+      return "aborts at the end: everything is done except the random identifier";
     default:
-      return "exits with 0, all done";
+      return "exits with 0 when all is done";
   }
 }

@@ -6,29 +6,31 @@
 
 #include "Finding.h"
 
-/// What a metadata file will make a run do, as the installer reads it.
+/// What a metadata file makes a run do. The answers come from the installer's own MetadataHelper.
 struct Metadata {
-  /// How far a run gets.
+  /// How far a run gets on a machine where everything else succeeds.
   enum class RunOutcome {
     Nothing,       ///< Aborts before anything is written.
-    Extracted,     ///< Aborts once the new directory is filled and recorded; nothing is deleted.
+    Extracted,     ///< Aborts when the new directory is filled and recorded; nothing is deleted.
     AllButRandom,  ///< Aborts before the random identifier is settled.
     Complete,      ///< Exits with 0.
   };
 
-  // Nothing: the query ends the run.
+  // The answers to the installer's three queries. Without a value, the query aborts the run.
   std::optional<bool> clear;
   std::optional<int> updateId;
   std::optional<bool> regenerate;
 
-  RunOutcome outcome = RunOutcome::Nothing;  ///< On a machine where everything else succeeds.
-  Findings findings;
+  RunOutcome outcome = RunOutcome::Nothing;
+  Findings findings;  ///< What is wrong or surprising in the file.
 };
 
-/// Reads the file at `path`. Throws Error when there is one that cannot be read.
+/// Reads the metadata file at `path`. A file that is missing is a finding. Throws Error if the file
+/// cannot be read, or nests deeper than the installer's stack is sure to hold.
 Metadata ReadMetadata(const std::string& path);
 
-/// What `outcome` means, for people.
+/// Says what a run with `outcome` does, for people, as the rest of a sentence that begins with "a
+/// run".
 std::string Describe(Metadata::RunOutcome outcome);
 
 #endif  // TOOLS_WEBRESOURCES_BUNDLE_METADATA_H_

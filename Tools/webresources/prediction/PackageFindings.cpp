@@ -15,9 +15,10 @@ namespace {
 constexpr unsigned long kStored = 0;
 constexpr unsigned long kDeflated = 8;
 
-/// Larger entries that shrink more are worth a look: web content does not.
+/// Web content shrinks to a tenth, repetitive data to a hundredth. An entry of at least this size
+/// that shrinks more was most likely made to fill disks.
 constexpr std::uint64_t kRatioLimit = 200;
-constexpr std::uint64_t kRatioFrom = 1U << 20U;
+constexpr std::uint64_t kRatioFrom = 1U << 20U;  // in bytes
 
 std::string Count(std::uint64_t count, const char* noun) {
   return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
@@ -27,6 +28,7 @@ bool IsSupported(const EntryPrediction& entry) {
   return entry.method == kStored || entry.method == kDeflated;
 }
 
+/// Collects the findings of one package: of its frame, of each entry, and of entries together.
 class PackageFinder {
  public:
   PackageFinder(const Prediction& prediction, const std::optional<ArchiveLayout>& layout)
@@ -45,34 +47,36 @@ class PackageFinder {
  private:
   void FindInFrame() {
     if (prediction_.entryCount == 0) {
-      Add(findings_, "package-empty", kPackageFileName, "it has no entries");
+      Add(findings_, "package-empty", kPackageFileName,
+          "it has no entries: an empty directory is installed");
     }
     if (!layout_) {
       return;
     }
     if (layout_->leadingBytes != 0) {
       Add(findings_, "leading-data", kPackageFileName,
-          Count(layout_->leadingBytes, "byte") + " before the archive");
+          "there are " + Count(layout_->leadingBytes, "byte") + " before the archive");
     }
     if (layout_->trailingBytes != 0) {
       Add(findings_, "trailing-data", kPackageFileName,
-          Count(layout_->trailingBytes, "byte") + " after the archive");
+          "there are " + Count(layout_->trailingBytes, "byte") + " after the archive");
     }
     if (layout_->missingBytes != 0) {
       Add(findings_, "directory-damaged", kPackageFileName,
-          "its end record, with the comment, is cut by " + Count(layout_->missingBytes, "byte"));
+          "the last " + Count(layout_->missingBytes, "byte") +
+              " of its end record or comment are missing");
     } else if (!layout_->isDirectoryWhole || prediction_.entries.size() != prediction_.entryCount) {
       Add(findings_, "directory-damaged", kPackageFileName,
-          "entries by its own count: " + std::to_string(layout_->entryCount) +
-              ", listed: " + std::to_string(layout_->entries.size()) +
-              ", read by the installer: " + std::to_string(prediction_.entries.size()));
+          "number of entries: stated " + std::to_string(layout_->entryCount) + ", listed " +
+              std::to_string(layout_->entries.size()) + ", read by the installer " +
+              std::to_string(prediction_.entries.size()));
     }
   }
 
   void FindInEntry(std::size_t index) {
     const EntryPrediction& entry = prediction_.entries[index];
     if (entry.kind == EntryKind::NameEmpty || entry.kind == EntryKind::Unreadable) {
-      // Without a name there is nothing more to say.
+      // The other findings need a name.
       Add(findings_, entry.kind == EntryKind::NameEmpty ? "name-empty" : "directory-damaged",
           "entry " + std::to_string(index + 1), Problem(entry));
       return;
@@ -89,7 +93,7 @@ class PackageFinder {
     } else if (entry.kind == EntryKind::ClimbsOut) {
       AddHere("climbs-out", Problem(entry));
     } else if (entry.nameLength != name.length()) {
-      AddHere("name-unclean", "has a zero byte, at which its name ends");
+      AddHere("name-unclean", "its name has a zero byte: the installer reads the name up to there");
     } else if (const std::string part = UncleanPart(name); !part.empty()) {
       AddHere("name-unclean", part);
     }
@@ -103,7 +107,7 @@ class PackageFinder {
       AddHere("duplicate-entry", Problem(entry));
     } else if (entry.isRepeated) {
       AddHere("duplicate-entry",
-              "the directory is announced again as entry " + std::to_string(index + 1));
+              "entry " + std::to_string(index + 1) + " makes the same directory again");
     }
   }
 
@@ -112,14 +116,15 @@ class PackageFinder {
     if (!names::IsUtf8(entry.name) && entry.kind != EntryKind::NameTooLong) {
       AddHere("name-not-utf8", "its name is not UTF-8, which a volume may refuse");
     } else if (!entry.HasUtf8Flag()) {
-      AddHere("name-unflagged", "its name is not ASCII, and not flagged as UTF-8");
+      AddHere("name-unflagged", "its name is UTF-8, but the entry has no flag that says so");
     }
   }
 
   void FindInData(const EntryPrediction& entry, std::size_t index) {
     const std::string& fields = DifferingFieldsOf(index);
     if (!fields.empty()) {
-      AddHere("headers-differ", "its local and central headers differ in: " + fields);
+      AddHere("headers-differ",
+              "its local and its central header have different values: " + fields);
     }
     if (entry.failure == Failure::Missing) {
       AddHere("missing-directory-entry", Problem(entry));
@@ -127,16 +132,17 @@ class PackageFinder {
       AddHere("path-blocked", Problem(entry));
     }
     if (entry.kind == EntryKind::Directory && !HasLocalHeader(index)) {
-      AddHere("damaged-entry", "its local header is damaged, which other tools do not forgive");
+      AddHere("damaged-entry", "its local header is damaged: other tools refuse the archive");
     }
     if (entry.kind != EntryKind::File) {
       return;
     }
     if (entry.isLink) {
-      AddHere("link-entry", "a symbolic link: the installer writes a file with the link's text");
+      AddHere("link-entry",
+              "it is a symbolic link: the installer writes a file with the link's text");
     }
     if (entry.IsEncrypted()) {
-      AddHere("encrypted", "it is encrypted, and the installer has no password");
+      AddHere("encrypted", "it is encrypted: the installer has no password and writes other data");
     } else if (!IsSupported(entry)) {
       AddHere("unsupported-method", Problem(entry));
     } else if (!entry.isOpened && fields.empty()) {
@@ -154,7 +160,7 @@ class PackageFinder {
     const std::uint64_t packed = std::max<std::uint64_t>(entry.compressedSize, 1);
     if (entry.size >= kRatioFrom && entry.size / packed >= kRatioLimit) {
       AddHere("expansion-ratio", Count(packed, "byte") + " become " + Count(entry.size, "byte") +
-                                     ": " + std::to_string(entry.size / packed) + " times as much");
+                                     ", " + std::to_string(entry.size / packed) + " times as many");
     }
   }
 
@@ -226,13 +232,13 @@ std::string FailureProblem(const EntryPrediction& entry) {
   const bool isDirectory = entry.kind == EntryKind::Directory;
   switch (entry.failure) {
     case Failure::Missing:
-      return "its directory is not announced before it";
+      return "no entry before it makes its directory: it is not installed";
     case Failure::NotADirectory:
-      return "a file is in the way of its directory";
+      return "its path leads through a file";
     case Failure::IsADirectory:
-      return "there is a directory of its name";
+      return "a directory has its name";
     case Failure::Exists:
-      return isDirectory ? "there is a file of its name" : "its name leads to a directory";
+      return isDirectory ? "a file has its name" : "its name means a directory";
     case Failure::ComponentTooLong:
       return "a component of its name has more than 255 bytes";
     default:
@@ -251,14 +257,14 @@ std::string Problem(const EntryPrediction& entry) {
     case EntryKind::NameTooLong:
       return "its name has " + std::to_string(entry.nameLength) + " bytes";
     case EntryKind::ClimbsOut:
-      return "its name leads out of the destination";
+      return "its name leads out of the installed directory";
     case EntryKind::File:
       if (!IsSupported(entry)) {
         return "its compression method " + std::to_string(entry.method) + " is not supported" +
-               (entry.isOpened ? ": its data is written as it is" : "");
+               (entry.isOpened ? ": its packed data is installed" : ": it is not installed");
       }
       if (!entry.isOpened) {
-        return "it cannot be opened: its local header is damaged or contradicts the directory";
+        return "its local header is damaged or contradicts the directory: it is not installed";
       }
       break;
     default:
@@ -276,13 +282,13 @@ std::string Problem(const EntryPrediction& entry) {
 Findings FindInPackage(bool exists, const Prediction& prediction,
                        const std::optional<ArchiveLayout>& layout) {
   Findings findings;
-  // The installer's reader does not open an archive of an end record alone.
+  // The zip library does not open an archive that has an end record and nothing else.
   const bool isEmptyArchive = layout && layout->entryCount == 0 && layout->missingBytes == 0;
   if (!exists) {
     Add(findings, "package-missing", kPackageFileName, "the installer installs an empty directory");
   } else if (!prediction.isOpened && !isEmptyArchive) {
     Add(findings, "package-unreadable", kPackageFileName,
-        "the installer's reader does not open it and installs an empty directory");
+        "the installer cannot open it and installs an empty directory");
   } else {
     findings = PackageFinder(prediction, layout).FindAll();
   }

@@ -8,14 +8,15 @@
 #include "Finding.h"
 #include "Prediction.h"
 
-/// What is wrong with a package. `exists`: whether there is a package file at all; `prediction`:
-/// what the installer will leave of it; `layout`: how its bytes lie in the file, if that could be
-/// made out.
+/// Returns what is wrong with a package: in its frame, then entry by entry, then in entries
+/// together. `exists` tells whether there is a package file at all; `prediction` is what the
+/// installer will leave of it; `layout` is how its bytes lie in the file, if that is known. Both
+/// must come from the same package.
 Findings FindInPackage(bool exists, const Prediction& prediction,
                        const std::optional<ArchiveLayout>& layout);
 
-/// Why the installer skips the entry, or does not leave it as it is. Returns an empty string if the
-/// installer installs it as it is.
+/// Returns why the installer skips `entry`, or installs something else than its data, for people.
+/// Returns an empty string if it installs the entry as it is.
 std::string Problem(const EntryPrediction& entry);
 
 #endif  // TOOLS_WEBRESOURCES_PREDICTION_PACKAGEFINDINGS_H_

@@ -8,7 +8,7 @@ using Failure = PredictedTree::Failure;
 
 namespace {
 
-/// Takes one step down from, or up in, the directory `*node`.
+/// Moves `*node` to what `component` means in that directory.
 Failure Step(const std::string& component, PredictedTree::Node** node) {
   if (!(*node)->isDirectory) {
     return Failure::NotADirectory;
@@ -55,7 +55,7 @@ Failure PredictedTree::MakeDirectory(const std::string& path) {
   if (Exists(path)) {
     return Failure::Exists;
   }
-  // mkdir() takes a name that ends in "/".
+  // mkdir() accepts a name that ends in "/".
   Node* added = nullptr;
   return Add(path.substr(0, path.find_last_not_of('/') + 1), true, &added);
 }

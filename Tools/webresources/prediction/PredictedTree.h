@@ -7,17 +7,19 @@
 #include <optional>
 #include <string>
 
-/// A tree of directories and files in memory that takes paths as a POSIX file system does: "." and
-/// "..", empty components, and a trailing "/" mean what they mean there, case and bytes are kept.
-/// There are no links in it. Paths are relative to its root; a leading "/" is an empty component.
+/// A tree of directories and files in memory that resolves paths as a POSIX file system does: ".",
+/// "..", empty components and a trailing "/" mean the same, and names are compared by their bytes.
+/// It has no links. Paths are relative to its root; a leading "/" is an empty component. The nodes
+/// belong to the tree and live as long as it does.
 class PredictedTree {
  public:
   /// Why an operation cannot be done.
   enum class Failure { None, Missing, NotADirectory, IsADirectory, Exists, ComponentTooLong };
 
+  /// One directory or file.
   struct Node {
     bool isDirectory = true;
-    Node* parent = nullptr;                                 ///< The root is its own.
+    Node* parent = nullptr;  ///< The directory; the root's is itself.
     std::map<std::string, std::unique_ptr<Node>> children;  ///< Of a directory, by name.
 
     // Of a file.
@@ -30,20 +32,22 @@ class PredictedTree {
 
   const Node& root() const { return *root_; }
 
-  /// Whether `path` leads to anything.
+  /// Whether there is anything at `path`.
   bool Exists(const std::string& path) const;
 
-  /// What keeps `path` from leading to anything; None when it does. `found` is what it leads to.
+  /// Stores the node at `path` through `found`. Returns None, or why there is none; `found` is then
+  /// not meaningful.
   Failure Find(const std::string& path, Node** found) const;
 
-  /// mkdir(): the last component of `path`, in a directory that is there.
+  /// Does what mkdir() does: makes the last component of `path` in an existing directory.
   Failure MakeDirectory(const std::string& path);
 
-  /// fopen() for writing: makes the file at `path`, or takes the one that is there.
+  /// Does what fopen() for writing does: stores the file at `path`, which is made if it does not
+  /// exist, through `file`.
   Failure OpenFile(const std::string& path, Node** file);
 
  private:
-  /// Adds a node to the directory that `path` names it in.
+  /// Adds a node for the last component of `path` to the directory before it.
   Failure Add(const std::string& path, bool isDirectory, Node** added);
 
   std::unique_ptr<Node> root_ = std::make_unique<Node>();

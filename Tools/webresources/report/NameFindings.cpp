@@ -68,23 +68,23 @@ void AddCollisions(Findings& findings, const std::vector<std::string>& paths) {
 
 std::string UncleanPart(const std::string& name) {
   if (name.front() == '/') {
-    return "starts with \"/\", which stays inside for the installer but not for everyone";
+    return "its name begins with \"/\": other tools may write it outside the directory";
   }
   if (name.find('\\') != std::string::npos) {
-    return "has a backslash, which is no separator: it becomes part of the file's name";
+    return "its name has a backslash, which the installer does not treat as a separator";
   }
   // Some packers begin each name with "./", which every reader ignores.
   const std::size_t start = name.compare(0, 2, "./") == 0 ? 2 : 0;
   const std::string framed = "/" + name.substr(start) + (name.back() == '/' ? "" : "/");
   for (const char* part : {"//", "/./", "/../"}) {
     if (framed.find(part) != std::string::npos) {
-      return "has an empty, \".\" or \"..\" component";
+      return "its name has an empty, \".\" or \"..\" component";
     }
   }
   const bool hasControl = std::any_of(name.begin(), name.end(), [](char byte) {
     return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f;
   });
-  return hasControl ? "has a control character" : "";
+  return hasControl ? "its name has a control character" : "";
 }
 
 std::string JunkReason(const std::string& path) {
