@@ -14,7 +14,7 @@ import tempfile
 import zipfile
 
 from machine import APPLICATION, EXECUTABLE, SANITIZED, template
-from private_root import INSTALL_ROOT, RECORD, add_programs
+from private_root import INSTALL_ROOT, RECORD, add_programs, inside
 
 INJECT = os.environ["INJECT"]
 FAIL_MALLOC = os.environ["FAIL_MALLOC"]
@@ -46,8 +46,7 @@ class Stage:
         if SANITIZED:
             subprocess.run(["mount", "--rbind", "/proc", self.root / "proc"], check=True)
         else:
-            shutil.copy(FAIL_MALLOC, self.root)
-            add_programs(self.root, shutil.which("env"))
+            add_programs(self.root, shutil.which("env"), FAIL_MALLOC)
 
     def set_up(self, scenario):
         """Writes the bundle's two files, and what reset() starts from."""
@@ -74,12 +73,18 @@ class Stage:
         result = self._run([INJECT, self.root, self.report, action, call, str(number), *command])
         return result._replace(struck=" * " in self.report.read_text(errors="surrogateescape"))
 
+    def run_preloaded(self, library, *variables):
+        """A run with a library before the others, and with environment variables."""
+        if not inside(self.root, library).exists():
+            add_programs(self.root, library)
+        return self._run(["chroot", self.root, shutil.which("env"), f"LD_PRELOAD={library}",
+                          *variables, PROGRAM])
+
     def run_failing_allocation(self, number):
         fired = self.root / "fired"
         fired.unlink(missing_ok=True)
-        result = self._run(["chroot", self.root, shutil.which("env"),
-                            f"LD_PRELOAD=/{os.path.basename(FAIL_MALLOC)}",
-                            f"FAIL_ALLOCATION={number}", "FAIL_ALLOCATION_REPORT=/fired", PROGRAM])
+        result = self.run_preloaded(FAIL_MALLOC, f"FAIL_ALLOCATION={number}",
+                                    "FAIL_ALLOCATION_REPORT=/fired")
         struck = fired.exists()
         fired.unlink(missing_ok=True)
         return result._replace(struck=struck)

@@ -160,6 +160,21 @@ class UnderTheInstallRoot(Neighbourhood):
         self.run_installer()
         self.assertEqual(os.listdir(self.stage.root / "moved"), ["Resource0"])
 
+    @unittest.skipIf(SANITIZED, "the sanitizers come first")
+    def test_sub_directories_survive_where_listings_do_not_tell_what_an_entry_is(self):
+        self.begin()
+        plant_file(self.stage.install_root / "file")
+        plant_link_to_directory(self.stage.install_root / "link")
+        (self.stage.install_root / "empty").mkdir()
+        old = tree(self.stage.install_root / "Resource0")
+        self.run_installer(lambda: self.stage.run_preloaded(os.environ["UNKNOWN_TYPES"]))
+        self.assertEqual(sorted(os.listdir(self.stage.install_root)), ["Resource0", "Resource1"])
+        self.assertEqual(tree(self.stage.install_root / "Resource0"), old)
+        self.assertEqual(tree(self.stage.install_root / "Resource1"), as_tree(SMALL))
+        self.assert_record(iUpdateId=UPDATE, tWebResourceInstallPath="Resource1")
+        self.run_installer()
+        self.assert_installed()
+
     def test_unreadable_and_unwritable_entries_do_not_stop_an_ordinary_user(self):
         if os.environ["FAULTS_NAMESPACE"] == "user":
             self.skipTest("needs root: there is only one user in a user namespace")
