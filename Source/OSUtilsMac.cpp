@@ -193,6 +193,21 @@ void Capture(const PreferencesDomain& record, WebRegInfo* info) {
   info->fullVersion = CarriedText(record, kFullVersionKey);
 }
 
+OSUtils::ValueState StateOf(const PreferencesDomain& record, const char* key, bool isUsable) {
+  return isUsable          ? OSUtils::ValueState::Usable
+         : record.Has(key) ? OSUtils::ValueState::Unusable
+                           : OSUtils::ValueState::Absent;
+}
+
+OSUtils::ValueState StateOfNumber(const PreferencesDomain& record, const char* key) {
+  return StateOf(record, key, record.GetNumber(key).has_value());
+}
+
+OSUtils::ValueState StateOfText(const PreferencesDomain& record, const char* key) {
+  char text[kCarriedTextSize] = {};
+  return StateOf(record, key, record.GetText(key, text, sizeof text));
+}
+
 }  // namespace
 
 std::string OSUtils::CompleteVersion(int build) {
@@ -231,6 +246,18 @@ bool OSUtils::InfoUnder(const std::string& root, WebRegInfo* info) {
   const PreferencesDomain record(PLIST_SECTION_KEY, root);
   Capture(record, info);
   return record.IsReadable();
+}
+
+OSUtils::RecordStates OSUtils::StatesUnder(const std::string& root) {
+  const PreferencesDomain record(PLIST_SECTION_KEY, root);
+  return {StateOfNumber(record, kRandomKey), StateOfNumber(record, kUpdateIdKey),
+          StateOfText(record, kInstallPathKey), StateOfText(record, kFullVersionKey)};
+}
+
+bool OSUtils::RemoveRandom() {
+  PreferencesDomain record = Record();
+  record.Remove(kRandomKey);
+  return record.Flush();
 }
 
 bool OSUtils::ClearRegistry() {

@@ -65,7 +65,7 @@ class BillOfMaterials(ShippingTestCase):
         for program in ("usr/bin/webresources",
                         f"{BUNDLE[1:]}/Contents/MacOS/WebResourceInstaller"):
             listed = run("ldd", self.directory / program)
-            for library in re.findall(r"lib(z|minizip|plist|utf8proc|c)[-.\d]*\.so", listed):
+            for library in re.findall(r"lib(z|minizip|plist|utf8proc|nettle|c)[-.\d]*\.so", listed):
                 source = {"z": "zlib", "plist": "libplist", "c": "glibc"}.get(library, library)
                 self.assertIn("shared library", self.linkages[source])
 

@@ -8,9 +8,9 @@
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
 #include "PackageBounds.h"
+#include "PackageComparison.h"
 #include "PackageFindings.h"
 #include "Support.h"
-#include "TreeComparison.h"
 #include "ZipBuilder.h"
 
 namespace {
@@ -178,7 +178,7 @@ TEST_P(FindingsTest, ArchiveTriggersItsRuleAlone) {
 TEST_P(FindingsTest, ExtractionLeavesWhatIsPredicted) {
   std::string destination = directory_ / "destination";
   ASSERT_TRUE(InstallerUtils::UncompressPackageFiles(path_, destination));
-  for (const Difference& difference : Compare(prediction_, *package_, destination)) {
+  for (const Difference& difference : CompareWithPackage(path_, destination)) {
     ADD_FAILURE() << difference.path << ": " << difference.reason;
   }
 }
@@ -214,8 +214,9 @@ bool IsPredicted(const std::string& bytes) {
   const Prediction whileExtracting = PredictAndExtract(extracted, destination, [] {});
   EXPECT_EQ(TextOf(whileExtracting), TextOf(prediction));
   FindInPackage(true, prediction, ReadArchiveLayout(path));
-  return Compare(prediction, package, destination).empty() &&
-         CompareChecksums(whileExtracting.tree, destination).empty();
+  return CompareWithPackage(path, destination).empty() &&
+         OfContent(Compare(TreeOf(whileExtracting), ReadTree(destination, Checksum::Crc32)))
+             .empty();
 }
 
 TEST_P(FindingsTest, PredictionWhileExtractingIsThePrediction) {

@@ -2,9 +2,9 @@
 
 #include "Error.h"
 #include "InstallerUtils.h"
+#include "PackageComparison.h"
 #include "Prediction.h"
 #include "Support.h"
-#include "TreeComparison.h"
 #include "ZipBuilder.h"
 
 namespace {
@@ -23,7 +23,7 @@ struct Predicted {
   bool IsRight() {
     std::string destination = directory / "destination";
     return InstallerUtils::UncompressPackageFiles(path, destination) &&
-           Compare(prediction, *package, destination).empty();
+           CompareWithPackage(path, destination).empty();
   }
 
   std::vector<std::string> Paths() const {
@@ -141,7 +141,8 @@ TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
   PackageReader package(predicted.path);
   const Prediction whileExtracting = PredictAndExtract(package, destination, [] {});
   EXPECT_EQ(whileExtracting.entries[0].size, 4U);
-  const std::vector<Difference> differences = CompareChecksums(whileExtracting.tree, destination);
+  const Differences differences =
+      OfContent(Compare(TreeOf(whileExtracting), ReadTree(destination, Checksum::Crc32)));
   ASSERT_EQ(differences.size(), 1U);
   EXPECT_EQ(differences[0].kind, Difference::Kind::Type);
 }
@@ -182,8 +183,10 @@ TEST(Compare, EachKindOfDifferenceIsFound) {
   };
   const std::string expected = "1 d/extra\n0 d/missing\n3 differs\n0 gone\n3 longer\n2 type\n";
   const std::string destination = predicted.directory / "destination";
-  EXPECT_EQ(listed(Compare(predicted.prediction, *predicted.package, destination)), expected);
-  EXPECT_EQ(listed(CompareChecksums(predicted.prediction.tree, destination)), expected);
+  EXPECT_EQ(listed(CompareWithPackage(predicted.path, destination)), expected);
+  EXPECT_EQ(listed(Topmost(OfContent(
+                Compare(TreeOf(predicted.prediction), ReadTree(destination, Checksum::Crc32))))),
+            expected);
 }
 
 }  // namespace

@@ -77,6 +77,66 @@ TEST_F(VerifyTest, ExtraFileIsFound) {
   EXPECT_EQ(Found(), "file-extra Resource0/d/extra\n");
 }
 
+TEST_F(VerifyTest, ModesThatARunDoesNotGiveAreFoundUnlessIgnored) {
+  for (const mode_t mode : {0000, 0600, 0664, 0646, 04644, 02644}) {
+    chmod((installed_ + "g").c_str(), mode);
+    EXPECT_EQ(Found(), "mode-differs Resource0/g\n") << std::oct << mode;
+  }
+  options_.ignoresModes = true;
+  EXPECT_EQ(Found(), "");
+}
+
+TEST_F(VerifyTest, DirectoriesThatOthersCannotEnterOrCanWriteToAreFound) {
+  const std::string above = fs::path(installRoot_).parent_path().parent_path();
+  chmod(above.c_str(), 0700);
+  chmod((installed_ + "d").c_str(), 0750);
+  chmod(installed_.c_str(), 0777);
+  const std::string found =
+      "mode-differs " + above + "\nmode-differs Resource0/.\nmode-differs Resource0/d\n";
+  EXPECT_EQ(Found(), found);
+  EXPECT_EQ(FoundAlone(), "mode-differs " + above + "\n");  // there is no receipt
+}
+
+TEST_F(VerifyTest, ForeignOwnerIsFoundUnlessIgnored) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give files away";
+  }
+  ASSERT_EQ(chown((installed_ + "g").c_str(), 1234, 1234), 0);
+  EXPECT_EQ(Found(), "owner-differs Resource0/g\n");
+  options_.ignoresModes = true;
+  EXPECT_EQ(Found(), "");
+}
+
+TEST_F(VerifyTest, FileInThePlaceOfTheInstallRootIsFound) {
+  fs::remove_all(installRoot_);
+  WriteFile(installRoot_.substr(0, installRoot_.length() - 1), "");
+  EXPECT_EQ(Found(), "root-blocked " + installRoot_ + "\n");
+}
+
+TEST_F(VerifyTest, UpdateNumberMinusOneThatIsNotRecordedIsFound) {
+  WriteFile(resources_ + kMetadataFileName, R"({"clear":false,"updateid":-1,"regenerate":false})");
+  record_.SetText("tFullVersion", OSUtils::CompleteVersion(-1));
+  record_.SetNumber("iUpdateId", -1);
+  EXPECT_EQ(Found(), "");
+  record_.Remove("iUpdateId");
+  EXPECT_EQ(Found(), "record-missing update number\n");
+}
+
+TEST_F(VerifyTest, ErrorsOfThePackageCount) {
+  WriteFile(resources_ + kPackageFileName, Zip({{"d/", ""}, {"d/f", "text"}, {"g", "x"}}) + "x");
+  EXPECT_EQ(Found(), "");  // a warning does not
+  std::string cut = Zip({{"d/", ""}, {"d/f", "text"}, {"g", "x"}});
+  WriteFile(resources_ + kPackageFileName, cut.substr(0, cut.length() - 30));
+  EXPECT_EQ(Found().substr(0, 18), "package-unreadable");
+  EXPECT_EQ(InstallCheck(options_).status, 2);
+}
+
+TEST_F(VerifyTest, InstallCheckOfANewerInstalledUpdateIsNotNeeded) {
+  record_.SetNumber("iUpdateId", 8);
+  record_.Flush();
+  EXPECT_EQ(InstallCheck(options_).status, 1);
+}
+
 TEST_F(VerifyTest, LinkInAFilesPlaceIsFound) {
   fs::rename(installed_ + "g", directory_ / "elsewhere");
   fs::create_symlink(directory_ / "elsewhere", installed_ + "g");
@@ -129,9 +189,12 @@ TEST_F(VerifyTest, EachMissingValueOfTheRecordIsFound) {
   }
 }
 
-TEST_F(VerifyTest, ValueOfAnotherTypeIsMissing) {
+TEST_F(VerifyTest, ValueOfAnotherTypeIsToldAsWhatItIs) {
   record_.SetText("iUpdateId", "7");
-  EXPECT_EQ(Found(), "record-missing update number\n");
+  EXPECT_EQ(Found(), "record-type update number\n");
+  record_.SetNumber("iUpdateId", 7);
+  record_.SetText("irandom", "42");
+  EXPECT_EQ(Found(), "record-type random identifier\n");
 }
 
 TEST_F(VerifyTest, VersionThatContradictsTheUpdateNumberIsFoundWithoutABundle) {

@@ -4,8 +4,10 @@
 #include <iostream>
 
 #include "Check.h"
+#include "Install.h"
 #include "Names.h"
 #include "Pack.h"
+#include "Progress.h"
 #include "Verify.h"
 
 namespace {
@@ -15,9 +17,12 @@ struct CommandLine {
   std::string name;
   std::function<Report()> run;
   bool asJson = false;
+  bool isQuiet = false;
   PackOptions pack;
   CheckOptions check;
   VerifyOptions verify;
+  InstallOptions install;
+  long long waitSeconds = 600;
 };
 
 CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
@@ -26,6 +31,7 @@ CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
   CLI::App* command = app.add_subcommand(name, purpose);
   command->footer("Example:\n  webresources " + example + "\n");
   command->add_flag("--json", line.asJson, "Write one JSON document");
+  command->add_flag("--quiet", line.isQuiet, "Say nothing but findings and errors");
   command->callback([&line, name, run] {
     line.name = name;
     line.run = run;
@@ -61,7 +67,6 @@ void AddPack(CLI::App& app, CommandLine& line) {
       ->allow_extra_args(false);
   command->add_flag("--create", options.createsOutput,
                     "Write to any directory, make it if missing");
-  command->add_flag("--quiet", options.isQuiet, "Say nothing but findings and errors");
 }
 
 /// Adds the limit that keeps a hostile package from being read for hours.
@@ -83,14 +88,21 @@ void AddCheck(CLI::App& app, CommandLine& line) {
       AddCommand(app, line, "check", "Tell what the installer will do with a bundle",
                  "check --prove X.app", [&line] {
                    line.check.asJson = line.asJson;
+                   line.check.isQuiet = line.isQuiet;
                    return Check(line.check);
                  });
   command
       ->add_option("BUNDLE_OR_RESOURCES", line.check.path, "A bundle, or its Resources directory")
       ->required();
   command->add_flag("--prove", line.check.prove, "Also extract into a scratch directory, compare");
-  command->add_flag("--quiet", line.check.isQuiet, "Leave out the list of entries");
   AddMaxSize(command, line.check.maxSize);
+}
+
+/// The options of what compares a machine.
+void AddMachine(CLI::App& command, CommandLine& line) {
+  command.add_option("--root", line.verify.root, "Where the installed system's files are")
+      ->type_name("PREFIX");
+  command.add_flag("--ignore-modes", line.verify.ignoresModes, "Do not compare modes and owners");
 }
 
 void AddVerify(CLI::App& app, CommandLine& line) {
@@ -98,23 +110,48 @@ void AddVerify(CLI::App& app, CommandLine& line) {
       AddCommand(app, line, "verify", "Compare what is installed with a bundle, or with itself",
                  "verify X.app", [&line] { return Verify(line.verify); });
   command->add_option("BUNDLE", line.verify.bundle, "The bundle that should be installed");
-  command->add_option("--root", line.verify.root, "Where the installed system's files are")
-      ->type_name("PREFIX");
+  AddMachine(*command, line);
 }
 
 void AddInstallCheck(CLI::App& app, CommandLine& line) {
   CLI::App* command =
-      AddCommand(app, line, "installcheck", "Exit with 0 when a bundle is to be installed, else 1",
+      AddCommand(app, line, "installcheck", "Exit with 0 if a bundle is to be installed, 1 if not",
                  "installcheck X.app", [&line] { return InstallCheck(line.verify); });
   command->add_option("BUNDLE", line.verify.bundle, "The bundle that should be installed")
       ->required();
-  command->add_option("--root", line.verify.root, "Where the installed system's files are")
-      ->type_name("PREFIX");
+  AddMachine(*command, line);
+}
+
+void AddInstall(CLI::App& app, CommandLine& line) {
+  InstallOptions& options = line.install;
+  CLI::App* command =
+      AddCommand(app, line, "install", "Run a bundle's installer step on this machine, and verify",
+                 "install X.app", [&line] {
+                   line.install.wait = std::chrono::seconds(line.waitSeconds);
+                   return Install(line.install);
+                 });
+  command->add_option("BUNDLE", options.bundle, "The bundle to install")->required();
+  command->add_flag("--force", options.isForced, "Run the step even if nothing would change");
+  command->add_flag("--allow-downgrade", options.allowsDowngrade, "Install over a newer update");
+  command->add_flag("--ignore-modes", options.ignoresModes, "Do not compare modes and owners");
+  AddMaxSize(command, options.maxSize);
+  command
+      ->add_option("--wait", line.waitSeconds,
+                   "How long to wait while another installation runs (default: 600)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0, 86400));
 }
 
 int Run(const CommandLine& line) {
   try {
-    const Report report = line.run();
+    if (line.isQuiet) {
+      Progress::BeQuiet();
+    }
+    Report report = line.run();
+    if (line.isQuiet) {
+      report.listing.clear();
+      report.summary.clear();
+    }
     Print(report, line.asJson);
     return report.status;
   } catch (const Error& error) {
@@ -138,6 +175,7 @@ int main(int argc, char** argv) {
   AddCheck(app, line);
   AddVerify(app, line);
   AddInstallCheck(app, line);
+  AddInstall(app, line);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -59,7 +59,7 @@ def tar():
     directory = pathlib.Path(ARGUMENTS[3])
     require(directory.is_dir(), "no directory to unpack to")
     for name in ("contrib/minizip/unzip.c", "contrib/minizip/zip.c", "contrib/minizip/ioapi.c",
-                 "utf8proc.c"):
+                 "utf8proc.c", "sha256.c", "sha256-compress.c", "write-be32.c"):
         (directory / name).parent.mkdir(parents=True, exist_ok=True)
         (directory / name).touch()
 
@@ -93,7 +93,7 @@ def configure():
     definitions = dict(argument[2:].split("=", 1) for argument in ARGUMENTS[6:])
     require(definitions["CMAKE_OSX_ARCHITECTURES"] == "arm64;x86_64", "not universal")
     require(definitions["CMAKE_OSX_DEPLOYMENT_TARGET"] == "11.0", "another oldest system")
-    for library in ("minizip", "libutf8proc"):
+    for library in ("minizip", "nettle", "libutf8proc"):
         directory = pathlib.Path(os.environ["PKG_CONFIG_PATH"])
         require((directory / f"{library}.pc").is_file(), "pkg-config would not find " + library)
         name = library.replace("libu", "u")

@@ -1,7 +1,5 @@
 #include "Check.h"
 
-#include <sys/statvfs.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -153,11 +151,7 @@ class Scratch {
 };
 
 void RequireSpace(std::uint64_t needed, const std::string& path) {
-  struct statvfs status = {};
-  if (statvfs(path.c_str(), &status) != 0) {
-    throw Error::FromErrno("read", path);
-  }
-  const std::uint64_t free = std::uint64_t{status.f_bavail} * status.f_frsize;
+  const std::uint64_t free = FreeBytesAt(path);
   if (needed > free) {
     throw Error("extract to", path,
                 "up to " + std::to_string(needed) + " bytes are needed and " +
@@ -181,7 +175,8 @@ Examination Prove(const std::string& packagePath) {
   PackageReader package(packagePath);
   const auto stopIfInterrupted = [&packagePath] { ThrowIfInterrupted("check", packagePath); };
   Prediction prediction = PredictAndExtract(package, destination, stopIfInterrupted);
-  auto differences = CompareChecksums(prediction.tree, destination);
+  auto differences =
+      Topmost(OfContent(Compare(TreeOf(prediction), ReadTree(destination, Checksum::Crc32))));
   stopIfInterrupted();
   return {std::move(prediction), std::move(differences)};
 }

@@ -1,12 +1,10 @@
 #include "Pack.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <charconv>
 #include <cstdlib>
 #include <fstream>
-#include <iostream>
 
 #include "ArchiveWriter.h"
 #include "AtomicFile.h"
@@ -15,6 +13,7 @@
 #include "Interruption.h"
 #include "Metadata.h"
 #include "Names.h"
+#include "Progress.h"
 
 namespace {
 
@@ -58,45 +57,15 @@ void RequireOutside(const std::string& output, const std::string& directory) {
   }
 }
 
-/// A bar on the error output, where that is a terminal.
-class Progress {
- public:
-  Progress(std::size_t total, bool isQuiet)
-      : total_(total), isShown_(!isQuiet && total != 0 && isatty(STDERR_FILENO) == 1) {}
-  ~Progress() {
-    if (isShown_) {
-      std::cerr << "\r\033[K" << std::flush;
-    }
-  }
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
-
-  void Step() {
-    constexpr std::size_t kWidth = 40;
-    const std::size_t filled = ++done_ * kWidth / total_;
-    if (isShown_ && filled != shown_) {
-      shown_ = filled;
-      std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] "
-                << done_ << "/" << total_ << std::flush;
-    }
-  }
-
- private:
-  std::size_t total_;
-  bool isShown_;
-  std::size_t done_ = 0;
-  std::size_t shown_ = 0;
-};
-
 struct Totals {
   std::uint64_t directories = 0;
   std::uint64_t files = 0;
   std::uint64_t bytes = 0;
 };
 
-Totals WritePackage(const SourceTree& tree, const std::string& path, bool isQuiet) {
+Totals WritePackage(const SourceTree& tree, const std::string& path) {
   Totals totals;
-  Progress progress(tree.items.size(), isQuiet);
+  Progress progress("packing", tree.items.size());
   ArchiveWriter archive(path, EntryTime());
   for (const SourceTree::Item& item : tree.items) {
     ThrowIfInterrupted("pack", item.path);  // the temporary files are removed
@@ -123,20 +92,17 @@ void WriteMetadata(const PackOptions& options, const std::string& path) {
   }
 }
 
-void ReportLeftOut(const SourceTree& tree, bool isQuiet, Report& report) {
+void ReportLeftOut(const SourceTree& tree, Report& report) {
   Json& leftOut = report.details["leftOut"] = Json::array();
   for (const SourceTree::LeftOut& item : tree.leftOut) {
     Json json = {{"reason", item.reason}};
     PutName(json, "path", item.name);
     leftOut.push_back(json);
-    if (!isQuiet) {
-      report.listing.push_back("left out: " + item.name + " (" + item.reason + ")");
-    }
+    report.listing.push_back("left out: " + item.name + " (" + item.reason + ")");
   }
 }
 
-void ReportTotals(const Totals& totals, const BundleFiles& resources, bool isQuiet,
-                  Report& report) {
+void ReportTotals(const Totals& totals, const BundleFiles& resources, Report& report) {
   struct stat status = {};
   stat(resources.package.c_str(), &status);
   Json& package = report.details["package"] = Json::object();
@@ -145,12 +111,10 @@ void ReportTotals(const Totals& totals, const BundleFiles& resources, bool isQui
   package["files"] = totals.files;
   package["bytes"] = totals.bytes;
   package["packedBytes"] = static_cast<std::uint64_t>(status.st_size);
-  if (!isQuiet) {
-    report.summary.push_back("directories: " + std::to_string(totals.directories) +
-                             ", files: " + std::to_string(totals.files) +
-                             ", bytes: " + std::to_string(totals.bytes) + ", packed into " +
-                             std::to_string(status.st_size) + " bytes: " + resources.package);
-  }
+  report.summary.push_back("directories: " + std::to_string(totals.directories) +
+                           ", files: " + std::to_string(totals.files) +
+                           ", bytes: " + std::to_string(totals.bytes) + ", packed into " +
+                           std::to_string(status.st_size) + " bytes: " + resources.package);
 }
 
 }  // namespace
@@ -162,7 +126,7 @@ Report Pack(const PackOptions& options) {
   CatchInterruptions();
 
   Report report("pack");
-  ReportLeftOut(tree, options.isQuiet, report);
+  ReportLeftOut(tree, report);
   AtomicFile metadata(resources.metadata);
   WriteMetadata(options, metadata.temporary());
   report.findings = tree.refused;
@@ -175,9 +139,9 @@ Report Pack(const PackOptions& options) {
     return report;
   }
   AtomicFile package(resources.package);
-  const Totals totals = WritePackage(tree, package.temporary(), options.isQuiet);
+  const Totals totals = WritePackage(tree, package.temporary());
   AtomicFile::CommitBoth(package, metadata);
-  ReportTotals(totals, resources, options.isQuiet, report);
+  ReportTotals(totals, resources, report);
   return report;
 }
 

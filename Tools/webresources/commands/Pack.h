@@ -14,7 +14,6 @@ struct PackOptions {
   std::int32_t updateId = 0;   ///< The update number to record.
   bool clear = false;          ///< Let the run wipe foreign keys from the record first.
   bool regenerate = false;     ///< Let the run draw a new random identifier.
-  bool isQuiet = false;        ///< Show no progress, no totals, and not what is left out.
   Selection selection;         ///< What of the directory is packed.
 };
 

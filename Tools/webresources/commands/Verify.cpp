@@ -1,177 +1,12 @@
 #include "Verify.h"
 
-#include <sys/stat.h>
-
-#include "BundleFiles.h"
-#include "Files.h"
-#include "InstallerConstants.h"
-#include "Metadata.h"
-#include "OSUtils.h"
-#include "TreeComparison.h"
+#include "InstallationFindings.h"
 
 namespace {
 
-const WebRegInfo kAbsent;
-
-const char kPathName[] = "installed directory";
-const char kUpdateIdName[] = "update number";
-const char kVersionName[] = "full version";
-const char kRandomName[] = "random identifier";
-
-/// `path`, for a file there that can be read or is missing. Throws Error for any other.
-const std::string& Openable(const std::string& path) {
-  StateOf(path);
-  return path;
+void Append(Findings& findings, const Findings& more) {
+  findings.insert(findings.end(), more.begin(), more.end());
 }
-
-/// What a bundle's run should leave.
-struct Expected {
-  explicit Expected(const std::string& bundle)
-      : resources(FindBundleFiles(bundle)),
-        package(Openable(resources.package)),
-        prediction(Predict(package)) {
-    const Metadata metadata = ReadMetadata(resources.metadata);
-    if (metadata.outcome != Metadata::RunOutcome::Complete) {
-      throw Error("tell what is to be installed by", resources.metadata,
-                  "a run " + Describe(metadata.outcome));
-    }
-    updateId = *metadata.updateId;
-  }
-
-  BundleFiles resources;
-  PackageReader package;
-  Prediction prediction;
-  int updateId = 0;
-};
-
-bool IsBareName(const std::string& name) {
-  return name.find('/') == std::string::npos && name != "." && name != "..";
-}
-
-class Verification {
- public:
-  explicit Verification(const std::string& root)
-      : installRoot_(root + OSUtils::GetPellamResourceDirectory()) {
-    if (!OSUtils::InfoUnder(root, &record_)) {
-      throw Error("read", "the record of " + (root.empty() ? "this host" : root),
-                  "it is not readable here");
-    }
-    if (StateOf(installRoot_) == FileState::Present) {
-      installed_ = NamesIn(installRoot_);
-    }
-  }
-
-  Findings Run(Expected* expected) {
-    if (installed_.empty() && record_.installPath.empty() && record_.fullVersion.empty() &&
-        record_.updateId == kAbsent.updateId && record_.random == kAbsent.random) {
-      AddFinding("not-installed", installRoot_, "neither directory nor record is there");
-      return std::move(findings_);
-    }
-    const std::string directory = FindDirectory();
-    if (expected != nullptr && !directory.empty()) {
-      CompareTree(*expected, directory);
-    }
-    FindLeftovers(directory);
-    FindInRecord(expected);
-    return std::move(findings_);
-  }
-
-  const WebRegInfo& record() const { return record_; }
-  const std::string& installRoot() const { return installRoot_; }
-
- private:
-  /// The name of the directory that is installed: the record's, else the final one; empty when
-  /// there is none.
-  std::string FindDirectory() {
-    const std::string& recorded = record_.installPath;
-    if (!recorded.empty() && IsBareName(recorded) && IsInstalled(recorded)) {
-      if (recorded != kFinalName) {
-        AddFinding("record-differs", kPathName, "it is " + recorded + " instead of " + kFinalName);
-      }
-      return recorded;
-    }
-    if (recorded.empty()) {
-      AddFinding("record-missing", kPathName, "it is not recorded");
-    } else if (IsInstalled(kFinalName) || !IsBareName(recorded)) {
-      AddFinding("record-directory", kPathName, "there is no directory " + recorded);
-    }
-    if (IsInstalled(kFinalName)) {
-      return kFinalName;
-    }
-    AddFinding("not-installed", installRoot_ + kFinalName, "there is no such directory");
-    return {};
-  }
-
-  bool IsInstalled(const std::string& name) const {
-    struct stat status = {};
-    return lstat((installRoot_ + name).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-  }
-
-  void CompareTree(Expected& expected, const std::string& directory) {
-    for (const Difference& difference :
-         Compare(expected.prediction, expected.package, installRoot_ + directory)) {
-      static const char* const ids[] = {"file-missing", "file-extra", "file-type", "file-differs"};
-      AddFinding(ids[static_cast<int>(difference.kind)], directory + "/" + difference.path,
-                 difference.reason);
-    }
-  }
-
-  void FindLeftovers(const std::string& directory) {
-    for (const std::string& name : installed_) {
-      if (name != directory) {
-        AddFinding("leftover", installRoot_ + name, "it is not the installed directory");
-      }
-    }
-  }
-
-  void FindInRecord(const Expected* expected) {
-    FindInUpdateId(expected);
-    FindInVersion(expected);
-    if (record_.random == kAbsent.random) {
-      AddFinding("record-missing", kRandomName, "it is not recorded");
-    } else if (record_.random < 1 || record_.random > OSUtils::kLargestRandom) {
-      AddFinding("record-random", kRandomName,
-                 "it is " + std::to_string(record_.random) + ", not from 1 to " +
-                     std::to_string(OSUtils::kLargestRandom));
-    }
-  }
-
-  void FindInUpdateId(const Expected* expected) {
-    if (expected != nullptr && record_.updateId == expected->updateId) {
-      return;  // even one that counts as absent
-    }
-    if (record_.updateId == kAbsent.updateId) {
-      AddFinding("record-missing", kUpdateIdName, "it is not recorded");
-    } else if (expected != nullptr) {
-      AddFinding("record-differs", kUpdateIdName,
-                 "it is " + std::to_string(record_.updateId) + " instead of " +
-                     std::to_string(expected->updateId));
-    }
-  }
-
-  void FindInVersion(const Expected* expected) {
-    const std::string version =
-        OSUtils::CompleteVersion(expected != nullptr ? expected->updateId : record_.updateId);
-    if (record_.fullVersion.empty()) {
-      AddFinding("record-missing", kVersionName, "it is not recorded");
-    } else if (expected != nullptr && record_.fullVersion != version) {
-      AddFinding("record-differs", kVersionName,
-                 "it is " + record_.fullVersion + " instead of " + version);
-    } else if (record_.updateId != kAbsent.updateId && record_.fullVersion != version) {
-      AddFinding("record-version", kVersionName,
-                 "it is " + record_.fullVersion + ", which the update number makes " + version);
-    }
-  }
-
-  void AddFinding(const char* id, const std::string& subject, const std::string& reason) {
-    Add(findings_, id, subject, reason);
-  }
-
-  const std::string installRoot_;
-  WebRegInfo record_;
-  std::vector<std::string> installed_;
-  Findings findings_;
-};
 
 Json ToJson(const WebRegInfo& record) {
   Json json = Json::object();
@@ -182,49 +17,132 @@ Json ToJson(const WebRegInfo& record) {
   return json;
 }
 
+void RequireComplete(const ExpectedBundle& bundle) {
+  if (bundle.metadata.outcome != Metadata::RunOutcome::Complete) {
+    throw Error("tell what is to be installed by", bundle.files.metadata,
+                "a run " + Describe(bundle.metadata.outcome));
+  }
+}
+
+void VerifyWithBundle(const VerifyOptions& options, Report& report) {
+  Findings ignored;
+  const ExpectedBundle bundle = ReadBundle(*options.bundle, ReadReceipt(options.root, ignored));
+  RequireComplete(bundle);
+  const MachineState state = CompareWithBundle(options.root, bundle, options.ignoresModes);
+  ReportInstallation(state.installation, report);
+  report.findings = bundle.errors;
+  Append(report.findings, state.findings);
+  Append(report.findings, state.receiptFindings);
+}
+
+void VerifyAlone(const VerifyOptions& options, Report& report) {
+  const Installation installation = ReadInstallation(options.root);
+  ReportInstallation(installation, report);
+  Findings ofReceipt;
+  const auto receipt = ReadReceipt(options.root, ofReceipt);
+  const bool belongs = receipt && FindInReceipt(*receipt, installation, ofReceipt);
+  report.findings = FindInInstallation(
+      installation, {belongs ? &receipt->tree : nullptr, std::nullopt, options.ignoresModes});
+  Append(report.findings, ofReceipt);
+  report.details["comparedWith"] = belongs ? "receipt" : "record";
+  if (!belongs) {
+    report.summary.push_back(
+        "only the record was compared: there is no receipt that tells what was installed");
+  }
+}
+
 }  // namespace
 
+MachineState CompareWithBundle(const std::string& prefix, const ExpectedBundle& bundle,
+                               bool ignoresModes) {
+  MachineState state;
+  state.installation = ReadInstallation(prefix);
+  state.findings = FindInInstallation(state.installation, {bundle.isRead ? &bundle.tree : nullptr,
+                                                           bundle.UpdateId(), ignoresModes});
+  const auto receipt = ReadReceipt(prefix, state.receiptFindings);
+  state.hasReceipt = receipt.has_value();
+  const bool belongs =
+      receipt && FindInReceipt(*receipt, state.installation, state.receiptFindings);
+  if (belongs && state.findings.empty() && receipt->packageSha256 != bundle.packageSha256) {
+    Add(state.receiptFindings, "receipt-differs", ReceiptPath(prefix),
+        "it is of another package than the one that is installed");
+  }
+  return state;
+}
+
+bool IsNewerInstalled(const Installation& installation, const ExpectedBundle& bundle) {
+  const auto recorded = installation.UpdateId();
+  return recorded && *recorded > bundle.UpdateId();
+}
+
+void ReportInstallation(const Installation& installation, Report& report) {
+  PutName(report.details, "installRoot", installation.root);
+  report.details["record"] = ToJson(installation.record);
+}
+
 Report Verify(const VerifyOptions& options) {
-  std::optional<Expected> expected;
-  if (options.bundle) {
-    expected.emplace(*options.bundle);
-  }
-  if (!options.root.empty() && !IsDirectory(options.root)) {
-    throw Error("read", options.root, "it is not a directory");
-  }
-  Verification verification(options.root);
   Report report("verify");
-  report.findings = verification.Run(expected ? &*expected : nullptr);
+  if (options.bundle) {
+    report.details["comparedWith"] = "bundle";
+    VerifyWithBundle(options, report);
+  } else {
+    VerifyAlone(options, report);
+  }
   report.SetStatus();
-  PutName(report.details, "installRoot", verification.installRoot());
-  report.details["record"] = ToJson(verification.record());
   report.summary.push_back(report.findings.empty()
                                ? std::string("the installation is as it should be")
                                : "findings: " + std::to_string(report.findings.size()));
   return report;
 }
 
+namespace {
+
+constexpr int kIsNeeded = 0;
+constexpr int kIsUpToDate = 1;
+constexpr int kCannotBeInstalled = 2;
+
+std::string Text(const Finding& finding) {
+  return finding.subject + ": " + finding.reason;
+}
+
+void Conclude(int status, const std::string& text, Report& report) {
+  report.status = status;
+  report.details["installNeeded"] = status == kIsNeeded;
+  report.summary.push_back(text);
+}
+
+void CheckMachine(const VerifyOptions& options, const ExpectedBundle& bundle, Report& report) {
+  MachineState state = CompareWithBundle(options.root, bundle, options.ignoresModes);
+  ReportInstallation(state.installation, report);
+  report.findings = state.findings;
+  Append(report.findings, state.receiptFindings);
+  if (IsNewerInstalled(state.installation, bundle)) {
+    Conclude(kIsUpToDate, "a newer update is installed", report);
+  } else if (report.findings.empty()) {
+    Conclude(kIsUpToDate, "up to date", report);
+  } else {
+    Conclude(kIsNeeded, "install needed: " + Text(report.findings.front()), report);
+  }
+}
+
+}  // namespace
+
 Report InstallCheck(const VerifyOptions& options) {
-  constexpr int kIsNeeded = 0;
-  constexpr int kIsUpToDate = 1;
   Report report("installcheck");
-  std::string why;
   try {
-    Report verified = Verify(options);
-    report.findings = std::move(verified.findings);
-    report.details = std::move(verified.details);
-    if (!report.findings.empty()) {
-      const Finding& first = report.findings.front();
-      why = first.subject + ": " + first.reason;
+    Findings ignored;
+    const ExpectedBundle bundle = ReadBundle(*options.bundle, ReadReceipt(options.root, ignored));
+    if (bundle.errors.empty()) {
+      CheckMachine(options, bundle, report);
+    } else {
+      report.findings = bundle.errors;
+      Conclude(kCannotBeInstalled, "cannot be installed: " + Text(bundle.errors.front()), report);
     }
   } catch (const Error& error) {
     report = ReportOf("installcheck", error);
-    why = error.what();
+    Conclude(kIsNeeded, std::string("install needed: ") + error.what(), report);
   } catch (const std::exception& error) {
-    why = error.what();
+    Conclude(kIsNeeded, std::string("install needed: ") + error.what(), report);
   }
-  report.status = why.empty() ? kIsUpToDate : kIsNeeded;
-  report.details["installNeeded"] = !why.empty();
-  report.summary.push_back(why.empty() ? "up to date" : "install needed: " + why);
   return report;
 }

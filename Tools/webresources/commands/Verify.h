@@ -4,19 +4,44 @@
 #include <optional>
 #include <string>
 
+#include "ExpectedBundle.h"
+#include "Installation.h"
+#include "Receipt.h"
 #include "Report.h"
 
 struct VerifyOptions {
-  std::optional<std::string> bundle;  ///< None: is the installation consistent with itself?
+  std::optional<std::string> bundle;  ///< None: compare with the receipt, or with the record alone.
   std::string root;                   ///< Of the installed system's files; empty for this one's.
+  bool ignoresModes = false;          ///< Do not compare modes and owners.
 };
 
-/// How the installation differs from what a bundle installs. Nothing is changed. Throws Error when
-/// that cannot be told.
+/// How the installation differs from what a bundle installs or, without one, from the receipt. What
+/// is wrong with the bundle's package counts, too. Nothing is changed. Throws Error when that
+/// cannot be told.
 Report Verify(const VerifyOptions& options);
 
-/// Verify() for management systems: the status is 0 when the bundle is to be installed, 1 when it
-/// is not. What cannot be told counts as to be installed; nothing is thrown for it.
+/// Verify() for management systems. The status is 0 if `install` would change the installation, 1
+/// if the bundle's update or a newer one is installed, 2 if the bundle has errors: `install` would
+/// refuse it. What cannot be told counts as to be installed; nothing is thrown for it.
 Report InstallCheck(const VerifyOptions& options);
+
+/// What is installed on a host, as one bundle sees it.
+struct MachineState {
+  Installation installation;
+  bool hasReceipt = false;
+  Findings findings;         ///< What a run of the bundle would change.
+  Findings receiptFindings;  ///< What is wrong with the receipt; not looked at under `findings`.
+};
+
+/// Compares the host whose file system lies at `prefix` with `bundle`. Throws Error if something
+/// cannot be read.
+MachineState CompareWithBundle(const std::string& prefix, const ExpectedBundle& bundle,
+                               bool ignoresModes);
+
+/// Whether the recorded update is a newer one than that of `bundle`.
+bool IsNewerInstalled(const Installation& installation, const ExpectedBundle& bundle);
+
+/// Members of the document that tell where the host's installation is and what it records.
+void ReportInstallation(const Installation& installation, Report& report);
 
 #endif  // TOOLS_WEBRESOURCES_COMMANDS_VERIFY_H_

@@ -5,7 +5,7 @@ _webresources() {
   local command=${COMP_WORDS[1]} options
   COMPREPLY=()
   if [ "$COMP_CWORD" -eq 1 ]; then
-    mapfile -t COMPREPLY < <(compgen -W 'pack check verify installcheck --help --version' -- "$current")
+    mapfile -t COMPREPLY < <(compgen -W 'pack check install verify installcheck --help --version' -- "$current")
     return
   fi
   case $command in
@@ -14,10 +14,13 @@ _webresources() {
         --create --quiet --json --help'
       ;;
     check) options='--prove --max-size --quiet --json --help' ;;
-    verify | installcheck) options='--root --json --help' ;;
+    install)
+      options='--force --allow-downgrade --ignore-modes --max-size --wait --quiet --json --help'
+      ;;
+    verify | installcheck) options='--root --ignore-modes --quiet --json --help' ;;
   esac
   case $previous in
-    --update-id | --exclude | --keep | --require | --max-size) return ;;
+    --update-id | --exclude | --keep | --require | --max-size | --wait) return ;;
   esac
   if [[ $current == -* ]]; then
     mapfile -t COMPREPLY < <(compgen -W "$options" -- "$current")

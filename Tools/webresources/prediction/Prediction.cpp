@@ -9,6 +9,7 @@
 #include "DirectoryChain.h"
 #include "Error.h"
 #include "InstallerUtils.h"
+#include "Progress.h"
 
 using Failure = PredictedTree::Failure;
 
@@ -50,7 +51,8 @@ EntryPrediction Describe(const PackageReader& package) {
 
 class Predictor {
  public:
-  Predictor(PackageReader& package, const PortionSink& sink) : package_(package), sink_(sink) {
+  Predictor(PackageReader& package, const PortionSink& sink)
+      : package_(package), sink_(sink), progress_("reading the package", package.EntryCount()) {
     prediction_.isOpened = package.IsOpen();
     prediction_.entryCount = package.EntryCount();
   }
@@ -63,6 +65,7 @@ class Predictor {
     } else if (entry.kind == PackageEntry::Kind::File) {
       PredictFile(entry);
     }
+    progress_.Step();
   }
 
   Prediction Take() { return std::move(prediction_); }
@@ -133,6 +136,7 @@ class Predictor {
   PackageReader& package_;
   const PortionSink& sink_;
   Prediction prediction_;
+  Progress progress_;
   std::unordered_set<std::string> announced_;
 };
 

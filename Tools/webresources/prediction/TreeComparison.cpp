@@ -1,174 +1,125 @@
 #include "TreeComparison.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
-#include <zlib.h>
-
+#include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <functional>
-#include <memory>
+#include <unordered_set>
 
-#include "Descriptor.h"
-#include "Error.h"
-#include "Files.h"
-#include "Uninterrupted.h"
+#include "Names.h"
 
 namespace {
 
-constexpr std::size_t kStreamBuffer = 65536;
+using Kind = Difference::Kind;
+using Type = FileItem::Type;
 
-using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-/// Opens the file at `path` for reading through `buffer`.
-Stream OpenStream(const std::string& path, char* buffer) {
-  Stream file(std::fopen(path.c_str(), "rb"), std::fclose);
-  if (!file) {
-    throw Error::FromErrno("read", path);
-  }
-  std::setvbuf(file.get(), buffer, _IOFBF, kStreamBuffer);
-  return file;
+std::string Octal(unsigned int mode) {
+  char text[8] = {};
+  std::snprintf(text, sizeof text, "%04o", mode);
+  return text;
 }
 
-/// Whether the file at a path, which has the expected size, has the expected content.
-using IsSameContent =
-    std::function<bool(const PredictedTree::Node& expected, const std::string& path)>;
+/// Whether both are known and not the same.
+template <typename Value>
+bool AreDifferent(const std::optional<Value>& expected, const std::optional<Value>& actual) {
+  return expected && actual && expected != actual;
+}
 
 class Comparison {
  public:
-  Comparison(const PredictedTree& tree, std::string directory, IsSameContent isSameContent)
-      : tree_(tree), directory_(std::move(directory)), isSameContent_(std::move(isSameContent)) {}
-
-  std::vector<Difference> Run() {
-    CompareDirectory(tree_.root(), "");
+  Differences Run(const FileTree& expected, const FileTree& actual) {
+    auto e = expected.begin();
+    auto a = actual.begin();
+    while (e != expected.end() || a != actual.end()) {
+      const int order = e == expected.end() ? 1 : a == actual.end() ? -1 : e->path.compare(a->path);
+      if (order < 0) {
+        Add(Kind::Missing, "it is missing", *e, std::nullopt);
+      } else if (order > 0) {
+        Add(Kind::Extra, "it does not belong there", std::nullopt, *a);
+      } else {
+        CompareItems(*e, *a);
+      }
+      e += order <= 0 ? 1 : 0;
+      a += order >= 0 ? 1 : 0;
+    }
     return std::move(differences_);
   }
 
  private:
-  using Kind = Difference::Kind;
-
-  void CompareDirectory(const PredictedTree::Node& expected, const std::string& prefix) {
-    for (const std::string& name : NamesIn(directory_ + "/" + prefix)) {
-      if (expected.children.count(name) == 0) {
-        AddDifference(Kind::Extra, prefix + name, "it is not in the package");
-      }
+  void CompareItems(const FileItem& expected, const FileItem& actual) {
+    if (expected.type != actual.type) {
+      Add(Kind::Type,
+          expected.type == Type::Directory ? "it is not a directory" : "it is not a regular file",
+          expected, actual);
+      return;
     }
-    for (const auto& [name, node] : expected.children) {
-      CompareNode(*node, prefix + name);
+    if (expected.type == Type::File) {
+      CompareContents(expected, actual);
     }
-  }
-
-  void CompareNode(const PredictedTree::Node& expected, const std::string& path) {
-    struct stat status = {};
-    if (lstat((directory_ + "/" + path).c_str(), &status) != 0) {
-      if (errno != ENOENT) {
-        throw Error::FromErrno("read", directory_ + "/" + path);
-      }
-      AddDifference(Kind::Missing, path, "it is in the package");
-    } else if (expected.isDirectory ? !S_ISDIR(status.st_mode) : !S_ISREG(status.st_mode)) {
-      AddDifference(Kind::Type, path,
-                    expected.isDirectory ? "it is not a directory" : "it is not a regular file");
-    } else if (expected.isDirectory) {
-      CompareDirectory(expected, path + "/");
-    } else {
-      CompareFile(expected, path, static_cast<std::uint64_t>(status.st_size));
+    if (AreDifferent(expected.mode, actual.mode)) {
+      Add(Kind::Mode, "its mode is " + Octal(*actual.mode) + " instead of " + Octal(*expected.mode),
+          expected, actual);
+    }
+    if (AreDifferent(expected.owner, actual.owner)) {
+      Add(Kind::Owner,
+          "its owner is user " + std::to_string(*actual.owner) + " instead of " +
+              std::to_string(*expected.owner),
+          expected, actual);
     }
   }
 
-  void CompareFile(const PredictedTree::Node& expected, const std::string& path,
-                   std::uint64_t size) {
-    if (size != expected.size) {
-      AddDifference(
-          Kind::Content, path,
-          "it has " + std::to_string(size) + " bytes instead of " + std::to_string(expected.size));
-    } else if (size != 0 && !isSameContent_(expected, directory_ + "/" + path)) {
-      AddDifference(Kind::Content, path, "its content is not that of the package");
+  void CompareContents(const FileItem& expected, const FileItem& actual) {
+    if (expected.size != actual.size) {
+      Add(Kind::Content,
+          "it has " + std::to_string(actual.size) + " bytes instead of " +
+              std::to_string(expected.size),
+          expected, actual);
+    } else if (AreDifferent(expected.sha256, actual.sha256) ||
+               AreDifferent(expected.crc32, actual.crc32)) {
+      Add(Kind::Content, "it has other content", expected, actual);
     }
   }
 
-  void AddDifference(Kind kind, const std::string& path, const std::string& reason) {
-    differences_.push_back({kind, path, reason});
+  void Add(Kind kind, const std::string& reason, const std::optional<FileItem>& expected,
+           const std::optional<FileItem>& actual) {
+    differences_.push_back({kind, (expected ? expected : actual)->path, reason, expected, actual});
   }
 
-  const PredictedTree& tree_;
-  const std::string directory_;
-  const IsSameContent isSameContent_;
-  std::vector<Difference> differences_;
+  Differences differences_;
 };
 
-/// Compares files with the data of the package, byte by byte.
-class ContentOfPackage {
- public:
-  ContentOfPackage(const Prediction& prediction, PackageReader& package)
-      : prediction_(prediction), package_(package) {}
-
-  bool IsIn(const PredictedTree::Node& expected, const std::string& path) {
-    const Stream file = OpenStream(path, buffer_);
-    if (!package_.Seek(prediction_.entries[*expected.writer].position) || !package_.Open()) {
-      return false;
+/// Whether a directory above `path` is one of `directories`.
+bool IsBelow(std::string path, const std::unordered_set<std::string>& directories) {
+  while (!(path = names::Parent(path)).empty()) {
+    if (directories.count(path) != 0) {
+      return true;
     }
-    const bool isSame = IsSameData(file.get(), path);
-    package_.Close();
-    return isSame;
   }
-
- private:
-  bool IsSameData(std::FILE* file, const std::string& path) {
-    int count = 0;
-    while ((count = package_.Read()) > 0) {
-      const auto length = static_cast<std::size_t>(count);
-      if (std::fread(real_, 1, length, file) != length) {
-        if (std::ferror(file) != 0) {
-          throw Error::FromErrno("read", path);
-        }
-        return false;
-      }
-      if (std::memcmp(package_.portion(), real_, length) != 0) {
-        return false;
-      }
-    }
-    return true;
-  }
-
-  const Prediction& prediction_;
-  PackageReader& package_;
-  char real_[PackageReader::kPortionSize] = {};
-  char buffer_[kStreamBuffer] = {};
-};
-
-/// The CRC-32 of the file at `path`.
-std::uint32_t ChecksumOf(const std::string& path, std::vector<char>& buffer) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  uLong crc = crc32(0, nullptr, 0);
-  ssize_t count = 0;
-  while ((count = Uninterrupted([&] { return read(*file, buffer.data(), buffer.size()); })) > 0) {
-    crc = crc32_z(crc, reinterpret_cast<const Bytef*>(buffer.data()),
-                  static_cast<std::size_t>(count));
-  }
-  if (!file || count < 0) {
-    throw Error::FromErrno("read", path);
-  }
-  return static_cast<std::uint32_t>(crc);
+  return false;
 }
 
 }  // namespace
 
-std::vector<Difference> Compare(const Prediction& prediction, PackageReader& package,
-                                const std::string& directory) {
-  ContentOfPackage content(prediction, package);
-  return Comparison(prediction.tree, directory,
-                    [&content](const PredictedTree::Node& expected, const std::string& path) {
-                      return content.IsIn(expected, path);
-                    })
-      .Run();
+Differences Compare(const FileTree& expected, const FileTree& actual) {
+  return Comparison().Run(expected, actual);
 }
 
-std::vector<Difference> CompareChecksums(const PredictedTree& tree, const std::string& directory) {
-  std::vector<char> buffer(kStreamBuffer);
-  return Comparison(tree, directory,
-                    [&buffer](const PredictedTree::Node& expected, const std::string& path) {
-                      return ChecksumOf(path, buffer) == expected.crc32;
-                    })
-      .Run();
+Differences OfContent(Differences differences) {
+  differences.erase(std::remove_if(differences.begin(), differences.end(),
+                                   [](const Difference& one) { return one.kind >= Kind::Mode; }),
+                    differences.end());
+  return differences;
+}
+
+Differences Topmost(Differences differences) {
+  Differences topmost;
+  std::unordered_set<std::string> whole;
+  for (Difference& difference : differences) {
+    if (difference.kind < Kind::Content) {
+      if (IsBelow(difference.path, whole)) {
+        continue;
+      }
+      whole.insert(difference.path);
+    }
+    topmost.push_back(std::move(difference));
+  }
+  return topmost;
 }

@@ -4,24 +4,29 @@
 #include <string>
 #include <vector>
 
-#include "Prediction.h"
+#include "FileTree.h"
 
-/// A place where a real tree is not as predicted.
+/// One way in which a tree is not as expected.
 struct Difference {
-  enum class Kind { Missing, Extra, Type, Content };
+  enum class Kind { Missing, Extra, Type, Content, Mode, Owner };
   Kind kind;
-  std::string path;  ///< Relative to the compared directory.
-  std::string reason;
+  std::string path;                  ///< As FileItem::path.
+  std::string reason;                ///< For people.
+  std::optional<FileItem> expected;  ///< None if it is extra.
+  std::optional<FileItem> actual;    ///< None if it is missing.
 };
 
-/// Compares the tree at `directory` with the one predicted of `package`, whose data is read again
-/// and compared byte by byte. Nothing is followed; a directory that is missing or extra stands for
-/// what is in it. Throws Error when something cannot be read.
-std::vector<Difference> Compare(const Prediction& prediction, PackageReader& package,
-                                const std::string& directory);
+using Differences = std::vector<Difference>;
 
-/// Does the same by the sizes and CRC-32 checksums in `tree`: enough to find a defect, not to find
-/// a file that somebody has made to have the same checksum. Reads each file of `directory` once.
-std::vector<Difference> CompareChecksums(const PredictedTree& tree, const std::string& directory);
+/// Compares two trees. The differences are in the order of their paths. An attribute (checksum,
+/// mode, owner) that one of the two does not state is not compared. A CRC-32 finds a defect, but
+/// not a file that somebody has made to have the same one.
+Differences Compare(const FileTree& expected, const FileTree& actual);
+
+/// `differences` without those of mode and owner, which not the package but the caller decides.
+Differences OfContent(Differences differences);
+
+/// `differences` without those below a directory that is missing, extra or of another type itself.
+Differences Topmost(Differences differences);
 
 #endif  // TOOLS_WEBRESOURCES_PREDICTION_TREECOMPARISON_H_

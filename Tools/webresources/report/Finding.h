@@ -27,6 +27,9 @@ struct Finding {
 
 using Findings = std::vector<Finding>;
 
+/// `findings` without its warnings.
+Findings ErrorsOf(const Findings& findings);
+
 /// Adds a finding of the rule `id` to `findings`. Throws std::logic_error if there is no such rule.
 void Add(Findings& findings, const std::string& id, const std::string& subject,
          const std::string& reason);

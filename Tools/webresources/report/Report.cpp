@@ -26,16 +26,6 @@ std::string Coloured(const std::string& text, Severity severity) {
                      : text;
 }
 
-std::string Hexadecimal(const std::string& bytes) {
-  static const char digits[] = "0123456789abcdef";
-  std::string text;
-  for (const char byte : bytes) {
-    text += digits[static_cast<unsigned char>(byte) >> 4U];
-    text += digits[static_cast<unsigned char>(byte) & 15U];
-  }
-  return text;
-}
-
 Json ToJson(const Finding& finding) {
   Json json = {{"id", finding.rule->id}, {"severity", NameOf(finding.rule->severity)}};
   PutName(json, "subject", finding.subject);
@@ -87,13 +77,23 @@ void PutName(Json& object, const std::string& key, const std::string& name) {
     object[key] = name;
   } else {
     object[key] = names::Printable(name);
-    object[key + "Hex"] = Hexadecimal(name);
+    object[key + "Hex"] = names::Hexadecimal(name);
   }
+}
+
+std::string NameOf(const Json& object, const std::string& key) {
+  const auto bytes = object.find(key + "Hex");
+  return bytes == object.end() ? object.at(key).get<std::string>()
+                               : names::FromHexadecimal(bytes->get<std::string>());
+}
+
+std::string Text(const Json& json) {
+  return names::JsonPrintable(json.dump(2)) + "\n";
 }
 
 void Print(const Report& report, bool asJson) {
   if (asJson) {
-    std::cout << ToJson(report).dump(2) << '\n';
+    std::cout << Text(ToJson(report));
   } else {
     PrintLines(report.listing);
     for (const Finding& finding : report.findings) {

@@ -38,6 +38,12 @@ Report ReportOf(const std::string& command, const Error& error);
 /// bytes in hexadecimal under `key`Hex.
 void PutName(Json& object, const std::string& key, const std::string& name);
 
+/// The bytes that PutName() put under `key`. Throws Json::exception if there are none.
+std::string NameOf(const Json& object, const std::string& key);
+
+/// `json` as the text of a document, with every control and invisible character escaped.
+std::string Text(const Json& json);
+
 /// Writes the report to the standard output: the document with `asJson`, else the lines, in colour
 /// where a terminal takes it. Throws Error when it cannot be written.
 void Print(const Report& report, bool asJson);

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 #include "Finding.h"
@@ -78,11 +79,29 @@ const std::vector<Rule>& Rules() {
       {"leftover", Severity::Error, "run the installer, or remove it"},
       {"record-missing", Severity::Error, "run the installer"},
       {"record-differs", Severity::Error, "run the installer"},
+      {"record-type", Severity::Error, "run webresources install"},
       {"record-directory", Severity::Error, "run the installer"},
       {"record-version", Severity::Error, "run the installer"},
-      {"record-random", Severity::Error, "run the installer with \"regenerate\" true"},
+      {"record-random", Severity::Error, "run webresources install, which draws a new one"},
+      {"root-blocked", Severity::Error, "remove what is in the place of the directory"},
+      {"mode-differs", Severity::Error, "run webresources install, or use --ignore-modes"},
+      {"owner-differs", Severity::Error, "run webresources install, or use --ignore-modes"},
+      {"receipt-differs", Severity::Error, "run webresources install: another run came after it"},
+      {"receipt-damaged", Severity::Error, "run webresources install, which writes a new one"},
+
+      // An installation that is refused or fails.
+      {"newer-installed", Severity::Error, "install a newer bundle, or use --allow-downgrade"},
+      {"no-space", Severity::Error, "free space on the volume"},
+      {"step-failed", Severity::Error, "run the bundle's executable and see why it ends early"},
   };
   return rules;
+}
+
+Findings ErrorsOf(const Findings& findings) {
+  Findings errors;
+  std::copy_if(findings.begin(), findings.end(), std::back_inserter(errors),
+               [](const Finding& one) { return one.rule->severity == Severity::Error; });
+  return errors;
 }
 
 void Add(Findings& findings, const std::string& id, const std::string& subject,

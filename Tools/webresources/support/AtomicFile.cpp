@@ -119,6 +119,12 @@ void AtomicFile::Rollback() {
   isCommitted_ = false;
 }
 
+void AtomicFile::CommitDurably() {
+  Synchronize();
+  Commit();
+  SynchronizePath(names::Parent(path_));
+}
+
 void AtomicFile::CommitBoth(AtomicFile& first, AtomicFile& second) {
   first.Synchronize();
   second.Synchronize();

@@ -38,6 +38,9 @@ class AtomicFile {
   /// nothing before Commit().
   void Rollback();
 
+  /// Synchronizes and commits. Waits until all is on the disk.
+  void CommitDurably();
+
   /// Commits both files, or neither. Waits until all is on the disk.
   static void CommitBoth(AtomicFile& first, AtomicFile& second);
 

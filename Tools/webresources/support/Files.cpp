@@ -1,7 +1,9 @@
 #include "Files.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,8 +11,29 @@
 #include <filesystem>
 #include <memory>
 
+#include "Descriptor.h"
 #include "Error.h"
 #include "MallocPointer.h"
+#include "Uninterrupted.h"
+
+namespace {
+
+constexpr std::size_t kPortion = std::size_t{64} << 10;
+
+/// Not blocking: to open a FIFO could wait for ever.
+Descriptor OpenRegular(const std::string& path) {
+  Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  struct stat status = {};
+  if (!file || fstat(*file, &status) != 0) {
+    throw Error::FromErrno("read", path);
+  }
+  if (!S_ISREG(status.st_mode)) {
+    throw Error("read", path, "it is not a regular file");
+  }
+  return file;
+}
+
+}  // namespace
 
 FileState StateOf(const std::string& path) {
   struct stat status = {};
@@ -27,6 +50,25 @@ FileState StateOf(const std::string& path) {
     throw Error::FromErrno("read", path);
   }
   return FileState::Present;
+}
+
+bool Exists(const std::string& path) {
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) == 0) {
+    return true;
+  }
+  if (errno != ENOENT && errno != ENOTDIR) {
+    throw Error::FromErrno("read", path);
+  }
+  return false;
+}
+
+std::uint64_t FreeBytesAt(const std::string& path) {
+  struct statvfs status = {};
+  if (statvfs(path.c_str(), &status) != 0) {
+    throw Error::FromErrno("read", path);
+  }
+  return std::uint64_t{status.f_bavail} * status.f_frsize;
 }
 
 bool IsDirectory(const std::string& path) {
@@ -48,6 +90,19 @@ std::vector<std::string> NamesIn(const std::string& path) {
   }
   std::sort(entries.begin(), entries.end());
   return entries;
+}
+
+void ForEachPortion(const std::string& path,
+                    const std::function<void(const char* bytes, std::size_t length)>& take) {
+  const Descriptor file = OpenRegular(path);
+  char portion[kPortion];
+  ssize_t count = 0;
+  while ((count = Uninterrupted([&] { return read(*file, portion, sizeof portion); })) > 0) {
+    take(portion, static_cast<std::size_t>(count));
+  }
+  if (count < 0) {
+    throw Error::FromErrno("read", path);
+  }
 }
 
 std::string RealPath(const std::string& path) {

@@ -1,6 +1,8 @@
 #ifndef TOOLS_WEBRESOURCES_SUPPORT_FILES_H_
 #define TOOLS_WEBRESOURCES_SUPPORT_FILES_H_
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -13,12 +15,25 @@ enum class FileState { Missing, Present };
 /// anything else could wait for ever.
 FileState StateOf(const std::string& path);
 
+/// Whether anything is at `path`; a link counts, wherever it leads. Throws Error if that cannot be
+/// found out.
+bool Exists(const std::string& path);
+
 /// Whether `path`, with links followed, is a directory. Returns false if that cannot be found out.
 bool IsDirectory(const std::string& path);
 
 /// The names in the directory at `path` without "." and "..", in the order of their bytes. Throws
 /// Error if it cannot be read.
 std::vector<std::string> NamesIn(const std::string& path);
+
+/// The bytes that an ordinary user may still write to the file system that holds `path`. Throws
+/// Error if that cannot be found out.
+std::uint64_t FreeBytesAt(const std::string& path);
+
+/// Gives the content of the regular file at `path` to `take` in portions; a link there is not
+/// followed. Throws Error if it cannot be read, or if it is not a regular file.
+void ForEachPortion(const std::string& path,
+                    const std::function<void(const char* bytes, std::size_t length)>& take);
 
 /// `path` as an absolute path without links. Throws Error if there is nothing at `path`.
 std::string RealPath(const std::string& path);

@@ -29,6 +29,18 @@ std::string Escaped(char byte) {
   return text;
 }
 
+/// A character beyond 16 bits becomes two escapes, its surrogates.
+std::string JsonEscaped(utf8proc_int32_t point) {
+  constexpr utf8proc_int32_t kPlane = 0x10000;
+  if (point >= kPlane) {
+    return JsonEscaped(0xD800 + ((point - kPlane) >> 10)) +
+           JsonEscaped(0xDC00 + ((point - kPlane) & 0x3FF));
+  }
+  char text[8] = {};
+  std::snprintf(text, sizeof text, "\\u%04x", static_cast<unsigned int>(point) & 0xFFFFU);
+  return text;
+}
+
 std::string Mapped(const std::string& name, int options) {
   utf8proc_uint8_t* mapped = nullptr;
   const utf8proc_ssize_t length =
@@ -83,6 +95,46 @@ std::string names::Printable(const std::string& name) {
     i += std::max<std::size_t>(length, 1);
   }
   return text;
+}
+
+std::string names::JsonPrintable(const std::string& json) {
+  std::string text;
+  for (std::size_t i = 0; i < json.length();) {
+    utf8proc_int32_t point = 0;
+    const auto length =
+        static_cast<std::size_t>(std::max<utf8proc_ssize_t>(Character(json, i, &point), 1));
+    if (json[i] == '\n' || IsVisible(point)) {
+      text.append(json, i, length);
+    } else {
+      text += JsonEscaped(point);
+    }
+    i += length;
+  }
+  return text;
+}
+
+std::string names::Hexadecimal(const std::string& bytes) {
+  static const char digits[] = "0123456789abcdef";
+  std::string text;
+  for (const char byte : bytes) {
+    text += digits[static_cast<unsigned char>(byte) >> 4U];
+    text += digits[static_cast<unsigned char>(byte) & 15U];
+  }
+  return text;
+}
+
+std::string names::FromHexadecimal(const std::string& text) {
+  static const std::string digits = "0123456789abcdef";
+  std::string bytes;
+  for (std::size_t i = 0; i + 1 < text.length(); i += 2) {
+    const std::size_t high = digits.find(text[i]);
+    const std::size_t low = digits.find(text[i + 1]);
+    if (high == std::string::npos || low == std::string::npos) {
+      return {};
+    }
+    bytes += static_cast<char>(high * 16 + low);
+  }
+  return text.length() % 2 == 0 ? bytes : std::string();
 }
 
 std::string names::Folded(const std::string& name) {

@@ -18,6 +18,17 @@ bool IsAscii(const std::string& name);
 /// formatting character, stands as \xNN per byte.
 std::string Printable(const std::string& name);
 
+/// The text of a JSON document with every control or invisible formatting character escaped as
+/// \uNNNN, except for line breaks. Requires: `json` is UTF-8, and such characters are in strings
+/// only.
+std::string JsonPrintable(const std::string& json);
+
+/// `bytes` in hexadecimal, two lower-case digits a byte.
+std::string Hexadecimal(const std::string& bytes);
+
+/// The bytes that Hexadecimal() made `text` of. Returns an empty string if `text` is not so made.
+std::string FromHexadecimal(const std::string& text);
+
 /// What a file system that ignores case and normalisation takes `name` for. A name that is not
 /// UTF-8 stands for itself.
 std::string Folded(const std::string& name);

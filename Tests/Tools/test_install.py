@@ -1,0 +1,344 @@
+"""install, verify and installcheck on a machine: test_install.py [TEST...]
+
+The machine is a private root that holds the command and a bundle. Each test changes one thing."""
+
+import collections
+import json
+import os
+import pathlib
+import plistlib
+import re
+import shutil
+import signal
+import subprocess
+import tempfile
+import time
+import unittest
+import zipfile
+
+import jsonschema
+
+from private_root import (DIRECTORY, INSTALL_ROOT, RECORD, SOURCE, add_programs, command_in,
+                          full_version, inside, program, tree)
+
+BUNDLE = pathlib.Path(os.environ["BUNDLE"])
+COMMAND = os.environ["WEBRESOURCES"]
+SANITIZED = os.environ["SANITIZED"] == "1"
+EXECUTABLE = f"Contents/{os.environ['EXECUTABLES']}/WebResourceInstaller"
+TEMPORARY = tempfile.TemporaryDirectory(prefix="install-")
+WORK = pathlib.Path(TEMPORARY.name)
+BESIDE = os.path.dirname(INSTALL_ROOT)
+RECEIPT = f"{BESIDE}/WebResources.receipt.json"
+SCHEMA = json.loads((SOURCE / "Documentation/webresources.schema.json").read_text())
+RECEIPT_SCHEMA = json.loads((SOURCE / "Documentation/receipt.schema.json").read_text())
+PACKAGE = "Contents/Resources/OrloWebResources.zip"
+METADATA = "Contents/Resources/metadata.txt"
+
+SITE = {"index.html": b"<p>hello</p>" * 500, "css/": None, "css/a.css": b"a { color: red }",
+        "css/deep/": None, "css/deep/random": os.urandom(30000), "empty": b""}
+
+Told = collections.namedtuple("Told", "status ids document")
+
+
+def setUpModule():
+    WORK.chmod(0o755)
+
+
+def tearDownModule():
+    TEMPORARY.cleanup()
+
+
+def write_bundle(bundle, content=None, update=7, clear=False, regenerate=False):
+    """A bundle with the shipped executable."""
+    if not bundle.exists():
+        shutil.copytree(BUNDLE, bundle)
+    with zipfile.ZipFile(bundle / PACKAGE, "w", zipfile.ZIP_DEFLATED) as archive:
+        for name, data in (SITE if content is None else content).items():
+            archive.writestr(name, data or b"")
+    words = {True: "true", False: "false"}
+    (bundle / METADATA).write_text('{"clear":%s,"updateid":%d,"regenerate":%s}\n' % (
+        words[clear], update, words[regenerate]))
+
+
+class Machine:
+    def __init__(self):
+        self.root = pathlib.Path(tempfile.mkdtemp(dir=WORK))
+        self.root.chmod(0o755)
+        add_programs(self.root, COMMAND)
+        for directory in ("dev", "tmp"):
+            (self.root / directory).mkdir(exist_ok=True)
+        self.bundle = self.root / "X.app"
+        write_bundle(self.bundle)
+
+    def path(self, path):
+        return inside(self.root, path)
+
+    @property
+    def installed(self):
+        return self.path(INSTALL_ROOT) / "Resource0"
+
+    def command(self, *arguments):
+        return command_in(self.root, COMMAND, *arguments, proc=SANITIZED)
+
+    def start(self, *arguments, **options):
+        return subprocess.Popen(self.command(*arguments), stdout=subprocess.PIPE,
+                                stderr=subprocess.PIPE, text=True, **options)
+
+    def tell(self, name, *arguments, **options):
+        """What a command tells: its status, the findings' identifiers, and the document."""
+        result = subprocess.run(self.command(name, *arguments, "--json"), capture_output=True,
+                                text=True, timeout=120, check=False, **options)
+        document = json.loads(result.stdout)
+        jsonschema.Draft7Validator(SCHEMA).validate(document)
+        return Told(result.returncode, [finding["id"] for finding in document["findings"]],
+                    document)
+
+    def install(self, *arguments, bundle="/X.app", **options):
+        return self.tell("install", bundle, *arguments, **options)
+
+    def verify(self, *arguments, bundle="/X.app"):
+        return self.tell("verify", *([bundle] if bundle else []), *arguments)
+
+    def installcheck(self, *arguments):
+        return self.tell("installcheck", "/X.app", *arguments)
+
+    def run_step(self, **options):
+        """The step by itself, as without the command."""
+        subprocess.run(command_in(self.root, f"/X.app/{EXECUTABLE}", proc=SANITIZED), check=True,
+                       **options)
+
+    def record(self):
+        return plistlib.loads(self.path(RECORD).read_bytes())
+
+    def change_record(self, **values):
+        record = {**self.record(), **values}
+        self.path(RECORD).write_bytes(plistlib.dumps(
+            {key: value for key, value in record.items() if value is not None}))
+
+    def receipt(self):
+        return json.loads(self.path(RECEIPT).read_text())
+
+    def everything(self):
+        """All that an installation writes, without what depends on the time."""
+        found = tree(self.path("/Library"))
+        receipt = found.get(os.fsencode(RECEIPT.replace("/Library/", "", 1)))
+        if receipt is not None:
+            found[b"receipt"] = {**json.loads(receipt), "time": None}
+            del found[os.fsencode(RECEIPT.replace("/Library/", "", 1))]
+        return found
+
+
+def as_tree(content):
+    return {name.rstrip("/").encode(): DIRECTORY if data is None else data
+            for name, data in content.items()}
+
+
+class Case(unittest.TestCase):
+    def setUp(self):
+        self.machine = Machine()
+
+    def assert_installed(self, content=None, update=7):
+        machine = self.machine
+        self.assertEqual(tree(machine.path(INSTALL_ROOT) / "Resource0"),
+                         as_tree(SITE if content is None else content))
+        self.assertEqual(os.listdir(machine.path(INSTALL_ROOT)), ["Resource0"])
+        record = machine.record()
+        self.assertIn(record.pop("irandom"), range(1, 10001))
+        self.assertEqual(record, {"tWebResourceInstallPath": "Resource0", "iUpdateId": update,
+                                  "tFullVersion": full_version(update)})
+        self.assertEqual(machine.receipt()["updateId"], update)
+        self.assertEqual((machine.verify().status, machine.verify(bundle=None).status,
+                          machine.installcheck().status), (0, 0, 1))
+
+
+class Install(Case):
+    def test_fresh_machine(self):
+        self.assertEqual(self.machine.installcheck().status, 0)
+        told = self.machine.install()
+        self.assertEqual((told.status, told.document["outcome"]), (0, "installed"))
+        self.assert_installed()
+
+    def test_up_to_date_machine_is_left_alone(self):
+        self.machine.install()
+        before = self.machine.installed.stat().st_ino
+        told = self.machine.install()
+        self.assertEqual((told.status, told.document["outcome"]), (0, "up-to-date"))
+        self.assertEqual(self.machine.installed.stat().st_ino, before)
+
+    def test_force_runs_the_step_all_the_same(self):
+        self.machine.install()
+        before = self.machine.installed.stat().st_ctime_ns
+        self.assertEqual(self.machine.install("--force").document["outcome"], "installed")
+        self.assertNotEqual(self.machine.installed.stat().st_ctime_ns, before)
+        self.assert_installed()
+
+    def test_update_replaces_what_is_installed(self):
+        self.machine.install()
+        content = {"other": b"other"}
+        write_bundle(self.machine.bundle, content, update=8)
+        self.assertEqual(self.machine.install().document["outcome"], "installed")
+        self.assert_installed(content, 8)
+
+    def test_newer_update_is_kept_unless_a_downgrade_is_allowed(self):
+        write_bundle(self.machine.bundle, update=8)
+        self.machine.install()
+        write_bundle(self.machine.bundle, {"old": b"old"}, update=7)
+        before = self.machine.everything()
+        told = self.machine.install()
+        self.assertEqual((told.status, told.ids, told.document["outcome"]),
+                         (1, ["newer-installed"], "refused"))
+        self.assertEqual(self.machine.install("--force").status, 1)
+        self.assertEqual(self.machine.installcheck().status, 1)
+        self.assertEqual(self.machine.everything(), before)
+        self.assertEqual(self.machine.install("--allow-downgrade").status, 0)
+        self.assert_installed({"old": b"old"}, 7)
+
+    def test_damaged_bundle_touches_nothing(self):
+        """Cut, with a changed byte, without directory entries: each emptied a working site."""
+        package = self.machine.bundle / PACKAGE
+        whole = package.read_bytes()
+        flipped = bytearray(whole)
+        flipped[60] ^= 1
+        without_directories = {name: data for name, data in SITE.items() if data is not None}
+        self.machine.install()
+        for damage in (lambda: package.write_bytes(whole[:-200]),
+                       lambda: package.write_bytes(flipped),
+                       lambda: write_bundle(self.machine.bundle, without_directories),
+                       package.unlink,
+                       lambda: (self.machine.bundle / METADATA).write_text("{}")):
+            write_bundle(self.machine.bundle)
+            damage()
+            for arguments in ([], ["--force"]):
+                before = self.machine.everything()
+                told = self.machine.install(*arguments)
+                self.assertEqual((told.status, told.document["outcome"]), (1, "refused"))
+                self.assertNotEqual(told.ids, [])
+                self.assertEqual(self.machine.everything(), before)
+            self.assertNotEqual(self.machine.verify().status, 0)
+            self.assertEqual(self.machine.installcheck().status, 2)
+
+    def test_damaged_bundle_touches_nothing_on_a_fresh_machine(self):
+        (self.machine.bundle / PACKAGE).unlink()
+        self.assertEqual(self.machine.install().ids, ["package-missing"])
+        self.assertFalse(self.machine.path("/Library").exists())
+
+    def test_step_has_the_same_surroundings_always(self):
+        """Under any umask, everything is readable by other users, those above included."""
+        self.assertEqual(self.machine.install(umask=0o077, env={
+            "PATH": os.environ["PATH"], "TMPDIR": "/nowhere"}).status, 0)
+        self.assert_installed()
+        for path in [self.machine.installed, *self.machine.installed.rglob("*")]:
+            self.assertEqual(path.stat().st_mode & 0o777, 0o755 if path.is_dir() else 0o644, path)
+
+    def write_step(self, script):
+        """A shell script in the place of the executable."""
+        add_programs(self.machine.root, program("sh"), program("sleep"))
+        step = self.machine.bundle / EXECUTABLE
+        step.write_text(f"#!{program('sh')}\n{script}\n")
+        step.chmod(0o755)
+
+    def test_step_that_fails_is_told(self):
+        self.write_step("exit 3")
+        told = self.machine.install()
+        self.assertEqual((told.status, told.document["outcome"]), (1, "failed"))
+        self.assertEqual(told.ids, ["step-failed", "not-installed"])
+        self.assertFalse(self.machine.path(RECEIPT).exists())
+
+    def test_surroundings_of_the_step(self):
+        self.write_step("""{ umask; pwd; } >/told
+            export -p >/environment
+            for i in 3 4 5 6 7 8 9; do (: >&$i) 2>/dev/null && echo $i >>/descriptors; done
+            kill -TERM $$
+            """)
+        reading, writing = os.pipe()
+        told = self.machine.install(
+            umask=0o077, cwd="/tmp", env={**os.environ, "FORBIDDEN": "value"},
+            pass_fds=[reading, writing],
+            preexec_fn=lambda: signal.signal(signal.SIGTERM, signal.SIG_IGN))
+        os.close(reading)
+        os.close(writing)
+        self.assertEqual(self.machine.path("/told").read_text(), "0022\n/\n")
+        self.assertNotIn("FORBIDDEN", self.machine.path("/environment").read_text())
+        self.assertEqual(len(self.machine.path("/descriptors").read_text().split()), 1)  # the lock
+        self.assertIn("signal 15", told.document["findings"][0]["reason"])
+
+    def test_step_that_cannot_be_run_cannot_tell(self):
+        (self.machine.bundle / EXECUTABLE).write_bytes(b"\x7fELF")
+        self.assertEqual(self.machine.install().status, 2)
+        (self.machine.bundle / EXECUTABLE).unlink()
+        self.assertEqual(self.machine.install().status, 2)
+
+    def test_full_volume_is_refused(self):
+        write_bundle(self.machine.bundle, {"large": b"x" * 3000000})
+        mount = self.machine.path("/Library")
+        mount.mkdir()
+        result = subprocess.run(
+            ["unshare", *([] if os.geteuid() == 0 else ["--map-root-user"]), "--mount", "sh", "-c",
+             'mount -t tmpfs -o size=2m tmpfs "$0" && shift 0 && exec "$@"', str(mount),
+             *self.machine.command("install", "/X.app", "--json")],
+            capture_output=True, text=True, check=False)
+        told = json.loads(result.stdout)
+        self.assertEqual([finding["id"] for finding in told["findings"]], ["no-space"])
+        self.assertEqual(result.returncode, 1)
+
+
+class Receipt(Case):
+    def test_it_is_a_document_of_its_schema(self):
+        write_bundle(self.machine.bundle, {**SITE, "\u202e\x7f\x85": b"x"})
+        self.machine.install()
+        jsonschema.Draft7Validator(RECEIPT_SCHEMA).validate(self.machine.receipt())
+        text = self.machine.path(RECEIPT).read_text()
+        self.assertFalse(set(text) & set("\u202e\x7f\x85"))
+        paths = {item["path"] for item in self.machine.receipt()["tree"]}
+        self.assertIn("\u202e\x7f\x85", paths)
+        self.assertEqual(self.machine.verify(bundle=None).status, 0)
+
+    def test_verify_without_a_bundle_compares_content_with_it(self):
+        self.machine.install()
+        self.assertEqual(self.machine.verify(bundle=None).document["comparedWith"], "receipt")
+        page = self.machine.installed / "index.html"
+        page.write_bytes(page.read_bytes().replace(b"hello", b"Hello"))
+        self.assertEqual(self.machine.verify(bundle=None).ids, ["file-differs"])
+        page.unlink()
+        self.assertEqual(self.machine.verify(bundle=None).ids, ["file-missing"])
+        page.symlink_to("empty")
+        self.assertEqual(self.machine.verify(bundle=None).ids, ["file-type"])
+
+    def test_verify_without_a_bundle_and_a_receipt_says_what_it_compared(self):
+        self.machine.run_step()
+        told = self.machine.verify(bundle=None)
+        self.assertEqual((told.status, told.document["comparedWith"]), (0, "record"))
+        output = subprocess.run(self.machine.command("verify"), capture_output=True, text=True,
+                                check=True).stdout
+        self.assertIn("only the record was compared", output)
+
+    def test_receipt_of_another_update_is_a_finding(self):
+        self.machine.install()
+        write_bundle(self.machine.bundle, {"later": b"later"}, update=8)
+        self.machine.run_step()
+        self.assertEqual(self.machine.verify(bundle=None).ids, ["receipt-differs"])
+        self.assertEqual(self.machine.verify().ids, ["receipt-differs"])
+        self.assertEqual(self.machine.install().document["outcome"], "up-to-date")
+        self.assert_installed({"later": b"later"}, 8)
+
+    def test_receipt_of_another_package_is_a_finding(self):
+        self.machine.install()
+        write_bundle(self.machine.bundle, {"other": b"other"})
+        self.machine.run_step()
+        self.assertEqual(self.machine.verify().ids, ["receipt-differs"])
+        self.machine.install()
+        self.assert_installed({"other": b"other"})
+
+    def test_damaged_receipt_is_a_finding(self):
+        self.machine.install()
+        for text in ("", "{}", "[]", '{"tree":[{}]}',
+                     self.machine.path(RECEIPT).read_text().replace("com.", "org.")):
+            self.machine.path(RECEIPT).write_text(text)
+            self.assertEqual(self.machine.verify(bundle=None).ids, ["receipt-damaged"], text)
+            self.assertEqual(self.machine.verify().ids, ["receipt-damaged"], text)
+        self.machine.install()
+        self.assert_installed()
+
+
+if __name__ == "__main__":
+    unittest.main()

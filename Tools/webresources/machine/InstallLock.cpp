@@ -1,0 +1,62 @@
+#include "InstallLock.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <thread>
+
+#include "Error.h"
+#include "Installation.h"
+#include "Names.h"
+#include "OSUtils.h"
+#include "Progress.h"
+
+namespace {
+
+constexpr std::chrono::milliseconds kPoll{20};
+
+Descriptor Open(const std::string& path) {
+  const std::string directory = names::Parent(path);
+  if (!OSUtils::EnsureDirectoryExists(directory)) {
+    throw Error::FromErrno("make", directory);
+  }
+  Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
+  if (!file) {
+    throw Error::FromErrno("lock", path);
+  }
+  return file;
+}
+
+/// Whether `file` is what is at `path`: somebody may have removed the file meanwhile.
+bool IsAt(const Descriptor& file, const std::string& path) {
+  struct stat held = {};
+  struct stat there = {};
+  return fstat(*file, &held) == 0 && lstat(path.c_str(), &there) == 0 &&
+         held.st_dev == there.st_dev && held.st_ino == there.st_ino;
+}
+
+Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
+  for (auto left = wait;; left -= kPoll) {
+    Descriptor file = Open(path);
+    const bool isLocked = flock(*file, LOCK_EX | LOCK_NB) == 0;
+    if (!isLocked && errno != EWOULDBLOCK && errno != EINTR) {
+      throw Error::FromErrno("lock", path);
+    }
+    if (isLocked && IsAt(file, path)) {
+      return file;
+    }
+    if (left < kPoll) {
+      throw Error("lock", path, "another installation is running");
+    }
+    if (left == wait) {
+      Progress::Say("waiting: another installation is running");
+    }
+    std::this_thread::sleep_for(kPoll);
+  }
+}
+
+}  // namespace
+
+InstallLock::InstallLock(std::chrono::seconds wait)
+    : file_(Lock(BesideInstallRoot("", ".WebResources.lock"), wait)) {}

@@ -1,0 +1,27 @@
+#ifndef TOOLS_WEBRESOURCES_MACHINE_INSTALLLOCK_H_
+#define TOOLS_WEBRESOURCES_MACHINE_INSTALLLOCK_H_
+
+#include <chrono>
+
+#include "Descriptor.h"
+
+/// The right to change this host's installation: one holder at a time.
+///
+/// The lock is on a file beside the install root, which the run empties; only the user who
+/// installs can open it, so that nobody else can keep an installation waiting. The kernel gives it
+/// free when the last process that has the descriptor ends. The step inherits the descriptor: if
+/// its parent is killed, no second run begins before the step has ended.
+class InstallLock {
+ public:
+  /// Waits for the lock, at most `wait`, and says so on a terminal. Makes the directory that holds
+  /// the install root if it is missing. Throws Error if the lock cannot be had.
+  explicit InstallLock(std::chrono::seconds wait);
+
+  /// The descriptor that holds the lock.
+  int descriptor() const { return *file_; }
+
+ private:
+  Descriptor file_;
+};
+
+#endif  // TOOLS_WEBRESOURCES_MACHINE_INSTALLLOCK_H_

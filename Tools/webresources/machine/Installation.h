@@ -1,0 +1,48 @@
+#ifndef TOOLS_WEBRESOURCES_MACHINE_INSTALLATION_H_
+#define TOOLS_WEBRESOURCES_MACHINE_INSTALLATION_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "OSUtils.h"
+
+/// What is installed on a host: the record, and the names under the install root. Contents of files
+/// are not read; see ReadTree().
+struct Installation {
+  std::string prefix;              ///< Where the host's file system lies; empty for this host.
+  std::string root;                ///< The install root, with the prefix; ends in "/".
+  bool isRootUsable = true;        ///< False if something other than a directory is in its place.
+  WebRegInfo record;               ///< Values that are absent or unusable have their defaults.
+  OSUtils::RecordStates states;    ///< Tells absent values from unusable ones.
+  std::vector<std::string> names;  ///< What is under the install root, sorted.
+  /// The bare name of the directory that is installed: the recorded one or, if there is no such
+  /// directory, the final one; empty if there is neither.
+  std::string directory;
+
+  /// Whether neither a file under the root nor any value of the record is there.
+  bool IsEmpty() const;
+
+  /// The recorded update number; none if it is absent or unusable.
+  std::optional<int> UpdateId() const;
+
+  /// Whether `name` is a directory under the root, not a link to one.
+  bool HasDirectory(const std::string& name) const;
+};
+
+/// Reads what is installed on the host whose file system lies at `prefix`; empty for this host.
+/// Throws Error if that cannot be read.
+Installation ReadInstallation(const std::string& prefix);
+
+/// The path of `name` beside the install root of that host: what has to survive a run, which
+/// empties the root, lies there.
+std::string BesideInstallRoot(const std::string& prefix, const std::string& name);
+
+/// Whether `name` can name an entry of a directory, rather than a path.
+bool IsBareName(const std::string& name);
+
+/// The bytes that are free for this user where the install root is or will be.
+std::uint64_t FreeBytes(const Installation& installation);
+
+#endif  // TOOLS_WEBRESOURCES_MACHINE_INSTALLATION_H_

@@ -1,0 +1,146 @@
+#include "Receipt.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <ctime>
+#include <fstream>
+
+#include "AtomicFile.h"
+#include "Files.h"
+#include "InstallerConstants.h"
+#include "Names.h"
+#include "Report.h"
+
+namespace {
+
+constexpr char kFileName[] = "WebResources.receipt.json";
+
+Json ToJson(const FileItem& item) {
+  Json json = {{"type", item.type == FileItem::Type::Directory ? "directory" : "file"}};
+  PutName(json, "path", item.path);
+  if (item.type == FileItem::Type::File) {
+    json["size"] = item.size;
+    json["sha256"] = Sha256::ToText(*item.sha256);
+  }
+  char mode[8] = {};
+  std::snprintf(mode, sizeof mode, "%04o", *item.mode);
+  json["mode"] = mode;
+  return json;
+}
+
+Json ToJson(const Receipt& receipt) {
+  Json json = {{"tool", "webresources"},       {"version", receipt.version},
+               {"time", receipt.time},         {"product", PLIST_SECTION_KEY},
+               {"updateId", receipt.updateId}, {"packageSha256", receipt.packageSha256},
+               {"tree", Json::array()}};
+  for (const FileItem& item : receipt.tree) {
+    json["tree"].push_back(ToJson(item));
+  }
+  return json;
+}
+
+/// Throws std::exception if `json` is not an item of a receipt.
+FileItem ItemOf(const Json& json) {
+  FileItem item;
+  item.path = NameOf(json, "path");
+  item.mode = static_cast<unsigned int>(std::stoul(json.at("mode").get<std::string>(), nullptr, 8));
+  if (json.at("type") == "file") {
+    item.type = FileItem::Type::File;
+    item.size = json.at("size").get<std::uint64_t>();
+    item.sha256 = Sha256::FromText(json.at("sha256").get<std::string>());
+  }
+  return item;
+}
+
+/// Throws std::exception if `json` is not a receipt.
+Receipt ReceiptOf(const Json& json) {
+  if (json.at("product") != PLIST_SECTION_KEY) {
+    throw std::invalid_argument("it is of another product");
+  }
+  Receipt receipt;
+  receipt.updateId = json.at("updateId").get<int>();
+  receipt.packageSha256 = json.at("packageSha256").get<std::string>();
+  receipt.time = json.at("time").get<std::string>();
+  receipt.version = json.at("version").get<std::string>();
+  for (const Json& item : json.at("tree")) {
+    receipt.tree.push_back(ItemOf(item));
+  }
+  std::sort(receipt.tree.begin(), receipt.tree.end(),
+            [](const FileItem& a, const FileItem& b) { return a.path < b.path; });
+  return receipt;
+}
+
+std::string Now() {
+  const std::time_t seconds = std::time(nullptr);
+  std::tm time = {};
+  gmtime_r(&seconds, &time);
+  char text[32] = {};
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &time);
+  return text;
+}
+
+/// Removes the temporary files of writers that were killed.
+void RemoveLeftovers(const std::string& path) {
+  const std::string prefix = std::string(".") + kFileName + ".";
+  const std::string directory = names::Parent(path);
+  for (const std::string& name : NamesIn(directory)) {
+    if (name.compare(0, prefix.length(), prefix) == 0) {
+      unlink((directory + "/" + name).c_str());
+    }
+  }
+}
+
+}  // namespace
+
+std::string ReceiptPath(const std::string& prefix) {
+  return BesideInstallRoot(prefix, kFileName);
+}
+
+std::optional<Receipt> ReadReceipt(const std::string& prefix, Findings& findings) {
+  const std::string path = ReceiptPath(prefix);
+  if (StateOf(path) == FileState::Missing) {
+    return std::nullopt;
+  }
+  try {
+    std::ifstream stream(path);
+    return ReceiptOf(Json::parse(stream));
+  } catch (const std::exception& error) {
+    Add(findings, "receipt-damaged", path, error.what());
+    return std::nullopt;
+  }
+}
+
+void WriteReceipt(Receipt receipt) {
+  receipt.time = Now();
+  receipt.version = WEBRESOURCES_VERSION;
+  const std::string path = ReceiptPath("");
+  RemoveLeftovers(path);
+  AtomicFile file(path);
+  std::ofstream stream(file.temporary());
+  stream << Text(ToJson(receipt));
+  stream.close();
+  if (!stream) {
+    throw Error::FromErrno("write", path);
+  }
+  file.CommitDurably();
+}
+
+void RemoveReceipt() {
+  const std::string path = ReceiptPath("");
+  if (unlink(path.c_str()) != 0 && errno != ENOENT) {
+    throw Error::FromErrno("remove", path);
+  }
+}
+
+bool FindInReceipt(const Receipt& receipt, const Installation& installation, Findings& findings) {
+  const auto recorded = installation.UpdateId();
+  if (receipt.updateId != recorded) {
+    Add(findings, "receipt-differs", ReceiptPath(installation.prefix),
+        "it is of update " + std::to_string(receipt.updateId) + ", and " +
+            (recorded ? "update " + std::to_string(*recorded) : std::string("no update")) +
+            " is recorded");
+  }
+  return receipt.updateId == recorded;
+}

@@ -1,0 +1,40 @@
+#ifndef TOOLS_WEBRESOURCES_MACHINE_RECEIPT_H_
+#define TOOLS_WEBRESOURCES_MACHINE_RECEIPT_H_
+
+#include <optional>
+#include <string>
+
+#include "FileTree.h"
+#include "Finding.h"
+#include "Installation.h"
+
+/// What `install` left on a host, in one JSON file beside the install root. The installer knows
+/// nothing of it: a run without `install` leaves the receipt as it is, and so out of date.
+struct Receipt {
+  int updateId = 0;
+  std::string packageSha256;  ///< Of the package file, in hexadecimal.
+  std::string time;           ///< When the receipt was written: UTC, as ISO 8601 writes it.
+  std::string version;        ///< Of the command that wrote it.
+  FileTree tree;              ///< The installed tree, with digests and modes.
+};
+
+/// Where the receipt of that host is.
+std::string ReceiptPath(const std::string& prefix);
+
+/// Reads the receipt of the host whose file system lies at `prefix`. Returns nothing if there is
+/// none, or if it is not a receipt: then adds a finding to `findings`. Throws Error if it cannot
+/// be read.
+std::optional<Receipt> ReadReceipt(const std::string& prefix, Findings& findings);
+
+/// Replaces this host's receipt and sets its time and version. Only for the holder of the lock:
+/// removes what killed writers left. Throws Error if that fails.
+void WriteReceipt(Receipt receipt);
+
+/// Removes this host's receipt if there is one. Throws Error if that fails.
+void RemoveReceipt();
+
+/// Adds a finding if `receipt` is not of the update that `installation` records. Returns whether it
+/// is.
+bool FindInReceipt(const Receipt& receipt, const Installation& installation, Findings& findings);
+
+#endif  // TOOLS_WEBRESOURCES_MACHINE_RECEIPT_H_

@@ -1,0 +1,159 @@
+#include "FileTree.h"
+
+#include <sys/stat.h>
+#include <zlib.h>
+
+#include <algorithm>
+#include <numeric>
+
+#include "Error.h"
+#include "Files.h"
+#include "Progress.h"
+
+namespace {
+
+constexpr char kTop[] = ".";
+
+void Sort(FileTree& tree) {
+  std::sort(tree.begin(), tree.end(),
+            [](const FileItem& a, const FileItem& b) { return a.path < b.path; });
+}
+
+FileItem::Type TypeOf(mode_t mode) {
+  return S_ISDIR(mode)   ? FileItem::Type::Directory
+         : S_ISREG(mode) ? FileItem::Type::File
+                         : FileItem::Type::Other;
+}
+
+/// What lies at a path; nothing if it has disappeared.
+std::optional<FileItem> Look(const std::string& directory, const std::string& path) {
+  struct stat status = {};
+  if (lstat((directory + "/" + path).c_str(), &status) != 0) {
+    if (errno == ENOENT) {
+      return std::nullopt;
+    }
+    throw Error::FromErrno("read", directory + "/" + path);
+  }
+  FileItem item;
+  item.path = path;
+  item.type = TypeOf(status.st_mode);
+  item.size = item.type == FileItem::Type::File ? static_cast<std::uint64_t>(status.st_size) : 0;
+  item.mode = status.st_mode & 07777U;
+  item.owner = status.st_uid;
+  return item;
+}
+
+/// Adds what is in the directory `prefix`, which is empty or ends in "/", below `directory`.
+void AddEntries(const std::string& directory, const std::string& prefix, FileTree& tree) {
+  for (const std::string& name : NamesIn(directory + "/" + prefix)) {
+    auto item = Look(directory, prefix + name);
+    if (!item) {
+      continue;
+    }
+    const bool isDirectory = item->type == FileItem::Type::Directory;
+    tree.push_back(*std::move(item));
+    if (isDirectory) {
+      AddEntries(directory, prefix + name + "/", tree);
+    }
+  }
+}
+
+std::uint32_t Crc32Of(const std::string& path) {
+  uLong crc = crc32(0, nullptr, 0);
+  ForEachPortion(path, [&crc](const char* bytes, std::size_t length) {
+    crc = crc32_z(crc, reinterpret_cast<const Bytef*>(bytes), length);
+  });
+  return static_cast<std::uint32_t>(crc);
+}
+
+void AddChecksums(const std::string& directory, Checksum checksum, FileTree& tree) {
+  Progress progress("reading what is installed", BytesOf(tree));
+  for (FileItem& item : tree) {
+    if (item.type != FileItem::Type::File) {
+      continue;
+    }
+    const std::string path = directory + "/" + item.path;
+    if (checksum == Checksum::Sha256) {
+      item.sha256 = Sha256::OfFile(path);
+    } else {
+      item.crc32 = Crc32Of(path);
+    }
+    progress.Step(item.size);
+  }
+}
+
+FileItem ItemOf(const TreeItem& predicted, EntryDigests* digests) {
+  const PredictedTree::Node& node = *predicted.node;
+  FileItem item;
+  item.path = predicted.path;
+  if (node.isDirectory) {
+    item.mode = kDirectoryMode;
+    return item;
+  }
+  item.type = FileItem::Type::File;
+  item.size = node.size;
+  item.crc32 = node.crc32;
+  item.mode = kFileMode;
+  if (digests != nullptr) {
+    item.sha256 = digests->Of(*node.writer);
+  }
+  return item;
+}
+
+}  // namespace
+
+PortionSink EntryDigests::Sink() {
+  return [this](std::size_t entry, const char* bytes, std::size_t length) {
+    if (current_ != entry) {
+      FinishCurrent();
+      current_ = entry;
+    }
+    hash_.Update(bytes, length);
+  };
+}
+
+Sha256::Digest EntryDigests::Of(std::size_t index) {
+  FinishCurrent();
+  const auto digest = digests_.find(index);
+  return digest == digests_.end() ? Sha256().Finish() : digest->second;
+}
+
+void EntryDigests::FinishCurrent() {
+  if (current_) {
+    digests_[*current_] = hash_.Finish();
+    current_.reset();
+  }
+}
+
+FileTree TreeOf(const Prediction& prediction, EntryDigests* digests) {
+  FileTree tree(1);
+  tree[0].path = kTop;
+  tree[0].mode = kDirectoryMode;
+  for (const TreeItem& item : ItemsOf(prediction.tree)) {
+    tree.push_back(ItemOf(item, digests));
+  }
+  Sort(tree);
+  return tree;
+}
+
+FileTree ReadTree(const std::string& directory, Checksum checksum) {
+  FileTree tree;
+  if (auto top = Look(directory, kTop)) {
+    tree.push_back(*std::move(top));
+    AddEntries(directory, "", tree);
+  }
+  Sort(tree);
+  AddChecksums(directory, checksum, tree);
+  return tree;
+}
+
+std::uint64_t BytesOf(const FileTree& tree) {
+  return std::accumulate(tree.begin(), tree.end(), std::uint64_t{0},
+                         [](std::uint64_t sum, const FileItem& item) { return sum + item.size; });
+}
+
+std::size_t FilesOf(const FileTree& tree) {
+  return static_cast<std::size_t>(std::count_if(tree.begin(), tree.end(), [](const FileItem& item) {
+    return item.type == FileItem::Type::File;
+  }));
+}

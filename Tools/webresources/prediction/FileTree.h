@@ -1,0 +1,74 @@
+#ifndef TOOLS_WEBRESOURCES_PREDICTION_FILETREE_H_
+#define TOOLS_WEBRESOURCES_PREDICTION_FILETREE_H_
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "Prediction.h"
+#include "Sha256.h"
+
+/// One file, directory or other thing of a tree.
+struct FileItem {
+  enum class Type {
+    Directory,
+    File,   ///< A regular file.
+    Other,  ///< A link, a FIFO, a device: nothing that a run leaves.
+  };
+
+  std::string path;  ///< Relative to the top, without a trailing "/"; "." is the top itself.
+  Type type = Type::Directory;
+  std::uint64_t size = 0;                ///< Of a file, in bytes.
+  std::optional<Sha256::Digest> sha256;  ///< Of a file's content; none if it is not known.
+  std::optional<std::uint32_t> crc32;    ///< The same, for comparisons that trust both sides.
+  std::optional<unsigned int> mode;      ///< The permission bits, set-user-ID and so on included.
+  std::optional<unsigned int> owner;     ///< The user's number; none if any will do.
+};
+
+/// A tree of files: its top and everything below it, sorted by the bytes of the paths. The same
+/// model serves a package, a directory on the disk and a receipt, so that Compare() compares any
+/// two of them.
+using FileTree = std::vector<FileItem>;
+
+/// The modes that a run under a umask of 022 gives.
+constexpr unsigned int kDirectoryMode = 0755;
+constexpr unsigned int kFileMode = 0644;
+
+/// Computes the SHA-256 digests of the entries of a package while Predict() reads them.
+class EntryDigests {
+ public:
+  /// What Predict() gives the data to. The object must outlive it.
+  PortionSink Sink();
+
+  /// The digest of the data of the entry `index`, of no bytes if none was read. Requires: the
+  /// package has been read to its end.
+  Sha256::Digest Of(std::size_t index);
+
+ private:
+  void FinishCurrent();
+
+  Sha256 hash_;
+  std::optional<std::size_t> current_;  ///< The entry whose data is in `hash_`.
+  std::unordered_map<std::size_t, Sha256::Digest> digests_;
+};
+
+/// The tree that a run leaves of a package, with CRC-32 checksums and, if `digests` are given,
+/// those of the content. Modes are those under a umask of 022; there are no owners.
+FileTree TreeOf(const Prediction& prediction, EntryDigests* digests = nullptr);
+
+enum class Checksum { Sha256, Crc32 };
+
+/// The tree at the directory `directory`, with one checksum of each file, modes and owners. Nothing
+/// is followed and nothing except regular files is opened. Throws Error if something cannot be
+/// read; what disappears meanwhile is left out.
+FileTree ReadTree(const std::string& directory, Checksum checksum = Checksum::Sha256);
+
+/// The bytes of all files of `tree`.
+std::uint64_t BytesOf(const FileTree& tree);
+
+/// How many files `tree` has.
+std::size_t FilesOf(const FileTree& tree);
+
+#endif  // TOOLS_WEBRESOURCES_PREDICTION_FILETREE_H_

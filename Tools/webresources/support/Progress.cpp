@@ -1,0 +1,48 @@
+#include "Progress.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+
+namespace {
+
+constexpr std::uint64_t kWidth = 40;
+
+bool isQuiet = false;
+
+bool IsShown() {
+  static const bool isTerminal = isatty(STDERR_FILENO) == 1;
+  return isTerminal && !isQuiet;
+}
+
+}  // namespace
+
+Progress::Progress(std::string purpose, std::uint64_t total)
+    : purpose_(std::move(purpose)), total_(total) {}
+
+Progress::~Progress() {
+  if (shown_ != 0) {
+    std::cerr << "\r\033[K" << std::flush;
+  }
+}
+
+void Progress::Step(std::uint64_t count) {
+  done_ += count;
+  const std::uint64_t filled = total_ == 0 ? 0 : std::min(done_, total_) * kWidth / total_;
+  if (IsShown() && filled != shown_) {
+    shown_ = filled;
+    std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] "
+              << purpose_ << std::flush;
+  }
+}
+
+void Progress::BeQuiet() {
+  isQuiet = true;
+}
+
+void Progress::Say(const std::string& line) {
+  if (IsShown()) {
+    std::cerr << line << '\n';
+  }
+}

@@ -1,0 +1,36 @@
+#ifndef TOOLS_WEBRESOURCES_SUPPORT_PROGRESS_H_
+#define TOOLS_WEBRESOURCES_SUPPORT_PROGRESS_H_
+
+#include <cstdint>
+#include <string>
+
+/// A bar on the error output for work that can take longer than a second. Nothing is shown if the
+/// error output is not a terminal, or after BeQuiet(). The bar is removed at the end.
+///
+///     Progress progress("reading the package", entryCount);
+///     for (...) { ...; progress.Step(); }
+class Progress {
+ public:
+  /// `total`: how many steps there are; 0 if nobody knows, then nothing is shown.
+  Progress(std::string purpose, std::uint64_t total);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  /// Tells that `count` more steps are done.
+  void Step(std::uint64_t count = 1);
+
+  /// From now on no object of this process shows anything: for --quiet.
+  static void BeQuiet();
+
+  /// Writes `line` to the error output, if progress is shown there at all.
+  static void Say(const std::string& line);
+
+ private:
+  const std::string purpose_;
+  const std::uint64_t total_;
+  std::uint64_t done_ = 0;
+  std::uint64_t shown_ = 0;  ///< The part of the bar that is on the terminal, in columns.
+};
+
+#endif  // TOOLS_WEBRESOURCES_SUPPORT_PROGRESS_H_
