@@ -1,6 +1,6 @@
 // Text to value. Whatever the bytes, and with the proxy convention or without, the front end
 //  - neither crashes nor throws, nor reads beyond the bytes and the zero behind them;
-//  - makes the same value of the same text a second time, and of a tree that it keeps;
+//  - makes the same value of the same text a second time, and by way of a tree;
 //  - makes a value whose deep copy equals it and outlives it.
 
 #include <memory>
@@ -11,7 +11,7 @@
 
 namespace {
 
-QDOObject DeepCopy(QDOObject value) {
+QDOObject DeepCopy(const QDOObject& value) {
   QDOObject copy;
   if (value.getType() == QDOObject::Vector) {
     copy.createVector();
@@ -60,7 +60,7 @@ void Examine(const std::string& text, bool proxyConvention) {
   QDOObject value = QDOJSONParser::fromJSON(text, proxyConvention);
   const std::string expected = Text(value);
   RequireEqual(expected, Text(QDOJSONParser::fromJSON(text, proxyConvention)), "parsed twice");
-  RequireEqual(expected, FromTree(text, proxyConvention), "the tree is kept");
+  RequireEqual(expected, FromTree(text, proxyConvention), "by way of a tree");
   const QDOObject copy = DeepCopy(value);
   RequireEqual(expected, Text(copy), "deep copy");
   Spoil(value);

@@ -12,8 +12,8 @@
 /// An object is a cheap name for its domain; it holds no values itself. All objects with the same
 /// identifier in one process see the same domain, including changes that are not yet flushed.
 /// A change is visible to this process at once, and to others at the latest after the next
-/// successful Flush(); after a failed one it stays pending. Nothing here throws (memory exhaustion apart),
-/// prints, or aborts on what it finds on the disk.
+/// successful Flush(); after a failed one it stays pending. Nothing here throws (memory exhaustion
+/// apart), prints, or aborts on what it finds on the disk.
 ///
 /// Keys and texts are UTF-8 without a zero byte; setting anything else changes nothing.
 ///

@@ -5,7 +5,7 @@
 #include <cmath>
 #include <cstring>
 #include <limits>
-#include <utility>
+#include <string_view>
 
 namespace {
 
@@ -15,13 +15,9 @@ bool IsWhitespace(unsigned char byte) {
   return byte == ' ' || (byte >= '\t' && byte <= '\r');
 }
 
-bool IsDigit(unsigned char byte) {
-  return byte >= '0' && byte <= '9';
-}
-
 /// The value of a hexadecimal digit, or -1.
 int HexDigit(unsigned char byte) {
-  if (IsDigit(byte)) {
+  if (byte >= '0' && byte <= '9') {
     return byte - '0';
   }
   const auto letter = static_cast<unsigned char>(byte | 0x20U);
@@ -39,34 +35,14 @@ constexpr std::array<bool, 256> PlainBytes() {
 
 constexpr auto kPlain = PlainBytes();
 
-/// What a one-byte escape stands for, or 0 when it is not one.
+/// What a one-byte escape is decoded to, or 0 when it is not one.
 char EscapedByte(unsigned char byte) {
-  switch (byte) {
-    case '"':
-    case '\\':
-    case '/':
-      return static_cast<char>(byte);
-    case 'b':
-      return '\b';
-    case 'f':
-      return '\f';
-    case 'n':
-      return '\n';
-    case 'r':
-      return '\r';
-    case 't':
-      return '\t';
-    default:
-      return '\0';
-  }
+  constexpr std::string_view kEscapes = R"("\/bfnrt)";
+  const std::size_t index = kEscapes.find(static_cast<char>(byte));
+  return index == std::string_view::npos ? '\0' : "\"\\/\b\f\n\r\t"[index];
 }
 
-// Arithmetic that wraps at 64 bits, on purpose.
-
-long long Negated(long long value) {
-  return static_cast<long long>(0ULL - static_cast<unsigned long long>(value));
-}
-
+/// Wraps at 64 bits, on purpose.
 long long Product(long long a, long long b) {
   return static_cast<long long>(static_cast<unsigned long long>(a) *
                                 static_cast<unsigned long long>(b));
@@ -126,148 +102,52 @@ void QDOJSONValue::becomeBoolean(bool value) {
   type = Boolean;
 }
 
-void QDOJSONValue::becomeInteger(long long value) {
+void QDOJSONValue::becomeNumber(long long value) {
   integerValue = value;
   type = Integer;
 }
 
-void QDOJSONValue::becomeDouble(double value) {
+void QDOJSONValue::becomeNumber(double value) {
   doubleValue = value;
   type = Double;
 }
 
-QDOJSONParserImplHelper::QDOJSONParserImplHelper(const unsigned char* input, unsigned int length)
-    : input_(input), length_(length), root_(std::make_shared<QDOJSONValue>()) {
-  result_ = parseValue(*root_);
-}
-
-bool QDOJSONParserImplHelper::parseValue(QDOJSONValue& node) {
-  if (atEnd()) {
-    return true;
-  }
-  skipWhitespace();
-  const unsigned char first = byteAt(0);
-  if (first == '-' || first == '.' || IsDigit(first)) {
-    return parseNumber(node);
-  }
-  switch (first) {
-    case '"':
-      return scanRestOfString(node.becomeString());
-    case '[':
-      return parseArray(node.becomeArray());
-    case '{':
-      return parseObject(node.becomeObject());
-    case 't':
-      node.becomeBoolean(true);
-      return scanRestOfTrue();
-    case 'f':
-      node.becomeBoolean(false);
-      return scanRestOfFalse();
-    case 'n':
-      node.becomeNull();
-      return scanRestOfNull();
-    default:
-      return true;  // the node stays unset, on purpose: the caller judges the byte
-  }
-}
-
-bool QDOJSONParserImplHelper::parseObject(QDOJSONObject* object) {
-  advance();
-  skipWhitespace();
-  if (byteAt(0) == '}') {
-    return takeInText('}');
-  }
-  do {
-    if (!parseMember(object)) {
-      return false;
-    }
-    skipWhitespace();
-  } while (take(','));
-  return takeInText('}');
-}
-
-bool QDOJSONParserImplHelper::parseMember(QDOJSONObject* object) {
-  if (atEnd()) {
-    return false;
-  }
-  skipWhitespace();
-  UTF8String key;
-  if (byteAt(0) != '"' || !scanRestOfString(&key)) {
-    return false;
-  }
-  skipWhitespace();
-  if (!take(':')) {
-    return false;
-  }
-  auto node = std::make_shared<QDOJSONValue>();
-  if (!parseValue(*node)) {
-    return false;
-  }
-  // The first of equal keys wins. Not emplace(), which looks keys up in another way: under the
-  // order of the empty key a library may then drop and leak the member of a new key.
-  object->insert(QDOJSONObject::value_type(std::move(key), std::move(node)));
-  return true;
-}
-
-bool QDOJSONParserImplHelper::parseArray(QDOJSONArray* array) {
-  advance();
-  skipWhitespace();
-  if (byteAt(0) == ']') {
-    return takeInText(']');
-  }
-  while (!atEnd()) {
-    auto node = std::make_shared<QDOJSONValue>();
-    if (!parseValue(*node)) {
-      return false;
-    }
-    array->push_back(std::move(node));
-    skipWhitespace();
-    if (!take(',')) {
-      break;
-    }
-  }
-  return takeInText(']');
-}
-
-bool QDOJSONParserImplHelper::parseNumber(QDOJSONValue& node) {
-  node.becomeInteger(0);
-  const bool negative = take('-');
-  if (byteAt(0) == '0' && IsDigit(byteAt(1))) {
+bool QDOJSONText::scanNumber(Number& number) {
+  number = 0LL;
+  const long long sign = take('-') ? -1 : 1;
+  if (byteAt(0) == '0' && isDigit(1)) {
     return false;  // no leading zeros
   }
   long long mantissa = 0;
   if (!adv_digits(mantissa)) {
     return false;
   }
+  const bool hasFraction = takeInText('.');
   double fraction = 0;
-  if (takeInText('.')) {
-    node.becomeDouble(0);
+  if (hasFraction) {
+    number = 0.0;
     if (!adv_decimal_digits(fraction)) {
       return false;
     }
   }
   long long exponent = 0;
   bool positiveExponent = true;
-  if (!parseExponent(exponent, positiveExponent)) {
+  if (!scanExponent(exponent, positiveExponent)) {
     return false;
   }
   const double scale = Scale(exponent);
-  if (node.type == QDOJSONValue::Double) {
+  if (hasFraction) {
     const double value = static_cast<double>(mantissa) + fraction;
-    node.becomeDouble((negative ? -value : value) *
-                      (positiveExponent ? IntegerScale(scale) : scale));
-    return true;
-  }
-  const long long value = negative ? Negated(mantissa) : mantissa;
-  if (positiveExponent) {
-    node.becomeInteger(Product(value, IntegerScale(scale)));
+    number = (sign < 0 ? -value : value) * (positiveExponent ? IntegerScale(scale) : scale);
+  } else if (positiveExponent) {
+    number = Product(Product(mantissa, sign), IntegerScale(scale));
   } else {
-    node.becomeDouble(scale * static_cast<double>(value));
+    number = scale * static_cast<double>(Product(mantissa, sign));
   }
   return true;
 }
 
-bool QDOJSONParserImplHelper::parseExponent(long long& exponent, bool& positive) {
+bool QDOJSONText::scanExponent(long long& exponent, bool& positive) {
   if (!takeInText('e') && !takeInText('E')) {
     return true;
   }
@@ -278,27 +158,25 @@ bool QDOJSONParserImplHelper::parseExponent(long long& exponent, bool& positive)
   if (!adv_digits(exponent)) {
     return false;
   }
-  if (!positive) {
-    exponent = Negated(exponent);
-  }
+  exponent = Product(exponent, positive ? 1 : -1);
   return true;
 }
 
-bool QDOJSONParserImplHelper::adv_digits(long long& value) {
+bool QDOJSONText::adv_digits(long long& value) {
   const unsigned int start = position_;
   unsigned long long digits = 0;  // unsigned: overflow wraps, on purpose
-  for (; atDigit(); ++position_) {
+  for (; !atEnd() && isDigit(0); ++position_) {
     digits = digits * 10 + (byteAt(0) - static_cast<unsigned int>('0'));
   }
   value = static_cast<long long>(digits);
   return position_ != start;
 }
 
-bool QDOJSONParserImplHelper::adv_decimal_digits(double& value) {
+bool QDOJSONText::adv_decimal_digits(double& value) {
   const unsigned int start = position_;
   std::uint32_t divisor = 1;  // 32 bits: wraps from the tenth digit on, on purpose
   value = 0;
-  for (; atDigit(); ++position_) {
+  for (; !atEnd() && isDigit(0); ++position_) {
     value = value * 10.0 + (byteAt(0) - '0');
     divisor *= 10;
   }
@@ -309,7 +187,7 @@ bool QDOJSONParserImplHelper::adv_decimal_digits(double& value) {
   return position_ != start;
 }
 
-bool QDOJSONParserImplHelper::scanRestOfLiteral(const char* rest, unsigned int count) {
+bool QDOJSONText::scanRestOfLiteral(const char* rest, unsigned int count) {
   if (remaining() <= count || std::memcmp(input_ + position_ + 1, rest, count) != 0) {
     return false;
   }
@@ -317,7 +195,7 @@ bool QDOJSONParserImplHelper::scanRestOfLiteral(const char* rest, unsigned int c
   return true;
 }
 
-bool QDOJSONParserImplHelper::scanRestOfString(UTF8String* destination) {
+bool QDOJSONText::scanRestOfString(UTF8String* destination) {
   advance();
   for (;;) {
     const unsigned int start = position_;
@@ -336,7 +214,7 @@ bool QDOJSONParserImplHelper::scanRestOfString(UTF8String* destination) {
   }
 }
 
-void QDOJSONParserImplHelper::skipPlainBytes() {
+void QDOJSONText::skipPlainBytes() {
   unsigned int next = position_;  // a local: the position itself would be stored at each step
   while (next < length_ && kPlain[input_[next]]) {
     ++next;
@@ -344,11 +222,11 @@ void QDOJSONParserImplHelper::skipPlainBytes() {
   position_ = next;
 }
 
-void QDOJSONParserImplHelper::appendPortionOfString(unsigned int start, UTF8String* destination) {
+void QDOJSONText::appendPortionOfString(unsigned int start, UTF8String* destination) {
   destination->append(reinterpret_cast<const char*>(input_ + start), position_ - start);
 }
 
-bool QDOJSONParserImplHelper::appendBackSlashTrailingChar(UTF8String* destination) {
+bool QDOJSONText::appendBackSlashTrailingChar(UTF8String* destination) {
   if (take('u')) {
     return appendUnicodeEscape(destination);
   }
@@ -361,7 +239,7 @@ bool QDOJSONParserImplHelper::appendBackSlashTrailingChar(UTF8String* destinatio
   return true;
 }
 
-bool QDOJSONParserImplHelper::appendUnicodeEscape(UTF8String* destination) {
+bool QDOJSONText::appendUnicodeEscape(UTF8String* destination) {
   if (remaining() < kEscapeDigits) {
     return false;
   }
@@ -378,7 +256,7 @@ bool QDOJSONParserImplHelper::appendUnicodeEscape(UTF8String* destination) {
   return true;
 }
 
-void QDOJSONParserImplHelper::appendCodePt(unsigned int codePoint, UTF8String* destination) {
+void QDOJSONText::appendCodePt(unsigned int codePoint, UTF8String* destination) {
   char bytes[4] = {};
   if (codePoint <= 0x7F) {
     bytes[0] = static_cast<char>(codePoint);
@@ -393,30 +271,29 @@ void QDOJSONParserImplHelper::appendCodePt(unsigned int codePoint, UTF8String* d
   destination->append(bytes);  // as a zero-terminated text: code point 0 vanishes, on purpose
 }
 
-void QDOJSONParserImplHelper::skipWhitespace() {
+void QDOJSONText::skipWhitespace() {
   while (IsWhitespace(byteAt(0))) {
     ++position_;
   }
 }
 
-bool QDOJSONParserImplHelper::advance() {
+bool QDOJSONText::advance() {
   const unsigned char lead = byteAt(0);
-  unsigned int size = 0;
-  if (lead < 0x80) {
-    size = 1;
-  } else if ((lead & 0xE0U) == 0xC0 && isContinuation(1)) {
-    size = 2;
-  } else if ((lead & 0xF0U) == 0xE0 && isContinuation(1) && isContinuation(2)) {
-    size = 3;
-  } else if ((lead & 0xF8U) == 0xF0 && isContinuation(1) && isContinuation(2) &&
-             isContinuation(3)) {
-    size = 4;
+  const unsigned int size = lead < 0x80              ? 1
+                            : (lead & 0xE0U) == 0xC0 ? 2
+                            : (lead & 0xF0U) == 0xE0 ? 3
+                            : (lead & 0xF8U) == 0xF0 ? 4
+                                                     : 0;
+  for (unsigned int i = 1; i < size; ++i) {
+    if (!isContinuation(i)) {
+      return false;
+    }
   }
   position_ += size;
   return size != 0;
 }
 
-bool QDOJSONParserImplHelper::take(char expected) {
+bool QDOJSONText::take(char expected) {
   if (byteAt(0) != static_cast<unsigned char>(expected)) {
     return false;
   }

@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <utility>
+#include <variant>
 #include <vector>
 
 #include "UTF8String.h"
@@ -38,17 +39,9 @@ struct QDOJSONValue {
   QDOJSONObject* becomeObject();
   QDOJSONArray* becomeArray();
   void becomeBoolean(bool value);
+  void becomeNumber(long long value);
+  void becomeNumber(double value);
   void becomeNull() { type = Null; }
-
-  // Each makes an unset or numeric node a number.
-
-  void becomeInteger(long long value);
-  void becomeDouble(double value);
-
-  /// Hands over the payload of a string node, which is left with none.
-  std::unique_ptr<UTF8String> releaseString() {
-    return std::unique_ptr<UTF8String>(std::exchange(stringValue, nullptr));
-  }
 
   Type type = Unset;
   /// The member of the type; strings, objects and arrays are owned.
@@ -62,41 +55,20 @@ struct QDOJSONValue {
   };
 };
 
-/// A lenient recursive-descent JSON scanner. It parses in its constructor, in a single pass, and
-/// afterwards only serves the tree.
-///
-/// A syntax error is a false result and nothing else: the nodes built so far stay in the tree, each
-/// with the type it was given, and what was read of a failed string or container stays in it. What
-/// follows the root value is not examined. Nesting costs stack and is not limited.
-///
-/// Lenient or odd on purpose, each kept exactly:
-///  - vertical tab and form feed are whitespace;
-///  - a byte that starts no value leaves an unset node: `[1,]` has two elements, `{"a":}` a member;
-///  - the first of several equal keys wins;
-///  - `\u` escapes are encoded one by one, surrogates too, and `\u0000` vanishes;
-///  - an integer with a positive exponent is multiplied by a 32-bit scale: 1e2 is the integer 100,
-///    but 1e10 is -2147483648 and 1.5e10 is -3221225472.0;
-///  - the divisor of a fraction is 32 bits wide: it wraps from the tenth digit on;
-///  - integers wrap at 64 bits.
-class QDOJSONParserImplHelper {
- public:
-  /// Parses `length` bytes at `input`, which must be followed by a zero byte. The bytes are not
-  /// used after construction.
-  QDOJSONParserImplHelper(const unsigned char* input, unsigned int length);
-
-  /// Whether the root value was parsed without an error.
-  bool succeeded() const { return result_; }
-  const std::shared_ptr<QDOJSONValue>& getRoot() const { return root_; }
-
+/// Reads the tokens of a JSON text: what the grammar needs whatever the text becomes.
+class QDOJSONText {
  protected:
+  using Number = std::variant<long long, double>;
+
+  QDOJSONText(const unsigned char* input, unsigned int length) : input_(input), length_(length) {}
+
   // Each works at the position and moves it; bool results say success.
 
-  bool parseValue(QDOJSONValue& node);
-  bool parseObject(QDOJSONObject* object);
-  bool parseMember(QDOJSONObject* object);
-  bool parseArray(QDOJSONArray* array);
-  bool parseNumber(QDOJSONValue& node);
-  bool parseExponent(long long& exponent, bool& positive);
+  /// A number that fails is 0, of the type that was certain by then.
+  bool scanNumber(Number& number);
+  bool scanExponent(long long& exponent, bool& positive);
+  bool adv_digits(long long& value);
+  bool adv_decimal_digits(double& value);
 
   bool scanRestOfNull() { return scanRestOfLiteral("ull", 3); }
   bool scanRestOfTrue() { return scanRestOfLiteral("rue", 3); }
@@ -110,9 +82,6 @@ class QDOJSONParserImplHelper {
   void appendPortionOfString(unsigned int start, UTF8String* destination);
   static void appendCodePt(unsigned int codePoint, UTF8String* destination);
 
-  bool adv_digits(long long& value);
-  bool adv_decimal_digits(double& value);
-
   void skipWhitespace();
   /// Steps over one UTF-8 character; false, without moving, when there is none.
   bool advance();
@@ -121,7 +90,7 @@ class QDOJSONParserImplHelper {
   /// each caller has seen the bytes before to be other than zero.
   unsigned char byteAt(unsigned int offset) const { return input_[position_ + offset]; }
   bool isContinuation(unsigned int offset) const { return (byteAt(offset) & 0xC0U) == 0x80U; }
-  bool atDigit() const { return !atEnd() && byteAt(0) >= '0' && byteAt(0) <= '9'; }
+  bool isDigit(unsigned int offset) const { return byteAt(offset) >= '0' && byteAt(offset) <= '9'; }
   bool atEnd() const { return position_ >= length_; }
   unsigned int remaining() const { return atEnd() ? 0 : length_ - position_; }
   /// Steps over `expected` when it is the next byte.
@@ -133,8 +102,191 @@ class QDOJSONParserImplHelper {
   const unsigned char* input_;
   unsigned int length_;
   unsigned int position_ = 0;
-  bool result_ = true;
-  std::shared_ptr<QDOJSONValue> root_;
 };
+
+/// A lenient recursive-descent JSON scanner. It parses in its constructor, in a single pass, and
+/// afterwards only serves the root.
+///
+/// A syntax error is a false result and nothing else: the values read so far stay in the root, each
+/// with the type it was given, and what was read of a failed string or container stays in it. What
+/// follows the root value is not examined. Nesting costs stack and is not limited.
+///
+/// Lenient or odd on purpose, each kept exactly:
+///  - vertical tab and form feed are whitespace;
+///  - a byte that starts no value leaves one unset: `[1,]` has two elements, `{"a":}` a member;
+///  - the first of several equal keys wins;
+///  - `\u` escapes are encoded one by one, surrogates too, and `\u0000` vanishes;
+///  - an integer with a positive exponent is multiplied by a 32-bit scale: 1e2 is the integer 100,
+///    but 1e10 is -2147483648 and 1.5e10 is -3221225472.0;
+///  - the divisor of a fraction is 32 bits wide: it wraps from the tenth digit on;
+///  - integers wrap at 64 bits.
+///
+/// `Target` says what the text becomes: see QDOJSONTree.
+template <typename Target>
+class QDOJSONScanner : public QDOJSONText {
+ public:
+  using Value = typename Target::Value;
+  using Child = typename Target::Child;
+  using Object = typename Target::Object;
+  using Array = typename Target::Array;
+
+  /// Parses `length` bytes at `input`, which must be followed by a zero byte. The bytes are not
+  /// used after construction.
+  QDOJSONScanner(const unsigned char* input, unsigned int length, Target target = Target())
+      : QDOJSONText(input, length), target_(target) {
+    result_ = parseValue(Target::valueOf(root_));
+  }
+
+  /// Whether the root value was parsed without an error.
+  bool succeeded() const { return result_; }
+  const Child& getRoot() const& { return root_; }
+  Child getRoot() && { return std::move(root_); }
+
+ protected:
+  bool parseValue(Value& value) {
+    if (atEnd()) {
+      return true;
+    }
+    skipWhitespace();
+    switch (byteAt(0)) {
+      case '"':
+        return parseString(value);
+      case '[':
+        return parseArray(target_.becomeArray(value));
+      case '{':
+        return parseObject(target_.becomeObject(value));
+      case 't':
+        target_.becomeBoolean(value, true);
+        return scanRestOfTrue();
+      case 'f':
+        target_.becomeBoolean(value, false);
+        return scanRestOfFalse();
+      case 'n':
+        target_.becomeNull(value);
+        return scanRestOfNull();
+      default:
+        // Any other byte leaves the value unset, on purpose: the caller judges it.
+        return !(isDigit(0) || byteAt(0) == '-' || byteAt(0) == '.') || parseNumber(value);
+    }
+  }
+
+  bool parseObject(Object* object) {
+    advance();
+    skipWhitespace();
+    if (byteAt(0) == '}') {
+      return takeInText('}');
+    }
+    do {
+      if (!parseMember(object)) {
+        return false;
+      }
+      skipWhitespace();
+    } while (take(','));
+    return takeInText('}');
+  }
+
+  bool parseMember(Object* object) {
+    if (atEnd()) {
+      return false;
+    }
+    skipWhitespace();
+    if (byteAt(0) != '"' || !scanString() || !target_.takesKey(text_)) {
+      return false;
+    }
+    typename Target::Key key = Target::makeKey(text_);
+    skipWhitespace();
+    if (!take(':')) {
+      return false;
+    }
+    Child member = Target::makeChild();
+    if (!parseValue(Target::valueOf(member))) {
+      return false;
+    }
+    Target::insert(object, std::move(key), std::move(member));
+    return true;
+  }
+
+  bool parseArray(Array* array) {
+    advance();
+    skipWhitespace();
+    if (byteAt(0) == ']') {
+      return takeInText(']');
+    }
+    while (!atEnd()) {
+      Child element = Target::makeChild();
+      if (!parseValue(Target::valueOf(element))) {
+        return false;
+      }
+      array->push_back(std::move(element));
+      skipWhitespace();
+      if (!take(',')) {
+        break;
+      }
+    }
+    return takeInText(']');
+  }
+
+  bool parseString(Value& value) {
+    const bool scanned = scanString();
+    target_.becomeString(value, text_);
+    return scanned;
+  }
+
+  bool parseNumber(Value& value) {
+    Number number;
+    const bool scanned = scanNumber(number);
+    std::visit([&](auto kind) { target_.becomeNumber(value, kind); }, number);
+    return scanned;
+  }
+
+  /// Reads a string or a key into `text_`.
+  bool scanString() {
+    text_.clear();
+    return scanRestOfString(&text_);
+  }
+
+ private:
+  Target target_;
+  UTF8String text_;
+  bool result_ = true;
+  Child root_ = Target::makeChild();
+};
+
+/// What a scanner needs to make a tree. Value: what a JSON value is read into, unset at first.
+/// Child: one that is not yet in its container. Key: a key that is not yet in its object.
+struct QDOJSONTree {
+  using Value = QDOJSONValue;
+  using Child = std::shared_ptr<QDOJSONValue>;
+  using Object = QDOJSONObject;
+  using Array = QDOJSONArray;
+  using Key = UTF8String;
+
+  static Child makeChild() { return std::make_shared<QDOJSONValue>(); }
+  static Value& valueOf(const Child& child) { return *child; }
+
+  static Object* becomeObject(Value& value) { return value.becomeObject(); }
+  static Array* becomeArray(Value& value) { return value.becomeArray(); }
+  static void becomeString(Value& value, const UTF8String& text) {
+    value.becomeString()->append(text);
+  }
+  static void becomeBoolean(Value& value, bool isTrue) { value.becomeBoolean(isTrue); }
+  template <typename Kind>
+  static void becomeNumber(Value& value, Kind number) {
+    value.becomeNumber(number);
+  }
+  static void becomeNull(Value& value) { value.becomeNull(); }
+
+  /// A key that is not taken is treated as a syntax error.
+  static bool takesKey(const UTF8String& /*text*/) { return true; }
+  static Key makeKey(const UTF8String& text) { return text; }
+  /// Drops the member when the object has an equal key. Not emplace(), which looks keys up in
+  /// another way: under the order of the empty key a library may then lose the member of a new key.
+  static void insert(Object* object, Key key, Child member) {
+    object->insert(Object::value_type(std::move(key), std::move(member)));
+  }
+};
+
+/// The scanner that makes a tree.
+using QDOJSONParserImplHelper = QDOJSONScanner<QDOJSONTree>;
 
 #endif  // COMMON_JSONUTILS_JSONPARSER_H_

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <utility>
 
 namespace {
 
@@ -36,21 +35,6 @@ UTF8String& UTF8String::append(const char* bytes, unsigned long count) {
 UTF8String& UTF8String::append(char byte) {
   bytes_.push_back(byte);
   return *this;
-}
-
-std::string UTF8String::release() {
-  bytes_.resize(std::strlen(str()));
-  return std::move(bytes_);
-}
-
-std::shared_ptr<std::string> UTF8String::release(std::unique_ptr<UTF8String> text) {
-  text->bytes_.resize(std::strlen(text->str()));
-  const std::shared_ptr<UTF8String> owner(std::move(text));
-  return {owner, &owner->bytes_};
-}
-
-char UTF8String::operator[](unsigned long index) const {
-  return index < bytes_.length() ? bytes_[index] : '\0';
 }
 
 std::int16_t UTF8String::compare(const UTF8String& other) const {

@@ -2,7 +2,6 @@
 #define COMMON_JSONUTILS_UTF8STRING_H_
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 /// The string in which the JSON scanner collects texts and keys. It stores and counts bytes and
@@ -21,19 +20,15 @@ class UTF8String {
   UTF8String& append(const char* bytes, unsigned long count);
   UTF8String& append(char byte);
 
+  void clear() { bytes_.clear(); }
+
   unsigned long length() const { return bytes_.length(); }
 
   /// The bytes with a terminating zero; valid until the string is changed or destroyed.
   const char* str() const { return bytes_.c_str(); }
 
-  /// Hands over the bytes before the first zero byte; the string is left with unspecified ones.
-  std::string release();
-
-  /// The same for a string that goes away, without a copy: the result keeps it alive.
-  static std::shared_ptr<std::string> release(std::unique_ptr<UTF8String> text);
-
   /// The byte at `index`, or 0 at and past the length.
-  char operator[](unsigned long index) const;
+  char operator[](unsigned long index) const { return index < length() ? bytes_[index] : '\0'; }
 
   /// Removes up to `count` bytes from `index` on. Throws std::out_of_range when `index` is past the
   /// length.

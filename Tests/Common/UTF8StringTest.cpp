@@ -2,10 +2,8 @@
 
 #include <limits>
 #include <map>
-#include <memory>
 #include <stdexcept>
 #include <string>
-#include <utility>
 
 #include "AllocationProbe.h"
 #include "UTF8String.h"
@@ -106,25 +104,11 @@ TEST(UTF8StringTest, StrEndsInAZeroByte) {
   EXPECT_EQ(text.str()[text.length()], '\0');
 }
 
-TEST(UTF8StringTest, ReleaseHandsOverTheBytesBeforeTheFirstZero) {
-  for (const char* bytes : {"", "short", "longer than what a string holds in itself"}) {
-    UTF8String text(bytes);
-    EXPECT_EQ(text.release(), bytes);
-    EXPECT_EQ(*UTF8String::release(std::make_unique<UTF8String>(bytes)), bytes);
-  }
-  UTF8String text;
-  text.append(kWithZero, sizeof kWithZero);
-  EXPECT_EQ(*UTF8String::release(std::make_unique<UTF8String>(text)), "ab");
-  EXPECT_EQ(text.release(), "ab");
-}
-
-TEST(UTF8StringTest, ReleaseMovesTheBytes) {
-  auto text = std::make_unique<UTF8String>("longer than what a string holds in itself");
-  const char* const bytes = text->str();
-  EXPECT_EQ(UTF8String::release(std::move(text))->c_str(), bytes);
-  UTF8String other("longer than what a string holds in itself");
-  const char* const otherBytes = other.str();
-  EXPECT_EQ(other.release().c_str(), otherBytes);
+TEST(UTF8StringTest, ClearEmptiesTheString) {
+  UTF8String text("ab");
+  text.clear();
+  EXPECT_EQ(text.length(), 0U);
+  EXPECT_EQ(text.append('c').length(), 1U);
 }
 
 TEST(UTF8StringTest, IndexGivesTheByteAndZeroAtAndPastTheLength) {

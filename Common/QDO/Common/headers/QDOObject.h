@@ -61,10 +61,10 @@ class QDOObject {
   };
 
   QDOObject() noexcept = default;
-  QDOObject(const QDOObject& other);
+  QDOObject(const QDOObject& other) { set(other); }
   /// Takes over the payload without allocating; `other` is left Undefined.
   QDOObject(QDOObject&& other) noexcept;
-  virtual ~QDOObject();
+  virtual ~QDOObject() { destroy(); }
 
   QDOObject& operator=(const QDOObject& other) { return set(other); }
   QDOObject& operator=(QDOObject&& other) noexcept;
@@ -89,8 +89,6 @@ class QDOObject {
   /// String, copied from a zero-terminated text. Null throws QDOException code 2 and changes
   /// nothing.
   QDOObject& set(const char* text);
-  /// String, sharing `text`, which nobody may then change. Null throws and changes nothing, too.
-  QDOObject& set(std::shared_ptr<std::string> text);
   /// The initial value of a kind: false, 0, an empty string or container, an empty Handle. A type
   /// above Null gives Undefined.
   QDOObject& set(Type type);
@@ -109,10 +107,10 @@ class QDOObject {
   // Each releases the holder when the value is of its kind and does nothing otherwise. The type
   // stays; the value then holds nothing.
 
-  void clearString();
-  void clearVector();
-  void clearMap();
-  void clearSet();
+  void clearString() noexcept { clear(String); }
+  void clearVector() noexcept { clear(Vector); }
+  void clearMap() noexcept { clear(Map); }
+  void clearSet() noexcept { clear(Set); }
 
   /// Leaves the value Undefined and releases what it held. Nothing can be thrown: elements are held
   /// by std::shared_ptr, which lets no exception out of what it frees.
@@ -136,13 +134,13 @@ class QDOObject {
   double getDouble() const;
   std::uint32_t getProxyIdentifier() const;
   /// The shared string itself, valid while any copy of this value holds it.
-  const std::string& getString() const;
+  const std::string& getString() const { return element<std::string>(String); }
   /// The shared vector itself, valid while any copy of this value holds it.
-  QDOVector& getVector();
-  const QDOVector& getVector() const;
+  QDOVector& getVector() { return element<QDOVector>(Vector); }
+  const QDOVector& getVector() const { return element<QDOVector>(Vector); }
   /// The shared map itself, valid while any copy of this value holds it.
-  QDOMap& getMap();
-  const QDOMap& getMap() const;
+  QDOMap& getMap() { return element<QDOMap>(Map); }
+  const QDOMap& getMap() const { return element<QDOMap>(Map); }
 
   /// The map member named `key`, inserted as Undefined when absent. Another type throws
   /// QDOObjectException code 3 naming this value, unlike getMap(), on purpose.

@@ -36,10 +36,6 @@ void Require(bool condition) {
 
 static_assert(sizeof(void*) <= sizeof(std::uint64_t), "a holder's address must fit the payload");
 
-QDOObject::QDOObject(const QDOObject& other) {
-  set(other);
-}
-
 QDOObject::QDOObject(QDOObject&& other) noexcept
     : type_(std::exchange(other.type_, Undefined)), payload_(std::exchange(other.payload_, 0)) {}
 
@@ -48,10 +44,6 @@ QDOObject& QDOObject::operator=(QDOObject&& other) noexcept {
   std::swap(type_, taken.type_);
   std::swap(payload_, taken.payload_);
   return *this;
-}
-
-QDOObject::~QDOObject() {
-  destroy();
 }
 
 QDOObject QDOObject::makeBool(bool value) noexcept {
@@ -82,14 +74,6 @@ QDOObject& QDOObject::set(const char* text) {
     throw QDOException(kNullDereference);
   }
   setString(text);
-  return *this;
-}
-
-QDOObject& QDOObject::set(std::shared_ptr<std::string> text) {
-  if (text == nullptr) {
-    throw QDOException(kNullDereference);
-  }
-  hold(String, [&text] { return std::move(text); });
   return *this;
 }
 
@@ -141,11 +125,9 @@ void QDOObject::setString(const char* text) {
 QDOObject& QDOObject::setProxyId(const QDOObject& source) {
   const Held held = detach();
   type_ = ProxyId;
-  if (source.type_ == ProxyId) {
-    payload_ = source.getProxyIdentifier();
-  } else {
-    payload_ = source.IsUInt() ? source.getQDOUInt32() : 0;
-  }
+  payload_ = source.type_ == ProxyId ? source.getProxyIdentifier()
+             : source.IsUInt()       ? source.getQDOUInt32()
+                                     : 0;
   return *this;
 }
 
@@ -170,22 +152,6 @@ void QDOObject::hold(Type type, Make makeElement) {
   } catch (const std::bad_alloc&) {
     throw QDOException(QDOException::NotEnoughMemory());
   }
-}
-
-void QDOObject::clearString() {
-  clear(String);
-}
-
-void QDOObject::clearVector() {
-  clear(Vector);
-}
-
-void QDOObject::clearMap() {
-  clear(Map);
-}
-
-void QDOObject::clearSet() {
-  clear(Set);
 }
 
 void QDOObject::clear(Type type) noexcept {
@@ -288,26 +254,6 @@ std::uint32_t QDOObject::getProxyIdentifier() const {
   return static_cast<std::uint32_t>(payload_);
 }
 
-const std::string& QDOObject::getString() const {
-  return element<std::string>(String);
-}
-
-QDOVector& QDOObject::getVector() {
-  return element<QDOVector>(Vector);
-}
-
-const QDOVector& QDOObject::getVector() const {
-  return element<QDOVector>(Vector);
-}
-
-QDOMap& QDOObject::getMap() {
-  return element<QDOMap>(Map);
-}
-
-const QDOMap& QDOObject::getMap() const {
-  return element<QDOMap>(Map);
-}
-
 QDOObject& QDOObject::operator[](const std::string& key) {
   if (type_ != Map) {
     throw QDOObjectException(kUnexpectedType, this);
@@ -323,6 +269,10 @@ Element& QDOObject::element(Type type) const {
   }
   return *static_cast<Element*>(holder()->element.get());
 }
+
+template std::string& QDOObject::element(Type type) const;
+template QDOVector& QDOObject::element(Type type) const;
+template QDOMap& QDOObject::element(Type type) const;
 
 QDOObject::Holder* QDOObject::holder() const noexcept {
   return reinterpret_cast<Holder*>(static_cast<std::uintptr_t>(payload_));

@@ -1,16 +1,12 @@
 #include "QDOJSONParser.h"
 
+#include <limits>
 #include <utility>
 
 namespace {
 
-// A node that nobody else needs is taken apart: its texts become the values' own, and what else it
-// held is freed at once, so that its memory serves the values that follow.
-
 /// The string rule. The text loses a trailing "^" that marks it.
-QDOObject ConvertString(QDOJSONValue& node, bool isLastUse, bool proxyConvention) {
-  QDOObject result;
-  UTF8String& text = *node.stringValue;
+void SetText(QDOObject& value, UTF8String& text, bool proxyConvention) {
   // Counted as an unsigned 32-bit number, like every length of the scanner.
   const auto length = static_cast<std::uint32_t>(text.length());
   if (proxyConvention && length >= 2 && text[length - 1] == '^') {
@@ -18,59 +14,64 @@ QDOObject ConvertString(QDOJSONValue& node, bool isLastUse, bool proxyConvention
     if (text[length - 2] != '^') {
       long long identifier = 0;
       text.scanWSInt64(identifier);  // whether it was all digits is not asked
-      QDOObject number;
-      number.set(identifier);
-      result.setProxyId(number);
-      return result;
+      value.setProxyId(QDOObject().set(identifier));
+      return;
     }
   }
-  if (isLastUse) {
-    result.set(UTF8String::release(node.releaseString()));
-  } else {
-    result.set(text.str());
-  }
-  return result;
+  value.set(text.str());
 }
 
-QDOObject ConvertObject(QDOJSONObject object, bool proxyConvention) {
-  QDOObject result;
-  result.set(QDOObject::Map);
-  auto& members = result.getMap();
-  while (!object.empty()) {
-    auto member = object.extract(object.begin());
-    // Mostly at the end: the two maps order their keys alike, but for the empty one.
-    const auto entry = members.emplace_hint(members.end(), member.key().release(), QDOObject());
-    entry->second = getJSONValueinQDOObject(std::move(member.mapped()), proxyConvention);
-  }
-  return result;
-}
+/// What a scanner needs to make values without a tree in between (see QDOJSONTree).
+struct ValueTarget {
+  using Value = QDOObject;
+  using Child = QDOObject;
+  using Object = QDOMap;
+  using Array = QDOVector;
+  using Key = std::string;
 
-QDOObject ConvertArray(QDOJSONArray array, bool proxyConvention) {
-  QDOObject result;
-  result.set(QDOObject::Vector);
-  auto& elements = result.getVector();
-  elements.reserve(array.size());
-  for (auto& element : array) {
-    elements.push_back(getJSONValueinQDOObject(std::move(element), proxyConvention));
-  }
-  return result;
-}
+  static Child makeChild() { return {}; }
+  static Value& valueOf(Child& child) { return child; }
 
-template <typename Container>
-Container TakeOrCopy(Container& container, bool isLastUse) {
-  return isLastUse ? std::move(container) : Container(container);
-}
+  static Object* becomeObject(Value& value) { return &value.set(QDOObject::Map).getMap(); }
+  static Array* becomeArray(Value& value) {
+    Array* const array = &value.set(QDOObject::Vector).getVector();
+    array->reserve(4);  // most are short
+    return array;
+  }
+  void becomeString(Value& value, UTF8String& text) const { SetText(value, text, proxyConvention); }
+  static void becomeBoolean(Value& value, bool isTrue) { value = QDOObject::makeBool(isTrue); }
+  template <typename Kind>
+  static void becomeNumber(Value& value, Kind number) {
+    value.set(number);
+  }
+  static void becomeNull(Value& value) { value.set(QDOObject::Null); }
+
+  /// Refuses the keys that a tree orders otherwise than a map of values does: on purpose, only the
+  /// tree knows their order.
+  bool takesKey(const UTF8String& text) const {
+    metOddKey = text.length() == 0 || text.length() > std::numeric_limits<std::int16_t>::max();
+    return !metOddKey;
+  }
+  static Key makeKey(const UTF8String& text) { return {text.str(), text.length()}; }
+  static void insert(Object* object, Key key, Child member) {
+    // The first of equal keys wins. Keys often come in order: then the end is the place.
+    object->try_emplace(object->end(), std::move(key), std::move(member));
+  }
+
+  bool proxyConvention;
+  bool& metOddKey;
+};
 
 }  // namespace
 
-// By value: the node is taken apart when its last owner is handed over.
+// By value, as its callers expect it.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxyConvention) {
-  const bool isLastUse = node.use_count() == 1;
   QDOObject result;
   switch (node->type) {
     case QDOJSONValue::String:
-      return ConvertString(*node, isLastUse, proxyConvention);
+      SetText(result, *node->stringValue, proxyConvention);
+      break;
     case QDOJSONValue::Double:
       result.set(node->doubleValue);
       break;
@@ -78,9 +79,17 @@ QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxy
       result.set(node->integerValue);
       break;
     case QDOJSONValue::Object:
-      return ConvertObject(TakeOrCopy(*node->objectValue, isLastUse), proxyConvention);
+      result.set(QDOObject::Map);
+      for (const auto& [key, member] : *node->objectValue) {
+        result[key.str()] = getJSONValueinQDOObject(member, proxyConvention);
+      }
+      break;
     case QDOJSONValue::Array:
-      return ConvertArray(TakeOrCopy(*node->arrayValue, isLastUse), proxyConvention);
+      result.set(QDOObject::Vector);
+      for (const auto& element : *node->arrayValue) {
+        result.getVector().push_back(getJSONValueinQDOObject(element, proxyConvention));
+      }
+      break;
     case QDOJSONValue::Boolean:
       return QDOObject::makeBool(node->booleanValue != 0);
     case QDOJSONValue::Null:
@@ -93,10 +102,17 @@ QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxy
 }
 
 QDOObject QDOJSONParser::fromJSON(const std::string& text, bool proxyConvention) {
-  QDOJSONParserImpl parser;
-  parser.parse(reinterpret_cast<const unsigned char*>(text.c_str()),
-               static_cast<unsigned int>(text.length()));
-  return parser.takeQDOObject(proxyConvention);
+  const auto* const bytes = reinterpret_cast<const unsigned char*>(text.c_str());
+  const auto length = static_cast<unsigned int>(text.length());
+  bool metOddKey = false;
+  const ValueTarget target{proxyConvention, metOddKey};
+  QDOObject value = QDOJSONScanner<ValueTarget>(bytes, length, target).getRoot();
+  if (metOddKey) {
+    QDOJSONParserImpl parser;
+    parser.parse(bytes, length);
+    value = parser.getQDOObject(proxyConvention);
+  }
+  return value;
 }
 
 void QDOJSONParserImpl::parse(const unsigned char* bytes, unsigned int length) {
@@ -113,10 +129,4 @@ QDOObject QDOJSONParserImpl::getQDOObject(bool proxyConvention) const {
     return {};
   }
   return getJSONValueinQDOObject(scanner_->getRoot(), proxyConvention);
-}
-
-QDOObject QDOJSONParserImpl::takeQDOObject(bool proxyConvention) {
-  std::shared_ptr<QDOJSONValue> root = scanner_->getRoot();
-  reset();  // leaves the root to this last use
-  return getJSONValueinQDOObject(std::move(root), proxyConvention);
 }

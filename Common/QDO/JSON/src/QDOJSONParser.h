@@ -36,16 +36,12 @@ class QDOJSONParserImpl {
   /// The tree as a new value that shares nothing with it; Undefined before the first parse().
   QDOObject getQDOObject(bool proxyConvention) const;
 
-  /// getQDOObject() and reset() in one: each node is freed as soon as it is converted. Only after a
-  /// parse().
-  QDOObject takeQDOObject(bool proxyConvention);
-
  private:
   std::unique_ptr<QDOJSONParserImplHelper> scanner_;
 };
 
 /// Converts one node and, recursively, its children. With `proxyConvention`, strings in the tree
-/// lose a trailing "^" that is not theirs. A node whose last owner is the argument is taken apart.
+/// lose a trailing "^" that is not theirs.
 QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxyConvention);
 
 #endif  // COMMON_QDO_QDOJSONPARSER_H_

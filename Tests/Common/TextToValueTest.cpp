@@ -1,0 +1,208 @@
+// The two ways from a text to values, straight and through a tree, on generated texts.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <string>
+
+#include "QDOJSONParser.h"
+#include "Rendering.h"
+
+namespace {
+
+/// Makes texts that are JSON, nearly JSON, or the beginning of either, with a liking for what the
+/// scanner and the conversion do in a way of their own.
+class TextMaker {
+ public:
+  explicit TextMaker(unsigned int seed) : random_(seed) {}
+
+  const std::string& next() {
+    text_.clear();
+    flawed_ = oneIn(3);
+    addSpace();
+    if (oneIn(2000)) {
+      text_.append(50 + pick(500), oneIn(2) ? '[' : '{');
+    }
+    addValue(4);
+    if (oneIn(2)) {
+      damage();
+    }
+    return text_;
+  }
+
+ private:
+  unsigned int pick(std::size_t count) { return static_cast<unsigned int>(random_() % count); }
+  bool oneIn(unsigned int count) { return pick(count) == 0; }
+
+  template <std::size_t kCount>
+  void add(const char* const (&pieces)[kCount]) {
+    text_ += pieces[pick(kCount)];
+  }
+
+  /// One of `pieces`; in a flawed text, sometimes one of `flaws`.
+  template <std::size_t kCount, std::size_t kFlaws>
+  void add(const char* const (&pieces)[kCount], const char* const (&flaws)[kFlaws]) {
+    flawed_&& oneIn(12) ? add(flaws) : add(pieces);
+  }
+
+  void addSpace() {
+    if (oneIn(6)) {
+      add({" ", "\n", "\t\r ", "\v", "\f"}, {"\xC2\xA0", "x"});
+    }
+  }
+
+  void addValue(int depth) {
+    switch (pick(depth > 0 ? 10 : 6)) {
+      case 0:
+        add({"null", "true", "false", ""}, {"tru", "nul", "+1", "falsey"});
+        break;
+      case 1:
+      case 2:
+        addNumber();
+        break;
+      case 3:
+      case 4:
+      case 5:
+        addString();
+        break;
+      case 6:
+      case 7:
+        addList('[', ']', [&] { addValue(depth - 1); });
+        break;
+      default:
+        addList('{', '}', [&] { addMember(depth - 1); });
+    }
+  }
+
+  void addNumber() {
+    add({"", "", "-"}, {"--", "+"});
+    add({"0", "1", "7", "12", "4294967296", "9223372036854775808"}, {"01", ""});
+    if (oneIn(2)) {
+      text_ += '.';
+      add({"0", "5", "25", "00000000001", "88668473815600778"}, {""});
+      for (unsigned int count = oneIn(4) ? pick(40) : 0; count > 0; --count) {
+        text_ += static_cast<char>('0' + pick(10));
+      }
+    }
+    if (oneIn(3)) {
+      add({"e", "E"});
+      add({"", "", "+", "-", "-"}, {"+-"});
+      add({"0", "1", "2", "9", "10", "007", "308", "309", "400", "4294967295", "4294967298"}, {""});
+    }
+  }
+
+  void addCharacters() {
+    for (unsigned int count = pick(5); count > 0; --count) {
+      add({"a", "b", "12", "^", "^^", "\\n", "\\\"", "\\\\", "\\u0061", "\\u0000", "\\ud83d",
+           "\xC3\xA9", "a text longer than the small ones"},
+          {"\\u00", "\\q", "\x01"});
+    }
+  }
+
+  void addString() {
+    text_ += '"';
+    addCharacters();
+    add({"", "", "^", "12^", "a^^"});
+    add({"\""}, {""});
+  }
+
+  void addMember(int depth) {
+    text_ += '"';
+    if (oneIn(400)) {
+      text_.append((oneIn(2) ? 32766 : 65536) + pick(5), 'k');  // see UTF8String::compare()
+    } else if (oneIn(20)) {
+      addCharacters();
+    } else {
+      add({"", "a", "b", "A", "ab", "aa", "\\u0061", "k", "kk", "^", "a key of some length"});
+    }
+    add({"\""}, {""});
+    addSpace();
+    add({":"}, {"", "::", ","});
+    addSpace();
+    addValue(depth);
+  }
+
+  template <typename Item>
+  void addList(char open, char close, Item addItem) {
+    text_ += open;
+    addSpace();
+    for (unsigned int count = pick(6); count > 0; --count) {
+      addItem();
+      addSpace();
+      if (count > 1) {
+        add({","}, {"", ",,"});
+      }
+    }
+    text_ += flawed_ && oneIn(12) ? ',' : close;
+  }
+
+  void damage() {
+    const std::size_t at = pick(text_.size() + 1);
+    switch (pick(4)) {
+      case 0:
+        text_.resize(at);
+        break;
+      case 1:
+        text_.insert(at, 1, static_cast<char>(random_()));
+        break;
+      case 2:
+        text_.erase(at, 1 + pick(3));
+        break;
+      default:
+        text_.insert(at, 1, "[]{},:\"\\^-.0e"[pick(13)]);
+    }
+  }
+
+  std::mt19937 random_;
+  std::string text_;
+  bool flawed_ = false;
+};
+
+bool SameBits(double a, double b) {
+  return std::memcmp(&a, &b, sizeof a) == 0;
+}
+
+bool Same(const QDOObject& a, const QDOObject& b) {
+  if (a.getType() != b.getType()) {
+    return false;
+  }
+  switch (a.getType()) {
+    case QDOObject::Double:
+      return SameBits(a.getDouble(), b.getDouble());
+    case QDOObject::Vector:
+      return std::equal(a.getVector().begin(), a.getVector().end(), b.getVector().begin(),
+                        b.getVector().end(), Same);
+    case QDOObject::Map:
+      return std::equal(a.getMap().begin(), a.getMap().end(), b.getMap().begin(), b.getMap().end(),
+                        [](const auto& x, const auto& y) {
+                          return x.first == y.first && Same(x.second, y.second);
+                        });
+    case QDOObject::String:
+      return a.getString() == b.getString();
+    default:
+      return Text(a) == Text(b);
+  }
+}
+
+}  // namespace
+
+TEST(TextToValueTest, StraightValuesEqualThoseOfATree) {
+  constexpr int kTexts = 300000;
+  TextMaker maker(20171130);
+  int failed = 0;
+  for (int i = 0; i < kTexts; ++i) {
+    const std::string& text = maker.next();
+    const bool proxyConvention = i % 2 == 0;
+    const QDOJSONParserImplHelper scanner(reinterpret_cast<const unsigned char*>(text.c_str()),
+                                          static_cast<unsigned int>(text.size()));
+    const QDOObject straight = QDOJSONParser::fromJSON(text, proxyConvention);
+    const QDOObject converted = getJSONValueinQDOObject(scanner.getRoot(), proxyConvention);
+    ASSERT_TRUE(Same(straight, converted))
+        << Quoted(text) << "\nstraight: " << Text(straight) << "\ntree: " << Text(converted);
+    failed += scanner.succeeded() ? 0 : 1;
+  }
+  EXPECT_GT(failed, kTexts / 4);  // both kinds of texts were made
+  EXPECT_LT(failed, kTexts * 3 / 4);
+}
