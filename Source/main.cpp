@@ -24,6 +24,8 @@ void ClearRecord() {
 void RenameToFinalName(const std::string& root, const std::string& name, const std::string& path) {
   const std::string finalPath = OSUtils::CombinePath(root, kFinalName);
   if (name != kFinalName && std::rename(path.c_str(), finalPath.c_str()) == 0) {
+    // Or a loss of power could bring back an old directory, half deleted, under the recorded name.
+    Durability::SyncFileSystem(finalPath);
     OSUtils::RegisterWebResourcePath(kFinalName);
   }
 }

@@ -90,14 +90,13 @@ class Contract:
             values = {**values, **{key: known[key] for key in keys if key in known}}
             yield values
 
-    def judge(self, tree, record, may_lag=False):
+    def judge(self, tree, record):
         """A Verdict on what a stopped run left: `tree` under the install root, and the record's
-        bytes (None: no file). `may_lag`: names that changed since the file system was synced may be
-        as they were then."""
+        bytes (None: no file)."""
         steps = [step for step in self.steps if self.is_left_by(step, record)]
         if not steps:
             return Verdict(None, [f"records what no step does: {read_record(record) or record}"])
-        verdicts = [self.judge_step(step, tree, may_lag) for step in steps]
+        verdicts = [self.judge_step(step, tree) for step in steps]
         return min(verdicts, key=lambda verdict: len(verdict.faults))
 
     def is_left_by(self, step, record):
@@ -108,7 +107,7 @@ class Contract:
         values = read_record(record)
         return values is not None and holds(values, step.record)
 
-    def judge_step(self, step, tree, may_lag):
+    def judge_step(self, step, tree):
         deletes = self.has_deleted(tree)
         faults = []
         if deletes and not step.may_delete:
@@ -116,7 +115,7 @@ class Contract:
         named = (step.record or {}).get(PATH)
         window = self.window(step, deletes)
         if named is not None and below(tree, named) != self.promised(step, named):
-            excuse = self.excuse(step, tree, named, may_lag)
+            excuse = self.excuse(step, tree, named)
             window = excuse or window
             faults += [] if excuse else [f"names {named}, which is not whole, at: {step.name}"]
         return Verdict(window, faults)
@@ -124,7 +123,7 @@ class Contract:
     def promised(self, step, named):
         return self.package if step.directory == "new" else below(self.tree, named)
 
-    def excuse(self, step, tree, named, may_lag):
+    def excuse(self, step, tree, named):
         """The window in which the named directory is not whole, because the order of the steps
         leaves no other way; None when there is no such reason."""
         if step.directory == "old" and named == self.fresh:
@@ -132,8 +131,6 @@ class Contract:
         if step.may_rename and named == self.fresh and below(tree, named) is None \
                 and below(tree, FINAL) == self.package:
             return "renamed, not yet recorded"
-        if may_lag and named == FINAL and below(tree, self.fresh) == self.package:
-            return "recorded, renaming not on the disk"
         return None
 
     def is_complete(self, values):

@@ -49,7 +49,7 @@ class Packing:
             subprocess.run(self.pack(self.top.parent / "earlier", 1), check=True,
                            stdout=subprocess.DEVNULL)
 
-    def judged(self, state, _):
+    def judged(self, state):
         found = pair(state.found)
         if found in (self.old, self.new):
             return None, []

@@ -58,10 +58,9 @@ class Installation:
         record = found.get(self.RECORD)
         return record, below(self.root(found), (read_record(record) or {}).get(PATH, ""))
 
-    def judged(self, state, model):
+    def judged(self, state):
         """The window that a state is in, if any, and what is wrong with it."""
-        verdict = self.judge.contract.judge(self.root(state.found), state.found.get(self.RECORD),
-                                            may_lag=model == "unordered")
+        verdict = self.judge.contract.judge(self.root(state.found), state.found.get(self.RECORD))
         faults = list(verdict.faults)
         if state.modes.get(self.RECORD, 0o644) != 0o644:
             faults.append("not everybody can read the record")
@@ -114,7 +113,7 @@ class Cuts:
             distinct.setdefault(state.key(), (cut, state))
         self.counts["distinct"] = len(distinct)
         for cut, state in distinct.values():
-            window, faults = self.subject.judged(state, self.model)
+            window, faults = self.subject.judged(state)
             self.windows.update([window] if window else [])
             for fault in faults:
                 self.wrong[fault].append(cut)

@@ -155,6 +155,7 @@ const char kUpdateUpToTheRename[] =
 
 TEST(Run, UpdateRecordsBeforeItDeletesAndRenamesBeforeItRecordsTheFinalName) {
   EXPECT_EQ(StepsOn(Updated()), std::string(kUpdateUpToTheRename) +
+                                    "sync /root/Resource0\n"
                                     "record path Resource0\n"
                                     "regenerate?\n"
                                     "random?\n");
