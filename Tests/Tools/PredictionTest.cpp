@@ -13,8 +13,10 @@ using Action = EntryPrediction::Action;
 using DataEnd = EntryPrediction::DataEnd;
 
 struct Predicted {
-  explicit Predicted(const std::vector<ZipEntry>& entries) {
-    WriteFile(path, Zip(entries));
+  explicit Predicted(const std::vector<ZipEntry>& entries) : Predicted(Zip(entries)) {}
+
+  explicit Predicted(const std::string& bytes) {
+    WriteFile(path, bytes);
     package.emplace(path);
     prediction = Predict(*package);
   }
@@ -111,6 +113,32 @@ TEST(Prediction, EntryThatCannotBeOpenedDoesNotEmptyAnEarlierFile) {
 TEST(Prediction, ChecksumOfEachFileIsThatOfItsData) {
   Predicted predicted({{"f", "text", kDeflated}});
   EXPECT_EQ(ItemsOf(predicted.prediction.tree)[0].node->crc32, Crc("text"));
+}
+
+/// An archive with one file "f" and a comment.
+std::string Commented(const std::string& comment) {
+  std::string bytes = Zip({{"f", "text"}});
+  bytes[bytes.length() - 2] = static_cast<char>(comment.length() & 0xFFU);
+  bytes[bytes.length() - 1] = static_cast<char>(comment.length() >> 8U);
+  return bytes + comment;
+}
+
+TEST(Prediction, ArchiveWithACommentOf65514BytesIsNotFound) {
+  Predicted found(Commented(std::string(65513, 'c')));
+  EXPECT_EQ(found.Paths(), Paths{"f"});
+  EXPECT_TRUE(found.IsRight());
+  Predicted notFound(Commented(std::string(65514, 'c')));
+  EXPECT_EQ(notFound.Paths(), Paths{});
+  EXPECT_TRUE(notFound.IsRight());
+}
+
+TEST(Prediction, LastEndRecordCountsEvenInAComment) {
+  Predicted other(Commented(Zip({{"other", "x"}})));
+  EXPECT_EQ(other.Paths(), Paths{"other"});
+  EXPECT_TRUE(other.IsRight());
+  Predicted signature(Commented("see PK\5\6 here"));
+  EXPECT_EQ(signature.Paths(), Paths{});
+  EXPECT_TRUE(signature.IsRight());
 }
 
 TEST(Prediction, ChecksumOfDamagedDataIsThatOfWhatCanBeRead) {
