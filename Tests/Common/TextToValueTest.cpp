@@ -23,7 +23,8 @@ class TextMaker {
     flawed_ = oneIn(3);
     addSpace();
     if (oneIn(2000)) {
-      text_.append(50 + pick(500), oneIn(2) ? '[' : '{');
+      const char open = oneIn(2) ? '[' : '{';
+      text_.append(50 + pick(500), open);
     }
     addValue(4);
     if (oneIn(2)) {
