@@ -112,7 +112,8 @@ class TextMaker {
   void addMember(int depth) {
     text_ += '"';
     if (oneIn(400)) {
-      text_.append((oneIn(2) ? 32766 : 65536) + pick(5), 'k');  // see UTF8String::compare()
+      text_.append(oneIn(2) ? 32766 : 65536, 'k');  // see UTF8String::compare()
+      text_.append(pick(5), 'k');
     } else if (oneIn(20)) {
       addCharacters();
     } else {
