@@ -67,7 +67,8 @@ class Layout(ShippingTestCase):
                 "Resources/metadata.txt", "Resources/OrloWebResources.zip")} | {
             f"{os.path.dirname(APPLICATION)}/share/{name}" for name in (
                 "man/man1/webresources.1", "bash-completion/completions/webresources",
-                "zsh/site-functions/_webresources")})
+                "zsh/site-functions/_webresources",
+                "doc/web-resource-installer/THIRD-PARTY-NOTICES.md")})
 
     def test_property_lists(self):
         info = plistlib.loads((self.root / APPLICATION / "Contents/Info.plist").read_bytes())
