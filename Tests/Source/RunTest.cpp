@@ -35,7 +35,7 @@ Machine machine;
 
 }  // namespace
 
-extern "C" int rename(const char* from, const char* to) noexcept {
+extern "C" int rename(const char* from, const char* to) {
   return machine.Note("rename " + std::string(from) + " " + to, machine.renames) ? 0 : -1;
 }
 
