@@ -1,0 +1,1 @@
+// GoogleTest includes it and needs nothing of it.

@@ -1,0 +1,34 @@
+#ifndef TESTS_DOUBLES_DARWIN_HEADERS_DIRENT_H_
+#define TESTS_DOUBLES_DARWIN_HEADERS_DIRENT_H_
+
+// What the product and its tests use of a Mac's <dirent.h>, from its manual pages.
+
+#include <sys/types.h>
+
+#define DT_UNKNOWN 0
+#define DT_FIFO 1
+#define DT_DIR 4
+#define DT_REG 8
+#define DT_LNK 10
+
+typedef struct DarwinDirectory DIR;
+
+struct dirent {
+  ino_t d_ino;
+  unsigned short d_namlen;
+  unsigned char d_type;
+  char d_name[1024];
+};
+
+extern "C" {
+
+int closedir(DIR* directory);
+int dirfd(DIR* directory);
+DIR* fdopendir(int file) __attribute__((availability(macos, introduced = 10.10)));
+DIR* opendir(const char* path);
+struct dirent* readdir(DIR* directory);
+void rewinddir(DIR* directory);
+
+}  // extern "C"
+
+#endif  // TESTS_DOUBLES_DARWIN_HEADERS_DIRENT_H_

@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Compiles what a Mac builds, for both architectures and the oldest supported macOS, without a Mac:
+# nothing is linked or run. The C++ library's headers are clang's with the availability of a Mac's;
+# Tests/Doubles declares CoreFoundation and what a Mac's POSIX headers have and Linux's have not, or
+# otherwise; the rest of the C library is musl's, whose headers serve every architecture.
+#
+# Not covered: what differs in a Mac's <stdio.h>, <stdlib.h>, <string.h>, <time.h> and <signal.h>, and
+# the test programs that need GoogleTest's own platform code beyond its headers.
+set -euo pipefail
+cd "$(dirname "$0")/../.."
+. script/lib/commands.sh
+
+require_packages clang libc++-dev musl-dev libgtest-dev "${build_packages[@]}"
+
+# The path of a header, as the compiler finds it here.
+first_header() { # OPTION HEADER
+  echo "#include <$2>" | clang++ "$1" -x c++ -E -H - 2>&1 >/dev/null | sed -n 's/^\. //p'
+}
+
+headers=build/mac-compile
+rm -rf "$headers"
+mkdir -p "$headers"
+for name in zlib.h minizip utf8proc.h CLI nlohmann gtest; do
+  ln -s "/usr/include/$name" "$headers/$name"
+done
+ln -s "$(first_header -O0 zconf.h)" "$headers/zconf.h"
+libcxx=$(first_header -stdlib=libc++ version)
+libcxx=${libcxx%/version}
+[ -n "$libcxx" ] || {
+  echo 'mac-compile: the headers of libc++ are missing' >&2
+  exit 69
+}
+# As the library of a Mac is configured: with the availability of what is in the system's own.
+sed '/VENDOR_AVAILABILITY/d' "$(first_header -stdlib=libc++ __config_site)" >"$headers/__config_site"
+musl=(/usr/include/*-linux-musl)
+
+flags=(-std=c++17 -fsyntax-only -nostdinc++ -nostdlibinc -D_GNU_SOURCE
+  -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wunguarded-availability -Werror
+  -include Tests/Doubles/darwin-headers/types.h
+  -isystem Tests/Doubles/darwin-headers -isystem "$headers" -isystem "$headers/minizip"
+  -isystem "$libcxx" -isystem "${musl[0]}"
+  -ITests/Doubles -DWEBRESOURCES_VERSION='"0"' -DBUNDLE_PROBE='""' -DBUNDLE_EXECUTABLES='"MacOS"')
+while read -r directory; do
+  flags+=("-I$directory")
+done < <(git ls-files '*.h' | grep -E '^(Include|Common|Platform|Tools|Tests/(Common|Source|Support))/' |
+  grep -v '^Platform/posix/' | sed 's|/[^/]*$||' | sort -u)
+
+# Compiles sources for a target, and names those that it refuses.
+compile() { # TARGET SOURCE...
+  local target=$1
+  shift
+  printf '%s\0' "$@" | xargs -0 -P "$(nproc)" -n 1 clang++ -target "$target" "${flags[@]}"
+}
+
+# Each must be refused, by this error: or the check would pass whatever it is given.
+refuse() { # TARGET ERROR PROGRAM
+  printf '%s\n' "$3" >"$headers/control.cpp"
+  if printed=$(compile "$1" "$headers/control.cpp" 2>&1) || ! grep -q "$2" <<<"$printed"; then
+    printf 'mac-compile: not refused for %s:\n%s\n' "$2" "$3" >&2
+    exit 1
+  fi
+}
+
+mapfile -t product < <(git ls-files 'Common/*.cpp' 'Source/*.cpp' 'Platform/apple/*.cpp' \
+  'Tools/*.cpp' script/lib/mac-facts.cpp)
+mapfile -t tests < <(git ls-files 'Tests/Common/*.cpp' 'Tests/Source/*.cpp' 'Tests/Tools/*.cpp' \
+  Tests/Platform/PreferencesDomainTest.cpp |
+  grep -vE '/(StoredRecordPosix|FailuresTest|VerifyTest)\.cpp$')
+for target in x86_64-apple-macos11 arm64-apple-macos11; do
+  refuse "$target" 'only available on macOS 13.0 or newer' \
+    '#include <sys/stat.h>
+    int main() { return mkfifoat(0, "", 0); }'
+  refuse "$target" "undeclared identifier 'renameat2'" \
+    '#include <fcntl.h>
+    #include <unistd.h>
+    int main() { return renameat2(0, "", 0, "", 0); }'
+  refuse "$target" 'implicit conversion' \
+    '#include <sys/stat.h>
+    mode_t Mode(unsigned int mode) { return mode; }'
+  compile "$target" "${product[@]}" "${tests[@]}"
+  echo "$target: ${#product[@]} sources and ${#tests[@]} tests compile"
+done
+refuse x86_64-apple-macos10.14 'introduced in macOS 10.15' \
+  '#include <filesystem>
+  int main() { return std::filesystem::exists("x"); }'
