@@ -26,7 +26,7 @@ const CFStringRef domain = Text("com.veltrane.orlisk.facts.plist");
 const CFStringRef key = Text("number");
 
 const char* Synchronize() {
-  return CFPreferencesSynchronize(domain, kCFPreferencesAnyUser, kCFPreferencesCurrentHost)
+  return CFPreferencesSynchronize(domain, kCFPreferencesAnyUser, kCFPreferencesCurrentHost) != 0
              ? "true"
              : "false";
 }
@@ -41,7 +41,7 @@ void Get() {
   int number = 0;
   if (value == nullptr) {
     std::puts("value: none");
-  } else if (CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberIntType, &number)) {
+  } else if (CFNumberGetValue(static_cast<CFNumberRef>(value), kCFNumberIntType, &number) != 0) {
     std::printf("value: %d\n", number);
   }
 }
@@ -63,12 +63,13 @@ void Hold(int number) {
 }
 
 void Resources() {
+  constexpr Boolean kResolve = 1;
   const CFURLRef url = CFBundleCopyResourcesDirectoryURL(CFBundleGetMainBundle());
   for (const CFIndex size : {2, 16, 1024, 4096}) {
     std::string buffer(4096, '\0');
     const bool fits =
-        url != nullptr &&
-        CFURLGetFileSystemRepresentation(url, true, reinterpret_cast<UInt8*>(buffer.data()), size);
+        url != nullptr && CFURLGetFileSystemRepresentation(
+                              url, kResolve, reinterpret_cast<UInt8*>(buffer.data()), size) != 0;
     std::printf("resources in %ld bytes: %s\n", size, fits ? buffer.c_str() : "none");
   }
 }
@@ -84,7 +85,7 @@ int main(int count, char** arguments) {
   } else if (question == "keys") {
     Keys();
   } else if (question == "hold" && count > 2) {
-    Hold(std::atoi(arguments[2]));
+    Hold(static_cast<int>(std::strtol(arguments[2], nullptr, 10)));
   } else if (question == "remove") {
     Set(nullptr);
     std::printf("synchronize after a removal: %s\n", Synchronize());

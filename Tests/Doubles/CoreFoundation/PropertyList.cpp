@@ -26,7 +26,7 @@ char Referenced(const std::string& name) {
   static constexpr std::array<std::pair<const char*, char>, 5> kNames{
       {{"lt", '<'}, {"gt", '>'}, {"amp", '&'}, {"quot", '"'}, {"apos", '\''}}};
   if (name[0] == '#') {
-    return static_cast<char>(std::atoi(name.c_str() + 1));
+    return static_cast<char>(std::strtol(name.c_str() + 1, nullptr, 10));
   }
   for (const auto& [known, character] : kNames) {
     if (name == known) {
@@ -73,7 +73,7 @@ class Parser {
   std::string Until(const std::string& token) {
     const std::size_t end = xml_.find(token, position_);
     isWhole_ = isWhole_ && end != std::string::npos;
-    const std::string text = xml_.substr(position_, isWhole_ ? end - position_ : 0);
+    std::string text = xml_.substr(position_, isWhole_ ? end - position_ : 0);
     position_ = isWhole_ ? end + token.length() : position_;
     return text;
   }
