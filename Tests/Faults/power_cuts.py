@@ -3,10 +3,10 @@ any point can leave the disk are made from it, and each is judged.
 
     power_cuts.py [--sample N] [--jobs N] [COMMAND...]
 
-COMMAND is installer or pack. Prints a line a command and model, and a line a window: a state that
-is neither the old nor the new one, and that the order of the steps brings about. From every state,
-or of a sample from about N of them, the command is run again, and must end as if there had been no
-cut.
+COMMAND is installer, pack or install. Prints a line for each command and model, and a line for each
+window: a state that is neither the old nor the new one, and that the order of the steps brings
+about. The command is run again from every state, or from about N of them, and must end as if there
+had been no cut.
 """
 
 import argparse
@@ -16,58 +16,16 @@ import os
 import shutil
 import sys
 
-import scenarios
-from contract import PATH, below, read_record
 from disk import Disk, PowerCuts
-from faults import Judge, enter_namespace, report, stage_of_this_process
-from private_root import INSTALL_ROOT, RECORD, tree
+from faults import enter_namespace, report
+from installing import Installation, InstallCommand
 from packing import Packing
+from private_root import tree
 from recording import Recorder, traced
-from stage import PROGRAM
 
 MODELS = ("journal", "unordered")
 SUBSETS = 48  # of what may be lost at one cut, where there is no order
 SUBSETS_OF_A_SAMPLE = 6
-
-
-class Installation:
-    """The installer, in one scenario."""
-
-    subjects = scenarios.ALL
-    ROOT = os.fsencode(os.path.relpath(INSTALL_ROOT, "/Library"))
-    RECORD = os.fsencode(os.path.relpath(RECORD, "/Library"))
-
-    def __init__(self, scenario):
-        self.name = scenario.name
-        self.stage = stage_of_this_process()
-        self.judge = Judge(self.stage, scenario)
-        self.top, self.seen_at = self.stage.library, "/Library"
-        self.command = ["chroot", self.stage.root, PROGRAM]
-        self.faults = self.judge.faults
-
-    def begin(self):
-        self.stage.reset()
-
-    def root(self, found):
-        """What is under the install root."""
-        return {path[len(self.ROOT) + 1:]: what for path, what in found.items()
-                if path.startswith(self.ROOT + b"/")}
-
-    def result(self, found):
-        """What must be on the disk when the run is over: the record, and the tree that it names."""
-        record = found.get(self.RECORD)
-        return record, below(self.root(found), (read_record(record) or {}).get(PATH, ""))
-
-    def judged(self, state):
-        """The window that a state is in, if any, and what is wrong with it."""
-        verdict = self.judge.contract.judge(self.root(state.found), state.found.get(self.RECORD))
-        faults = list(verdict.faults)
-        if state.modes.get(self.RECORD, 0o644) != 0o644:
-            faults.append("not everybody can read the record")
-        return verdict.window, faults
-
-    def run_again(self, *cut):
-        self.judge.after_clean_run(*cut, may_redraw=self.judge.may_have_lost_identifier())
 
 
 class Cuts:
@@ -134,7 +92,7 @@ class Cuts:
         self.counts["runs"] += 1
 
 
-COMMANDS = {"installer": Installation, "pack": Packing}
+COMMANDS = {"installer": Installation, "pack": Packing, "install": InstallCommand}
 
 
 def run_share(task):

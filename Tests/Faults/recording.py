@@ -56,9 +56,16 @@ def parsed(lines):
         call = LINE.match(line)
         if call:
             process, name, arguments, value = call.groups()
-            yield process, name, arguments, None if value == "?" else int(value, 0)
+            yield process, name, arguments, number(value)
         elif not re.match(r"\d+ +(\+\+\+|---) ", line):
             raise ValueError(f"strace says {line[:200]}")
+
+
+def number(value):
+    """A call's result; None of one that does not return."""
+    if value == "?":
+        return None
+    return int(value, 8) if re.fullmatch("0[0-7]+", value) else int(value, 0)
 
 
 def texts(arguments):
@@ -74,8 +81,9 @@ def texts(arguments):
 class File:
     """An open file description: descriptors that are duplicated share it."""
 
-    def __init__(self, node, is_appended=False):
+    def __init__(self, node, is_appended=False, is_pipe=False):
         self.node = node  # None: outside the disk
+        self.is_pipe = is_pipe
         self.offset = 0
         self.is_appended = is_appended
 
@@ -108,10 +116,10 @@ class Recorder:
         return self.files[process].get(arguments.split(",")[0], File(None))
 
     def node(self, process, arguments):
-        node = self.descriptor(process, arguments).node
-        if node is None and arguments.split(",")[0] not in ("1", "2"):
+        file = self.descriptor(process, arguments)
+        if file.node is None and not file.is_pipe and arguments.split(",")[0] not in ("1", "2"):
             raise ValueError(f"writes outside the disk: {arguments[:200]}")
-        return node
+        return file.node
 
     def slots(self, process, arguments):
         """The places that the arguments name: (directory, name), or None outside the disk."""
@@ -162,6 +170,14 @@ class Recorder:
     def on_fcntl(self, process, arguments, result):
         if "F_DUPFD" in arguments:
             self.on_dup(process, arguments, result)
+
+    def on_pipe2(self, process, arguments, _):
+        for descriptor in re.findall(r"\d+", arguments.split("]")[0]):
+            self.files[process][descriptor] = File(None, is_pipe=True)
+
+    def on_umask(self, process, arguments, _):
+        if int(arguments, 8) != UMASK:
+            raise ValueError(f"process {process} changes its umask to {arguments}")
 
     def on_mmap(self, process, arguments, _):
         _, _, protection, flags, descriptor, _ = arguments.split(", ")

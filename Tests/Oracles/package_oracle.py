@@ -18,8 +18,8 @@ class Damaged(Exception):
 
 
 def numbers(data, at, sizes):
-    """Little-endian numbers of these sizes, one after the other. Behind the end of the archive is no
-    error: the last byte of the number that was read is read again, or else zero."""
+    """Little-endian numbers of these sizes, one after the other. Bytes behind the archive's end are
+    no error: they equal the last byte of the number that was read, or else zero."""
     require(at >= 0)
     for size in sizes:
         there = data[at:at + size]
