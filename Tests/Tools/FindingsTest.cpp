@@ -172,7 +172,7 @@ std::vector<std::string> IdsOf(const Findings& findings) {
 TEST_P(FindingsTest, ArchiveTriggersItsRuleAlone) {
   const std::string rule = GetParam().rule;
   const std::vector<std::string> expected(rule.empty() ? 0 : 1, rule);
-  EXPECT_EQ(IdsOf(FindInPackage(true, prediction_, ReadArchiveLayout(path_))), expected);
+  EXPECT_EQ(IdsOf(FindInPackage(path_, prediction_)), expected);
 }
 
 TEST_P(FindingsTest, ExtractionLeavesWhatIsPredicted) {
@@ -213,7 +213,7 @@ bool IsPredicted(const std::string& bytes) {
   const Prediction prediction = Predict(package);
   const Prediction whileExtracting = PredictAndExtract(extracted, destination, [] {});
   EXPECT_EQ(TextOf(whileExtracting), TextOf(prediction));
-  FindInPackage(true, prediction, ReadArchiveLayout(path));
+  FindInPackage(path, prediction);
   return CompareWithPackage(path, destination).empty() &&
          OfContent(Compare(TreeOf(whileExtracting), ReadTree(destination, Checksum::Crc32)))
              .empty();
@@ -297,8 +297,9 @@ TEST(Bounds, MissingPackageIsWithinBounds) {
 
 TEST(Rules, MissingPackageIsAFinding) {
   ScopedDirectory directory;
-  PackageReader package(directory / kPackageFileName);
-  EXPECT_EQ(IdsOf(FindInPackage(false, Predict(package), std::nullopt)),
+  const std::string path = directory / kPackageFileName;
+  PackageReader package(path);
+  EXPECT_EQ(IdsOf(FindInPackage(path, Predict(package))),
             std::vector<std::string>{"package-missing"});
 }
 

@@ -211,18 +211,15 @@ void ReportProof(const std::vector<Difference>& differences, Report& report) {
 
 Report Check(const CheckOptions& options) {
   const BundleFiles resources = FindBundleFiles(options.path);
-  const bool exists = StateOf(resources.package) == FileState::Present;
-  const Metadata metadata = ReadMetadata(resources.metadata);
-
   Report report("check");
   PutName(report.details, "resources", resources.directory);
-  report.findings = exists ? FindOutOfBounds(resources.package, options.maxSize) : Findings();
+  report.findings = FindOutOfBounds(resources.package, options.maxSize);
+  const Metadata metadata = ReadMetadata(resources.metadata);
   const bool isRead = report.findings.empty();
   Examination examined;
   if (isRead) {
     examined = Examine(resources.package, options.prove);
-    report.findings = FindInPackage(exists, examined.prediction,
-                                    exists ? ReadArchiveLayout(resources.package) : std::nullopt);
+    report.findings = FindInPackage(resources.package, examined.prediction);
   }
   report.findings.insert(report.findings.end(), metadata.findings.begin(), metadata.findings.end());
   report.SetStatus();

@@ -1,15 +1,12 @@
 #include "BundleInspection.h"
 
-#include "ArchiveLayout.h"
-#include "Files.h"
 #include "PackageBounds.h"
 #include "PackageFindings.h"
 
 namespace {
 
 void InspectPackage(const std::string& path, std::uint64_t maxSize, BundleInspection& bundle) {
-  const bool exists = StateOf(path) == FileState::Present;
-  bundle.findings = exists ? FindOutOfBounds(path, maxSize) : Findings();
+  bundle.findings = FindOutOfBounds(path, maxSize);
   bundle.isRead = bundle.findings.empty();
   if (!bundle.isRead) {
     return;
@@ -18,8 +15,7 @@ void InspectPackage(const std::string& path, std::uint64_t maxSize, BundleInspec
   EntryDigests digests;
   const Prediction prediction = Predict(package, digests.Sink());
   bundle.tree = TreeOf(prediction, &digests);
-  bundle.findings =
-      FindInPackage(exists, prediction, exists ? ReadArchiveLayout(path) : std::nullopt);
+  bundle.findings = FindInPackage(path, prediction);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <limits>
 
 #include "ArchiveLayout.h"
+#include "Files.h"
 #include "InstallerConstants.h"
 #include "PackageReader.h"
 
@@ -46,7 +47,8 @@ std::uint64_t LargestContent(const std::string& path) {
 
 Findings FindOutOfBounds(const std::string& path, std::uint64_t maxSize) {
   Findings findings;
-  const std::uint64_t size = LargestContent(path);
+  const bool exists = StateOf(path) == FileState::Present;
+  const std::uint64_t size = exists ? LargestContent(path) : 0;
   if (size <= maxSize) {
     return findings;
   }

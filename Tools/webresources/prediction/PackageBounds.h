@@ -22,7 +22,7 @@ std::uint64_t LargestContent(const std::string& path);
 /// Returns why the package at `path` must not be read: its entries can hold more than `maxSize`
 /// bytes. Says also whether they share data and whether their number is wrong. Returns no findings
 /// if the package is within bounds or missing. Call it before Predict() for any package that
-/// somebody else has made. Throws Error if the package cannot be read.
+/// somebody else has made. Throws Error if the package is there and cannot be read.
 Findings FindOutOfBounds(const std::string& path, std::uint64_t maxSize);
 
 #endif  // TOOLS_WEBRESOURCES_PREDICTION_PACKAGEBOUNDS_H_

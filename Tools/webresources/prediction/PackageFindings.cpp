@@ -1,7 +1,10 @@
 #include "PackageFindings.h"
 
 #include <algorithm>
+#include <optional>
 
+#include "ArchiveLayout.h"
+#include "Files.h"
 #include "InstallerConstants.h"
 #include "NameFindings.h"
 #include "Names.h"
@@ -279,18 +282,19 @@ std::string Problem(const EntryPrediction& entry) {
   return DataProblem(entry);
 }
 
-Findings FindInPackage(bool exists, const Prediction& prediction,
-                       const std::optional<ArchiveLayout>& layout) {
+Findings FindInPackage(const std::string& path, const Prediction& prediction) {
   Findings findings;
+  if (StateOf(path) == FileState::Missing) {
+    Add(findings, "package-missing", kPackageFileName, "the installer installs an empty directory");
+    return findings;
+  }
+  const std::optional<ArchiveLayout> layout = ReadArchiveLayout(path);
   // The zip library does not open an archive that has an end record and nothing else.
   const bool isEmptyArchive = layout && layout->entryCount == 0 && layout->missingBytes == 0;
-  if (!exists) {
-    Add(findings, "package-missing", kPackageFileName, "the installer installs an empty directory");
-  } else if (!prediction.isOpened && !isEmptyArchive) {
+  if (!prediction.isOpened && !isEmptyArchive) {
     Add(findings, "package-unreadable", kPackageFileName,
         "the installer cannot open it and installs an empty directory");
-  } else {
-    findings = PackageFinder(prediction, layout).FindAll();
+    return findings;
   }
-  return findings;
+  return PackageFinder(prediction, layout).FindAll();
 }
