@@ -116,6 +116,23 @@ TEST_F(PropertyListFileFailuresTest, FileAndDirectoryAreSynchronized) {
   EXPECT_EQ(2, observed.Count());
 }
 
+// The mode, too, must be on the disk before the file takes the name.
+TEST_F(PropertyListFileFailuresTest, FileIsWholeAndHasItsModeBeforeItIsSynchronizedAndRenamed) {
+  const FailingCall observed("fsync", EIO, INT_MAX);
+  EXPECT_TRUE(Set("new", 1));
+  const std::string end = "openat write fchmod fsync renameat fsync ";
+  ASSERT_GE(observed.Calls().size(), end.size());
+  EXPECT_EQ(observed.Calls().substr(observed.Calls().size() - end.size()), end);
+}
+
+TEST_F(PropertyListFileFailuresTest, TemporaryFileIsNewAndClosedToOthers) {
+  const FailingCall observed("openat", EIO, INT_MAX);
+  EXPECT_TRUE(Set("new", 1));
+  EXPECT_NE(observed.CreationFlags() & O_EXCL, 0);
+  EXPECT_NE(observed.CreationFlags() & O_NOFOLLOW, 0);
+  EXPECT_EQ(observed.CreationMode() & 077U, 0U);
+}
+
 TEST_F(PropertyListFileFailuresTest, InterruptedCallsAreRepeatedAHundredTimes) {
   for (const char* function : {"read", "write", "fsync", "getrandom"}) {
     EXPECT_TRUE(SetsWith(function, EINTR, 1, kInterruptionsBorne)) << function;

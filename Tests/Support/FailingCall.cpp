@@ -4,12 +4,14 @@
 #include "FailingCall.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <utility>
@@ -46,6 +48,7 @@ FailingCall::~FailingCall() {
 }
 
 bool FailingCall::Strikes(const char* function) {
+  calls_ += std::string(function) + " ";
   if (function != function_) {
     return false;
   }
@@ -85,6 +88,21 @@ LET_FAIL(-1, int, renameat2,
          (int from, const char* old, int to, const char* name, unsigned int flags),
          (from, old, to, name, flags))
 LET_FAIL(-1, int, syncfs, (int file), (file))
+
+int __real_openat(int directory, const char* path, int flags, ...);
+int __wrap_openat(int directory, const char* path, int flags, ...) {
+  mode_t mode = 0;
+  if ((flags & O_CREAT) != 0) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+    if (fault != nullptr) {
+      fault->NoteCreation(flags, mode);
+    }
+  }
+  return Fails("openat") ? -1 : __real_openat(directory, path, flags, mode);
+}
 
 LET_TRANSFER_FAIL(getrandom, (void* bytes, std::size_t size, unsigned int flags),
                   (bytes, part, flags))

@@ -20,6 +20,17 @@ class FailingCall {
   /// How many calls were made.
   int Count() const { return count_; }
 
+  /// The names of all calls that were made, of other functions too, each with a blank behind it.
+  const std::string& Calls() const { return calls_; }
+
+  /// The flags and the mode with which a file was last created by openat().
+  int CreationFlags() const { return creationFlags_; }
+  unsigned CreationMode() const { return creationMode_; }
+  void NoteCreation(int flags, unsigned mode) {
+    creationFlags_ = flags;
+    creationMode_ = mode;
+  }
+
   /// Counts a call of `function`. Returns whether the fault takes place.
   bool Strikes(const char* function);
   int Error() const { return error_; }
@@ -30,6 +41,9 @@ class FailingCall {
   int first_;
   int last_;
   int count_ = 0;
+  std::string calls_;
+  int creationFlags_ = 0;
+  unsigned creationMode_ = 0;
 };
 
 #endif  // TESTS_SUPPORT_FAILINGCALL_H_
