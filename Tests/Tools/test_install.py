@@ -125,6 +125,9 @@ class Machine:
         if receipt is not None:
             found[b"receipt"] = {**json.loads(receipt), "time": None}
             del found[os.fsencode(RECEIPT.replace("/Library/", "", 1))]
+        record = os.fsencode(RECORD.replace("/Library/", "", 1))
+        if record in found:  # in any order
+            found[record] = plistlib.loads(found[record])
         return found
 
 
@@ -338,6 +341,246 @@ class Receipt(Case):
             self.assertEqual(self.machine.verify().ids, ["receipt-damaged"], text)
         self.machine.install()
         self.assert_installed()
+
+
+class Fleet(Case):
+    """The ways in which machines break, each told truthfully and, where it can be, repaired by one
+    install."""
+
+    def setUp(self):
+        super().setUp()
+        self.machine.install()
+        self.page = self.machine.installed / "index.html"
+        self.root = self.machine.path(INSTALL_ROOT)
+
+    def change_owner(self):
+        for path in [self.machine.installed, *self.machine.installed.rglob("*")]:
+            os.chown(path, 1234, 1234)
+
+    def half_finished(self):
+        """As a run leaves it that is killed after the new directory is recorded."""
+        (self.root / "Resource1").mkdir()
+        (self.root / "Resource1/index.html").write_bytes(b"<p>")
+        self.machine.change_record(tWebResourceInstallPath="Resource1")
+
+    def rename_directory(self):
+        self.machine.installed.rename(self.root / "Resource3")
+
+    def replace_by_link(self):
+        target = self.machine.path("/elsewhere")
+        self.page.rename(target)
+        self.page.symlink_to("/elsewhere")
+
+    # What verify finds with the bundle, and without it: then there are the receipt and the record.
+    BREAKAGES = {
+        "delete": (lambda t: t.page.unlink(), ["file-missing"], ["file-missing"]),
+        "change": (lambda t: t.page.write_bytes(t.page.read_bytes().replace(b"hello", b"Hello")),
+                   ["file-differs"], ["file-differs"]),
+        "add": (lambda t: (t.page.parent / "added").touch(), ["file-extra"], ["file-extra"]),
+        "chmod 000": (lambda t: t.page.chmod(0), ["mode-differs"], ["mode-differs"]),
+        "chmod 4777": (lambda t: t.page.chmod(0o4777), ["mode-differs"], ["mode-differs"]),
+        "chmod 777 directory": (lambda t: (t.page.parent / "css").chmod(0o777), ["mode-differs"],
+                                ["mode-differs"]),
+        "chmod 700 above": (lambda t: t.root.parent.parent.chmod(0o700), ["mode-differs"],
+                            ["mode-differs"]),
+        "link": (replace_by_link, ["file-type"], ["file-type"]),
+        "record edited": (lambda t: t.machine.change_record(iUpdateId=3, tFullVersion="3"),
+                          ["record-differs", "record-differs", "receipt-differs"],
+                          ["record-version", "receipt-differs"]),
+        "record deleted": (lambda t: t.machine.path(RECORD).unlink(),
+                           ["record-missing"] * 4 + ["receipt-differs"],
+                           ["record-missing"] * 4 + ["receipt-differs"]),
+        "record damaged": (lambda t: t.machine.path(RECORD).write_bytes(b"damaged"),
+                           ["record-missing"] * 4 + ["receipt-differs"],
+                           ["record-missing"] * 4 + ["receipt-differs"]),
+        "directory renamed": (rename_directory, ["not-installed", "leftover"],
+                              ["not-installed", "leftover"]),
+        "half finished": (half_finished, None, None),
+        "leftover": (lambda t: (t.root / "Resource9").mkdir(), ["leftover"], ["leftover"]),
+        "irandom of a wrong type": (lambda t: t.machine.change_record(irandom="42"),
+                                    ["record-type"], ["record-type"]),
+        "irandom out of range": (lambda t: t.machine.change_record(irandom=0), ["record-random"],
+                                 ["record-random"]),
+        "irandom too large": (lambda t: t.machine.change_record(irandom=1 << 40),
+                              ["record-type"], ["record-type"]),
+        "irandom deleted": (lambda t: t.machine.change_record(irandom=None), ["record-missing"],
+                            ["record-missing"]),
+        "update number of a wrong type": (lambda t: t.machine.change_record(iUpdateId="7"),
+                                          ["record-type", "receipt-differs"],
+                                          ["record-type", "receipt-differs"]),
+        "everything deleted": (lambda t: shutil.rmtree(t.root), ["not-installed"],
+                               ["not-installed"]),
+    }
+    if os.geteuid() == 0:
+        BREAKAGES["chown"] = (change_owner, ["owner-differs"] * 7, ["owner-differs"] * 7)
+
+    def test_each_breakage_is_told_and_repaired(self):
+        for name, (breaks, with_bundle, alone) in self.BREAKAGES.items():
+            with self.subTest(name):
+                breaks(self)
+                told = self.machine.verify()
+                self.assertEqual(told.status, 1)
+                if with_bundle is not None:
+                    self.assertEqual(told.ids, with_bundle)
+                told = self.machine.verify(bundle=None)
+                self.assertEqual(told.status, 1)
+                if alone is not None:
+                    self.assertEqual(told.ids, alone)
+                self.assertEqual(self.machine.tell("status").status, 1)
+                self.assertEqual(self.machine.installcheck().status, 0)
+                told = self.machine.install()
+                self.assertEqual((told.status, told.document["outcome"]), (0, "installed"))
+                self.assert_installed()
+
+    def test_record_that_cannot_be_read_cannot_tell(self):
+        record = self.machine.path(RECORD)
+        record.unlink()
+        record.mkdir()
+        self.assertEqual((self.machine.verify().status, self.machine.install().status), (2, 2))
+
+    def test_what_blocks_the_step_is_refused_and_told(self):
+        """A link that leads nowhere in the place of the fresh directory, and a file in that of the
+        root: the step would install nothing."""
+        shutil.rmtree(self.machine.installed)
+        self.machine.installed.symlink_to("nowhere")
+        before = self.machine.everything()
+        self.assertEqual(self.machine.install().ids, ["root-blocked"])
+        self.assertEqual(self.machine.everything(), before)
+        shutil.rmtree(self.root)
+        self.root.write_text("in the way")
+        self.assertEqual(self.machine.verify().ids[0], "root-blocked")
+        self.assertEqual(self.machine.install().ids, ["root-blocked"])
+
+    def test_modes_can_be_ignored(self):
+        self.page.chmod(0o600)
+        for told in (self.machine.verify("--ignore-modes"),
+                     self.machine.verify("--ignore-modes", bundle=None)):
+            self.assertEqual((told.status, told.ids), (0, []))
+        self.assertEqual(self.machine.installcheck("--ignore-modes").status, 1)
+        self.assertEqual(self.machine.install("--ignore-modes").document["outcome"], "up-to-date")
+        self.assertEqual(self.page.stat().st_mode & 0o777, 0o600)
+
+    def test_same_number_of_another_package_is_installed(self):
+        write_bundle(self.machine.bundle, {"other": b"other"})
+        self.assertEqual(self.machine.installcheck().status, 0)
+        self.machine.install()
+        self.assert_installed({"other": b"other"})
+
+
+class Together(Case):
+    """Several installations at once, and installations that are killed."""
+
+    def install_at_once(self, count, *arguments):
+        started = [self.machine.start("install", "/X.app", *arguments) for _ in range(count)]
+        return [(process.communicate()[0], process.returncode)[1] for process in started]
+
+    def test_four_at_once_leave_one_whole_installation(self):
+        for _ in range(5):
+            self.assertEqual(self.install_at_once(4, "--force"), [0] * 4)
+            self.assert_installed()
+
+    def slow_step(self):
+        """The step, which waits for a file before it does its work."""
+        add_programs(self.machine.root, program("sh"), program("sleep"))
+        step = self.machine.bundle / EXECUTABLE
+        shutil.move(step, step.with_name("Step"))
+        step.write_text(f"#!{program('sh')}\necho >/begun\n"
+                        f"while [ ! -e /go ]; do {program('sleep')} 0.02; done\n"
+                        f"exec /X.app/{EXECUTABLE.replace('WebResourceInstaller', 'Step')}\n")
+        step.chmod(0o755)
+
+    def wait_for(self, path):
+        for _ in range(1000):
+            if self.machine.path(path).exists():
+                return
+            time.sleep(0.01)
+        self.fail(path)
+
+    def test_waiting_is_bounded(self):
+        self.slow_step()
+        first = self.machine.start("install", "/X.app")
+        self.wait_for("/begun")
+        told = self.machine.install("--wait", "0")
+        self.assertEqual(told.status, 2)
+        self.assertIn("another installation is running", told.document["error"]["reason"])
+        self.machine.path("/go").touch()
+        first.communicate()
+        self.assertEqual(first.returncode, 0)
+
+    def test_step_of_a_killed_install_keeps_the_lock(self):
+        self.slow_step()
+        first = self.machine.start("install", "/X.app")
+        self.wait_for("/begun")
+        first.kill()  # what runs it has become it
+        first.communicate()
+        self.assertEqual(self.machine.install("--wait", "0").status, 2)
+        self.machine.path("/go").touch()
+        self.assertEqual(self.machine.install("--wait", "60").status, 0)
+        self.assert_installed()
+
+    def test_lock_is_for_the_installing_user_alone(self):
+        self.machine.install()
+        lock = self.machine.path(f"{BESIDE}/.WebResources.lock")
+        self.assertEqual(lock.stat().st_mode & 0o777, 0o600)
+
+    def test_killed_anywhere_the_next_one_ends_as_if_undisturbed(self):
+        write_bundle(self.machine.bundle, {f"file{i}": os.urandom(200) for i in range(200)})
+        reference = Machine()
+        shutil.copy(self.machine.bundle / PACKAGE, reference.bundle / PACKAGE)
+        reference.install()
+        random = random_of(reference)
+        begin = time.monotonic()
+        self.machine.install("--force")
+        whole = time.monotonic() - begin
+        for i in range(20):
+            process = self.machine.start("install", "/X.app", "--force", start_new_session=True)
+            time.sleep(whole * i / 20)
+            os.killpg(process.pid, signal.SIGKILL)
+            process.communicate()
+            self.assertEqual(self.machine.install().status, 0)
+            self.machine.change_record(irandom=random)
+            self.assertEqual(self.machine.everything(), reference.everything())
+
+
+def random_of(machine):
+    return machine.record()["irandom"]
+
+
+class Diff(Case):
+    def test_changes_between_two_bundles(self):
+        other = self.machine.root / "Y.app"
+        content = {**SITE, "new": b"new", "index.html": b"other"}
+        del content["empty"]
+        write_bundle(other, content, update=8)
+        told = self.machine.tell("diff", "/X.app", "/Y.app")
+        self.assertEqual(told.status, 1)
+        self.assertEqual(told.document["files"],
+                         {"added": 1, "changed": 1, "removed": 1, "unchanged": 2})
+        self.assertEqual(told.document["changes"], [
+            {"change": "removed", "path": "empty", "sizeBefore": 0},
+            {"change": "changed", "path": "index.html", "sizeBefore": 6000, "sizeAfter": 5},
+            {"change": "added", "path": "new", "sizeAfter": 3}])
+        self.assertEqual(self.machine.tell("diff", "/X.app", "/X.app").status, 0)
+        (other / PACKAGE).write_bytes(b"damaged")
+        self.assertEqual(self.machine.tell("diff", "/X.app", "/Y.app").ids, ["package-unreadable"])
+
+
+class Status(Case):
+    def test_five_lines(self):
+        self.machine.install()
+        told = self.machine.tell("status")
+        self.assertEqual((told.status, told.document["files"], told.document["bytes"]),
+                         (0, 4, sum(len(data) for data in SITE.values() if data)))
+        self.assertEqual(told.document["since"], self.machine.receipt()["time"])
+        output = subprocess.run(self.machine.command("status"), capture_output=True, text=True,
+                                check=True).stdout
+        self.assertEqual(len(output.splitlines()), 5)
+        self.assertRegex(output, r"update: +7, version 17.*\n.*/Resource0\n.* 4 files.*\n"
+                                 r".*\nsound: +yes")
+
+    def test_nothing_installed_is_not_sound(self):
+        told = self.machine.tell("status")
+        self.assertEqual((told.status, told.ids), (1, ["not-installed"]))
 
 
 if __name__ == "__main__":

@@ -111,12 +111,16 @@ class InstallTest(Case):
         manual = (PREFIX / 'share/man/man1/webresources.1').read_text().replace('\\-', '-')
         bash = (PREFIX / 'share/bash-completion/completions/webresources').read_text()
         zsh = (PREFIX / 'share/zsh/site-functions/_webresources').read_text()
-        for command in ('pack', 'check', 'verify', 'installcheck'):
+        fish = (PREFIX / 'share/fish/vendor_completions.d/webresources.fish').read_text()
+        for command in ('pack', 'check', 'diff', 'plan', 'install', 'verify', 'installcheck',
+                        'status'):
             help_text = run(command, '--help').stdout
             self.assertIn('Example:\n  webresources ' + command, help_text)
             for option in re.findall(r'--[a-z-]+', help_text):
-                for text in (manual, bash, zsh):
+                for text in (manual, bash, zsh, re.sub(r'-l (\w)', r'--\1', fish)):
                     self.assertIn(option, text)
+            for text in (bash, zsh, fish):
+                self.assertIn(command, text)
 
     def test_documentation_lists_every_rule_with_its_severity(self):
         rules = re.findall(r'\{"([a-z0-9-]+)",\s*Severity::(\w+)',
@@ -413,6 +417,13 @@ class JsonTest(Case):
         self.assertEqual(document['tree'][0]['pathHex'], 'e4')
         self.assertEqual(document['findings'][0]['subjectHex'], 'e4')
 
+    def test_control_characters_are_escaped(self):
+        self.write_archive([('a\x7f\x85\x9b\u202e', 'x')])
+        output = run('check', '--json', self.resources).stdout
+        self.assertFalse(set(output) & set('\x7f\x85\x9b\u202e'))
+        self.assertEqual(json.loads(output)['tree'][0]['path'], 'a\x7f\x85\x9b\u202e')
+        self.assertFalse(set(run('check', self.resources).stdout) & set('\x7f\x85\x9b\u202e'))
+
     def test_tree_gives_size_and_checksum(self):
         self.write_archive([('f', 'hello')])
         self.assertEqual(self.document('check', self.resources)['tree'],
@@ -429,6 +440,18 @@ class UsageTest(Case):
             result = run(*arguments)
             self.assertEqual((result.returncode, result.stdout), (64, ''), arguments)
             self.assertNotEqual(result.stderr, '')
+
+    def test_mistyped_command_is_answered_by_the_one_that_was_meant(self):
+        for typed, meant in (('instal', 'install'), ('verfy', 'verify'), ('stats', 'status')):
+            self.assertIn(f'Did you mean {meant}?', run(typed).stderr)
+        self.assertNotIn('Did you mean', run('unknown').stderr)
+        self.assertIn('there is no command unknown', run('unknown').stderr)
+
+    def test_wrong_usage_cannot_speak_to_the_terminal(self):
+        for arguments in (['\x1b[31m'], ['check', '--\x9b31m'], ['check', '.', '\x7f\x85\x9b']):
+            complaint = run(*arguments).stderr
+            self.assertNotEqual(complaint, '')
+            self.assertFalse(set(complaint) & set('\x1b\x9b\x7f\x85'), arguments)
 
     def test_help_and_version_are_no_errors(self):
         for arguments in (['--help'], ['--version'], ['pack', '--help']):

@@ -1,13 +1,19 @@
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <functional>
 #include <iostream>
+#include <sstream>
 
 #include "Check.h"
+#include "Diff.h"
 #include "Install.h"
 #include "Names.h"
 #include "Pack.h"
+#include "Plan.h"
 #include "Progress.h"
+#include "Status.h"
+#include "Suggestion.h"
 #include "Verify.h"
 
 namespace {
@@ -22,7 +28,11 @@ struct CommandLine {
   CheckOptions check;
   VerifyOptions verify;
   InstallOptions install;
+  bool isDryRun = false;
   long long waitSeconds = 600;
+  PlanOptions plan;
+  StatusOptions status;
+  DiffOptions diff;
 };
 
 CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
@@ -98,11 +108,15 @@ void AddCheck(CLI::App& app, CommandLine& line) {
   AddMaxSize(command, line.check.maxSize);
 }
 
-/// The options of what compares a machine.
-void AddMachine(CLI::App& command, CommandLine& line) {
-  command.add_option("--root", line.verify.root, "Where the installed system's files are")
+void AddRoot(CLI::App* command, std::string& root) {
+  command->add_option("--root", root, "Where the installed system's files are")
       ->type_name("PREFIX");
-  command.add_flag("--ignore-modes", line.verify.ignoresModes, "Do not compare modes and owners");
+}
+
+/// The options of what `verify` and `installcheck` share.
+void AddVerifyOptions(CLI::App* command, VerifyOptions& options) {
+  AddRoot(command, options.root);
+  command->add_flag("--ignore-modes", options.ignoresModes, "Do not compare modes and owners");
 }
 
 void AddVerify(CLI::App& app, CommandLine& line) {
@@ -110,7 +124,7 @@ void AddVerify(CLI::App& app, CommandLine& line) {
       AddCommand(app, line, "verify", "Compare what is installed with a bundle, or with itself",
                  "verify X.app", [&line] { return Verify(line.verify); });
   command->add_option("BUNDLE", line.verify.bundle, "The bundle that should be installed");
-  AddMachine(*command, line);
+  AddVerifyOptions(command, line.verify);
 }
 
 void AddInstallCheck(CLI::App& app, CommandLine& line) {
@@ -119,27 +133,61 @@ void AddInstallCheck(CLI::App& app, CommandLine& line) {
                  "installcheck X.app", [&line] { return InstallCheck(line.verify); });
   command->add_option("BUNDLE", line.verify.bundle, "The bundle that should be installed")
       ->required();
-  AddMachine(*command, line);
+  AddVerifyOptions(command, line.verify);
 }
 
-void AddInstall(CLI::App& app, CommandLine& line) {
-  InstallOptions& options = line.install;
-  CLI::App* command =
-      AddCommand(app, line, "install", "Run a bundle's installer step on this machine, and verify",
-                 "install X.app", [&line] {
-                   line.install.wait = std::chrono::seconds(line.waitSeconds);
-                   return Install(line.install);
-                 });
+/// The options of what `install` and `plan` share.
+void AddPlanOptions(CLI::App* command, PlanOptions& options) {
   command->add_option("BUNDLE", options.bundle, "The bundle to install")->required();
   command->add_flag("--force", options.isForced, "Run the step even if nothing would change");
   command->add_flag("--allow-downgrade", options.allowsDowngrade, "Install over a newer update");
   command->add_flag("--ignore-modes", options.ignoresModes, "Do not compare modes and owners");
   AddMaxSize(command, options.maxSize);
+}
+
+void AddInstall(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      AddCommand(app, line, "install", "Run a bundle's installer step on this machine, and verify",
+                 "install X.app", [&line] {
+                   line.install.wait = std::chrono::seconds(line.waitSeconds);
+                   return line.isDryRun ? Plan(line.install) : Install(line.install);
+                 });
+  AddPlanOptions(command, line.install);
+  command->add_flag("--dry-run", line.isDryRun,
+                    "Change nothing, and tell what would be done: plan");
   command
       ->add_option("--wait", line.waitSeconds,
                    "How long to wait while another installation runs (default: 600)")
       ->type_name("SECONDS")
       ->check(CLI::Range(0, 86400));
+}
+
+void AddPlan(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      AddCommand(app, line, "plan", "Tell what install would change on this machine", "plan X.app",
+                 [&line] { return Plan(line.plan); });
+  AddPlanOptions(command, line.plan);
+  AddRoot(command, line.plan.root);
+}
+
+void AddStatus(CLI::App& app, CommandLine& line) {
+  CLI::App* command =
+      AddCommand(app, line, "status", "Tell what is installed here, and if it is sound", "status",
+                 [&line] { return Status(line.status); });
+  AddRoot(command, line.status.root);
+  command->add_flag("--ignore-modes", line.status.ignoresModes, "Do not compare modes and owners");
+}
+
+void AddDiff(CLI::App& app, CommandLine& line) {
+  CLI::App* command = AddCommand(app, line, "diff", "Tell what changes from one bundle to another",
+                                 "diff 6/X.app 7/X.app", [&line] { return Diff(line.diff); });
+  command->add_option("BEFORE", line.diff.before, "A bundle")->required();
+  command->add_option("AFTER", line.diff.after, "The bundle that replaces it")->required();
+  AddMaxSize(command, line.diff.maxSize);
+}
+
+void Complain(const CommandLine& line, const char* what) {
+  std::cerr << "webresources " << line.name << ": " << names::Printable(what) << '\n';
 }
 
 int Run(const CommandLine& line) {
@@ -155,7 +203,7 @@ int Run(const CommandLine& line) {
     Print(report, line.asJson);
     return report.status;
   } catch (const Error& error) {
-    std::cerr << "webresources " << line.name << ": " << names::Printable(error.what()) << '\n';
+    Complain(line, error.what());
     if (line.asJson) {
       Print(ReportOf(line.name, error), true);
     }
@@ -163,28 +211,59 @@ int Run(const CommandLine& line) {
   }
 }
 
+void PrintLines(const std::string& text) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::cerr << names::Printable(line) << '\n';
+  }
+}
+
+std::vector<std::string> CommandsOf(const CLI::App& app) {
+  std::vector<std::string> commands;
+  for (const CLI::App* each : app.get_subcommands({})) {
+    commands.push_back(each->get_name());
+  }
+  return commands;
+}
+
+/// Explains wrong usage, or shows the help that was asked for. Returns the exit status.
+int Explain(const CLI::App& app, const CLI::ParseError& error, const std::string& command) {
+  std::ostringstream complaint;
+  if (app.exit(error, std::cout, complaint) == 0) {
+    return 0;
+  }
+  const std::vector<std::string> commands = CommandsOf(app);
+  if (command.empty() || command.front() == '-' ||
+      std::find(commands.begin(), commands.end(), command) != commands.end()) {
+    PrintLines(complaint.str());
+  } else {
+    const std::string meant = Suggestion(command, commands);
+    PrintLines("webresources: there is no command " + command +
+               (meant.empty() ? "" : ". Did you mean " + meant + "?"));
+  }
+  return kUsage;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
-  CLI::App app("Packs, checks and verifies the web resources that the installer installs",
-               "webresources");
+  CLI::App app("Packs, checks, installs and verifies web resources", "webresources");
   app.set_version_flag("--version", WEBRESOURCES_VERSION);
   app.require_subcommand(1);
   CommandLine line;
-  AddPack(app, line);
-  AddCheck(app, line);
-  AddVerify(app, line);
-  AddInstallCheck(app, line);
-  AddInstall(app, line);
+  for (const auto add :
+       {AddPack, AddCheck, AddDiff, AddPlan, AddInstall, AddVerify, AddInstallCheck, AddStatus}) {
+    add(app, line);
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? 0 : kUsage;
+    return Explain(app, error, argc > 1 ? argv[1] : "");
   }
   try {
     return Run(line);
   } catch (const std::exception& error) {
-    std::cerr << "webresources " << line.name << ": " << error.what() << '\n';
+    Complain(line, error.what());
     return kCouldNotTell;
   }
 }

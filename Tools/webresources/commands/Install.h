@@ -2,21 +2,16 @@
 #define TOOLS_WEBRESOURCES_COMMANDS_INSTALL_H_
 
 #include <chrono>
-#include <string>
 
-#include "PackageBounds.h"
+#include "Plan.h"
 #include "Report.h"
 
-struct InstallOptions {
-  std::string bundle;
-  bool isForced = false;                    ///< Run the step even if nothing would change.
-  bool allowsDowngrade = false;             ///< Run it even if a newer update is installed.
-  bool ignoresModes = false;                ///< Do not compare modes and owners.
-  std::uint64_t maxSize = kDefaultMaxSize;  ///< The largest content to read, in bytes.
-  std::chrono::seconds wait{0};             ///< How long to wait for another installation.
+struct InstallOptions : PlanOptions {
+  std::chrono::seconds wait{0};  ///< How long to wait for another installation.
 };
 
-/// Runs the installer step of a bundle on this host, and tells the truth about it.
+/// Runs the installer step of a bundle on this host, and tells the truth about it. Requires: the
+/// root is empty.
 ///
 /// 1. A bundle with errors is refused. Nothing is touched.
 /// 2. One installation at a time: see InstallLock.

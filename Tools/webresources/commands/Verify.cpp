@@ -1,20 +1,12 @@
 #include "Verify.h"
 
-#include "InstallationFindings.h"
+#include "MachineState.h"
+#include "SelfCheck.h"
 
 namespace {
 
 void Append(Findings& findings, const Findings& more) {
   findings.insert(findings.end(), more.begin(), more.end());
-}
-
-Json ToJson(const WebRegInfo& record) {
-  Json json = Json::object();
-  PutName(json, "installPath", record.installPath);
-  json["updateId"] = record.updateId;
-  PutName(json, "fullVersion", record.fullVersion);
-  json["random"] = record.random;
-  return json;
 }
 
 void RequireComplete(const ExpectedBundle& bundle) {
@@ -36,49 +28,17 @@ void VerifyWithBundle(const VerifyOptions& options, Report& report) {
 }
 
 void VerifyAlone(const VerifyOptions& options, Report& report) {
-  const Installation installation = ReadInstallation(options.root);
-  ReportInstallation(installation, report);
-  Findings ofReceipt;
-  const auto receipt = ReadReceipt(options.root, ofReceipt);
-  const bool belongs = receipt && FindInReceipt(*receipt, installation, ofReceipt);
-  report.findings = FindInInstallation(
-      installation, {belongs ? &receipt->tree : nullptr, std::nullopt, options.ignoresModes});
-  Append(report.findings, ofReceipt);
-  report.details["comparedWith"] = belongs ? "receipt" : "record";
-  if (!belongs) {
+  const SelfCheck check = CheckInstallation(options.root, options.ignoresModes);
+  ReportInstallation(check.installation, report);
+  report.findings = check.findings;
+  report.details["comparedWith"] = check.receipt ? "receipt" : "record";
+  if (!check.receipt) {
     report.summary.push_back(
         "only the record was compared: there is no receipt that tells what was installed");
   }
 }
 
 }  // namespace
-
-MachineState CompareWithBundle(const std::string& prefix, const ExpectedBundle& bundle,
-                               bool ignoresModes) {
-  MachineState state;
-  state.installation = ReadInstallation(prefix);
-  state.findings = FindInInstallation(state.installation, {bundle.isRead ? &bundle.tree : nullptr,
-                                                           bundle.UpdateId(), ignoresModes});
-  const auto receipt = ReadReceipt(prefix, state.receiptFindings);
-  state.hasReceipt = receipt.has_value();
-  const bool belongs =
-      receipt && FindInReceipt(*receipt, state.installation, state.receiptFindings);
-  if (belongs && state.findings.empty() && receipt->packageSha256 != bundle.packageSha256) {
-    Add(state.receiptFindings, "receipt-differs", ReceiptPath(prefix),
-        "it is of another package than the one that is installed");
-  }
-  return state;
-}
-
-bool IsNewerInstalled(const Installation& installation, const ExpectedBundle& bundle) {
-  const auto recorded = installation.UpdateId();
-  return recorded && *recorded > bundle.UpdateId();
-}
-
-void ReportInstallation(const Installation& installation, Report& report) {
-  PutName(report.details, "installRoot", installation.root);
-  report.details["record"] = ToJson(installation.record);
-}
 
 Report Verify(const VerifyOptions& options) {
   Report report("verify");

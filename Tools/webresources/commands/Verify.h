@@ -4,9 +4,6 @@
 #include <optional>
 #include <string>
 
-#include "ExpectedBundle.h"
-#include "Installation.h"
-#include "Receipt.h"
 #include "Report.h"
 
 struct VerifyOptions {
@@ -24,24 +21,5 @@ Report Verify(const VerifyOptions& options);
 /// if the bundle's update or a newer one is installed, 2 if the bundle has errors: `install` would
 /// refuse it. What cannot be told counts as to be installed; nothing is thrown for it.
 Report InstallCheck(const VerifyOptions& options);
-
-/// What is installed on a host, as one bundle sees it.
-struct MachineState {
-  Installation installation;
-  bool hasReceipt = false;
-  Findings findings;         ///< What a run of the bundle would change.
-  Findings receiptFindings;  ///< What is wrong with the receipt; not looked at under `findings`.
-};
-
-/// Compares the host whose file system lies at `prefix` with `bundle`. Throws Error if something
-/// cannot be read.
-MachineState CompareWithBundle(const std::string& prefix, const ExpectedBundle& bundle,
-                               bool ignoresModes);
-
-/// Whether the recorded update is a newer one than that of `bundle`.
-bool IsNewerInstalled(const Installation& installation, const ExpectedBundle& bundle);
-
-/// Members of the document that tell where the host's installation is and what it records.
-void ReportInstallation(const Installation& installation, Report& report);
 
 #endif  // TOOLS_WEBRESOURCES_COMMANDS_VERIFY_H_

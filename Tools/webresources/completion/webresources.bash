@@ -5,7 +5,8 @@ _webresources() {
   local command=${COMP_WORDS[1]} options
   COMPREPLY=()
   if [ "$COMP_CWORD" -eq 1 ]; then
-    mapfile -t COMPREPLY < <(compgen -W 'pack check install verify installcheck --help --version' -- "$current")
+    mapfile -t COMPREPLY < <(compgen -W 'pack check diff plan install verify installcheck status
+      --help --version' -- "$current")
     return
   fi
   case $command in
@@ -14,8 +15,12 @@ _webresources() {
         --create --quiet --json --help'
       ;;
     check) options='--prove --max-size --quiet --json --help' ;;
+    diff) options='--max-size --quiet --json --help' ;;
+    plan) options='--root --force --allow-downgrade --ignore-modes --max-size --quiet --json --help' ;;
+    status) options='--root --ignore-modes --quiet --json --help' ;;
     install)
-      options='--force --allow-downgrade --ignore-modes --max-size --wait --quiet --json --help'
+      options='--dry-run --force --allow-downgrade --ignore-modes --max-size --wait --quiet --json
+        --help'
       ;;
     verify | installcheck) options='--root --ignore-modes --quiet --json --help' ;;
   esac

@@ -72,3 +72,17 @@ std::uint64_t FreeBytes(const Installation& installation) {
   }
   return FreeBytesAt(path.empty() ? "/" : path);
 }
+
+Json ToJson(const WebRegInfo& record) {
+  Json json = Json::object();
+  PutName(json, "installPath", record.installPath);
+  json["updateId"] = record.updateId;
+  PutName(json, "fullVersion", record.fullVersion);
+  json["random"] = record.random;
+  return json;
+}
+
+void ReportInstallation(const Installation& installation, Report& report) {
+  PutName(report.details, "installRoot", installation.root);
+  report.details["record"] = ToJson(installation.record);
+}

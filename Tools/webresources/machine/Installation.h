@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "OSUtils.h"
+#include "Report.h"
 
 /// What is installed on a host: the record, and the names under the install root. Contents of files
 /// are not read; see ReadTree().
@@ -38,6 +39,12 @@ Installation ReadInstallation(const std::string& prefix);
 /// The path of `name` beside the install root of that host: what has to survive a run, which
 /// empties the root, lies there.
 std::string BesideInstallRoot(const std::string& prefix, const std::string& name);
+
+/// `record` as a member of a document.
+Json ToJson(const WebRegInfo& record);
+
+/// Members of the document that tell where the host's installation is and what it records.
+void ReportInstallation(const Installation& installation, Report& report);
 
 /// Whether `name` can name an entry of a directory, rather than a path.
 bool IsBareName(const std::string& name);

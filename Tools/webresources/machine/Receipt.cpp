@@ -72,15 +72,6 @@ Receipt ReceiptOf(const Json& json) {
   return receipt;
 }
 
-std::string Now() {
-  const std::time_t seconds = std::time(nullptr);
-  std::tm time = {};
-  gmtime_r(&seconds, &time);
-  char text[32] = {};
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &time);
-  return text;
-}
-
 /// Removes the temporary files of writers that were killed.
 void RemoveLeftovers(const std::string& path) {
   const std::string prefix = std::string(".") + kFileName + ".";
@@ -93,6 +84,14 @@ void RemoveLeftovers(const std::string& path) {
 }
 
 }  // namespace
+
+std::string TimeText(std::time_t seconds) {
+  std::tm time = {};
+  gmtime_r(&seconds, &time);
+  char text[32] = {};
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &time);
+  return text;
+}
 
 std::string ReceiptPath(const std::string& prefix) {
   return BesideInstallRoot(prefix, kFileName);
@@ -113,7 +112,7 @@ std::optional<Receipt> ReadReceipt(const std::string& prefix, Findings& findings
 }
 
 void WriteReceipt(Receipt receipt) {
-  receipt.time = Now();
+  receipt.time = TimeText(std::time(nullptr));
   receipt.version = WEBRESOURCES_VERSION;
   const std::string path = ReceiptPath("");
   RemoveLeftovers(path);

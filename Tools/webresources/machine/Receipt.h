@@ -1,6 +1,7 @@
 #ifndef TOOLS_WEBRESOURCES_MACHINE_RECEIPT_H_
 #define TOOLS_WEBRESOURCES_MACHINE_RECEIPT_H_
 
+#include <ctime>
 #include <optional>
 #include <string>
 
@@ -17,6 +18,9 @@ struct Receipt {
   std::string version;        ///< Of the command that wrote it.
   FileTree tree;              ///< The installed tree, with digests and modes.
 };
+
+/// `seconds` since 1970 as ISO 8601 writes them, in UTC.
+std::string TimeText(std::time_t seconds);
 
 /// Where the receipt of that host is.
 std::string ReceiptPath(const std::string& prefix);

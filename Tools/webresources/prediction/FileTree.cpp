@@ -143,7 +143,9 @@ FileTree ReadTree(const std::string& directory, Checksum checksum) {
     AddEntries(directory, "", tree);
   }
   Sort(tree);
-  AddChecksums(directory, checksum, tree);
+  if (checksum != Checksum::None) {
+    AddChecksums(directory, checksum, tree);
+  }
   return tree;
 }
 

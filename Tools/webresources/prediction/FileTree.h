@@ -58,11 +58,11 @@ class EntryDigests {
 /// those of the content. Modes are those under a umask of 022; there are no owners.
 FileTree TreeOf(const Prediction& prediction, EntryDigests* digests = nullptr);
 
-enum class Checksum { Sha256, Crc32 };
+enum class Checksum { Sha256, Crc32, None };
 
-/// The tree at the directory `directory`, with one checksum of each file, modes and owners. Nothing
-/// is followed and nothing except regular files is opened. Throws Error if something cannot be
-/// read; what disappears meanwhile is left out.
+/// The tree at the directory `directory`, with the asked checksum of each file, modes and owners.
+/// Nothing is followed and nothing except regular files is opened. Throws Error if something cannot
+/// be read; what disappears meanwhile is left out.
 FileTree ReadTree(const std::string& directory, Checksum checksum = Checksum::Sha256);
 
 /// The bytes of all files of `tree`.

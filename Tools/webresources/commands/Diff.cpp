@@ -1,0 +1,28 @@
+#include "Diff.h"
+
+#include "BundleInspection.h"
+#include "TreeChanges.h"
+
+namespace {
+
+BundleInspection Inspect(const std::string& path, const DiffOptions& options, Report& report) {
+  BundleInspection bundle = InspectBundle(path, options.maxSize);
+  const Findings errors = ErrorsOf(bundle.findings);
+  report.findings.insert(report.findings.end(), errors.begin(), errors.end());
+  return bundle;
+}
+
+}  // namespace
+
+Report Diff(const DiffOptions& options) {
+  Report report("diff");
+  const BundleInspection before = Inspect(options.before, options, report);
+  const BundleInspection after = Inspect(options.after, options, report);
+  const TreeChanges changes = ChangesBetween(before.tree, after.tree);
+  ReportChanges(changes, report);
+  report.SetStatus();
+  if (!changes.differences.empty()) {
+    report.status = kHasFindings;
+  }
+  return report;
+}

@@ -1,0 +1,19 @@
+#ifndef TOOLS_WEBRESOURCES_COMMANDS_DIFF_H_
+#define TOOLS_WEBRESOURCES_COMMANDS_DIFF_H_
+
+#include <string>
+
+#include "PackageBounds.h"
+#include "Report.h"
+
+struct DiffOptions {
+  std::string before;                       ///< A bundle or its Resources directory.
+  std::string after;                        ///< The bundle that replaces it.
+  std::uint64_t maxSize = kDefaultMaxSize;  ///< The largest content to read, in bytes.
+};
+
+/// What changes from one bundle to another: the files that a run leaves of each. The status is 1 if
+/// there are changes, or if a bundle has errors. Throws Error if a bundle cannot be read.
+Report Diff(const DiffOptions& options);
+
+#endif  // TOOLS_WEBRESOURCES_COMMANDS_DIFF_H_

@@ -1,0 +1,55 @@
+#include "Status.h"
+
+#include <sys/stat.h>
+
+#include "FileTree.h"
+#include "SelfCheck.h"
+
+namespace {
+
+/// When the directory was filled: by the receipt, else by its time of modification.
+std::string Since(const SelfCheck& check, const std::string& directory) {
+  struct stat status = {};
+  if (check.receipt) {
+    return check.receipt->time;
+  }
+  return stat(directory.c_str(), &status) == 0 ? TimeText(status.st_mtime) : "";
+}
+
+std::string Soundness(const SelfCheck& check) {
+  if (!check.findings.empty()) {
+    const Finding& first = check.findings.front();
+    return "no: " + first.subject + ": " + first.reason;
+  }
+  return check.receipt ? "yes, compared with the receipt"
+                       : "yes, but only the record was compared: there is no receipt";
+}
+
+}  // namespace
+
+Report Status(const StatusOptions& options) {
+  const SelfCheck check = CheckInstallation(options.root, options.ignoresModes);
+  const Installation& installation = check.installation;
+  Report report("status");
+  report.findings = check.findings;
+  report.SetStatus();
+  ReportInstallation(installation, report);
+  const bool isThere = !installation.directory.empty();
+  const std::string directory = installation.root + installation.directory;
+  const FileTree tree = isThere ? ReadTree(directory, Checksum::None) : FileTree();
+  const std::string since = isThere ? Since(check, directory) : "";
+  PutName(report.details, "directory", isThere ? directory : "");
+  report.details["files"] = FilesOf(tree);
+  report.details["bytes"] = BytesOf(tree);
+  report.details["since"] = since;
+  report.details["comparedWith"] = check.receipt ? "receipt" : "record";
+  const auto updateId = installation.UpdateId();
+  report.summary = {
+      "update:    " + (updateId ? std::to_string(*updateId) : std::string("none")) + ", version " +
+          (installation.record.fullVersion.empty() ? "none" : installation.record.fullVersion),
+      "directory: " + (isThere ? directory : std::string("none")),
+      "content:   " + std::to_string(FilesOf(tree)) + " files, " + std::to_string(BytesOf(tree)) +
+          " bytes",
+      "since:     " + (since.empty() ? "never" : since), "sound:     " + Soundness(check)};
+  return report;
+}
