@@ -36,17 +36,28 @@ class ArchiveWriter {
   class Source;
   struct Measure;
 
+  /// Begins an entry whose data the caller has deflated, or leaves stored.
   void OpenEntry(const std::string& name, bool isDirectory, bool isDeflated);
+
+  /// Adds finished data to the entry that is open.
   void WriteData(const void* bytes, std::size_t length);
+
+  /// Ends the entry. `size` and `crc` are those of the data before it was deflated.
   void CloseEntry(std::uint64_t size, std::uint32_t crc);
+
+  /// Deflates what is left of `source` and calls `sink(bytes, length)` for each portion.
   template <typename Sink>
   void Deflate(Source& source, Sink sink);
+
+  /// Deflates `source` into `spool_`, up to its limit, and returns the sizes and the checksum.
   Measure MeasureAndSpool(Source& source);
+
+  /// Throws Error unless `isDone`, with the reason in errno if there is one.
   void Require(bool isDone) const;
 
   std::string path_;
-  void* archive_;
-  unsigned long dosTime_;
+  void* archive_;          ///< The zip library's; null once it is closed.
+  unsigned long dosTime_;  ///< The time of all entries, in the format's form.
   z_stream deflater_ = {};
   std::vector<unsigned char> input_;
   std::vector<unsigned char> output_;
