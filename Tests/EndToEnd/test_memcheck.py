@@ -61,7 +61,8 @@ class UnderValgrind(InstallerTestCase):
         write_tree(self.machine.install_root, {"Resource0/old/f": b"", "plain": b""})
         self.machine.write_metadata(metadata(clear=True))
         self.machine.write_record({"foreign": 1, "irandom": 7})
-        self.run_under_valgrind("--track-fds=yes", "--log-file=/descriptors")
+        # To newer versions, a descriptor that is open at the end is an error.
+        self.run_under_valgrind("--error-exitcode=0", "--track-fds=yes", "--log-file=/descriptors")
         report = self.machine.path("/descriptors").read_text()
         opened = re.findall(r"Open (?:file descriptor|\w+ socket) \d+: (.*)\n(.*)", report)
         self.assertEqual([what for what, origin in opened if "<inherited" not in origin],
