@@ -123,7 +123,7 @@ class Machine:
         """Runs the installer, or a command that runs it, and returns the completed process."""
         command = command or [f"{APPLICATION}/{EXECUTABLE}"]
         return subprocess.run(
-            private_root.command_in(self.root, *command, proc=proc),
+            private_root.command_in(self.root, *command, proc=proc, added=True),
             stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
             env=ENVIRONMENT, umask=umask, check=False)
 

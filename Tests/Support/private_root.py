@@ -81,9 +81,11 @@ def add_programs(root, *programs):
     subprocess.run([PRIVATE_ROOT, "add", root, *programs], check=True)
 
 
-def command_in(root, *command, proc=False):
-    """The command that runs `command` in a private root, with /proc if asked for."""
-    return [PRIVATE_ROOT, "run", *(["--proc"] if proc else []), str(root), *map(str, command)]
+def command_in(root, *command, proc=False, added=False):
+    """The command that runs `command` in a private root, with /proc if asked for. `added`: all that
+    it needs has been added before, which saves half of the time."""
+    options = ["--added"] * added + ["--proc"] * proc
+    return [PRIVATE_ROOT, "run", *options, str(root), *map(str, command)]
 
 
 def program(name):
