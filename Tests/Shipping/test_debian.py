@@ -12,6 +12,8 @@ from shipping import (BUILD, INSTALL_ROOT, RECORD, SAMPLE_SITE, SOURCE, Shipping
 [PACKAGE] = (BUILD / "deb").glob("web-resource-installer_*.deb")
 PRODUCT = SOURCE / "Examples/product-deb/build"
 BUNDLE = "/usr/lib/web-resource-installer/WebResourceInstaller.app"
+CMAKE_PACKAGE = ("WebResourceInstallerConfig.cmake", "WebResourceInstallerConfigVersion.cmake",
+                 "digest-content.sh")
 STATUS = "var/lib/dpkg/status"
 
 
@@ -36,11 +38,21 @@ class Package(ShippingTestCase):
             "/usr/share/bash-completion/completions/webresources",
             "/usr/share/zsh/vendor-completions/_webresources",
             "/usr/share/lintian/overrides/web-resource-installer",
+            *(f"/usr/share/cmake/WebResourceInstaller/{name}" for name in CMAKE_PACKAGE),
             f"{documents}/changelog.gz", f"{documents}/copyright",
             f"{documents}/THIRD-PARTY-NOTICES.md", f"{documents}/bill-of-materials.cdx.json",
             f"{documents}/third-party/cli11.txt", f"{documents}/third-party/nlohmann-json3.txt",
             f"{documents}/third-party/linux.txt",
             f"{documents}/third-party/{compiler_package()}.txt"})
+
+
+    def test_cmake_finds_the_bundle_and_the_command(self):
+        run("dpkg-deb", "--extract", PACKAGE, self.directory)
+        run("cmake", "-S", SOURCE / "Examples/cmake-product", "-B", self.directory / "build",
+            f"-DCMAKE_PREFIX_PATH={self.directory}/usr")
+        run("cmake", "--build", self.directory / "build")
+        run(self.directory / "usr/bin/webresources", "check",
+            self.directory / "build/CloudGuide.app")
 
 
 def compiler_package():

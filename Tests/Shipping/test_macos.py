@@ -68,6 +68,9 @@ class Layout(ShippingTestCase):
             f"{os.path.dirname(APPLICATION)}/share/{name}" for name in (
                 "man/man1/webresources.1", "bash-completion/completions/webresources",
                 "zsh/site-functions/_webresources",
+                "cmake/WebResourceInstaller/WebResourceInstallerConfig.cmake",
+                "cmake/WebResourceInstaller/WebResourceInstallerConfigVersion.cmake",
+                "cmake/WebResourceInstaller/digest-content.sh",
                 "doc/web-resource-installer/THIRD-PARTY-NOTICES.md")})
 
     def test_property_lists(self):

@@ -1,0 +1,201 @@
+"""What find_package(WebResourceInstaller) gives: a filled bundle as a target of a product's build."""
+
+import json
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import tempfile
+import time
+import unittest
+import zipfile
+
+from private_root import SOURCE
+
+BUNDLE = pathlib.Path(os.environ["BUNDLE"])
+PREFIX = BUNDLE.parent
+EXECUTABLE = f"Contents/{os.environ['EXECUTABLES']}/WebResourceInstaller"
+
+PRODUCT = """
+cmake_minimum_required(VERSION 3.21)
+project(Product LANGUAGES NONE)
+find_package(WebResourceInstaller REQUIRED)
+web_resource_bundle(site DIRECTORY content {})
+"""
+
+
+def run(*command):
+    result = subprocess.run(list(map(str, command)), stdin=subprocess.DEVNULL, text=True,
+                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False)
+    return result.returncode, result.stdout
+
+
+def replace_unnoticed(path, data):
+    before = path.stat()
+    path.write_bytes(data)
+    os.utime(path, ns=(before.st_atime_ns, before.st_mtime_ns))
+
+
+class CMakePackageTestCase(unittest.TestCase):
+    generator = "Ninja"
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory(dir=os.environ["SCRATCH"])
+        self.addCleanup(directory.cleanup)
+        self.directory = pathlib.Path(directory.name)
+        self.content = self.directory / "content"
+        (self.content / "style").mkdir(parents=True)
+        (self.content / "index.html").write_text("<p>index")
+        (self.content / "style/site.css").write_text("p {}")
+        self.build_directory = self.directory / "build"
+        self.bundle = self.build_directory / "site.app"
+
+    def configure(self, source):
+        return run("cmake", "-S", source, "-B", self.build_directory, "-G", self.generator,
+                   f"-DCMAKE_PREFIX_PATH={PREFIX}")
+
+    def write_product(self, arguments="UPDATE_ID 7"):
+        (self.directory / "CMakeLists.txt").write_text(PRODUCT.format(arguments))
+
+    def configure_product(self, arguments="UPDATE_ID 7"):
+        self.write_product(arguments)
+        return self.configure(self.directory)
+
+    def build(self, status=0):
+        found, output = run("cmake", "--build", self.build_directory)
+        self.assertEqual(found == 0, status == 0, output)
+        return output
+
+    @property
+    def package(self):
+        return self.bundle / "Contents/Resources/OrloWebResources.zip"
+
+    def packed(self):
+        with zipfile.ZipFile(self.package) as archive:
+            return {name: archive.read(name) for name in archive.namelist()}
+
+    def update(self):
+        metadata = self.bundle / "Contents/Resources/metadata.txt"
+        return json.loads(metadata.read_text())["updateid"]
+
+    def assert_made_again(self, what, expected=True):
+        """The next build packs again, and the one after it has nothing to do."""
+        before = self.package.stat().st_mtime_ns
+        self.build()
+        after = self.package.stat().st_mtime_ns
+        self.assertEqual(after != before, expected, what)
+        self.build()
+        self.assertEqual(self.package.stat().st_mtime_ns, after, what)
+
+
+class Example(CMakePackageTestCase):
+    def test_builds_and_installs_a_bundle_that_is_right(self):
+        examples = self.directory / "Examples"
+        shutil.copytree(SOURCE / "Examples", examples)
+        (examples / "sample-site/notes.md").write_text("not for the product")
+        self.assertEqual(self.configure(examples / "cmake-product")[0], 0)
+        self.build()
+        self.bundle = self.directory / "installed/lib/cloud-guide/CloudGuide.app"
+        run("cmake", "--install", self.build_directory, "--prefix", self.directory / "installed")
+        self.assertEqual(self.update(), 7)
+        site = SOURCE / "Examples/sample-site"
+        self.assertEqual({name: data for name, data in self.packed().items() if name[-1] != "/"},
+                         {str(path.relative_to(site)): path.read_bytes()
+                          for path in site.rglob("*") if path.is_file()})
+        self.assertEqual((self.bundle / EXECUTABLE).read_bytes(),
+                         (BUNDLE / EXECUTABLE).read_bytes())
+        self.assertTrue(os.access(self.bundle / EXECUTABLE, os.X_OK))
+        status, output = run(os.environ["WEBRESOURCES"], "check", self.bundle)
+        self.assertEqual(status, 0, output)
+
+
+class Ninja(CMakePackageTestCase):
+    def change(self, what, change):
+        time.sleep(0.02)  # more than the smallest step of the file system's clock
+        change()
+        self.assert_made_again(what)
+
+    def test_made_again_when_the_content_changes(self):
+        self.configure_product()
+        self.build()
+        self.assert_made_again("nothing changed", expected=False)
+        page, new = self.content / "index.html", self.content / "style/new.css"
+        self.change("file changed", lambda: page.write_text("<p>other"))
+        self.assertEqual(self.packed()["index.html"], b"<p>other")
+        self.change("same size and time", lambda: replace_unnoticed(page, b"<p>OTHER"))
+        self.assertEqual(self.packed()["index.html"], b"<p>OTHER")
+        self.change("file added", lambda: new.write_text("h1 {}"))
+        self.assertEqual(self.packed()["style/new.css"], b"h1 {}")
+        self.change("file renamed", lambda: new.rename(new.with_name("newer.css")))
+        self.assertIn("style/newer.css", self.packed())
+        self.change("file removed", new.with_name("newer.css").unlink)
+        self.change("directory added", (self.content / "empty").mkdir)
+        self.change("file added to it", (self.content / "empty/file").touch)
+        self.change("directory removed", lambda: shutil.rmtree(self.content / "empty"))
+        self.assertEqual(sorted(self.packed()), ["index.html", "style/", "style/site.css"])
+
+    def test_made_again_when_an_argument_changes(self):
+        self.configure_product("UPDATE_ID 7")
+        self.build()
+        self.change("update number", lambda: self.write_product("UPDATE_ID 8"))
+        self.assertEqual(self.update(), 8)
+        self.change("excluded", lambda: self.write_product("UPDATE_ID 8 EXCLUDE *.css"))
+        self.assertNotIn("style/site.css", self.packed())
+
+    def test_names_that_build_systems_write_differently(self):
+        names = ["a b", "a#b", "a$b", "$(HOME)", "${HOME}", "a;b", "a[b", "a'b", 'a"b', "a:b", "é",
+                 "%", "*"]
+        for name in names:
+            (self.content / name).write_text(name)
+        self.configure_product()
+        self.build()
+        self.assert_made_again("nothing changed", expected=False)
+        self.change("changed", lambda: [(self.content / name).write_text("changed")
+                                        for name in names])
+        self.assertEqual([self.packed()[name] for name in names], [b"changed"] * len(names))
+
+    def test_content_that_the_build_makes(self):
+        self.configure_product("UPDATE_ID 7 DEPENDS ${CMAKE_SOURCE_DIR}/content/made.html)\n"
+                               "add_custom_command(OUTPUT ${CMAKE_SOURCE_DIR}/content/made.html\n"
+                               "  DEPENDS ${CMAKE_SOURCE_DIR}/draft.html\n"
+                               "  COMMAND ${CMAKE_COMMAND} -E copy ${CMAKE_SOURCE_DIR}/draft.html"
+                               " ${CMAKE_SOURCE_DIR}/content/made.html")
+        draft = self.directory / "draft.html"
+        draft.write_text("draft")
+        self.build()
+        self.change("draft", lambda: draft.write_text("later draft"))
+        self.assertEqual(self.packed()["made.html"], b"later draft")
+
+
+class Makefiles(Ninja):
+    generator = "Unix Makefiles"
+
+
+class Failures(CMakePackageTestCase):
+    def test_content_that_is_refused_fails_the_build_until_it_is_right(self):
+        self.configure_product("UPDATE_ID 7 REQUIRE needed.html")
+        for _ in range(2):
+            self.assertIn("needed.html", self.build(status=1))
+            self.assertFalse(self.package.exists())
+        (self.content / "needed.html").touch()
+        self.build()
+        self.assertIn("needed.html", self.packed())
+
+    def test_wrong_arguments_fail_the_configuration(self):
+        for arguments, told in (("", "UPDATE_ID"), ("UPDATE_ID", "UPDATE_ID"),
+                                ("UPDATE_ID 7 UNKNOWN", "UNKNOWN"),
+                                ("UPDATE_ID 7 OUTPUT ..", r"\.app")):
+            status, output = self.configure_product(arguments)
+            self.assertNotEqual(status, 0)
+            self.assertRegex(re.sub(r"\s+", " ", output), rf"web_resource_bundle.*{told}")
+
+    def test_later_major_version_is_not_found(self):
+        self.write_product()
+        source = self.directory / "CMakeLists.txt"
+        source.write_text(source.read_text().replace("REQUIRED", "18 REQUIRED"))
+        self.assertNotEqual(self.configure(self.directory)[0], 0)
+
+
+if __name__ == "__main__":
+    unittest.main()
