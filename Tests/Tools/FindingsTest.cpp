@@ -285,6 +285,12 @@ TEST(Bounds, StatedSizeThatNoDataCanHaveDoesNotCount) {
   EXPECT_EQ(OutOfBounds(Zip({With(kFile, &ZipEntry::size, 0xFFFFFFFEU)}), 5000), Ids{});
 }
 
+TEST(Bounds, DataThatIsSaidToBecomeNothingCounts) {
+  const std::string bytes = Zip({With(ZipEntry("a", Long(1000)), &ZipEntry::size, 0U)});
+  EXPECT_EQ(OutOfBounds(bytes, 999), Ids{"content-too-large"});
+  EXPECT_EQ(OutOfBounds(bytes, 1000), Ids{});
+}
+
 TEST(Bounds, StatedNumberThatIsWrongIsFound) {
   EXPECT_EQ(OutOfBounds(WithCount(Zip({kFile, {"b", "x"}}), 3), 1),
             (Ids{"content-too-large", "directory-damaged"}));
