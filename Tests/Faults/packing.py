@@ -62,5 +62,6 @@ class Packing:
     def run_again(self, *cut):
         result = subprocess.run(self.command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                 check=False)
-        if result.returncode != 0 or pair(tree(self.top)) != self.new:
+        found = tree(self.top)  # no temporary file survives
+        if result.returncode != 0 or pair(found) != self.new or len(found) != len(self.new):
             self.faults.append(" ".join(map(str, (self.name, *cut, "then", result))))
