@@ -225,6 +225,14 @@ class Install(Case):
         self.assertEqual(self.machine.install().ids, ["package-missing"])
         self.assertFalse(self.machine.path("/Library").exists())
 
+    def test_refusal_makes_no_directory(self):
+        """A newer update is recorded, and nothing else is there."""
+        record = self.machine.path(RECORD)
+        record.parent.mkdir(parents=True)
+        record.write_bytes(plistlib.dumps({"iUpdateId": 8}))
+        self.assertEqual(self.machine.install().ids, ["newer-installed"])
+        self.assertEqual(os.listdir(self.machine.path("/Library")), ["Preferences"])
+
     def test_step_has_the_same_surroundings_always(self):
         """Under any umask, everything is readable by other users, those above included."""
         self.assertEqual(self.machine.install(umask=0o077, env={
@@ -243,8 +251,14 @@ class Install(Case):
     def test_step_that_fails_is_told(self):
         self.write_step("exit 3")
         told = self.machine.install()
-        self.assertEqual((told.status, told.document["outcome"]), (1, "failed"))
         self.assertEqual(told.ids, ["step-failed", "not-installed"])
+        self.assertEqual((told.status, told.document["outcome"]), (1, "failed"))
+        self.assertFalse(self.machine.path(RECEIPT).exists())
+
+    def test_failed_step_leaves_no_receipt_of_what_was_before(self):
+        self.machine.install()
+        self.write_step("exit 3")
+        self.assertEqual(self.machine.install("--force").ids, ["step-failed"])
         self.assertFalse(self.machine.path(RECEIPT).exists())
 
     def test_surroundings_of_the_step(self):

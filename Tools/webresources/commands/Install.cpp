@@ -43,22 +43,47 @@ void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
            report);
 }
 
-void Follow(const InstallPlan& plan, const InstallOptions& options, const ExpectedBundle& bundle,
-            const std::string& step, const InstallLock& lock, Report& report) {
-  if (plan.outcome == InstallPlan::Outcome::Install) {
-    RunAndVerify(options, bundle, step, lock, plan.installation, report);
-    return;
-  }
+void Refuse(const InstallPlan& plan, Report& report) {
   ReportInstallation(plan.installation, report);
   report.findings = plan.findings;
-  if (plan.outcome == InstallPlan::Outcome::Refuse) {
-    Conclude("refused", kHasFindings, "nothing is installed", report);
-    return;
-  }
+  Conclude("refused", kHasFindings, "nothing is installed", report);
+}
+
+void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
+  ReportInstallation(plan.installation, report);
   if (plan.needsReceipt) {
     WriteReceiptOf(bundle);
   }
   Conclude("up-to-date", kAsItShouldBe, "up to date", report);
+}
+
+/// Whether the bundle is refused before the lock is taken: taking it makes directories on a machine
+/// that has none yet, and a refusal must not touch anything. Where the directories are, the plan
+/// under the lock decides.
+bool IsRefusedUntouched(const InstallOptions& options, const ExpectedBundle& bundle,
+                        Report& report) {
+  if (bundle.errors.empty() && InstallLock::IsThere()) {
+    return false;
+  }
+  const InstallPlan plan = MakePlan(options, bundle);
+  const bool isRefused = plan.outcome == InstallPlan::Outcome::Refuse;
+  if (isRefused) {
+    Refuse(plan, report);
+  }
+  return isRefused;
+}
+
+void InstallLocked(const InstallOptions& options, const ExpectedBundle& bundle,
+                   const InstallLock& lock, const std::string& step, Report& report) {
+  const InstallPlan plan = MakePlan(options, bundle);
+  switch (plan.outcome) {
+    case InstallPlan::Outcome::Refuse:
+      return Refuse(plan, report);
+    case InstallPlan::Outcome::UpToDate:
+      return LeaveAlone(plan, bundle, report);
+    case InstallPlan::Outcome::Install:
+      return RunAndVerify(options, bundle, step, lock, plan.installation, report);
+  }
 }
 
 }  // namespace
@@ -67,13 +92,11 @@ Report Install(const InstallOptions& options) {
   Report report("install");
   umask(022);
   const ExpectedBundle bundle = ReadBundle(options);
-  if (!bundle.errors.empty()) {  // before the lock, which makes directories
-    report.findings = bundle.errors;
-    Conclude("refused", kHasFindings, "nothing is installed", report);
+  if (IsRefusedUntouched(options, bundle, report)) {
     return report;
   }
   const std::string step = StepOf(bundle.files);
   const InstallLock lock(options.wait);
-  Follow(MakePlan(options, bundle), options, bundle, step, lock, report);
+  InstallLocked(options, bundle, lock, step, report);
   return report;
 }

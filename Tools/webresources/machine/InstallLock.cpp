@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "Error.h"
+#include "Files.h"
 #include "Installation.h"
 #include "Names.h"
 #include "OSUtils.h"
@@ -15,6 +16,10 @@
 namespace {
 
 constexpr std::chrono::milliseconds kPoll{20};
+
+std::string LockPath() {
+  return BesideInstallRoot("", ".WebResources.lock");
+}
 
 Descriptor Open(const std::string& path) {
   const std::string directory = names::Parent(path);
@@ -58,5 +63,8 @@ Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
 
 }  // namespace
 
-InstallLock::InstallLock(std::chrono::seconds wait)
-    : file_(Lock(BesideInstallRoot("", ".WebResources.lock"), wait)) {}
+InstallLock::InstallLock(std::chrono::seconds wait) : file_(Lock(LockPath(), wait)) {}
+
+bool InstallLock::IsThere() {
+  return Exists(LockPath());
+}

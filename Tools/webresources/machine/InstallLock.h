@@ -17,6 +17,9 @@ class InstallLock {
   /// the install root if it is missing. Throws Error if the lock cannot be had.
   explicit InstallLock(std::chrono::seconds wait);
 
+  /// Whether the lock's file is there: an `install` has been run here before.
+  static bool IsThere();
+
   /// The descriptor that holds the lock.
   int descriptor() const { return *file_; }
 

@@ -1,0 +1,157 @@
+// The one comparison of trees, and what it is made of.
+
+#include <gtest/gtest.h>
+
+#include "AtomicFile.h"
+#include "Error.h"
+#include "Names.h"
+#include "Suggestion.h"
+#include "Support.h"
+#include "TreeChanges.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+FileItem File(const std::string& path, const std::string& content) {
+  FileItem item;
+  item.path = path;
+  item.type = FileItem::Type::File;
+  item.size = content.length();
+  Sha256 hash;
+  hash.Update(content.data(), content.length());
+  item.sha256 = hash.Finish();
+  return item;
+}
+
+FileItem Directory(const std::string& path) {
+  FileItem item;
+  item.path = path;
+  return item;
+}
+
+std::string Text(const Differences& differences) {
+  std::string text;
+  for (const Difference& difference : differences) {
+    text += std::to_string(static_cast<int>(difference.kind)) + difference.path + " ";
+  }
+  return text;
+}
+
+TEST(Trees, EqualTreesHaveNoDifferences) {
+  const FileTree tree = {Directory("."), File("a", "x"), Directory("b")};
+  EXPECT_EQ(Text(Compare(tree, tree)), "");
+}
+
+TEST(Trees, SameSizeWithOtherContentIsADifference) {
+  EXPECT_EQ(Text(Compare({File("a", "x")}, {File("a", "y")})), "3a ");
+}
+
+TEST(Trees, SameChecksumDoesNotHideOtherContent) {
+  FileItem expected = File("a", "x");
+  FileItem actual = File("a", "y");
+  expected.crc32 = actual.crc32 = 1;
+  EXPECT_EQ(Text(Compare({expected}, {actual})), "3a ");
+}
+
+TEST(Trees, AttributesAreComparedWhereBothAreKnown) {
+  FileItem expected = File("a", "x");
+  FileItem actual = expected;
+  actual.mode = 0600;
+  actual.owner = 1;
+  EXPECT_EQ(Text(Compare({expected}, {actual})), "");
+  expected.mode = 0644;
+  expected.owner = 0;
+  EXPECT_EQ(Text(Compare({expected}, {actual})), "4a 5a ");
+  EXPECT_EQ(Text(OfContent(Compare({expected}, {actual}))), "");
+}
+
+TEST(Trees, DirectoryIncludesItsContentAtTheTopmostDifference) {
+  // "a-" lies between "a" and "a/b" in the order of bytes.
+  const FileTree expected = {Directory("."), Directory("a"), File("a-", "x"), File("a/b", "x")};
+  const FileTree actual = {Directory(".")};
+  EXPECT_EQ(Text(Compare(expected, actual)), "0a 0a- 0a/b ");
+  EXPECT_EQ(Text(Topmost(Compare(expected, actual))), "0a 0a- ");
+  EXPECT_EQ(Text(Topmost(Compare(expected, {Directory("."), File("a", "")}))), "2a 0a- ");
+}
+
+TEST(Trees, ChangesAreCountedByFiles) {
+  const TreeChanges changes = ChangesBetween(
+      {Directory("."), File("changed", "1"), File("gone", ""), File("same", "x")},
+      {Directory("."), File("changed", "2"), Directory("d"), File("d/new", ""), File("same", "x")});
+  EXPECT_EQ(changes.added, 1U);
+  EXPECT_EQ(changes.changed, 1U);
+  EXPECT_EQ(changes.removed, 1U);
+  EXPECT_EQ(changes.unchanged, 1U);
+}
+
+TEST(Trees, DiskIsReadWithoutFollowingOrOpeningAnythingElse) {
+  ScopedDirectory directory;
+  WriteFile(directory / "file", "abc");
+  fs::create_directory(std::string(directory / "d"));
+  fs::create_symlink("file", std::string(directory / "link"));
+  ASSERT_EQ(mkfifo(std::string(directory / "fifo").c_str(), 0644), 0);
+  std::string found;
+  for (const FileItem& item : ReadTree(directory / "")) {
+    found += item.path + std::to_string(static_cast<int>(item.type)) + " ";
+  }
+  EXPECT_EQ(found, ".0 d0 fifo2 file1 link2 ");
+  EXPECT_EQ(Sha256::ToText(*ReadTree(directory / "")[3].sha256),
+            "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+TEST(Digest, TextIsReadBack) {
+  const Sha256::Digest digest = Sha256().Finish();
+  EXPECT_EQ(Sha256::FromText(Sha256::ToText(digest)), digest);
+  for (const char* text : {"", "00", "zz"}) {
+    EXPECT_THROW(Sha256::FromText(text), std::invalid_argument) << text;
+  }
+}
+
+TEST(Digest, LinkAndFifoAreNotRead) {
+  ScopedDirectory directory;
+  WriteFile(directory / "file", "abc");
+  fs::create_symlink("file", std::string(directory / "link"));
+  ASSERT_EQ(mkfifo(std::string(directory / "fifo").c_str(), 0644), 0);
+  for (const char* name : {"link", "fifo", "missing"}) {
+    EXPECT_THROW(Sha256::OfFile(directory / name), Error) << name;
+  }
+}
+
+TEST(Names, HexadecimalIsReadBack) {
+  EXPECT_EQ(names::FromHexadecimal(names::Hexadecimal("\xE4\x01z")), "\xE4\x01z");
+  for (const char* text : {"0", "0g", "G0", "000"}) {
+    EXPECT_EQ(names::FromHexadecimal(text), "") << text;
+  }
+}
+
+TEST(Names, JsonEscapesWhatATerminalMustNotGet) {
+  EXPECT_EQ(names::JsonPrintable("{\n\"\x7f\xC2\x9B\xE2\x80\xAE\xF3\xA0\x80\x81\xC3\xA4\"}"),
+            "{\n\"\\u007f\\u009b\\u202e\\udb40\\udc01\xC3\xA4\"}");
+}
+
+TEST(Names, SuggestionIsTheNearestWordWithinTwoChanges) {
+  const std::vector<std::string> words = {"install", "installcheck", "plan", "status"};
+  EXPECT_EQ(Suggestion("instal", words), "install");
+  EXPECT_EQ(Suggestion("isntall", words), "install");
+  EXPECT_EQ(Suggestion("plann", words), "plan");
+  EXPECT_EQ(Suggestion("stat", words), "status");
+  for (const char* typed : {"", "x", "pl", "remove", "installchecker!!"}) {
+    EXPECT_EQ(Suggestion(typed, words), "") << typed;
+  }
+}
+
+TEST(AtomicFile, CommittedFileIsInPlaceAndNothingElse) {
+  ScopedDirectory directory;
+  const std::string path = directory / "file";
+  WriteFile(path, "old");
+  {
+    AtomicFile file(path);
+    WriteFile(file.temporary(), "new");
+    file.CommitDurably();
+  }
+  EXPECT_EQ(ReadFile(path), "new");
+  EXPECT_EQ(std::distance(fs::directory_iterator(std::string(directory / "")), {}), 1);
+}
+
+}  // namespace
