@@ -10,9 +10,9 @@
 
 /// What can be said of an installation without a bundle.
 struct SelfCheck {
-  Installation installation;
+  Installation installation;       ///< As it is recorded, whatever the findings say of it.
   std::optional<Receipt> receipt;  ///< None if there is none that is of the recorded update.
-  Findings findings;
+  Findings findings;               ///< Of tree, record, modes and owners, then of the receipt.
 };
 
 /// Compares the installation of the host whose file system lies at `prefix` with its receipt; if

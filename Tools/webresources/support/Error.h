@@ -10,16 +10,20 @@
 /// and why it failed.
 class Error : public std::runtime_error {
  public:
+  /// Makes an error that reads "cannot `operation` `object`: `reason`".
   Error(std::string operation, std::string object, std::string reason)
       : std::runtime_error("cannot " + operation + " " + object + ": " + reason),
         operation_(std::move(operation)),
         object_(std::move(object)),
         reason_(std::move(reason)) {}
 
-  /// With the reason that errno gives.
+  /// An error with the reason that errno gives. Call it before anything else can change errno.
   static Error FromErrno(std::string operation, std::string object) {
     return Error(std::move(operation), std::move(object), std::generic_category().message(errno));
   }
+
+  // The three parts of what(), for documents: what was tried, as an infinitive ("read"); the path
+  // or thing that it was tried on; and why it failed.
 
   const std::string& operation() const { return operation_; }
   const std::string& object() const { return object_; }
