@@ -104,8 +104,14 @@ void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bu
 }
 
 const char* NameOf(Outcome outcome) {
-  static const char* const names[] = {"up-to-date", "refuse", "install"};
-  return names[static_cast<int>(outcome)];
+  switch (outcome) {
+    case Outcome::UpToDate:
+      return "up-to-date";
+    case Outcome::Refuse:
+      return "refuse";
+    default:
+      return "install";
+  }
 }
 
 void ReportPlan(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {

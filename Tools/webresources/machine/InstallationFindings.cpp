@@ -18,9 +18,20 @@ const char kVersionName[] = "full version";
 const char kRandomName[] = "random identifier";
 
 const char* RuleOf(Kind kind) {
-  static const char* const ids[] = {"file-missing", "file-extra",   "file-type",
-                                    "file-differs", "mode-differs", "owner-differs"};
-  return ids[static_cast<int>(kind)];
+  switch (kind) {
+    case Kind::Missing:
+      return "file-missing";
+    case Kind::Extra:
+      return "file-extra";
+    case Kind::Type:
+      return "file-type";
+    case Kind::Content:
+      return "file-differs";
+    case Kind::Mode:
+      return "mode-differs";
+    default:
+      return "owner-differs";
+  }
 }
 
 /// The user who owns the host: whoever owns its topmost directory.
