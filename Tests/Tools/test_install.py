@@ -494,12 +494,13 @@ class Together(Case):
             self.assert_installed()
 
     def slow_step(self):
-        """The step, which waits for a file before it does its work."""
+        """The step, which waits for a file before it does its work, as long as its root is there: if
+        the test is ended, nothing goes on."""
         add_programs(self.machine.root, program("sh"), program("sleep"))
         step = self.machine.bundle / EXECUTABLE
         shutil.move(step, step.with_name("Step"))
         step.write_text(f"#!{program('sh')}\necho >/begun\n"
-                        f"while [ ! -e /go ]; do {program('sleep')} 0.02; done\n"
+                        f"while [ -e /begun ] && [ ! -e /go ]; do {program('sleep')} 0.02; done\n"
                         f"exec /X.app/{EXECUTABLE.replace('WebResourceInstaller', 'Step')}\n")
         step.chmod(0o755)
 
