@@ -83,7 +83,8 @@ class Usage(CommandTestCase):
                 ("campaign", "fuzz", "1", "nosuch"), ("check-code",), ("check-code", "analyze", "x"),
                 ("check-code", "format", "--chek"), ("check-code", "coverage", "x"),
                 ("bench", "--quick", "x"), ("test-elsewhere",),
-                ("test-elsewhere", "releases", "11"), ("test-elsewhere", "processors", "vax")):
+                ("test-elsewhere", "releases", "11"), ("test-elsewhere", "processors", "vax"),
+                ("test-elsewhere", "mac", "x")):
             with self.subTest((command, *arguments)):
                 result = self.run_command(command, *arguments)
                 self.assertEqual((result.returncode, result.stdout), (64, ""), result.stderr)
