@@ -48,13 +48,11 @@ def run(*command, **options):
 
 
 def tests():
-    """The tests by their names; cases of one test program are one test."""
+    """The tests by their names."""
     found = {}
     for test in json.loads(run("ctest", "--show-only=json-v1", cwd=BUILD))["tests"]:
         properties = {each["name"]: each["value"] for each in test["properties"]}
         name, command = test["name"], test["command"]
-        if len(command) > 1 and command[1].startswith("--gtest_filter"):
-            name, command = pathlib.Path(command[0]).name, command[:1]
         if "unittest" in command:
             command.insert(command.index("unittest") + 1, "--failfast")
         if "FIXTURES_SETUP" not in properties and (SANITIZED or not name.startswith(SLOW)):
