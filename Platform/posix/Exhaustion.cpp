@@ -1,9 +1,9 @@
-// Memory that cannot be had ends the installer at once and silently, as faulty metadata does.
+// A failed allocation ends the installer at once and silently, as faulty metadata does.
 //
-// These take the place of the C library's functions in the whole process, for the sake of the
-// libraries in it. libplist does not look at what it is given: it would crash, print, or take a
-// sound record for a damaged one. minizip would take the package for a missing one, and the run
-// would put an empty directory in the place of the installed one.
+// These functions replace those of the C library in the whole process, because of the libraries in
+// it. libplist does not check its allocations: it would crash, print, or treat a sound record as a
+// damaged one. minizip would treat the package as missing, and the run would put an empty directory
+// in the place of the installed one.
 #include <dlfcn.h>
 
 #include <cstddef>
