@@ -344,9 +344,20 @@ class OnceFound(Neighbourhood):
         self.run_installer(lambda: self.stage.run_with("EINTR", "getrandom", "1+"))
         self.assert_record(**OLD)
 
+    def allocations(self):
+        """How many allocations a run makes."""
+        made, too_many = 0, 1 << 16
+        while too_many - made > 1:
+            number = (made + too_many) // 2
+            self.stage.reset()
+            made, too_many = ((number, too_many) if self.stage.run_failing_allocation(number).struck
+                              else (made, number))
+        return made
+
     @unittest.skipIf(SANITIZED, "the sanitizers bring their own allocation functions")
     def test_exhausted_memory_neither_loses_the_record_nor_prints(self):
-        for number in range(1, 400, 7):
+        self.begin()
+        for number in range(1, self.allocations() + 1, 7):
             with self.subTest(number):
                 self.begin()
                 self.run_installer(lambda: self.stage.run_failing_allocation(number),
@@ -358,7 +369,7 @@ class OnceFound(Neighbourhood):
     def test_exhausted_memory_does_not_take_the_package_for_a_missing_one(self):
         self.begin()
         root = self.stage.install_root
-        for number in range(300, 600, 2):
+        for number in range(1, self.allocations() + 1, 3):
             self.stage.reset()
             self.run_installer(lambda: self.stage.run_failing_allocation(number),
                                status=-signal.SIGABRT)
