@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <set>
 #include <utility>
+#include <vector>
 
 #include "MallocPointer.h"
 #include "PropertyListBounds.h"
@@ -71,105 +71,153 @@ std::string TextOf(plist_t node) {
 
 // Nodes -----------------------------------------------------------------------------------------
 
-/// Calls `visit` with each key and value of `dictionary`.
-template <typename Visit>
-void ForEachItem(plist_t dictionary, Visit visit) {
+struct Item {
+  std::string key;  // empty in an array
+  plist_t value;
+};
+
+std::vector<Item> ItemsOf(plist_t dictionary) {
   plist_dict_iter iterator = nullptr;
   plist_dict_new_iter(dictionary, &iterator);
   const Iterator owner(iterator);
+  std::vector<Item> items;
   for (;;) {
     char* key = nullptr;
     plist_t value = nullptr;
     plist_dict_next_item(dictionary, iterator, &key, &value);
     const Text keyOwner(key);
     if (value == nullptr) {
-      return;
+      return items;
     }
-    visit(std::string(key), value);
+    items.push_back({key, value});
   }
 }
 
-template <typename Visit>
-void ForEachElement(plist_t array, Visit visit) {
+std::vector<Item> ElementsOf(plist_t array) {
   plist_array_iter iterator = nullptr;
   plist_array_new_iter(array, &iterator);
   const Iterator owner(iterator);
-  for (plist_t element = nullptr;; element = nullptr) {
+  std::vector<Item> elements;
+  for (;;) {
+    plist_t element = nullptr;
     plist_array_next_item(array, iterator, &element);
     if (element == nullptr) {
-      return;
+      return elements;
     }
-    visit(element);
+    elements.push_back({"", element});
   }
 }
 
-template <typename Print>
-std::string PrintWith(Print print, plist_t node) {
-  char* bytes = nullptr;
-  std::uint32_t size = 0;
-  print(node, &bytes, &size);
-  const Text owner(bytes);
-  return std::string(bytes, size);
-}
-
-plist_t ParseXml(const std::string& bytes) {
-  plist_t node = nullptr;
-  plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &node);
-  return node;
-}
-
-plist_t ParseBinary(const std::string& bytes) {
-  plist_t node = nullptr;
-  plist_from_bin(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &node);
-  return node;
-}
-
-bool IsSameInXml(plist_t node) {
-  const plist_t again = ParseXml(PrintWith(plist_to_xml, node));
-  const bool isSame = plist_compare_node_value(node, again) != 0;
-  plist_free(again);
-  return isSame;
-}
-
-/// Whether the year of `date` is printed in four digits. XML knows no other, though libplist does.
-bool HasXmlYear(plist_t date) {
-  const std::string xml = PrintWith(plist_to_xml, date);
-  return xml.find("</date>") - xml.find("<date>") == std::strlen("<date>YYYY-MM-DDThh:mm:ssZ");
-}
-
-Holder HolderOf(plist_t node);
-
-/// A binary list can have a key twice: one value would be lost in XML, and the other would come
-/// back when the key is removed.
-Holder HolderOfItems(plist_t dictionary) {
-  Holder holder = Holder::kXml;
-  std::set<std::string> keys;
-  ForEachItem(dictionary, [&](const std::string& key, plist_t value) {
-    const bool isNew = keys.insert(key).second;
-    holder = std::max({holder, isNew ? HolderOf(key) : Holder::kNone, HolderOf(value)});
-  });
-  return holder;
-}
-
-Holder HolderOf(plist_t node) {
-  Holder holder = Holder::kXml;
+/// What is in a dictionary or an array; nothing in any other node.
+std::vector<Item> ChildrenOf(plist_t node) {
   switch (plist_get_node_type(node)) {
     case PLIST_DICT:
-      return HolderOfItems(node);
+      return ItemsOf(node);
     case PLIST_ARRAY:
-      ForEachElement(node, [&](plist_t element) { holder = std::max(holder, HolderOf(element)); });
-      return holder;
-    case PLIST_STRING:
-      return HolderOf(TextOf(node));
-    case PLIST_DATE:
-      return HasXmlYear(node) && IsSameInXml(node) ? Holder::kXml : Holder::kBinary;
-    case PLIST_REAL:
-    case PLIST_UID:
-      return IsSameInXml(node) ? Holder::kXml : Holder::kBinary;
+      return ElementsOf(node);
     default:
-      return holder;
+      return {};
   }
 }
+
+bool IsSame(plist_t left, plist_t right) {
+  const plist_type type = plist_get_node_type(left);
+  if (type != PLIST_DICT && type != PLIST_ARRAY) {
+    return plist_compare_node_value(left, right) != 0;
+  }
+  const auto isSameItem = [](const Item& one, const Item& other) {
+    return one.key == other.key && IsSame(one.value, other.value);
+  };
+  const auto items = ChildrenOf(left);
+  const auto others = ChildrenOf(right);
+  return type == plist_get_node_type(right) &&
+         std::equal(items.begin(), items.end(), others.begin(), others.end(), isSameItem);
+}
+
+// Printing --------------------------------------------------------------------------------------
+
+/// libplist counts what it prints in 32 bits, and indents each line by its depth.
+constexpr std::uint64_t kLargestXmlEstimate = 2 * kLargestPropertyList;
+/// libplist compares each value of a binary list with those that have the same hash.
+constexpr std::uint64_t kMostBinaryNodes = 10000;
+
+/// What holds the node without its text and children. IsSame() finds numbers and dates that XML
+/// changes.
+Holder HolderOfType(plist_t node) {
+  switch (plist_get_node_type(node)) {
+    case PLIST_UID:
+      return Holder::kBinary;  // as XML it is a dictionary to other readers
+    case PLIST_BOOLEAN:
+    case PLIST_UINT:
+    case PLIST_REAL:
+    case PLIST_STRING:
+    case PLIST_DATE:
+    case PLIST_DATA:
+    case PLIST_ARRAY:
+    case PLIST_DICT:
+      return Holder::kXml;
+    default:
+      return Holder::kNone;
+  }
+}
+
+std::uint64_t XmlSize(const std::string& text) {
+  constexpr std::size_t kMoreThanItsCharacter = std::strlen("&amp;") - 1;
+  const auto isEntity = [](char character) {
+    return character == '<' || character == '>' || character == '&';
+  };
+  const auto entities = std::count_if(text.begin(), text.end(), isEntity);
+  return text.size() + kMoreThanItsCharacter * static_cast<std::size_t>(entities);
+}
+
+/// What a tree takes to print.
+struct Survey {
+  Holder holder = Holder::kXml;
+  std::uint64_t nodes = 0;
+  std::uint64_t xmlSize = 0;  // about, without data
+
+  void Add(const std::string& text) {
+    holder = std::max(holder, HolderOf(text));
+    xmlSize += XmlSize(text);
+  }
+
+  void Add(plist_t node, std::uint64_t depth) {
+    constexpr std::uint64_t kTag = std::strlen("<true/>\n");
+    ++nodes;
+    xmlSize += depth + kTag;
+    if (plist_get_node_type(node) == PLIST_STRING) {
+      Add(TextOf(node));
+    }
+    holder = std::max(holder, HolderOfType(node));
+    for (const Item& child : ChildrenOf(node)) {
+      Add(child.key);
+      Add(child.value, depth + 1);
+    }
+  }
+};
+
+Survey SurveyOf(plist_t root) {
+  Survey survey;
+  survey.Add(root, 0);
+  return survey;
+}
+
+plist_t ParseAs(PropertyListForm form, const std::string& bytes) {
+  plist_t node = nullptr;
+  (form == PropertyListForm::kXml ? plist_from_xml : plist_from_bin)(
+      bytes.data(), static_cast<std::uint32_t>(bytes.size()), &node);
+  return node;
+}
+
+std::string PrintAs(PropertyListForm form, plist_t node) {
+  char* bytes = nullptr;
+  std::uint32_t size = 0;
+  (form == PropertyListForm::kXml ? plist_to_xml : plist_to_bin)(node, &bytes, &size);
+  const Text owner(bytes);
+  return bytes != nullptr ? std::string(bytes, size) : "";
+}
+
+// Values ----------------------------------------------------------------------------------------
 
 plist_t NewNode(const std::string& text) {
   return plist_new_string(text.c_str());
@@ -182,6 +230,10 @@ plist_t NewNode(int number) {
   // A negative number's bit pattern: where there is no plist_new_int, it is taken as signed.
   return plist_new_uint(static_cast<std::uint64_t>(std::int64_t{number}));
 #endif
+}
+
+plist_t NewNode(const std::variant<std::string, int>& value) {
+  return std::visit([](const auto& content) { return NewNode(content); }, value);
 }
 
 PropertyList::Value IntegerValue(plist_t node) {
@@ -229,14 +281,13 @@ PropertyList::PropertyList() : PropertyList(Node(plist_new_dict())) {}
 PropertyList::PropertyList(Node root) : root_(std::move(root)) {}
 
 std::optional<PropertyList> PropertyList::Parse(const std::string& bytes) {
-  if (!IsWithinBounds(bytes)) {
+  const auto form = FormWithinBounds(bytes);
+  if (!form) {
     return {};
   }
-  const bool isBinary =
-      plist_is_binary(bytes.data(), static_cast<std::uint32_t>(bytes.size())) != 0;
-  PropertyList list(Node(isBinary ? ParseBinary(bytes) : ParseXml(bytes)));
+  PropertyList list(Node(ParseAs(*form, bytes)));
   const plist_t root = list.root_.get();
-  if (plist_get_node_type(root) != PLIST_DICT || HolderOf(root) == Holder::kNone) {
+  if (plist_get_node_type(root) != PLIST_DICT || SurveyOf(root).holder == Holder::kNone) {
     return {};
   }
   return list;
@@ -248,26 +299,55 @@ bool PropertyList::IsText(const std::string& text) {
 
 PropertyList::Contents PropertyList::Values() const {
   Contents contents;
-  ForEachItem(root_.get(), [&](const std::string& key, plist_t value) {
-    contents.emplace(key, ValueOf(value));
-  });
+  for (const Item& item : ItemsOf(root_.get())) {
+    contents.emplace(item.key, ValueOf(item.value));
+  }
   return contents;
 }
 
+/// Makes another dictionary: libplist looks through all items to remove one.
 void PropertyList::Apply(const Changes& changes) {
-  for (const auto& [name, change] : changes) {
-    const char* key = name.c_str();
+  Node changed(plist_new_dict());
+  Changes left = changes;
+  const auto set = [&](const std::string& key, plist_t value) {
+    plist_dict_set_item(changed.get(), key.c_str(), value);
+  };
+  for (const Item& item : ItemsOf(root_.get())) {
+    const auto change = left.find(item.key);
+    if (change == left.end()) {
+      set(item.key, plist_copy(item.value));
+      continue;
+    }
+    if (change->second) {
+      set(item.key, NewNode(*change->second));
+    }
+    left.erase(change);
+  }
+  for (const auto& [key, change] : left) {
     if (change) {
-      std::visit([&](const auto& value) { plist_dict_set_item(root_.get(), key, NewNode(value)); },
-                 *change);
-    } else {
-      plist_dict_remove_item(root_.get(), key);
+      set(key, NewNode(*change));
     }
   }
+  root_ = std::move(changed);
+}
+
+std::optional<std::string> PropertyList::PrintAs(PropertyListForm form) const {
+  std::string bytes = ::PrintAs(form, root_.get());
+  if (FormWithinBounds(bytes) != form) {
+    return {};
+  }
+  const Node again(ParseAs(form, bytes));
+  return IsSame(root_.get(), again.get()) ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
 std::optional<std::string> PropertyList::Print() const {
-  const bool isInXml = HolderOf(root_.get()) == Holder::kXml;
-  std::string bytes = PrintWith(isInXml ? plist_to_xml : plist_to_bin, root_.get());
-  return IsWithinBounds(bytes) ? std::optional(std::move(bytes)) : std::nullopt;
+  const Survey survey = SurveyOf(root_.get());
+  std::optional<std::string> bytes;
+  if (survey.holder == Holder::kXml && survey.xmlSize <= kLargestXmlEstimate) {
+    bytes = PrintAs(PropertyListForm::kXml);
+  }
+  if (!bytes && survey.nodes <= kMostBinaryNodes) {
+    bytes = PrintAs(PropertyListForm::kBinary);
+  }
+  return bytes;
 }

@@ -8,6 +8,8 @@
 #include <string>
 #include <variant>
 
+#include "PropertyListBounds.h"
+
 /// A property list whose root is a dictionary. Values of every type are kept; those of other types
 /// than text and number can only be removed or replaced.
 class PropertyList {
@@ -19,13 +21,13 @@ class PropertyList {
   using Changes = std::map<std::string, std::optional<std::variant<std::string, int>>>;
 
   /// The largest list, in bytes, that is read or printed.
-  static constexpr std::size_t kLargest = std::size_t{16} << 20;
+  static constexpr std::size_t kLargest = kLargestPropertyList;
 
   /// An empty dictionary.
   PropertyList();
 
-  /// The list that `bytes` are, XML or binary; nothing when they are none, have another root, or
-  /// are made to exhaust the stack or the memory.
+  /// Returns the list in `bytes`, XML or binary. Returns nothing if they are no list, have another
+  /// root, hold a value that would not be read exactly, or exceed the bounds of FormWithinBounds().
   static std::optional<PropertyList> Parse(const std::string& bytes);
 
   /// Whether a list can hold `text` as a value or a key: any UTF-8 without a zero byte.
@@ -35,12 +37,14 @@ class PropertyList {
   /// boolean, are of other type.
   Contents Values() const;
 
-  /// Texts and keys that are no IsText() are not allowed.
+  /// A key that gets a new value keeps its place; new keys follow the others.
+  ///
+  /// Requires: every text and key satisfies IsText().
   void Apply(const Changes& changes);
 
-  /// The list as XML or, when XML cannot hold one of the values exactly (a control character, a
-  /// date's fraction of a second, a UID), as a binary list. Nothing when that is too large to be
-  /// read again.
+  /// The list as XML. The list as a binary list when XML would be too large or cannot hold one of
+  /// the values exactly (a control character, a date's fraction of a second, a UID). Nothing when
+  /// that is too large as well. What is returned was read again and has the same values.
   std::optional<std::string> Print() const;
 
  private:
@@ -50,6 +54,9 @@ class PropertyList {
   using Node = std::unique_ptr<void, FreeNode>;
 
   explicit PropertyList(Node root);
+
+  /// The list in that form; nothing when it would not be the same when read again.
+  std::optional<std::string> PrintAs(PropertyListForm form) const;
 
   Node root_;
 };

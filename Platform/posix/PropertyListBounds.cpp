@@ -1,32 +1,253 @@
 #include "PropertyListBounds.h"
 
-#include <plist/plist.h>
-
-#include <cstddef>
+#include <algorithm>
+#include <cerrno>
 #include <cstdint>
-
-#include "PropertyList.h"
+#include <cstdlib>
+#include <iterator>
+#include <set>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
 
 namespace {
 
-// One bound for both forms: what is read in one may be written in the other.
-constexpr int kMostContainers = 5000;
-constexpr std::size_t kObjectCost = 32;
+using std::string_view;
+
+// Costs -----------------------------------------------------------------------------------------
+
+constexpr std::uint64_t kMostContainers = 5000;
+constexpr std::uint64_t kObjectCost = 32;
+constexpr std::uint64_t kMostComparisons = 2'000'000;
+constexpr std::uint64_t kMostBytesMoved = std::uint64_t{2} << 30;
+/// Spent on a key whose hash and whose repetition are not known before libplist decodes it.
+constexpr std::uint64_t kEncodedKeyCost = 2'000;
+/// libplist compares each object of a binary list with all that contain it.
+constexpr std::uint64_t kMostDepths = 50'000'000;
+
+/// What may be spent on a list, the same for both forms: what is read in one may be written in the
+/// other.
+class Budget {
+ public:
+  explicit Budget(std::uint64_t left) : left_(left) {}
+
+  bool Spend(std::uint64_t cost) {
+    const bool isLeft = cost <= left_;
+    left_ -= isLeft ? cost : 0;
+    return isLeft;
+  }
+
+ private:
+  std::uint64_t left_;
+};
+
+/// The keys of one dictionary. libplist compares a key with all those before it that have the same
+/// 12 bits in a hash of 33 times the hash so far plus the next character.
+class Keys {
+ public:
+  bool Insert(string_view key, Budget& comparisons) {
+    std::uint32_t hash = 5381;
+    for (const char character : key) {
+      hash = hash * 33 + static_cast<std::uint32_t>(character);
+    }
+    return keys_.insert(key).second && comparisons.Spend(countByHash_[hash % 4096]++);
+  }
+
+ private:
+  std::set<string_view> keys_;
+  std::unordered_map<std::uint32_t, std::uint32_t> countByHash_;
+};
+
+// Scalars in XML --------------------------------------------------------------------------------
+
+constexpr string_view kSpace = " \t\r\n";
+constexpr string_view kDigits = "0123456789";
+constexpr string_view kHexDigits = "0123456789abcdefABCDEF";
+constexpr string_view kBase64 = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+bool StartsWith(string_view text, string_view start) {
+  return text.substr(0, start.size()) == start;
+}
+
+/// One character at least, and none but `characters`.
+bool IsOf(string_view characters, string_view text) {
+  return !text.empty() && text.find_first_not_of(characters) == string_view::npos;
+}
+
+std::string Trimmed(string_view text) {
+  const auto begin = std::min(text.find_first_not_of(kSpace), text.size());
+  return std::string(text.substr(begin, text.find_last_not_of(kSpace) + 1 - begin));
+}
+
+std::string WithoutSpace(string_view text) {
+  const auto isSpace = [](char character) { return kSpace.find(character) != string_view::npos; };
+  std::string kept;
+  std::remove_copy_if(text.begin(), text.end(), std::back_inserter(kept), isSpace);
+  return kept;
+}
+
+/// Decimal with a sign, or hexadecimal. Decimal digits after a zero are refused: libplist would
+/// read an octal number.
+bool IsInteger(const std::string& text) {
+  const bool isNegative = text[0] == '-';
+  const bool isHex = StartsWith(text, "0x") || StartsWith(text, "0X");
+  const auto digits = text.substr(isHex ? 2 : isNegative || text[0] == '+' ? 1 : 0);
+  errno = 0;
+  const auto magnitude = std::strtoull(digits.c_str(), nullptr, isHex ? 16 : 10);
+  return IsOf(isHex ? kHexDigits : kDigits, digits) && errno == 0 &&
+         (isHex || digits == "0" || digits[0] != '0') &&
+         (!isNegative || magnitude <= std::uint64_t{1} << 63);
+}
+
+/// Decimal, an infinity or no number: strtod() would take hexadecimal digits as well.
+bool IsReal(const std::string& text) {
+  char* end = nullptr;
+  std::strtod(text.c_str(), &end);
+  return IsOf("+-.0123456789eEinftyaINFTYA", text) && *end == '\0';
+}
+
+bool IsDate(string_view text) {
+  constexpr string_view kShape = "0000-00-00T00:00:00Z";
+  const auto fits = [](char shape, char character) {
+    return shape == '0' ? kDigits.find(character) != string_view::npos : shape == character;
+  };
+  return std::equal(kShape.begin(), kShape.end(), text.begin(), text.end(), fits);
+}
+
+bool IsBase64(const std::string& text) {
+  const std::size_t digits = text.find_last_not_of('=') + 1;
+  return text.empty() || (text.size() % 4 == 0 && text.size() - digits <= 2 &&
+                          IsOf(kBase64, text.substr(0, digits)));
+}
+
+/// The name between "&" and ";". libplist would take any name that begins with one of these.
+bool IsEntity(string_view name) {
+  if (StartsWith(name, "#")) {
+    const bool isHex = StartsWith(name, "#x");
+    return IsOf(isHex ? kHexDigits : kDigits, name.substr(isHex ? 2 : 1));
+  }
+  return name == "amp" || name == "lt" || name == "gt" || name == "quot" || name == "apos";
+}
 
 // XML -------------------------------------------------------------------------------------------
 
-int Count(const std::string& bytes, const char* what) {
-  int count = 0;
-  for (auto at = bytes.find(what); at != std::string::npos; at = bytes.find(what, at + 1)) {
-    ++count;
-  }
-  return count;
-}
+/// Reads XML tag by tag.
+class XmlScan {
+ public:
+  explicit XmlScan(string_view bytes) : bytes_(bytes) {}
 
-/// Each level of nesting needs a tag of its own, so a list has no more levels than tags.
-bool IsXmlWithinBounds(const std::string& bytes) {
-  return Count(bytes, "<array") + Count(bytes, "<dict") <= kMostContainers;
-}
+  bool EndsWithinBounds() {
+    bool isWithin = bytes_.find('\0') == string_view::npos;
+    while (isWithin && (at_ = bytes_.find('<', at_)) != string_view::npos) {
+      isWithin = PassMarkup();
+    }
+    return isWithin;
+  }
+
+ private:
+  bool IsAt(string_view text) const { return StartsWith(bytes_.substr(at_), text); }
+
+  bool PassMarkup() {
+    string_view passed;
+    if (IsAt("<!--")) {
+      return PassTo("-->", passed);
+    }
+    if (IsAt("<!")) {
+      return IsAt("<!DOCTYPE") && PassTo(">", passed) && passed.find('[') == string_view::npos;
+    }
+    return IsAt("<?") ? PassTo("?>", passed) : PassTag();
+  }
+
+  /// Passes everything up to `end`. No "<" and only whole quotations may be in it, so that libplist
+  /// passes neither less nor more.
+  bool PassTo(string_view end, string_view& passed) {
+    const std::size_t begin = at_ + 1;
+    const std::size_t stop = bytes_.find(end, begin + (end == "-->" ? 3 : 0));
+    if (stop == string_view::npos) {
+      return false;
+    }
+    passed = bytes_.substr(begin, stop - begin);
+    at_ = stop + end.size();
+    return passed.find('<') == string_view::npos &&
+           std::count(passed.begin(), passed.end(), '"') % 2 == 0;
+  }
+
+  /// Only the outermost tag may have attributes. A tag with an unknown name ends libplist's
+  /// reading.
+  bool PassTag() {
+    string_view tag;
+    if (!PassTo(">", tag)) {
+      return false;
+    }
+    const bool isEnd = StartsWith(tag, "/");
+    tag.remove_prefix(isEnd ? 1 : 0);
+    const bool isEmpty = !isEnd && !tag.empty() && tag.back() == '/';
+    tag.remove_suffix(isEmpty ? 1 : 0);
+    const auto name = tag.substr(0, tag.find_first_of(kSpace));
+    if (name == "plist") {
+      return true;
+    }
+    return WithoutSpace(tag) == name && (isEnd ? PassEnd(name) : PassStart(name, isEmpty));
+  }
+
+  bool PassEnd(string_view name) {
+    if (name != "dict") {
+      return name.find('/') == string_view::npos;
+    }
+    const bool isOpen = !keys_.empty();
+    keys_.resize(keys_.size() - (isOpen ? 1 : 0));
+    return isOpen;
+  }
+
+  bool PassStart(string_view name, bool isEmpty) {
+    if (name == "dict" || name == "array") {
+      keys_.resize(keys_.size() + (name == "dict" && !isEmpty ? 1 : 0));
+      return memory_.Spend(kObjectCost) && containers_.Spend(1);
+    }
+    const auto begin = at_;
+    at_ = isEmpty ? begin : std::min(bytes_.find('<', begin), bytes_.size());
+    return memory_.Spend(kObjectCost) && (isEmpty || IsAt("</")) &&
+           IsContent(name, bytes_.substr(begin, at_ - begin));
+  }
+
+  bool IsContent(string_view name, string_view content) {
+    if (name == "integer") {
+      return IsInteger(Trimmed(content));
+    }
+    if (name == "real") {
+      return IsReal(Trimmed(content));
+    }
+    if (name == "data") {
+      return IsBase64(WithoutSpace(content));
+    }
+    return name == "date" ? IsDate(content) : IsText(content) && (name != "key" || IsKey(content));
+  }
+
+  /// libplist keeps a carriage return, which is a part of a line's end in XML.
+  bool IsText(string_view text) {
+    for (auto at = text.find('&'); at != string_view::npos; at = text.find('&', at + 1)) {
+      const auto end = std::min(text.find(';', at), text.size());
+      if (!IsEntity(text.substr(at + 1, end - at - 1)) || !bytesMoved_.Spend(text.size() - at)) {
+        return false;
+      }
+    }
+    return text.find('\r') == string_view::npos;
+  }
+
+  bool IsKey(string_view key) {
+    const bool isEncoded = key.find('&') != string_view::npos;
+    return !keys_.empty() && keys_.back().Insert(key, comparisons_) &&
+           comparisons_.Spend(isEncoded ? kEncodedKeyCost : 0);
+  }
+
+  const string_view bytes_;
+  std::size_t at_ = 0;
+  std::vector<Keys> keys_;  // of the dictionaries that have not ended
+  Budget memory_{kLargestPropertyList};
+  Budget containers_{kMostContainers};
+  Budget comparisons_{kMostComparisons};
+  Budget bytesMoved_{kMostBytesMoved};
+};
 
 // Binary ----------------------------------------------------------------------------------------
 
@@ -95,20 +316,16 @@ class BinaryWalk {
     return {object.type, Number(at + 2, length), at + 2 + length};
   }
 
-  bool Spend(std::uint64_t size) {
-    if (size > budget_) {
-      return false;
-    }
-    budget_ -= size;
-    return true;
+  /// The place of an object; the end of the list when there is none.
+  std::size_t OffsetOf(std::uint64_t index) const {
+    const std::uint64_t offset =
+        index < objects_ ? Number(table_ + index * offsetSize_, offsetSize_) : UINT64_MAX;
+    return std::min<std::uint64_t>(offset, bytes_.size());
   }
 
   bool Walk(std::uint64_t index) {
-    if (index >= objects_ || !Spend(kObjectCost)) {
-      return false;
-    }
-    const std::uint64_t offset = Number(table_ + index * offsetSize_, offsetSize_);
-    if (offset >= bytes_.size()) {
+    const std::size_t offset = OffsetOf(index);
+    if (offset == bytes_.size() || !memory_.Spend(kObjectCost) || !depths_.Spend(depth_)) {
       return false;
     }
     const Object object = ObjectAt(offset);
@@ -117,7 +334,8 @@ class BinaryWalk {
       case kSet:
         return WalkAll(object.content, object.size);
       case kDictionary:
-        return object.size <= bytes_.size() && WalkAll(object.content, 2 * object.size);
+        return object.size <= bytes_.size() && WalkAll(object.content, 2 * object.size) &&
+               AreKeys(object.content, object.size);
       case kInteger:
         return IsUpperHalfZero(object);
       case kText:
@@ -125,16 +343,37 @@ class BinaryWalk {
       case kWideText:
         return WalkText(object.content, object.size, 2);
       default:
-        return Spend(object.size);
+        return memory_.Spend(object.size);
     }
   }
 
+  std::uint64_t Reference(std::size_t references, std::uint64_t number) const {
+    return Number(references + number * referenceSize_, referenceSize_);
+  }
+
   bool WalkAll(std::size_t references, std::uint64_t count) {
-    if (++containers_ > kMostContainers) {
+    if (!containers_.Spend(1)) {
       return false;
     }
+    ++depth_;
     for (std::uint64_t i = 0; i < count; ++i) {
-      if (!Walk(Number(references + i * referenceSize_, referenceSize_))) {
+      if (!Walk(Reference(references, i))) {
+        return false;
+      }
+    }
+    --depth_;
+    return true;
+  }
+
+  /// Requires objects that were walked over.
+  bool AreKeys(std::size_t references, std::uint64_t count) {
+    Keys keys;
+    for (std::uint64_t i = 0; i < count; ++i) {
+      const Object key = ObjectAt(OffsetOf(Reference(references, i)));
+      const std::uint64_t width = key.type == kWideText ? 2 : 1;
+      if ((key.type != kText && key.type != kWideText) ||
+          !keys.Insert(string_view(bytes_).substr(key.content, key.size * width), comparisons_) ||
+          !comparisons_.Spend(width == 2 ? kEncodedKeyCost : 0)) {
         return false;
       }
     }
@@ -148,7 +387,7 @@ class BinaryWalk {
 
   /// Any text may be a key, and libplist ends the process when asked for one with a zero in it.
   bool WalkText(std::size_t characters, std::uint64_t count, std::uint64_t size) {
-    if (!Spend(count)) {
+    if (!memory_.Spend(count)) {
       return false;
     }
     for (std::uint64_t i = 0; i < count; ++i) {
@@ -164,17 +403,22 @@ class BinaryWalk {
   std::uint64_t referenceSize_ = 0;
   std::uint64_t objects_ = 0;
   std::uint64_t table_ = 0;
-  int containers_ = 0;
-  std::uint64_t budget_ = PropertyList::kLargest;
+  std::uint64_t depth_ = 0;
+  Budget memory_{kLargestPropertyList};
+  Budget containers_{kMostContainers};
+  Budget comparisons_{kMostComparisons};
+  Budget depths_{kMostDepths};
 };
 
 }  // namespace
 
-bool IsWithinBounds(const std::string& bytes) {
-  if (bytes.size() > PropertyList::kLargest) {
-    return false;
+std::optional<PropertyListForm> FormWithinBounds(const std::string& bytes) {
+  if (bytes.size() > kLargestPropertyList) {
+    return {};
   }
-  const bool isBinary =
-      plist_is_binary(bytes.data(), static_cast<std::uint32_t>(bytes.size())) != 0;
-  return isBinary ? BinaryWalk(bytes).EndsWithinBounds() : IsXmlWithinBounds(bytes);
+  if (StartsWith(bytes, "bplist")) {
+    return BinaryWalk(bytes).EndsWithinBounds() ? std::optional(PropertyListForm::kBinary)
+                                                : std::nullopt;
+  }
+  return XmlScan(bytes).EndsWithinBounds() ? std::optional(PropertyListForm::kXml) : std::nullopt;
 }

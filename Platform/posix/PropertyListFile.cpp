@@ -75,11 +75,11 @@ enum class State { kWhole, kAbsent, kCorrupt, kUnreadable };
 
 struct Loaded {
   State state;
-  PropertyList list;  // empty but of a whole file
+  PropertyList list;  // empty, except that of a whole file
 };
 
-/// Reads the file called `name` in `directory`, unless it is anything but a regular file. Not
-/// blocking: to open a FIFO could wait for ever.
+/// Reads the file called `name` in `directory` if it is a regular file. Does not wait for the other
+/// end of a FIFO.
 Loaded Load(int directory, const std::string& name) {
   const Descriptor file(
       openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
@@ -175,6 +175,12 @@ bool Replace(int directory, const std::string& name, const std::string& bytes) {
   return Synchronize(directory);
 }
 
+/// `list` with `changes`, as bytes; nothing when they would be too many.
+std::optional<std::string> Changed(PropertyList list, const PropertyList::Changes& changes) {
+  list.Apply(changes);
+  return list.Print();
+}
+
 }  // namespace
 
 PropertyListFile::PropertyListFile(const std::string& path, std::chrono::milliseconds lockWait)
@@ -201,11 +207,17 @@ bool PropertyListFile::Apply(const PropertyList::Changes& changes) const {
     RemoveLeftovers(*directory, name_);
   }
   Loaded loaded = Load(*directory, name_);
-  if (loaded.state == State::kUnreadable ||
-      (loaded.state == State::kCorrupt && !MoveAside(*directory, name_))) {
+  if (loaded.state == State::kUnreadable) {
     return false;
   }
-  loaded.list.Apply(changes);
-  const auto bytes = loaded.list.Print();
-  return bytes && Replace(*directory, name_, *bytes);
+  if (loaded.state == State::kWhole) {
+    if (const auto bytes = Changed(std::move(loaded.list), changes)) {
+      return Replace(*directory, name_, *bytes);
+    }
+  }
+  // What cannot be read, or cannot be written with the changes, is kept under another name: as long
+  // as it stayed, no change could ever be written.
+  const auto bytes = Changed({}, changes);
+  return bytes && (loaded.state == State::kAbsent || MoveAside(*directory, name_)) &&
+         Replace(*directory, name_, *bytes);
 }

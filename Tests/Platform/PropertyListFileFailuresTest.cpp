@@ -102,7 +102,7 @@ TEST_F(PropertyListFileFailuresTest, FileThatCannotBeReadReadsAsEmptyAndFailsAFl
   }
 }
 
-// The directory's: by then the new file stands in its place.
+// The directory's: by then the new file is in its place.
 TEST_F(PropertyListFileFailuresTest, LastSynchronizationFailsTheChangeThatWasMade) {
   EXPECT_FALSE(SetsWith("fsync", EIO, 2, 2));
   EXPECT_TRUE(Has("old"));

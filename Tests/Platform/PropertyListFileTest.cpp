@@ -16,6 +16,7 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
+#include <random>
 #include <set>
 #include <string>
 
@@ -194,6 +195,66 @@ TEST_F(PropertyListFileTest, ListReturnsToXmlWithTheLastValueThatItCannotHold) {
   EXPECT_EQ(0U, BytesOf(path_).find("bplist00"));
   ASSERT_TRUE(PropertyListFile(path_).Apply({{"control", std::nullopt}, {"key", 1}}));
   EXPECT_EQ(0U, BytesOf(path_).find("<?xml"));
+}
+
+// Judged by Python's plistlib -------------------------------------------------------------------
+
+/// Changes that damage a list or give it another meaning: at a place, of bytes into others.
+std::string Damaged(const std::string& list, std::mt19937& random) {
+  static const std::string kParts[] = {
+      "<true/>", "<dict>", "</dict>", "<array/>", "&amp;", "&lt",       "<!--",       "-->",
+      "<key>",   "</key>", "0x",      "-",        "_",     " ",         "=",          "9999999999",
+      "abc",     "\r",     ".",       "<data>",   "\xFF",  "<integer>", "</integer>", "<string/>"};
+  std::string damaged = list;
+  const std::size_t at = random() % damaged.size();
+  switch (random() % 4) {
+    case 0:
+      damaged[at] = static_cast<char>(random());
+      break;
+    case 1:
+      damaged.erase(at, 1 + random() % 8);
+      break;
+    case 2:
+      damaged.insert(at, kParts[random() % std::size(kParts)]);
+      break;
+    default:
+      damaged.insert(at, damaged.substr(random() % damaged.size(), 1 + random() % 20));
+  }
+  return damaged;
+}
+
+// The judge reads no list with control characters or without a well-formed declaration, which are
+// kept here because their values are clear.
+TEST_F(PropertyListFileTest, DamagedListKeepsEveryValueThatPlistlibReadsOrIsNoList) {
+  constexpr int kLists = 3000;
+  std::mt19937 random(20171130);
+  for (const char* form : {"XML", "BINARY"}) {
+    ASSERT_TRUE(Python(std::string(kValues) +
+                       "plistlib.dump(values, open(path, 'wb'), fmt=plistlib.FMT_" + form + ")"));
+    const std::string list = BytesOf(path_);
+    for (int i = 0; i < kLists; ++i) {
+      const std::string damaged = Damaged(list, random);
+      if (auto read = PropertyList::Parse(damaged)) {
+        read->Apply({{"mine", 1}});
+        const std::string name = form + std::to_string(i);
+        std::ofstream(root_ / (name + ".before")) << damaged;
+        std::ofstream(root_ / (name + ".after")) << read->Print().value();
+      }
+    }
+  }
+  EXPECT_TRUE(Python(R"(
+import pathlib
+judged = 0
+for before in pathlib.Path(path).parent.glob('*.before'):
+    try:
+        expected = {**plistlib.loads(before.read_bytes()), 'mine': 1}
+    except Exception:
+        continue
+    found = plistlib.loads(before.with_suffix('.after').read_bytes())
+    assert repr(sorted(found.items())) == repr(sorted(expected.items())), before
+    judged += 1
+assert judged > 500, judged
+)"));
 }
 
 // Other writers ---------------------------------------------------------------------------------
@@ -386,27 +447,50 @@ TEST_F(PropertyListFileTest, HugeFileFailsAndStays) {
   EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
 }
 
-TEST_F(PropertyListFileTest, LargestFileIsWrittenAndReadAndALargerOneIsNot) {
+TEST_F(PropertyListFileTest, LargestXmlFileIsWrittenAndReadAndALargerListIsBinary) {
   constexpr std::size_t kSixteenMiB = 16777216;
   ASSERT_TRUE(PropertyListFile(path_).Apply({{"text", "x"}}));
   const std::string text(kSixteenMiB - fs::file_size(path_) + 1, 'x');
   ASSERT_TRUE(PropertyListFile(path_).Apply({{"text", text}}));
   EXPECT_EQ(kSixteenMiB, fs::file_size(path_));
   EXPECT_TRUE(Has("text"));
-  EXPECT_FALSE(PropertyListFile(path_).Apply({{"text", text + "x"}}));
-  EXPECT_EQ(kSixteenMiB, fs::file_size(path_));
+  EXPECT_TRUE(PropertyListFile(path_).Apply({{"text", text + "x"}}));
+  EXPECT_EQ(0U, BytesOf(path_).find("bplist00"));
+  EXPECT_TRUE(Has("text"));
 }
 
-TEST_F(PropertyListFileTest, ListThatWouldBeTooLargeFailsAndTheFileStays) {
-  std::string list = "<plist version=\"1.0\"><dict><key>k</key>";
-  for (const char* tag : {"<array>", "</array>"}) {
-    for (int level = 0; level < 4999; ++level) {
-      list += tag;
-    }
+/// A list whose values are as many as there may be, and nest too deep to be printed again.
+std::string LargestList() {
+  std::string list = "<dict><key>k</key>";
+  for (int level = 0; level < 4991; ++level) {
+    list += "<array>";
   }
-  Write(list + "</dict></plist>");
-  EXPECT_FALSE(Set("key", 1));
-  EXPECT_EQ(list + "</dict></plist>", BytesOf(path_));
+  for (int value = 0; value < 129000; ++value) {
+    list += "<true/>";
+  }
+  for (int level = 0; level < 4991; ++level) {
+    list += "</array>";
+  }
+  return list + "</dict>";
+}
+
+// If it stayed, no run could ever record again, and each would leave one more directory.
+TEST_F(PropertyListFileTest, ListThatHasNoRoomForTheChangesIsRenamedAside) {
+  const std::string list = LargestList();
+  Write(list);
+  EXPECT_TRUE(Has("k"));
+  EXPECT_TRUE(Set("key", 1));
+  EXPECT_TRUE(Set("other", 1));
+  EXPECT_EQ(2U, Read().size());
+  EXPECT_EQ(list, BytesOf(path_ + ".corrupt"));
+  EXPECT_EQ((Names{"x.plist", "x.plist.corrupt"}), NamesIn(root_));
+}
+
+TEST_F(PropertyListFileTest, ChangesThatFitNoListFailAndTheFileStays) {
+  ASSERT_TRUE(Set("key", 1));
+  const std::string before = BytesOf(path_);
+  EXPECT_FALSE(PropertyListFile(path_).Apply({{"text", std::string(PropertyList::kLargest, 'x')}}));
+  EXPECT_EQ(before, BytesOf(path_));
   EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
 }
 

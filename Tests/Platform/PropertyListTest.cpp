@@ -3,9 +3,16 @@
 #include <climits>
 #include <cstdint>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "PropertyList.h"
+
+/// In the place of libplist's, which walks through all items to remove one: nothing may call it.
+extern "C" void plist_dict_remove_item(void* node, const char* key);
+extern "C" void plist_dict_remove_item(void* /*node*/, const char* key) {
+  ADD_FAILURE() << "removes one item: " << key;
+}
 
 namespace {
 
@@ -342,10 +349,24 @@ TEST(PropertyListTest, DeepestListsArePrintedAgain) {
   }
 }
 
-TEST(PropertyListTest, ListThatWouldBeTooLargeIsNotPrinted) {
+TEST(PropertyListTest, ListThatIsTooLargeAsXmlIsBinary) {
   const auto list = PropertyList::Parse(NestedXml(4999));  // a line of tabs a level
   ASSERT_TRUE(list);
+  EXPECT_EQ(list->Print()->rfind("bplist00", 0), 0U);
+}
+
+/// So many values in arrays that nest 4,991 deep.
+std::string DeepXml(int values) {
+  return Xml("<key>a</key>" + Repeated("<array>", 4991) + Repeated("<true/>", values) +
+             Repeated("</array>", 4991));
+}
+
+// As XML, with a tab a level: 1.3 GB, and more than the 4 GiB that libplist can count.
+TEST(PropertyListTest, ListWhoseDepthTimesItsValuesIsTooLargeIsNotPrinted) {
+  const auto list = PropertyList::Parse(DeepXml(129000));
+  ASSERT_TRUE(list);
   EXPECT_FALSE(list->Print());
+  EXPECT_FALSE(PropertyList::Parse(DeepXml(850000)));
 }
 
 TEST(PropertyListTest, DeepListOfXmlThatOnlyABinaryListCanHoldIsReadAgain) {
@@ -368,11 +389,20 @@ TEST(PropertyListTest, SharedArraysOfABinaryListAreReadAgainFromXml) {
 
 TEST(PropertyListTest, ListThatWouldBeReadNoMoreIsNotPrinted) {
   auto list =
-      PropertyList::Parse(Xml("<key>a</key><array>" + Repeated("<true/>", 600000) + "</array>"));
+      PropertyList::Parse(Xml("<key>a</key><array>" + Repeated("<true/>", 500000) + "</array>"));
   ASSERT_TRUE(list);
   EXPECT_TRUE(list->Print());
   list->Apply({{"control", "\x01"}});  // a binary list may not have as many values
   EXPECT_FALSE(list->Print());
+}
+
+TEST(PropertyListTest, BinaryListOfUpTo10000ValuesIsPrinted) {
+  for (const int others : {9997, 9998}) {  // beside the dictionary, the array and the text
+    auto list =
+        PropertyList::Parse(Xml("<key>a</key><array>" + Repeated("<true/>", others) + "</array>"));
+    list->Apply({{"control", "\x01"}});
+    EXPECT_EQ(others == 9997, list->Print().has_value());
+  }
 }
 
 TEST(PropertyListTest, SharedObjectsThatMultiplyAreNoList) {
@@ -481,6 +511,224 @@ TEST(PropertyListTest, CountOfTwoBytesIsReadWhole) {
 
 TEST(PropertyListTest, LargeListIsNoList) {
   EXPECT_FALSE(PropertyList::Parse(Xml(std::string(PropertyList::kLargest, ' '))));
+}
+
+TEST(PropertyListTest, ChangedKeyKeepsItsPlaceAndNewOnesAreTheLast) {
+  auto list = PropertyList::Parse(Xml("<key>z</key><true/><key>a</key><true/><key>m</key><true/>"));
+  list->Apply({{"a", 1}, {"new", "x"}, {"z", std::nullopt}});
+  const std::string bytes = list->Print().value();
+  EXPECT_EQ(bytes.substr(bytes.find("<dict>")),
+            "<dict>\n\t<key>a</key>\n\t<integer>1</integer>\n\t<key>m</key>\n\t<true/>\n"
+            "\t<key>new</key>\n\t<string>x</string>\n</dict>\n</plist>\n");
+}
+
+// XML that libplist would change ----------------------------------------------------------------
+
+/// How the value is printed again; "" when it makes no list, or no XML.
+std::string Reprinted(const std::string& value) {
+  const auto list = PropertyList::Parse(Xml("<key>k</key>" + value));
+  const std::string bytes = list ? list->Print().value() : "";
+  const std::string before = "<key>k</key>\n\t";
+  const auto begin = bytes.find(before);
+  return begin == std::string::npos
+             ? ""
+             : bytes.substr(begin + before.size(), bytes.find("\n</dict>") - begin - before.size());
+}
+
+bool IsList(const std::string& items) {
+  return PropertyList::Parse(Xml(items)).has_value();
+}
+
+TEST(PropertyListXmlTest, IntegersOf64BitsAreKept) {
+  const std::pair<std::string, std::string> kept[] = {
+      {"0", "0"},
+      {"-0", "0"},
+      {"+5", "5"},
+      {" \n7\t", "7"},
+      {"0x1F", "31"},
+      {"0Xff", "255"},
+      {"0xFFFFFFFFFFFFFFFF", "18446744073709551615"},
+      {"18446744073709551615", "18446744073709551615"},
+      {"-9223372036854775808", "-9223372036854775808"}};
+  for (const auto& [text, printed] : kept) {
+    EXPECT_EQ(Reprinted("<integer>" + text + "</integer>"), "<integer>" + printed + "</integer>");
+  }
+}
+
+TEST(PropertyListXmlTest, IntegerThatWouldNotBeReadExactlyMakesNoList) {
+  EXPECT_FALSE(IsList("<key>k</key><integer/>"));
+  for (const std::string text : {"",
+                                 " ",
+                                 "12abc",
+                                 "1 2",
+                                 "-",
+                                 "+",
+                                 "+-1",
+                                 "--1",
+                                 "0x",
+                                 "0xG",
+                                 "-0x1",
+                                 "1.0",
+                                 "1e3",
+                                 "010",
+                                 "18446744073709551616",
+                                 "-9223372036854775809",
+                                 "0x10000000000000000",
+                                 "1_0",
+                                 "99999999999999999999999",
+                                 "1<!-- -->2"}) {
+    EXPECT_FALSE(IsList("<key>k</key><integer>" + text + "</integer>")) << text;
+  }
+}
+
+TEST(PropertyListXmlTest, RealThatWouldNotBeReadExactlyMakesNoList) {
+  for (const std::string text : {"0.1", " 1.5 ", "-2", "1e300", ".5", "nan", "+infinity", "-INF"}) {
+    EXPECT_TRUE(IsList("<key>k</key><real>" + text + "</real>")) << text;
+  }
+  for (const std::string text :
+       {"", "x", "1.5x", "1,5", "0x1p3", "nan(1)", "1.5 2", "--1", "1_0"}) {
+    EXPECT_FALSE(IsList("<key>k</key><real>" + text + "</real>")) << text;
+  }
+}
+
+TEST(PropertyListXmlTest, DateHasFourDigitsForTheYearAndTwoForTheRest) {
+  EXPECT_EQ(Reprinted("<date>2020-02-29T23:59:59Z</date>"), "<date>2020-02-29T23:59:59Z</date>");
+  for (const std::string date :
+       {"", "2020-01-02", "2020-01-02T03:04:05", "2020-01-02T03:04:05ZZ", "20-01-02T03:04:05Z",
+        "2020-01-02 03:04:05Z", "+020-01-01T00:00:00Z", " 2020-01-02T03:04:05Z"}) {
+    EXPECT_FALSE(IsList("<key>k</key><date>" + date + "</date>")) << date;
+  }
+}
+
+TEST(PropertyListXmlTest, BadBase64MakesNoList) {
+  for (const std::string data : {"", "QQ==", "QUI=", "QUJD", "QUJDRA==", "+/+/", "\n\t QU\n JD "}) {
+    EXPECT_TRUE(IsList("<key>k</key><data>" + data + "</data>")) << data;
+  }
+  for (const std::string data : {"Q", "QQ", "QQ=", "QUJ", "QUJD=", "QUJDQ===", "====", "=QQ=",
+                                 "QQ==QUJD", "QQ=A", "Q-JD", "Q_JD", "!!!!", "QUJ\xC3\xA9"}) {
+    EXPECT_FALSE(IsList("<key>k</key><data>" + data + "</data>")) << data;
+  }
+}
+
+TEST(PropertyListXmlTest, UnknownEntityOrCarriageReturnMakesNoList) {
+  EXPECT_EQ(Reprinted("<string>&lt;&gt;&amp;&apos;&quot;&#65;&#x42;&#xe9;</string>"),
+            "<string>&lt;&gt;&amp;'\"AB\xC3\xA9</string>");
+  for (const std::string text :
+       {"&", "&;", "&amplify;", "&ltx;", "&nbsp;", "&#;", "&#x;", "&#X41;", "&#xG;", "&# 5;",
+        "&#-1;", "&#0;", "&#xD800;", "&amp", "a&", "\r"}) {
+    EXPECT_FALSE(IsList("<key>k</key><string>" + text + "</string>")) << text;
+    EXPECT_FALSE(IsList("<key>" + text + "</key><true/>")) << text;
+  }
+}
+
+TEST(PropertyListXmlTest, KeyThatOccursTwiceMakesNoList) {
+  EXPECT_FALSE(IsList("<key>a</key><true/><key>a</key><false/>"));
+  EXPECT_FALSE(IsList("<key>k</key><dict><key>a</key><true/><key>a</key><true/></dict>"));
+  EXPECT_TRUE(IsList("<key>a</key><dict><key>a</key><true/></dict><key>b</key><dict />"));
+}
+
+// libplist passes over all of a comment, a declaration or a quotation, and reads "</dict/>" as the
+// end of a dictionary. What it does not see must not hide a key that occurs twice.
+TEST(PropertyListXmlTest, NothingHidesATagFromTheBounds) {
+  for (const std::string hidden :
+       {"<!--</dict><dict>-->", "<!--->--></dict><dict><!--->", "<?</dict><dict>?>",
+        "<?\"?></dict><dict><?\"?>", "<!DOCTYPE []></dict><dict>]>",
+        "<!DOCTYPE \">\"></dict><dict>", "<key>k</key><string><![CDATA[</dict><dict>]]></string>",
+        "<key>k</key><string><!-- --></string>", "<key>k</key><dict></dict/>"}) {
+    EXPECT_FALSE(IsList("<key>a</key><true/>" + hidden + "<key>a</key><true/>")) << hidden;
+  }
+  EXPECT_TRUE(IsList("<!-- a \"b\" > --><?c?><key>a</key ><true />"));
+}
+
+// Time in proportion ----------------------------------------------------------------------------
+
+/// Keys that libplist cannot tell apart by their hashes.
+std::string KeysOfEqualHash(int count) {
+  std::string items;
+  for (int i = 0; i < count; ++i) {
+    items += "<key>";
+    for (int bit = 0; bit < 13; ++bit) {
+      items += (i >> bit & 1) != 0 ? "bA" : "ab";  // 33 * 'b' + 'A' == 33 * 'a' + 'b'
+    }
+    items += "</key><true/>";
+  }
+  return items;
+}
+
+TEST(PropertyListTest, KeysOfEqualHashAreBounded) {
+  EXPECT_TRUE(IsList(KeysOfEqualHash(2000)));
+  EXPECT_FALSE(IsList(KeysOfEqualHash(2001)));
+}
+
+TEST(PropertyListTest, KeysWithEntitiesAreBounded) {
+  for (const bool fits : {true, false}) {
+    std::string items;
+    for (int i = 0; i < (fits ? 990 : 1001); ++i) {
+      items += "<key>&amp;" + std::to_string(i) + "</key><true/>";
+    }
+    EXPECT_EQ(fits, IsList(items));
+  }
+}
+
+TEST(PropertyListTest, BytesThatEntitiesMoveAreBounded) {
+  for (const bool fits : {true, false}) {
+    const std::string text = Repeated("&lt;", fits ? 120 : 140) + std::string(16000000, 'x');
+    EXPECT_EQ(fits, IsList("<key>k</key><string>" + text + "</string>"));
+  }
+}
+
+TEST(PropertyListTest, XmlListHasAsManyValuesAsFitItsBoundOfMemory) {
+  constexpr int kMost = PropertyList::kLargest / 32 - 3;  // beside the key and the containers
+  for (const int values : {kMost, kMost + 1}) {
+    EXPECT_EQ(values == kMost,
+              IsList("<key>a</key><array>" + Repeated("<true/>", values) + "</array>"));
+  }
+}
+
+TEST(PropertyListTest, WideKeysOfABinaryListAreBounded) {
+  for (const unsigned keys : {900U, 1001U}) {
+    Binary binary;
+    std::string references;
+    for (unsigned i = 0; i < keys; ++i) {
+      references += Binary::Number(i + 1, 2);
+    }
+    binary.Add("\xDF\x11" + Binary::Number(keys, 2) + references + references);
+    for (unsigned i = 0; i < keys; ++i) {
+      binary.Add("\x61" + Binary::Number(i + 1000, 2));
+    }
+    EXPECT_EQ(keys == 900, PropertyList::Parse(binary.List()).has_value());
+  }
+}
+
+TEST(PropertyListTest, DepthsOfTheValuesOfABinaryListAreBounded) {
+  for (const int values : {10000, 30000}) {  // about 2,500 deep
+    Binary binary;
+    binary.AddDictionary({1, 2});
+    binary.Add("\x51k");
+    for (unsigned i = 3; i < 2500; ++i) {
+      binary.AddArray({i});
+    }
+    binary.Add("\xAF\x11" + Binary::Number(static_cast<unsigned>(values), 2) +
+               Repeated(Binary::Number(2500, 2), values));
+    binary.Add("\x09");
+    EXPECT_EQ(values == 10000, PropertyList::Parse(binary.List()).has_value());
+  }
+}
+
+// Removed one by one, in another order than the file's, 44,000 keys took 12 s.
+TEST(PropertyListTest, KeysInAnyOrderAreRemovedInOnePass) {
+  std::string items;
+  PropertyList::Changes changes;
+  for (int i = 80000; i > 0; --i) {
+    const std::string key = std::to_string(i);
+    items += "<key>" + key + "</key><true/>";
+    changes[key] = std::nullopt;
+  }
+  auto list = PropertyList::Parse(Xml(items));
+  ASSERT_TRUE(list);
+  EXPECT_EQ(80000U, list->Values().size());
+  list->Apply(changes);
+  EXPECT_TRUE(list->Values().empty());
 }
 
 TEST(PropertyListTest, RemovingOfManyKeysRemovesAll) {

@@ -42,7 +42,7 @@ void StoredRecord::Write(const std::string& members) {
 std::string StoredRecord::Read() {
   const std::string bytes = ReadFile(*File());
   plist_t list = nullptr;
-  plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.length()), &list);
+  plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.length()), &list);
   std::map<std::string, std::string> members;
   plist_dict_iter iterator = nullptr;
   plist_dict_new_iter(list, &iterator);
