@@ -26,7 +26,7 @@ from stage import Stage
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EMFILE", "EINTR", "ENOMEM")
 TRANSFERS = {"read", "write", "pread64", "getrandom"}
 # Not made to fail: the end of the process, the waking of nobody, and the suicide of abort().
-INFALLIBLE = {"exit_group", "futex", "gettid", "getpid", "tgkill"}
+INFALLIBLE = {"exit_group", "futex", "gettid", "getpid", "tgkill", "umask"}
 # In number they follow the addresses that the kernel draws.
 OF_THE_HEAP = {"brk", "mmap", "munmap", "mremap", "madvise", "mprotect"}
 # Their failure may end the run: those that ask for memory, and those that read the metadata.
@@ -384,18 +384,18 @@ def stage_of_this_process(stages=[]):
 
 def run_share(task):
     campaign, index, share = task
-    part = CAMPAIGNS[campaign](CAMPAIGNS[campaign].scenarios[index], share)
+    part = campaign(campaign.scenarios[index], share)
     part.run()
     return part.result()
 
 
-def run_campaign(name, pool, sample):
+def run_campaign(name, campaign, pool, sample):
     began = time.monotonic()
-    count = len(CAMPAIGNS[name].scenarios)
+    count = len(campaign.scenarios)
     share = None if sample is None else max(1, sample // count)
     counts, windows, faults = collections.Counter(), collections.Counter(), []
     for part_counts, part_windows, part_faults in pool.imap_unordered(
-            run_share, [(name, index, share) for index in range(count)]):
+            run_share, [(campaign, index, share) for index in range(count)]):
         counts += part_counts
         windows += part_windows
         faults += part_faults
@@ -424,17 +424,19 @@ def enter_namespace():
     subprocess.run(["mount", "-t", "tmpfs", "faults", os.environ["SCRATCH"]], check=True)
 
 
-def main():
+def main(campaigns, description):
+    """Runs the campaigns, or those that the command line names."""
     enter_namespace()
-    parser = argparse.ArgumentParser(description=__doc__)
+    parser = argparse.ArgumentParser(description=description)
     parser.add_argument("--sample", type=int)
     parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
-    parser.add_argument("campaigns", nargs="*", default=list(CAMPAIGNS))
+    parser.add_argument("campaigns", nargs="*", default=list(campaigns))
     arguments = parser.parse_args()
     with multiprocessing.Pool(arguments.jobs) as pool:
-        passed = [run_campaign(name, pool, arguments.sample) for name in arguments.campaigns]
+        passed = [run_campaign(name, campaigns[name], pool, arguments.sample)
+                  for name in arguments.campaigns]
     sys.exit(0 if all(passed) else 1)
 
 
 if __name__ == "__main__":
-    main()
+    main(CAMPAIGNS, __doc__)

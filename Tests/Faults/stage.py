@@ -89,9 +89,9 @@ class Stage:
         fired.unlink(missing_ok=True)
         return result._replace(struck=struck)
 
-    def calls(self):
+    def calls(self, command=(PROGRAM,)):
         """The system calls of an undisturbed run: pairs of a name and its number."""
-        return [(name, number) for name, number, _ in self.calls_and_paths()]
+        return [(name, number) for name, number, _ in self.calls_and_paths(command)]
 
     def calls_and_paths(self, command=(PROGRAM,)):
         """As above, each with the path that an openat() names."""

@@ -40,7 +40,10 @@ std::vector<std::string> ClosedDirectories(const Installation& installation) {
 }
 
 void RepairWhatARunKeeps(const Installation& installation) {
-  if (IsRandomUnusable(installation) && !OSUtils::RemoveRandom()) {
+  // Each value is read for itself: one that could not be read looks like a wrong one. It is looked at
+  // again before it is removed.
+  if (IsRandomUnusable(installation) && IsRandomUnusable(ReadInstallation(installation.prefix)) &&
+      !OSUtils::RemoveRandom()) {
     throw Error("write", "the record of this host", "the random identifier cannot be removed");
   }
   for (const std::string& path : ClosedDirectories(installation)) {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -82,11 +83,16 @@ std::vector<std::string> NamesIn(const std::string& path) {
     throw Error::FromErrno("read", path);
   }
   std::vector<std::string> entries;
+  errno = 0;  // by it alone readdir() tells a failure from the end
   while (const dirent* entry = readdir(stream.get())) {
     const std::string name = entry->d_name;
     if (name != "." && name != "..") {
       entries.push_back(name);
     }
+    errno = 0;
+  }
+  if (errno != 0) {
+    throw Error::FromErrno("read", path);
   }
   std::sort(entries.begin(), entries.end());
   return entries;

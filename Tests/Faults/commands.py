@@ -1,0 +1,221 @@
+"""The fault campaigns on the companion: each run of `webresources install`, `check --prove` and
+`verify` is disturbed at one of its system calls, judged, and followed by an undisturbed run that
+must end as if nothing had happened.
+
+    commands.py [--sample N] [--jobs N] [CAMPAIGN...]
+
+prints a line a campaign; a sample takes about N faults, spread over the campaign.
+"""
+
+import collections
+import fcntl
+import json
+import os
+import shutil
+import signal
+
+import scenarios
+from contract import UPDATE, read_record
+from faults import (ERRORS, INFALLIBLE, OF_THE_HEAP, TRANSFERS, Campaign, Judge, main,
+                    stage_of_this_process)
+from machine import APPLICATION
+from private_root import add_programs, inside, tree
+
+WEBRESOURCES = os.path.realpath(os.environ["WEBRESOURCES"])
+COULD_NOT_TELL = 2
+# Failing, these may keep a command from removing what it made for itself.
+REMOVES = {"close", "fcntl", "getdents64", "newfstatat", "openat", "rmdir", "unlink", "unlinkat"}
+# Failing, these may make a finding: a file that cannot be read is not as it should be.
+LOOKS = {"access", "lseek", "newfstatat", "openat", "read"}
+
+
+class Command:
+    """`webresources` with these words, on the machine of a scenario."""
+
+    def __init__(self, scenario, *words):
+        self.stage = stage_of_this_process()
+        self.judge = Judge(self.stage, scenario)
+        self.name = f"{words[0]}, {scenario.name}"
+        self.command = (WEBRESOURCES, *words, APPLICATION)
+        if not inside(self.stage.root, WEBRESOURCES).exists():
+            add_programs(self.stage.root, WEBRESOURCES)
+        self.beside = self.stage.install_root.parent
+
+    def check(self, holds, *what):
+        self.judge.check(holds, self.command[1], *what)
+
+    def begin(self):
+        self.stage.reset()
+        for name in self.scratch():
+            shutil.rmtree(self.stage.root / "tmp" / name)
+
+    def run(self, *fault):
+        """A run that is disturbed, or not. The step goes on when the command is killed, and holds
+        its lock to the end."""
+        result = self.stage.run_with(*(fault or ("none", "", "0")), command=self.command)
+        lock = self.beside / ".WebResources.lock"
+        if lock.exists():
+            with open(lock, "rb") as file:
+                fcntl.flock(file, fcntl.LOCK_EX)
+        return result
+
+    def scratch(self):
+        return os.listdir(self.stage.root / "tmp")
+
+    def outside(self):
+        """All that no command but install may change, except for the scratch directories."""
+        return {path: what for path, what in self.stage.surroundings().items()
+                if not path.startswith((f"{self.stage.root}/tmp/", f"{self.beside}/.WebResources",
+                                        f"{self.beside}/WebResources.receipt"))}
+
+    def check_told(self, result, name, *fault):
+        """A failure is told, unless it is that of telling."""
+        self.check(result.status != COULD_NOT_TELL or b"webresources" in result.output
+                   or name == "write", *fault, name, "tells nothing")
+
+
+class Install(Command):
+    """It installs, or repairs, and leaves a receipt."""
+
+    def __init__(self, scenario):
+        super().__init__(scenario, "install", "--wait", "1")
+        self.begin()
+        self.surroundings = self.outside()
+        result = self.run()
+        self.check(result.status == 0 and self.is_complete(), "undisturbed", result)
+        self.left = self.files_beside()
+
+    def files_beside(self):
+        return sorted(os.listdir(self.beside)) if self.beside.is_dir() else []
+
+    def is_complete(self):
+        """Whether the tree, the record and the receipt are those of the new update."""
+        values = read_record(self.stage.record_bytes()) or {}
+        receipt = self.beside / "WebResources.receipt.json"
+        return (tree(self.stage.install_root) == self.judge.tree
+                and self.judge.contract.is_complete(values) and receipt.exists()
+                and json.loads(receipt.read_bytes())["updateId"] == values[UPDATE])
+
+    def after_fault(self, result, killed, *fault):
+        """The step has run as a whole or not at all, and exit status 0 says that it has."""
+        verdict = self.judge.contract.judge(tree(self.stage.install_root),
+                                            self.stage.record_bytes())
+        self.check(not verdict.faults and verdict.window is None, *fault, "leaves", verdict)
+        self.check(killed or result.status != 0 or self.is_complete(), *fault, "claims success")
+        self.check(self.outside() == self.surroundings, *fault, "touches its surroundings")
+        self.check(killed or fault[1] in REMOVES or set(self.files_beside()) <= set(self.left),
+                   *fault, "leaves", self.files_beside())
+
+    def run_again(self, *fault):
+        result = self.run()
+        self.check(result.status == 0 and self.is_complete(), *fault, "then", result)
+        self.check(self.files_beside() == self.left and not self.scratch(), *fault, "then leaves",
+                   self.files_beside(), self.scratch())
+
+
+class Reading(Command):
+    """It changes nothing, except that it may use a scratch directory."""
+
+    def __init__(self, scenario, *words):
+        super().__init__(scenario, *words)
+        self.begin()
+        self.machine = self.seen()
+        self.undisturbed = self.run()
+        self.check(self.undisturbed.status in (0, 1), "undisturbed", self.undisturbed)
+
+    def seen(self):
+        return self.outside(), tree(self.stage.install_root), self.stage.record_bytes()
+
+    def after_fault(self, result, killed, *fault):
+        """It tells what it tells undisturbed, or that it could not tell, or of a finding that only
+        the fault has made; never that all is well where it is not."""
+        same = (result.status, result.output) == (self.undisturbed.status, self.undisturbed.output)
+        self.check(killed or same or fault[1] == "write" or result.status == COULD_NOT_TELL
+                   or (result.status == 1 and fault[1] in LOOKS), *fault, "tells something else",
+                   result)
+        self.check(self.seen() == self.machine, *fault, "changes the machine")
+        self.check(killed or fault[1] in REMOVES or not self.scratch(), *fault, "leaves",
+                   self.scratch())
+
+    def run_again(self, *fault):
+        left = self.scratch()
+        result = self.run()
+        self.check(result == self.undisturbed, *fault, "then", result)
+        self.check(self.seen() == self.machine and self.scratch() == left, *fault, "then changes")
+
+
+class Installed(Reading):
+    """After an installation. All is as it should be."""
+
+    def __init__(self, *arguments):
+        super().__init__(*arguments)
+        self.check(self.undisturbed.status == 0, "undisturbed", self.undisturbed)
+
+    def begin(self):
+        super().begin()
+        self.stage.run()
+
+
+SUBJECTS = [
+    *((Install, scenario, ()) for scenario in scenarios.chosen(
+        "fresh: small", "installed: deep, clear", "unfinished: large, regenerate")),
+    *((Reading, scenario, ("check", "--prove"))
+      for scenario in scenarios.chosen("fresh: small", "fresh: large, regenerate")),
+    *((Reading, scenario, ("verify",)) for scenario in scenarios.chosen("leftovers: deep, clear")),
+    *((Installed, scenario, ("verify",)) for scenario in scenarios.chosen("installed: small")),
+]
+
+
+class OnCommands(Campaign):
+    """A command's share of a campaign."""
+
+    scenarios = SUBJECTS
+
+    def __init__(self, subject, share):
+        make, scenario, words = subject
+        self.subject = make(scenario, *words)
+        self.stage, self.judge = self.subject.stage, self.subject.judge
+        self.share = share
+        self.counts = collections.Counter(commands=1)
+
+    def calls(self):
+        self.subject.begin()
+        return self.stage.calls(self.subject.command)
+
+    def run(self):
+        for fault in self.sampled(self.faults()):
+            self.subject.begin()
+            result = self.subject.run(*fault)
+            action, name, _ = fault
+            self.counts["faults" if result.struck else "not reached"] += 1
+            self.subject.check(result.struck or name in OF_THE_HEAP, *fault, "not reached")
+            killed = action == "kill" and result.struck
+            self.subject.check(result.status in ({-signal.SIGKILL} if killed else {0, 1, 2}),
+                               *fault, "ends with", result)
+            self.subject.check_told(result, name, *fault)
+            self.subject.after_fault(result, killed, *fault)
+            self.subject.run_again(*fault)
+
+
+class CommandKilled(OnCommands):
+    """Killed at every system call."""
+
+    def faults(self):
+        return [("kill", name, number) for name, number in self.calls()]
+
+
+class FailingCallsOfCommands(OnCommands):
+    """Every system call fails, with every error, once and from then on."""
+
+    def faults(self):
+        return [(error, name, f"{number}{lasting}") for name, number in self.calls()
+                if name not in INFALLIBLE
+                for error in (*ERRORS, *(["short"] if name in TRANSFERS else []))
+                for lasting in ("", "+")]
+
+
+CAMPAIGNS = {"killed": CommandKilled, "calls": FailingCallsOfCommands}
+
+
+if __name__ == "__main__":
+    main(CAMPAIGNS, __doc__)
