@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -141,28 +140,8 @@ constexpr std::uint64_t kLargestXmlEstimate = 2 * kLargestPropertyList;
 /// libplist compares each value of a binary list with those that have the same hash.
 constexpr std::uint64_t kMostBinaryNodes = 10000;
 
-/// What holds the node without its text and children. IsSame() finds numbers and dates that XML
-/// changes.
-Holder HolderOfType(plist_t node) {
-  switch (plist_get_node_type(node)) {
-    case PLIST_UID:
-      return Holder::kBinary;  // as XML it is a dictionary to other readers
-    case PLIST_BOOLEAN:
-    case PLIST_UINT:
-    case PLIST_REAL:
-    case PLIST_STRING:
-    case PLIST_DATE:
-    case PLIST_DATA:
-    case PLIST_ARRAY:
-    case PLIST_DICT:
-      return Holder::kXml;
-    default:
-      return Holder::kNone;
-  }
-}
-
 std::uint64_t XmlSize(const std::string& text) {
-  constexpr std::size_t kMoreThanItsCharacter = std::strlen("&amp;") - 1;
+  constexpr std::size_t kMoreThanItsCharacter = sizeof "amp;" - 1;
   const auto isEntity = [](char character) {
     return character == '<' || character == '>' || character == '&';
   };
@@ -170,7 +149,7 @@ std::uint64_t XmlSize(const std::string& text) {
   return text.size() + kMoreThanItsCharacter * static_cast<std::size_t>(entities);
 }
 
-/// What a tree takes to print.
+/// What a tree takes to print. IsSame() finds the numbers and dates that XML changes.
 struct Survey {
   Holder holder = Holder::kXml;
   std::uint64_t nodes = 0;
@@ -182,13 +161,14 @@ struct Survey {
   }
 
   void Add(plist_t node, std::uint64_t depth) {
-    constexpr std::uint64_t kTag = std::strlen("<true/>\n");
+    constexpr std::uint64_t kTag = sizeof "<true/>";  // with the end of the line
     ++nodes;
     xmlSize += depth + kTag;
     if (plist_get_node_type(node) == PLIST_STRING) {
       Add(TextOf(node));
+    } else if (plist_get_node_type(node) == PLIST_UID) {
+      holder = std::max(holder, Holder::kBinary);  // as XML it is a dictionary to other readers
     }
-    holder = std::max(holder, HolderOfType(node));
     for (const Item& child : ChildrenOf(node)) {
       Add(child.key);
       Add(child.value, depth + 1);
@@ -214,7 +194,7 @@ std::string PrintAs(PropertyListForm form, plist_t node) {
   std::uint32_t size = 0;
   (form == PropertyListForm::kXml ? plist_to_xml : plist_to_bin)(node, &bytes, &size);
   const Text owner(bytes);
-  return bytes != nullptr ? std::string(bytes, size) : "";
+  return std::string(bytes, size);
 }
 
 // Values ----------------------------------------------------------------------------------------

@@ -274,6 +274,7 @@ class BinaryWalk {
   static constexpr std::size_t kTrailer = 32;
 
   enum Type : unsigned {
+    kSimple = 0,
     kInteger = 1,
     kData = 4,
     kText = 5,
@@ -282,6 +283,8 @@ class BinaryWalk {
     kSet = 12,
     kDictionary = 13
   };
+
+  enum Simple : std::uint64_t { kFalse = 8, kTrue = 9 };
 
   struct Object {
     unsigned type;
@@ -336,6 +339,8 @@ class BinaryWalk {
       case kDictionary:
         return object.size <= bytes_.size() && WalkAll(object.content, 2 * object.size) &&
                AreKeys(object.content, object.size);
+      case kSimple:  // no null, which some releases read and none can print as XML
+        return object.size == kFalse || object.size == kTrue;
       case kInteger:
         return IsUpperHalfZero(object);
       case kText:
