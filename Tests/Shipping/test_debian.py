@@ -21,12 +21,16 @@ def field(package, name):
     return run("dpkg-deb", "--field", package, name).strip()
 
 
+def lintian(package):
+    """What lintian says about it; as root it complains that it is."""
+    options = ["--allow-root"] if os.getuid() == 0 else []
+    return run("lintian", "--pedantic", "--display-info", "--fail-on",
+               "error,warning,info,pedantic", *options, package)
+
+
 class Package(ShippingTestCase):
     def test_lintian_finds_nothing(self):
-        # As root it complains that it is.
-        options = ["--allow-root"] if os.getuid() == 0 else []
-        self.assertEqual(run("lintian", "--pedantic", "--display-info", "--fail-on",
-                             "error,warning,info,pedantic", *options, PACKAGE), "")
+        self.assertEqual(lintian(PACKAGE), "")
 
     def test_contains_the_bundle_the_command_its_manual_and_its_completions(self):
         files = set(re.findall(r"^-\S+ root/root +\d+ \S+ \S+ \.(/.*)$",
@@ -37,6 +41,7 @@ class Package(ShippingTestCase):
             "/usr/bin/webresources", "/usr/share/man/man1/webresources.1.gz",
             "/usr/share/bash-completion/completions/webresources",
             "/usr/share/zsh/vendor-completions/_webresources",
+            "/usr/share/fish/vendor_completions.d/webresources.fish",
             "/usr/share/lintian/overrides/web-resource-installer",
             *(f"/usr/share/cmake/WebResourceInstaller/{name}" for name in CMAKE_PACKAGE),
             f"{documents}/changelog.gz", f"{documents}/copyright",
@@ -99,7 +104,7 @@ class Product(ShippingTestCase):
         unpacked = self.directory / "unpacked"
         run("dpkg-deb", "--extract", PACKAGE, unpacked)
         self.unpacked = unpacked
-        self.machine = self.new_root("sh", "rm", unpacked / "usr/bin/webresources",
+        self.machine = self.new_root("sh", "rm", "rmdir", unpacked / "usr/bin/webresources",
                                      f"{unpacked}{BUNDLE}/Contents/MacOS/WebResourceInstaller")
         self.add_status()
 
@@ -114,10 +119,11 @@ class Product(ShippingTestCase):
             (status.parent / "info" / f"{name}:{field(PACKAGE, 'Architecture')}.list").touch()
             (status.parent / "info" / f"{name}.list").touch()
 
-    def product(self, content, update):
-        package = self.directory / f"{update}.deb"
+    def product(self, content, update, name="product", **options):
+        package = self.directory / f"{name}-{update}.deb"
         run(PRODUCT, "--bundle", f"{self.unpacked}{BUNDLE}",
-            "--webresources", self.unpacked / "usr/bin/webresources", content, update, package)
+            "--webresources", self.unpacked / "usr/bin/webresources", content, update, package,
+            **options)
         return package
 
     def dpkg(self, *arguments, status=0):
@@ -153,25 +159,73 @@ class Product(ShippingTestCase):
         self.assert_installed(self.machine, site, 2)
         self.assertEqual(self.record(self.machine)["irandom"], random)
 
-        self.dpkg("--remove", "cloud-guide")
-        self.assertFalse((self.machine / INSTALL_ROOT).exists())
-        self.assertFalse((self.machine / RECORD).exists())
-        self.dpkg("--purge", "cloud-guide", "web-resource-installer")
+        for action in ("--remove", "--purge"):
+            self.dpkg(action, "cloud-guide")
+            self.assertFalse((self.machine / "Library").exists(), action)
+        self.dpkg("--purge", "web-resource-installer")
         self.assertEqual(self.state("cloud-guide"), "")
         self.assertFalse((self.machine / "usr/bin/webresources").exists())
         self.assertFalse((self.machine / "usr/lib/web-resource-installer").exists())
+
+    def test_purge_leaves_what_is_of_others(self):
+        self.dpkg("--install", PACKAGE)
+        self.dpkg("--install", self.product(SAMPLE_SITE, 1))
+        others = [self.machine / "Library" / name for name in (
+            "Preferences/com.example.plist", "Application Support/Veltrane/Other/file")]
+        for path in others:
+            path.parent.mkdir(exist_ok=True)
+            path.touch()
+        for name in (RECORD + ".tmp-1", f"{os.path.dirname(INSTALL_ROOT)}/.WebResources.killed-1"):
+            (self.machine / name).touch()
+        self.dpkg("--purge", "cloud-guide")
+        self.assertEqual({path for path in (self.machine / "Library").rglob("*") if path.is_file()},
+                         set(others))
+        self.assertFalse((self.machine / INSTALL_ROOT).parents[1].exists())
+
+    def test_damaged_installation_is_repaired_by_configuring_again(self):
+        self.dpkg("--install", PACKAGE)
+        package = self.product(SAMPLE_SITE, 1)
+        self.dpkg("--install", package)
+        page = self.machine / INSTALL_ROOT / "Resource0/index.html"
+        page.write_text("damaged")
+        page.chmod(0o600)
+        self.dpkg("--install", package)
+        self.assert_installed(self.machine, SAMPLE_SITE, 1)
+
+    def test_older_update_is_not_installed_over_a_newer_one(self):
+        self.dpkg("--install", PACKAGE)
+        self.dpkg("--install", self.product(SAMPLE_SITE, 2))
+        self.assertIn("newer-installed",
+                      self.dpkg("--install", self.product(SAMPLE_SITE, 1), status=1))
+        self.assert_installed(self.machine, SAMPLE_SITE, 2)
+
+    def test_lintian_finds_nothing(self):
+        self.assertEqual(lintian(self.product(SAMPLE_SITE, 1)), "")
+
+    def test_two_builds_are_the_same_bytes(self):
+        """Later, elsewhere, in another order, with another umask, and with a given time."""
+        copy = self.directory / "copy"
+        copy.mkdir(mode=0o700)
+        for path in sorted(SAMPLE_SITE.iterdir(), reverse=True):
+            run("cp", "-R", path, copy)
+        for environment in ({}, {"SOURCE_DATE_EPOCH": "1700000000"}):
+            environment = {**os.environ, **environment}
+            builds = [self.product(SAMPLE_SITE, 1, "here", env=environment, umask=0o022),
+                      self.product(copy, 1, "there", env={**environment, "TZ": "Asia/Tokyo"},
+                                   umask=0o077)]
+            self.assertEqual(*(package.read_bytes() for package in builds))
 
     def test_needs_the_installer_package(self):
         output = self.dpkg("--install", self.product(SAMPLE_SITE, 1), status=1)
         self.assertIn("depends on web-resource-installer", output)
 
-    def test_step_that_could_not_do_its_work_fails_the_configuration(self):
+    def test_installation_that_is_not_right_fails_the_configuration(self):
         self.dpkg("--install", PACKAGE)
         in_the_way = self.machine / INSTALL_ROOT
         in_the_way.parent.mkdir(parents=True)
         in_the_way.write_text("in the way")
         output = self.dpkg("--install", self.product(SAMPLE_SITE, 1), status=1)
-        self.assertIn("Resource0", output)
+        self.assertIn("root-blocked", output)
         self.assertEqual(self.state("cloud-guide"), "iF 1.1")
         in_the_way.unlink()
         self.dpkg("--configure", "cloud-guide")

@@ -67,7 +67,7 @@ class Layout(ShippingTestCase):
                 "Resources/metadata.txt", "Resources/OrloWebResources.zip")} | {
             f"{os.path.dirname(APPLICATION)}/share/{name}" for name in (
                 "man/man1/webresources.1", "bash-completion/completions/webresources",
-                "zsh/site-functions/_webresources",
+                "zsh/site-functions/_webresources", "fish/vendor_completions.d/webresources.fish",
                 "cmake/WebResourceInstaller/WebResourceInstallerConfig.cmake",
                 "cmake/WebResourceInstaller/WebResourceInstallerConfigVersion.cmake",
                 "cmake/WebResourceInstaller/digest-content.sh",
