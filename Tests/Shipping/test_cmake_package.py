@@ -1,4 +1,4 @@
-"""What find_package(WebResourceInstaller) gives: a filled bundle as a target of a product's build."""
+"""What find_package(WebResourceInstaller) gives: a filled bundle as a target of a build."""
 
 import json
 import os

@@ -1,4 +1,5 @@
-"""The embedding guide: every command of it is run, in one shell, from an empty directory."""
+"""The guides: every command of the embedding guide is run, in one shell, from an empty directory,
+and then those of the deployment guide for one machine. test_fleet.py runs that for Ansible."""
 
 import os
 import re
@@ -7,7 +8,21 @@ import unittest
 from shipping import SOURCE, ShippingTestCase, run
 
 GUIDE = SOURCE / "Documentation/embedding.md"
-BLOCKS = re.findall(r"^```sh\n(.*?)^```$", GUIDE.read_text(), re.MULTILINE | re.DOTALL)
+DEPLOYMENT = SOURCE / "Documentation/deployment.md"
+
+# What the deployment guide's first commands find: a machine with the command and the bundle.
+ANOTHER_MACHINE = """
+mkdir another
+cp -R tools/bin/webresources Product.app another/
+webresources() { "$CHECKOUT/script/lib/private-root" run another /webresources "$@"; }
+"""
+
+
+def blocks(guide):
+    return re.findall(r"^```sh\n(.*?)^```$", guide.read_text(), re.MULTILINE | re.DOTALL)
+
+
+BLOCKS = blocks(GUIDE)
 
 
 class Guide(ShippingTestCase):
@@ -15,11 +30,16 @@ class Guide(ShippingTestCase):
         # `! command` alone does not end the shell.
         script = "set -eu\n" + re.sub(r"^! (.*)$", r"if \1; then exit 1; fi", "\n".join(BLOCKS),
                                       flags=re.MULTILINE)
+        script += ANOTHER_MACHINE + blocks(DEPLOYMENT)[0]
         output = run("bash", "-c", script, cwd=self.directory, env={
             "CHECKOUT": str(SOURCE), "PATH": os.environ["PATH"], "HOME": str(self.directory),
             "CMAKE_BUILD_PARALLEL_LEVEL": "2"})
-        self.assert_installed(self.directory / "machine", self.directory / "site", 2)
+        for machine in ("machine", "another"):
+            self.assert_installed(self.directory / machine, self.directory / "site", 2)
         self.assertIn("Hello from Resource0", output)
+        self.assertIn("up to date", output)
+        self.assertIn("install will run the step", output)
+        self.assertTrue((self.directory / "product/CloudGuide.app").is_dir())
         self.assertIn("Package: cloud-guide", output)
         self.assertIn("+ pkgbuild", output)
 

@@ -1,16 +1,22 @@
 """The Ansible role against private roots for hosts, and the Munki example."""
 
 import os
+import pathlib
 import plistlib
 import re
 import shutil
+import tempfile
+import time
 import unittest
+import zipfile
 
-from private_root import command_in
-from shipping import (BUILD, INSTALL_ROOT, SAMPLE_SITE, SOURCE, ShippingTestCase, run, tree)
+from private_root import PRIVATE_ROOT, command_in, full_version
+from shipping import (BUILD, INSTALL_ROOT, RECORD, SAMPLE_SITE, SOURCE, ShippingTestCase, run)
 
+# As the guide has it.
+[COMMAND] = re.findall(r"^ansible-playbook .*$",
+                       (SOURCE / "Documentation/deployment.md").read_text(), re.MULTILINE)
 [PACKAGE] = (BUILD / "deb").glob("web-resource-installer_*.deb")
-EXECUTABLE = "Contents/MacOS/WebResourceInstaller"
 
 
 class FleetTestCase(ShippingTestCase):
@@ -28,45 +34,146 @@ class FleetTestCase(ShippingTestCase):
         return bundle
 
 
-class Ansible(FleetTestCase):
-    """Four hosts: a fresh one, an outdated one, a damaged one and one that is up to date."""
+class Host:
+    """A private root whose programs are this machine's."""
 
-    HOSTS = ("fresh", "outdated", "damaged", "current")
+    BUNDLE = "opt/web-resources/WebResourceInstaller.app"
 
+    def __init__(self, root):
+        self.root = root
+        self.site = root / INSTALL_ROOT / "Resource0"
+        self.record = root / RECORD
+
+    def make(self, webresources):
+        for directory in ("etc", "root", "tmp", "opt/web-resources"):
+            (self.root / directory).mkdir(parents=True)
+        for directory in ("bin", "sbin", "lib", "lib64"):
+            (self.root / directory).symlink_to(f"usr/{directory}")
+        (self.root / "etc/passwd").write_text("root:x:0:0:root:/root:/bin/sh\n")
+        shutil.copy(webresources, self.root / "opt/webresources")
+
+    def install(self, bundle):
+        shutil.copytree(bundle, self.root / self.BUNDLE)
+        run(PRIVATE_ROOT, "run", "--system", self.root, "/bin/sh", "-c",
+            f"/opt/webresources install /{self.BUNDLE}")
+
+    def everything(self):
+        """What the role may change: files and directories, with modes and owners."""
+        return {str(path): (path.lstat().st_mode, path.lstat().st_uid,
+                            path.read_bytes() if path.is_file() else None)
+                for top in ("Library", "opt") for path in (self.root / top).rglob("*")}
+
+    def change_record(self, **values):
+        self.record.write_bytes(plistlib.dumps(
+            {**plistlib.loads(self.record.read_bytes()), **values}))
+
+    # What may happen to a host where update 2 is installed.
+
+    def nothing(self):
+        pass
+
+    def file_deleted(self):
+        (self.site / "index.html").unlink()
+
+    def file_changed_in_the_same_size(self):
+        page = self.site / "index.html"
+        page.write_bytes(page.read_bytes().replace(b"later", b"Later"))
+
+    def file_added(self):
+        (self.site / "added.html").touch()
+
+    def file_unreadable(self):
+        (self.site / "index.html").chmod(0)
+
+    def file_writable_and_setuid(self):
+        (self.site / "index.html").chmod(0o4777)
+
+    def directory_closed(self):
+        (self.site / "style").chmod(0o700)
+
+    def everything_private(self):
+        run("chmod", "-R", "go=", self.site)
+
+    def foreign_owner(self):
+        os.chown(self.site / "index.html", 1234, 1234)
+
+    def file_replaced_by_a_link(self):
+        (self.site / "index.html").unlink()
+        (self.site / "index.html").symlink_to("CREDITS.txt")
+
+    def record_edited(self):
+        self.change_record(iUpdateId=1)
+
+    def random_identifier_of_a_wrong_type(self):
+        self.change_record(irandom="text")
+
+    def record_deleted(self):
+        self.record.unlink()
+
+    def record_damaged(self):
+        self.record.write_bytes(b"damaged")
+
+    def directory_renamed(self):
+        self.site.rename(self.site.with_name("Site"))
+
+    def half_finished(self):
+        self.site.rename(self.site.with_name("Resource1"))
+        shutil.rmtree(self.site.with_name("Resource1") / "style")
+
+    def leftover(self):
+        shutil.copytree(self.site, self.site.with_name("Resource7"))
+
+    def bundle_damaged(self):
+        package = self.root / self.BUNDLE / "Contents/Resources/OrloWebResources.zip"
+        package.write_bytes(package.read_bytes()[:-200])
+
+    # What the role cannot put right.
+
+    def newer_installed(self):
+        self.change_record(iUpdateId=3)
+
+    def root_blocked(self):
+        shutil.rmtree(self.site.parent)
+        self.site.parent.write_text("in the way")
+
+    def record_unreadable(self):
+        self.record.unlink()
+        self.record.mkdir()
+
+
+class AnsibleTestCase(FleetTestCase):
     def setUp(self):
         super().setUp()
         self.content = self.directory / "later"
         shutil.copytree(SAMPLE_SITE, self.content)
         (self.content / "index.html").write_text("<p>later")
         (self.content / "data/clouds.json").unlink()
-        for host in self.HOSTS:
-            self.new_host(host)
-        self.play(self.new_bundle(SAMPLE_SITE, 1), "outdated")
         self.new = self.new_bundle(self.content, 2)
-        self.play(self.new, "damaged", "current")
-        page = self.directory / "damaged" / INSTALL_ROOT / "Resource0/index.html"
-        page.write_bytes(page.read_bytes().replace(b"later", b"Later"))
 
-    def new_host(self, name):
-        """Its programs are this machine's."""
-        host = self.directory / name
-        for directory in ("etc", "root", "tmp", "opt"):
-            (host / directory).mkdir(parents=True)
-        for directory in ("bin", "sbin", "lib", "lib64"):
-            (host / directory).symlink_to(f"usr/{directory}")
-        (host / "etc/passwd").write_text("root:x:0:0:root:/root:/bin/sh\n")
-        shutil.copy(self.webresources, host / "opt/webresources")
+    def host(self, name):
+        return Host(self.directory / "hosts" / name)
+
+    def new_host(self, name, bundle=None):
+        """A fresh host, or one where the bundle is installed."""
+        host = self.host(name)
+        host.make(self.webresources)
+        if bundle:
+            host.install(bundle)
+        return host
 
     def play(self, bundle, *hosts, options=(), status=0):
-        """Plays the role on the hosts, and returns what became of each: ok, changed or failed."""
-        inventory = self.directory / "inventory"
-        inventory.write_text("".join(
-            f"{name} ansible_host={self.directory / name}\n" for name in hosts))
+        """Plays the role on the hosts. Returns what became of each (ok, changed or failed), and the
+        output."""
+        place = pathlib.Path(tempfile.mkdtemp(dir=self.directory))
+        (place / "Deploy").symlink_to(SOURCE / "Deploy")
+        (place / "Product.app").symlink_to(bundle)
+        (place / "hosts").write_text("".join(
+            f"{name} ansible_host={self.host(name).root}\n" for name in hosts))
         output = run(
-            "ansible-playbook", "-i", inventory, SOURCE / "Deploy/ansible/site.yml",
-            "-e", f"web_resources_bundle={bundle}",
-            "-e", "web_resources_command=/opt/webresources", "-e", "ansible_become=false",
-            *options, status=status, cwd=self.directory, env={
+            "bash", "-c", COMMAND + ' "$@"', "bash",
+            "-e", "web_resources_command=/opt/webresources",
+            "-e", f"web_resources_controller_command={self.webresources}",
+            "-e", "ansible_become=false", *options, status=status, cwd=place, env={
                 "PATH": os.environ["PATH"], "HOME": str(self.directory), "LC_ALL": "C.UTF-8",
                 "ANSIBLE_CONNECTION_PLUGINS": str(SOURCE / "Tests/Shipping/ansible"),
                 "ANSIBLE_TRANSPORT": "private_host",
@@ -77,46 +184,102 @@ class Ansible(FleetTestCase):
                            re.MULTILINE)
         self.assertEqual({name for name, *_ in recap}, set(hosts), output)
         return {name: "failed" if failed != "0" else "changed" if changed != "0" else "ok"
-                for name, changed, failed in recap}
+                for name, changed, failed in recap}, output
 
-    def installations(self):
-        return {host: tree(self.directory / host / "Library") for host in self.HOSTS}
+    def everything(self, hosts):
+        return {name: self.host(name).everything() for name in hosts}
 
-    def assert_all_current(self):
-        for host in self.HOSTS:
-            self.assert_installed(self.directory / host, self.content, 2)
 
-    def test_passes_in_order(self):
-        """One after another on the same hosts, for a pass takes its time."""
-        expected = {"fresh": "changed", "outdated": "changed", "damaged": "changed",
-                    "current": "ok"}
-        everywhere_ok = dict.fromkeys(self.HOSTS, "ok")
-        current = self.directory / "current" / INSTALL_ROOT / "Resource0"
-        before, directory = self.installations(), current.stat().st_ino
+class Ansible(AnsibleTestCase):
+    REPAIRED = ("file_deleted", "file_changed_in_the_same_size", "file_added", "file_unreadable",
+                "file_writable_and_setuid", "directory_closed", "everything_private",
+                *(["foreign_owner"] if os.geteuid() == 0 else []), "file_replaced_by_a_link",
+                "record_edited", "random_identifier_of_a_wrong_type", "record_deleted",
+                "record_damaged", "directory_renamed", "half_finished", "leftover",
+                "bundle_damaged")
+    NOT_REPAIRED = ("newer_installed", "root_blocked", "record_unreadable")
+
+    def test_what_happens_to_machines_is_told_and_repaired(self):
+        self.new_host("fresh")
+        self.new_host("outdated", self.new_bundle(SAMPLE_SITE, 1))
+        current = self.new_host("nothing", self.new)
+        for name in (*self.REPAIRED, *self.NOT_REPAIRED):
+            run("cp", "-a", current.root, self.host(name).root)
+            getattr(self.host(name), name)()
+        inode = current.site.stat().st_ino
+        expected = {"fresh": "changed", "outdated": "changed", "nothing": "ok",
+                    **dict.fromkeys(self.REPAIRED, "changed"),
+                    **dict.fromkeys(self.NOT_REPAIRED, "failed")}
 
         with self.subTest("check mode says the same and changes nothing"):
-            self.assertEqual(self.play(self.new, *self.HOSTS, options=["--check"]), expected)
-            self.assertEqual(self.installations(), before)
-            self.assertFalse((self.directory / "fresh/opt/web-resources").exists())
+            some = ("fresh", "outdated", "nothing", "file_deleted", "bundle_damaged",
+                    *self.NOT_REPAIRED)
+            before = self.everything(some)
+            self.assertEqual(self.play(self.new, *some, options=["--check"], status=2)[0],
+                             {name: expected[name] for name in some})
+            self.assertEqual(self.everything(some), before)
 
-        with self.subTest("a host where the step could not do its work fails"):
-            in_the_way = self.directory / "fresh" / INSTALL_ROOT
-            in_the_way.parent.mkdir(parents=True)
-            in_the_way.write_text("in the way")
-            self.assertEqual(self.play(self.new, "fresh", status=2), {"fresh": "failed"})
-            self.assertEqual(self.play(self.new, "fresh", status=2), {"fresh": "failed"})
-            in_the_way.unlink()
+        before = self.everything(self.NOT_REPAIRED)
+        became, output = self.play(self.new, *expected, status=2)
+        self.assertEqual(became, expected, output)
+        self.assertIn("update 3 is installed, and the bundle has update 2", output)
+        self.assertIn("root-blocked", output)
+        self.assertEqual(self.everything(self.NOT_REPAIRED), before)
+        self.assertEqual(current.site.stat().st_ino, inode)  # not installed again
+        right = ("fresh", "outdated", "nothing", *self.REPAIRED)
+        for name in right:
+            self.assert_installed(self.host(name).root, self.content, 2)
 
-        with self.subTest("the first pass changes those that need it"):
-            self.assertEqual(self.play(self.new, *self.HOSTS), expected)
-            for host in self.HOSTS:
-                self.assert_installed(self.directory / host, self.content, 2)
-            self.assertEqual(current.stat().st_ino, directory)  # not installed once more
+        before = self.everything(right)
+        self.assertEqual(self.play(self.new, *right)[0], dict.fromkeys(right, "ok"))
+        self.assertEqual(self.everything(right), before)
 
-        with self.subTest("the second pass changes nothing"):
-            before = self.installations()
-            self.assertEqual(self.play(self.new, *self.HOSTS), everywhere_ok)
-            self.assertEqual(self.installations(), before)
+        self.assertEqual(self.play(self.new, "newer_installed", options=[
+            "-e", "web_resources_allow_downgrade=true"])[0], {"newer_installed": "changed"})
+        self.assert_installed(self.host("newer_installed").root, self.content, 2)
+
+    def test_damaged_bundle_is_refused_before_any_host_is_touched(self):
+        self.new_host("current", self.new)
+        self.new_host("fresh")
+        hosts = ("current", "fresh")
+        before = self.everything(hosts)
+        package = self.new / "Contents/Resources/OrloWebResources.zip"
+        whole = package.read_bytes()
+        with zipfile.ZipFile(package) as archive:
+            files = [name for name in archive.namelist() if not name.endswith("/")]
+
+        def without_directory_entries():
+            with zipfile.ZipFile(package, "w") as archive:
+                for name in files:
+                    archive.writestr(name, b"")
+
+        for damage, told in (
+                (lambda: package.write_bytes(whole[:-200]), "package-unreadable"),
+                (lambda: package.write_bytes(whole[:60] + bytes([whole[60] ^ 1]) + whole[61:]),
+                 "wrong-crc"),
+                (without_directory_entries, "missing-directory-entry"),
+                (package.unlink, "package-missing"),
+                (lambda: shutil.rmtree(self.new), "Product.app")):
+            damage()
+            became, output = self.play(self.new, *hosts, status=2)
+            self.assertEqual(became, dict.fromkeys(hosts, "failed"))
+            self.assertIn(told, output)
+            self.assertEqual(self.everything(hosts), before)
+
+
+class ManyHosts(AnsibleTestCase):
+    """One pass over 100 fresh hosts, 20 at a time."""
+
+    def test_time_of_a_pass_is_told(self):
+        names = [f"host{number}" for number in range(100)]
+        for name in names:
+            self.new_host(name)
+        began = time.monotonic()
+        became, _ = self.play(self.new, *names, options=["--forks", "20"])
+        print(f"   100 hosts, 20 at a time: {time.monotonic() - began:.0f} s")
+        self.assertEqual(became, dict.fromkeys(names, "changed"))
+        for name in names:
+            self.assert_installed(self.host(name).root, self.content, 2)
 
 
 class Munki(FleetTestCase):
@@ -126,18 +289,23 @@ class Munki(FleetTestCase):
 
     def setUp(self):
         super().setUp()
-        self.machine = self.new_root("sh", "grep", self.webresources)
+        self.machine = self.new_root("sh", "sed", self.webresources)
         self.command = self.machine / self.PLACE / "Contents/Helpers/webresources"
         shutil.copy(self.SCRIPT, self.machine / "installcheck_script")
 
     def install(self, content, update):
-        """What the package does: brings the bundle, and runs the step."""
+        """What the package does: brings the bundle and the command, and installs."""
         bundle = self.machine / self.PLACE
         shutil.rmtree(bundle, ignore_errors=True)
         shutil.copytree(self.new_bundle(content, update), bundle)
         self.command.parent.mkdir()
         shutil.copy(self.webresources, self.command)
-        run(*command_in(self.machine, f"/{self.PLACE}/{EXECUTABLE}"))
+        run(*command_in(self.machine, f"/{self.PLACE}/Contents/Helpers/webresources", "install",
+                        f"/{self.PLACE}"))
+
+    def change_record(self, **values):
+        record = self.machine / RECORD
+        record.write_bytes(plistlib.dumps({**plistlib.loads(record.read_bytes()), **values}))
 
     def assert_installcheck(self, status):
         run(*command_in(self.machine, "/bin/sh", "/installcheck_script"), status=status)
@@ -152,6 +320,36 @@ class Munki(FleetTestCase):
     def test_not_needed_where_the_update_is_installed(self):
         self.install(SAMPLE_SITE, 7)
         self.assert_installcheck(self.UP_TO_DATE)
+
+    def test_not_needed_where_a_newer_update_is_installed(self):
+        """An older package would be refused at every run."""
+        self.install(SAMPLE_SITE, 8)
+        self.assert_installcheck(self.UP_TO_DATE)
+        self.install(SAMPLE_SITE, 10)
+        self.assert_installcheck(self.UP_TO_DATE)
+
+    def test_not_needed_where_a_newer_update_is_recorded(self):
+        self.install(SAMPLE_SITE, 7)
+        self.change_record(iUpdateId=8, tFullVersion=full_version(8))
+        self.assert_installcheck(self.UP_TO_DATE)
+
+    def test_needed_where_the_bundle_is_damaged(self):
+        """The command refuses such a bundle; the package brings a whole one."""
+        self.install(SAMPLE_SITE, 7)
+        resources = self.machine / self.PLACE / "Contents/Resources"
+        for name in ("OrloWebResources.zip", "metadata.txt"):
+            whole = (resources / name).read_bytes()
+            (resources / name).write_bytes(whole[:-5])
+            self.assert_installcheck(self.NEEDED)
+            (resources / name).unlink()
+            self.assert_installcheck(self.NEEDED)
+            (resources / name).write_bytes(whole)
+        self.assert_installcheck(self.UP_TO_DATE)
+
+    def test_needed_where_the_random_identifier_is_of_a_wrong_type(self):
+        self.install(SAMPLE_SITE, 7)
+        self.change_record(irandom="text")
+        self.assert_installcheck(self.NEEDED)
 
     def test_needed_where_a_file_is_damaged(self):
         self.install(SAMPLE_SITE, 7)
