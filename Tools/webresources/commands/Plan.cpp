@@ -40,7 +40,7 @@ void FindObstacles(const PlanOptions& options, const ExpectedBundle& bundle, Ins
   }
   if (plan.bytesNeeded > plan.bytesFree) {
     Add(plan.findings, "no-space", plan.installation.root,
-        std::to_string(plan.bytesNeeded) + " bytes are needed and " +
+        "it needs " + std::to_string(plan.bytesNeeded) + " bytes, and " +
             std::to_string(plan.bytesFree) + " are free");
   }
 }
