@@ -153,7 +153,7 @@ std::uint64_t XmlSize(const std::string& text) {
 struct Survey {
   Holder holder = Holder::kXml;
   std::uint64_t nodes = 0;
-  std::uint64_t xmlSize = 0;  // about, without data
+  std::uint64_t xmlSize = 0;  // about
 
   void Add(const std::string& text) {
     holder = std::max(holder, HolderOf(text));
@@ -166,6 +166,10 @@ struct Survey {
     xmlSize += depth + kTag;
     if (plist_get_node_type(node) == PLIST_STRING) {
       Add(TextOf(node));
+    } else if (plist_get_node_type(node) == PLIST_DATA) {
+      std::uint64_t size = 0;
+      plist_get_data_ptr(node, &size);
+      xmlSize += 2 * kTag + depth + size + size / 3;  // its end has a line, too
     } else if (plist_get_node_type(node) == PLIST_UID) {
       holder = std::max(holder, Holder::kBinary);  // as XML it is a dictionary to other readers
     }

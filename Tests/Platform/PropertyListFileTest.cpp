@@ -29,6 +29,7 @@ using std::chrono::milliseconds;
 using Names = std::set<std::string>;
 
 constexpr milliseconds kShortWait{50};
+constexpr bool kIsSanitized = SANITIZED != 0;
 
 class PropertyListFileTest : public testing::Test {
  protected:
@@ -459,24 +460,39 @@ TEST_F(PropertyListFileTest, LargestXmlFileIsWrittenAndReadAndALargerListIsBinar
   EXPECT_TRUE(Has("text"));
 }
 
-/// A list whose values are as many as there may be, and nest too deep to be printed again.
-std::string LargestList() {
+/// So many `values` in arrays that nest so deep.
+std::string DeepList(int depth, int count, const std::string& value) {
   std::string list = "<dict><key>k</key>";
-  for (int level = 0; level < 4991; ++level) {
+  for (int level = 0; level < depth; ++level) {
     list += "<array>";
   }
-  for (int value = 0; value < 129000; ++value) {
-    list += "<true/>";
+  for (int i = 0; i < count; ++i) {
+    list += value;
   }
-  for (int level = 0; level < 4991; ++level) {
+  for (int level = 0; level < depth; ++level) {
     list += "</array>";
   }
   return list + "</dict>";
 }
 
+// The shapes that took most: the second 312 MiB as long as the lines of data were not estimated.
+TEST_F(PropertyListFileTest, FilesWithinTheBoundsTakeLessThan256MiB) {
+  if (kIsSanitized) {
+    GTEST_SKIP() << "the sanitizers need more memory";
+  }
+  constexpr rlim_t kMost = rlim_t{256} << 20;
+  for (const int depth : {1, 50}) {
+    Write(DeepList(depth, 524000, "<data>QQ==</data>"));
+    EXPECT_TRUE(InChild([&] {
+      const rlimit limit{kMost, kMost};
+      return setrlimit(RLIMIT_AS, &limit) == 0 && Set("key", 1);
+    })) << depth;
+  }
+}
+
 // If it stayed, no run could ever record again, and each would leave one more directory.
-TEST_F(PropertyListFileTest, ListThatHasNoRoomForTheChangesIsRenamedAside) {
-  const std::string list = LargestList();
+TEST_F(PropertyListFileTest, ListThatCannotBePrintedIsRenamedAside) {
+  const std::string list = DeepList(4991, 129000, "<true/>");
   Write(list);
   EXPECT_TRUE(Has("k"));
   EXPECT_TRUE(Set("key", 1));
