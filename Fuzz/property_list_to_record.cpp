@@ -156,7 +156,7 @@ class Examination {
   }
 
  private:
-  bool IsAside() const { return Exists(file_ + ".corrupt"); }
+  bool IsAside() const { return IsThere(file_ + ".corrupt"); }
 
   /// The file. Nothing else is in its directory, except a file that was moved aside.
   std::string File() const {

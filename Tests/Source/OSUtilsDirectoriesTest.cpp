@@ -286,7 +286,7 @@ TEST_F(EnsureDirectory, LongerPathIsCutTo1023Bytes) {
   const std::string path = PathOfLength(kLongestPath);
   EXPECT_TRUE(Ensure(path + "x"));
   EXPECT_TRUE(fs::is_directory(path));
-  EXPECT_FALSE(Exists(path + "x"));
+  EXPECT_FALSE(IsThere(path + "x"));
 }
 
 TEST_F(EnsureDirectory, SlashAtTheCutIsRemoved) {
@@ -445,7 +445,7 @@ TEST_F(DeleteDirectory, PipesAreRemovedWithoutBeingOpened) {
 TEST_F(DeleteDirectory, PipeGivenAsThePathIsNotOpened) {
   ASSERT_EQ(mkfifo(At("pipe").c_str(), 0600), 0);
   Delete(At("pipe"));
-  EXPECT_TRUE(Exists(At("pipe")));
+  EXPECT_TRUE(IsThere(At("pipe")));
 }
 
 TEST_F(DeleteDirectory, EntriesThatCannotBeRemovedStay) {
@@ -477,14 +477,14 @@ TEST_F(DeleteDirectory, DirectoriesBeyondTheDescriptorLimitAreSkipped) {
     const rlimit few = {limit, limit};
     return setrlimit(RLIMIT_NOFILE, &few) == 0 && OSUtils::DeleteDir(At("a"));
   }));
-  EXPECT_TRUE(Exists(At("a/b/c/d/e/f")));
+  EXPECT_TRUE(IsThere(At("a/b/c/d/e/f")));
 }
 
 TEST_F(DeleteDirectory, FileWithAPathOf1023BytesIsRemoved) {
   const std::string path = DirectoryOfLength(1000);
   WriteFile(path + "/" + std::string(22, 'x'), "");
   Delete(path);
-  EXPECT_FALSE(Exists(path));
+  EXPECT_FALSE(IsThere(path));
 }
 
 TEST_F(DeleteDirectory, FileWithALongerPathStays) {
@@ -517,8 +517,8 @@ TEST_F(DeleteDirectory, LinkNamedByACutPathIsNotFollowed) {
   }
   Delete(path);
   EXPECT_EQ(ReadFile(At("outside/file")), "contents");
-  EXPECT_FALSE(Exists(path + "/xy"));
-  EXPECT_TRUE(Exists(path + "/xya"));
+  EXPECT_FALSE(IsThere(path + "/xy"));
+  EXPECT_TRUE(IsThere(path + "/xya"));
 }
 
 TEST_F(DeleteDirectory, NameCutToDotsLeadsNowhere) {
@@ -529,8 +529,8 @@ TEST_F(DeleteDirectory, NameCutToDotsLeadsNowhere) {
   fs::create_directories(path + "/..x/y");
   WriteFile(above + "/sibling", "");
   Delete(path);
-  EXPECT_TRUE(Exists(path + "/..x/y"));
-  EXPECT_TRUE(Exists(above + "/sibling"));
+  EXPECT_TRUE(IsThere(path + "/..x/y"));
+  EXPECT_TRUE(IsThere(above + "/sibling"));
 }
 
 TEST_F(DeleteDirectory, NameCutToOneDotLeadsNowhere) {
@@ -538,14 +538,14 @@ TEST_F(DeleteDirectory, NameCutToOneDotLeadsNowhere) {
   const std::string path = DirectoryOfLength(kLongestPath - 2);
   fs::create_directories(path + "/.x/y");
   Delete(path);
-  EXPECT_TRUE(Exists(path + "/.x/y"));
+  EXPECT_TRUE(IsThere(path + "/.x/y"));
 }
 
 TEST_F(DeleteDirectory, EmptyDirectoriesWithTheLongestPathsAreRemoved) {
   for (const std::size_t length : {kLongestPath - 2, kLongestPath - 1, kLongestPath}) {
     const std::string path = DirectoryOfLength(length);
     Delete(path);
-    EXPECT_FALSE(Exists(path)) << length;
+    EXPECT_FALSE(IsThere(path)) << length;
   }
 }
 
@@ -582,8 +582,8 @@ TEST_F(DeleteDirectory, DeeperTreeStaysBelowPathsOf1023Bytes) {
   fs::create_directories(path);
   WriteFile("d/d/file", "");
   Delete("d");
-  EXPECT_TRUE(Exists(path));
-  EXPECT_FALSE(Exists("d/d/file"));
+  EXPECT_TRUE(IsThere(path));
+  EXPECT_FALSE(IsThere("d/d/file"));
 }
 
 // DeleteAllDirectoryExceptOne -------------------------------------------------------------------

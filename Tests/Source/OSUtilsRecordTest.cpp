@@ -26,7 +26,7 @@ class Record : public testing::Test {
  protected:
   /// Changes the record of this host: never the machine's own.
   void SetUp() override {
-    ASSERT_TRUE(!Exists("/etc/passwd") || std::getenv("THROWAWAY_MACHINE") != nullptr)
+    ASSERT_TRUE(!IsThere("/etc/passwd") || std::getenv("THROWAWAY_MACHINE") != nullptr)
         << "to be run inside a private root";
     StoredRecord::Remove();
   }
@@ -281,7 +281,7 @@ TEST_F(RecordUnderARoot, IsAllAbsentWhereThereIsNone) {
   bool isReadable = false;
   ExpectInfo(InfoUnder(kRoot, isReadable), -1, -1, "", "");
   EXPECT_TRUE(isReadable);
-  EXPECT_FALSE(Exists(kRoot));
+  EXPECT_FALSE(IsThere(kRoot));
 }
 
 TEST_F(RecordUnderARoot, ThatCannotBeReadIsNotTakenForAbsent) {
@@ -300,7 +300,7 @@ TEST_F(Record, ClearingADomainWithoutKeysIsFalse) {
 
 TEST_F(RecordFile, ClearingADomainWithoutAFileMakesNone) {
   EXPECT_FALSE(OSUtils::ClearRegistry());
-  EXPECT_FALSE(Exists(file_));
+  EXPECT_FALSE(IsThere(file_));
 }
 
 TEST_F(RecordFile, ClearingADomainWithoutKeysLeavesItsFile) {

@@ -81,12 +81,17 @@ LET_FAIL(-1, int, fsync, (int file), (file))
 LET_FAIL(0, std::size_t, fwrite,
          (const void* data, std::size_t size, std::size_t count, FILE* stream),
          (data, size, count, stream))
+LET_FAIL(-1, int, link, (const char* old, const char* name), (old, name))
+LET_FAIL(-1, int, lstat, (const char* path, struct stat* status), (path, status))
 LET_FAIL(-1, int, mkdir, (const char* path, mode_t mode), (path, mode))
+LET_FAIL(nullptr, dirent*, readdir, (DIR * stream), (stream))
+LET_FAIL(-1, int, rename, (const char* old, const char* name), (old, name))
 LET_FAIL(-1, int, renameat, (int from, const char* old, int to, const char* name),
          (from, old, to, name))
 LET_FAIL(-1, int, renameat2,
          (int from, const char* old, int to, const char* name, unsigned int flags),
          (from, old, to, name, flags))
+LET_FAIL(-1, int, stat, (const char* path, struct stat* status), (path, status))
 LET_FAIL(-1, int, syncfs, (int file), (file))
 
 int __real_openat(int directory, const char* path, int flags, ...);
@@ -106,6 +111,8 @@ int __wrap_openat(int directory, const char* path, int flags, ...) {
 
 LET_TRANSFER_FAIL(getrandom, (void* bytes, std::size_t size, unsigned int flags),
                   (bytes, part, flags))
+LET_TRANSFER_FAIL(pread, (int file, void* bytes, std::size_t size, off_t offset),
+                  (file, bytes, part, offset))
 LET_TRANSFER_FAIL(read, (int file, void* bytes, std::size_t size), (file, bytes, part))
 LET_TRANSFER_FAIL(write, (int file, const void* bytes, std::size_t size), (file, bytes, part))
 

@@ -60,7 +60,7 @@ inline std::string ReadFile(const std::string& path) {
 }
 
 /// Whether anything is at `path`, a broken link included.
-inline bool Exists(const std::string& path) {
+inline bool IsThere(const std::string& path) {
   struct stat status = {};
   return lstat(path.c_str(), &status) == 0;
 }

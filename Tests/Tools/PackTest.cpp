@@ -117,7 +117,7 @@ TEST_F(PackTest, LinksAreRefusedUnlessFollowed) {
   WriteFile(Site("d/f"), "x");
   fs::create_symlink("d", Site("link"));
   EXPECT_EQ(Refusals(), "link-entry ");
-  EXPECT_FALSE(Exists(Written("OrloWebResources.zip")));
+  EXPECT_FALSE(IsThere(Written("OrloWebResources.zip")));
   options_.selection.followLinks = true;
   EXPECT_EQ(Refusals(), "");
   EXPECT_EQ(Packed(), "d/ d/f link/ link/f ");
@@ -147,7 +147,7 @@ TEST_F(PackTest, FilesThatCouldFillAPackageOf4GiBTogetherAreRefused) {
   ASSERT_EQ(report.findings.size(), 1U);
   EXPECT_STREQ(report.findings[0].rule->id, "package-too-large");
   EXPECT_EQ(report.findings[0].subject, "OrloWebResources.zip");
-  EXPECT_FALSE(Exists(Written("OrloWebResources.zip")));
+  EXPECT_FALSE(IsThere(Written("OrloWebResources.zip")));
 }
 
 TEST_F(PackTest, OnlyFilesThatAreTooLargeAreNamed) {

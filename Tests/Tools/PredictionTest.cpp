@@ -181,7 +181,7 @@ TEST(Prediction, ExtractionIsStoppedByAnException) {
   const std::string destination = predicted.directory / "destination";
   const auto stop = [] { throw Error("check", "a", "interrupted"); };
   EXPECT_THROW(PredictAndExtract(package, destination, stop), Error);
-  EXPECT_FALSE(Exists(destination + "/b"));
+  EXPECT_FALSE(IsThere(destination + "/b"));
 }
 
 TEST(Compare, EachKindOfDifferenceIsFound) {

@@ -40,8 +40,8 @@ std::vector<std::string> ClosedDirectories(const Installation& installation) {
 }
 
 void RepairWhatARunKeeps(const Installation& installation) {
-  // Each value is read for itself: one that could not be read looks like a wrong one. It is looked at
-  // again before it is removed.
+  // Each value is read for itself: one that could not be read looks like a wrong one. It is looked
+  // at again before it is removed.
   if (IsRandomUnusable(installation) && IsRandomUnusable(ReadInstallation(installation.prefix)) &&
       !OSUtils::RemoveRandom()) {
     throw Error("write", "the record of this host", "the random identifier cannot be removed");
