@@ -15,6 +15,9 @@ SWAPPED = {"==": ["!="], "!=": ["=="], "<": ["<=", ">="], "<=": ["<", ">"], ">":
            "/": ["*"], "%": ["*"], "&": ["|"], "|": ["&"], "<<": [">>"], ">>": ["<<"],
            "+=": ["-="], "-=": ["+="], "*=": ["+="], "/=": ["*="], "|=": ["&="]}
 STATEMENT = re.compile(r"(?<=[;{}:)])\s+([^\W\d][^{};]*(?:\{[^{};]*\}[^{};]*)?);")
+CALL = re.compile(r"[\w:]+([.]|->|[\w:<>])*\(.*\)$", re.S)
+FLAG = r"\b(?:[A-Z][A-Z\d_]+|(?:\w+::)+\w+|k[A-Z]\w*)\b"
+FLAGS = re.compile(rf"{FLAG}(?:\s\|\s+{FLAG})+")
 LEFT_ALONE = re.compile(r"(return|using|static_assert|while|for)\b|.*= (default|delete)$|"
                         r"(?!delete|throw|else)[\w:]+(<.*>)?[*&]*\s+[*&]?\w", re.S)  # declarations
 
@@ -61,6 +64,31 @@ def condition_changes(source, code):
                 yield "condition", begin, end, " " + text
 
 
+def flag_changes(code):
+    """Each of the flags in `A | B` left out."""
+    for match in FLAGS.finditer(code):
+        flags = list(re.finditer(FLAG, match.group()))
+        for i, flag in enumerate(flags):
+            begin, end = flag.span() if i == 0 else (flags[i - 1].end(), flag.end())
+            end = flags[1].start() if i == 0 else end
+            yield "flag", match.start() + begin, match.start() + end, ""
+
+
+def statement_changes(source, code):
+    """Statements left out, and calls that follow each other the other way round."""
+    before = None  # the end of the call before, where there was one
+    for match in STATEMENT.finditer(code):
+        begin, end = match.span(1)
+        if LEFT_ALONE.match(match.group(1)):
+            continue
+        isCall = CALL.match(match.group(1)) is not None
+        yield "call" if isCall else "statement", begin, end, ""
+        if isCall and before is not None and code[before[1]:begin].strip() == ";":
+            yield ("order", before[0], end,
+                   source[begin:end] + source[before[1]:begin] + source[slice(*before)])
+        before = (begin, end) if isCall else None
+
+
 def changes(source):
     """All changes of a source: kind, begin, end, and the text to be put there. In the code, that
     source without comments and texts, nothing else can look like code."""
@@ -69,8 +97,8 @@ def changes(source):
                      if token.lastgroup in blank else token.group(), source)
     yield from token_changes(source)
     yield from condition_changes(source, code)
-    yield from (("statement", *match.span(1), "") for match in STATEMENT.finditer(code)
-                if not LEFT_ALONE.match(match.group(1)))
+    yield from flag_changes(code)
+    yield from statement_changes(source, code)
 
 
 def described(file, source, kind, begin, end, text):

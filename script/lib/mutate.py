@@ -37,7 +37,8 @@ SANITIZED = "--sanitized" in sys.argv
 BUILD = BASE / ("build-sanitized" if SANITIZED else "build")
 FLAGS = "-O1 -fsanitize=address,undefined -fno-sanitize-recover=all" if SANITIZED else "-O2"
 MEMORY = [] if SANITIZED else ["prlimit", f"--as={8 << 30}"]  # sanitizers reserve far more
-SOURCES = "Source/*.cpp Include/*.h Common/*.cpp Common/*.h Platform/*.h Platform/posix/*".split()
+SOURCES = ("Source/*.cpp Include/*.h Common/*.cpp Common/*.h Platform/*.h Platform/posix/* "
+           "Tools/webresources/*.cpp Tools/webresources/*.h").split()
 SLOW = ("EndToEnd.Large", "EndToEnd.Memcheck", "Faults.")  # for changes that passed the others
 LONGEST = 300  # seconds of one step
 
@@ -73,7 +74,7 @@ def built(*targets):
 def programs(test):
     """What has to be built for a test."""
     if test["bundle"]:
-        return ["WebResourceInstaller"]
+        return ["WebResourceInstaller", "webresources"]
     return [os.path.relpath(each, BUILD) for each in test["command"]
             if each.startswith(f"{BUILD}/")]
 
@@ -153,7 +154,7 @@ def set_up():
             copy.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(source, copy)
     run("cmake", "-S", BASE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-        "-DCMAKE_CXX_FLAGS_RELEASE=", f"-DCMAKE_CXX_FLAGS={FLAGS}", "-DBUILD_TOOLS=OFF")
+        "-DCMAKE_CXX_FLAGS_RELEASE=", f"-DCMAKE_CXX_FLAGS={FLAGS}")
     run("ninja", "-j2", cwd=BUILD)
 
 
