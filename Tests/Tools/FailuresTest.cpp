@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 
 #include "ArchiveLayout.h"
 #include "ArchiveWriter.h"
 #include "AtomicFile.h"
+#include "Check.h"
 #include "Error.h"
 #include "FailingCall.h"
 #include "FileTree.h"
@@ -105,6 +107,48 @@ TEST_F(FailuresTest, FileThatCannotBePackedWholeIsTold) {
 TEST_F(FailuresTest, SourceThatCannotBeLookedAtIsTold) {
   EXPECT_COMPLAINT(ComplaintWithout("stat", [&] { CollectSource(directory_ / "", {}); }));
   EXPECT_COMPLAINT(ComplaintWithout("lstat", [&] { CollectSource(directory_ / "", {}); }));
+}
+
+// Check -------------------------------------------------------------------------------------------
+
+/// A bundle whose package has one file. Temporary files are in the directory, too.
+class FailingCheckTest : public FailuresTest {
+ protected:
+  FailingCheckTest() {
+    std::filesystem::create_directory(directory_ / "tmp");
+    WriteFile(directory_ / "OrloWebResources.zip", Zip({{"a", "content"}}));
+    WriteFile(directory_ / "metadata.txt", R"({"clear":false,"updateid":1,"regenerate":false})");
+    options_.path = directory_ / "";
+    options_.prove = true;
+    UseForTemporaryFiles("tmp");
+  }
+  ~FailingCheckTest() override { unsetenv("TMPDIR"); }
+
+  void UseForTemporaryFiles(const std::string& name) {
+    setenv("TMPDIR", (directory_ / name).c_str(), 1);
+  }
+
+  CheckOptions options_;
+};
+
+TEST_F(FailingCheckTest, ExtractionThatDiffersFromThePredictionIsADefect) {
+  const FailingCall fault("fwrite", ENOSPC);
+  const Report report = Check(options_);
+  EXPECT_EQ(report.status, kCouldNotTell);
+  EXPECT_EQ(report.details["proof"]["agrees"], false);
+  EXPECT_EQ(report.details["proof"]["differences"][0]["path"], "a");
+  EXPECT_EQ(TreeOf(directory_ / "tmp"), Tree());
+}
+
+TEST_F(FailingCheckTest, ScratchDirectoryThatCannotBeMadeIsTold) {
+  UseForTemporaryFiles("none");
+  EXPECT_NE(Complaint([&] { Check(options_); }).find("none/webresources-"), std::string::npos);
+}
+
+TEST_F(FailingCheckTest, ScratchDirectoryIsGoneWhenTheExtractionFails) {
+  const FailingCall fault("mkdir", EIO);  // not of mkdtemp(), which the C library calls for itself
+  EXPECT_NE(Complaint([&] { Check(options_); }), "");
+  EXPECT_EQ(TreeOf(directory_ / "tmp"), Tree());
 }
 
 // AtomicFile --------------------------------------------------------------------------------------

@@ -356,6 +356,16 @@ class Receipt(Case):
         self.machine.install()
         self.assert_installed()
 
+    def test_receipt_that_cannot_be_removed_ends_the_installation_before_the_step(self):
+        self.machine.install()
+        record = self.machine.record()
+        self.machine.path(RECEIPT).unlink()
+        self.machine.path(RECEIPT).mkdir()
+        write_bundle(self.machine.bundle, update=8)
+        told = self.machine.install()
+        self.assertEqual((told.status, told.document["error"]["operation"]), (2, "remove"))
+        self.assertEqual(self.machine.record(), record)
+
 
 class Fleet(Case):
     """The ways in which machines break, each told truthfully and, where it can be, repaired by one
@@ -532,6 +542,12 @@ class Together(Case):
         self.machine.path("/go").touch()
         self.assertEqual(self.machine.install("--wait", "60").status, 0)
         self.assert_installed()
+
+    def test_lock_that_cannot_be_opened_is_told(self):
+        self.machine.path(f"{BESIDE}/.WebResources.lock").mkdir(parents=True)
+        told = self.machine.install()
+        self.assertEqual((told.status, told.document["error"]["operation"]), (2, "lock"))
+        self.assertFalse(self.machine.path(RECORD).exists())
 
     def test_lock_is_for_the_installing_user_alone(self):
         self.machine.install()
