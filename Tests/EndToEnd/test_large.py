@@ -8,7 +8,7 @@ import unittest
 import zipfile
 
 from expected import LONGEST_NAME
-from machine import (APPLICATION, BACKEND, CONTENT, EXECUTABLE, FRESH, SANITIZED, InstallerTestCase,
+from machine import (APPLICATION, BACKEND, CONTENT, EXECUTABLE, FRESH, InstallerTestCase,
                      as_tree, metadata, posix_only, write_tree)
 from private_root import DIRECTORY, program, tree
 
@@ -46,7 +46,6 @@ def limited(**limits):
 
 
 @posix_only("how large the stack is can be told to a program")
-@unittest.skipIf(SANITIZED, "the sanitizers need more stack, and report its end")
 class Nesting(InstallerTestCase):
     """Metadata that nests too deep ends the run as other faults in it do, by another signal."""
 
@@ -96,7 +95,7 @@ class Many(InstallerTestCase):
     def setUp(self):
         super().setUp()
         self.command = []
-        if BACKEND == "posix" and not SANITIZED:
+        if BACKEND == "posix":
             self.machine.add_programs(program("prlimit"))
             self.command = limited(data=MEMORY)
 

@@ -9,7 +9,7 @@ import zipfile
 import zlib
 
 from expected import extracted
-from machine import CONTENT, InstallerTestCase, as_tree, write_tree
+from machine import CONTENT, InstallerTestCase, as_tree, large, write_tree
 from private_root import DIRECTORY, SEVEN_ZIP, tree
 
 WEB_PACKAGE = pathlib.Path("/usr/share/javascript")
@@ -169,6 +169,7 @@ class Damaged(InstallerTestCase):
 
 
 class Many(InstallerTestCase):
+    @large
     def test_more_entries_than_the_classic_format_can_count(self):
         with zipfile.ZipFile(self.machine.package, "w") as archive:
             for _ in range(66_000):
@@ -234,6 +235,7 @@ class Tools(InstallerTestCase):
 
 
 class WebPackage(InstallerTestCase):
+    @large
     def test_thousands_of_files_of_a_real_web_package(self):
         self.machine.package.unlink()
         subprocess.run(["zip", "-qr", "-1", self.machine.package, *WEB_DIRECTORIES],

@@ -205,6 +205,10 @@ def record_path():
         return f"/{record.relative_to(machine.root)}"
 
 
+# What is large takes the way of what is small: the sanitizers would see nothing new in it.
+large = unittest.skipIf(SANITIZED, "large: runs without sanitizers")
+
+
 def posix_only(why):
     """For a test of a rule that is the posix back end's alone."""
     return unittest.skipUnless(BACKEND == "posix", f"a rule of the posix back end: {why}")

@@ -514,6 +514,7 @@ class EndToEndTest(Case):
             {path: data if data is None else f'{zlib.crc32(data):08x}'
              for path, data in tree_of(installed).items()})
 
+    @unittest.skipIf(IS_SANITIZED, 'large: runs without sanitizers')
     def test_real_web_package_is_the_same_packed_anywhere_and_unpacked_by_anyone(self):
         self.site = WEB_PACKAGE
         self.pack()

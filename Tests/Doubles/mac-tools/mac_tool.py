@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/env -S python3 -S -E
 """The commands that script/package-macos runs on a Mac, as doubles: it is called by their names.
 
 Each one refuses arguments that the command's manual does not allow in this place, and leaves what
@@ -6,8 +6,6 @@ the next one needs. MAC_TOOLS is the directory of their state; its file "calls" 
 called. FAULT names one thing that goes wrong.
 """
 
-import hashlib
-import json
 import os
 import pathlib
 import re
@@ -30,6 +28,7 @@ def has_form(*form):
 
 def digest(directory):
     """What a signature covers."""
+    import hashlib  # here: this program is started 600 times, and its imports take the longest
     files = sorted(path for path in pathlib.Path(directory).rglob("*") if path.is_file())
     return hashlib.sha256(b"".join(str(path).encode() + path.read_bytes()
                                    for path in files)).hexdigest()
@@ -82,7 +81,8 @@ def cmake():
         require(has_form("--build", None) and os.path.isdir(ARGUMENTS[1]), "nothing to build")
     elif ARGUMENTS[0] == "--install":
         require(has_form("--install", None, "--prefix", None, "--strip"), "unknown form")
-        install(json.loads((STATE / "definitions").read_text()), pathlib.Path(ARGUMENTS[3]))
+        lines = (STATE / "definitions").read_text().splitlines()
+        install(dict(line.split("=", 1) for line in lines), pathlib.Path(ARGUMENTS[3]))
     else:
         configure()
 
@@ -99,7 +99,8 @@ def configure():
         name = library.replace("libu", "u")
         require((directory / name / f"lib{name}.a").is_file(), "no library " + library)
     pathlib.Path(ARGUMENTS[3]).mkdir(parents=True)
-    (STATE / "definitions").write_text(json.dumps(definitions))
+    (STATE / "definitions").write_text("".join(f"{name}={value}\n"
+                                               for name, value in definitions.items()))
 
 
 def install(definitions, root):
