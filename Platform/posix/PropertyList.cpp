@@ -65,7 +65,7 @@ Holder HolderOf(const std::string& text) {
 std::string TextOf(plist_t node) {
   std::uint64_t length = 0;
   const char* text = plist_get_string_ptr(node, &length);
-  return {text, length};
+  return {text, static_cast<std::size_t>(length)};
 }
 
 // Nodes -----------------------------------------------------------------------------------------

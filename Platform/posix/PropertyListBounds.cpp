@@ -252,7 +252,8 @@ class XmlScan {
 // Binary ----------------------------------------------------------------------------------------
 
 /// Walks a binary list as libplist does, with every shared object as often as it is referred to,
-/// and gives up when the walk is too long. It gets no deeper than there are containers.
+/// and gives up when the walk is too long. It gets no deeper than there are containers. Positions
+/// have 64 bits on every processor: a list gives them, and none may wrap into the list.
 class BinaryWalk {
  public:
   explicit BinaryWalk(const std::string& bytes) : bytes_(bytes) {}
@@ -289,24 +290,29 @@ class BinaryWalk {
   struct Object {
     unsigned type;
     std::uint64_t size;
-    std::size_t content;
+    std::uint64_t content;
   };
+
+  /// Requires: they are in the list.
+  string_view Bytes(std::uint64_t at, std::uint64_t size) const {
+    return string_view(bytes_).substr(static_cast<std::size_t>(at), static_cast<std::size_t>(size));
+  }
 
   /// The big-endian number of `size` bytes at `at`; the largest number, which passes no check, when
   /// there is none.
-  std::uint64_t Number(std::size_t at, std::uint64_t size) const {
+  std::uint64_t Number(std::uint64_t at, std::uint64_t size) const {
     if (size < 1 || size > 8 || at > bytes_.size() || size > bytes_.size() - at) {
       return UINT64_MAX;
     }
     std::uint64_t number = 0;
-    for (std::size_t i = at; i < at + size; ++i) {
-      number = number << 8 | static_cast<unsigned char>(bytes_[i]);
+    for (const char byte : Bytes(at, size)) {
+      number = number << 8 | static_cast<unsigned char>(byte);
     }
     return number;
   }
 
   /// The object at `at`. A size of 15 in the first byte means that an integer with it follows.
-  Object ObjectAt(std::size_t at) const {
+  Object ObjectAt(std::uint64_t at) const {
     const std::uint64_t first = Number(at, 1);
     const Object object{static_cast<unsigned>(first >> 4), first & 15, at + 1};
     const bool isSized = object.type == kArray || object.type == kSet ||
@@ -320,14 +326,14 @@ class BinaryWalk {
   }
 
   /// The place of an object; the end of the list when there is none.
-  std::size_t OffsetOf(std::uint64_t index) const {
+  std::uint64_t OffsetOf(std::uint64_t index) const {
     const std::uint64_t offset =
         index < objects_ ? Number(table_ + index * offsetSize_, offsetSize_) : UINT64_MAX;
     return std::min<std::uint64_t>(offset, bytes_.size());
   }
 
   bool Walk(std::uint64_t index) {
-    const std::size_t offset = OffsetOf(index);
+    const std::uint64_t offset = OffsetOf(index);
     if (offset == bytes_.size() || !memory_.Spend(kObjectCost) || !depths_.Spend(depth_)) {
       return false;
     }
@@ -352,11 +358,11 @@ class BinaryWalk {
     }
   }
 
-  std::uint64_t Reference(std::size_t references, std::uint64_t number) const {
+  std::uint64_t Reference(std::uint64_t references, std::uint64_t number) const {
     return Number(references + number * referenceSize_, referenceSize_);
   }
 
-  bool WalkAll(std::size_t references, std::uint64_t count) {
+  bool WalkAll(std::uint64_t references, std::uint64_t count) {
     if (!containers_.Spend(1)) {
       return false;
     }
@@ -371,13 +377,13 @@ class BinaryWalk {
   }
 
   /// Requires objects that were walked over.
-  bool AreKeys(std::size_t references, std::uint64_t count) {
+  bool AreKeys(std::uint64_t references, std::uint64_t count) {
     Keys keys;
     for (std::uint64_t i = 0; i < count; ++i) {
       const Object key = ObjectAt(OffsetOf(Reference(references, i)));
       const std::uint64_t width = key.type == kWideText ? 2 : 1;
       if ((key.type != kText && key.type != kWideText) ||
-          !keys.Insert(string_view(bytes_).substr(key.content, key.size * width), comparisons_) ||
+          !keys.Insert(Bytes(key.content, key.size * width), comparisons_) ||
           !comparisons_.Spend(width == 2 ? kEncodedKeyCost : 0)) {
         return false;
       }
@@ -391,7 +397,7 @@ class BinaryWalk {
   }
 
   /// Any text may be a key, and libplist ends the process when asked for one with a zero in it.
-  bool WalkText(std::size_t characters, std::uint64_t count, std::uint64_t size) {
+  bool WalkText(std::uint64_t characters, std::uint64_t count, std::uint64_t size) {
     if (!memory_.Spend(count)) {
       return false;
     }

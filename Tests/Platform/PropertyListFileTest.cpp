@@ -451,7 +451,8 @@ TEST_F(PropertyListFileTest, HugeFileFailsAndStays) {
 TEST_F(PropertyListFileTest, LargestXmlFileIsWrittenAndReadAndALargerListIsBinary) {
   constexpr std::size_t kSixteenMiB = 16777216;
   ASSERT_TRUE(PropertyListFile(path_).Apply({{"text", "x"}}));
-  const std::string text(kSixteenMiB - fs::file_size(path_) + 1, 'x');
+  const auto size = static_cast<std::size_t>(fs::file_size(path_));
+  const std::string text(kSixteenMiB - size + 1, 'x');
   ASSERT_TRUE(PropertyListFile(path_).Apply({{"text", text}}));
   EXPECT_EQ(kSixteenMiB, fs::file_size(path_));
   EXPECT_TRUE(Has("text"));
