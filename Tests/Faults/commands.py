@@ -205,13 +205,15 @@ class CommandKilled(OnCommands):
 
 
 class FailingCallsOfCommands(OnCommands):
-    """Every system call fails, with every error, once and from then on."""
+    """Every system call fails, with every error, once and from then on. No transfer is interrupted
+    from then on: the C++ library's streams try again for ever, as if the signals had to end."""
 
     def faults(self):
         return [(error, name, f"{number}{lasting}") for name, number in self.calls()
                 if name not in INFALLIBLE
                 for error in (*ERRORS, *(["short"] if name in TRANSFERS else []))
-                for lasting in ("", "+")]
+                for lasting in ("", "+")
+                if (error, name in TRANSFERS, lasting) != ("EINTR", True, "+")]
 
 
 CAMPAIGNS = {"killed": CommandKilled, "calls": FailingCallsOfCommands}
