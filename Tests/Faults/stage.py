@@ -20,7 +20,8 @@ INJECT = os.environ["INJECT"]
 FAIL_MALLOC = os.environ["FAIL_MALLOC"]
 PROGRAM = f"{APPLICATION}/{EXECUTABLE}"
 TIMEOUT = 30  # a lock that is never free costs a run two seconds a flush
-QUIET = {"ASAN_OPTIONS": "detect_leaks=0"}  # which needs ptrace for itself
+# Leak detection needs ptrace for itself; a private root has /tmp, whatever this process uses.
+ENVIRONMENT = {"ASAN_OPTIONS": "detect_leaks=0", "TMPDIR": "/tmp"}
 
 Result = collections.namedtuple("Result", "status output struck")
 
@@ -104,7 +105,7 @@ class Stage:
     def _run(command):
         try:
             result = subprocess.run(command, stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
-                                    stderr=subprocess.STDOUT, env={**os.environ, **QUIET},
+                                    stderr=subprocess.STDOUT, env={**os.environ, **ENVIRONMENT},
                                     timeout=TIMEOUT, check=False)
         except subprocess.TimeoutExpired as expired:
             return Result("hangs", expired.output, True)
