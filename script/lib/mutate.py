@@ -101,8 +101,10 @@ SANDBOX = """set -e
 mount -t tmpfs -o size=3g none "$1"
 mkdir "$1/upper" "$1/work" "$1/root"
 mount -t overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" none "$1/root"
-mount --rbind /dev "$1/root/dev"
-mount -t tmpfs none "$1/root/dev/shm"
+mount -t tmpfs -o mode=755 none "$1/root/dev"  # not the real one: a changed program may delete in it
+cp -a /dev/null /dev/zero /dev/full /dev/random /dev/urandom /dev/tty "$1/root/dev"
+mkdir -m 1777 "$1/root/dev/shm"
+ln -s /proc/self/fd "$1/root/dev/fd"
 mount -t proc none "$1/root/proc"
 root=$1/root
 shift
