@@ -20,7 +20,7 @@ first_header() { # OPTION HEADER
 headers=build/mac-compile
 rm -rf "$headers"
 mkdir -p "$headers"
-for name in zlib.h minizip utf8proc.h CLI nlohmann gtest; do
+for name in zlib.h minizip utf8proc.h nettle CLI nlohmann gtest; do
   ln -s "/usr/include/$name" "$headers/$name"
 done
 ln -s "$(first_header -O0 zconf.h)" "$headers/zconf.h"
@@ -39,7 +39,8 @@ flags=(-std=c++17 -fsyntax-only -nostdinc++ -nostdlibinc -D_GNU_SOURCE
   -include Tests/Doubles/darwin-headers/types.h
   -isystem Tests/Doubles/darwin-headers -isystem "$headers" -isystem "$headers/minizip"
   -isystem "$libcxx" -isystem "${musl[0]}"
-  -ITests/Doubles -DWEBRESOURCES_VERSION='"0"' -DBUNDLE_PROBE='""' -DBUNDLE_EXECUTABLES='"MacOS"')
+  -ITests/Doubles -DWEBRESOURCES_VERSION='"0"' -DBUNDLE_PROBE='""' -DBUNDLE_EXECUTABLES='"MacOS"'
+  -DBUNDLE_EXECUTABLE='"WebResourceInstaller"')
 while read -r directory; do
   flags+=("-I$directory")
 done < <(git ls-files '*.h' | grep -E '^(Include|Common|Platform|Tools|Tests/(Common|Source|Support))/' |

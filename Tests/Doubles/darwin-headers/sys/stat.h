@@ -26,6 +26,8 @@
 #define S_IRWXG 0000070
 #define S_IXGRP 0000010
 #define S_IRWXO 0000007
+#define S_IROTH 0000004
+#define S_IWOTH 0000002
 #define S_IXOTH 0000001
 
 struct stat {
