@@ -397,7 +397,7 @@ TEST(QDOObjectTest, FailedCopyReleasesWhatTheTargetHeld) {
 TEST(QDOObjectTest, SharingValuesMayBeCopiedAndDestroyedOnDifferentThreads) {
   const long before = AllocationProbe::live();
   {
-    const QDOObject first = Make("shared by two threads, each through a value of its own");
+    const QDOObject first = Make("shared by two threads, each through its own value");
     const QDOObject second = first;
     const auto churn = [](const QDOObject& own) {
       for (int i = 0; i < 20000; ++i) {

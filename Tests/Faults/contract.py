@@ -38,7 +38,7 @@ def below(tree, name):
 
 
 def first_free(tree):
-    """The name of the fresh directory. A link that leads nowhere counts as free."""
+    """The name of the fresh directory. A dangling link counts as free."""
     number = 0
     while f"Resource{number}".encode() in tree:
         number += 1

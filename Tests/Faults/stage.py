@@ -27,7 +27,7 @@ Result = collections.namedtuple("Result", "status output struck")
 
 
 class Stage:
-    """A root in the scratch directory; the caller has a mount namespace of its own."""
+    """A root in the scratch directory; the caller has its own mount namespace."""
 
     def __init__(self):
         self.top = pathlib.Path(tempfile.mkdtemp(dir=os.environ["SCRATCH"]))

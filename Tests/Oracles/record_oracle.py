@@ -10,7 +10,7 @@ LONGEST_CARRIED = 127  # bytes of a text that survives a wipe
 
 
 def carried_number(value):
-    """A number that fits 32 bits; -1 counts as none."""
+    """A number that fits 32 bits; -1 counts as absent."""
     if type(value) not in (int, float) or not -2**31 <= value < 2**31 or value != int(value):
         return None
     return int(value) if value != -1 else None

@@ -1,4 +1,4 @@
-// Prints the Resources directory of its own bundle; exit status 1 when there is none. An argument
+// Prints the Resources directory of this program's bundle; exit status 1 when there is none. An argument
 // is the size of the buffer offered.
 
 #include <cstdio>

@@ -194,8 +194,8 @@ class ThrowawayMachine(Machine):
 
 @functools.lru_cache(maxsize=None)
 def record_path():
-    """Where the record is: with the posix back end a rule of ours. With CoreFoundation it is a rule
-    of its own, and found out by an installation."""
+    """Where the record is: with the posix back end by our rule. CoreFoundation has another rule,
+    which an installation shows."""
     if BACKEND == "posix":
         return RECORD
     with tempfile.TemporaryDirectory(dir=SCRATCH) as directory:

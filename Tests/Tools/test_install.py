@@ -463,7 +463,7 @@ class Fleet(Case):
         self.assertEqual((self.machine.verify().status, self.machine.install().status), (2, 2))
 
     def test_what_blocks_the_step_is_refused_and_told(self):
-        """A link that leads nowhere in the place of the fresh directory, and a file in that of the
+        """A dangling link in the place of the fresh directory, and a file in that of the
         root: the step would install nothing."""
         shutil.rmtree(self.machine.installed)
         self.machine.installed.symlink_to("nowhere")

@@ -1,4 +1,4 @@
-// Asks CoreFoundation's preferences, for script/mac-facts, in a domain of its own: all users, this
+// Asks CoreFoundation's preferences, for script/mac-facts, in its own domain: all users, this
 // host. One line an answer.
 //
 //   mac-facts synchronize     the result with nothing to write

@@ -6,11 +6,13 @@
 #include <string>
 #include <system_error>
 
-/// Something that keeps a command from telling or doing what it was asked: what was tried, on what,
-/// and why it failed.
+/// What keeps a command from answering, or from doing what it was asked: what was tried, on what,
+/// and why it failed. It is thrown by value and caught by reference; main() prints it, and --json
+/// puts its parts into the document.
 class Error : public std::runtime_error {
  public:
-  /// Makes an error that reads "cannot `operation` `object`: `reason`".
+  /// Makes an error that reads "cannot `operation` `object`: `reason`", for example "cannot read
+  /// site/a: Permission denied". The object is in its own bytes: see names::Printable().
   Error(std::string operation, std::string object, std::string reason)
       : std::runtime_error("cannot " + operation + " " + object + ": " + reason),
         operation_(std::move(operation)),

@@ -30,7 +30,7 @@ using QDOMap = QDOContainer<std::map<std::string, QDOObject>>;
 ///     QDOObject view = map;              // a second view of the same map
 ///     view["answer"].getQDOInt32();      // 42
 ///
-/// Copying never duplicates a string or a container: a copy gets a holder of its own that shares
+/// Copying never duplicates a string or a container: a copy gets its own holder, which shares
 /// the same element through an atomic count, so a change made through one copy is seen through the
 /// other. Values may nest to any depth: destroying them takes a bounded part of the stack.
 ///
