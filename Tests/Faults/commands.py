@@ -22,6 +22,7 @@ from machine import APPLICATION
 from private_root import add_programs, inside, tree
 
 WEBRESOURCES = os.path.realpath(os.environ["WEBRESOURCES"])
+COMMAND = "/webresources"  # in the root, where /tmp is emptied, which may hold this checkout
 COULD_NOT_TELL = 2
 # Failing, these may keep a command from removing what it made for itself.
 REMOVES = {"close", "fcntl", "getdents64", "newfstatat", "openat", "rmdir", "unlink", "unlinkat"}
@@ -36,9 +37,10 @@ class Command:
         self.stage = stage_of_this_process()
         self.judge = Judge(self.stage, scenario)
         self.name = f"{words[0]}, {scenario.name}"
-        self.command = (WEBRESOURCES, *words, APPLICATION)
-        if not inside(self.stage.root, WEBRESOURCES).exists():
+        self.command = (COMMAND, *words, APPLICATION)
+        if not inside(self.stage.root, COMMAND).exists():
             add_programs(self.stage.root, WEBRESOURCES)
+            shutil.copy(WEBRESOURCES, inside(self.stage.root, COMMAND))
         self.beside = self.stage.install_root.parent
 
     def check(self, holds, *what):
