@@ -503,6 +503,13 @@ class Together(Case):
             self.assertEqual(self.install_at_once(4, "--force"), [0] * 4)
             self.assert_installed()
 
+    def test_four_first_installations_at_once_leave_one_whole_installation(self):
+        """None has made the lock yet that keeps the others from looking at what changes."""
+        for _ in range(5):
+            shutil.rmtree(self.machine.path("/Library"), ignore_errors=True)
+            self.assertEqual(self.install_at_once(4, "--force"), [0] * 4)
+            self.assert_installed()
+
     def slow_step(self):
         """The step, which waits for a file before it does its work, as long as its root is there: if
         the test is ended, nothing goes on."""

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include "Error.h"
 #include "InstallLock.h"
 #include "MachineState.h"
 #include "Repair.h"
@@ -65,12 +66,20 @@ bool IsRefusedUntouched(const InstallOptions& options, const ExpectedBundle& bun
   if (bundle.errors.empty() && InstallLock::IsThere()) {
     return false;
   }
-  const InstallPlan plan = MakePlan(options, bundle);
-  const bool isRefused = plan.outcome == InstallPlan::Outcome::Refuse;
-  if (isRefused) {
-    Refuse(plan, report);
+  try {
+    const InstallPlan plan = MakePlan(options, bundle);
+    if (plan.outcome == InstallPlan::Outcome::Refuse) {
+      Refuse(plan, report);
+      return true;
+    }
+  } catch (const Error&) {
+    // A first installation beside this one makes the lock and changes what is looked at. Under the
+    // lock the same look is told if it fails.
+    if (!InstallLock::IsThere()) {
+      throw;
+    }
   }
-  return isRefused;
+  return false;
 }
 
 void InstallLocked(const InstallOptions& options, const ExpectedBundle& bundle,

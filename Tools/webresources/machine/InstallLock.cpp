@@ -3,14 +3,16 @@
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <thread>
 
+#include "DirectoryChain.h"
 #include "Error.h"
 #include "Files.h"
 #include "Installation.h"
 #include "Names.h"
-#include "OSUtils.h"
 #include "Progress.h"
 
 namespace {
@@ -21,9 +23,18 @@ std::string LockPath() {
   return BesideInstallRoot("", ".WebResources.lock");
 }
 
+/// Makes the directory with its missing ancestors. Not OSUtils::EnsureDirectoryExists(), which
+/// fails if another first installation makes one of them at the same time.
+bool MakeDirectories(const std::string& path) {
+  constexpr mode_t kMode = 0777;  // before the umask
+  return MakeDirectoryChain(
+      path, [](const char* one) { return access(one, R_OK) == 0; },
+      [](const char* one) { return mkdir(one, kMode) == 0 || errno == EEXIST; });
+}
+
 Descriptor Open(const std::string& path) {
   const std::string directory = names::Parent(path);
-  if (!OSUtils::EnsureDirectoryExists(directory)) {
+  if (!MakeDirectories(directory)) {
     throw Error::FromErrno("make", directory);
   }
   Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));

@@ -47,10 +47,13 @@ FileState StateOf(const std::string& path) {
   if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
     throw Error("read", path, "it is not a regular file");
   }
-  if (access(path.c_str(), R_OK) != 0) {
-    throw Error::FromErrno("read", path);
+  if (access(path.c_str(), R_OK) == 0) {
+    return FileState::Present;
   }
-  return FileState::Present;
+  if (errno == ENOENT) {
+    return FileState::Missing;  // removed since stat()
+  }
+  throw Error::FromErrno("read", path);
 }
 
 bool Exists(const std::string& path) {
