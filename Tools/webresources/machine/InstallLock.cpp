@@ -44,14 +44,6 @@ Descriptor Open(const std::string& path) {
   return file;
 }
 
-/// Whether `file` is what is at `path`: somebody may have removed the file meanwhile.
-bool IsAt(const Descriptor& file, const std::string& path) {
-  struct stat held = {};
-  struct stat there = {};
-  return fstat(*file, &held) == 0 && lstat(path.c_str(), &there) == 0 &&
-         held.st_dev == there.st_dev && held.st_ino == there.st_ino;
-}
-
 Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
   for (auto left = wait;; left -= kPoll) {
     Descriptor file = Open(path);
@@ -59,7 +51,7 @@ Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
     if (!isLocked && errno != EWOULDBLOCK && errno != EINTR) {
       throw Error::FromErrno("lock", path);
     }
-    if (isLocked && IsAt(file, path)) {
+    if (isLocked && IsAt(*file, path)) {
       return file;
     }
     if (left < kPoll) {

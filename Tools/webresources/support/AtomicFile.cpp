@@ -47,23 +47,34 @@ Descriptor OpenLocked(const std::string& path) {
 
 /// Removes what processes that were killed have left beside `path`. What cannot be removed stays.
 void RemoveLeftovers(const std::string& path) {
-  const std::string directory = names::Parent(path);
-  for (const std::string& name : NamesIn(directory)) {
-    if (IsLeftover(name, path) && OpenLocked(directory + "/" + name)) {
-      unlink((directory + "/" + name).c_str());
+  const std::string directory = names::Parent(path) + "/";
+  for (const std::string& name : NamesIn(names::Parent(path))) {
+    if (IsLeftover(name, path)) {
+      const Descriptor file = OpenLocked(directory + name);
+      // Another process may have removed the file, and its owner made it once more.
+      if (file && IsAt(*file, directory + name)) {
+        unlink((directory + name).c_str());
+      }
     }
   }
 }
 
-/// Makes an empty file at `path`, which must not exist, and locks it.
+/// Makes an empty file at `path`, which must not exist, and locks it. Between the two another
+/// process may treat the file as a leftover and remove it: then it is made once more.
 Descriptor MakeLocked(const std::string& path) {
-  Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
-  if (!file) {
-    throw Error::FromErrno("write", path);
+  constexpr int kAttempts = 100;
+  for (int i = 0; i < kAttempts; ++i) {
+    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+    if (!file) {
+      throw Error::FromErrno("write", path);
+    }
+    // A file system without locks has no process that finds the file locked or unlocked.
+    Uninterrupted([&file] { return flock(*file, LOCK_EX); });
+    if (IsAt(*file, path)) {
+      return file;
+    }
   }
-  // A file system without locks has no process that finds the file locked or unlocked.
-  flock(*file, LOCK_EX | LOCK_NB);
-  return file;
+  throw Error("write", path, "other processes keep removing it");
 }
 
 void SynchronizePath(const std::string& path) {

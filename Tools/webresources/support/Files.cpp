@@ -129,3 +129,10 @@ void MakeDirectories(const std::string& path) {
     throw Error("make the directory", path, failure.message());
   }
 }
+
+bool IsAt(int descriptor, const std::string& path) {
+  struct stat held = {};
+  struct stat there = {};
+  return fstat(descriptor, &held) == 0 && lstat(path.c_str(), &there) == 0 &&
+         held.st_dev == there.st_dev && held.st_ino == there.st_ino;
+}

@@ -42,4 +42,8 @@ std::string RealPath(const std::string& path);
 /// afterwards.
 void MakeDirectories(const std::string& path);
 
+/// Whether the file open as `descriptor` is the one at `path`, links not followed: another process
+/// may have removed or replaced it since it was opened.
+bool IsAt(int descriptor, const std::string& path);
+
 #endif  // TOOLS_WEBRESOURCES_SUPPORT_FILES_H_
