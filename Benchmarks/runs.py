@@ -24,11 +24,21 @@ class Command:
     root: str = "/"
     before: object = None  # makes what the command finds
 
-    def prepare(self):
+    def prepare(self, on_disk=False):
         if self.before:
             self.before()
+        elif on_disk:
+            put_aside(self.product)
         else:
             shutil.rmtree(self.product, ignore_errors=True)
+
+
+def put_aside(path):
+    """Takes `path` away without deleting it. For minutes after a deletion, ext4 looks at the inode
+    of each deleted file before it finds one for a new file nearby, which made a run that followed
+    the deletion of its last product take five times as long."""
+    if os.path.lexists(path):
+        os.rename(path, tempfile.mkdtemp(prefix="aside-", dir=os.path.dirname(path)))
 
 
 def in_root(root, function):
@@ -61,7 +71,7 @@ def seconds(command, on_disk=False):
         _, status, usage = os.wait4(child, 0)
         return status, time.monotonic() - start, usage.ru_utime + usage.ru_stime
 
-    command.prepare()
+    command.prepare(on_disk)
     if on_disk:
         os.sync()
     status, elapsed, processor = in_root(command.root, run)
@@ -89,8 +99,9 @@ class Series:
                 taken = [seconds(command, on_disk) for _ in range(repetitions)]
                 self.elapsed[command.name].append(statistics.fmean(run[0] for run in taken))
                 self.processor[command.name].append(statistics.fmean(run[1] for run in taken))
-        for command in commands:
-            shutil.rmtree(command.product, ignore_errors=True)
+        if not on_disk:
+            for command in commands:
+                shutil.rmtree(command.product, ignore_errors=True)
 
     def median(self, name):
         return statistics.median(self.judged[name])
@@ -157,5 +168,6 @@ def instructions(command):
     valgrind = ["/usr/bin/valgrind.bin", "--tool=callgrind", "--callgrind-out-file=/dev/null"]
     script = 'mount --rbind /proc "$0/proc" && mount --rbind /dev "$0/dev" && exec chroot "$0" "$@"'
     result = subprocess.run(["unshare", "--mount", "sh", "-c", script, command.root, *valgrind,
-                             *command.arguments], check=True, text=True, stderr=subprocess.PIPE)
+                             *command.arguments], env={**os.environ, "TMPDIR": "/tmp"},
+                            check=True, text=True, stderr=subprocess.PIPE)
     return int(re.search(r"Collected : (\d+)", result.stderr).group(1))
