@@ -8,6 +8,7 @@
 #include <set>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -106,12 +107,28 @@ bool IsReal(const std::string& text) {
   return IsOf("+-.0123456789eEinftyaINFTYA", text) && *end == '\0';
 }
 
+/// Whether a date of the right shape exists: libplist would read another one in its place.
+bool IsInCalendar(string_view date) {
+  constexpr int kDays[] = {31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31};
+  const auto number = [&](std::size_t at) { return (date[at] - '0') * 10 + (date[at + 1] - '0'); };
+  const int year = number(0) * 100 + number(2);
+  const int month = number(5);
+  const int day = number(8);
+  if (year < 1 || month < 1 || month > 12) {
+    return false;
+  }
+  const bool isLeapDay = month == 2 && day == 29 && year % (year % 100 == 0 ? 400 : 4) == 0;
+  return day >= 1 && (day <= kDays[month - 1] || isLeapDay) && number(11) < 24 && number(14) < 60 &&
+         number(17) < 60;
+}
+
 bool IsDate(string_view text) {
   constexpr string_view kShape = "0000-00-00T00:00:00Z";
   const auto fits = [](char shape, char character) {
     return shape == '0' ? kDigits.find(character) != string_view::npos : shape == character;
   };
-  return std::equal(kShape.begin(), kShape.end(), text.begin(), text.end(), fits);
+  return std::equal(kShape.begin(), kShape.end(), text.begin(), text.end(), fits) &&
+         IsInCalendar(text);
 }
 
 bool IsBase64(const std::string& text) {
@@ -145,6 +162,13 @@ class XmlScan {
   }
 
  private:
+  /// A dictionary or array that has not ended.
+  struct Container {
+    string_view name;
+    bool hasKey;  // whose value is to follow
+    Keys keys;
+  };
+
   bool IsAt(string_view text) const { return StartsWith(bytes_.substr(at_), text); }
 
   bool PassMarkup() {
@@ -155,7 +179,14 @@ class XmlScan {
     if (IsAt("<!")) {
       return IsAt("<!DOCTYPE") && PassTo(">", passed) && passed.find('[') == string_view::npos;
     }
-    return IsAt("<?") ? PassTo("?>", passed) : PassTag();
+    return IsAt("<?") ? PassTo("?>", passed) && IsUtf8(passed) : PassTag();
+  }
+
+  /// libplist reads UTF-8, whatever encoding is declared.
+  static bool IsUtf8(string_view declaration) {
+    constexpr auto kNone = string_view::npos;
+    return declaration.find("encoding") == kNone || declaration.find("UTF-8") != kNone ||
+           declaration.find("utf-8") != kNone;
   }
 
   /// Passes everything up to `end`. No "<" and only whole quotations may be in it, so that libplist
@@ -191,23 +222,43 @@ class XmlScan {
   }
 
   bool PassEnd(string_view name) {
-    if (name != "dict") {
+    if (name != "dict" && name != "array") {
       return name.find('/') == string_view::npos;
     }
-    const bool isOpen = !keys_.empty();
-    keys_.resize(keys_.size() - (isOpen ? 1 : 0));
-    return isOpen;
+    if (open_.empty() || open_.back().name != name || open_.back().hasKey) {
+      return false;
+    }
+    open_.pop_back();
+    return true;
   }
 
   bool PassStart(string_view name, bool isEmpty) {
+    if (!IsInPlace(name == "key")) {
+      return false;
+    }
     if (name == "dict" || name == "array") {
-      keys_.resize(keys_.size() + (name == "dict" && !isEmpty ? 1 : 0));
+      if (!isEmpty) {
+        open_.push_back({name, false, {}});
+      }
       return memory_.Spend(kObjectCost) && containers_.Spend(1);
     }
     const auto begin = at_;
     at_ = isEmpty ? begin : std::min(bytes_.find('<', begin), bytes_.size());
     return memory_.Spend(kObjectCost) && (isEmpty || IsAt("</")) &&
            IsContent(name, bytes_.substr(begin, at_ - begin));
+  }
+
+  /// A key is followed by its value. libplist would leave out a key without one and whatever
+  /// follows the root, and read a key in an array as a text.
+  bool IsInPlace(bool isKey) {
+    if (open_.empty()) {
+      return !isKey && !std::exchange(hasRoot_, true);
+    }
+    Container& container = open_.back();
+    if (container.name == "array") {
+      return !isKey;
+    }
+    return std::exchange(container.hasKey, isKey) != isKey;
   }
 
   bool IsContent(string_view name, string_view content) {
@@ -236,13 +287,14 @@ class XmlScan {
 
   bool IsKey(string_view key) {
     const bool isEncoded = key.find('&') != string_view::npos;
-    return !keys_.empty() && keys_.back().Insert(key, comparisons_) &&
+    return open_.back().keys.Insert(key, comparisons_) &&
            comparisons_.Spend(isEncoded ? kEncodedKeyCost : 0);
   }
 
   const string_view bytes_;
   std::size_t at_ = 0;
-  std::vector<Keys> keys_;  // of the dictionaries that have not ended
+  bool hasRoot_ = false;
+  std::vector<Container> open_;
   Budget memory_{kLargestPropertyList};
   Budget containers_{kMostContainers};
   Budget comparisons_{kMostComparisons};
@@ -396,17 +448,23 @@ class BinaryWalk {
     return integer.size != 4 || Number(integer.content, 8) == 0;
   }
 
-  /// Any text may be a key, and libplist ends the process when asked for one with a zero in it.
+  /// ASCII or UTF-16 without a zero. Any text may be a key, and libplist ends the process when
+  /// asked for one with a zero in it. It reads half of a surrogate pair as another character.
   bool WalkText(std::uint64_t characters, std::uint64_t count, std::uint64_t size) {
     if (!memory_.Spend(count)) {
       return false;
     }
+    const std::uint64_t end = size == 1 ? 0x80 : 0x10000;
+    bool isInPair = false;
     for (std::uint64_t i = 0; i < count; ++i) {
-      if (Number(characters + i * size, size) == 0) {
+      const std::uint64_t unit = Number(characters + i * size, size);
+      const bool isSecond = unit >> 10 == 0xDC00 >> 10;
+      if (unit == 0 || unit >= end || isSecond != isInPair) {
         return false;
       }
+      isInPair = unit >> 10 == 0xD800 >> 10;
     }
-    return true;
+    return !isInPair;
   }
 
   const std::string& bytes_;

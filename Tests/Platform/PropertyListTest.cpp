@@ -298,6 +298,31 @@ TEST(PropertyListTest, ZeroInATextOrKeyMakesNoListAndDoesNotEndTheProcess) {
   EXPECT_FALSE(PropertyList::Parse(Xml("<key>a&#0;</key><true/>")));
 }
 
+/// A binary list whose only value is an object of these bytes.
+std::string ListOf(const std::string& object) {
+  Binary binary;
+  binary.AddDictionary({1, 2});
+  binary.Add("\x51k");
+  binary.Add(object);
+  return binary.List();
+}
+
+TEST(PropertyListTest, HalfASurrogatePairInABinaryListMakesNoListAndIsNotReadAsAnotherCharacter) {
+  const auto list = PropertyList::Parse(ListOf("\x64\xD8\x3D\xDE\x04\xD8\x3D\xDE\x05"));
+  ASSERT_TRUE(list);
+  EXPECT_EQ(std::get<std::string>(list->Values().at("k")), "\xF0\x9F\x98\x84\xF0\x9F\x98\x85");
+  for (const std::string text :
+       {"\x62\xD8\x3D ~", "\x62 ~\xD8\x3D", "\x62\xDE\x04\xD8\x3D", "\x62\xDB\xFF\xE0\x01",
+        "\x62 ~\xDC\x01", "\x63\xD8\x3D\xDE\x04\xDE\x04", "\x63\xD8\x3D\xD8\x3D\xDE\x04"}) {
+    EXPECT_FALSE(PropertyList::Parse(ListOf(text))) << text;
+  }
+}
+
+TEST(PropertyListTest, NarrowTextOfABinaryListIsAscii) {
+  EXPECT_TRUE(PropertyList::Parse(ListOf("\x52~\x7F")));
+  EXPECT_FALSE(PropertyList::Parse(ListOf("\x52\xC3\xA4")));
+}
+
 TEST(PropertyListTest, KeyThatOccursTwiceInADictionaryBelowMakesNoList) {
   Binary binary;
   binary.AddDictionary({1, 2});
@@ -600,6 +625,20 @@ TEST(PropertyListXmlTest, DateHasFourDigitsForTheYearAndTwoForTheRest) {
   }
 }
 
+TEST(PropertyListXmlTest, DateThatIsNotInTheCalendarMakesNoListAndIsNotReadAsAnother) {
+  for (const std::string date : {"0001-01-01T00:00:00Z", "9999-12-31T23:59:59Z",
+                                 "2004-02-29T00:00:00Z", "2000-02-29T00:00:00Z"}) {
+    EXPECT_TRUE(IsList("<key>k</key><date>" + date + "</date>")) << date;
+  }
+  for (const std::string date :
+       {"0000-01-01T00:00:00Z", "2001-00-01T00:00:00Z", "2001-13-01T00:00:00Z",
+        "2001-01-00T00:00:00Z", "2001-01-32T00:00:00Z", "2001-04-31T00:00:00Z",
+        "2001-02-29T00:00:00Z", "1900-02-29T00:00:00Z", "2004-02-30T00:00:00Z",
+        "2001-01-01T24:00:00Z", "2001-01-01T00:60:00Z", "2001-01-01T00:00:60Z"}) {
+    EXPECT_FALSE(IsList("<key>k</key><date>" + date + "</date>")) << date;
+  }
+}
+
 TEST(PropertyListXmlTest, BadBase64MakesNoList) {
   for (const std::string data : {"", "QQ==", "QUI=", "QUJD", "QUJDRA==", "+/+/", "\n\t QU\n JD "}) {
     EXPECT_TRUE(IsList("<key>k</key><data>" + data + "</data>")) << data;
@@ -625,6 +664,33 @@ TEST(PropertyListXmlTest, KeyThatOccursTwiceMakesNoList) {
   EXPECT_FALSE(IsList("<key>a</key><true/><key>a</key><false/>"));
   EXPECT_FALSE(IsList("<key>k</key><dict><key>a</key><true/><key>a</key><true/></dict>"));
   EXPECT_TRUE(IsList("<key>a</key><dict><key>a</key><true/></dict><key>b</key><dict />"));
+}
+
+TEST(PropertyListXmlTest, KeyWithoutAValueMakesNoListAndIsNotLeftOut) {
+  for (const std::string items :
+       {"<key>a</key>", "<key>a</key><key>b</key><true/>", "<true/>", "<key>a</key><true/><true/>",
+        "<key>k</key><dict><key>a</key></dict>", "<key>k</key><dict><true/></dict>",
+        "<key>k</key><array><key>a</key></array>", "<key>k</key><array></dict>",
+        "<key>k</key><dict></array>", "</dict></dict>", "</dict><key>a</key><true/><dict>"}) {
+    EXPECT_FALSE(IsList(items)) << items;
+  }
+}
+
+TEST(PropertyListXmlTest, SecondRootMakesNoListAndIsNotLeftOut) {
+  for (const std::string root : {"<dict/>", "<true/>", "<dict><key>a</key><true/></dict>"}) {
+    EXPECT_FALSE(IsList("</dict>" + root + "<dict>")) << root;
+    EXPECT_FALSE(PropertyList::Parse(Xml("") + root)) << root;
+  }
+}
+
+TEST(PropertyListXmlTest, OtherEncodingThanUtf8MakesNoList) {
+  for (const std::string declaration :
+       {"<?xml version=\"1.0\"?>", "<?xml version=\"1.0\" encoding=\"utf-8\"?>", "<?other?>"}) {
+    EXPECT_TRUE(PropertyList::Parse(declaration + "<plist><dict/></plist>")) << declaration;
+  }
+  EXPECT_FALSE(
+      PropertyList::Parse("<?xml version=\"1.0\" encoding=\"ISO-8859-1\"?>"
+                          "<plist><dict><key>k</key><string>\xC3\xA4</string></dict>"));
 }
 
 // libplist passes over all of a comment, a declaration or a quotation, and reads "</dict/>" as the
