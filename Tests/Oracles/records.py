@@ -1,12 +1,14 @@
 """Random records, found by the shipped program, against record_oracle.py."""
 
 import os
+import re
 import shutil
 import zipfile
 
 import random_records
 from faults import stage_of_this_process
 from machine import metadata, write_tree
+from random_records import MALFORMED
 from record_oracle import RANDOM, after_run, is_drawn, read, same
 
 UPDATE = 7
@@ -29,7 +31,8 @@ class Records:
         self.stage.record_file.parent.mkdir(parents=True)
         self.stage.record_file.write_bytes(data)
         if installed is None:
-            write_tree(self.stage.install_root.parent, {self.stage.install_root.name: b"in the way"})
+            write_tree(self.stage.install_root.parent,
+                       {self.stage.install_root.name: b"in the way"})
         result = self.stage.run()
         if (result.status, result.output) != (0, b""):
             self.faults.append(f"{number}: ends with {result}")
@@ -37,17 +40,18 @@ class Records:
         return [self.judge(number, data, values, clear, regenerate, installed)]
 
     def judge(self, number, data, values, *run):
-        """Sound lists are merged. A damaged one is merged as plistlib reads it, or stands aside."""
-        aside = self.aside()
+        """Sound lists are merged, and malformed ones set aside. Damaged ones are merged as plistlib
+        reads them, or set aside."""
+        aside, found = self.aside(), read_root(self.stage.record_bytes() or b"")
         if aside is not None:
-            if values is not None or aside != data:
+            if isinstance(values, dict) or aside != data:
                 self.faults.append(f"{number}: sets aside {values or 'other bytes'}")
             values = {}
         elif values is None:
-            values = read(data)
-            if values is None:
-                return "damaged ones that were read all the same"
-        found = read(self.stage.record_bytes())
+            values = read_root(data)
+        if values in (None, MALFORMED):
+            self.faults.append(f"{number}: reads {data}")
+            return "read"
         wanted, draws = after_run(values, *run)
         drawn = found.pop(RANDOM, None) if found and draws else None
         if draws:
@@ -62,3 +66,10 @@ class Records:
         if not others:
             return None
         return (self.stage.record_file.parent / others[0]).read_bytes()
+
+
+def read_root(data):
+    """The values of a list, whatever is damaged before or after the root of one in XML."""
+    values = read(data)
+    root = re.search(rb"<dict.*</dict>|<dict/>", data, re.DOTALL)
+    return read(b"<plist>%s</plist>" % root[0]) if values is None and root else values
