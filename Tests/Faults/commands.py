@@ -16,7 +16,7 @@ import signal
 
 import scenarios
 from contract import UPDATE, read_record
-from faults import (ERRORS, INFALLIBLE, OF_THE_HEAP, TRANSFERS, Campaign, Judge, main,
+from faults import (ERRORS, INFALLIBLE, OF_THE_HEAP, STATUS, TRANSFERS, Campaign, Judge, main,
                     stage_of_this_process)
 from machine import APPLICATION
 from private_root import add_programs, inside, tree
@@ -25,9 +25,9 @@ WEBRESOURCES = os.path.realpath(os.environ["WEBRESOURCES"])
 COMMAND = "/webresources"  # in the root, where /tmp is emptied, which may hold this checkout
 COULD_NOT_TELL = 2
 # Failing, these may keep a command from removing what it made for itself.
-REMOVES = {"close", "fcntl", "getdents64", "newfstatat", "openat", "rmdir", "unlink", "unlinkat"}
+REMOVES = {*STATUS, "close", "fcntl", "getdents64", "openat", "rmdir", "unlink", "unlinkat"}
 # Failing, these may make a finding: a file that cannot be read is not as it should be.
-LOOKS = {"access", "lseek", "newfstatat", "openat", "read"}
+LOOKS = {*STATUS, "access", "lseek", "openat", "read"}
 
 
 class Command:

@@ -24,6 +24,8 @@ from private_root import DIRECTORY, INSTALL_ROOT, RECORD, tree
 from stage import Stage
 
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EMFILE", "EINTR", "ENOMEM")
+# How a C library asks for a status: the newer ones ask for that of an open file by fstat.
+STATUS = {"fstat", "newfstatat"}
 TRANSFERS = {"read", "write", "pread64", "getrandom"}
 # Not made to fail: the end of the process, the waking of nobody, and the suicide of abort().
 INFALLIBLE = {"exit_group", "futex", "gettid", "getpid", "tgkill", "umask"}
@@ -179,7 +181,7 @@ class FailingCalls(Campaign):
 
     scenarios = scenarios.chosen("fresh: small", "installed: deep, clear",
                                  "corrupt: large, regenerate")
-    LOAD = {"newfstatat", "openat", "read"}
+    LOAD = {*STATUS, "openat", "read"}
     FLUSH = {*LOAD, "chmod", "fchmod", "fsync", "getrandom", "mkdir", "renameat",
              "renameat2", "write"}
     LEADS_TO = {  # what the failures of which calls may lead to, in a run that goes on
@@ -190,7 +192,7 @@ class FailingCalls(Campaign):
         "a flush failed": FLUSH,
         "no record could be written": FLUSH,
         "not renamed":
-            {"fcntl", "getdents64", "newfstatat", "openat", "rename", "rmdir", "unlink"},
+            {*STATUS, "fcntl", "getdents64", "openat", "rename", "rmdir", "unlink"},
         "wiped values not read before": LOAD,
         "identifier drawn again": LOAD,
     }
