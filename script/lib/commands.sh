@@ -178,7 +178,7 @@ build_preset() { # PRESET
   local log
   log=$(mktemp)
   echo "== $1: build"
-  quietly cmake --preset "$1"
+  quietly cmake --preset "$1" -Werror=dev
   with_progress "$1: build" "$log" cmake --build --preset "$1" --parallel "$(nproc)" || {
     local status=$?
     cat "$log" >&2
