@@ -3,10 +3,10 @@
 //  - changes nothing but its destination, which holds directories and plain files alone;
 //  - makes the same tree of the same package in another directory.
 //
-// An input that starts with a zero byte holds the package after that byte. Any other input
-// describes entries (see NextEntry()). The target makes a package of them, with the right offsets,
-// sizes and checksums except where the description says otherwise: so the fuzzer gets past the
-// directory.
+// An input that starts with a zero byte, or is large, holds the package after its first byte. Any
+// other input describes entries (see NextEntry()). The target makes a package of them, with the
+// right offsets, sizes and checksums except where the description says otherwise: so the fuzzer
+// gets past the directory.
 
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -88,9 +88,13 @@ ZipEntry NextEntry(Reader& input) {
   return entry;
 }
 
+constexpr std::size_t kLargestDescription = 8192;  // a large one could describe gigabytes
+
 std::string Package(Reader input) {
-  if (input.Byte() == 0) {
-    return input.Rest();
+  const bool isPackage = input.Byte() == 0;
+  std::string rest = input.Rest();
+  if (isPackage || rest.size() > kLargestDescription) {
+    return rest;
   }
   std::vector<ZipEntry> entries;
   while (!input.AtEnd()) {

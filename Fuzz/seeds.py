@@ -8,6 +8,7 @@ import datetime
 import json
 import pathlib
 import plistlib
+import random
 import struct
 import sys
 
@@ -15,7 +16,7 @@ sys.path.append(str(pathlib.Path(__file__).parent.parent / "Tests/Corpus"))
 
 from archives import ARCHIVES  # noqa: E402
 from metadata_files import FILES  # noqa: E402
-from zip_bytes import deflated  # noqa: E402
+from zip_bytes import DEFLATED, Entry, archive, deflated  # noqa: E402
 
 TEXTS = [
     *("", " ", "null", "true", "false", "tru", "nul", "fals", '""', '"a"', '"', "[]", "{}", "[", "{"),
@@ -55,6 +56,21 @@ def archive_to_tree():
     yield b"\1" + described(b"d/" * 50, b"", 0, 3) + described(b"d/" * 50, b"x" * 255, 1, 4 * 7)
     yield b"\1" + b"".join(described(b"f", deflated(b"text" * 100), 2 + 128, 0, b"\x08")
                            for _ in range(3))
+
+
+def large_archive_to_tree():
+    noise = random.Random(1).randbytes(8_000_000)
+    text = b"a line of a text that shrinks\n" * 4_000
+    directories = [Entry(f"d{number}/") for number in range(50)]
+    yield b"\0" + archive(Entry("f", noise), comment=noise[:60_000])
+    yield b"\0" + noise[:1_000_000] + archive(Entry("f", noise[:7_000_000], DEFLATED))
+    yield b"\0" + archive(*(Entry(f"{number}", noise[number * 99_000:][:99_000])
+                           for number in range(80)))
+    yield b"\0" + archive(*directories, *(
+        Entry(f"d{number % 50}/{number}", noise[number * 9_000:][:9_000] + text[:number * 300],
+              DEFLATED) for number in range(400)))
+    yield b"\0" + archive(*directories, *(
+        Entry(f"d{number % 50}/{'name' * 60}{number}", b"%d" % number) for number in range(3_000)))
 
 
 VALUES = dict(
