@@ -9,7 +9,8 @@ build_packages=(cmake ninja-build g++ pkgconf zlib1g-dev libminizip-dev libplist
 # What the tests need besides: makers and readers of other hands, and a real web package.
 # shellcheck disable=SC2034
 test_packages=(libgtest-dev nlohmann-json3-dev python3 python3-jsonschema strace util-linux zip unzip
-  7zip libarchive-tools valgrind libc6-dbg libjs-dojo-dojox e2fsprogs procps make)
+  7zip libarchive-tools valgrind libc6-dbg libjs-dojo-dojox e2fsprogs exfat-fuse exfatprogs
+  procps make)
 
 # What the fuzzers need besides the build.
 # shellcheck disable=SC2034

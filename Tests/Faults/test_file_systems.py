@@ -1,0 +1,102 @@
+"""The installer on other file systems than the usual ones, made in an image and mounted at the
+install root: needs the right to mount, and the file system's programs."""
+
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+import scenarios
+from faults import enter_namespace
+from machine import as_tree, write_tree
+from private_root import DIRECTORY, tree
+from scenarios import SMALL, UPDATE
+from stage import Stage
+
+IMAGE_SIZE = 16 << 20
+OLD = {"old": b"old", "sub/": None, "sub/old": b"old"}
+
+
+def require_programs(*programs):
+    for program in programs:
+        if shutil.which(program) is None:
+            raise unittest.SkipTest(f"there is no {program}")
+
+
+def loop_device(image):
+    result = subprocess.run(["losetup", "--find", "--show", image], stdout=subprocess.PIPE,
+                            stderr=subprocess.PIPE, text=True, check=False)
+    if result.returncode != 0:
+        raise unittest.SkipTest(f"no loop device: {result.stderr.strip()}")
+    return result.stdout.strip()
+
+
+class FileSystems(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.stage = Stage()
+
+    def begin(self, content, make, mount):
+        """Mounts what these commands make and mount, with an old installation on it."""
+        require_programs(make[0], mount[0])
+        scenario = scenarios.Scenario("mounted", content, scenarios.fresh, False, False)
+        self.stage.set_up(scenario)
+        self.stage.reset()
+        root = self.stage.install_root
+        root.mkdir(parents=True)
+        with tempfile.NamedTemporaryFile(dir=os.environ["SCRATCH"]) as image:
+            image.truncate(IMAGE_SIZE)
+            subprocess.run([*make, image.name], stdout=subprocess.DEVNULL, check=True)
+            device = loop_device(image.name)
+            self.addCleanup(subprocess.run, ["losetup", "--detach", device], check=True)
+            self.mount(*mount, device, root)
+        write_tree(root / "Resource0", OLD)
+        write_tree(root, {"file": b"", "empty/": None})
+
+    def mount(self, *command):
+        result = subprocess.run(command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
+                                text=True, check=False)
+        if result.returncode != 0:
+            self.skipTest(f"cannot be mounted: {result.stdout.strip()}")
+        self.addCleanup(subprocess.run, ["umount", command[-1]], check=True)
+
+    def run_installer(self, directory):
+        result = self.stage.run()
+        self.assertEqual((result.status, result.output), (0, b""))
+        record = self.stage.record()
+        self.assertEqual((record["iUpdateId"], record["tWebResourceInstallPath"]),
+                         (UPDATE, directory))
+
+    def test_sub_directories_survive_where_listings_do_not_tell_what_an_entry_is(self):
+        self.begin(SMALL, ["mkfs.ext4", "-q", "-O", "^filetype"], ["mount"])
+        root = self.stage.install_root
+        self.run_installer("Resource1")
+        self.assertEqual(sorted(os.listdir(root)), ["Resource0", "Resource1"])
+        self.assertEqual(tree(root / "Resource0"), as_tree(OLD))
+        self.assertEqual(tree(root / "Resource1"), as_tree(SMALL))
+
+    def test_where_case_is_ignored_and_names_are_refused_the_rest_is_installed(self):
+        content = {"index.html": b"first", "INDEX.HTML": b"second", "css/": None, "CSS/": None,
+                   "Css/a.css": b"p{}", "a:b": b"refused", "d?/": None, "d?/f": b"refused",
+                   "last": b"last"}
+        self.begin(content, ["mkfs.exfat"], ["mount.exfat-fuse"])
+        root = self.stage.install_root
+        (root / "Resource0").rename(root / "RESOURCE0")
+        self.run_installer("Resource0")
+        self.assertEqual(tree(root), {
+            b"Resource0": DIRECTORY, b"Resource0/index.html": b"second", b"Resource0/css": DIRECTORY,
+            b"Resource0/css/a.css": b"p{}", b"Resource0/last": b"last"})
+
+
+def main():
+    enter_namespace()
+    result = unittest.main(exit=False).result
+    if len(result.skipped) == result.testsRun:
+        sys.exit(77)
+    sys.exit(0 if result.wasSuccessful() else 1)
+
+
+if __name__ == "__main__":
+    main()
