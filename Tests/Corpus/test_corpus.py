@@ -12,7 +12,7 @@ import unittest
 import zlib
 
 from archives import ARCHIVES
-from machine import CONTENT, SCRATCH, InstallerTestCase, write_tree
+from machine import CONTENT, InstallerTestCase, write_tree
 from metadata_files import FILES
 from private_root import DIRECTORY, full_version, tree
 

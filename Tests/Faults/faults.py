@@ -20,7 +20,7 @@ import time
 import scenarios
 from contract import FINAL, Contract, below, is_drawn, read_record
 from machine import as_tree
-from private_root import DIRECTORY, INSTALL_ROOT, RECORD, tree
+from private_root import DIRECTORY, INSTALL_ROOT, RECORD, SOURCE, tree
 from stage import Stage
 
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EMFILE", "EINTR", "ENOMEM")
@@ -422,8 +422,8 @@ def enter_namespace():
     if "FAULTS_NAMESPACE" not in os.environ:
         os.environ["FAULTS_NAMESPACE"] = "root" if os.getuid() == 0 else "user"
         user = ["--map-root-user"] if os.getuid() != 0 else []
-        os.execvp("unshare", ["unshare", "--mount", *user, sys.executable, "-B", *sys.argv])
-    subprocess.run(["mount", "-t", "tmpfs", "faults", os.environ["SCRATCH"]], check=True)
+        os.execvp("unshare", ["unshare", "--mount", *user, SOURCE / "Tests/Support/in-memory",
+                              sys.executable, "-B", *sys.argv])
 
 
 def main(campaigns, description):

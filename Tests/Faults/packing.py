@@ -29,7 +29,7 @@ class Packing:
     def __init__(self, name):
         self.name = name
         self.faults = []
-        top = pathlib.Path(tempfile.mkdtemp(dir=os.environ["SCRATCH"]))
+        top = pathlib.Path(tempfile.mkdtemp())
         write_tree(top / "site", SITE)
         write_tree(top / "earlier", {"index.html": b"<p>old"})
         self.top = self.seen_at = top / "Resources"

@@ -15,6 +15,7 @@ import multiprocessing
 import os
 import shutil
 import sys
+import tempfile
 
 from disk import Disk, PowerCuts
 from faults import enter_namespace, report
@@ -48,7 +49,7 @@ class Cuts:
         """A recording, which must explain the tree that the command has left."""
         self.subject.begin()
         disk = Disk(self.subject.top, self.subject.seen_at)
-        log = os.path.join(os.environ["SCRATCH"], f"calls-{os.getpid()}")
+        log = os.path.join(tempfile.gettempdir(), f"calls-{os.getpid()}")
         result, calls = traced(self.subject.command, log)
         self.check(result.returncode == 0, "ends with", result)
         cuts = PowerCuts(disk, Recorder(disk).record(calls), self.subject.name)

@@ -27,10 +27,10 @@ Result = collections.namedtuple("Result", "status output struck")
 
 
 class Stage:
-    """A root in the scratch directory; the caller has its own mount namespace."""
+    """A root in memory; the caller has its own mount namespace."""
 
     def __init__(self):
-        self.top = pathlib.Path(tempfile.mkdtemp(dir=os.environ["SCRATCH"]))
+        self.top = pathlib.Path(tempfile.mkdtemp())
         self.root = self.top / "root"
         shutil.copytree(template(), self.root)
         self.root.chmod(0o755)

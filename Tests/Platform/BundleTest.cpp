@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <string>
 
+#include "TestFiles.h"
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -29,20 +31,14 @@ std::string OutputOf(const std::string& command) {
 
 class BundleTest : public testing::Test {
  protected:
-  BundleTest() {
-    char name[] = "/tmp/BundleTest-XXXXXX";
-    directory_ = fs::canonical(mkdtemp(name));
-  }
-  ~BundleTest() override { fs::remove_all(directory_); }
-
   /// A copy of the probe at `path` in the test's directory.
   std::string Copy(const std::string& path) {
-    const fs::path copy = directory_ / path;
+    const fs::path copy = At(path);
     fs::create_directories(copy.parent_path());
     fs::copy_file(PROBE, copy);
     return copy;
   }
-  std::string At(const std::string& path) { return directory_ / path; }
+  std::string At(const std::string& path) const { return directory_ / path; }
   std::string In(const std::string& directory, const std::string& command) {
     return OutputOf("cd '" + At(directory) + "' && " + command);
   }
@@ -54,7 +50,7 @@ class BundleTest : public testing::Test {
     return OutputOf(std::string(RUN_IN_PRIVATE_ROOT) + " '" + At("root") + "' '/" + path + "'");
   }
 
-  fs::path directory_;
+  ScopedDirectory directory_;
 };
 
 TEST_F(BundleTest, ExecutableInMacOSIsInABundle) {
@@ -116,7 +112,7 @@ TEST_F(BundleTest, ExecutableWithoutAPathHasNoResources) {
 }
 
 TEST_F(BundleTest, PathOf1023BytesFitsAndOneOf1024Fails) {
-  const std::size_t fixed = At("").length() + std::string("/Resources").length();
+  const std::size_t fixed = At("/Resources").length();
   std::string name(1023 - fixed, 'd');
   for (std::size_t slash = 200; slash < name.length(); slash += 201) {
     name[slash] = '/';

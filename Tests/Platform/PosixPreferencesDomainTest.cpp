@@ -2,24 +2,20 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
-#include <string>
 
 #include "PreferencesDomain.h"
+#include "TestFiles.h"
 
 namespace {
 
 TEST(PosixPreferencesDomainTest, ChangesAreNotInTheFileBeforeTheFlush) {
-  std::string root = "/tmp/PosixPreferencesDomainTest-XXXXXX";
-  ASSERT_NE(nullptr, mkdtemp(root.data()));
-  PreferencesDomain domain("com.example.ContractTest", root);
+  const ScopedDirectory root;
+  PreferencesDomain domain("com.example.ContractTest", root / "");
   domain.SetNumber("number", 7);
-  EXPECT_TRUE(std::filesystem::is_empty(root));
+  EXPECT_TRUE(std::filesystem::is_empty(root / ""));
   EXPECT_TRUE(domain.Flush());
-  EXPECT_TRUE(
-      std::filesystem::exists(root + "/Library/Preferences/com.example.ContractTest.plist"));
-  std::filesystem::remove_all(root);
+  EXPECT_TRUE(IsThere(root / "Library/Preferences/com.example.ContractTest.plist"));
 }
 
 }  // namespace

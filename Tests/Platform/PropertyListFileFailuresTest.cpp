@@ -15,6 +15,7 @@
 
 #include "FailingCall.h"
 #include "PropertyListFile.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -26,13 +27,9 @@ constexpr int kInterruptionsBorne = 100;
 class PropertyListFileFailuresTest : public testing::Test {
  protected:
   PropertyListFileFailuresTest() {
-    char name[] = "/tmp/PropertyListFileFailuresTest-XXXXXX";
-    root_ = fs::canonical(mkdtemp(name));
-    path_ = root_ / "x.plist";
     EXPECT_TRUE(Set("old", 1));
     old_ = Bytes();
   }
-  ~PropertyListFileFailuresTest() override { fs::remove_all(root_); }
 
   bool Set(const std::string& key, int number) const {
     return PropertyListFile(path_).Apply({{key, number}});
@@ -75,8 +72,9 @@ class PropertyListFileFailuresTest : public testing::Test {
     return count;
   }
 
-  fs::path root_;
-  std::string path_;
+  ScopedDirectory directory_;
+  fs::path root_ = directory_ / "";
+  std::string path_ = directory_ / "x.plist";
   std::string old_;
 };
 

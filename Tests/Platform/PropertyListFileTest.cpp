@@ -21,6 +21,7 @@
 #include <string>
 
 #include "PropertyListFile.h"
+#include "TestFiles.h"
 
 namespace {
 
@@ -33,13 +34,6 @@ constexpr bool kIsSanitized = SANITIZED != 0;
 
 class PropertyListFileTest : public testing::Test {
  protected:
-  PropertyListFileTest() {
-    char name[] = "/tmp/PropertyListFileTest-XXXXXX";
-    root_ = fs::canonical(mkdtemp(name));
-    path_ = root_ / "x.plist";
-  }
-  ~PropertyListFileTest() override { fs::remove_all(root_); }
-
   bool Set(const std::string& key, int number) {
     return PropertyListFile(path_, kShortWait).Apply({{key, number}});
   }
@@ -73,8 +67,9 @@ class PropertyListFileTest : public testing::Test {
     return status == 0;
   }
 
-  fs::path root_;
-  std::string path_;
+  ScopedDirectory directory_;
+  fs::path root_ = directory_ / "";
+  std::string path_ = directory_ / "x.plist";
 };
 
 /// What `run` returns in a child process, which ends there.

@@ -20,7 +20,7 @@ DEADLINE = 30  # seconds, for what takes a moment
 # Says that every package is installed.
 ALL_INSTALLED = """for name; do case $name in -*) ;; *) echo "$name installed" ;; esac; done"""
 # Leaves a file and a process, and does not end by itself.
-ENDLESS = """echo "$0 $*" >"$TMPDIR/made"; sleep 100 & sleep 100"""
+ENDLESS = """echo "$0 $*" >"$TMPDIR/made"; : >"$STARTED"; sleep 100 & sleep 100"""
 
 
 class CommandTestCase(unittest.TestCase):
@@ -198,6 +198,10 @@ class Interruption(CommandTestCase):
         self.fake("dpkg-query", ALL_INSTALLED)
         for name in ("cmake", "ctest"):
             self.fake(name, "exit 0")
+        self.started = self.directory / "started"
+
+    def environment(self):
+        return {**super().environment(), "STARTED": str(self.started)}
 
     def processes(self):
         """Those whose temporary directory is this test's."""
@@ -222,7 +226,8 @@ class Interruption(CommandTestCase):
             [SOURCE / "script" / name, *arguments], stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=self.environment(),
             cwd=self.directory)
-        self.wait_for(lambda: list(self.temporary.rglob("made")), self.processes)
+        self.wait_for(self.started.exists, self.processes)
+        self.started.unlink()
         command.send_signal(number)
         self.assertEqual(command.wait(DEADLINE), 128 + number)
         self.wait_for(lambda: not self.processes(), self.processes)

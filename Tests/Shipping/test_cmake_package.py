@@ -41,7 +41,7 @@ class CMakePackageTestCase(unittest.TestCase):
     generator = "Ninja"
 
     def setUp(self):
-        directory = tempfile.TemporaryDirectory(dir=os.environ["SCRATCH"])
+        directory = tempfile.TemporaryDirectory()
         self.addCleanup(directory.cleanup)
         self.directory = pathlib.Path(directory.name)
         self.content = self.directory / "content"

@@ -20,7 +20,6 @@ from private_root import (DIRECTORY, INSTALL_ROOT, RANDOM_IDENTIFIERS, RECORD, r
                           tree_or_none)
 
 BUNDLE = pathlib.Path(os.environ["BUNDLE"])
-SCRATCH = os.environ["SCRATCH"]
 SANITIZED = os.environ["SANITIZED"] == "1"
 BACKEND = os.environ["BACKEND"]
 
@@ -131,7 +130,7 @@ class Machine:
 @functools.lru_cache(maxsize=None)
 def template():
     """A machine to copy, with the installer's shared libraries, kept as long as the process."""
-    directory = tempfile.TemporaryDirectory(dir=SCRATCH)
+    directory = tempfile.TemporaryDirectory()
     atexit.register(directory.cleanup)
     root = pathlib.Path(directory.name)
     shutil.copytree(BUNDLE, root / APPLICATION.lstrip("/"))
@@ -198,7 +197,7 @@ def record_path():
     which an installation shows."""
     if BACKEND == "posix":
         return RECORD
-    with tempfile.TemporaryDirectory(dir=SCRATCH) as directory:
+    with tempfile.TemporaryDirectory() as directory:
         machine = Machine(pathlib.Path(directory, "machine"))
         machine.run()
         [record] = machine.root.rglob(os.path.basename(RECORD))
@@ -228,7 +227,7 @@ class InstallerTestCase(unittest.TestCase):
         return machine
 
     def new_private_root(self):
-        directory = tempfile.TemporaryDirectory(dir=SCRATCH)
+        directory = tempfile.TemporaryDirectory()
         self.addCleanup(directory.cleanup)
         return Machine(pathlib.Path(directory.name, "machine"))
 
