@@ -253,4 +253,11 @@ def is_drawn(number):
 
 
 def same(one, other):
-    return type(one) is type(other) and one == other
+    """Whether two values are of the same types and equal, all through."""
+    if type(one) is not type(other):
+        return False
+    if isinstance(one, dict):
+        return one.keys() == other.keys() and all(same(one[key], other[key]) for key in one)
+    if isinstance(one, list):
+        return len(one) == len(other) and all(map(same, one, other))
+    return one == other or one != one != other != other

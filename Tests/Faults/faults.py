@@ -233,7 +233,7 @@ class FailingAllocations(Campaign):
     scenarios = FailingCalls.scenarios
 
     def run(self):
-        total = self.count()
+        total = self.stage.allocations()
         self.counts["allocations"] = total
         for number in self.sampled([f"{number}{lasting}" for number in range(1, total + 1)
                                     for lasting in ("", "+")]):
@@ -246,18 +246,6 @@ class FailingAllocations(Campaign):
             self.counts["identifiers lost between wipe and restoration"] += (
                 self.judge.after_clean_run("allocation", number,
                                            may_redraw=self.judge.may_have_lost_identifier()))
-
-    def count(self):
-        """How many allocations an undisturbed run makes."""
-        low, high = 0, 1 << 20
-        while low < high:
-            middle = (low + high + 1) // 2
-            self.stage.reset()
-            if self.stage.run_failing_allocation(middle).struck:
-                low = middle
-            else:
-                high = middle - 1
-        return low
 
 
 class Neighbours(Campaign):
@@ -426,18 +414,23 @@ def enter_namespace():
                               sys.executable, "-B", *sys.argv])
 
 
-def main(campaigns, description):
-    """Runs the campaigns, or those that the command line names."""
+def run_chosen(choices, description, run):
+    """Calls run(choice, pool, sample) for each of the choices that the command line names, or for
+    all of them, and ends the process."""
     enter_namespace()
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("--sample", type=int)
     parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
-    parser.add_argument("campaigns", nargs="*", default=list(campaigns))
+    parser.add_argument("choices", nargs="*", default=list(choices))
     arguments = parser.parse_args()
     with multiprocessing.Pool(arguments.jobs) as pool:
-        passed = [run_campaign(name, campaigns[name], pool, arguments.sample)
-                  for name in arguments.campaigns]
+        passed = [run(choice, pool, arguments.sample) for choice in arguments.choices]
     sys.exit(0 if all(passed) else 1)
+
+
+def main(campaigns, description):
+    run_chosen(campaigns, description, lambda name, pool, sample:
+               run_campaign(name, campaigns[name], pool, sample))
 
 
 if __name__ == "__main__":

@@ -9,16 +9,13 @@ about. The command is run again from every state, or from about N of them, and m
 had been no cut.
 """
 
-import argparse
 import collections
-import multiprocessing
 import os
 import shutil
-import sys
 import tempfile
 
 from disk import Disk, PowerCuts
-from faults import enter_namespace, report
+from faults import report, run_chosen
 from installing import Installation, InstallCommand
 from packing import Packing
 from private_root import tree
@@ -104,7 +101,11 @@ def run_share(task):
     return cuts.counts, cuts.windows, subject.faults
 
 
-def run_campaign(command, model, pool, sample):
+def run_campaign(command, pool, sample):
+    return all([run_model(command, model, pool, sample) for model in MODELS])
+
+
+def run_model(command, model, pool, sample):
     count = len(COMMANDS[command].subjects)
     share = None if sample is None else max(1, sample // count)
     counts, windows, faults = collections.Counter(), collections.Counter(), []
@@ -119,18 +120,5 @@ def run_campaign(command, model, pool, sample):
     return not faults
 
 
-def main():
-    enter_namespace()
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--sample", type=int)
-    parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
-    parser.add_argument("commands", nargs="*", default=list(COMMANDS))
-    arguments = parser.parse_args()
-    with multiprocessing.Pool(arguments.jobs) as pool:
-        passed = [run_campaign(command, model, pool, arguments.sample)
-                  for command in arguments.commands for model in MODELS]
-    sys.exit(0 if all(passed) else 1)
-
-
 if __name__ == "__main__":
-    main()
+    run_chosen(COMMANDS, __doc__, run_campaign)

@@ -6,7 +6,6 @@ checked by whoever replays them and compares the result with the real tree.
 """
 
 import collections
-import os
 import re
 import subprocess
 
@@ -21,11 +20,11 @@ UMASK = 0o022
 
 HARMLESS = set("""
     access arch_prctl brk chdir chroot clock_nanosleep clone clone3 execve exit exit_group faccessat
-    faccessat2 flock
-    fstat fstatfs futex getcwd getdents64 getegid geteuid getgid getpid getppid getrandom gettid
-    getuid ioctl lstat madvise mprotect mremap munmap newfstatat poll pread64 prlimit64 read
-    readlink readlinkat rseq rt_sigaction rt_sigprocmask rt_sigreturn sched_getaffinity
-    set_robust_list set_tid_address sigaltstack stat statfs statx sysinfo uname vfork wait4
+    faccessat2 flock fstat fstatfs futex getcwd getdents64 getegid geteuid getgid getpid getppid
+    getrandom gettid getuid ioctl lstat madvise mprotect mremap munmap newfstatat poll pread64
+    prlimit64 read readlink readlinkat rseq rt_sigaction rt_sigprocmask rt_sigreturn
+    sched_getaffinity set_robust_list set_tid_address sigaltstack stat statfs statx sysinfo uname
+    vfork wait4
     """.split())
 
 LINE = re.compile(r"(\d+) +(\w+)\((.*)\) += (-?\w+|\?)(?: .*)?$")

@@ -28,7 +28,7 @@ PACKAGES = {  # with clear and regenerate
 
 
 class Start:
-    """What stands in /Library before the run."""
+    """What is in /Library before the run."""
 
     def __init__(self, library):
         self.library = library
@@ -59,7 +59,7 @@ def installed(start):
 
 
 def leftovers(start):
-    """Of killed runs, and of everything that can stand under the install root."""
+    """Of killed runs, and everything that can be under the install root."""
     for directory in ("Resource0", "Resource1", "Resource7", "other"):
         start.install(directory)
     root = start.install_root

@@ -1,6 +1,6 @@
 """The private root in which one worker runs the installer again and again.
 
-Nothing is copied between two runs but what a run can change: /Library.
+Between two runs only what a run can change is copied: /Library.
 """
 
 import collections
@@ -90,6 +90,16 @@ class Stage:
         fired.unlink(missing_ok=True)
         return result._replace(struck=struck)
 
+    def allocations(self):
+        """How many allocations an undisturbed run makes."""
+        made, too_many = 0, 1 << 20
+        while too_many - made > 1:
+            number = (made + too_many) // 2
+            self.reset()
+            made, too_many = ((number, too_many) if self.run_failing_allocation(number).struck
+                              else (made, number))
+        return made
+
     def calls(self, command=(PROGRAM,)):
         """The system calls of an undisturbed run: pairs of a name and its number."""
         return [(name, number) for name, number, _ in self.calls_and_paths(command)]
@@ -133,7 +143,7 @@ class Stage:
         return sorted(os.listdir(directory)) if directory.is_dir() else []
 
     def surroundings(self):
-        """All that no run may touch: everything but the install root and the record's files."""
+        """All that no run may touch: everything except the install root and the record's files."""
         found = {}
         may_be_made = {str(path) for path in
                        (*self.install_root.parents, *self.record_file.parents)}

@@ -46,7 +46,7 @@ class FileSystems(unittest.TestCase):
         self.stage.reset()
         root = self.stage.install_root
         root.mkdir(parents=True)
-        with tempfile.NamedTemporaryFile(dir=os.environ["SCRATCH"]) as image:
+        with tempfile.NamedTemporaryFile() as image:
             image.truncate(IMAGE_SIZE)
             subprocess.run([*make, image.name], stdout=subprocess.DEVNULL, check=True)
             device = loop_device(image.name)
@@ -86,8 +86,8 @@ class FileSystems(unittest.TestCase):
         (root / "Resource0").rename(root / "RESOURCE0")
         self.run_installer("Resource0")
         self.assertEqual(tree(root), {
-            b"Resource0": DIRECTORY, b"Resource0/index.html": b"second", b"Resource0/css": DIRECTORY,
-            b"Resource0/css/a.css": b"p{}", b"Resource0/last": b"last"})
+            b"Resource0": DIRECTORY, b"Resource0/index.html": b"second", b"Resource0/last": b"last",
+            b"Resource0/css": DIRECTORY, b"Resource0/css/a.css": b"p{}"})
 
 
 def main():

@@ -10,11 +10,12 @@ import time
 import unittest
 
 import scenarios
-from faults import enter_namespace
+from faults import enter_namespace, stage_of_this_process
 from machine import SANITIZED, as_tree, metadata
 from private_root import DIRECTORY, INSTALL_ROOT, add_programs, tree
 from scenarios import OLD, SMALL, UPDATE
-from stage import PROGRAM, Stage
+from stage import PROGRAM
+
 
 def plant_file(path):
     path.write_bytes(b"planted")
@@ -47,7 +48,7 @@ def plant_loop(path):
 
 
 def plant_hard_link(path):
-    path.hardlink_to(stage().root / "elsewhere/victim")
+    path.hardlink_to(stage_of_this_process().root / "elsewhere/victim")
 
 
 def plant_fifo(path):
@@ -72,7 +73,7 @@ def plant_device(path):
 PLANTS = (plant_file, plant_unreadable, plant_directory, plant_link_to_file,
           plant_link_to_directory, plant_dangling_link, plant_loop, plant_hard_link, plant_fifo,
           plant_socket, plant_device)
-LEAD_NOWHERE = (plant_dangling_link, plant_loop)
+BROKEN_LINKS = (plant_dangling_link, plant_loop)
 
 
 class Neighbourhood(unittest.TestCase):
@@ -80,7 +81,7 @@ class Neighbourhood(unittest.TestCase):
 
     @classmethod
     def setUpClass(cls):
-        cls.stage = stage()
+        cls.stage = stage_of_this_process()
         cls.surroundings = tree(cls.stage.elsewhere)
 
     def begin(self, name="installed: small", **values):
@@ -122,7 +123,7 @@ class UnderTheInstallRoot(Neighbourhood):
 
     def test_whatever_has_the_next_free_name_gives_way_to_the_one_after(self):
         for plant in PLANTS:
-            if plant in LEAD_NOWHERE:
+            if plant in BROKEN_LINKS:
                 continue
             with self.subTest(plant.__name__):
                 self.begin()
@@ -131,8 +132,8 @@ class UnderTheInstallRoot(Neighbourhood):
                 self.assert_installed()
                 self.assert_record(iUpdateId=UPDATE, tWebResourceInstallPath="Resource0")
 
-    def test_link_that_leads_nowhere_under_the_next_free_name_stops_the_installation(self):
-        for plant in LEAD_NOWHERE:
+    def test_broken_link_under_the_next_free_name_stops_the_installation(self):
+        for plant in BROKEN_LINKS:
             with self.subTest(plant.__name__):
                 self.begin()
                 plant(self.stage.install_root / "Resource1")
@@ -141,7 +142,7 @@ class UnderTheInstallRoot(Neighbourhood):
                 self.assertTrue((self.stage.install_root / "Resource0/old").exists())
                 self.assertEqual(self.stage.record(), before)
 
-    def test_what_stands_in_the_place_of_an_ancestor_stops_the_installation(self):
+    def test_what_is_in_the_place_of_an_ancestor_stops_the_installation(self):
         for plant in (plant_file, plant_link_to_file, plant_dangling_link, plant_fifo,
                       plant_socket, plant_device):
             for ancestor in (self.stage.install_root, self.stage.install_root.parent):
@@ -213,7 +214,7 @@ class UnderTheInstallRoot(Neighbourhood):
 
 
 class Planted(Neighbourhood):
-    """Planted while the run is under way, just before a system call of its."""
+    """Planted while the run is under way, just before one of its system calls."""
 
     def plant_before(self, call, number, script, name="fresh: small"):
         self.begin(name)
@@ -221,7 +222,7 @@ class Planted(Neighbourhood):
         self.run_installer(lambda: self.stage.run_with(
             f"sh:cd '{root}' && {script}", call, number))
 
-    def test_nothing_is_written_through_what_stands_at_an_output_path(self):
+    def test_nothing_is_written_through_what_is_at_an_output_path(self):
         plants = {
             "FIFO": "mkfifo $OUT",
             "link": "ln -s /elsewhere/victim $OUT",
@@ -288,7 +289,7 @@ class Planted(Neighbourhood):
 
 
 class Preferences(Neighbourhood):
-    def test_what_stands_in_the_place_of_the_file_is_not_followed_and_ends_no_run(self):
+    def test_what_is_in_the_place_of_the_file_is_not_followed_and_ends_no_run(self):
         for plant in PLANTS:
             if plant in (plant_file, plant_unreadable, plant_hard_link):
                 continue
@@ -307,7 +308,7 @@ class Preferences(Neighbourhood):
         self.run_installer()
         self.assert_record(iUpdateId=UPDATE)
 
-    def test_what_stands_under_a_temporary_name_is_removed(self):
+    def test_what_has_a_temporary_name_is_removed(self):
         for plant in (plant_link_to_file, plant_fifo, plant_hard_link, plant_socket):
             with self.subTest(plant.__name__):
                 self.begin()
@@ -344,20 +345,10 @@ class OnceFound(Neighbourhood):
         self.run_installer(lambda: self.stage.run_with("EINTR", "getrandom", "1+"))
         self.assert_record(**OLD)
 
-    def allocations(self):
-        """How many allocations a run makes."""
-        made, too_many = 0, 1 << 16
-        while too_many - made > 1:
-            number = (made + too_many) // 2
-            self.stage.reset()
-            made, too_many = ((number, too_many) if self.stage.run_failing_allocation(number).struck
-                              else (made, number))
-        return made
-
     @unittest.skipIf(SANITIZED, "the sanitizers bring their own allocation functions")
     def test_exhausted_memory_neither_loses_the_record_nor_prints(self):
         self.begin()
-        for number in range(1, self.allocations() + 1, 7):
+        for number in range(1, self.stage.allocations() + 1, 7):
             with self.subTest(number):
                 self.begin()
                 self.run_installer(lambda: self.stage.run_failing_allocation(number),
@@ -366,22 +357,16 @@ class OnceFound(Neighbourhood):
                 self.assertEqual(len(self.stage.preferences()), 2)
 
     @unittest.skipIf(SANITIZED, "the sanitizers bring their own allocation functions")
-    def test_exhausted_memory_does_not_take_the_package_for_a_missing_one(self):
+    def test_package_does_not_count_as_missing_when_memory_is_exhausted(self):
         self.begin()
         root = self.stage.install_root
-        for number in range(1, self.allocations() + 1, 3):
+        for number in range(1, self.stage.allocations() + 1, 3):
             self.stage.reset()
             self.run_installer(lambda: self.stage.run_failing_allocation(number),
                                status=-signal.SIGABRT)
             self.assertTrue((root / "Resource0/old").exists()
                             or any(tree(root / name) == as_tree(SMALL)
                                    for name in os.listdir(root)), number)
-
-
-def stage(stages=[]):
-    if not stages:
-        stages.append(Stage())
-    return stages[0]
 
 
 if __name__ == "__main__":

@@ -1,21 +1,18 @@
 """Random packages and records against the shipped program, judged by what was written twice.
 
-    oracles.py [--count N] [--jobs N] [ORACLE...]
+    oracles.py [--sample N] [--jobs N] [ORACLE...]
 
-Prints a line an oracle: packages, or records. Each case has a number, which makes it again.
+Prints a line an oracle: packages, or records. A sample takes the first N cases. Each case has a
+number, which makes it again.
 """
 
-import argparse
 import collections
-import multiprocessing
-import os
 import random
-import sys
 import time
 
 import packages
 import records
-from faults import enter_namespace
+from faults import run_chosen
 
 ORACLES = {"packages": (packages.Packages, 20_000), "records": (records.Records, 5_000)}
 BATCH = 50
@@ -47,17 +44,5 @@ def run_oracle(name, pool, count):
     return not faults
 
 
-def main():
-    enter_namespace()
-    parser = argparse.ArgumentParser(description=__doc__)
-    parser.add_argument("--count", type=int)
-    parser.add_argument("--jobs", type=int, default=len(os.sched_getaffinity(0)))
-    parser.add_argument("oracles", nargs="*", default=list(ORACLES))
-    arguments = parser.parse_args()
-    with multiprocessing.Pool(arguments.jobs) as pool:
-        passed = [run_oracle(name, pool, arguments.count) for name in arguments.oracles]
-    sys.exit(0 if all(passed) else 1)
-
-
 if __name__ == "__main__":
-    main()
+    run_chosen(ORACLES, __doc__, run_oracle)

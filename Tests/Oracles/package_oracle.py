@@ -60,7 +60,7 @@ class Archive:
         _, disk, directory_disk, here, self.count, size, offset = numbers(
             data, end, (4, 2, 2, 2, 2, 4, 4))
         require(here == self.count and disk == directory_disk == 0 and offset + size <= end)
-        self.before = end - (offset + size)  # what stands before the archive
+        self.before = end - (offset + size)  # what is before the archive
         self.directory = offset + self.before
 
     def entries(self):

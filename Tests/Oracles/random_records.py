@@ -3,7 +3,7 @@
 import datetime
 import plistlib
 
-from record_oracle import PATH, RANDOM, UPDATE, VERSION, read
+from contract import PATH, RANDOM, UPDATE, VERSION, read_record
 
 LETTERS = "ab <>&\"'\t\nä€𝄞"
 CONTROLS = "\x01\r\x1f\ufffe"  # which XML cannot hold
@@ -110,7 +110,7 @@ def record(random):
         return with_value(random, random.choice(MALFORMED)), MALFORMED
     if random.random() < 0.1:
         data = with_value(random, changed_value(random))
-        return data, MALFORMED if read(data) is None else None
+        return data, MALFORMED if read_record(data) is None else None
     is_binary = random.random() < 0.5
     form = plistlib.FMT_BINARY if is_binary else plistlib.FMT_XML
     made = values(random, is_binary)

@@ -1,11 +1,9 @@
 """What the installer makes of any record that it finds: the values by Python's plistlib, and the
 rules of a run, written once more."""
 
-import plistlib
+from contract import PATH, RANDOM, UPDATE, VERSION
+from private_root import record_of
 
-from private_root import RANDOM_IDENTIFIERS, record_of
-
-RANDOM, UPDATE, PATH, VERSION = ("irandom", "iUpdateId", "tWebResourceInstallPath", "tFullVersion")
 LONGEST_CARRIED = 127  # bytes of a text that survives a wipe
 
 
@@ -35,27 +33,3 @@ def after_run(values, clear, regenerate, installed):
     kept = wiped(values) if clear else dict(values)
     draws = regenerate or RANDOM not in kept
     return {**kept, **({} if installed is None else record_of(installed))}, draws
-
-
-def is_drawn(value):
-    return type(value) is int and value in RANDOM_IDENTIFIERS
-
-
-def read(data):
-    """The values of a list; None of what is none."""
-    try:
-        values = plistlib.loads(data)
-    except Exception:  # expat and plistlib have several of their own
-        return None
-    return values if type(values) is dict else None
-
-
-def same(one, other):
-    """Whether two values are of the same types and equal, all through."""
-    if type(one) is not type(other):
-        return False
-    if isinstance(one, dict):
-        return one.keys() == other.keys() and all(same(one[key], other[key]) for key in one)
-    if isinstance(one, list):
-        return len(one) == len(other) and all(map(same, one, other))
-    return one == other or one != one != other != other

@@ -6,10 +6,11 @@ import shutil
 import zipfile
 
 import random_records
+from contract import RANDOM, is_drawn, read_record, same
 from faults import stage_of_this_process
 from machine import metadata, write_tree
 from random_records import MALFORMED
-from record_oracle import RANDOM, after_run, is_drawn, read, same
+from record_oracle import after_run
 
 UPDATE = 7
 
@@ -70,6 +71,6 @@ class Records:
 
 def read_root(data):
     """The values of a list, whatever is damaged before or after the root of one in XML."""
-    values = read(data)
+    values = read_record(data)
     root = re.search(rb"<dict.*</dict>|<dict/>", data, re.DOTALL)
-    return read(b"<plist>%s</plist>" % root[0]) if values is None and root else values
+    return read_record(b"<plist>%s</plist>" % root[0]) if values is None and root else values
