@@ -131,7 +131,7 @@ bool IsDate(string_view text) {
          IsInCalendar(text);
 }
 
-bool IsBase64(const std::string& text) {
+bool IsBase64(string_view text) {
   const std::size_t digits = text.find_last_not_of('=') + 1;
   return text.empty() || (text.size() % 4 == 0 && text.size() - digits <= 2 &&
                           IsOf(kBase64, text.substr(0, digits)));
@@ -218,7 +218,8 @@ class XmlScan {
     if (name == "plist") {
       return true;
     }
-    return WithoutSpace(tag) == name && (isEnd ? PassEnd(name) : PassStart(name, isEmpty));
+    const bool hasAttributes = WithoutSpace(tag) != name;
+    return !hasAttributes && (isEnd ? PassEnd(name) : PassStart(name, isEmpty));
   }
 
   bool PassEnd(string_view name) {
@@ -233,19 +234,18 @@ class XmlScan {
   }
 
   bool PassStart(string_view name, bool isEmpty) {
-    if (!IsInPlace(name == "key")) {
+    if (!memory_.Spend(kObjectCost) || !IsInPlace(name == "key")) {
       return false;
     }
     if (name == "dict" || name == "array") {
       if (!isEmpty) {
         open_.push_back({name, false, {}});
       }
-      return memory_.Spend(kObjectCost) && containers_.Spend(1);
+      return containers_.Spend(1);
     }
     const auto begin = at_;
     at_ = isEmpty ? begin : std::min(bytes_.find('<', begin), bytes_.size());
-    return memory_.Spend(kObjectCost) && (isEmpty || IsAt("</")) &&
-           IsContent(name, bytes_.substr(begin, at_ - begin));
+    return (isEmpty || IsAt("</")) && IsContent(name, bytes_.substr(begin, at_ - begin));
   }
 
   /// A key is followed by its value. libplist would leave out a key without one and whatever
