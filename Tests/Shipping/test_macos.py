@@ -1,9 +1,11 @@
 """script/package-macos, as far as it goes without a Mac."""
 
+import json
 import os
 import plistlib
 import re
 import shlex
+import shutil
 import unittest
 import xml.etree.ElementTree
 
@@ -86,15 +88,44 @@ class Layout(ShippingTestCase):
         self.assertEqual({element.get("id") for element in distribution.iter("pkg-ref")},
                          {identifier})
 
-    def test_postinstall_runs_the_step_and_verifies_it(self):
+    def machine_with_the_package(self):
+        """A machine on which the package's files are, and how its script is called there."""
         machine = self.new_root("sh", self.root / APPLICATION / "Contents/Helpers/webresources")
         run("cp", "-R", f"{self.root}/.", machine)
         run("cp", DEPLOY / "scripts/postinstall", machine / "postinstall")
-        inside = command_in(machine, "/bin/sh", "/postinstall", "product.pkg", "/")
-        run(*inside, "/Volumes/Other", status=1)
+        return machine, command_in(machine, "/bin/sh", "/postinstall", "product.pkg", "/")
+
+    def test_postinstall_installs_on_the_running_system_only(self):
+        machine, postinstall = self.machine_with_the_package()
+        run(*postinstall, "/Volumes/Other", status=1)
         self.assertFalse((machine / "Library/Preferences").exists())
-        run(*inside, "/")
+        run(*postinstall, "/")
         self.assert_installed(machine, SAMPLE_SITE, 7)
+        [receipt] = (machine / "Library").rglob("WebResources.receipt.json")
+        self.assertEqual(json.loads(receipt.read_bytes())["updateId"], 7)
+        run(*postinstall, "/")  # as when the same package is installed once more
+        self.assert_installed(machine, SAMPLE_SITE, 7)
+
+    def test_postinstall_fails_and_changes_nothing_with_a_damaged_bundle(self):
+        machine, postinstall = self.machine_with_the_package()
+        run(*postinstall, "/")
+        package = machine / APPLICATION / "Contents/Resources/OrloWebResources.zip"
+        package.write_bytes(package.read_bytes()[:-100])
+        self.assertIn("OrloWebResources.zip", run(*postinstall, "/", status=1))
+        self.assert_installed(machine, SAMPLE_SITE, 7)
+
+    def test_postinstall_fails_and_changes_nothing_where_a_newer_update_is_installed(self):
+        machine, postinstall = self.machine_with_the_package()
+        newer = self.directory / "newer"
+        newer.mkdir()
+        (newer / "index.html").write_text("newer")
+        command = self.root / APPLICATION / "Contents/Helpers/webresources"
+        shutil.copytree(machine / APPLICATION, machine / "Newer.app")
+        run(command, "pack", newer, "--update-id", "8", "--output", machine / "Newer.app")
+        run(*command_in(machine, f"/{APPLICATION}/Contents/Helpers/webresources", "install",
+                        "/Newer.app"))
+        self.assertIn("update 8", run(*postinstall, "/", status=1))
+        self.assert_installed(machine, newer, 8)
 
 
 class Scripts(unittest.TestCase):
