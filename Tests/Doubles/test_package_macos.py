@@ -80,6 +80,13 @@ class PackageMacOS(unittest.TestCase):
         [command] = root.rglob("webresources")
         self.assertTrue(str(command.parent).endswith("WebResourceInstaller.app/Contents/Helpers"))
 
+    def test_licence_of_everything_that_is_compiled_in_is_in_the_package(self):
+        self.package()
+        [notices] = (self.directory / "build/macos/root").rglob("THIRD-PARTY-NOTICES.md")
+        texts = {path.stem: path.read_text() for path in (notices.parent / "third-party").iterdir()}
+        self.assertEqual(texts, {name: "the licence of " + name for name in (
+            "minizip", "utf8proc", "cli11", "nlohmann-json")})
+
     def test_programs_and_package_are_signed_and_their_signatures_checked(self):
         self.package(*SIGNED)
         self.assertEqual(self.calls()[-6:], ["codesign", "codesign", "codesign", "pkgbuild",

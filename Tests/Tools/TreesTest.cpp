@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "AtomicFile.h"
+#include "Digest.h"
 #include "Error.h"
 #include "Names.h"
 #include "Suggestion.h"
@@ -96,15 +97,15 @@ TEST(Trees, DiskIsReadWithoutFollowingOrOpeningAnythingElse) {
     found += item.path + std::to_string(static_cast<int>(item.type)) + " ";
   }
   EXPECT_EQ(found, ".0 d0 fifo2 file1 link2 ");
-  EXPECT_EQ(Sha256::ToText(*ReadTree(directory / "")[3].sha256),
+  EXPECT_EQ(digests::ToText(*ReadTree(directory / "")[3].sha256),
             "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
 TEST(Digest, TextIsReadBack) {
   const Sha256::Digest digest = Sha256().Finish();
-  EXPECT_EQ(Sha256::FromText(Sha256::ToText(digest)), digest);
+  EXPECT_EQ(digests::FromText(digests::ToText(digest)), digest);
   for (const char* text : {"", "00", "zz"}) {
-    EXPECT_THROW(Sha256::FromText(text), std::invalid_argument) << text;
+    EXPECT_THROW(digests::FromText(text), std::invalid_argument) << text;
   }
 }
 
@@ -114,7 +115,7 @@ TEST(Digest, LinkAndFifoAreNotRead) {
   fs::create_symlink("file", std::string(directory / "link"));
   ASSERT_EQ(mkfifo(std::string(directory / "fifo").c_str(), 0644), 0);
   for (const char* name : {"link", "fifo", "missing"}) {
-    EXPECT_THROW(Sha256::OfFile(directory / name), Error) << name;
+    EXPECT_THROW(digests::OfFile(directory / name), Error) << name;
   }
 }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Compiles what a Mac builds, for both architectures and the oldest supported macOS, without a Mac:
 # nothing is linked or run. The C++ library's headers are clang's with the availability of a Mac's;
-# Tests/Doubles declares CoreFoundation and what a Mac's POSIX headers have and Linux's have not, or
+# Tests/Doubles declares CoreFoundation, CommonCrypto and what a Mac's POSIX headers have and Linux's have not, or
 # otherwise; the rest of the C library is musl's, whose headers serve every architecture.
 #
 # Not covered: what differs in a Mac's <stdio.h>, <stdlib.h>, <string.h>, <time.h> and <signal.h>, and
@@ -20,7 +20,7 @@ first_header() { # OPTION HEADER
 headers=build/mac-compile
 rm -rf "$headers"
 mkdir -p "$headers"
-for name in zlib.h minizip utf8proc.h nettle CLI nlohmann gtest; do
+for name in zlib.h minizip utf8proc.h CLI nlohmann gtest; do
   ln -s "/usr/include/$name" "$headers/$name"
 done
 ln -s "$(first_header -O0 zconf.h)" "$headers/zconf.h"
@@ -65,7 +65,7 @@ refuse() { # TARGET ERROR PROGRAM
 mapfile -t product < <(git ls-files 'Common/*.cpp' 'Source/*.cpp' 'Platform/apple/*.cpp' \
   'Tools/*.cpp' script/lib/mac-facts.cpp)
 mapfile -t tests < <(git ls-files 'Tests/Common/*.cpp' 'Tests/Source/*.cpp' 'Tests/Tools/*.cpp' \
-  Tests/Platform/PreferencesDomainTest.cpp |
+  Tests/Platform/PreferencesDomainTest.cpp Tests/Platform/Sha256Test.cpp |
   grep -vE '/(StoredRecordPosix|FailuresTest|VerifyTest)\.cpp$')
 for target in x86_64-apple-macos11 arm64-apple-macos11; do
   refuse "$target" 'only available on macOS 13.0 or newer' \

@@ -38,6 +38,10 @@ def is_signed(path):
     return (STATE / ("signed " + os.path.basename(path))).exists()
 
 
+def sources():
+    return pathlib.Path("Deploy/macos/sources").read_text().splitlines()
+
+
 def curl():
     require(has_form("--fail", "--location", "--silent", "--show-error", "--output", None, None),
             "unknown form")
@@ -48,8 +52,7 @@ def curl():
 def shasum():
     require(has_form("-a", "256", None), "unknown form")
     address = pathlib.Path(ARGUMENTS[2]).read_text()
-    sources = pathlib.Path("Deploy/macos/sources").read_text().splitlines()
-    [known] = [line.split()[2] for line in sources if line.endswith(" " + address)]
+    [known] = [line.split()[2] for line in sources() if f" {address} " in line]
     print("0" * 64 if FAULT == "archive" else known, "", ARGUMENTS[2])
 
 
@@ -57,10 +60,16 @@ def tar():
     require(has_form("-xzf", None, "-C", None, "--strip-components", "1"), "unknown form")
     directory = pathlib.Path(ARGUMENTS[3])
     require(directory.is_dir(), "no directory to unpack to")
-    for name in ("contrib/minizip/unzip.c", "contrib/minizip/zip.c", "contrib/minizip/ioapi.c",
-                 "utf8proc.c", "sha256.c", "sha256-compress.c", "write-be32.c"):
+    [release] = [line.split() for line in sources() if line.startswith(f"{directory.name} ")]
+    contents = {
+        "minizip": ("contrib/minizip/unzip.c", "contrib/minizip/zip.c", "contrib/minizip/ioapi.c"),
+        "utf8proc": ("utf8proc.c",),
+        "cli11": ("include/CLI/CLI.hpp",),
+        "nlohmann-json": ("include/nlohmann/json.hpp",)}[directory.name]
+    for name in contents:
         (directory / name).parent.mkdir(parents=True, exist_ok=True)
         (directory / name).touch()
+    (directory / release[-1]).write_text("the licence of " + directory.name)
 
 
 def clang():
@@ -93,11 +102,17 @@ def configure():
     definitions = dict(argument[2:].split("=", 1) for argument in ARGUMENTS[6:])
     require(definitions["CMAKE_OSX_ARCHITECTURES"] == "arm64;x86_64", "not universal")
     require(definitions["CMAKE_OSX_DEPLOYMENT_TARGET"] == "11.0", "another oldest system")
-    for library in ("minizip", "nettle", "libutf8proc"):
+    for library in ("minizip", "libutf8proc"):
         directory = pathlib.Path(os.environ["PKG_CONFIG_PATH"])
         require((directory / f"{library}.pc").is_file(), "pkg-config would not find " + library)
         name = library.replace("libu", "u")
         require((directory / name / f"lib{name}.a").is_file(), "no library " + library)
+    for package in ("CLI11", "nlohmann_json"):
+        directory = pathlib.Path(os.environ["CMAKE_PREFIX_PATH"])
+        configuration = directory / f"{package}Config.cmake"
+        require(configuration.is_file(), "find_package would not find " + package)
+        [headers] = re.findall(r"\${CMAKE_CURRENT_LIST_DIR}(\S+)\)", configuration.read_text())
+        require((directory / headers.lstrip("/")).is_dir(), "no headers of " + package)
     pathlib.Path(ARGUMENTS[3]).mkdir(parents=True)
     (STATE / "definitions").write_text("".join(f"{name}={value}\n"
                                                for name, value in definitions.items()))
@@ -112,6 +127,9 @@ def install(definitions, root):
         (contents / name).parent.mkdir(parents=True, exist_ok=True)
         (contents / name).write_text(name)
     (contents / "Resources").mkdir()
+    documents = root / definitions["CMAKE_INSTALL_DATADIR"] / "doc/web-resource-installer"
+    documents.mkdir(parents=True)
+    (documents / "THIRD-PARTY-NOTICES.md").touch()
     for variable in ("CMAKE_INSTALL_DATADIR", "CMAKE_INSTALL_MANDIR"):
         require(not os.path.isabs(definitions[variable]), "a place outside of the root")
 

@@ -1,12 +1,14 @@
 #include "ExpectedBundle.h"
 
 #include "BundleInspection.h"
+#include "Digest.h"
 #include "Files.h"
 
 namespace {
 
 std::string DigestOfPackage(const std::string& path) {
-  return StateOf(path) == FileState::Missing ? "" : Sha256::ToText(Sha256::OfFile(RealPath(path)));
+  return StateOf(path) == FileState::Missing ? ""
+                                             : digests::ToText(digests::OfFile(RealPath(path)));
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <fstream>
 
 #include "AtomicFile.h"
+#include "Digest.h"
 #include "Files.h"
 #include "InstallerConstants.h"
 #include "Names.h"
@@ -22,7 +23,7 @@ Json ToJson(const FileItem& item) {
   PutName(json, "path", item.path);
   if (item.type == FileItem::Type::File) {
     json["size"] = item.size;
-    json["sha256"] = Sha256::ToText(*item.sha256);
+    json["sha256"] = digests::ToText(*item.sha256);
   }
   char mode[8] = {};
   std::snprintf(mode, sizeof mode, "%04o", *item.mode);
@@ -49,7 +50,7 @@ FileItem ItemOf(const Json& json) {
   if (json.at("type") == "file") {
     item.type = FileItem::Type::File;
     item.size = json.at("size").get<std::uint64_t>();
-    item.sha256 = Sha256::FromText(json.at("sha256").get<std::string>());
+    item.sha256 = digests::FromText(json.at("sha256").get<std::string>());
   }
   return item;
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <numeric>
 
+#include "Digest.h"
 #include "Error.h"
 #include "Files.h"
 #include "Progress.h"
@@ -74,7 +75,7 @@ void AddChecksums(const std::string& directory, Checksum checksum, FileTree& tre
     }
     const std::string path = directory + "/" + item.path;
     if (checksum == Checksum::Sha256) {
-      item.sha256 = Sha256::OfFile(path);
+      item.sha256 = digests::OfFile(path);
     } else {
       item.crc32 = Crc32Of(path);
     }
