@@ -95,10 +95,11 @@ Values ValuesOf(const std::string& bytes) {
   return ItemsOf(list.get());
 }
 
+/// Read from a file: how a negative number is made differs from release to release.
 Values Recorded() {
-  const List text(plist_new_string(kText));
-  const List number(plist_new_uint(static_cast<std::uint64_t>(std::int64_t{kNumber})));
-  return {{kTextKey, Rendered(text.get())}, {kNumberKey, Rendered(number.get())}};
+  return ValuesOf(std::string("<plist><dict><key>") + kTextKey + "</key><string>" + kText +
+                  "</string><key>" + kNumberKey + "</key><integer>" + std::to_string(kNumber) +
+                  "</integer></dict></plist>");
 }
 
 // The record --------------------------------------------------------------------------------------
