@@ -3,6 +3,7 @@ operators stand between blanks, and nothing else does."""
 
 import collections
 import hashlib
+import pathlib
 import random
 import re
 
@@ -109,12 +110,12 @@ def described(file, source, kind, begin, end, text):
 
 
 def drawn(base, files):
-    """All changes, one of each file and kind after the other."""
+    """All changes, one of each class (a header and its source) and kind after the other."""
     groups = collections.defaultdict(list)
     for file in files:
         source = (base / file).read_text()
         for change in changes(source):
-            groups[file, change[0]].append(described(file, source, *change))
+            groups[pathlib.Path(file).stem, change[0]].append(described(file, source, *change))
     for group in groups.values():
         random.Random(1).shuffle(group)
     while groups:

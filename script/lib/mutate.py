@@ -2,17 +2,18 @@
 """Asks whether the tests notice: changes the code in one place at a time, and prints each change
 that all of them let pass.
 
-    campaign mutate [--count N] [--jobs N] [--sanitized] [FILE...]
+    campaign mutate [--count N] [--jobs N] [--again | --sanitized] [FILE...]
 
-Changes are drawn evenly from the files and from the kinds of change until N (default 600) count:
+Changes are drawn evenly from the classes and from the kinds of change until N (default 850) count:
 one that does not compile, or that leaves the machine code as it is, does not. Each is tried on a
 copy of the whole file system that is thrown away, where it can do no harm; that needs root. Tests
 that are near the file, or have caught changes of it, run first; one that takes ten times as long as
-it should has failed. What came out is kept in build/mutation/results.jsonl, where the next run goes
-on: only changes of files that have changed since are tried again.
+it should has failed. The slow tests do not run, nor those that a changed header would be compiled
+into. What came out is kept in build/mutation/results.jsonl, where the next run goes on: only
+changes of files that have changed since are tried again.
 
---sanitized: those that have passed are tried once more, on all tests and under the sanitizers, as
-script/test does.
+--again: only those that have passed are tried, on all tests as they are now.
+--sanitized: the same under the sanitizers, as script/test runs them.
 """
 
 import argparse
@@ -23,6 +24,7 @@ import json
 import os
 import pathlib
 import shutil
+import signal
 import subprocess
 import sys
 import time
@@ -34,12 +36,15 @@ WORK = TOP / "build/mutation"
 RESULTS = WORK / "results.jsonl"
 BASE = WORK / "base"  # a copy of the sources, so that these can go on changing
 SANITIZED = "--sanitized" in sys.argv
+AGAIN = SANITIZED or "--again" in sys.argv
 BUILD = BASE / ("build-sanitized" if SANITIZED else "build")
 FLAGS = "-O1 -fsanitize=address,undefined -fno-sanitize-recover=all" if SANITIZED else "-O2"
 MEMORY = [] if SANITIZED else ["prlimit", f"--as={8 << 30}"]  # sanitizers reserve far more
-SOURCES = ("Source/*.cpp Include/*.h Common/*.cpp Common/*.h Platform/*.h Platform/posix/* "
+SOURCES = ("Source/*.cpp Include/*.h Common/*.cpp Common/*.h Platform/*.cpp Platform/*.h "
            "Tools/webresources/*.cpp Tools/webresources/*.h").split()
-SLOW = ("EndToEnd.Large", "EndToEnd.Memcheck", "Faults.")  # for changes that passed the others
+SLOW = ("CMakePackageTest", "Darwin.", "EndToEnd.Large", "EndToEnd.Memcheck", "Faults.", "Oracles")
+OTHERS = ("EndToEnd.Hardening", "MacFacts", "PackageMacOS", "Scripts")  # of no source in SOURCES
+WITHOUT_TOOLS = ("Darwin.", "EndToEnd.", "Oracles")  # run the installer alone
 LONGEST = 300  # seconds of one step
 
 # Tests --------------------------------------------------------------------------------------------
@@ -48,18 +53,28 @@ def run(*command, **options):
     return subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE, **options).stdout
 
 
+def programs(name, command):
+    """What has to be built for a test."""
+    built = [os.path.relpath(each, BUILD) for each in command if each.startswith(f"{BUILD}/")]
+    if built:
+        return built
+    return ["WebResourceInstaller"] + ["webresources"] * (not name.startswith(WITHOUT_TOOLS))
+
+
 def tests():
     """The tests by their names."""
     found = {}
     for test in json.loads(run("ctest", "--show-only=json-v1", cwd=BUILD))["tests"]:
         properties = {each["name"]: each["value"] for each in test["properties"]}
         name, command = test["name"], test["command"]
-        if "unittest" in command:
-            command.insert(command.index("unittest") + 1, "--failfast")
-        if "FIXTURES_SETUP" not in properties and (SANITIZED or not name.startswith(SLOW)):
+        if any(each.startswith("test_") for each in command):
+            command.append("--failfast")
+        if "FIXTURES_SETUP" not in properties and not name.startswith(
+                OTHERS if AGAIN else OTHERS + SLOW):
             found[name] = {"command": command, "directory": properties["WORKING_DIRECTORY"],
                            "environment": properties.get("ENVIRONMENT", []),
-                           "bundle": "FIXTURES_REQUIRED" in properties}
+                           "bundle": "FIXTURES_REQUIRED" in properties,
+                           "programs": programs(name, command)}
     return found
 
 
@@ -71,23 +86,16 @@ def built(*targets):
     return result.returncode == 0, b"no work to do" not in result.stdout
 
 
-def programs(test):
-    """What has to be built for a test."""
-    if test["bundle"]:
-        return ["WebResourceInstaller", "webresources"]
-    return [os.path.relpath(each, BUILD) for each in test["command"]
-            if each.startswith(f"{BUILD}/")]
-
-
 def passes(test, limit):
     """Whether a test can be built, and passes in so many seconds."""
     environment = dict(os.environ, GTEST_FAIL_FAST="1")
     environment.update(each.split("=", 1) for each in test["environment"])
     try:
-        isBuilt, _ = built(*programs(test))
+        if not all(built(each)[0] for each in test["programs"]):
+            return False
         if test["bundle"]:
             run("cmake", "--install", BUILD, "--prefix", BUILD / "Tests/installed")
-        return isBuilt and subprocess.run(
+        return subprocess.run(
             [*MEMORY, *test["command"]], cwd=test["directory"], env=environment,
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             timeout=limit, check=False).returncode == 0
@@ -104,6 +112,9 @@ mount -t overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" none "$1/root
 mount -t tmpfs -o mode=755 none "$1/root/dev"  # not the real one: a changed program may delete in it
 cp -a /dev/null /dev/zero /dev/full /dev/random /dev/urandom /dev/tty "$1/root/dev"
 mkdir -m 1777 "$1/root/dev/shm"
+mkdir "$1/root/dev/pts"
+mount -t devpts -o newinstance,ptmxmode=0666 none "$1/root/dev/pts"
+ln -s pts/ptmx "$1/root/dev/ptmx"
 ln -s /proc/self/fd "$1/root/dev/fd"
 mount -t proc none "$1/root/proc"
 root=$1/root
@@ -114,10 +125,11 @@ exec chroot "$root" "$@" --inside"""
 def in_sandbox(job):
     """The result of inside() for a job, there."""
     (WORK / "root").mkdir(exist_ok=True)
-    return json.loads(run("unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c",
-                          SANDBOX, "sh", WORK / "root", sys.executable, "-B", __file__,
-                          *(["--sanitized"] if SANITIZED else []), input=json.dumps(job),
-                          stderr=subprocess.DEVNULL))
+    return json.loads(run(
+        "unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c", SANDBOX, "sh",
+        WORK / "root", sys.executable, "-B", __file__, *sys.argv[1:], input=json.dumps(job),
+        env={**os.environ, "CCACHE_DISABLE": "1"},  # nothing is compiled twice there
+        stderr=subprocess.DEVNULL))
 
 
 def duration(test):
@@ -140,7 +152,7 @@ def inside(job):
     if not SANITIZED and [each.read_bytes() for each in objects] == before:
         return {"outcome": "same code"}
     for name, test in job["tests"].items():
-        isConcerned = test["bundle"] or built(*programs(test)) != (True, False)
+        isConcerned = any(built(each) != (True, False) for each in test["programs"])
         if isConcerned and not passes(test, max(10, 10 * job["seconds"][name])):
             return {"outcome": "noticed", "by": name}
     return {"outcome": "passed"}
@@ -166,7 +178,7 @@ def objects_of_files():
     for line in run("ninja", "-t", "deps", cwd=BUILD).splitlines():
         if not line.startswith(" "):
             current = line.split(":")[0]
-        elif not current.startswith("Tests/"):
+        elif not current.startswith("Tests/") or "/Platform/apple/" in current:
             found[os.path.relpath(os.path.join(BUILD, line.strip()), BASE)].append(current)
     return found
 
@@ -186,9 +198,11 @@ class Trial:
     def __call__(self, change):
         start, file = time.time(), change["file"]
         near = "/Tests/" + file.split("/")[0].replace("Include", "Source")
-        order = sorted(self.tests, key=lambda name: (
-            -self.caught[file, name], near not in self.tests[name]["directory"],
-            self.seconds[name]))
+        compiles = AGAIN or file.endswith(".cpp")
+        order = sorted([name for name in self.tests if compiles or self.tests[name]["bundle"]],
+                       key=lambda name: (-self.caught[file, name],
+                                         near not in self.tests[name]["directory"],
+                                         self.seconds[name]))
         outcome = in_sandbox({"change": change, "objects": self.objects[file],
                               "tests": {name: self.tests[name] for name in order},
                               "seconds": self.seconds})
@@ -202,7 +216,7 @@ def results(arguments, trial):
     known = {}
     if RESULTS.exists():
         known = {each["id"]: each for each in map(json.loads, RESULTS.read_text().splitlines())}
-    if SANITIZED:
+    if AGAIN:
         left = iter([each for each in left
                      if known.get(each["id"], {}).get("outcome") == "passed"])
         known = {}
@@ -235,7 +249,8 @@ class Parser(argparse.ArgumentParser):
 
 def main():
     parser = Parser(usage=__doc__.split("\n\n")[1].strip())
-    parser.add_argument("--count", type=int, default=600)
+    parser.add_argument("--count", type=int, default=850)
+    parser.add_argument("--again", action="store_true")
     parser.add_argument("--sanitized", action="store_true")
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("files", nargs="*")
@@ -253,6 +268,7 @@ def main():
 
 if __name__ == "__main__":
     if sys.argv[-1] == "--inside":
+        signal.signal(signal.SIGINT, signal.SIG_DFL)  # a background job ignores it: tests would too
         print(json.dumps(inside(json.load(sys.stdin))))
     else:
         main()
