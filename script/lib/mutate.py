@@ -8,9 +8,9 @@ Changes are drawn evenly from the classes and from the kinds of change until N (
 one that does not compile, or that leaves the machine code as it is, does not. Each is tried on a
 copy of the whole file system that is thrown away, where it can do no harm; that needs root. Tests
 that are near the file, or have caught changes of it, run first; one that takes ten times as long as
-it should has failed. The slow tests do not run, nor those that a changed header would be compiled
-into. What came out is kept in build/mutation/results.jsonl, where the next run goes on: only
-changes of files that have changed since are tried again.
+it should has failed. Slow and distant tests do not run, nor those that a changed header would be
+compiled into. What came out is kept in build/mutation/results.jsonl, where the next run goes on:
+only changes of files that have changed since are tried again.
 
 --again: only those that have passed are tried, on all tests as they are now.
 --sanitized: the same under the sanitizers, as script/test runs them.
@@ -42,7 +42,10 @@ FLAGS = "-O1 -fsanitize=address,undefined -fno-sanitize-recover=all" if SANITIZE
 MEMORY = [] if SANITIZED else ["prlimit", f"--as={8 << 30}"]  # sanitizers reserve far more
 SOURCES = ("Source/*.cpp Include/*.h Common/*.cpp Common/*.h Platform/*.cpp Platform/*.h "
            "Tools/webresources/*.cpp Tools/webresources/*.h").split()
-SLOW = ("CMakePackageTest", "Darwin.", "EndToEnd.Large", "EndToEnd.Memcheck", "Faults.", "Oracles")
+NEAR = {"Common": ("Common", "EndToEnd"), "Include": ("Source", "EndToEnd"),  # below Tests/
+        "Platform": ("Platform", "Doubles", "EndToEnd"), "Source": ("Source", "EndToEnd"),
+        "Tools": ("Tools",)}
+SLOW = ("Darwin.", "EndToEnd.Large", "EndToEnd.Memcheck")
 OTHERS = ("EndToEnd.Hardening", "MacFacts", "PackageMacOS", "Scripts")  # of no source in SOURCES
 WITHOUT_TOOLS = ("Darwin.", "EndToEnd.", "Oracles")  # run the installer alone
 LONGEST = 300  # seconds of one step
@@ -69,9 +72,9 @@ def tests():
         name, command = test["name"], test["command"]
         if any(each.startswith("test_") for each in command):
             command.append("--failfast")
-        if "FIXTURES_SETUP" not in properties and not name.startswith(
-                OTHERS if AGAIN else OTHERS + SLOW):
-            found[name] = {"command": command, "directory": properties["WORKING_DIRECTORY"],
+        if "FIXTURES_SETUP" not in properties and not name.startswith(OTHERS):
+            place = pathlib.Path(properties["WORKING_DIRECTORY"])
+            found[name] = {"command": command, "directory": str(place), "near": place.name,
                            "environment": properties.get("ENVIRONMENT", []),
                            "bundle": "FIXTURES_REQUIRED" in properties,
                            "programs": programs(name, command)}
@@ -183,12 +186,18 @@ def objects_of_files():
     return found
 
 
+def near_of(file):
+    return NEAR[file.split("/")[0]]
+
+
 class Trial:
     """Tries changes on all the tests, those first that are likely to notice."""
 
-    def __init__(self):
+    def __init__(self, files):
+        near = {each for file in files for each in near_of(file)}
         self.objects = objects_of_files()
-        self.tests = tests()
+        self.tests = {name: test for name, test in tests().items()
+                      if AGAIN or (test["near"] in near and not name.startswith(SLOW))}
         self.seconds = in_sandbox({"tests": self.tests})
         failed = [name for name, seconds in self.seconds.items() if seconds is None]
         if failed:
@@ -197,11 +206,11 @@ class Trial:
 
     def __call__(self, change):
         start, file = time.time(), change["file"]
-        near = "/Tests/" + file.split("/")[0].replace("Include", "Source")
-        compiles = AGAIN or file.endswith(".cpp")
-        order = sorted([name for name in self.tests if compiles or self.tests[name]["bundle"]],
+        near, compiles = near_of(file), file.endswith(".cpp")
+        order = sorted([name for name, test in self.tests.items() if AGAIN
+                        or (test["near"] in near and (compiles or test["bundle"]))],
                        key=lambda name: (-self.caught[file, name],
-                                         near not in self.tests[name]["directory"],
+                                         self.tests[name]["near"] != near[0],
                                          self.seconds[name]))
         outcome = in_sandbox({"change": change, "objects": self.objects[file],
                               "tests": {name: self.tests[name] for name in order},
@@ -209,9 +218,8 @@ class Trial:
         return {**change, **outcome, "seconds": round(time.time() - start, 1)}
 
 
-def results(arguments, trial):
+def results(arguments, files, trial):
     """What came of each change, those that were tried before first."""
-    files = arguments.files or run("git", "ls-files", *SOURCES, cwd=TOP).split()
     left = changes.drawn(BASE, [file for file in files if file in trial.objects])
     known = {}
     if RESULTS.exists():
@@ -255,9 +263,10 @@ def main():
     parser.add_argument("--jobs", type=int, default=os.cpu_count())
     parser.add_argument("files", nargs="*")
     arguments = parser.parse_args()
+    files = arguments.files or run("git", "ls-files", *SOURCES, cwd=TOP).split()
     set_up()
     outcomes = collections.Counter()
-    for result in results(arguments, Trial()):
+    for result in results(arguments, files, Trial(files)):
         outcomes[result["outcome"]] += 1
         if result["outcome"] == "passed":
             print("{file}:{line}: {was} -> {is}    in: {where}".format(**result), flush=True)
