@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <climits>
 #include <cstdint>
@@ -393,6 +395,19 @@ TEST(PropertyListTest, ListWhoseDepthTimesItsValuesIsTooLargeIsNotPrinted) {
   EXPECT_FALSE(list->Print());
   EXPECT_FALSE(PropertyList::Parse(DeepXml(850000)));
 }
+
+#if !SANITIZED  // the sanitizers reserve all addresses there are
+TEST(PropertyListTest, ListWhoseDepthTimesItsValuesIsTooLargeIsNotMadeOnlyToBeThrownAway) {
+  const auto list = PropertyList::Parse(DeepXml(129000));
+  ASSERT_TRUE(list);
+  const auto printInLittleMemory = [&list] {
+    const rlimit most = {rlim_t{512} << 20U, rlim_t{512} << 20U};
+    setrlimit(RLIMIT_AS, &most);
+    _exit(list->Print() ? 1 : 0);
+  };
+  EXPECT_EXIT(printInLittleMemory(), testing::ExitedWithCode(0), "");
+}
+#endif
 
 TEST(PropertyListTest, DeepListOfXmlThatOnlyABinaryListCanHoldIsReadAgain) {
   auto list = PropertyList::Parse(NestedXml(600));

@@ -67,6 +67,9 @@ constexpr std::uint16_t kUtf8 = 0x800;
 std::vector<Case> Cases() {
   const ZipEntry kText("b", "text");
   const std::string inner = Zip({kText}).substr(0, 35);  // its local header, name and data
+  // Says that the 64-bit end record is the first byte of the file, where there is none.
+  const std::string locator64 =
+      std::string("PK\6\7") + std::string(12, '\0') + std::string("\1\0\0", 4);
   return {
       {"", "flat", Zip({kFile, {"b", "deflated text text text text", kDeflated}})},
       {"", "directories", Zip({{"d/", ""}, {"d/e/", ""}, {"d/e/f", "x"}})},
@@ -91,6 +94,8 @@ std::vector<Case> Cases() {
        WithCommentLength(Zip({kFile}), 9) + "comment"},
       {"leading-data", "bytes before", "#!/bin/sh\n" + Zip({kFile})},
       {"trailing-data", "bytes after", Zip({kFile}) + "more"},
+      {"trailing-data", "bytes after, and a file like the locator of a 64-bit end record",
+       Zip({{"a", locator64}}) + "more"},
       {"overlapping-entries", "an entry in another's data",
        Zip({{"a", inner}, With(kText, &ZipEntry::offset, 31U)})},
       {"case-collision", "files", Zip({{"Read", "1"}, {"read", "2"}})},

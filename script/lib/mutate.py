@@ -47,6 +47,8 @@ NEAR = {"Common": ("Common", "EndToEnd"), "Include": ("Source", "EndToEnd"),  # 
         "Tools": ("Tools",)}
 SLOW = ("Darwin.", "EndToEnd.Large", "EndToEnd.Memcheck")
 OTHERS = ("EndToEnd.Hardening", "MacFacts", "PackageMacOS", "Scripts")  # of no source in SOURCES
+INSTALLING = ("InstallTest", "PlanTest")  # of what is below these in Tools/, first:
+INSTALLERS = ("Tools/webresources/commands/", "Tools/webresources/machine/")
 WITHOUT_TOOLS = ("Darwin.", "EndToEnd.", "Oracles")  # run the installer alone
 LONGEST = 300  # seconds of one step
 
@@ -207,8 +209,10 @@ class Trial:
     def __call__(self, change):
         start, file = time.time(), change["file"]
         near, compiles = near_of(file), file.endswith(".cpp")
+        distant = () if file.startswith(INSTALLERS) else INSTALLING
         order = sorted([name for name, test in self.tests.items() if AGAIN
-                        or (test["near"] in near and (compiles or test["bundle"]))],
+                        or (test["near"] in near and not name.startswith(distant)
+                            and (compiles or test["bundle"]))],
                        key=lambda name: (-self.caught[file, name],
                                          self.tests[name]["near"] != near[0],
                                          self.seconds[name]))

@@ -227,7 +227,6 @@ std::string DifferingFields(const Header& local, const Header& central) {
 
 /// Reads the local header of `entry`, whose place is known, and with it where the data ends.
 void ReadLocal(const File& file, const Header& central, ArchiveLayout::Entry& entry) {
-  entry.end = entry.begin;
   // Most names and extra fields fit; a second read is for those that do not.
   constexpr std::size_t kUsual = kLocalSize + 160;
   Bytes bytes = file.Read(entry.begin, kUsual);

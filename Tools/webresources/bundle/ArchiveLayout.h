@@ -15,7 +15,7 @@ struct ArchiveLayout {
   /// One entry of the archive's directory, in its order.
   struct Entry {
     std::uint64_t begin = 0;      ///< Of the local header, in the file.
-    std::uint64_t end = 0;        ///< Of the data; equal to `begin` without a local header.
+    std::uint64_t end = 0;        ///< Of the data; 0 without a local header.
     bool hasLocalHeader = false;  ///< Whether there is one where the directory says.
     /// The fields in which local and central header contradict each other, for people: "name,
     /// size". Empty if there is none, or no local header.
