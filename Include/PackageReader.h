@@ -77,7 +77,7 @@ class PackageReader {
   /// Moves to the first entry, then to the next one at each call. Returns false after the last.
   bool Next();
 
-  /// The current entry. Valid until the next call of Next() or Seek().
+  /// The current entry. Valid until the next call of Next().
   const PackageEntry& entry() const { return entry_; }
 
   /// Opens the current entry's data, which Close() must close. Returns false if it cannot be read,
@@ -94,20 +94,9 @@ class PackageReader {
   /// Closes the opened data.
   void Close();
 
-  /// What came of reading the current entry's data so far. Valid until the next call of Next(),
-  /// Seek() or Open().
+  /// What came of reading the current entry's data so far. Valid until the next call of Next()
+  /// or Open().
   const EntryData& data() const { return data_; }
-
-  /// The place of an entry, to come back to it.
-  struct Position {
-    std::uint64_t inDirectory = 0;
-    std::uint64_t number = 0;
-  };
-  Position Tell() const;
-
-  /// Makes the entry at `position`, which Tell() returned, the current one. Returns false if it
-  /// cannot be reached.
-  bool Seek(const Position& position);
 
   /// The kind of an entry whose stored name has `length` bytes. `name` is its zero-terminated text;
   /// it is not read if `length` does not fit the name buffer, because it then may be cut and lack

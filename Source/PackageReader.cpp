@@ -93,23 +93,6 @@ void PackageReader::Close() {
   }
 }
 
-PackageReader::Position PackageReader::Tell() const {
-  unz64_file_pos position = {};
-  unzGetFilePos64(archive_.get(), &position);
-  return {position.pos_in_zip_directory, position.num_of_file};
-}
-
-bool PackageReader::Seek(const Position& position) {
-  unz64_file_pos place = {};
-  place.pos_in_zip_directory = position.inDirectory;
-  place.num_of_file = position.number;
-  const bool isThere = unzGoToFilePos64(archive_.get(), &place) == UNZ_OK;
-  if (isThere) {
-    ReadEntry();
-  }
-  return isThere;
-}
-
 void PackageReader::ReadEntry() {
   unz_file_info info = {};
   entry_ = {};

@@ -664,6 +664,16 @@ TEST(PropertyListXmlTest, BadBase64MakesNoList) {
   }
 }
 
+TEST(PropertyListXmlTest, ZeroByteMakesNoListWhereverItIs) {
+  const std::string list =
+      Xml("<key>k</key><string>ab</string><!-- c --><key>d</key><data>QUJD</data>");
+  for (std::size_t place = 0; place <= list.length(); ++place) {
+    std::string damaged = list;
+    damaged.insert(place, 1, '\0');
+    EXPECT_FALSE(PropertyList::Parse(damaged)) << place;
+  }
+}
+
 TEST(PropertyListXmlTest, UnknownEntityOrCarriageReturnMakesNoList) {
   EXPECT_EQ(Reprinted("<string>&lt;&gt;&amp;&apos;&quot;&#65;&#x42;&#xe9;</string>"),
             "<string>&lt;&gt;&amp;'\"AB\xC3\xA9</string>");

@@ -14,6 +14,11 @@ class Changes(unittest.TestCase):
         return [source[:begin] + text + source[end:]
                 for each, begin, end, text in changes.changes(source) if each == kind]
 
+    def test_digit_separators_are_in_numbers_and_end_no_character(self):
+        self.assertEqual(self.results("constant", "a = 2'000;  // its\nb = '0';"),
+                         ["a = (2'000 + 1);  // its\nb = '0';", "a = (2'000 - 1);  // its\nb = '0';",
+                          "a = 2'000;  // its\nb = '~';"])
+
     def test_each_flag_is_dropped_once(self):
         self.assertEqual(self.results("flag", "f(O_A | std::b | kC, x | y);"),
                          ["f(std::b | kC, x | y);", "f(O_A | kC, x | y);",

@@ -5,8 +5,11 @@
 #include <set>
 #include <sstream>
 
+#include "ArchiveLayout.h"
+#include "BundleInspection.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
+#include "Names.h"
 #include "PackageBounds.h"
 #include "PackageComparison.h"
 #include "PackageFindings.h"
@@ -180,6 +183,101 @@ TEST_P(FindingsTest, ArchiveTriggersItsRuleAlone) {
   EXPECT_EQ(IdsOf(FindInPackage(path_, prediction_)), expected);
 }
 
+/// What the findings say of each archive, a line each.
+std::string Said() {
+  std::string said;
+  for (const Case& tested : Cases()) {
+    const ScopedDirectory directory;
+    const std::string path = directory / kPackageFileName;
+    WriteFile(path, tested.bytes);
+    PackageReader package(path);
+    for (const Finding& finding : FindInPackage(path, Predict(package))) {
+      if (finding.rule->id != std::string("expansion-ratio")) {  // tells what zlib can do
+        said += names::Printable(finding.subject).substr(0, 20) + ": " + finding.reason + "\n";
+      }
+    }
+  }
+  return said;
+}
+
+TEST(Findings, SayWhatIsWrong) {
+  EXPECT_EQ(Said(),
+            R"(OrloWebResources.zip: the installer cannot open it and installs an empty directory
+OrloWebResources.zip: the installer cannot open it and installs an empty directory
+OrloWebResources.zip: the installer cannot open it and installs an empty directory
+OrloWebResources.zip: the installer cannot open it and installs an empty directory
+OrloWebResources.zip: it has no entries: an empty directory is installed
+OrloWebResources.zip: number of entries: stated 2, listed 1, read by the installer 1
+OrloWebResources.zip: number of entries: stated 1, listed 1, read by the installer 1
+OrloWebResources.zip: number of entries: stated 3, listed 2, read by the installer 2
+OrloWebResources.zip: the last 1 byte of its end record or comment are missing
+OrloWebResources.zip: the last 2 bytes of its end record or comment are missing
+OrloWebResources.zip: there are 10 bytes before the archive
+OrloWebResources.zip: there are 4 bytes after the archive
+OrloWebResources.zip: there are 4 bytes after the archive
+b: another entry or the central directory occupies the same bytes
+read: it differs from Read in case only
+d: it differs from D in case only
+ä: it differs from ä in Unicode normalization only
+d/a: no entry before it makes its directory: it is not installed
+d/a: no entry before it makes its directory: it is not installed
+a/: a file has its name
+d: a directory has its name
+a/b: its path leads through a file
+../x: its name leads out of the installed directory
+a/../../x/: its name leads out of the installed directory
+entry 2: its name is empty
+nnnnnnnnnnnnnnnnnnnn: its name has 512 bytes
+nnnnnnnnnnnnnnnnnnnn: a component of its name has more than 255 bytes
+nnnnnnnnnnnnnnnnnnnn: a component of its name has more than 255 bytes
+\xE4: its name is not UTF-8, which a volume may refuse
+ä: its name is UTF-8, but the entry has no flag that says so
+/a: its name begins with "/": other tools may write it outside the directory
+d/./a: its name has an empty, "." or ".." component
+d/../a: its name has an empty, "." or ".." component
+d//a: its name has an empty, "." or ".." component
+d\a: its name has a backslash, which the installer does not treat as a separator
+a\x0Ab: its name has a control character
+a: its name has a zero byte: the installer reads the name up to there
+a: entry 2 writes the same file again
+d/: entry 2 makes the same directory again
+b: its compression method 1 is not supported: it is not installed
+b: its compression method 12 is not supported: its packed data is installed
+a: it is encrypted: the installer has no password and writes other data
+a: it is encrypted: the installer has no password and writes other data
+a: its local and its central header have different values: name
+a: its local and its central header have different values: checksum
+a: its local and its central header have different values: method
+a: its local header is damaged or contradicts the directory: it is not installed
+d/: its local header is damaged: other tools refuse the archive
+a: its data is damaged: 0 of 99 bytes can be read
+a: its data ends after 4 of 5 bytes
+a: its data does not match its checksum
+a: its data does not match its checksum
+a: it is a symbolic link: the installer writes a file with the link's text
+.DS_Store: macOS keeps it for itself
+__MACOSX/: macOS keeps it for itself
+d/._a: macOS keeps it for itself
+)");
+}
+
+TEST(Headers, FieldsThatDifferAreNamedInTheirOrder) {
+  const ScopedDirectory directory;
+  std::string bytes = Zip({kFile});
+  for (const std::size_t local : {6U, 8U, 14U, 18U, 22U, 30U}) {
+    bytes[local] = static_cast<char>(bytes[local] ^ 1);
+  }
+  WriteFile(directory / "zip", bytes);
+  EXPECT_EQ(ReadArchiveLayout(directory / "zip")->entries.at(0).differingFields,
+            "name, flags, method, checksum, compressed size, size");
+}
+
+TEST(Headers, AreComparedBehindLeadingDataToo) {
+  const ScopedDirectory directory;
+  WriteFile(directory / "zip", "#!/bin/sh\n" + Zip({With(kFile, &ZipEntry::localName, "b")}));
+  EXPECT_EQ(ReadArchiveLayout(directory / "zip")->entries.at(0).differingFields, "name");
+}
+
 TEST_P(FindingsTest, ExtractionLeavesWhatIsPredicted) {
   std::string destination = directory_ / "destination";
   ASSERT_TRUE(InstallerUtils::UncompressPackageFiles(path_, destination));
@@ -299,6 +397,15 @@ TEST(Bounds, DataThatIsSaidToBecomeNothingCounts) {
 TEST(Bounds, StatedNumberThatIsWrongIsFound) {
   EXPECT_EQ(OutOfBounds(WithCount(Zip({kFile, {"b", "x"}}), 3), 1),
             (Ids{"content-too-large", "directory-damaged"}));
+}
+
+TEST(Bounds, PackageBeyondThemIsNotRead) {
+  const ScopedDirectory directory;
+  WriteFile(directory / kPackageFileName, Zip({kFile}));
+  const BundleInspection bundle = InspectBundle(directory / "", 3);
+  EXPECT_EQ(IdsOf(bundle.findings), (Ids{"content-too-large", "metadata-missing"}));
+  EXPECT_FALSE(bundle.isRead);
+  EXPECT_TRUE(bundle.tree.empty());
 }
 
 TEST(Bounds, MissingPackageIsWithinBounds) {

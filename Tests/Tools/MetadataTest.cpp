@@ -4,6 +4,7 @@
 
 #include "Error.h"
 #include "Metadata.h"
+#include "OSUtils.h"
 #include "Support.h"
 
 namespace {
@@ -18,6 +19,43 @@ struct Case {
 
 void PrintTo(const Case& tested, std::ostream* stream) {
   *stream << tested.text.substr(0, 100);
+}
+
+std::string Said(const std::string& text) {
+  const ScopedDirectory directory;
+  WriteFile(directory / "metadata.txt", text);
+  std::string said;
+  for (const Finding& finding : ReadMetadata(directory / "metadata.txt").findings) {
+    said += finding.subject + ": " + finding.reason + "\n";
+  }
+  return said;
+}
+
+TEST(Metadata, FindingsSayWhatIsWrongInTheOrderOfTheMembers) {
+  EXPECT_EQ(Said(""), "metadata.txt: it holds no word\n");
+  EXPECT_EQ(Said("[1]"),
+            "metadata.txt: the installer reads its last word, which is no object: [1]\n");
+  EXPECT_EQ(Said("{ }"),
+            "metadata.txt: the installer reads its last word, which is no object: }\n");
+  EXPECT_EQ(Said("x {}"),
+            "metadata.txt: the installer reads only its last word\n"
+            "clear: it is missing\nupdateid: it is missing\nregenerate: it is missing\n");
+  EXPECT_EQ(Said(std::string("{}\0", 3)).substr(0, 64),
+            "metadata.txt: the installer reads its last word up to a zero byt");
+  EXPECT_EQ(Said("{"),
+            "metadata.txt: it is not standard JSON; the installer reads what it can of it: {\n"
+            "clear: it is missing\nupdateid: it is missing\nregenerate: it is missing\n");
+  EXPECT_EQ(Said(R"({"clear":1,"clear":2,"updateid":2147483648,"regenerate":0})"),
+            "clear: it is there more than once; the installer reads the first one\n"
+            "clear: its value has another type\nupdateid: it does not fit 32 bits\n"
+            "regenerate: its value has another type\n");
+  EXPECT_EQ(Said(R"({"clear":true,"updateid":1000000000,"regenerate":true})"),
+            "updateid: the full version will be " + OSUtils::CompleteVersion(1000000000) + "\n");
+  EXPECT_EQ(
+      Said(R"({"clear":true,"updateid":-1,"regenerate":true})"),
+      "updateid: -1 means that no number is recorded: the next run with \"clear\" loses it\n");
+  EXPECT_EQ(Said(R"({"clear":true,"updateid":18446744073709551617,"regenerate":true})"),
+            "updateid: it is too large: the installer reads it as 1\n");
 }
 
 class MetadataTest : public testing::TestWithParam<Case> {};

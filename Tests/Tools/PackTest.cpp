@@ -172,6 +172,15 @@ TEST_F(PackTest, UncleanNamesAreRefused) {
   EXPECT_EQ(Refusals(), "name-unclean name-unclean ");
 }
 
+TEST_F(PackTest, DirectoryIsRefusedBeforeWhatIsInIt) {
+  fs::create_directory(Site("a\\b"));
+  WriteFile(Site("a\\b/c"), "x");
+  const Report report = Pack(options_);
+  ASSERT_EQ(report.findings.size(), 2U);
+  EXPECT_EQ(report.findings[0].subject, "a\\b/");
+  EXPECT_EQ(report.findings[1].subject, "a\\b/c");
+}
+
 TEST_F(PackTest, RequiredFileMustBePacked) {
   WriteFile(Site("f"), "x");
   fs::create_directory(Site("index.html"));
@@ -311,6 +320,10 @@ TEST(ArchiveWriter, DataIsStoredWhereDeflatingDoesNotShrinkIt) {
   const std::string bytes = ReadFile(directory / "zip");
   EXPECT_NE(bytes.find("shortabc"), std::string::npos);
   EXPECT_LT(bytes.length(), 500U);
+}
+
+TEST(ArchiveWriter, FileThatCannotBeMadeIsToldAtOnce) {
+  EXPECT_THROW(ArchiveWriter("/nowhere/zip", 0), Error);
 }
 
 TEST(ArchiveWriter, TimesOutsideTheFormatAreTakenToItsEnds) {

@@ -463,6 +463,48 @@ class UsageTest(Case):
             self.assertNotEqual(complaint, '')
             self.assertFalse(set(complaint) & set('\x1b\x9b\x7f\x85'), arguments)
 
+    def test_complaint_tells_what_is_missing_or_unknown(self):
+        for arguments in ([], ['--unknown']):
+            self.assertIn('subcommand is required', run(*arguments).stderr)
+        self.assertIn('--unknown', run('status', '--unknown').stderr)
+
+    def test_help_tells_each_option_in_its_order(self):
+        output = '--json Write one JSON document --quiet Say nothing but findings and errors'
+        size = '--max-size Refuse a package that can hold more (default: 4G)'
+        modes = '--ignore-modes Do not compare modes and owners'
+        root = "--root Where the installed system's files are"
+        plan = (f'BUNDLE The bundle to install {output} --force Run the step even if nothing would '
+                f'change --allow-downgrade Install over a newer update {modes} {size}')
+        installed = f'BUNDLE The bundle that should be installed {output} {root} {modes}'
+        expected = {
+            'pack': f'DIRECTORY What to pack {output} '
+                    '--update-id The update number, from -99999999 to 999999999 '
+                    '--output A bundle, or its Resources directory '
+                    '--clear Wipe foreign keys from the record first '
+                    '--regenerate Draw a new random identifier '
+                    '--exclude Leave out what matches GLOB '
+                    '--follow Pack what symbolic links lead to '
+                    '--keep Pack what matches GLOB, junk or not '
+                    '--require Refuse if there is no such file '
+                    '--create Write to any directory, make it if missing',
+            'check': f'BUNDLE_OR_RESOURCES A bundle, or its Resources directory {output} '
+                     f'--prove Also extract into a scratch directory, compare {size}',
+            'diff': f'BEFORE A bundle AFTER The bundle that replaces it {output} {size}',
+            'plan': f'{plan} {root}',
+            'install': f'{plan} --dry-run Change nothing, and tell what would be done: plan '
+                       '--wait How long to wait while another installation runs (default: 600)',
+            'verify': installed,
+            'installcheck': installed,
+            'status': f'{output} {root} {modes}',
+        }
+        option = re.compile(
+            r'^  (?!-h)(--[\w-]+|[A-Z_]+)(?: .*?)?(?:\n +|  +| REQUIRED )([A-Z].*)$', re.MULTILINE)
+        for command in COMMANDS:
+            text = run(command, '--help').stdout
+            text = text.replace('NUMBER REQUIRED ', 'REQUIRED ')
+            self.assertEqual(' '.join(' '.join(each) for each in option.findall(text)),
+                             expected[command])
+
     def test_help_and_version_are_no_errors(self):
         for arguments in (['--help'], ['--version'], ['pack', '--help']):
             self.assertEqual(run(*arguments).returncode, 0, arguments)

@@ -287,6 +287,9 @@ CFURLRef CFBundleCopyResourcesDirectoryURL(CFBundleRef bundle) {
 
 Boolean CFURLGetFileSystemRepresentation(CFURLRef url, Boolean resolveAgainstBase, UInt8* buffer,
                                          CFIndex size) {
+  if (size < 2) {
+    std::abort();  // the system's writes beyond such a buffer
+  }
   const std::string base = resolveAgainstBase ? Get(url, Kind::kURL)->text + "/" : "";
   const std::string path = base + "Contents/Resources";
   if (Fails(__func__) || static_cast<CFIndex>(path.length()) >= size) {

@@ -13,7 +13,7 @@
 struct BundleInspection {
   BundleFiles files;
   Metadata metadata;
-  FileTree tree;  ///< What a run leaves, with SHA-256 digests; its top alone if `isRead` is false.
+  FileTree tree;       ///< What a run leaves, with SHA-256 digests; empty if `isRead` is false.
   bool isRead = true;  ///< False if the package can hold more than is allowed.
   Findings findings;   ///< Of the package, then of the metadata.
 };

@@ -60,7 +60,7 @@ void AddEntries(const std::string& directory, const std::string& prefix, FileTre
 }
 
 std::uint32_t Crc32Of(const std::string& path) {
-  uLong crc = crc32(0, nullptr, 0);
+  uLong crc = 0;
   ForEachPortion(path, [&crc](const char* bytes, std::size_t length) {
     crc = crc32_z(crc, reinterpret_cast<const Bytef*>(bytes), length);
   });

@@ -45,7 +45,6 @@ EntryPrediction Describe(const PackageReader& package) {
   prediction.isLink = IsLink(entry);
   prediction.compressedSize = entry.compressedSize;
   prediction.statedSize = entry.size;
-  prediction.position = package.Tell();
   return prediction;
 }
 
@@ -114,7 +113,7 @@ class Predictor {
   }
 
   std::uint32_t ChecksumOfData() {
-    uLong crc = crc32(0, nullptr, 0);
+    uLong crc = 0;
     ReadData([&crc](std::size_t, const char* bytes, std::size_t length) {
       crc = crc32_z(crc, reinterpret_cast<const Bytef*>(bytes), length);
     });

@@ -27,7 +27,6 @@ struct EntryPrediction {
   std::string name;                  ///< Up to its first zero byte, and to 511 bytes.
   std::uint64_t compressedSize = 0;  ///< In bytes.
   std::uint64_t statedSize = 0;      ///< In bytes.
-  PackageReader::Position position;
 
   // What the installer does.
 

@@ -1,0 +1,43 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include "BundleFiles.h"
+#include "Error.h"
+#include "Support.h"
+
+namespace {
+
+TEST(BundleFiles, PathMayEndInSlashes) {
+  const ScopedDirectory directory;
+  EXPECT_EQ(FindBundleFiles(directory / "" + "//").directory, directory / "");
+  EXPECT_EQ(FindBundleFiles("/").directory, "/");
+}
+
+/// Why there are no files of a bundle at `path`.
+std::string Reason(const std::string& path) {
+  try {
+    FindBundleFiles(path);
+  } catch (const Error& error) {
+    return error.reason();
+  }
+  return {};
+}
+
+TEST(BundleFiles, FileIsNoBundle) {
+  const ScopedDirectory directory;
+  WriteFile(directory / "f", "");
+  chmod((directory / "f").c_str(), 0777);
+  EXPECT_EQ(Reason(directory / "f"), "it is not a directory");
+}
+
+TEST(BundleFiles, DirectoryMustBeReadableAndSearchable) {
+  const ScopedDirectory directory;
+  for (const mode_t mode : {0444, 0333}) {
+    chmod((directory / "").c_str(), mode);
+    EXPECT_TRUE(AsOrdinaryUser([&] { return !Reason(directory / "").empty(); })) << mode;
+  }
+  chmod((directory / "").c_str(), 0755);
+  EXPECT_TRUE(AsOrdinaryUser([&] { return Reason(directory / "").empty(); }));
+}
+
+}  // namespace
