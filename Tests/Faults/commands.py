@@ -215,7 +215,7 @@ class FailingCallsOfCommands(OnCommands):
                 if name not in INFALLIBLE
                 for error in (*ERRORS, *(["short"] if name in TRANSFERS else []))
                 for lasting in ("", "+")
-                if (error, name in TRANSFERS, lasting) != ("EINTR", True, "+")]
+                if (error, name in {*TRANSFERS, "writev"}, lasting) != ("EINTR", True, "+")]
 
 
 CAMPAIGNS = {"killed": CommandKilled, "calls": FailingCallsOfCommands}
