@@ -100,6 +100,12 @@ TEST_F(PropertyListFileFailuresTest, FileThatCannotBeReadReadsAsEmptyAndFailsAFl
   }
 }
 
+TEST_F(PropertyListFileFailuresTest, FirstFileThatCannotBeWrittenFailsTheChangeAndLeavesNone) {
+  fs::remove(path_);
+  EXPECT_FALSE(SetsWith("write", ENOSPC));
+  EXPECT_EQ(Names{}, NamesLeft());
+}
+
 // The directory's: by then the new file is in its place.
 TEST_F(PropertyListFileFailuresTest, LastSynchronizationFailsTheChangeThatWasMade) {
   EXPECT_FALSE(SetsWith("fsync", EIO, 2, 2));

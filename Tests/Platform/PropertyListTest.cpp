@@ -275,6 +275,16 @@ TEST(PropertyListTest, ListIsBinaryOnlyForCharactersThatXmlCannotHold) {
   }
 }
 
+// libplist reads it from a binary list as a UID, which it is not.
+TEST(PropertyListTest, DictionaryThatABinaryListTurnsIntoAUidIsNotPrintedAsSuch) {
+  auto list =
+      PropertyList::Parse(Xml("<key>k</key><dict><key>CF$UID</key><integer>5</integer></dict>"));
+  ASSERT_TRUE(list);
+  list->Apply({{"control", "\x01"}});
+  const auto bytes = list->Print();
+  EXPECT_TRUE(!bytes || bytes->find("CF$UID") != std::string::npos);
+}
+
 TEST(PropertyListTest, ZeroInATextOrKeyMakesNoListAndDoesNotEndTheProcess) {
   const std::string narrow(
       "\x53"
@@ -773,6 +783,14 @@ TEST(PropertyListTest, XmlListHasAsManyValuesAsFitItsBoundOfMemory) {
   for (const int values : {kMost, kMost + 1}) {
     EXPECT_EQ(values == kMost,
               IsList("<key>a</key><array>" + Repeated("<true/>", values) + "</array>"));
+  }
+}
+
+TEST(PropertyListTest, ContainersOfAnXmlListCountInItsBoundOfMemory) {
+  constexpr int kMost = PropertyList::kLargest / 32 - 3;  // as above
+  for (const int values : {kMost - 1, kMost}) {
+    EXPECT_EQ(values < kMost,
+              IsList("<key>a</key><array>" + Repeated("<true/>", values) + "<array/></array>"));
   }
 }
 

@@ -9,8 +9,15 @@
 #include "InstallerUtils.h"
 #include "MetadataHelper.h"
 #include "OSUtils.h"
+#include "PackageReader.h"
 #include "Support.h"
 #include "ZipBuilder.h"
+
+// The linker calls it instead of the zip library's: see FailingCall.cpp.
+extern "C" void* __real_unzOpen(const char* path);
+extern "C" void* __wrap_unzOpen(const char* path) {
+  return FailingCall::Strikes("unzOpen") ? nullptr : __real_unzOpen(path);
+}
 
 namespace {
 
@@ -49,6 +56,75 @@ TEST(FailingExtraction, FileThatCannotBeWrittenWholeIsKeptAndTheRestGoesOn) {
   const FailingCall fault("fwrite", ENOSPC, 2, kPortions);
   EXPECT_TRUE(InstallerUtils::UncompressPackageFiles(package, destination));
   EXPECT_EQ(TreeOf(destination), (Tree{{"big", big.substr(0, kPortion)}, {"small", "2"}}));
+}
+
+/// A package with the files "a" and "b", and a destination that has an "a" already.
+class FailingRewriting : public testing::Test {
+ protected:
+  FailingRewriting() {
+    WriteFile(package_, Zip({{"a", "new"}, {"b", "new"}}));
+    std::filesystem::create_directory(destination_);
+    WriteFile(destination_ + "/a", "old");
+  }
+
+  Tree Extracted() {
+    std::filesystem::remove(destination_ + "/b");
+    EXPECT_TRUE(InstallerUtils::UncompressPackageFiles(package_, destination_));
+    return TreeOf(destination_);
+  }
+
+  const ScopedDirectory directory_;
+  std::string package_ = directory_ / "package";
+  std::string destination_ = directory_ / "out";
+};
+
+TEST_F(FailingRewriting, FileThatCannotBeEmptiedIsSkippedAndTheRestGoesOn) {
+  const int descriptors = OpenDescriptors();
+  for (const char* function : {"open", "fstat", "ftruncate"}) {
+    const FailingCall fault(function, EIO);
+    EXPECT_EQ(Extracted(), (Tree{{"a", "old"}, {"b", "new"}})) << function;
+  }
+  const FailingCall fault("fdopen", ENOMEM);
+  EXPECT_EQ(Extracted(), (Tree{{"a", ""}, {"b", "new"}}));
+  EXPECT_EQ(OpenDescriptors(), descriptors);
+}
+
+TEST_F(FailingRewriting, FileThatCannotBeLookedAtIsReplaced) {
+  std::filesystem::create_hard_link(destination_ + "/a", directory_ / "same");
+  const FailingCall fault("lstat", EIO);
+  EXPECT_EQ(Extracted(), (Tree{{"a", "new"}, {"b", "new"}}));
+  EXPECT_EQ(ReadFile(directory_ / "same"), "old");
+}
+
+TEST_F(FailingRewriting, FileThatGetsASecondNameMeanwhileIsNotWrittenTo) {
+  const FailingCall neighbour("open", [this] {
+    std::filesystem::create_hard_link(destination_ + "/a", directory_ / "same");
+  });
+  EXPECT_EQ(Extracted(), (Tree{{"a", "old"}, {"b", "new"}}));
+  EXPECT_EQ(ReadFile(directory_ / "same"), "old");
+}
+
+/// How often a package is opened whose opening is interrupted so many times.
+int OpeningsOfAPackage(int interruptions, bool isOpen) {
+  const ScopedDirectory directory;
+  WriteFile(directory / "package", Zip({{"a", "1"}}));
+  const FailingCall fault("unzOpen", EINTR, 1, interruptions);
+  EXPECT_EQ(PackageReader(directory / "package").IsOpen(), isOpen);
+  return fault.Count();
+}
+
+TEST(FailingPackage, InterruptedOpeningIsRepeatedABoundedNumberOfTimes) {
+  constexpr int kMostRepetitions = 100;
+  EXPECT_EQ(OpeningsOfAPackage(1, true), 2);
+  EXPECT_EQ(OpeningsOfAPackage(kMostRepetitions, true), kMostRepetitions + 1);
+  EXPECT_EQ(OpeningsOfAPackage(INT_MAX, false), kMostRepetitions + 1);
+}
+
+TEST(FailingPackage, OpeningThatFailsOtherwiseIsNotRepeated) {
+  EXPECT_FALSE(PackageReader("none").IsOpen());
+  const FailingCall fault("unzOpen", EMFILE);
+  EXPECT_FALSE(PackageReader("none").IsOpen());
+  EXPECT_EQ(fault.Count(), 1);
 }
 
 TEST(FailingMetadata, FileThatCannotBeReadToItsEndHasNoWord) {

@@ -8,6 +8,7 @@
 #include <sys/file.h>
 #include <sys/random.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -20,20 +21,12 @@ namespace {
 
 FailingCall* fault = nullptr;
 
-bool Fails(const char* function) {
-  if (fault == nullptr || !fault->Strikes(function)) {
-    return false;
-  }
-  errno = fault->Error();
-  return true;
-}
-
 template <typename Call>
 ssize_t Transfer(const char* function, std::size_t size, Call call) {
-  if (!Fails(function)) {
+  if (!FailingCall::Strikes(function)) {
     return call(size);
   }
-  return fault->Error() == FailingCall::kShort ? call((size + 1) / 2) : -1;
+  return FailingCall::CurrentError() == FailingCall::kShort ? call((size + 1) / 2) : -1;
 }
 
 }  // namespace
@@ -43,11 +36,16 @@ FailingCall::FailingCall(std::string function, int error, int first, int last)
   fault = this;
 }
 
+FailingCall::FailingCall(std::string function, std::function<void()> change, int first, int last)
+    : function_(std::move(function)), change_(std::move(change)), first_(first), last_(last) {
+  fault = this;
+}
+
 FailingCall::~FailingCall() {
   fault = nullptr;
 }
 
-bool FailingCall::Strikes(const char* function) {
+bool FailingCall::Counts(const char* function) {
   calls_ += std::string(function) + " ";
   if (function != function_) {
     return false;
@@ -56,10 +54,29 @@ bool FailingCall::Strikes(const char* function) {
   return count_ >= first_ && count_ <= last_;
 }
 
-#define LET_FAIL(failure, result, function, parameters, arguments)     \
-  result __real_##function parameters;                                 \
-  result __wrap_##function parameters {                                \
-    return Fails(#function) ? (failure) : __real_##function arguments; \
+bool FailingCall::Strikes(const char* function) {
+  FailingCall* const current = fault;
+  if (current == nullptr || !current->Counts(function)) {
+    return false;
+  }
+  if (current->change_) {
+    fault = nullptr;  // the calls of the change are not counted
+    current->change_();
+    fault = current;
+    return false;
+  }
+  errno = current->error_;
+  return true;
+}
+
+int FailingCall::CurrentError() {
+  return fault->error_;
+}
+
+#define LET_FAIL(failure, result, function, parameters, arguments)                    \
+  result __real_##function parameters;                                                \
+  result __wrap_##function parameters {                                               \
+    return FailingCall::Strikes(#function) ? (failure) : __real_##function arguments; \
   }
 
 #define LET_TRANSFER_FAIL(function, parameters, arguments)                          \
@@ -71,17 +88,21 @@ bool FailingCall::Strikes(const char* function) {
 
 extern "C" {
 
+LET_FAIL(-1, int, access, (const char* path, int mode), (path, mode))
 LET_FAIL(-1, int, chmod, (const char* path, mode_t mode), (path, mode))
 LET_FAIL(-1, int, fchmod, (int file, mode_t mode), (file, mode))
+LET_FAIL(nullptr, FILE*, fdopen, (int file, const char* mode), (file, mode))
 LET_FAIL(nullptr, DIR*, fdopendir, (int file), (file))
 LET_FAIL(1, int, ferror, (FILE * stream), (stream))
 LET_FAIL(-1, int, flock, (int file, int operation), (file, operation))
 LET_FAIL(-1, int, fstat, (int file, struct stat* status), (file, status))
 LET_FAIL(-1, int, fsync, (int file), (file))
+LET_FAIL(-1, int, ftruncate, (int file, off_t size), (file, size))
 LET_FAIL(0, std::size_t, fwrite,
          (const void* data, std::size_t size, std::size_t count, FILE* stream),
          (data, size, count, stream))
 LET_FAIL(-1, int, link, (const char* old, const char* name), (old, name))
+LET_FAIL(-1, off_t, lseek, (int file, off_t offset, int from), (file, offset, from))
 LET_FAIL(-1, int, lstat, (const char* path, struct stat* status), (path, status))
 LET_FAIL(-1, int, mkdir, (const char* path, mode_t mode), (path, mode))
 LET_FAIL(nullptr, dirent*, readdir, (DIR * stream), (stream))
@@ -93,6 +114,29 @@ LET_FAIL(-1, int, renameat2,
          (from, old, to, name, flags))
 LET_FAIL(-1, int, stat, (const char* path, struct stat* status), (path, status))
 LET_FAIL(-1, int, syncfs, (int file), (file))
+LET_FAIL(-1, int, unlink, (const char* path), (path))
+
+/// A file system that is full, in the place of an error.
+int __real_statvfs(const char* path, struct statvfs* status);
+int __wrap_statvfs(const char* path, struct statvfs* status) {
+  if (!FailingCall::Strikes("statvfs")) {
+    return __real_statvfs(path, status);
+  }
+  *status = {};
+  return FailingCall::CurrentError() == FailingCall::kShort ? 0 : -1;
+}
+
+int __real_open(const char* path, int flags, ...);
+int __wrap_open(const char* path, int flags, ...) {
+  mode_t mode = 0;
+  if ((flags & O_CREAT) != 0) {
+    std::va_list arguments;
+    va_start(arguments, flags);
+    mode = va_arg(arguments, mode_t);
+    va_end(arguments);
+  }
+  return FailingCall::Strikes("open") ? -1 : __real_open(path, flags, mode);
+}
 
 int __real_openat(int directory, const char* path, int flags, ...);
 int __wrap_openat(int directory, const char* path, int flags, ...) {
@@ -106,7 +150,7 @@ int __wrap_openat(int directory, const char* path, int flags, ...) {
       fault->NoteCreation(flags, mode);
     }
   }
-  return Fails("openat") ? -1 : __real_openat(directory, path, flags, mode);
+  return FailingCall::Strikes("openat") ? -1 : __real_openat(directory, path, flags, mode);
 }
 
 LET_TRANSFER_FAIL(getrandom, (void* bytes, std::size_t size, unsigned int flags),

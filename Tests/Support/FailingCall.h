@@ -2,10 +2,11 @@
 #define TESTS_SUPPORT_FAILINGCALL_H_
 
 #include <climits>
+#include <functional>
 #include <string>
 
-/// While one lives, calls of one of the C library's functions fail. For targets that
-/// let_calls_fail() was called for; one fault at a time.
+/// While one lives, calls of one of the C library's functions fail, or find something changed. For
+/// targets that let_calls_fail() was called for; one fault at a time.
 class FailingCall {
  public:
   /// In the place of an error: the call transfers half of the bytes, and does not fail.
@@ -13,6 +14,10 @@ class FailingCall {
 
   /// The `first` call of `function` from now on, and those up to the `last`, fail with `error`.
   FailingCall(std::string function, int error, int first = 1, int last = INT_MAX);
+
+  /// No call fails. Before those calls of `function`, `change` is made, as another process could
+  /// make it.
+  FailingCall(std::string function, std::function<void()> change, int first = 1, int last = 1);
   ~FailingCall();
   FailingCall(const FailingCall&) = delete;
   FailingCall& operator=(const FailingCall&) = delete;
@@ -31,13 +36,19 @@ class FailingCall {
     creationMode_ = mode;
   }
 
-  /// Counts a call of `function`. Returns whether the fault takes place.
-  bool Strikes(const char* function);
-  int Error() const { return error_; }
+  /// Counts a call of `function`. Returns whether it has to fail, and sets errno if so. For what
+  /// the linker calls instead of `function`.
+  static bool Strikes(const char* function);
+
+  /// The error of the calls that fail now.
+  static int CurrentError();
 
  private:
+  bool Counts(const char* function);
+
   std::string function_;
-  int error_;
+  int error_ = 0;
+  std::function<void()> change_;
   int first_;
   int last_;
   int count_ = 0;
