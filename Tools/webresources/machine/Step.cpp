@@ -1,6 +1,7 @@
 #include "Step.h"
 
 #include <fcntl.h>
+#include <spawn.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -9,63 +10,70 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 
 #include "Descriptor.h"
 #include "Error.h"
-#include "Names.h"
 #include "Uninterrupted.h"
 
 namespace {
 
-constexpr int kLastSignal = 64;
 constexpr rlim_t kMostDescriptors = 65536;
 
-void ResetSignals() {
-  for (int signal = 1; signal <= kLastSignal; ++signal) {
-    struct sigaction action = {};
-    action.sa_handler = SIG_DFL;
-    sigaction(signal, &action, nullptr);
+/// What posix_spawn() is to do in the new process.
+class Surroundings {
+ public:
+  Surroundings() {
+    posix_spawnattr_init(&attributes_);
+    posix_spawn_file_actions_init(&actions_);
+    SetSignals();
+    posix_spawn_file_actions_addchdir_np(&actions_, "/");
+    SetStreams();
   }
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
-}
+  ~Surroundings() {
+    posix_spawn_file_actions_destroy(&actions_);
+    posix_spawnattr_destroy(&attributes_);
+  }
+  Surroundings(const Surroundings&) = delete;
+  Surroundings& operator=(const Surroundings&) = delete;
 
-bool RedirectStreams() {
-  const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
-  for (int stream = 0; stream <= STDERR_FILENO; ++stream) {
-    // Without a null device the streams are closed: the step uses none of them.
-    if (null < 0) {
-      close(stream);
-    } else if (dup2(null, stream) < 0) {
-      return false;
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
+  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+
+ private:
+  void SetSignals() {
+    sigset_t none;
+    sigset_t all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    posix_spawnattr_setsigmask(&attributes_, &none);
+    posix_spawnattr_setsigdefault(&attributes_, &all);
+  }
+
+  void SetStreams() {
+    for (int stream = 0; stream <= STDERR_FILENO; ++stream) {
+      // Without a null device the streams are closed: the step uses none of them.
+      if (null_) {
+        posix_spawn_file_actions_adddup2(&actions_, *null_, stream);
+      } else {
+        posix_spawn_file_actions_addclose(&actions_, stream);
+      }
     }
   }
-  return true;
-}
 
-/// Closes all descriptors from 3 on except two.
-void CloseOthers(int kept, int alsoKept) {
+  const Descriptor null_{open("/dev/null", O_RDWR | O_CLOEXEC)};
+  posix_spawnattr_t attributes_;
+  posix_spawn_file_actions_t actions_;
+};
+
+/// Keeps all descriptors from 3 on, except one, from new programs.
+void CloseOthersInPrograms(int kept) {
   struct rlimit limit = {};
   getrlimit(RLIMIT_NOFILE, &limit);
   const int end = static_cast<int>(std::min(limit.rlim_cur, kMostDescriptors));
   for (int descriptor = STDERR_FILENO + 1; descriptor < end; ++descriptor) {
-    if (descriptor != kept && descriptor != alsoKept) {
-      close(descriptor);
-    }
-  }
-}
-
-/// Becomes the step, in a child process. Returns only if that fails. Only what may be called
-/// between fork() and exec() is called.
-void BecomeStep(const char* path, int lockDescriptor, int failures) {
-  ResetSignals();
-  umask(022);
-  if (chdir("/") == 0 && RedirectStreams() && fcntl(lockDescriptor, F_SETFD, 0) == 0) {
-    CloseOthers(lockDescriptor, failures);
-    char* const arguments[] = {const_cast<char*>(path), nullptr};
-    char* const environment[] = {nullptr};
-    execve(path, arguments, environment);
+    fcntl(descriptor, F_SETFD, descriptor == kept ? 0 : FD_CLOEXEC);
   }
 }
 
@@ -73,15 +81,20 @@ std::string Describe(int status) {
   if (WIFSIGNALED(status)) {
     return "it was ended by signal " + std::to_string(WTERMSIG(status));
   }
-  return WEXITSTATUS(status) == 0 ? "" : "it exited with " + std::to_string(WEXITSTATUS(status));
+  if (WEXITSTATUS(status) != 0) {
+    return "it exited with " + std::to_string(WEXITSTATUS(status));
+  }
+  return {};
 }
 
 }  // namespace
 
 std::string StepOf(const BundleFiles& files) {
-  const std::string above = names::Parent(files.directory);
-  const std::string inBundle = above + "/" BUNDLE_EXECUTABLES "/" BUNDLE_EXECUTABLE;
-  for (const std::string& path : {inBundle, above + "/" BUNDLE_EXECUTABLE}) {
+  // The step has another working directory. The path ends in "/".
+  const std::string above =
+      std::filesystem::absolute(files.directory + "/..").lexically_normal().string();
+  const std::string inBundle = above + BUNDLE_EXECUTABLES "/" BUNDLE_EXECUTABLE;
+  for (const std::string& path : {inBundle, above + BUNDLE_EXECUTABLE}) {
     if (access(path.c_str(), X_OK) == 0) {
       return path;
     }
@@ -90,31 +103,18 @@ std::string StepOf(const BundleFiles& files) {
 }
 
 std::string RunStep(const std::string& path, int lockDescriptor) {
-  int ends[2] = {-1, -1};
-  if (pipe(ends) != 0) {
+  umask(022);
+  CloseOthersInPrograms(lockDescriptor);
+  const Surroundings surroundings;
+  char* const arguments[] = {const_cast<char*>(path.c_str()), nullptr};
+  char* const environment[] = {nullptr};
+  pid_t child = -1;
+  errno = posix_spawn(&child, path.c_str(), surroundings.actions(), surroundings.attributes(),
+                      arguments, environment);
+  if (errno != 0) {
     throw Error::FromErrno("run", path);
   }
-  const Descriptor reading(ends[0]);
-  Descriptor writing(ends[1]);
-  fcntl(*writing, F_SETFD, FD_CLOEXEC);
-  const pid_t child = fork();
-  if (child == 0) {
-    BecomeStep(path.c_str(), lockDescriptor, *writing);
-    const int reason = errno;
-    const ssize_t written = write(*writing, &reason, sizeof reason);
-    _exit(written == sizeof reason ? 0 : 1);
-  }
-  if (child < 0) {
-    throw Error::FromErrno("run", path);
-  }
-  { const Descriptor closed(writing.Release()); }
-  int reason = 0;
-  const ssize_t count = Uninterrupted([&] { return read(*reading, &reason, sizeof reason); });
   int status = 0;
   Uninterrupted([&] { return waitpid(child, &status, 0); });
-  if (count == sizeof reason) {
-    errno = reason;
-    throw Error::FromErrno("run", path);
-  }
   return Describe(status);
 }

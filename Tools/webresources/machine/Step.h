@@ -7,15 +7,16 @@
 
 /// The installer step of a bundle: its own executable.
 
-/// The path of the executable that belongs to `files`. Throws Error if there is none that can be
-/// executed.
+/// The absolute path of the executable that belongs to `files`. Throws Error if there is none that
+/// can be executed.
 std::string StepOf(const BundleFiles& files);
 
-/// Runs the step at `path` and waits for its end. Its surroundings are always the same, whatever
-/// the caller's are: umask 022, working directory "/", no environment, all signals as they are by
-/// default, the null device as its three standard streams, and no other descriptor except
-/// `lockDescriptor`. Returns how the step ended, for people; an empty string if its status was 0.
-/// Throws Error if it cannot be run.
+/// Runs the step at the absolute `path` and waits for its end. Its surroundings are always the
+/// same, whatever the caller's are: umask 022, working directory "/", no environment, all signals
+/// as they are by default, the null device as its three standard streams, and no other descriptor
+/// except `lockDescriptor`. This process gets the umask, too, and passes no other descriptor to any
+/// program. Returns how the step ended, for people; an empty string if its status was 0. Throws
+/// Error if it cannot be run.
 std::string RunStep(const std::string& path, int lockDescriptor);
 
 #endif  // TOOLS_WEBRESOURCES_MACHINE_STEP_H_
