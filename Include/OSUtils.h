@@ -111,9 +111,9 @@ class OSUtils {
   /// The states of the values that InfoUnder() gives.
   static RecordStates StatesUnder(const std::string& root);
 
-  /// Removes the recorded random identifier, so that the next run draws one. Not a step of a run:
-  /// it is for a recorded value that no run would replace.
-  static bool RemoveRandom();
+  /// Removes the random identifier that is recorded for that host, so that the next run draws one.
+  /// Not a step of a run: it is for a recorded value that no run would replace.
+  static bool RemoveRandom(const std::string& root);
 
   /// Removes every key of the domain, not only those of the record. Returns false, without a flush,
   /// when the domain has no keys.

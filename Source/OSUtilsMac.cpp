@@ -254,8 +254,8 @@ OSUtils::RecordStates OSUtils::StatesUnder(const std::string& root) {
           StateOfText(record, kInstallPathKey), StateOfText(record, kFullVersionKey)};
 }
 
-bool OSUtils::RemoveRandom() {
-  PreferencesDomain record = Record();
+bool OSUtils::RemoveRandom(const std::string& root) {
+  PreferencesDomain record(PLIST_SECTION_KEY, root);
   record.Remove(kRandomKey);
   return record.Flush();
 }

@@ -1,8 +1,12 @@
 // What the command does when the system refuses its calls: it says so, and leaves no trace.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 
@@ -10,15 +14,33 @@
 #include "ArchiveWriter.h"
 #include "AtomicFile.h"
 #include "Check.h"
+#include "Descriptor.h"
 #include "Error.h"
 #include "FailingCall.h"
 #include "FileTree.h"
 #include "Files.h"
+#include "InstallLock.h"
+#include "Installation.h"
+#include "Interruption.h"
+#include "Names.h"
 #include "PackageReader.h"
 #include "Prediction.h"
+#include "Receipt.h"
 #include "SourceTree.h"
+#include "Step.h"
 #include "Support.h"
 #include "ZipBuilder.h"
+
+// The linker calls it instead of zlib's: see FailingCall.cpp.
+extern "C" int __real_deflateInit2_(z_streamp stream, int level, int method, int windowBits,
+                                    int memoryLevel, int strategy, const char* version, int size);
+extern "C" int __wrap_deflateInit2_(z_streamp stream, int level, int method, int windowBits,
+                                    int memoryLevel, int strategy, const char* version, int size) {
+  return FailingCall::Strikes("deflateInit2_")
+             ? Z_MEM_ERROR
+             : __real_deflateInit2_(stream, level, method, windowBits, memoryLevel, strategy,
+                                    version, size);
+}
 
 namespace {
 
@@ -57,12 +79,12 @@ class FailuresTest : public testing::Test {
   const Tree before_ = {{"f", "old"}};
 };
 
-TEST_F(FailuresTest, DirectoryThatCannotBeListedToItsEndIsNotTakenForAShortOne) {
+TEST_F(FailuresTest, DirectoryThatCannotBeListedToItsEndIsNotTreatedAsAShortOne) {
   EXPECT_COMPLAINT(ComplaintWithout(
       "readdir", [&] { NamesIn(directory_ / ""); }, 2));
 }
 
-TEST_F(FailuresTest, FileThatCannotBeLookedAtIsNotTakenForAMissingOne) {
+TEST_F(FailuresTest, FileThatCannotBeLookedAtIsNotTreatedAsMissing) {
   EXPECT_COMPLAINT(ComplaintWithout("lstat", [&] { Exists(file_); }));
   EXPECT_COMPLAINT(ComplaintWithout("stat", [&] { StateOf(file_); }));
   EXPECT_COMPLAINT(ComplaintWithout("lstat", [&] { ReadTree(directory_ / "", Checksum::None); }));
@@ -72,6 +94,36 @@ TEST_F(FailuresTest, FileThatDisappearsMeanwhileIsNotInTheTree) {
   const FailingCall fault("lstat", ENOENT, 2);  // not of the top
   const FileTree tree = ReadTree(directory_ / "", Checksum::None);
   EXPECT_EQ(tree.size(), 1U);
+}
+
+TEST_F(FailuresTest, NothingIsThereBelowAFileOrOnceItIsRemoved) {
+  EXPECT_EQ(StateOf(file_ + "/x"), FileState::Missing);
+  EXPECT_FALSE(Exists(file_ + "/x"));
+  const FailingCall fault("access", ENOENT);
+  EXPECT_EQ(StateOf(file_), FileState::Missing);
+}
+
+TEST_F(FailuresTest, FileThatMayNotBeReadIsNotTreatedAsMissing) {
+  EXPECT_COMPLAINT(ComplaintWithout("access", [&] { StateOf(file_); }));
+}
+
+TEST_F(FailuresTest, DirectoryThatCannotBeMadeIsTold) {
+  EXPECT_NE(Complaint([&] { MakeDirectories(file_ + "/d"); }).find(file_ + "/d"),
+            std::string::npos);
+}
+
+TEST_F(FailuresTest, OnlyTheVeryFileThatIsOpenIsAtItsPath) {
+  WriteFile(directory_ / "g", "old");
+  const Descriptor file(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
+  EXPECT_TRUE(IsAt(*file, file_));
+  EXPECT_FALSE(IsAt(*file, directory_ / "g"));
+  EXPECT_FALSE(IsAt(*file, "/proc"));  // another file system
+  EXPECT_FALSE(IsAt(*file, directory_ / "none"));
+  EXPECT_FALSE(IsAt(-1, file_));
+}
+
+TEST_F(FailuresTest, MissingDirectoryHasAnEmptyTree) {
+  EXPECT_TRUE(ReadTree(directory_ / "none").empty());
 }
 
 TEST_F(FailuresTest, VolumeWithoutAnswerHasNoKnownSpace) {
@@ -89,6 +141,15 @@ TEST_F(FailuresTest, PackageThatCannotBeLaidOutIsTold) {
   WriteFile(file_, Zip({{"a", "1"}}));
   EXPECT_COMPLAINT(ComplaintWithout("fstat", [&] { ReadArchiveLayout(file_); }));
   EXPECT_COMPLAINT(ComplaintWithout("pread", [&] { ReadArchiveLayout(file_); }));
+  EXPECT_COMPLAINT(ComplaintWithout("open", [&] { ReadArchiveLayout(file_); }));
+}
+
+TEST_F(FailuresTest, NeitherADirectoryNorAFileThatIsCutMeanwhileHasALayout) {
+  EXPECT_FALSE(ReadArchiveLayout(directory_ / ""));
+  WriteFile(file_, Zip({{"a", "1"}}));
+  ASSERT_TRUE(ReadArchiveLayout(file_));
+  const FailingCall neighbour("pread", [this] { std::filesystem::resize_file(file_, 50); });
+  EXPECT_FALSE(ReadArchiveLayout(file_));
 }
 
 TEST_F(FailuresTest, DirectoryThatCannotBeMadeEndsAProof) {
@@ -102,6 +163,21 @@ TEST_F(FailuresTest, FileThatCannotBePackedWholeIsTold) {
   ArchiveWriter archive(directory_ / "package", 0);
   EXPECT_COMPLAINT(ComplaintWithout("read", [&] { archive.AddFile("f", file_); }));
   EXPECT_NE(Complaint([&] { archive.AddFile("none", directory_ / "none"); }), "");
+}
+
+TEST_F(FailuresTest, FileThatChangesWhileItIsPackedIsTold) {
+  for (const char* changed : {"changed", "new"}) {  // in size; in content alone
+    WriteFile(file_, "old");
+    ArchiveWriter archive(directory_ / "package", 0);
+    const FailingCall neighbour("lseek", [&] { WriteFile(file_, changed); });
+    EXPECT_NE(Complaint([&] { archive.AddFile("f", file_); }).find("changed while"),
+              std::string::npos);
+  }
+}
+
+TEST_F(FailuresTest, MemoryThatDoesNotSufficeForDeflatingEndsThePacking) {
+  const FailingCall fault("deflateInit2_", 0);
+  EXPECT_THROW(ArchiveWriter(directory_ / "package", 0), std::bad_alloc);
 }
 
 TEST_F(FailuresTest, SourceThatCannotBeLookedAtIsTold) {
@@ -145,6 +221,36 @@ TEST_F(FailingCheckTest, ScratchDirectoryThatCannotBeMadeIsTold) {
   EXPECT_NE(Complaint([&] { Check(options_); }).find("none/webresources-"), std::string::npos);
 }
 
+TEST_F(FailingCheckTest, ScratchDirectoryIsInTmpWithoutAnotherPlace) {
+  UseForTemporaryFiles("tmp");
+  setenv("TMPDIR", "", 1);
+  EXPECT_EQ(Check(options_).status, kAsItShouldBe);
+}
+
+TEST_F(FailingCheckTest, FullVolumeIsToldBeforeTheExtraction) {
+  const FailingCall fault("statvfs", FailingCall::kShort);
+  EXPECT_NE(Complaint([&] { Check(options_); }).find("7 bytes are needed and 0 are free"),
+            std::string::npos);
+  EXPECT_EQ(TreeOf(directory_ / "tmp"), Tree());
+}
+
+TEST_F(FailingCheckTest, MissingPackageIsNoHindranceToAProof) {
+  std::filesystem::remove(directory_ / "OrloWebResources.zip");
+  const Report report = Check(options_);
+  ASSERT_EQ(report.findings.size(), 1U);
+  EXPECT_STREQ(report.findings[0].rule->id, "package-missing");
+}
+
+TEST_F(FailingCheckTest, ListingTellsWhyAnEntryIsSkipped) {
+  WriteFile(directory_ / "OrloWebResources.zip", Zip({{"a", "content"}, {"d/b", "x"}}));
+  const Report report = Check(options_);
+  EXPECT_EQ(report.listing,
+            (std::vector<std::string>{
+                "file               7  a",
+                "skip                  d/b  (no entry before it makes its directory: it is not "
+                "installed)"}));
+}
+
 TEST_F(FailingCheckTest, ScratchDirectoryIsGoneWhenTheExtractionFails) {
   const FailingCall fault("mkdir", EIO);  // not of mkdtemp(), which the C library calls for itself
   EXPECT_NE(Complaint([&] { Check(options_); }), "");
@@ -155,12 +261,12 @@ TEST_F(FailingCheckTest, ScratchDirectoryIsGoneWhenTheExtractionFails) {
 
 void Replace(const std::string& path) {
   AtomicFile file(path);
-  WriteFile(file.temporary(), "new");
+  file.Write("new");
   file.CommitDurably();
 }
 
 TEST_F(FailuresTest, FileThatCannotBeReplacedStaysAndNoOtherIsLeft) {
-  for (const char* function : {"fsync", "link", "rename"}) {
+  for (const char* function : {"fsync", "link", "rename", "write"}) {
     EXPECT_COMPLAINT(ComplaintWithout(function, [&] { Replace(file_); }));
     EXPECT_EQ(Files(), before_) << function;
   }
@@ -184,6 +290,54 @@ TEST_F(FailuresTest, FirstOfTwoFilesIsAsBeforeWhenTheSecondCannotBeReplaced) {
   EXPECT_EQ(Files(), (Tree{{"f", "old"}, {"g", "old"}}));
 }
 
+TEST_F(FailuresTest, WritesThatAreCutShortGoOn) {
+  const FailingCall fault("write", FailingCall::kShort, 1, 1);
+  Replace(file_);
+  EXPECT_EQ(fault.Count(), 2);
+  EXPECT_EQ(Files(), (Tree{{"f", "new"}}));
+}
+
+TEST_F(FailuresTest, DirectoryThatCannotBeSynchronizedIsTold) {
+  constexpr int kOfTheDirectory = 3;  // after those of the new and of the old file
+  EXPECT_COMPLAINT(ComplaintWithout(
+      "open", [&] { Replace(file_); }, kOfTheDirectory));
+}
+
+TEST_F(FailuresTest, OldFileKeepsItsSecondNameIfItCannotBeBroughtBack) {
+  AtomicFile file(file_);
+  file.Write("new");
+  file.Commit();
+  {
+    const FailingCall fault("rename", EIO);
+    file.Rollback();
+  }
+  EXPECT_EQ(Files(), (Tree{{"f", "new"}, {".f.old-" + std::to_string(getpid()), "old"}}));
+}
+
+TEST_F(FailuresTest, FileThatTakesTheNameOfALeftoverIsNotRemoved) {
+  const std::string leftover = directory_ / ".f.tmp-1";
+  WriteFile(leftover, "left");
+  const FailingCall neighbour("flock", [&] {
+    std::filesystem::remove(leftover);
+    WriteFile(directory_ / "other", "new");
+    std::filesystem::rename(directory_ / "other", leftover);
+  });
+  const AtomicFile file(file_);
+  EXPECT_EQ(ReadFile(leftover), "new");
+}
+
+TEST_F(FailuresTest, TemporaryFileThatIsRemovedMeanwhileIsMadeOnceMore) {
+  const std::string temporary = directory_ / (".f.tmp-" + std::to_string(getpid()));
+  const auto remove = [&] { std::filesystem::remove(temporary); };
+  {
+    const FailingCall neighbour("flock", remove);
+    Replace(file_);
+    EXPECT_EQ(Files(), (Tree{{"f", "new"}}));
+  }
+  const FailingCall neighbour("flock", remove, 1, INT_MAX);
+  EXPECT_NE(Complaint([&] { Replace(file_); }).find("keep removing it"), std::string::npos);
+}
+
 TEST_F(FailuresTest, NothingIsUndoneBeforeTheCommit) {
   AtomicFile(file_).Rollback();
   EXPECT_EQ(Files(), before_);
@@ -191,6 +345,86 @@ TEST_F(FailuresTest, NothingIsUndoneBeforeTheCommit) {
 
 TEST_F(FailuresTest, TemporaryFileThatCannotBeMadeIsTold) {
   EXPECT_NE(Complaint([&] { AtomicFile file(directory_ / "none/f"); }), "");
+  EXPECT_COMPLAINT(ComplaintWithout("open", [&] { AtomicFile file(file_); }));
+}
+
+// Interruption ------------------------------------------------------------------------------------
+
+TEST(Interruptions, IgnoredSignalStaysIgnored) {
+  const auto before = std::signal(SIGHUP, SIG_IGN);
+  CatchInterruptions();
+  EXPECT_EQ(std::signal(SIGHUP, before), SIG_IGN);
+}
+
+// Installation ------------------------------------------------------------------------------------
+
+/// A host without anything, whose file system lies in the directory, and its lock.
+class FailingLockTest : public testing::Test {
+ protected:
+  std::string TryToLock(std::chrono::milliseconds wait = std::chrono::milliseconds(0)) const {
+    return Complaint([&] { InstallLock lock(directory_ / "", wait); });
+  }
+
+  const ScopedDirectory directory_;
+  const std::string path_ = BesideInstallRoot(directory_ / "", ".WebResources.lock");
+};
+
+TEST_F(FailingLockTest, LockThatCannotBeHadIsTold) {
+  for (const char* function : {"mkdir", "open", "flock"}) {
+    EXPECT_COMPLAINT(ComplaintWithout(
+        function, [&] { InstallLock lock(directory_ / "", std::chrono::milliseconds(0)); }));
+  }
+  EXPECT_EQ(TryToLock(), "");
+}
+
+TEST_F(FailingLockTest, InterruptedLockIsTriedAgain) {
+  const FailingCall fault("flock", EINTR, 1, 1);
+  EXPECT_EQ(TryToLock(std::chrono::seconds(10)), "");
+  EXPECT_EQ(fault.Count(), 2);
+}
+
+TEST_F(FailingLockTest, LockThatIsRemovedMeanwhileIsMadeOnceMore) {
+  const FailingCall neighbour("flock", [this] { std::filesystem::remove(path_); });
+  EXPECT_EQ(TryToLock(std::chrono::seconds(10)), "");
+  EXPECT_EQ(neighbour.Count(), 2);
+  EXPECT_TRUE(IsThere(path_));
+}
+
+TEST_F(FailingLockTest, DirectoriesThatAnotherInstallationMakesMeanwhileAreNoFailure) {
+  const FailingCall neighbour(
+      "mkdir", [this] { std::filesystem::create_directories(names::Parent(path_)); });
+  EXPECT_EQ(TryToLock(), "");
+}
+
+TEST_F(FailingLockTest, HeldLockEndsTheWaiting) {
+  const InstallLock lock(directory_ / "", std::chrono::milliseconds(0));
+  EXPECT_NE(TryToLock(std::chrono::milliseconds(30)).find("another installation is running"),
+            std::string::npos);
+}
+
+TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenOrRemovedIsTold) {
+  std::filesystem::create_directories(names::Parent(path_));
+  EXPECT_COMPLAINT(ComplaintWithout("write", [&] { WriteReceipt(directory_ / "", {}); }));
+  EXPECT_EQ(TreeOf(names::Parent(path_)), Tree());
+  EXPECT_COMPLAINT(ComplaintWithout("unlink", [&] { RemoveReceipt(directory_ / ""); }));
+}
+
+// Step --------------------------------------------------------------------------------------------
+
+TEST_F(FailuresTest, StepRunsWithoutANullDevice) {
+  WriteFile(directory_ / "step", "#!/bin/sh\n[ ! -e /dev/fd/0 ] && exit 3\n");
+  chmod((directory_ / "step").c_str(), 0755);
+  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
+  const ScopedUmask mask(022);
+  const FailingCall fault("open", ENXIO);
+  EXPECT_EQ(RunStep(directory_ / "step", *lock), "it exited with 3");
+}
+
+TEST_F(FailuresTest, StepThatCannotBeRunIsTold) {
+  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
+  const ScopedUmask mask(022);
+  EXPECT_NE(Complaint([&] { RunStep(directory_ / "none", *lock); }).find("No such file"),
+            std::string::npos);
 }
 
 }  // namespace

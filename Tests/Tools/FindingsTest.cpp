@@ -66,6 +66,7 @@ std::string Long(std::size_t length) {
 
 const ZipEntry kFile("a", "text");
 constexpr std::uint16_t kUtf8 = 0x800;
+constexpr std::uint16_t kSizesFollow = 8;
 
 std::vector<Case> Cases() {
   const ZipEntry kText("b", "text");
@@ -80,6 +81,9 @@ std::vector<Case> Cases() {
       {"", "a packer's ./", Zip({{"./", ""}, {"./d/", ""}, {"./d/a", "x"}})},
       {"", "a flagged name", Zip({Flagged({"\xC3\xA4", "x"}, kUtf8)})},
       {"", "a large file that shrinks less", Zip({{"a", Long(1000), kDeflated}})},
+      {"", "a megabyte that does not shrink", Zip({{"a", Long(1U << 20U)}})},
+      {"", "a local header without the sizes that follow the data",
+       Zip({With(Flagged(kFile, kSizesFollow), &ZipEntry::localCrc, 0U)})},
 
       {"package-unreadable", "no archive", "no archive at all, but long enough for an end record"},
       {"package-unreadable", "an empty file", ""},
@@ -116,6 +120,7 @@ std::vector<Case> Cases() {
       {"climbs-out", "a directory", Zip({kFile, {"a/../../x/", ""}})},
       {"name-empty", "no name", Zip({kFile, {"", "x"}})},
       {"name-too-long", "512 bytes", Zip({{Long(200) + "/", ""}, {Long(512), "x"}})},
+      {"name-too-long", "512 bytes that are not UTF-8", Zip({{"\xE4" + Long(511), "x"}})},
       {"name-too-long", "a component of 256 bytes", Zip({{Long(256), "x"}})},
       {"name-too-long", "a directory's component of 256 bytes", Zip({{Long(256) + "/", ""}})},
       {"name-not-utf8", "Latin-1", Zip({{"\xE4", "x"}})},
@@ -136,6 +141,8 @@ std::vector<Case> Cases() {
       {"encrypted", "deflated", Zip({Flagged({"a", "123456789012", kDeflated}, 1)})},
       {"headers-differ", "name", Zip({With(kFile, &ZipEntry::localName, "b")})},
       {"headers-differ", "checksum", Zip({With(kFile, &ZipEntry::localCrc, 1U)})},
+      {"headers-differ", "checksum, although one follows the data",
+       Zip({With(Flagged(kFile, kSizesFollow), &ZipEntry::localCrc, 1U)})},
       {"headers-differ", "method",
        Zip({With(kFile, &ZipEntry::localMethod, std::uint16_t{kDeflated})})},
       {"damaged-entry", "no local header", Zip({With(kFile, &ZipEntry::localSignature, 0U)})},
@@ -228,6 +235,7 @@ a/b: its path leads through a file
 a/../../x/: its name leads out of the installed directory
 entry 2: its name is empty
 nnnnnnnnnnnnnnnnnnnn: its name has 512 bytes
+\xE4nnnnnnnnnnnnnnnn: its name has 512 bytes
 nnnnnnnnnnnnnnnnnnnn: a component of its name has more than 255 bytes
 nnnnnnnnnnnnnnnnnnnn: a component of its name has more than 255 bytes
 \xE4: its name is not UTF-8, which a volume may refuse
@@ -246,6 +254,7 @@ b: its compression method 12 is not supported: its packed data is installed
 a: it is encrypted: the installer has no password and writes other data
 a: it is encrypted: the installer has no password and writes other data
 a: its local and its central header have different values: name
+a: its local and its central header have different values: checksum
 a: its local and its central header have different values: checksum
 a: its local and its central header have different values: method
 a: its local header is damaged or contradicts the directory: it is not installed
@@ -419,6 +428,77 @@ TEST(Rules, MissingPackageIsAFinding) {
   PackageReader package(path);
   EXPECT_EQ(IdsOf(FindInPackage(path, Predict(package))),
             std::vector<std::string>{"package-missing"});
+}
+
+/// The findings of an archive, each with its subject and a blank behind it.
+std::string Found(const std::string& bytes) {
+  ScopedDirectory directory;
+  const std::string path = directory / kPackageFileName;
+  WriteFile(path, bytes);
+  PackageReader package(path);
+  std::string found;
+  for (const Finding& finding : FindInPackage(path, Predict(package))) {
+    found += std::string(finding.rule->id) + ": " + finding.subject + "\n";
+  }
+  return found;
+}
+
+/// The archive with a number of two bytes in the last entry of its directory.
+std::string WithInLastEntry(std::string bytes, std::size_t place, char low, char high) {
+  const std::size_t begin = bytes.rfind("PK\1\2");
+  bytes[begin + place] = low;
+  bytes[begin + place + 1] = high;
+  return bytes;
+}
+
+TEST(Rules, OverlappingEntryWithoutANameIsCalledByItsNumber) {
+  const std::string bytes = Zip({kFile, With(ZipEntry("", "x"), &ZipEntry::offset, 0U)});
+  EXPECT_NE(Found(bytes).find("overlapping-entries: entry 2\n"), std::string::npos);
+}
+
+std::string LittleEndian(std::uint64_t number, int size) {
+  std::string bytes;
+  for (int i = 0; i < size; ++i) {
+    bytes += static_cast<char>(number >> (8 * i));
+  }
+  return bytes;
+}
+
+/// The archive with its number of entries in an end record of 64 bits. Its locator states no disks,
+/// so that the zip library goes by the other end record, which states one entry.
+std::string WithTwoEndRecords(const std::string& archive, std::uint64_t count) {
+  const std::size_t begin = archive.find("PK\1\2");
+  const std::size_t end = archive.find("PK\5\6");
+  const std::string record = "PK\6\6" + LittleEndian(44, 8) + LittleEndian(0, 12) +
+                             LittleEndian(count, 8) + LittleEndian(count, 8) +
+                             LittleEndian(end - begin, 8) + LittleEndian(begin, 8);
+  const std::string locator =
+      "PK\6\7" + LittleEndian(0, 4) + LittleEndian(end, 8) + LittleEndian(0, 4);
+  const std::size_t size = end + record.length() + locator.length() - begin;
+  return archive.substr(0, end) + record + locator + "PK\5\6" + LittleEndian(0, 4) +
+         LittleEndian(1, 2) + LittleEndian(1, 2) + LittleEndian(size, 4) + LittleEndian(begin, 4) +
+         LittleEndian(0, 2);
+}
+
+TEST(Rules, OverlappingEntryThatTheInstallerDoesNotReachIsCalledByItsNumber) {
+  const std::string bytes =
+      WithTwoEndRecords(Zip({kFile, With(ZipEntry("b", "x"), &ZipEntry::offset, 0U)}), 2);
+  EXPECT_EQ(Found(bytes), "overlapping-entries: entry 2\n");
+}
+
+// The zip library reads on where the directory has ended, if the last entry's comment leads there.
+TEST(Rules, EntryBehindTheEndRecordIsNotListed) {
+  constexpr std::size_t kCommentLength = 32;
+  constexpr char kEndSize = 22;
+  const std::string other = Zip({{"b", "x"}});
+  const std::size_t central = other.find("PK\1\2");
+  const std::string bytes =
+      WithInLastEntry(WithCount(Zip({kFile}), 2), kCommentLength, kEndSize, 0) +
+      other.substr(central, other.length() - kEndSize - central);
+  EXPECT_EQ(Found(bytes).find("trailing-data: OrloWebResources.zip\n"
+                              "directory-damaged: OrloWebResources.zip\n"),
+            0U);
+  EXPECT_TRUE(IsPredicted(bytes));
 }
 
 TEST(Rules, IdentifiersAreUnique) {

@@ -12,7 +12,8 @@ TEST(Names, PrintableLeavesTextAloneAndShowsTheRestAsBytes) {
   EXPECT_EQ(names::Printable("\xC3"), "\\xC3");
   EXPECT_EQ(names::Printable("\xE2\x80\xAE"
                              "x"),
-            "\\xE2\\x80\\xAEx");  // right-to-left override
+            "\\xE2\\x80\\xAEx");                                // right-to-left override
+  EXPECT_EQ(names::Printable("\xEE\x80\x80"), "\xEE\x80\x80");  // of private use
 }
 
 TEST(Names, FoldingTakesAwayCaseAndNormalization) {
@@ -27,6 +28,7 @@ TEST(Names, FoldingTakesAwayCaseAndNormalization) {
 
 TEST(Names, CollisionIsFoundInOneDirectoryOnly) {
   EXPECT_EQ(names::Collisions({"a/x", "b/X"}).size(), 0U);
+  EXPECT_EQ(names::Collisions({"a/x", "a/x"}).size(), 0U);
   const auto collisions = names::Collisions({"a/x", "a/X"});
   ASSERT_EQ(collisions.size(), 1U);
   EXPECT_EQ(collisions[0].first, "a/x");

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <random>
+
 #include "ArchiveWriter.h"
 #include "AtomicFile.h"
 #include "Check.h"
@@ -110,6 +112,9 @@ TEST_F(PackTest, GlobsExcludeByNameOrByPath) {
   options_.selection.excluded = {"*.map", "a/b"};
   EXPECT_EQ(Refusals(), "");
   EXPECT_EQ(Packed(), "a/ a/f ");
+  options_.selection.excluded = {"f", "x.map"};
+  EXPECT_EQ(Refusals(), "");
+  EXPECT_EQ(Packed(), "a/ a/b/ a/y.map ");
 }
 
 TEST_F(PackTest, LinksAreRefusedUnlessFollowed) {
@@ -269,8 +274,30 @@ TEST_F(PackTest, UpdateNumberThatCountsAsAbsentIsRefused) {
 }
 
 TEST_F(PackTest, OutputInThePackedDirectoryIsRefused) {
-  options_.output = Site("");
-  EXPECT_THROW(Pack(options_), Error);
+  WriteFile(Site("f"), "x");
+  for (const char* output : {"", "Resources"}) {
+    options_.output = Site(output);
+    options_.createsOutput = true;
+    EXPECT_THROW(Pack(options_), Error) << output;
+  }
+  EXPECT_EQ(TreeOf(Site("Resources")), Tree{});
+}
+
+TEST_F(PackTest, SourceDateIsANumberOfSecondsOrLeftOut) {
+  WriteFile(Site("f"), "x");
+  const auto packedWith = [this](const char* date) {
+    setenv("SOURCE_DATE_EPOCH", date, 1);
+    const std::string refusals = Refusals();
+    unsetenv("SOURCE_DATE_EPOCH");
+    return refusals + ReadFile(Written("OrloWebResources.zip"));
+  };
+  const std::string plain = packedWith("315532800");
+  EXPECT_EQ(packedWith(""), plain);
+  EXPECT_NE(packedWith("1000000000"), plain);
+  for (const char* date : {"today", "99999999999999999999"}) {
+    EXPECT_THROW(packedWith(date), Error) << date;
+    unsetenv("SOURCE_DATE_EPOCH");
+  }
 }
 
 TEST_F(PackTest, NothingIsWrittenWhenTheSecondFileCannotTakeItsPlace) {
@@ -324,6 +351,26 @@ TEST(ArchiveWriter, DataIsStoredWhereDeflatingDoesNotShrinkIt) {
 
 TEST(ArchiveWriter, FileThatCannotBeMadeIsToldAtOnce) {
   EXPECT_THROW(ArchiveWriter("/nowhere/zip", 0), Error);
+}
+
+TEST(ArchiveWriter, ArchiveDoesNotDependOnWhatIsKeptInMemory) {
+  ScopedDirectory directory;
+  std::minstd_rand generator(1);
+  std::string noise;
+  while (noise.length() < 1000000) {
+    noise += static_cast<char>(generator() >> 8U);
+  }
+  WriteFile(directory / "f", noise + std::string(100000, 'a'));
+  const auto bytesWith = [&directory](std::size_t spoolLimit) {
+    ArchiveWriter writer(directory / "zip", 0, spoolLimit);
+    writer.AddFile("f", directory / "f");
+    writer.Close();
+    return ReadFile(directory / "zip");
+  };
+  const std::string bytes = bytesWith(ArchiveWriter::kSpoolLimit);
+  EXPECT_LT(bytes.length(), 1050000U);
+  EXPECT_EQ(bytesWith(0), bytes);
+  EXPECT_EQ(bytesWith(100000), bytes);
 }
 
 TEST(ArchiveWriter, TimesOutsideTheFormatAreTakenToItsEnds) {

@@ -2,10 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include "Diff.h"
+#include "FailingCall.h"
+#include "Install.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
 #include "OSUtils.h"
 #include "PreferencesDomain.h"
+#include "Receipt.h"
+#include "Repair.h"
+#include "Status.h"
 #include "Support.h"
 #include "Verify.h"
 #include "ZipBuilder.h"
@@ -49,6 +55,10 @@ class VerifyTest : public testing::Test {
     return Found();
   }
 
+  std::string RecordPath() const {
+    return directory_ / "root/Library/Preferences/" + PLIST_SECTION_KEY + ".plist";
+  }
+
   ScopedDirectory directory_;
   std::string resources_ = directory_ / "X.app/Contents/Resources/";
   std::string installRoot_ = directory_ / ("root" + OSUtils::GetPellamResourceDirectory());
@@ -88,6 +98,10 @@ TEST_F(VerifyTest, ModesThatARunDoesNotGiveAreFoundUnlessIgnored) {
 
 TEST_F(VerifyTest, DirectoriesThatOthersCannotEnterOrCanWriteToAreFound) {
   const std::string above = fs::path(installRoot_).parent_path().parent_path();
+  for (const mode_t mode : {0700, 0777, 0775}) {
+    chmod(above.c_str(), mode);
+    EXPECT_EQ(Found(), mode == 0775 ? "" : "mode-differs " + above + "\n") << std::oct << mode;
+  }
   chmod(above.c_str(), 0700);
   chmod((installed_ + "d").c_str(), 0750);
   chmod(installed_.c_str(), 0777);
@@ -167,8 +181,11 @@ TEST_F(VerifyTest, EachChangedValueOfTheRecordIsFound) {
             "record-differs full version\n");
   EXPECT_EQ(foundWith([this] { record_.SetText("tWebResourceInstallPath", "Resource4"); }),
             "record-directory installed directory\n");
-  EXPECT_EQ(foundWith([this] { record_.SetText("tWebResourceInstallPath", "../Resource0"); }),
-            "record-directory installed directory\n");
+  for (const char* path : {"../Resource0", ".", ".."}) {
+    EXPECT_EQ(foundWith([&] { record_.SetText("tWebResourceInstallPath", path); }),
+              "record-directory installed directory\n")
+        << path;
+  }
   EXPECT_EQ(foundWith([this] { record_.SetNumber("irandom", 10001); }),
             "record-random random identifier\n");
   EXPECT_EQ(foundWith([this] { record_.SetNumber("irandom", 0); }),
@@ -220,22 +237,58 @@ TEST_F(VerifyTest, NothingInstalledIsOneFinding) {
   EXPECT_EQ(Found(), "not-installed " + installRoot_ + "\n");
 }
 
+TEST_F(VerifyTest, OneRecordedValueAloneIsMoreThanNothing) {
+  fs::remove_all(installRoot_);
+  const auto foundWith = [this](auto set) {
+    for (const char* key : {"tWebResourceInstallPath", "iUpdateId", "tFullVersion", "irandom"}) {
+      record_.Remove(key);
+    }
+    set();
+    return Found().find("not-installed " + installRoot_ + "Resource0\n");
+  };
+  EXPECT_NE(foundWith([this] { record_.SetNumber("irandom", 42); }), std::string::npos);
+  EXPECT_NE(foundWith([this] { record_.SetNumber("iUpdateId", 7); }), std::string::npos);
+  EXPECT_NE(foundWith([this] { record_.SetText("tFullVersion", "7"); }), std::string::npos);
+  EXPECT_NE(foundWith([this] { record_.SetText("tWebResourceInstallPath", "Resource0"); }),
+            std::string::npos);
+  EXPECT_EQ(foundWith([] {}), std::string::npos);
+}
+
 TEST_F(VerifyTest, DirectoryGoneUnderItsRecordIsFound) {
   fs::remove_all(installed_);
   EXPECT_EQ(Found(), "not-installed " + installRoot_ + "Resource0\n");
+  record_.SetText("tWebResourceInstallPath", "a/b");
+  EXPECT_EQ(Found(),
+            "record-directory installed directory\nnot-installed " + installRoot_ + "Resource0\n");
 }
 
 TEST_F(VerifyTest, RecordThatCannotBeReadCannotTell) {
-  const std::string preferences = directory_ / "root/Library/Preferences";
-  chmod(preferences.c_str(), 0);
-  EXPECT_TRUE(AsOrdinaryUser([this] {
-    try {
-      Verify(options_);
-    } catch (const Error&) {
-      return true;
-    }
-    return false;
-  }));
+  const std::string record = RecordPath();
+  fs::remove(record);
+  fs::create_directory(record);
+  EXPECT_THROW(Verify(options_), Error);
+}
+
+TEST_F(VerifyTest, HostThatIsNotThereCannotTell) {
+  options_.root = directory_ / "none";
+  EXPECT_THROW(Verify(options_), Error);
+}
+
+/// More than 4 GiB, stated by entries that share their data.
+std::string PackageThatCanHoldTooMuch() {
+  std::vector<ZipEntry> entries{{"data", std::string(200000, 'x')}};
+  for (int i = 0; i < 40; ++i) {
+    ZipEntry& entry = entries.emplace_back(std::to_string(i), "", kDeflated);
+    entry.compressed = entry.size = 0xFFFFFFFE;
+  }
+  return Zip(entries);
+}
+
+TEST_F(VerifyTest, PackageThatCanHoldTooMuchIsNotComparedWithTheTree) {
+  WriteFile(installed_ + "g", "y");
+  WriteFile(resources_ + kPackageFileName, PackageThatCanHoldTooMuch());
+  EXPECT_EQ(Found(),
+            "content-too-large OrloWebResources.zip\noverlapping-entries OrloWebResources.zip\n");
 }
 
 TEST_F(VerifyTest, FaultyMetadataCannotTell) {
@@ -251,6 +304,102 @@ TEST_F(VerifyTest, InstallCheckTurnsWhatItCannotTellIntoNeeded) {
   const Report report = InstallCheck(options_);
   EXPECT_EQ(report.status, 0);
   EXPECT_NE(report.summary.back().find("nowhere"), std::string::npos);
+}
+
+// Without a bundle, and before an installation
+// -----------------------------------------------------
+
+TEST_F(VerifyTest, StatusWithoutAReceiptSaysThatOnlyTheRecordWasCompared) {
+  struct stat status = {};
+  ASSERT_EQ(stat(installed_.c_str(), &status), 0);
+  StatusOptions options;
+  options.root = options_.root;
+  const Report report = Status(options);
+  EXPECT_EQ(report.status, 0);
+  EXPECT_NE(report.summary.back().find("only the record was compared"), std::string::npos);
+  EXPECT_EQ(report.details["since"], TimeText(status.st_mtime));
+}
+
+TEST_F(VerifyTest, PlanDrawsANewIdentifierForOneOutOfRange) {
+  PlanOptions options;
+  options.root = options_.root;
+  options.bundle = *options_.bundle;
+  options.isForced = true;
+  const auto random = [&options] { return Plan(options).details["recordAfter"]["random"]; };
+  EXPECT_EQ(random(), 42);
+  record_.SetNumber("irandom", 0);
+  record_.Flush();
+  EXPECT_EQ(random(), "drawn");
+  record_.Remove("irandom");
+  record_.Flush();
+  EXPECT_EQ(random(), "drawn");
+}
+
+TEST_F(VerifyTest, ReceiptOfAnotherVersionDoesNotStandInForThePackage) {
+  const std::string digest = ReadBundle(*options_.bundle, {}).packageSha256;
+  for (const char* version : {WEBRESOURCES_VERSION, "0"}) {
+    const Receipt receipt{7, digest, "", version, {}};
+    EXPECT_EQ(ReadBundle(*options_.bundle, receipt).tree.empty(),
+              version == std::string(WEBRESOURCES_VERSION));
+  }
+}
+
+TEST_F(VerifyTest, IdentifierThatIsInOrderOnASecondLookIsKept) {
+  Installation seen = ReadInstallation(options_.root);
+  seen.record.random = 0;
+  RepairWhatARunKeeps(seen);
+  EXPECT_EQ(record_.GetNumber("irandom"), 42);
+}
+
+TEST_F(VerifyTest, IdentifierOutOfRangeIsRemoved) {
+  record_.SetNumber("irandom", 0);
+  record_.Flush();
+  RepairWhatARunKeeps(ReadInstallation(options_.root));
+  EXPECT_EQ(record_.GetNumber("irandom"), std::nullopt);
+}
+
+TEST_F(VerifyTest, RepairThatFailsIsTold) {
+  record_.SetNumber("irandom", 0);
+  record_.Flush();
+  const Installation installation = ReadInstallation(options_.root);
+  {
+    const FailingCall fault("renameat", EIO);
+    EXPECT_THROW(RepairWhatARunKeeps(installation), Error);
+  }
+  chmod(fs::path(installRoot_).parent_path().c_str(), 0700);
+  const FailingCall fault("chmod", EPERM);
+  EXPECT_THROW(RepairWhatARunKeeps(installation), Error);
+}
+
+TEST_F(VerifyTest, InstallThatCannotReadTheRecordOfAFreshHostTouchesNothing) {
+  fs::remove_all(directory_ / "root");
+  fs::create_directories(RecordPath());
+  InstallOptions options;
+  options.root = options_.root;
+  options.bundle = *options_.bundle;
+  EXPECT_THROW(Install(options), Error);
+  EXPECT_FALSE(IsThere(directory_ / "root/Library/Application Support"));
+}
+
+TEST_F(VerifyTest, DiffListsAScreenOfChangesForPeople) {
+  std::vector<ZipEntry> entries;
+  for (int i = 10; i < 30; ++i) {
+    entries.emplace_back("f" + std::to_string(i), "x");
+  }
+  fs::create_directory(directory_ / "Y.app");
+  fs::create_directory(directory_ / "Y.app/Resources");
+  fs::copy(resources_ + kMetadataFileName, directory_ / "Y.app/Resources");
+  WriteFile(directory_ / "Y.app/Resources/" + kPackageFileName, Zip(entries));
+  const Report report = Diff({*options_.bundle, directory_ / "Y.app"});
+  EXPECT_EQ(report.details["changes"].size(), 23U);
+  EXPECT_EQ(report.listing.size(), 16U);
+  EXPECT_EQ(report.listing.back(), "… and 8 more: --json lists all");
+}
+
+TEST(Errors, ExceptionThatIsNoErrorIsADocument) {
+  const Report report = ReportOf("check", std::bad_alloc());
+  EXPECT_EQ(report.status, kCouldNotTell);
+  EXPECT_EQ(report.details["error"]["reason"], std::bad_alloc().what());
 }
 
 }  // namespace

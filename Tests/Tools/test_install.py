@@ -7,6 +7,7 @@ import json
 import os
 import pathlib
 import plistlib
+import pty
 import re
 import shutil
 import signal
@@ -160,6 +161,24 @@ class Install(Case):
         told = self.machine.install()
         self.assertEqual((told.status, told.document["outcome"]), (0, "installed"))
         self.assert_installed()
+
+    def test_bundle_may_have_a_relative_path(self):
+        """The step has another working directory than the command."""
+        add_programs(self.machine.root, program("sh"))
+        for place, path in (("/", "X.app"), ("/X.app/Contents", "Resources"),
+                            ("/X.app/Contents/Resources", ".")):
+            result = subprocess.run(command_in(
+                self.machine.root, program("sh"), "-c",
+                f"cd {place} && {COMMAND} install --force {path}", proc=SANITIZED), stdout=subprocess.DEVNULL,
+                check=False)
+            self.assertEqual(result.returncode, 0, path)
+            self.assert_installed()
+
+    def test_dry_run_is_the_plan(self):
+        told = self.machine.install("--dry-run")
+        self.assertEqual((told.status, told.document["command"], told.document["outcome"]),
+                         (0, "plan", "install"))
+        self.assertFalse(self.machine.path("/Library").exists())
 
     def test_up_to_date_machine_is_left_alone(self):
         self.machine.install()
@@ -549,6 +568,19 @@ class Together(Case):
         self.machine.path("/go").touch()
         self.assertEqual(self.machine.install("--wait", "60").status, 0)
         self.assert_installed()
+
+    def test_waiting_is_said_on_a_terminal(self):
+        self.slow_step()
+        first = self.machine.start("install", "/X.app")
+        self.wait_for("/begun")
+        master, terminal = pty.openpty()
+        subprocess.run(self.machine.command("install", "/X.app", "--wait", "1"), stderr=terminal,
+                       stdout=subprocess.DEVNULL, check=False)
+        self.assertIn(b"waiting: another installation is running", os.read(master, 10000))
+        os.close(master)
+        os.close(terminal)
+        self.machine.path("/go").touch()
+        first.communicate()
 
     def test_lock_that_cannot_be_opened_is_told(self):
         self.machine.path(f"{BESIDE}/.WebResources.lock").mkdir(parents=True)

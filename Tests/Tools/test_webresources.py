@@ -256,6 +256,8 @@ class PackTest(Case):
 
     def test_progress_is_shown_on_a_terminal_only(self):
         self.assertEqual(self.pack().stderr, '')
+        for i in range(50):  # more than the bar has columns
+            (self.site / str(i)).touch()
         for arguments, shown in (([], True), (['--quiet'], False)):
             master, terminal = pty.openpty()
             result = subprocess.run(
@@ -369,22 +371,28 @@ class CheckTest(Case):
         self.assertIn('\\x1B[31mred', output)
 
     def test_findings_are_coloured_on_a_terminal_without_no_color_only(self):
-        for environment, coloured in (({'TERM': 'xterm'}, True), ({'TERM': 'dumb'}, False),
-                                      ({'TERM': 'xterm', 'NO_COLOR': '1'}, False)):
+        self.write_archive([('missing/a', 'x'), ('.DS_Store', 'x')])
+        for environment, coloured in (({'TERM': 'xterm'}, True), ({'TERM': 'dumb'}, False), ({}, False),
+                                      ({'TERM': 'xterm', 'NO_COLOR': '1'}, False),
+                                      ({'TERM': 'xterm', 'NO_COLOR': ''}, True)):
             master, terminal = pty.openpty()
             subprocess.run([COMMAND, 'check', self.resources], stdout=terminal,
                            env={'PATH': os.environ['PATH'], **environment}, check=False)
-            self.assertEqual(b'\x1b[31m' in os.read(master, 100000), coloured, environment)
+            shown = os.read(master, 100000)
+            for colour in (b'\x1b[31merror', b'\x1b[33mwarning'):
+                self.assertEqual(colour in shown, coloured, environment)
             os.close(master)
             os.close(terminal)
         self.assertNotIn('\x1b', run('check', self.resources, env={'TERM': 'xterm'}).stdout)
 
     def test_full_output_is_an_error(self):
         self.pack()
-        with open('/dev/full', 'w', encoding='ascii') as full:
-            result = subprocess.run([COMMAND, 'check', self.resources], stdout=full,
-                                    stderr=subprocess.PIPE, check=False)
-        self.assertEqual(result.returncode, 2)
+        for arguments in ([self.resources], ['--json', self.resources], ['--json', 'nowhere']):
+            with open('/dev/full', 'w', encoding='ascii') as full:
+                result = subprocess.run([COMMAND, 'check', *arguments], stdout=full,
+                                        stderr=subprocess.PIPE, check=False)
+            self.assertEqual(result.returncode, 2)
+            self.assertIn(b'cannot write the standard output', result.stderr)
 
 
 class JsonTest(Case):
@@ -442,7 +450,7 @@ class JsonTest(Case):
 
 class UsageTest(Case):
     def test_wrong_usage_is_64(self):
-        for arguments in ([], ['unknown'], ['check'], ['check', '--unknown', '.'],
+        for arguments in ([], ['unknown'], ['--unknown'], ['check'], ['check', '--unknown', '.'],
                           ['pack', self.site], ['installcheck'],
                           ['pack', self.site, '--update-id', 'x', '--output', self.resources],
                           *(['pack', self.site, '--update-id', number, '--output', self.resources]

@@ -98,7 +98,6 @@ void AddCheck(CLI::App& app, CommandLine& line) {
       AddCommand(app, line, "check", "Tell what the installer will do with a bundle",
                  "check --prove X.app", [&line] {
                    line.check.asJson = line.asJson;
-                   line.check.isQuiet = line.isQuiet;
                    return Check(line.check);
                  });
   command
@@ -202,7 +201,7 @@ int Run(const CommandLine& line) {
     }
     Print(report, line.asJson);
     return report.status;
-  } catch (const Error& error) {
+  } catch (const std::exception& error) {
     Complain(line, error.what());
     if (line.asJson) {
       Print(ReportOf(line.name, error), true);
@@ -262,8 +261,8 @@ int main(int argc, char** argv) {
   }
   try {
     return Run(line);
-  } catch (const std::exception& error) {
-    Complain(line, error.what());
+  } catch (const Error& error) {
+    Complain(line, error.what());  // the document of an error could not be written, either
     return kCouldNotTell;
   }
 }

@@ -1,6 +1,5 @@
 #include "BundleFiles.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include "Error.h"
@@ -11,11 +10,7 @@ BundleFiles FindBundleFiles(std::string path) {
   while (path.length() > 1 && path.back() == '/') {
     path.pop_back();
   }
-  struct stat status = {};
-  if (stat(path.c_str(), &status) != 0) {
-    throw Error::FromErrno("read", path);
-  }
-  if (!S_ISDIR(status.st_mode)) {
+  if (!S_ISDIR(StatusOf(path).st_mode)) {
     throw Error("read", path, "it is not a directory");
   }
   for (const char* inside : {"/Contents/Resources", "/Resources"}) {

@@ -21,10 +21,10 @@ namespace {
 constexpr int kContainersRead = 1000;
 
 /// The answer of one query; nothing if it aborts the run.
-template <typename Value>
-std::optional<Value> Ask(MetadataHelper& helper, Value (MetadataHelper::*query)()) {
+template <typename Query>
+auto Ask(Query query) -> std::optional<decltype(query())> {
   try {
-    return (helper.*query)();
+    return query();
   } catch (const QDOException&) {
     return std::nullopt;
   }
@@ -74,8 +74,10 @@ std::set<std::string> RepeatedMembers(const std::string& text) {
 std::optional<double> NumberIn(const std::string& text, const char* name) {
   const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
   const auto member = json.find(name);
-  return member != json.end() && member->is_number() ? std::optional(member->get<double>())
-                                                     : std::nullopt;
+  if (member == json.end() || !member->is_number()) {
+    return std::nullopt;
+  }
+  return member->get<double>();
 }
 
 class MetadataFinder {
@@ -131,9 +133,9 @@ class MetadataFinder {
 
   void Query(std::map<std::string, QDOObject>& members) {
     MetadataHelper helper(path_);
-    metadata_.clear = Ask(helper, &MetadataHelper::shouldClearRegistry);
-    metadata_.updateId = Ask(helper, &MetadataHelper::getUpdateId);
-    metadata_.regenerate = Ask(helper, &MetadataHelper::shouldRegenerateRandom);
+    metadata_.clear = Ask([&helper] { return helper.shouldClearRegistry(); });
+    metadata_.updateId = Ask([&helper] { return helper.getUpdateId(); });
+    metadata_.regenerate = Ask([&helper] { return helper.shouldRegenerateRandom(); });
     FindInMember(members, "clear", metadata_.clear.has_value());
     FindInMember(members, "updateid", metadata_.updateId.has_value());
     FindInMember(members, "regenerate", metadata_.regenerate.has_value());

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <iomanip>
+#include <sstream>
 
 #include "BundleFiles.h"
 #include "Files.h"
@@ -43,12 +45,18 @@ const char* NameOf(RunOutcome outcome) {
 }
 
 std::string Line(const EntryPrediction& entry) {
-  std::string line = NameOf(entry.action);
-  line.resize(10, ' ');
-  std::string size = entry.action == Action::WriteFile ? std::to_string(entry.size) : "";
-  line += std::string(size.length() < 10 ? 10 - size.length() : 0, ' ') + size + "  ";
-  const std::string problem = Problem(entry);
-  return line + entry.name + (problem.empty() ? "" : "  (" + problem + ")");
+  std::ostringstream line;
+  line << std::left << std::setw(10) << NameOf(entry.action) << std::right << std::setw(10);
+  if (entry.action == Action::WriteFile) {
+    line << entry.size;
+  } else {
+    line << "";
+  }
+  line << "  " << entry.name;
+  if (const std::string problem = Problem(entry); !problem.empty()) {
+    line << "  (" << problem << ")";
+  }
+  return line.str();
 }
 
 Json ToJson(const EntryPrediction& entry) {
@@ -101,7 +109,7 @@ void PutEntries(const Prediction& prediction, Json& details) {
 void ReportEntries(const Prediction& prediction, const CheckOptions& options, Report& report) {
   if (options.asJson) {
     PutEntries(prediction, report.details);
-  } else if (!options.isQuiet) {
+  } else {
     for (const EntryPrediction& entry : prediction.entries) {
       report.listing.push_back(Line(entry));
     }
@@ -118,9 +126,10 @@ void ReportEntries(const Prediction& prediction, const CheckOptions& options, Re
 void ReportOutcome(const Metadata& metadata, Report& report) {
   const bool completes = metadata.outcome == RunOutcome::Complete;
   report.details["metadata"] = ToJson(metadata);
-  report.details["outcome"] = {{"end", completes ? "exit" : "abort"},
-                               {"reach", NameOf(metadata.outcome)},
-                               {"description", Describe(metadata.outcome)}};
+  Json& outcome = report.details["outcome"];
+  outcome["end"] = completes ? "exit" : "abort";
+  outcome["reach"] = NameOf(metadata.outcome);
+  outcome["description"] = Describe(metadata.outcome);
   const Json meaning = ToJson(metadata);
   report.summary.push_back("clear: " + meaning["clear"].dump() +
                            ", updateid: " + meaning["updateid"].dump() +

@@ -8,9 +8,8 @@
 #include "Report.h"
 
 struct CheckOptions {
-  std::string path;      ///< A bundle or its Resources directory.
-  bool prove = false;    ///< Also extract the package, as the installer does, and compare.
-  bool isQuiet = false;  ///< Leave out the list of entries.
+  std::string path;    ///< A bundle or its Resources directory.
+  bool prove = false;  ///< Also extract the package, as the installer does, and compare.
   /// Fill the report's details with one object for each entry and file, instead of its listing with
   /// a line for each entry: a large package should not cost the memory of both.
   bool asJson = false;

@@ -16,14 +16,14 @@ void Conclude(const char* outcome, int status, const std::string& text, Report& 
   report.summary.push_back(text);
 }
 
-void WriteReceiptOf(const ExpectedBundle& bundle) {
-  WriteReceipt({bundle.UpdateId(), bundle.packageSha256, "", "", bundle.tree});
+void WriteReceiptOf(const ExpectedBundle& bundle, const std::string& prefix) {
+  WriteReceipt(prefix, {bundle.UpdateId(), bundle.packageSha256, "", "", bundle.tree});
 }
 
 void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
                   const std::string& step, const InstallLock& lock, const Installation& before,
                   Report& report) {
-  RemoveReceipt();  // of what is about to go
+  RemoveReceipt(options.root);  // of what is about to go
   RepairWhatARunKeeps(before);
   const std::string end = RunStep(step, lock.descriptor());
   if (!end.empty()) {
@@ -36,7 +36,7 @@ void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
     Conclude("failed", kHasFindings, "the installation is not as it should be", report);
     return;
   }
-  WriteReceiptOf(bundle);
+  WriteReceiptOf(bundle, options.root);
   Conclude("installed", kAsItShouldBe,
            "installed: update " + std::to_string(bundle.UpdateId()) + ", " +
                std::to_string(FilesOf(bundle.tree)) + " files, " +
@@ -53,7 +53,7 @@ void Refuse(const InstallPlan& plan, Report& report) {
 void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
   ReportInstallation(plan.installation, report);
   if (plan.needsReceipt) {
-    WriteReceiptOf(bundle);
+    WriteReceiptOf(bundle, plan.installation.prefix);
   }
   Conclude("up-to-date", kAsItShouldBe, "up to date", report);
 }
@@ -63,7 +63,7 @@ void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& r
 /// under the lock decides.
 bool IsRefusedUntouched(const InstallOptions& options, const ExpectedBundle& bundle,
                         Report& report) {
-  if (bundle.errors.empty() && InstallLock::IsThere()) {
+  if (bundle.errors.empty() && InstallLock::IsThere(options.root)) {
     return false;
   }
   try {
@@ -75,7 +75,7 @@ bool IsRefusedUntouched(const InstallOptions& options, const ExpectedBundle& bun
   } catch (const Error&) {
     // A first installation beside this one makes the lock and changes what is looked at. Under the
     // lock the same look is told if it fails.
-    if (!InstallLock::IsThere()) {
+    if (!InstallLock::IsThere(options.root)) {
       throw;
     }
   }
@@ -85,13 +85,12 @@ bool IsRefusedUntouched(const InstallOptions& options, const ExpectedBundle& bun
 void InstallLocked(const InstallOptions& options, const ExpectedBundle& bundle,
                    const InstallLock& lock, const std::string& step, Report& report) {
   const InstallPlan plan = MakePlan(options, bundle);
-  switch (plan.outcome) {
-    case InstallPlan::Outcome::Refuse:
-      return Refuse(plan, report);
-    case InstallPlan::Outcome::UpToDate:
-      return LeaveAlone(plan, bundle, report);
-    case InstallPlan::Outcome::Install:
-      return RunAndVerify(options, bundle, step, lock, plan.installation, report);
+  if (plan.outcome == InstallPlan::Outcome::Refuse) {
+    Refuse(plan, report);
+  } else if (plan.outcome == InstallPlan::Outcome::UpToDate) {
+    LeaveAlone(plan, bundle, report);
+  } else {
+    RunAndVerify(options, bundle, step, lock, plan.installation, report);
   }
 }
 
@@ -105,7 +104,7 @@ Report Install(const InstallOptions& options) {
     return report;
   }
   const std::string step = StepOf(bundle.files);
-  const InstallLock lock(options.wait);
+  const InstallLock lock(options.root, options.wait);
   InstallLocked(options, bundle, lock, step, report);
   return report;
 }

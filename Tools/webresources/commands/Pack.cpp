@@ -1,10 +1,8 @@
 #include "Pack.h"
 
-#include <sys/stat.h>
-
 #include <charconv>
 #include <cstdlib>
-#include <fstream>
+#include <sstream>
 
 #include "ArchiveWriter.h"
 #include "AtomicFile.h"
@@ -82,14 +80,11 @@ Totals WritePackage(const SourceTree& tree, const std::string& path) {
   return totals;
 }
 
-void WriteMetadata(const PackOptions& options, const std::string& path) {
-  std::ofstream stream(path);
-  stream << std::boolalpha << "{\"clear\":" << options.clear << ",\"updateid\":" << options.updateId
-         << ",\"regenerate\":" << options.regenerate << "}\n";
-  stream.close();
-  if (!stream) {
-    throw Error::FromErrno("write", path);
-  }
+std::string MetadataText(const PackOptions& options) {
+  std::ostringstream text;
+  text << std::boolalpha << "{\"clear\":" << options.clear << ",\"updateid\":" << options.updateId
+       << ",\"regenerate\":" << options.regenerate << "}\n";
+  return text.str();
 }
 
 void ReportLeftOut(const SourceTree& tree, Report& report) {
@@ -103,18 +98,17 @@ void ReportLeftOut(const SourceTree& tree, Report& report) {
 }
 
 void ReportTotals(const Totals& totals, const BundleFiles& resources, Report& report) {
-  struct stat status = {};
-  stat(resources.package.c_str(), &status);
+  const auto packedBytes = static_cast<std::uint64_t>(StatusOf(resources.package).st_size);
   Json& package = report.details["package"] = Json::object();
   PutName(package, "path", resources.package);
   package["directories"] = totals.directories;
   package["files"] = totals.files;
   package["bytes"] = totals.bytes;
-  package["packedBytes"] = static_cast<std::uint64_t>(status.st_size);
+  package["packedBytes"] = packedBytes;
   report.summary.push_back("directories: " + std::to_string(totals.directories) +
                            ", files: " + std::to_string(totals.files) +
                            ", bytes: " + std::to_string(totals.bytes) + ", packed into " +
-                           std::to_string(status.st_size) + " bytes: " + resources.package);
+                           std::to_string(packedBytes) + " bytes: " + resources.package);
 }
 
 }  // namespace
@@ -128,7 +122,7 @@ Report Pack(const PackOptions& options) {
   Report report("pack");
   ReportLeftOut(tree, report);
   AtomicFile metadata(resources.metadata);
-  WriteMetadata(options, metadata.temporary());
+  metadata.Write(MetadataText(options));
   report.findings = tree.refused;
   for (const Finding& finding : ReadMetadata(metadata.temporary()).findings) {
     report.findings.push_back(finding);

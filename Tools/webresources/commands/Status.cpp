@@ -1,19 +1,17 @@
 #include "Status.h"
 
-#include <sys/stat.h>
-
 #include "FileTree.h"
+#include "Files.h"
 #include "SelfCheck.h"
 
 namespace {
 
 /// When the directory was filled: by the receipt, else by its time of modification.
 std::string Since(const SelfCheck& check, const std::string& directory) {
-  struct stat status = {};
   if (check.receipt) {
     return check.receipt->time;
   }
-  return stat(directory.c_str(), &status) == 0 ? TimeText(status.st_mtime) : "";
+  return TimeText(StatusOf(directory).st_mtime);
 }
 
 std::string Soundness(const SelfCheck& check) {
@@ -21,8 +19,10 @@ std::string Soundness(const SelfCheck& check) {
     const Finding& first = check.findings.front();
     return "no: " + first.subject + ": " + first.reason;
   }
-  return check.receipt ? "yes, compared with the receipt"
-                       : "yes, but only the record was compared: there is no receipt";
+  if (!check.receipt) {
+    return "yes, but only the record was compared: there is no receipt";
+  }
+  return "yes, compared with the receipt";
 }
 
 }  // namespace

@@ -49,9 +49,11 @@ Report Verify(const VerifyOptions& options) {
     VerifyAlone(options, report);
   }
   report.SetStatus();
-  report.summary.push_back(report.findings.empty()
-                               ? std::string("the installation is as it should be")
-                               : "findings: " + std::to_string(report.findings.size()));
+  std::string conclusion = "the installation is as it should be";
+  if (!report.findings.empty()) {
+    conclusion = "findings: " + std::to_string(report.findings.size());
+  }
+  report.summary.push_back(conclusion);
   return report;
 }
 
@@ -98,10 +100,8 @@ Report InstallCheck(const VerifyOptions& options) {
       report.findings = bundle.errors;
       Conclude(kCannotBeInstalled, "cannot be installed: " + Text(bundle.errors.front()), report);
     }
-  } catch (const Error& error) {
-    report = ReportOf("installcheck", error);
-    Conclude(kIsNeeded, std::string("install needed: ") + error.what(), report);
   } catch (const std::exception& error) {
+    report = ReportOf("installcheck", error);
     Conclude(kIsNeeded, std::string("install needed: ") + error.what(), report);
   }
   return report;

@@ -19,8 +19,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kPoll{20};
 
-std::string LockPath() {
-  return BesideInstallRoot("", ".WebResources.lock");
+std::string LockPath(const std::string& prefix) {
+  return BesideInstallRoot(prefix, ".WebResources.lock");
 }
 
 /// Makes the directory with its missing ancestors. Not OSUtils::EnsureDirectoryExists(), which
@@ -66,8 +66,9 @@ Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
 
 }  // namespace
 
-InstallLock::InstallLock(std::chrono::seconds wait) : file_(Lock(LockPath(), wait)) {}
+InstallLock::InstallLock(const std::string& prefix, std::chrono::milliseconds wait)
+    : file_(Lock(LockPath(prefix), wait)) {}
 
-bool InstallLock::IsThere() {
-  return Exists(LockPath());
+bool InstallLock::IsThere(const std::string& prefix) {
+  return Exists(LockPath(prefix));
 }

@@ -2,10 +2,11 @@
 #define TOOLS_WEBRESOURCES_MACHINE_INSTALLLOCK_H_
 
 #include <chrono>
+#include <string>
 
 #include "Descriptor.h"
 
-/// The right to change this host's installation: one holder at a time.
+/// The right to change a host's installation: one holder at a time.
 ///
 /// The lock is on a file beside the install root, which the run empties; only the user who
 /// installs can open it, so that nobody else can keep an installation waiting. The kernel gives it
@@ -13,12 +14,13 @@
 /// its parent is killed, no second run begins before the step has ended.
 class InstallLock {
  public:
-  /// Waits for the lock, at most `wait`, and says so on a terminal. Makes the directory that holds
-  /// the install root if it is missing. Throws Error if the lock cannot be had.
-  explicit InstallLock(std::chrono::seconds wait);
+  /// Waits for the lock of the host whose file system lies at `prefix`, at most `wait`, and says so
+  /// on a terminal. Makes the directory that holds the install root if it is missing. Throws Error
+  /// if the lock cannot be had.
+  InstallLock(const std::string& prefix, std::chrono::milliseconds wait);
 
-  /// Whether the lock's file is there: an `install` has been run here before.
-  static bool IsThere();
+  /// Whether the lock's file is there: an `install` has been run there before.
+  static bool IsThere(const std::string& prefix);
 
   /// The descriptor that holds the lock.
   int descriptor() const { return *file_; }

@@ -22,7 +22,7 @@ std::string InstalledDirectory(const Installation& installation) {
 }  // namespace
 
 bool Installation::IsEmpty() const {
-  return names.empty() && isRootUsable && states.random == ValueState::Absent &&
+  return names.empty() && states.random == ValueState::Absent &&
          states.updateId == ValueState::Absent && states.installPath == ValueState::Absent &&
          states.fullVersion == ValueState::Absent;
 }
@@ -32,8 +32,9 @@ std::optional<int> Installation::UpdateId() const {
 }
 
 bool Installation::HasDirectory(const std::string& name) const {
+  const std::string path = root + name;
   struct stat status = {};
-  return lstat((root + name).c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
 Installation ReadInstallation(const std::string& prefix) {
@@ -44,8 +45,8 @@ Installation ReadInstallation(const std::string& prefix) {
   installation.prefix = prefix;
   installation.root = prefix + OSUtils::GetPellamResourceDirectory();
   if (!OSUtils::InfoUnder(prefix, &installation.record)) {
-    throw Error("read", "the record of " + (prefix.empty() ? "this host" : prefix),
-                "it is not readable here");
+    const std::string host = prefix.empty() ? "this host" : prefix;
+    throw Error("read", "the record of " + host, "it is not readable here");
   }
   installation.states = OSUtils::StatesUnder(prefix);
   const std::string root = names::Parent(installation.root);

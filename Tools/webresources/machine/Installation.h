@@ -22,7 +22,7 @@ struct Installation {
   /// directory, the final one; empty if there is neither.
   std::string directory;
 
-  /// Whether neither a file under the root nor any value of the record is there.
+  /// Whether neither an entry under the root nor any value of the record is there.
   bool IsEmpty() const;
 
   /// The recorded update number; none if it is absent or unusable.

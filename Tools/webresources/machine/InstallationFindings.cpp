@@ -1,7 +1,6 @@
 #include "InstallationFindings.h"
 
-#include <sys/stat.h>
-
+#include "Files.h"
 #include "InstallerConstants.h"
 #include "Names.h"
 #include "Repair.h"
@@ -35,9 +34,8 @@ const char* RuleOf(Kind kind) {
 }
 
 /// The user who owns the host: whoever owns its topmost directory.
-std::optional<unsigned int> OwnerOf(const std::string& prefix) {
-  struct stat status = {};
-  return stat((prefix + "/").c_str(), &status) == 0 ? std::optional(status.st_uid) : std::nullopt;
+unsigned int OwnerOf(const std::string& prefix) {
+  return StatusOf(prefix + "/").st_uid;
 }
 
 class InstallationFinder {

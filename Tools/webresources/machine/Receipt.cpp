@@ -73,17 +73,6 @@ Receipt ReceiptOf(const Json& json) {
   return receipt;
 }
 
-/// Removes the temporary files of writers that were killed.
-void RemoveLeftovers(const std::string& path) {
-  const std::string prefix = std::string(".") + kFileName + ".";
-  const std::string directory = names::Parent(path);
-  for (const std::string& name : NamesIn(directory)) {
-    if (name.compare(0, prefix.length(), prefix) == 0) {
-      unlink((directory + "/" + name).c_str());
-    }
-  }
-}
-
 }  // namespace
 
 std::string TimeText(std::time_t seconds) {
@@ -112,23 +101,16 @@ std::optional<Receipt> ReadReceipt(const std::string& prefix, Findings& findings
   }
 }
 
-void WriteReceipt(Receipt receipt) {
+void WriteReceipt(const std::string& prefix, Receipt receipt) {
   receipt.time = TimeText(std::time(nullptr));
   receipt.version = WEBRESOURCES_VERSION;
-  const std::string path = ReceiptPath("");
-  RemoveLeftovers(path);
-  AtomicFile file(path);
-  std::ofstream stream(file.temporary());
-  stream << Text(ToJson(receipt));
-  stream.close();
-  if (!stream) {
-    throw Error::FromErrno("write", path);
-  }
+  AtomicFile file(ReceiptPath(prefix));
+  file.Write(Text(ToJson(receipt)));
   file.CommitDurably();
 }
 
-void RemoveReceipt() {
-  const std::string path = ReceiptPath("");
+void RemoveReceipt(const std::string& prefix) {
+  const std::string path = ReceiptPath(prefix);
   if (unlink(path.c_str()) != 0 && errno != ENOENT) {
     throw Error::FromErrno("remove", path);
   }
@@ -137,10 +119,9 @@ void RemoveReceipt() {
 bool FindInReceipt(const Receipt& receipt, const Installation& installation, Findings& findings) {
   const auto recorded = installation.UpdateId();
   if (receipt.updateId != recorded) {
+    const std::string found = recorded ? "update " + std::to_string(*recorded) : "no update";
     Add(findings, "receipt-differs", ReceiptPath(installation.prefix),
-        "it is of update " + std::to_string(receipt.updateId) + ", and " +
-            (recorded ? "update " + std::to_string(*recorded) : std::string("no update")) +
-            " is recorded");
+        "it is of update " + std::to_string(receipt.updateId) + ", and " + found + " is recorded");
   }
   return receipt.updateId == recorded;
 }

@@ -30,12 +30,12 @@ std::string ReceiptPath(const std::string& prefix);
 /// be read.
 std::optional<Receipt> ReadReceipt(const std::string& prefix, Findings& findings);
 
-/// Replaces this host's receipt and sets its time and version. Only for the holder of the lock:
-/// removes what killed writers left. Throws Error if that fails.
-void WriteReceipt(Receipt receipt);
+/// Replaces the receipt of that host and sets its time and version. Only for the holder of the
+/// lock. Throws Error if that fails.
+void WriteReceipt(const std::string& prefix, Receipt receipt);
 
-/// Removes this host's receipt if there is one. Throws Error if that fails.
-void RemoveReceipt();
+/// Removes the receipt of that host if there is one. Throws Error if that fails.
+void RemoveReceipt(const std::string& prefix);
 
 /// Adds a finding if `receipt` is not of the update that `installation` records. Returns whether it
 /// is.

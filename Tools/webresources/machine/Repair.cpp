@@ -43,8 +43,8 @@ void RepairWhatARunKeeps(const Installation& installation) {
   // Each value is read for itself: one that could not be read looks like a wrong one. It is looked
   // at again before it is removed.
   if (IsRandomUnusable(installation) && IsRandomUnusable(ReadInstallation(installation.prefix)) &&
-      !OSUtils::RemoveRandom()) {
-    throw Error("write", "the record of this host", "the random identifier cannot be removed");
+      !OSUtils::RemoveRandom(installation.prefix)) {
+    throw Error("write", "the record", "the random identifier cannot be removed");
   }
   for (const std::string& path : ClosedDirectories(installation)) {
     if (chmod(path.c_str(), kDirectoryMode) != 0) {

@@ -16,7 +16,7 @@ bool IsRandomUnusable(const Installation& installation);
 /// can write to. A run makes no directory that is there already.
 std::vector<std::string> ClosedDirectories(const Installation& installation);
 
-/// Repairs both on this host: removes the identifier, so that the run draws a new one, and gives
+/// Repairs both on that host: removes the identifier, so that the run draws a new one, and gives
 /// the directories the modes that a run gives. Only for the holder of the lock. Throws Error if
 /// that fails.
 void RepairWhatARunKeeps(const Installation& installation);

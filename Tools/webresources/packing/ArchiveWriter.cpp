@@ -15,8 +15,6 @@
 namespace {
 
 constexpr std::size_t kBufferSize = 65536;
-/// Deflated data up to this size is kept in memory until it is written; larger data is made twice.
-constexpr std::size_t kSpoolLimit = std::size_t{64} << 20U;
 
 constexpr unsigned long kMadeBy = (3U << 8U) | 20U;  // Unix, version 2.0
 constexpr unsigned long kFileMode = 0100644UL << 16U;
@@ -85,25 +83,26 @@ struct ArchiveWriter::Measure {
   std::uint32_t crc;
 };
 
-ArchiveWriter::ArchiveWriter(std::string path, std::int64_t seconds)
+void ArchiveWriter::CloseArchive::operator()(void* archive) const {
+  zipClose(archive, nullptr);
+}
+
+ArchiveWriter::ArchiveWriter(std::string path, std::int64_t seconds, std::size_t spoolLimit)
     : path_(std::move(path)),
       archive_(zipOpen64(path_.c_str(), APPEND_STATUS_CREATE)),
       dosTime_(DosTime(seconds)),
+      spoolLimit_(spoolLimit),
       input_(kBufferSize),
       output_(kBufferSize) {
   Require(archive_ != nullptr);
   if (deflateInit2(&deflater_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL - 1,
                    Z_DEFAULT_STRATEGY) != Z_OK) {
-    zipClose(archive_, nullptr);
     throw std::bad_alloc();
   }
 }
 
 ArchiveWriter::~ArchiveWriter() {
   deflateEnd(&deflater_);
-  if (archive_ != nullptr) {
-    zipClose(archive_, nullptr);
-  }
 }
 
 void ArchiveWriter::AddDirectory(const std::string& name) {
@@ -138,9 +137,7 @@ std::uint64_t ArchiveWriter::AddFile(const std::string& name, const std::string&
 }
 
 void ArchiveWriter::Close() {
-  const int result = zipClose(archive_, nullptr);
-  archive_ = nullptr;
-  Require(result == ZIP_OK);
+  Require(zipClose(archive_.release(), nullptr) == ZIP_OK);
 }
 
 void ArchiveWriter::OpenEntry(const std::string& name, bool isDirectory, bool isDeflated) {
@@ -150,19 +147,19 @@ void ArchiveWriter::OpenEntry(const std::string& name, bool isDirectory, bool is
   constexpr int kIsRaw = 1;
   constexpr int kIn64Bits = 0;
   // In raw mode the library neither deflates nor encrypts: most parameters are not used.
-  Require(zipOpenNewFileInZip4_64(archive_, name.c_str(), &info, nullptr, 0, nullptr, 0, nullptr,
-                                  isDeflated ? Z_DEFLATED : 0, Z_DEFAULT_COMPRESSION, kIsRaw,
-                                  -MAX_WBITS, MAX_MEM_LEVEL - 1, Z_DEFAULT_STRATEGY, nullptr, 0,
-                                  kMadeBy, names::IsAscii(name) ? 0 : kUtf8Flag,
+  Require(zipOpenNewFileInZip4_64(archive_.get(), name.c_str(), &info, nullptr, 0, nullptr, 0,
+                                  nullptr, isDeflated ? Z_DEFLATED : 0, Z_DEFAULT_COMPRESSION,
+                                  kIsRaw, -MAX_WBITS, MAX_MEM_LEVEL - 1, Z_DEFAULT_STRATEGY,
+                                  nullptr, 0, kMadeBy, names::IsAscii(name) ? 0 : kUtf8Flag,
                                   kIn64Bits) == ZIP_OK);
 }
 
 void ArchiveWriter::WriteData(const void* bytes, std::size_t length) {
-  Require(zipWriteInFileInZip(archive_, bytes, static_cast<unsigned int>(length)) == ZIP_OK);
+  Require(zipWriteInFileInZip(archive_.get(), bytes, static_cast<unsigned int>(length)) == ZIP_OK);
 }
 
 void ArchiveWriter::CloseEntry(std::uint64_t size, std::uint32_t crc) {
-  Require(zipCloseFileInZipRaw64(archive_, size, crc) == ZIP_OK);
+  Require(zipCloseFileInZipRaw64(archive_.get(), size, crc) == ZIP_OK);
 }
 
 /// Deflates what is left of `source` and passes it on in portions.
@@ -188,7 +185,7 @@ ArchiveWriter::Measure ArchiveWriter::MeasureAndSpool(Source& source) {
   std::uint64_t deflatedSize = 0;
   spool_.clear();
   Deflate(source, [&](const unsigned char* bytes, std::size_t length) {
-    if (spool_.size() == deflatedSize && spool_.size() + length <= kSpoolLimit) {
+    if (spool_.size() == deflatedSize && spool_.size() + length <= spoolLimit_) {
       spool_.insert(spool_.end(), bytes, bytes + length);
     }
     deflatedSize += length;
@@ -198,7 +195,6 @@ ArchiveWriter::Measure ArchiveWriter::MeasureAndSpool(Source& source) {
 
 void ArchiveWriter::Require(bool isDone) const {
   if (!isDone) {
-    throw errno != 0 ? Error::FromErrno("write", path_)
-                     : Error("write", path_, "the zip library cannot go on");
+    throw Error::FromErrno("write", path_);
   }
 }

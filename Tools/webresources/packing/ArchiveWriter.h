@@ -15,9 +15,14 @@
 /// This is the only code that writes with the zip library.
 class ArchiveWriter {
  public:
+  /// Deflated data up to this size is kept in memory until it is written; larger data is made
+  /// twice.
+  static constexpr std::size_t kSpoolLimit = std::size_t{64} << 20U;
+
   /// Writes to the file at `path`, which is made or emptied. `seconds` is the time of all entries,
-  /// since 1970 in UTC; the format rounds it down to even seconds and holds 1980 to 2107 only.
-  ArchiveWriter(std::string path, std::int64_t seconds);
+  /// since 1970 in UTC; the format rounds it down to even seconds and holds 1980 to 2107 only. The
+  /// archive does not depend on `spoolLimit`, in bytes.
+  ArchiveWriter(std::string path, std::int64_t seconds, std::size_t spoolLimit = kSpoolLimit);
   ~ArchiveWriter();
   ArchiveWriter(const ArchiveWriter&) = delete;
   ArchiveWriter& operator=(const ArchiveWriter&) = delete;
@@ -52,12 +57,17 @@ class ArchiveWriter {
   /// Deflates `source` into `spool_`, up to its limit, and returns the sizes and the checksum.
   Measure MeasureAndSpool(Source& source);
 
-  /// Throws Error unless `isDone`, with the reason in errno if there is one.
+  /// Throws Error unless `isDone`, with the reason in errno.
   void Require(bool isDone) const;
 
+  struct CloseArchive {
+    void operator()(void* archive) const;
+  };
+
   std::string path_;
-  void* archive_;          ///< The zip library's; null once it is closed.
-  unsigned long dosTime_;  ///< The time of all entries, in the format's form.
+  std::unique_ptr<void, CloseArchive> archive_;  ///< The zip library's; null once it is closed.
+  unsigned long dosTime_;                        ///< The time of all entries, in the format's form.
+  std::size_t spoolLimit_;
   z_stream deflater_ = {};
   std::vector<unsigned char> input_;
   std::vector<unsigned char> output_;

@@ -26,11 +26,7 @@ class Collector {
   explicit Collector(const Selection& selection) : selection_(selection) {}
 
   SourceTree Collect(const std::string& path) {
-    struct stat status = {};
-    if (stat(path.c_str(), &status) != 0) {
-      throw Error::FromErrno("read", path);
-    }
-    CollectDirectory(path, "", status);
+    CollectDirectory(path, "", StatusOf(path));
     std::sort(tree_.items.begin(), tree_.items.end(),
               [](const auto& a, const auto& b) { return a.name < b.name; });
     RefuseCollisions();

@@ -55,15 +55,15 @@ Findings FindOutOfBounds(const std::string& path, std::uint64_t maxSize) {
   Add(findings, "content-too-large", kPackageFileName,
       "its entries can hold " + std::to_string(size) + " bytes, and " + std::to_string(maxSize) +
           " are allowed: no data is read");
-  const auto layout = ReadArchiveLayout(path);
-  if (const std::size_t count = layout ? layout->Overlapping().size() : 0; count > 0) {
+  const ArchiveLayout layout = ReadArchiveLayout(path).value_or(ArchiveLayout());
+  if (const std::size_t count = layout.Overlapping().size(); count > 0) {
     Add(findings, "overlapping-entries", kPackageFileName,
         std::to_string(count) + " of its entries use bytes that others use, too");
   }
-  if (layout && !layout->isDirectoryWhole) {
+  if (!layout.isDirectoryWhole) {
     Add(findings, "directory-damaged", kPackageFileName,
-        "it states " + std::to_string(layout->entryCount) + " entries and lists " +
-            std::to_string(layout->entries.size()));
+        "it states " + std::to_string(layout.entryCount) + " entries and lists " +
+            std::to_string(layout.entries.size()));
   }
   return findings;
 }

@@ -34,7 +34,7 @@ bool IsSupported(const EntryPrediction& entry) {
 /// Collects the findings of one package: of its frame, of each entry, and of entries together.
 class PackageFinder {
  public:
-  PackageFinder(const Prediction& prediction, const std::optional<ArchiveLayout>& layout)
+  PackageFinder(const Prediction& prediction, const ArchiveLayout& layout)
       : prediction_(prediction), layout_(layout) {}
 
   Findings FindAll() {
@@ -53,25 +53,22 @@ class PackageFinder {
       Add(findings_, "package-empty", kPackageFileName,
           "it has no entries: an empty directory is installed");
     }
-    if (!layout_) {
-      return;
-    }
-    if (layout_->leadingBytes != 0) {
+    if (layout_.leadingBytes != 0) {
       Add(findings_, "leading-data", kPackageFileName,
-          "there are " + Count(layout_->leadingBytes, "byte") + " before the archive");
+          "there are " + Count(layout_.leadingBytes, "byte") + " before the archive");
     }
-    if (layout_->trailingBytes != 0) {
+    if (layout_.trailingBytes != 0) {
       Add(findings_, "trailing-data", kPackageFileName,
-          "there are " + Count(layout_->trailingBytes, "byte") + " after the archive");
+          "there are " + Count(layout_.trailingBytes, "byte") + " after the archive");
     }
-    if (layout_->missingBytes != 0) {
+    if (layout_.missingBytes != 0) {
       Add(findings_, "directory-damaged", kPackageFileName,
-          "the last " + Count(layout_->missingBytes, "byte") +
+          "the last " + Count(layout_.missingBytes, "byte") +
               " of its end record or comment are missing");
-    } else if (!layout_->isDirectoryWhole || prediction_.entries.size() != prediction_.entryCount) {
+    } else if (!layout_.isDirectoryWhole || prediction_.entries.size() != prediction_.entryCount) {
       Add(findings_, "directory-damaged", kPackageFileName,
-          "number of entries: stated " + std::to_string(layout_->entryCount) + ", listed " +
-              std::to_string(layout_->entries.size()) + ", read by the installer " +
+          "number of entries: stated " + std::to_string(layout_.entryCount) + ", listed " +
+              std::to_string(layout_.entries.size()) + ", read by the installer " +
               std::to_string(prediction_.entries.size()));
     }
   }
@@ -115,11 +112,12 @@ class PackageFinder {
   }
 
   void FindInEncoding(const EntryPrediction& entry) {
-    // A name that is too long may be cut in the middle of a character.
-    if (!names::IsUtf8(entry.name) && entry.kind != EntryKind::NameTooLong) {
+    if (names::IsUtf8(entry.name)) {
+      if (!entry.HasUtf8Flag()) {
+        AddHere("name-unflagged", "its name is UTF-8, but the entry has no flag that says so");
+      }
+    } else if (entry.kind != EntryKind::NameTooLong) {  // cut, perhaps in a character's middle
       AddHere("name-not-utf8", "its name is not UTF-8, which a volume may refuse");
-    } else if (!entry.HasUtf8Flag()) {
-      AddHere("name-unflagged", "its name is UTF-8, but the entry has no flag that says so");
     }
   }
 
@@ -169,20 +167,17 @@ class PackageFinder {
 
   const std::string& DifferingFieldsOf(std::size_t index) const {
     static const std::string none;
-    return IsInLayout(index) ? layout_->entries[index].differingFields : none;
+    return IsInLayout(index) ? layout_.entries[index].differingFields : none;
   }
 
   bool HasLocalHeader(std::size_t index) const {
-    return !IsInLayout(index) || layout_->entries[index].hasLocalHeader;
+    return !IsInLayout(index) || layout_.entries[index].hasLocalHeader;
   }
 
-  bool IsInLayout(std::size_t index) const { return layout_ && index < layout_->entries.size(); }
+  bool IsInLayout(std::size_t index) const { return index < layout_.entries.size(); }
 
   void FindOverlaps() {
-    if (!layout_) {
-      return;
-    }
-    for (const std::size_t index : layout_->Overlapping()) {
+    for (const std::size_t index : layout_.Overlapping()) {
       Add(findings_, "overlapping-entries", SubjectOf(index),
           "another entry or the central directory occupies the same bytes");
     }
@@ -191,7 +186,10 @@ class PackageFinder {
   std::string SubjectOf(std::size_t index) const {
     const bool hasName =
         index < prediction_.entries.size() && !prediction_.entries[index].name.empty();
-    return hasName ? prediction_.entries[index].name : "entry " + std::to_string(index + 1);
+    if (!hasName) {
+      return "entry " + std::to_string(index + 1);
+    }
+    return prediction_.entries[index].name;
   }
 
   /// Only names in one directory can collide.
@@ -211,7 +209,7 @@ class PackageFinder {
   void AddHere(const char* id, const std::string& reason) { Add(findings_, id, subject_, reason); }
 
   const Prediction& prediction_;
-  const std::optional<ArchiveLayout>& layout_;
+  const ArchiveLayout& layout_;
   std::string subject_;
   Findings findings_;
 };
@@ -232,7 +230,6 @@ std::string DataProblem(const EntryPrediction& entry) {
 }
 
 std::string FailureProblem(const EntryPrediction& entry) {
-  const bool isDirectory = entry.kind == EntryKind::Directory;
   switch (entry.failure) {
     case Failure::Missing:
       return "no entry before it makes its directory: it is not installed";
@@ -241,11 +238,9 @@ std::string FailureProblem(const EntryPrediction& entry) {
     case Failure::IsADirectory:
       return "a directory has its name";
     case Failure::Exists:
-      return isDirectory ? "a file has its name" : "its name means a directory";
-    case Failure::ComponentTooLong:
-      return "a component of its name has more than 255 bytes";
+      return "a file has its name";
     default:
-      return {};
+      return "a component of its name has more than 255 bytes";
   }
 }
 
@@ -291,10 +286,10 @@ Findings FindInPackage(const std::string& path, const Prediction& prediction) {
   const std::optional<ArchiveLayout> layout = ReadArchiveLayout(path);
   // The zip library does not open an archive that has an end record and nothing else.
   const bool isEmptyArchive = layout && layout->entryCount == 0 && layout->missingBytes == 0;
-  if (!prediction.isOpened && !isEmptyArchive) {
+  if (!layout || (!prediction.isOpened && !isEmptyArchive)) {
     Add(findings, "package-unreadable", kPackageFileName,
         "the installer cannot open it and installs an empty directory");
     return findings;
   }
-  return PackageFinder(prediction, layout).FindAll();
+  return PackageFinder(prediction, *layout).FindAll();
 }

@@ -22,8 +22,11 @@ bool TakesColour() {
 
 std::string Coloured(const std::string& text, Severity severity) {
   static const bool takesColour = TakesColour();
-  return takesColour ? (severity == Severity::Error ? "\033[31m" : "\033[33m") + text + "\033[0m"
-                     : text;
+  const char* const colour = severity == Severity::Error ? "\033[31m" : "\033[33m";
+  if (!takesColour) {
+    return text;
+  }
+  return colour + text + "\033[0m";
 }
 
 Json ToJson(const Finding& finding) {
@@ -62,13 +65,15 @@ void PrintLines(const std::vector<std::string>& lines) {
 
 }  // namespace
 
-Report ReportOf(const std::string& command, const Error& error) {
+Report ReportOf(const std::string& command, const std::exception& error) {
   Report report(command);
   report.status = kCouldNotTell;
+  const auto* const known = dynamic_cast<const Error*>(&error);
+  const Error parts = known != nullptr ? *known : Error("run", command, error.what());
   Json& json = report.details["error"];
-  json["operation"] = error.operation();
-  PutName(json, "object", error.object());
-  json["reason"] = error.reason();
+  json["operation"] = parts.operation();
+  PutName(json, "object", parts.object());
+  json["reason"] = parts.reason();
   return report;
 }
 
@@ -83,8 +88,10 @@ void PutName(Json& object, const std::string& key, const std::string& name) {
 
 std::string NameOf(const Json& object, const std::string& key) {
   const auto bytes = object.find(key + "Hex");
-  return bytes == object.end() ? object.at(key).get<std::string>()
-                               : names::FromHexadecimal(bytes->get<std::string>());
+  if (bytes == object.end()) {
+    return object.at(key).get<std::string>();
+  }
+  return names::FromHexadecimal(bytes->get<std::string>());
 }
 
 std::string Text(const Json& json) {

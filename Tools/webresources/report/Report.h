@@ -31,8 +31,9 @@ struct Report {
   void SetStatus() { status = findings.empty() ? kAsItShouldBe : kHasFindings; }
 };
 
-/// A report that says only what kept `command` from telling.
-Report ReportOf(const std::string& command, const Error& error);
+/// A report that says only what kept `command` from telling. Of an exception that is no Error the
+/// document has the text as the reason.
+Report ReportOf(const std::string& command, const std::exception& error);
 
 /// Puts the bytes `name` under `key`: as they are when they are UTF-8, else printable, with all the
 /// bytes in hexadecimal under `key`Hex.

@@ -77,20 +77,27 @@ Descriptor MakeLocked(const std::string& path) {
   throw Error("write", path, "other processes keep removing it");
 }
 
-void SynchronizePath(const std::string& path) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+Descriptor MakeTemporary(const std::string& path, const std::string& temporary) {
+  RemoveLeftovers(path);
+  return MakeLocked(temporary);
+}
+
+void Synchronize(const Descriptor& file, const std::string& path) {
   if (!file || Uninterrupted([&file] { return fsync(*file); }) != 0) {
     throw Error::FromErrno("write", path);
   }
 }
 
+void SynchronizeDirectory(const std::string& path) {
+  ::Synchronize(Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), path);
+}
+
 }  // namespace
 
 AtomicFile::AtomicFile(std::string path)
-    : path_(std::move(path)), temporary_(Beside(path_, "tmp")) {
-  RemoveLeftovers(path_);
-  temporaryLock_.emplace(MakeLocked(temporary_));
-}
+    : path_(std::move(path)),
+      temporary_(Beside(path_, "tmp")),
+      file_(MakeTemporary(path_, temporary_)) {}
 
 AtomicFile::~AtomicFile() {
   unlink(temporary_.c_str());
@@ -99,8 +106,19 @@ AtomicFile::~AtomicFile() {
   }
 }
 
+void AtomicFile::Write(const std::string& bytes) {
+  for (std::size_t done = 0; done < bytes.size();) {
+    const ssize_t count =
+        Uninterrupted([&] { return write(*file_, bytes.data() + done, bytes.size() - done); });
+    if (count < 0) {
+      throw Error::FromErrno("write", temporary_);
+    }
+    done += static_cast<std::size_t>(count);
+  }
+}
+
 void AtomicFile::Synchronize() const {
-  SynchronizePath(temporary_);
+  ::Synchronize(file_, temporary_);
 }
 
 void AtomicFile::Commit() {
@@ -124,8 +142,9 @@ void AtomicFile::Rollback() {
   }
   if (backup_.empty()) {
     unlink(path_.c_str());
-  } else if (std::rename(backup_.c_str(), path_.c_str()) == 0) {
-    backup_.clear();
+  } else {
+    std::rename(backup_.c_str(), path_.c_str());
+    backup_.clear();  // if this fails, the old file keeps its second name
   }
   isCommitted_ = false;
 }
@@ -133,7 +152,7 @@ void AtomicFile::Rollback() {
 void AtomicFile::CommitDurably() {
   Synchronize();
   Commit();
-  SynchronizePath(names::Parent(path_));
+  SynchronizeDirectory(names::Parent(path_));
 }
 
 void AtomicFile::CommitBoth(AtomicFile& first, AtomicFile& second) {
@@ -146,5 +165,5 @@ void AtomicFile::CommitBoth(AtomicFile& first, AtomicFile& second) {
     first.Rollback();
     throw;
   }
-  SynchronizePath(names::Parent(first.path_));
+  SynchronizeDirectory(names::Parent(first.path_));
 }

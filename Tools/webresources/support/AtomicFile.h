@@ -10,9 +10,8 @@
 /// file. Every operation throws Error when it fails.
 ///
 ///     AtomicFile file(path);
-///     ... write to file.temporary() ...
-///     file.Synchronize();
-///     file.Commit();
+///     file.Write(bytes);
+///     file.CommitDurably();
 ///
 /// Without Commit(), the destructor removes the new file. If the process is killed, the temporary
 /// file stays; the next AtomicFile for the same path removes it. The files of processes that still
@@ -25,10 +24,13 @@ class AtomicFile {
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  /// Where the caller must write the new file. It must not be removed or renamed.
+  /// Where a caller that needs a path can write the new file. It must not be removed or renamed.
   const std::string& temporary() const { return temporary_; }
 
-  /// Waits until the written file is on the disk.
+  /// Adds `bytes` at the end of the new file.
+  void Write(const std::string& bytes);
+
+  /// Waits until the new file is on the disk, whoever wrote it.
   void Synchronize() const;
 
   /// Puts the new file in the place of the old one.
@@ -47,8 +49,8 @@ class AtomicFile {
  private:
   std::string path_;
   std::string temporary_;
-  std::optional<Descriptor> temporaryLock_;  ///< Shows other processes that the file is in use.
-  std::string backup_;                       ///< A second name of the old file, or empty.
+  Descriptor file_;     ///< The new file. Its lock shows other processes that it is in use.
+  std::string backup_;  ///< A second name of the old file, or empty.
   std::optional<Descriptor> backupLock_;
   bool isCommitted_ = false;
 };

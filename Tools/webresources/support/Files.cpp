@@ -75,6 +75,14 @@ std::uint64_t FreeBytesAt(const std::string& path) {
   return std::uint64_t{status.f_bavail} * status.f_frsize;
 }
 
+struct stat StatusOf(const std::string& path) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0) {
+    throw Error::FromErrno("read", path);
+  }
+  return status;
+}
+
 bool IsDirectory(const std::string& path) {
   struct stat status = {};
   return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
@@ -125,7 +133,7 @@ std::string RealPath(const std::string& path) {
 void MakeDirectories(const std::string& path) {
   std::error_code failure;
   std::filesystem::create_directories(path, failure);
-  if (failure || !IsDirectory(path)) {
+  if (!IsDirectory(path)) {
     throw Error("make the directory", path, failure.message());
   }
 }

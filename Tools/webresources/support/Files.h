@@ -1,6 +1,8 @@
 #ifndef TOOLS_WEBRESOURCES_SUPPORT_FILES_H_
 #define TOOLS_WEBRESOURCES_SUPPORT_FILES_H_
 
+#include <sys/stat.h>
+
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -18,6 +20,9 @@ FileState StateOf(const std::string& path);
 /// Whether anything is at `path`; a link counts, wherever it leads. Throws Error if that cannot be
 /// found out.
 bool Exists(const std::string& path);
+
+/// What the system says of `path`, with links followed. Throws Error if that cannot be found out.
+struct stat StatusOf(const std::string& path);
 
 /// Whether `path`, with links followed, is a directory. Returns false if that cannot be found out.
 bool IsDirectory(const std::string& path);
