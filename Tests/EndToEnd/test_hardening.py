@@ -122,7 +122,7 @@ class Hardening(unittest.TestCase):
         if header(path)["Machine"] != "Advanced Micro Devices X86-64":
             self.skipTest("elsewhere, only larger frames than ours are touched page by page")
         code = "\n".join("\n".join(each) for _, each in functions(path))
-        self.assertTrue(re.search(r"sub +\$0x1000,%rsp\n(or|mov)q +\$0x0,\(%rsp\)", code))
+        self.assertTrue(re.search(r"sub +\$0x1000,%rsp\n(or|mov)[bq] +\$0x0,\(%rsp\)", code))
 
 
 if __name__ == "__main__":

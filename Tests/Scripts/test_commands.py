@@ -133,7 +133,7 @@ class DemoArgument(CommandTestCase):
             self.assert_refused("a dangling or cyclic link: link|link.*symbolic links", "site")
             link.unlink()
         link.symlink_to(".")
-        self.assert_refused("link.*loop", "site")
+        self.assert_refused("(?=.*link).*loop", "site")
 
     def test_name_with_a_newline(self):
         (self.site / "a\nb").write_text("")

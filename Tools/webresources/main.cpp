@@ -39,7 +39,8 @@ CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
                      const std::string& purpose, const std::string& example,
                      const std::function<Report()>& run) {
   CLI::App* command = app.add_subcommand(name, purpose);
-  command->footer("Example:\n  webresources " + example + "\n");
+  command->group("Subcommands");                        // this heading is what completions look for
+  command->footer("Example: webresources " + example);  // one line: newer CLI11 joins lines
   command->add_flag("--json", line.asJson, "Write one JSON document");
   command->add_flag("--quiet", line.isQuiet, "Say nothing but findings and errors");
   command->callback([&line, name, run] {

@@ -5,7 +5,7 @@ function __webresources_offered
     if test (count $words) -eq 1
         $words[1] --help | string replace -rf '^  ([a-z]+) +(.*)' '$1'\t'$2'
     end
-    $words[1] $words[2..2] --help | string replace -rf '^  (?:-.,)?(--[a-z-]+).*' '$1'
+    $words[1] $words[2..2] --help | string replace -rf '^ +(?:-., *)?(--[a-z-]+).*' '$1'
 end
 
 complete -c webresources -n 'test (count (commandline -opc)) -eq 1' -f
