@@ -422,6 +422,14 @@ TEST(Bounds, MissingPackageIsWithinBounds) {
   EXPECT_EQ(OutOfBounds("no archive", 0), Ids{});
 }
 
+TEST(Findings, OfANameComeBeforeThoseOfItsData) {
+  const ScopedDirectory directory;
+  const std::string path = directory / kPackageFileName;
+  WriteFile(path, Zip({With(ZipEntry("a\\b", "text"), &ZipEntry::crc, 1U)}));
+  PackageReader package(path);
+  EXPECT_EQ(IdsOf(FindInPackage(path, Predict(package))), (Ids{"name-unclean", "wrong-crc"}));
+}
+
 TEST(Rules, MissingPackageIsAFinding) {
   ScopedDirectory directory;
   const std::string path = directory / kPackageFileName;

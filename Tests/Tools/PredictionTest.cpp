@@ -102,6 +102,14 @@ TEST(Prediction, FileWithAWrongChecksumIsWrittenWhole) {
   EXPECT_TRUE(predicted.IsRight());
 }
 
+TEST(Prediction, DataThatTheFileDoesNotHoldIsDamaged) {
+  ZipEntry entry("f", "text");
+  entry.size = entry.compressed = 5000;
+  Predicted predicted({entry});
+  EXPECT_EQ(predicted.prediction.entries[0].end, DataEnd::Damaged);
+  EXPECT_TRUE(predicted.IsRight());
+}
+
 TEST(Prediction, EntryThatCannotBeOpenedDoesNotEmptyAnEarlierFile) {
   ZipEntry unopened("f", "x");
   unopened.localSignature = 0;

@@ -67,6 +67,31 @@ TEST(Trees, AttributesAreComparedWhereBothAreKnown) {
   EXPECT_EQ(Text(OfContent(Compare({expected}, {actual}))), "");
 }
 
+TEST(Trees, DifferencesSayWhatIsWrong) {
+  FileItem ours = File("i", "x");
+  FileItem strangers = ours;
+  ours.mode = 0644;
+  ours.owner = 0;
+  strangers.mode = 04755;
+  strangers.owner = 1;
+  std::string said;
+  for (const Difference& difference :
+       Compare({Directory("a"), File("b", ""), File("d", ""), File("e", "1"), File("f", "1"), ours},
+               {File("a", ""), Directory("b"), File("c", ""), File("e", "22"), File("f", "2"),
+                strangers})) {
+    said += difference.path + " " + difference.reason + "\n";
+  }
+  EXPECT_EQ(said,
+            "a it is not a directory\n"
+            "b it is not a regular file\n"
+            "c it does not belong there\n"
+            "d it is missing\n"
+            "e it has 2 bytes instead of 1\n"
+            "f it has other content\n"
+            "i its mode is 4755 instead of 0644\n"
+            "i its owner is user 1 instead of 0\n");
+}
+
 TEST(Trees, DirectoryIncludesItsContentAtTheTopmostDifference) {
   // "a-" lies between "a" and "a/b" in the order of bytes.
   const FileTree expected = {Directory("."), Directory("a"), File("a-", "x"), File("a/b", "x")};

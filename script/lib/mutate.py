@@ -51,6 +51,7 @@ INSTALLING = ("InstallTest", "PlanTest")  # of what is below these in Tools/, fi
 INSTALLERS = ("Tools/webresources/commands/", "Tools/webresources/machine/")
 WITHOUT_TOOLS = ("Darwin.", "EndToEnd.", "Oracles")  # run the installer alone
 LONGEST = 300  # seconds of one step
+TOGETHER = 8  # changes that have passed
 
 # Tests --------------------------------------------------------------------------------------------
 
@@ -143,15 +144,20 @@ def duration(test):
     return time.time() - start if passes(test, LONGEST) else None
 
 
-def inside(job):
-    """Makes a change and says what came of it; of none, how long each test takes."""
-    if "change" not in job:
-        return {name: duration(test) for name, test in job["tests"].items()}
-    change, objects = job["change"], [BUILD / each for each in job["objects"]]
-    before = [each.read_bytes() for each in objects]
+def make(change):
     file, (begin, end) = BASE / change["file"], change["place"]
     source = file.read_text()
     file.write_text(source[:begin] + change["is"] + source[end:])
+
+
+def inside(job):
+    """Makes changes and says what came of them; of none, how long each test takes."""
+    if not job["changes"]:
+        return {name: duration(test) for name, test in job["tests"].items()}
+    objects = [BUILD / each for each in job["objects"]]
+    before = [each.read_bytes() for each in objects]
+    for change in sorted(job["changes"], key=lambda change: -change["place"][0]):
+        make(change)  # the last of a file first: so the places of the others stay
     if not built(*job["objects"])[0]:
         return {"outcome": "does not compile"}
     if not SANITIZED and [each.read_bytes() for each in objects] == before:
@@ -200,14 +206,15 @@ class Trial:
         self.objects = objects_of_files()
         self.tests = {name: test for name, test in tests().items()
                       if AGAIN or (test["near"] in near and not name.startswith(SLOW))}
-        self.seconds = in_sandbox({"tests": self.tests})
+        self.seconds = in_sandbox({"changes": [], "tests": self.tests})
         failed = [name for name, seconds in self.seconds.items() if seconds is None]
         if failed:
             raise SystemExit(f"These fail without a change: {failed}")
         self.caught = collections.Counter()  # by file and test
 
-    def __call__(self, change):
-        start, file = time.time(), change["file"]
+    def __call__(self, *made):
+        """What came of changes, made together."""
+        start, file = time.time(), made[0]["file"]
         near, compiles = near_of(file), file.endswith(".cpp")
         distant = () if file.startswith(INSTALLERS) else INSTALLING
         order = sorted([name for name, test in self.tests.items() if AGAIN
@@ -216,10 +223,37 @@ class Trial:
                        key=lambda name: (-self.caught[file, name],
                                          self.tests[name]["near"] != near[0],
                                          self.seconds[name]))
-        outcome = in_sandbox({"change": change, "objects": self.objects[file],
+        objects = sorted({each for change in made for each in self.objects[change["file"]]})
+        outcome = in_sandbox({"changes": made, "objects": objects,
                               "tests": {name: self.tests[name] for name in order},
                               "seconds": self.seconds})
-        return {**change, **outcome, "seconds": round(time.time() - start, 1)}
+        seconds = round(time.time() - start, 1)
+        return [{**change, **outcome, "seconds": seconds} for change in made]
+
+    def settle(self, *made):
+        """The same of each change. Most pass, so they are made together until a test notices."""
+        found = self(*made)
+        if found[0]["outcome"] == "passed" or len(made) == 1:
+            return found
+        middle = len(made) // 2
+        return self.settle(*made[:middle]) + self.settle(*made[middle:])
+
+
+def overlap(one, other):
+    return (one["file"] == other["file"] and one["place"][0] < other["place"][1] + 1
+            and other["place"][0] < one["place"][1] + 1)
+
+
+def groups(left, size):
+    """Changes to be tried together: none overlaps another."""
+    left = list(left)
+    while left:
+        group = []
+        for change in left:
+            if len(group) < size and not any(overlap(change, each) for each in group):
+                group.append(change)
+        left = [change for change in left if change not in group]
+        yield group
 
 
 def results(arguments, files, trial):
@@ -229,22 +263,24 @@ def results(arguments, files, trial):
     if RESULTS.exists():
         known = {each["id"]: each for each in map(json.loads, RESULTS.read_text().splitlines())}
     if AGAIN:
-        left = iter([each for each in left
-                     if known.get(each["id"], {}).get("outcome") == "passed"])
+        left = [each for each in left if known.get(each["id"], {}).get("outcome") == "passed"]
         known = {}
+    left = groups(left, TOGETHER) if AGAIN else ([each] for each in left)
     counted, running = 0, set()
     with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
         while running or counted < arguments.count:
             while counted < arguments.count and len(running) < arguments.jobs:
-                change = next(left, None)
-                if change is None:
+                group = next(left, None)
+                if group is None:
                     break
-                running.add(pool.submit(lambda c: known.get(c["id"]) or trial(c), change))
+                running.add(pool.submit(
+                    lambda each: [known[each[0]["id"]]] if each[0]["id"] in known
+                    else trial.settle(*each), group))
             if not running:
                 return
             done, running = concurrent.futures.wait(
                 running, return_when=concurrent.futures.FIRST_COMPLETED)
-            for result in (each.result() for each in done):
+            for result in (result for each in done for result in each.result()):
                 trial.caught[result["file"], result.get("by")] += 1
                 counted += result["outcome"] in ("noticed", "passed")
                 if result["id"] not in known:
