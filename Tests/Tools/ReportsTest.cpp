@@ -454,6 +454,13 @@ TEST(Reports, NameIsReadBackWhateverItsBytes) {
   }
 }
 
+TEST_F(ReportsTest, FindingOfTheMetadataAloneIsInTheStatusOfCheck) {
+  CheckOptions options;
+  options.path = directory_ / "7.app";
+  WriteFile(options.path + "/" + kMetadataFileName, "{}");
+  EXPECT_EQ(Check(options).status, 1);
+}
+
 TEST_F(ReportsTest, ProofThatNeedsMoreSpaceThanIsFreeIsNotBegun) {
   std::vector<ZipEntry> entries;
   for (int i = 0; i < 20000; ++i) {  // of a megabyte or more each, which could become a gigabyte

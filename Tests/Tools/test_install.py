@@ -252,6 +252,12 @@ class Install(Case):
         self.assertEqual(self.machine.install().ids, ["newer-installed"])
         self.assertEqual(os.listdir(self.machine.path("/Library")), ["Preferences"])
 
+    def test_machine_that_cannot_be_looked_at_gets_no_directory(self):
+        record = self.machine.path(RECORD)
+        record.mkdir(parents=True)
+        self.assertEqual(self.machine.install().status, 2)
+        self.assertEqual(os.listdir(self.machine.path("/Library")), ["Preferences"])
+
     def test_step_has_the_same_surroundings_always(self):
         """Under any umask, everything is readable by other users, those above included."""
         self.assertEqual(self.machine.install(umask=0o077, env={
