@@ -280,6 +280,17 @@ class CheckTest(Case):
             result = run('check', '--prove', self.resources)
             self.assertEqual(result.returncode, 0, result.stdout)
 
+    def test_people_get_the_entries_the_findings_and_the_summary(self):
+        self.write_archive([('a', '1'), ('a~', '')])
+        finding = ("warning [junk-file] a~: it is an editor's backup\n"
+                   '    fix: pack it again without the file, as pack does\n')
+        self.assertEqual(run('check', self.resources).stdout,
+                         f'file               1  a\nfile               0  a~\n{finding}'
+                         'directories: 0, files: 2, skipped: 0\n'
+                         'clear: false, updateid: 7, regenerate: false\n'
+                         'a run exits with 0 when all is done\n')
+        self.assertEqual(run('check', '--quiet', self.resources).stdout, finding)
+
     def test_bundle_contents_and_resources_are_the_same(self):
         self.pack()
         for path in ('X.app', 'X.app/', 'X.app/Contents', 'X.app/Contents/Resources'):
