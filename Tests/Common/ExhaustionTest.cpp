@@ -28,7 +28,7 @@ void Escape(const Object& object) {
   AllocationProbe::escape(&object);
 }
 
-void Scan(const std::string& text) {
+void ScanAll(const std::string& text) {
   Escape(QDOJSONParserImplHelper(reinterpret_cast<const unsigned char*>(text.c_str()),
                                  static_cast<unsigned int>(text.size())));
 }
@@ -61,7 +61,7 @@ std::vector<Operation> Operations() {
          }
          Escape(text);
        }},
-      {"scanner", 20, [] { Scan(json); }},
+      {"scanner", 20, [] { ScanAll(json); }},
       {"set(char const*)", 3, [] { Escape(QDOObject().set(kLong)); }},
       {"setString", 3,
        [] {

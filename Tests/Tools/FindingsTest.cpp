@@ -18,13 +18,13 @@
 
 namespace {
 
-struct Case {
+struct TestedPackage {
   const char* rule;  ///< Empty: none.
   const char* what;
   std::string bytes;
 };
 
-void PrintTo(const Case& tested, std::ostream* stream) {
+void PrintTo(const TestedPackage& tested, std::ostream* stream) {
   *stream << tested.what;
 }
 
@@ -68,7 +68,7 @@ const ZipEntry kFile("a", "text");
 constexpr std::uint16_t kUtf8 = 0x800;
 constexpr std::uint16_t kSizesFollow = 8;
 
-std::vector<Case> Cases() {
+std::vector<TestedPackage> Cases() {
   const ZipEntry kText("b", "text");
   const std::string inner = Zip({kText}).substr(0, 35);  // its local header, name and data
   // Says that the 64-bit end record is the first byte of the file, where there is none.
@@ -162,7 +162,7 @@ std::vector<Case> Cases() {
   };
 }
 
-class FindingsTest : public testing::TestWithParam<Case> {
+class FindingsTest : public testing::TestWithParam<TestedPackage> {
  protected:
   FindingsTest() {
     WriteFile(path_, GetParam().bytes);
@@ -193,7 +193,7 @@ TEST_P(FindingsTest, ArchiveTriggersItsRuleAlone) {
 /// What the findings say of each archive, a line each.
 std::string Said() {
   std::string said;
-  for (const Case& tested : Cases()) {
+  for (const TestedPackage& tested : Cases()) {
     const ScopedDirectory directory;
     const std::string path = directory / kPackageFileName;
     WriteFile(path, tested.bytes);

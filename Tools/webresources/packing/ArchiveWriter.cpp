@@ -17,8 +17,8 @@ namespace {
 constexpr std::size_t kBufferSize = 65536;
 
 constexpr unsigned long kMadeBy = (3U << 8U) | 20U;  // Unix, version 2.0
-constexpr unsigned long kFileMode = 0100644UL << 16U;
-constexpr unsigned long kDirectoryMode = (040755UL << 16U) | 0x10U;  // and the directory bit of DOS
+constexpr unsigned long kFileAttributes = 0100644UL << 16U;
+constexpr unsigned long kDirectoryAttributes = (040755UL << 16U) | 0x10U;  // and the bit of DOS
 constexpr unsigned long kUtf8Flag = 0x800;
 
 unsigned long DosTime(std::int64_t seconds) {
@@ -143,7 +143,7 @@ void ArchiveWriter::Close() {
 void ArchiveWriter::OpenEntry(const std::string& name, bool isDirectory, bool isDeflated) {
   zip_fileinfo info = {};
   info.dosDate = dosTime_;
-  info.external_fa = isDirectory ? kDirectoryMode : kFileMode;
+  info.external_fa = isDirectory ? kDirectoryAttributes : kFileAttributes;
   constexpr int kIsRaw = 1;
   constexpr int kIn64Bits = 0;
   // In raw mode the library neither deflates nor encrypts: most parameters are not used.
