@@ -188,14 +188,15 @@ build_preset() { # PRESET
 }
 
 # Runs the tests of a preset and shows, of hundreds, those that fail and the summary. What they
-# write is in memory: on a disk they wait half of the time until it is durable.
+# write is in memory: on a disk they wait half of the time until it is durable. Two more run than
+# there are processors: some wait for locks and for the end of other processes.
 run_tests() { # PRESET
   local log status=0 in_memory=()
   [ "$(uname)" = Darwin ] || in_memory=(Tests/Support/in-memory)
   log=$(mktemp)
   echo "== $1: test"
   with_progress "$1: test" "$log" \
-    "${in_memory[@]}" ctest --preset "$1" --parallel "$(nproc)" || status=$?
+    "${in_memory[@]}" ctest --preset "$1" --parallel "$(($(nproc) + 2))" || status=$?
   sed -e '/^ *Start /d' -e '/ Passed /d' "$log"
   return "$status"
 }
