@@ -264,10 +264,11 @@ TEST_F(PreferencesDomainTest, KeysAreAnyText) {
 
 TEST_F(PreferencesDomainTest, TextMustFitWithItsTerminatingZero) {
   domain_.SetText("text", "12345");
-  char buffer[6] = "-----";
+  char buffer[7] = {'-', '-', '-', '-', '-', '-', '#'};
   EXPECT_FALSE(domain_.GetText("text", buffer, 0));
   EXPECT_FALSE(domain_.GetText("text", buffer, 5));
   EXPECT_TRUE(domain_.GetText("text", buffer, 6));
+  EXPECT_EQ('#', buffer[6]);
   EXPECT_STREQ("12345", buffer);
 }
 

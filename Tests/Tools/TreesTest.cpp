@@ -132,6 +132,11 @@ TEST(Digest, TextIsReadBack) {
   for (const char* text : {"", "00", "zz"}) {
     EXPECT_THROW(digests::FromText(text), std::invalid_argument) << text;
   }
+  try {
+    digests::FromText("zz");
+  } catch (const std::invalid_argument& error) {
+    EXPECT_STREQ(error.what(), "it is not a SHA-256 digest: zz");
+  }
 }
 
 TEST(Digest, LinkAndFifoAreNotRead) {

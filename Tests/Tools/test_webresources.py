@@ -268,6 +268,14 @@ class PackTest(Case):
             os.close(master)
             os.close(terminal)
 
+    def test_metadata_that_cannot_be_written_whole_is_an_error(self):
+        result = run('pack', self.site, '--update-id', '7', '--output', self.resources,
+                     preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (10, 10)),
+                     restore_signals=False)  # Python ignores the signal, and so does the command
+        self.assertEqual(result.returncode, 2, result.stdout)
+        self.assertIn('File too large', result.stderr)
+        self.assertEqual(os.listdir(self.resources), [])
+
 
 class CheckTest(Case):
     def test_packages_of_three_strangers_trigger_nothing(self):
