@@ -102,6 +102,12 @@ TEST(Prediction, FileWithAWrongChecksumIsWrittenWhole) {
   EXPECT_TRUE(predicted.IsRight());
 }
 
+TEST(Prediction, LongNameIsKeptUpTo511Bytes) {
+  Predicted predicted({{std::string(600, 'n'), "x"}});
+  EXPECT_EQ(predicted.prediction.entries[0].name, std::string(511, 'n'));
+  EXPECT_EQ(predicted.prediction.entries[0].nameLength, 600U);
+}
+
 TEST(Prediction, DataThatTheFileDoesNotHoldIsDamaged) {
   ZipEntry entry("f", "text");
   entry.size = entry.compressed = 5000;

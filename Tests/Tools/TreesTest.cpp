@@ -166,6 +166,7 @@ TEST(Names, SuggestionIsTheNearestWordWithinTwoChanges) {
   EXPECT_EQ(Suggestion("instal", words), "install");
   EXPECT_EQ(Suggestion("isntall", words), "install");
   EXPECT_EQ(Suggestion("plann", words), "plan");
+  EXPECT_EQ(Suggestion("plann", {"plan", "plaza"}), "plan");
   EXPECT_EQ(Suggestion("stat", words), "status");
   for (const char* typed : {"", "x", "pl", "remove", "installchecker!!"}) {
     EXPECT_EQ(Suggestion(typed, words), "") << typed;
