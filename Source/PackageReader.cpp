@@ -15,10 +15,10 @@ using Kind = PackageEntry::Kind;
 /// call must not make the package a missing one.
 unzFile OpenArchive(const std::string& path) {
   unzFile archive = nullptr;
-  for (int i = 0; archive == nullptr && i <= kInterruptionsBorne; ++i) {
+  for (int i = 0; i <= kInterruptionsBorne; ++i) {
     errno = 0;
     archive = unzOpen(path.c_str());
-    if (errno != EINTR) {
+    if (archive != nullptr || errno != EINTR) {
       break;
     }
   }

@@ -381,6 +381,25 @@ TEST_F(VerifyTest, InstallThatCannotReadTheRecordOfAFreshHostTouchesNothing) {
   EXPECT_FALSE(IsThere(directory_ / "root/Library/Application Support"));
 }
 
+TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMade) {
+  fs::remove_all(directory_ / "root");
+  fs::create_directories(RecordPath());
+  InstallOptions options;
+  options.root = options_.root;
+  options.bundle = *options_.bundle;
+  const std::string lock = BesideInstallRoot(options.root, ".WebResources.lock");
+  const FailingCall neighbour("openat", [&lock] {
+    fs::create_directories(fs::path(lock).parent_path());
+    WriteFile(lock, "");
+  });
+  try {
+    Install(options);
+    ADD_FAILURE() << "there is no step";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.operation(), "run");
+  }
+}
+
 TEST_F(VerifyTest, DiffListsAScreenOfChangesForPeople) {
   std::vector<ZipEntry> entries;
   for (int i = 10; i < 30; ++i) {
@@ -394,6 +413,15 @@ TEST_F(VerifyTest, DiffListsAScreenOfChangesForPeople) {
   EXPECT_EQ(report.details["changes"].size(), 23U);
   EXPECT_EQ(report.listing.size(), 16U);
   EXPECT_EQ(report.listing.back(), "… and 8 more: --json lists all");
+}
+
+TEST(Documents, NameThatIsNotUtf8IsReadBack) {
+  Json json;
+  for (const char* name : {"a", "\xE4"}) {
+    json.clear();
+    PutName(json, "path", name);
+    EXPECT_EQ(NameOf(json, "path"), name);
+  }
 }
 
 TEST(Errors, ExceptionThatIsNoErrorIsADocument) {
