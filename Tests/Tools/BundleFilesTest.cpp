@@ -32,7 +32,7 @@ TEST(BundleFiles, FileIsNoBundle) {
 
 TEST(BundleFiles, DirectoryMustBeReadableAndSearchable) {
   const ScopedDirectory directory;
-  for (const mode_t mode : {0444, 0333}) {
+  for (const mode_t mode : {mode_t{0444}, mode_t{0333}}) {
     chmod((directory / "").c_str(), mode);
     EXPECT_TRUE(AsOrdinaryUser([&] { return !Reason(directory / "").empty(); })) << mode;
   }
