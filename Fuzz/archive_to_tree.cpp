@@ -35,7 +35,7 @@ class Reader {
   /// A byte with a text's length, and the text.
   std::string Text() {
     const std::size_t length = Byte();
-    const std::string text = AtEnd() ? std::string() : rest_.substr(at_, length);
+    std::string text = AtEnd() ? std::string() : rest_.substr(at_, length);
     at_ += text.size();
     return text;
   }
