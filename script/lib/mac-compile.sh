@@ -40,7 +40,7 @@ flags=(-std=c++17 -fsyntax-only -nostdinc++ -nostdlibinc -D_GNU_SOURCE
   -isystem Tests/Doubles/darwin-headers -isystem "$headers" -isystem "$headers/minizip"
   -isystem "$libcxx" -isystem "${musl[0]}"
   -ITests/Doubles -DWEBRESOURCES_VERSION='"0"' -DBUNDLE_PROBE='""' -DBUNDLE_EXECUTABLES='"MacOS"'
-  -DBUNDLE_EXECUTABLE='"WebResourceInstaller"')
+  -DBUNDLE_EXECUTABLE='"WebResourceInstaller"' -DSANITIZED=0)
 while read -r directory; do
   flags+=("-I$directory")
 done < <(git ls-files '*.h' | grep -E '^(Include|Common|Platform|Tools|Tests/(Common|Source|Support))/' |
