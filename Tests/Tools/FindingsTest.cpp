@@ -477,7 +477,7 @@ std::string LittleEndian(std::uint64_t number, int size) {
 std::string WithTwoEndRecords(const std::string& archive, std::uint64_t count) {
   const std::size_t begin = archive.find("PK\1\2");
   const std::size_t end = archive.find("PK\5\6");
-  const std::string record = "PK\6\6" + LittleEndian(44, 8) + LittleEndian(0, 12) +
+  const std::string record = "PK\6\6" + LittleEndian(44, 8) + std::string(12, '\0') +
                              LittleEndian(count, 8) + LittleEndian(count, 8) +
                              LittleEndian(end - begin, 8) + LittleEndian(begin, 8);
   const std::string locator =

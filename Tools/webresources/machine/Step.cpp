@@ -2,12 +2,10 @@
 
 #include <fcntl.h>
 #include <spawn.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
@@ -18,7 +16,8 @@
 
 namespace {
 
-constexpr rlim_t kMostDescriptors = 65536;
+/// Beyond what a caller leaves open: the system gives the lowest free number to each new one.
+constexpr int kForeignDescriptors = 256;
 
 /// What posix_spawn() is to do in the new process.
 class Surroundings {
@@ -67,12 +66,9 @@ class Surroundings {
   posix_spawn_file_actions_t actions_;
 };
 
-/// Keeps all descriptors from 3 on, except one, from new programs.
+/// Keeps the caller's descriptors from 3 on, except one, from new programs.
 void CloseOthersInPrograms(int kept) {
-  struct rlimit limit = {};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  const int end = static_cast<int>(std::min(limit.rlim_cur, kMostDescriptors));
-  for (int descriptor = STDERR_FILENO + 1; descriptor < end; ++descriptor) {
+  for (int descriptor = STDERR_FILENO + 1; descriptor < kForeignDescriptors; ++descriptor) {
     fcntl(descriptor, F_SETFD, descriptor == kept ? 0 : FD_CLOEXEC);
   }
 }

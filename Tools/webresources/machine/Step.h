@@ -13,10 +13,10 @@ std::string StepOf(const BundleFiles& files);
 
 /// Runs the step at the absolute `path` and waits for its end. Its surroundings are always the
 /// same, whatever the caller's are: umask 022, working directory "/", no environment, all signals
-/// as they are by default, the null device as its three standard streams, and no other descriptor
-/// except `lockDescriptor`. This process gets the umask, too, and passes no other descriptor to any
-/// program. Returns how the step ended, for people; an empty string if its status was 0. Throws
-/// Error if it cannot be run.
+/// as they are by default, the null device as its three standard streams, and, of the descriptors
+/// below 256, `lockDescriptor` alone. This process gets the umask, too, and passes no other of
+/// these descriptors to any program. Returns how the step ended, for people; an empty string if its
+/// status was 0. Throws Error if it cannot be run.
 std::string RunStep(const std::string& path, int lockDescriptor);
 
 #endif  // TOOLS_WEBRESOURCES_MACHINE_STEP_H_
