@@ -108,7 +108,7 @@ class Bench:
         self.bench = bench
         self.quick = quick
         self.rounds = 3 if quick else 6
-        self.disk_rounds = 4  # a deletion may take milliseconds, and each run's files are deleted
+        self.disk_rounds = 3  # a deletion may take milliseconds, and each run's files are deleted
         self.memory = Place("tmpfs", memory, bench)
         disk = bench / "disk"
         shutil.rmtree(disk, ignore_errors=True)
@@ -140,8 +140,8 @@ class Bench:
         self.companion(web, stored)
         self.companion_memory()
         self.record(ten)
-        shutil.rmtree(self.disk.directory)
         self.report.finish()
+        shutil.rmtree(self.disk.directory)
 
     def generated(self, prefix, divisor):
         return (packages.small_files(self.store / f"{prefix}small.zip", 20000 // divisor,
