@@ -111,8 +111,8 @@ class OSUtils {
   /// The states of the values that InfoUnder() gives.
   static RecordStates StatesUnder(const std::string& root);
 
-  /// Removes the random identifier that is recorded for that host, so that the next run draws one.
-  /// Not a step of a run: it is for a recorded value that no run would replace.
+  /// Removes the random identifier of the record that InfoUnder() reads, so that the next run draws
+  /// one. Not a step of a run: it is for a recorded value that no run would replace.
   static bool RemoveRandom(const std::string& root);
 
   /// Removes every key of the domain, not only those of the record. Returns false, without a flush,
