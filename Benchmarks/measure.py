@@ -167,8 +167,8 @@ class Bench:
         self.report.writing_floor(runs.Series(commands, self.rounds))
 
     def update(self, place, web):
-        """An installed package replaced by another, as the installer does it and as a script. On
-        the disk, each run updates an installation of its own."""
+        """An installed package replaced by another, as the installer does it and as a script. Each
+        run updates an installation that was made for it."""
         site = place.directory / "site"
         durable = "sync -f . && " if place.is_disk else ""
         script = ('mkdir -p "$0" && cd "$0" && mkdir new && bsdtar -xf "$1" -C new && '
