@@ -68,6 +68,16 @@ class Usage(CommandTestCase):
                 self.assertRegex(result.stdout, rf"(?m)^  {command.name}\b")
                 self.assertNotIn("set -euo", result.stdout)
 
+    def test_command_called_by_a_relative_path_finds_its_usage(self):
+        for command in (*COMMANDS, SOURCE / "script/lib/private-root"):
+            with self.subTest(command.name):
+                result = subprocess.run(
+                    [os.path.relpath(command, self.directory), "--help"], text=True,
+                    stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                    env=self.environment(), cwd=self.directory, timeout=DEADLINE, check=False)
+                self.assertEqual((result.returncode, result.stderr), (0, ""))
+                self.assertRegex(result.stdout, rf"(?m)^  {command.name}\b")
+
     def test_every_command_refuses_an_unknown_argument_with_its_usage(self):
         for command in COMMANDS:
             with self.subTest(command.name):
@@ -138,6 +148,8 @@ class DemoArgument(CommandTestCase):
     def test_name_with_a_newline(self):
         (self.site / "a\nb").write_text("")
         self.assert_refused(r"a name with a newline: a\?b", "site")
+        shutil.copytree(self.directory / "site", self.directory / "a\nsite")
+        self.assert_refused(r"a\?site: a name with a newline$", "a\nsite")
 
     def test_special_file(self):
         os.mkfifo(self.site / "fifo")
@@ -153,6 +165,9 @@ class DemoArgument(CommandTestCase):
             path.chmod(0)
             self.assert_refused(f"cannot be read: {path.name}", "site", prefix=prefix)
             path.chmod(0o755)
+        self.site.chmod(0)
+        self.assert_refused("site: cannot be read$", "site", prefix=prefix)
+        self.site.chmod(0o755)
 
     def test_directory_that_can_be_installed_is_built_for(self):
         self.fake("dpkg-query", ALL_INSTALLED)

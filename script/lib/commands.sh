@@ -18,9 +18,12 @@ fuzz_packages=(clang libclang-rt-dev python3)
 
 # Usage --------------------------------------------------------------------------------------------
 
-# The comment that a command begins with.
+# The comment that a command begins with. $0 may be relative to a directory that was left since.
 print_usage() {
-  awk 'NR > 1 && (!/^#/ || /^# shellcheck/) { exit } NR > 1 { sub(/^# ?/, ""); print }' "$0"
+  local here=${BASH_SOURCE[0]%/*} command=${0##*/}
+  local file=$here/../$command
+  [ -f "$file" ] || file=$here/$command
+  awk 'NR > 1 && (!/^#/ || /^# shellcheck/) { exit } NR > 1 { sub(/^# ?/, ""); print }' "$file"
 }
 
 usage_error() { # MESSAGE
