@@ -88,7 +88,7 @@ TEST_F(VerifyTest, ExtraFileIsFound) {
 }
 
 TEST_F(VerifyTest, ModesThatARunDoesNotGiveAreFoundUnlessIgnored) {
-  for (const mode_t mode : {0400, 0600, 0664, 0646, 04644, 02644}) {
+  for (const mode_t mode : {0400U, 0600U, 0664U, 0646U, 04644U, 02644U}) {
     chmod((installed_ + "g").c_str(), mode);
     EXPECT_EQ(Found(), "mode-differs Resource0/g\n") << std::oct << mode;
   }
@@ -98,7 +98,7 @@ TEST_F(VerifyTest, ModesThatARunDoesNotGiveAreFoundUnlessIgnored) {
 
 TEST_F(VerifyTest, DirectoriesThatOthersCannotEnterOrCanWriteToAreFound) {
   const std::string above = fs::path(installRoot_).parent_path().parent_path();
-  for (const mode_t mode : {0700, 0777, 0775}) {
+  for (const mode_t mode : {0700U, 0777U, 0775U}) {
     chmod(above.c_str(), mode);
     EXPECT_EQ(Found(), mode == 0775 ? "" : "mode-differs " + above + "\n") << std::oct << mode;
   }
