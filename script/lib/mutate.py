@@ -7,9 +7,9 @@ that all of them let pass.
 Changes are drawn evenly from the classes and from the kinds of change until N (default 850) count:
 one that does not compile, or that leaves the machine code as it is, does not. Each is tried on a
 copy of the whole file system that is thrown away, where it can do no harm; that needs root. Tests
-that are near the file, or have caught changes of it, run first; one that takes ten times as long as
-it should has failed. Slow and distant tests do not run, nor those that a changed header would be
-compiled into. What came out is kept in build/mutation/results.jsonl, where the next run goes on:
+that are near the file, or have caught changes of it, run first. One that takes ten times as long as
+it should has failed: in processor time, so that a busy machine does not count as noticing. Slow and
+distant tests do not run, nor those that a changed header would be compiled into. What came out is kept in build/mutation/results.jsonl, where the next run goes on:
 only changes of files that have changed since are tried again.
 
 --again: only those that have passed are tried, on all tests as they are now.
@@ -39,7 +39,7 @@ SANITIZED = "--sanitized" in sys.argv
 AGAIN = SANITIZED or "--again" in sys.argv
 BUILD = BASE / ("build-sanitized" if SANITIZED else "build")
 FLAGS = "-O1 -fsanitize=address,undefined -fno-sanitize-recover=all" if SANITIZED else "-O2"
-MEMORY = [] if SANITIZED else ["prlimit", f"--as={8 << 30}"]  # sanitizers reserve far more
+MEMORY = [] if SANITIZED else [f"--as={8 << 30}"]  # sanitizers reserve far more
 SOURCES = ("Source/*.cpp Include/*.h Common/*.cpp Common/*.h Platform/*.cpp Platform/*.h "
            "Tools/webresources/*.cpp Tools/webresources/*.h").split()
 NEAR = {"Common": ("Common", "EndToEnd"), "Include": ("Source", "EndToEnd"),  # below Tests/
@@ -92,21 +92,22 @@ def built(*targets):
     return result.returncode == 0, b"no work to do" not in result.stdout
 
 
-def passes(test, limit):
-    """Whether a test can be built, and passes in so many seconds."""
+def status(test, limit):
+    """The exit status of a test, 0 if it passes. Each of its processes may use so many seconds of a
+    processor, and all of it three times as many of the clock. Text if there is no status."""
     environment = dict(os.environ, GTEST_FAIL_FAST="1")
     environment.update(each.split("=", 1) for each in test["environment"])
     try:
         if not all(built(each)[0] for each in test["programs"]):
-            return False
+            return "not built"
         if test["bundle"]:
             run("cmake", "--install", BUILD, "--prefix", BUILD / "Tests/installed")
         return subprocess.run(
-            [*MEMORY, *test["command"]], cwd=test["directory"], env=environment,
+            ["prlimit", f"--cpu={limit:.0f}", *MEMORY, *test["command"]], cwd=test["directory"], env=environment,
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
-            timeout=limit, check=False).returncode == 0
+            timeout=min(3 * limit, LONGEST), check=False).returncode
     except subprocess.TimeoutExpired:
-        return False
+        return "out of time"
 
 
 # In a sandbox -------------------------------------------------------------------------------------
@@ -141,7 +142,7 @@ def in_sandbox(job):
 def duration(test):
     """How many seconds a test takes; None when it fails."""
     start = time.time()
-    return time.time() - start if passes(test, LONGEST) else None
+    return time.time() - start if status(test, LONGEST) == 0 else None
 
 
 def make(change):
@@ -164,8 +165,9 @@ def inside(job):
         return {"outcome": "same code"}
     for name, test in job["tests"].items():
         isConcerned = any(built(each) != (True, False) for each in test["programs"])
-        if isConcerned and not passes(test, max(10, 10 * job["seconds"][name])):
-            return {"outcome": "noticed", "by": name}
+        result = status(test, max(10, 10 * job["seconds"][name])) if isConcerned else 0
+        if result != 0:
+            return {"outcome": "noticed", "by": name, "status": result}
     return {"outcome": "passed"}
 
 
@@ -317,7 +319,8 @@ def main():
 
 if __name__ == "__main__":
     if sys.argv[-1] == "--inside":
-        signal.signal(signal.SIGINT, signal.SIG_DFL)  # a background job ignores it: tests would too
+        for each in signal.SIGINT, signal.SIGHUP:  # a background job ignores these: tests would too
+            signal.signal(each, signal.SIG_DFL)
         print(json.dumps(inside(json.load(sys.stdin))))
     else:
         main()
