@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <cstring>
 
-namespace {
+#include "Uninterrupted.h"
 
-constexpr int kInterruptionsBorne = 100;
+namespace {
 
 using Kind = PackageEntry::Kind;
 
@@ -15,13 +15,11 @@ using Kind = PackageEntry::Kind;
 /// call must not make the package a missing one.
 unzFile OpenArchive(const std::string& path) {
   unzFile archive = nullptr;
-  for (int i = 0; i <= kInterruptionsBorne; ++i) {
-    errno = 0;
+  Uninterrupted([&] {
+    errno = 0;  // the library leaves it alone if the file is no archive
     archive = unzOpen(path.c_str());
-    if (archive != nullptr || errno != EINTR) {
-      break;
-    }
-  }
+    return archive == nullptr ? -1 : 0;
+  });
   return archive;
 }
 

@@ -120,6 +120,14 @@ TEST(FailingPackage, InterruptedOpeningIsRepeatedABoundedNumberOfTimes) {
   EXPECT_EQ(OpeningsOfAPackage(INT_MAX, false), kMostRepetitions + 1);
 }
 
+TEST(FailingPackage, InterruptedOpeningOfNoArchiveIsRepeatedOnce) {
+  const ScopedDirectory directory;
+  WriteFile(directory / "package", "no archive");
+  const FailingCall fault("unzOpen", EINTR, 1, 1);
+  EXPECT_FALSE(PackageReader(directory / "package").IsOpen());
+  EXPECT_EQ(fault.Count(), 2);
+}
+
 TEST(FailingPackage, OpeningThatFailsOtherwiseIsNotRepeated) {
   EXPECT_FALSE(PackageReader("none").IsOpen());
   const FailingCall fault("unzOpen", EMFILE);
