@@ -85,6 +85,17 @@ TEST_F(PackTest, ModesAndTimesAreNotPacked) {
   EXPECT_EQ(ReadFile(Written("OrloWebResources.zip")), first);
 }
 
+TEST_F(PackTest, ReportCountsWhatIsPacked) {
+  fs::create_directories(Site("a/b"));
+  WriteFile(Site("a/b/f"), "12");
+  WriteFile(Site("g"), "3");
+  const auto package = Pack(options_).details["package"];
+  EXPECT_EQ(package["directories"], 2);
+  EXPECT_EQ(package["files"], 2);
+  EXPECT_EQ(package["bytes"], 3);
+  EXPECT_EQ(package["packedBytes"], ReadFile(Written("OrloWebResources.zip")).size());
+}
+
 TEST_F(PackTest, JunkIsLeftOutAndSaidSo) {
   fs::create_directories(Site("__MACOSX"));
   for (const char* name : {".DS_Store", "._f", "__MACOSX/f", "f"}) {
