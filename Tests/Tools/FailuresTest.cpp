@@ -9,6 +9,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
+#include <sstream>
 
 #include "ArchiveLayout.h"
 #include "ArchiveWriter.h"
@@ -21,6 +22,7 @@
 #include "Files.h"
 #include "InstallLock.h"
 #include "Installation.h"
+#include "InstallerConstants.h"
 #include "Interruption.h"
 #include "Names.h"
 #include "PackageReader.h"
@@ -278,16 +280,28 @@ TEST_F(FailuresTest, FileIsReplacedWhereThereAreNoLocks) {
   EXPECT_EQ(Files(), (Tree{{"f", "new"}}));
 }
 
+void ReplaceBoth(const std::string& path, const std::string& other) {
+  AtomicFile first(path);
+  AtomicFile second(other);
+  AtomicFile::CommitBoth(first, second);
+}
+
+TEST_F(FailuresTest, BothFilesAreOnTheDiskBeforeOneIsReplacedAndTheirDirectoryAfterwards) {
+  WriteFile(directory_ / "g", "old");
+  const FailingCall none("fsync", EIO, INT_MAX);
+  ReplaceBoth(file_, directory_ / "g");
+  std::istringstream calls(none.Calls());
+  std::string found;
+  for (std::string call; calls >> call;) {
+    found += call == "fsync" || call == "rename" ? call + " " : "";
+  }
+  EXPECT_EQ(found, "fsync fsync rename rename fsync ");
+}
+
 TEST_F(FailuresTest, FirstOfTwoFilesIsAsBeforeWhenTheSecondCannotBeReplaced) {
   WriteFile(directory_ / "g", "old");
   EXPECT_COMPLAINT(ComplaintWithout(
-      "link",
-      [&] {
-        AtomicFile first(file_);
-        AtomicFile second(directory_ / "g");
-        AtomicFile::CommitBoth(first, second);
-      },
-      2));
+      "link", [&] { ReplaceBoth(file_, directory_ / "g"); }, 2));
   EXPECT_EQ(Files(), (Tree{{"f", "old"}, {"g", "old"}}));
 }
 
@@ -305,14 +319,17 @@ TEST_F(FailuresTest, DirectoryThatCannotBeSynchronizedIsTold) {
 }
 
 TEST_F(FailuresTest, OldFileKeepsItsSecondNameIfItCannotBeBroughtBack) {
-  AtomicFile file(file_);
-  file.Write("new");
-  file.Commit();
-  {
-    const FailingCall fault("rename", EIO);
-    file.Rollback();
-  }
-  EXPECT_EQ(Files(), (Tree{{"f", "new"}, {".f.old-" + std::to_string(getpid()), "old"}}));
+  WriteFile(directory_ / "g", "old");
+  EXPECT_COMPLAINT(ComplaintWithout(
+      "rename", [&] { ReplaceBoth(file_, directory_ / "g"); }, 2));
+  EXPECT_EQ(Files(),
+            (Tree{{"f", ""}, {".f.old-" + std::to_string(getpid()), "old"}, {"g", "old"}}));
+}
+
+TEST_F(FailuresTest, PipeWithTheNameOfALeftoverIsRemovedWithoutWaiting) {
+  mkfifo((directory_ / ".f.tmp-1").c_str(), 0600);
+  Replace(file_);
+  EXPECT_EQ(Files(), (Tree{{"f", "new"}}));
 }
 
 TEST_F(FailuresTest, FileThatTakesTheNameOfALeftoverIsNotRemoved) {
@@ -337,11 +354,6 @@ TEST_F(FailuresTest, TemporaryFileThatIsRemovedMeanwhileIsMadeOnceMore) {
   }
   const FailingCall neighbour("flock", remove, 1, INT_MAX);
   EXPECT_NE(Complaint([&] { Replace(file_); }).find("keep removing it"), std::string::npos);
-}
-
-TEST_F(FailuresTest, NothingIsUndoneBeforeTheCommit) {
-  AtomicFile(file_).Rollback();
-  EXPECT_EQ(Files(), before_);
 }
 
 TEST_F(FailuresTest, TemporaryFileThatCannotBeMadeIsTold) {
@@ -410,7 +422,25 @@ TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenOrRemovedIsTold) {
   EXPECT_COMPLAINT(ComplaintWithout("unlink", [&] { RemoveReceipt(directory_ / ""); }));
 }
 
+TEST_F(FailuresTest, RecordThatCannotBeReadIsTold) {
+  const std::string root = directory_ / "root";
+  std::filesystem::create_directories(root + "/Library/Preferences/" + PLIST_SECTION_KEY +
+                                      ".plist");
+  EXPECT_EQ(Complaint([&] { ReadInstallation(root); }),
+            "cannot read the record of " + root + ": it is not readable here");
+}
+
 // Step --------------------------------------------------------------------------------------------
+
+TEST_F(FailuresTest, StepHasNoDescriptorOfTheCommandExceptTheLock) {
+  WriteFile(directory_ / "step",
+            "#!/bin/sh\n"
+            "n=0; for i in 3 4 5 6 7 8 9; do [ -e /dev/fd/$i ] && n=$((n + 1)); done; exit $n");
+  chmod((directory_ / "step").c_str(), 0755);
+  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
+  const ScopedUmask mask(022);
+  EXPECT_EQ(RunStep(directory_ / "step", *lock), "it exited with 1");
+}
 
 TEST_F(FailuresTest, StepRunsWithoutANullDevice) {
   WriteFile(directory_ / "step", "#!/bin/sh\n[ ! -e /dev/fd/0 ] && exit 3\n");

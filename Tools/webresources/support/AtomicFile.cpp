@@ -133,20 +133,15 @@ void AtomicFile::Commit() {
   if (std::rename(temporary_.c_str(), path_.c_str()) != 0) {
     throw Error::FromErrno("replace", path_);
   }
-  isCommitted_ = true;
 }
 
 void AtomicFile::Rollback() {
-  if (!isCommitted_) {
-    return;
-  }
   if (backup_.empty()) {
     unlink(path_.c_str());
   } else {
     std::rename(backup_.c_str(), path_.c_str());
     backup_.clear();  // if this fails, the old file keeps its second name
   }
-  isCommitted_ = false;
 }
 
 void AtomicFile::CommitDurably() {

@@ -36,10 +36,6 @@ class AtomicFile {
   /// Puts the new file in the place of the old one.
   void Commit();
 
-  /// Undoes Commit(): brings the old file back or, if there was none, removes the new one. Does
-  /// nothing before Commit().
-  void Rollback();
-
   /// Synchronizes and commits. Waits until all is on the disk.
   void CommitDurably();
 
@@ -47,12 +43,14 @@ class AtomicFile {
   static void CommitBoth(AtomicFile& first, AtomicFile& second);
 
  private:
+  /// Undoes Commit(): brings the old file back or, if there was none, removes the new one.
+  void Rollback();
+
   std::string path_;
   std::string temporary_;
   Descriptor file_;     ///< The new file. Its lock shows other processes that it is in use.
   std::string backup_;  ///< A second name of the old file, or empty.
   std::optional<Descriptor> backupLock_;
-  bool isCommitted_ = false;
 };
 
 #endif  // TOOLS_WEBRESOURCES_SUPPORT_ATOMICFILE_H_
