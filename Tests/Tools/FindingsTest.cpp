@@ -404,8 +404,11 @@ TEST(Bounds, DataThatIsSaidToBecomeNothingCounts) {
 }
 
 TEST(Bounds, StatedNumberThatIsWrongIsFound) {
-  EXPECT_EQ(OutOfBounds(WithCount(Zip({kFile, {"b", "x"}}), 3), 1),
-            (Ids{"content-too-large", "directory-damaged"}));
+  const ScopedDirectory directory;
+  WriteFile(directory / "zip", WithCount(Zip({kFile, {"b", "x"}}), 3));
+  const Findings findings = FindOutOfBounds(directory / "zip", 1);
+  EXPECT_EQ(IdsOf(findings), (Ids{"content-too-large", "directory-damaged"}));
+  EXPECT_EQ(findings.back().reason, "it states 3 entries and lists 2");
 }
 
 TEST(Bounds, PackageBeyondThemIsNotRead) {
@@ -462,6 +465,12 @@ std::string WithInLastEntry(std::string bytes, std::size_t place, char low, char
 TEST(Rules, OverlappingEntryWithoutANameIsCalledByItsNumber) {
   const std::string bytes = Zip({kFile, With(ZipEntry("", "x"), &ZipEntry::offset, 0U)});
   EXPECT_NE(Found(bytes).find("overlapping-entries: entry 2\n"), std::string::npos);
+}
+
+TEST(Findings, OfOverlapsComeBeforeThoseOfCollisions) {
+  const std::string found =
+      Found(Zip({{"A", "x"}, With(ZipEntry("a", "x"), &ZipEntry::offset, 0U)}));
+  EXPECT_LT(found.find("overlapping-entries"), found.find("case-collision"));
 }
 
 std::string LittleEndian(std::uint64_t number, int size) {

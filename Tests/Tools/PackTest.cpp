@@ -263,6 +263,10 @@ TEST_F(PackTest, CollidingNamesAreRefused) {
   WriteFile(Site("A"), "x");
   WriteFile(Site("a"), "x");
   EXPECT_EQ(Refusals(), "case-collision ");
+  for (const char* name : {"A", "a"}) {
+    fs::resize_file(Site(name), std::uintmax_t{2} << 30U);  // takes no room on the disk
+  }
+  EXPECT_EQ(Refusals(), "case-collision package-too-large ");
 }
 
 TEST_F(PackTest, NamesThatTheInstallerSkipsAreRefused) {
@@ -348,15 +352,18 @@ TEST_F(PackTest, FileThatCannotBeReadLeavesTheOldOutput) {
 TEST(ArchiveWriter, DataIsStoredWhereDeflatingDoesNotShrinkIt) {
   ScopedDirectory directory;
   WriteFile(directory / "short", "abc");
+  WriteFile(directory / "equal", "ababab");
   WriteFile(directory / "long", std::string(1000, 'a'));
   {
     ArchiveWriter writer(directory / "zip", 0);
     EXPECT_EQ(writer.AddFile("short", directory / "short"), 3U);
+    EXPECT_EQ(writer.AddFile("equal", directory / "equal"), 6U);
     EXPECT_EQ(writer.AddFile("long", directory / "long"), 1000U);
     writer.Close();
   }
   const std::string bytes = ReadFile(directory / "zip");
   EXPECT_NE(bytes.find("shortabc"), std::string::npos);
+  EXPECT_NE(bytes.find("equalababab"), std::string::npos);
   EXPECT_LT(bytes.length(), 500U);
 }
 

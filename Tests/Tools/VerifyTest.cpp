@@ -98,7 +98,7 @@ TEST_F(VerifyTest, ModesThatARunDoesNotGiveAreFoundUnlessIgnored) {
 
 TEST_F(VerifyTest, DirectoriesThatOthersCannotEnterOrCanWriteToAreFound) {
   const std::string above = fs::path(installRoot_).parent_path().parent_path();
-  for (const mode_t mode : {0700U, 0777U, 0775U}) {
+  for (const mode_t mode : {0700U, 0751U, 0754U, 0777U, 0775U}) {
     chmod(above.c_str(), mode);
     EXPECT_EQ(Found(), mode == 0775 ? "" : "mode-differs " + above + "\n") << std::oct << mode;
   }
@@ -342,6 +342,12 @@ TEST_F(VerifyTest, ReceiptOfAnotherVersionDoesNotStandInForThePackage) {
     EXPECT_EQ(ReadBundle(*options_.bundle, receipt).tree.empty(),
               version == std::string(WEBRESOURCES_VERSION));
   }
+}
+
+TEST_F(VerifyTest, ReceiptHasTheVersionThatWroteIt) {
+  WriteReceipt(options_.root, {7, "", "", "0", {}});
+  Findings findings;
+  EXPECT_EQ(ReadReceipt(options_.root, findings)->version, WEBRESOURCES_VERSION);
 }
 
 TEST_F(VerifyTest, IdentifierThatIsInOrderOnASecondLookIsKept) {

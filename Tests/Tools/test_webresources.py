@@ -175,6 +175,13 @@ class PackTest(Case):
         with zipfile.ZipFile(self.package) as archive:
             self.assertIsNone(archive.testzip())
 
+    def test_entries_state_their_types_and_modes(self):
+        self.pack()
+        with zipfile.ZipFile(self.package) as archive:
+            for info in archive.infolist():
+                self.assertEqual(info.external_attr, 0o40755 << 16 | 0x10 if info.is_dir()
+                                 else 0o100644 << 16, info)
+
     def test_entries_have_the_time_of_the_source_date(self):
         self.pack(env={'SOURCE_DATE_EPOCH': '1000000000'})
         with zipfile.ZipFile(self.package) as archive:
