@@ -13,12 +13,12 @@ TEST(BundleFiles, PathMayEndInSlashes) {
   EXPECT_EQ(FindBundleFiles("/").directory, "/");
 }
 
-/// Why there are no files of a bundle at `path`.
-std::string Reason(const std::string& path) {
+/// What is said if there are no files of a bundle at `path`.
+std::string Refusal(const std::string& path) {
   try {
     FindBundleFiles(path);
   } catch (const Error& error) {
-    return error.reason();
+    return error.what();
   }
   return {};
 }
@@ -27,17 +27,20 @@ TEST(BundleFiles, FileIsNoBundle) {
   const ScopedDirectory directory;
   WriteFile(directory / "f", "");
   chmod((directory / "f").c_str(), 0777);
-  EXPECT_EQ(Reason(directory / "f"), "it is not a directory");
+  EXPECT_EQ(Refusal(directory / "f"),
+            "cannot read " + (directory / "f") + ": it is not a directory");
 }
 
 TEST(BundleFiles, DirectoryMustBeReadableAndSearchable) {
   const ScopedDirectory directory;
   for (const mode_t mode : {mode_t{0444}, mode_t{0333}}) {
     chmod((directory / "").c_str(), mode);
-    EXPECT_TRUE(AsOrdinaryUser([&] { return !Reason(directory / "").empty(); })) << mode;
+    EXPECT_TRUE(AsOrdinaryUser([&] {
+      return Refusal(directory / "") == "cannot read " + (directory / "") + ": Permission denied";
+    })) << mode;
   }
   chmod((directory / "").c_str(), 0755);
-  EXPECT_TRUE(AsOrdinaryUser([&] { return Reason(directory / "").empty(); }));
+  EXPECT_TRUE(AsOrdinaryUser([&] { return Refusal(directory / "").empty(); }));
 }
 
 }  // namespace

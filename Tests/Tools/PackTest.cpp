@@ -89,11 +89,16 @@ TEST_F(PackTest, ReportCountsWhatIsPacked) {
   fs::create_directories(Site("a/b"));
   WriteFile(Site("a/b/f"), "12");
   WriteFile(Site("g"), "3");
-  const auto package = Pack(options_).details["package"];
+  const Report report = Pack(options_);
+  const auto package = report.details["package"];
+  const std::string path = Written("OrloWebResources.zip");
+  const std::size_t packedBytes = ReadFile(path).size();
   EXPECT_EQ(package["directories"], 2);
   EXPECT_EQ(package["files"], 2);
   EXPECT_EQ(package["bytes"], 3);
-  EXPECT_EQ(package["packedBytes"], ReadFile(Written("OrloWebResources.zip")).size());
+  EXPECT_EQ(package["packedBytes"], packedBytes);
+  EXPECT_EQ(report.summary.back(), "directories: 2, files: 2, bytes: 3, packed into " +
+                                       std::to_string(packedBytes) + " bytes: " + path);
 }
 
 TEST_F(PackTest, JunkIsLeftOutAndSaidSo) {
