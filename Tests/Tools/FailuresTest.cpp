@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -66,8 +67,14 @@ std::string ComplaintWithout(const char* function, Call call, int first = 1) {
 
 const char kInputOutputError[] = "Input/output error";
 
-#define EXPECT_COMPLAINT(complaint) \
-  EXPECT_NE((complaint).find(kInputOutputError), std::string::npos)
+/// Whether a text reads "cannot do something: Input/output error".
+bool IsComplaint(const std::string& text) {
+  const std::string begin = "cannot ";
+  return text.compare(0, begin.length(), begin) == 0 && std::islower(text[begin.length()]) != 0 &&
+         text.find(kInputOutputError) != std::string::npos;
+}
+
+#define EXPECT_COMPLAINT(complaint) EXPECT_PRED1(IsComplaint, complaint)
 
 /// A directory with the file "f", which holds "old".
 class FailuresTest : public testing::Test {
@@ -440,6 +447,15 @@ TEST_F(FailuresTest, StepHasNoDescriptorOfTheCommandExceptTheLock) {
   const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
   const ScopedUmask mask(022);
   EXPECT_EQ(RunStep(directory_ / "step", *lock), "it exited with 1");
+}
+
+TEST_F(FailuresTest, StepReadsNothingAndMayWrite) {
+  WriteFile(directory_ / "step",
+            "#!/bin/sh\nread -r line && exit 3; echo x || exit 4; echo x >&2 || exit 5\n");
+  chmod((directory_ / "step").c_str(), 0755);
+  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
+  const ScopedUmask mask(022);
+  EXPECT_EQ(RunStep(directory_ / "step", *lock), "");
 }
 
 TEST_F(FailuresTest, StepRunsWithoutANullDevice) {

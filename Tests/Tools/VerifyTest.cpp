@@ -344,6 +344,28 @@ TEST_F(VerifyTest, ReceiptOfAnotherVersionDoesNotStandInForThePackage) {
   }
 }
 
+TEST_F(VerifyTest, DirectoriesAboveThoseOfTheProductMayBeClosed) {
+  fs::path outermost = fs::path(installRoot_).parent_path();
+  for (int i = 1; i < 4; ++i) {
+    outermost = outermost.parent_path();
+  }
+  chmod(outermost.parent_path().c_str(), 0700);
+  EXPECT_EQ(Found(), "");
+  chmod(outermost.c_str(), 0700);
+  EXPECT_EQ(Found(), "mode-differs " + outermost.string() + "\n");
+}
+
+TEST_F(VerifyTest, ReceiptOfAnotherUpdateIsTold) {
+  const Receipt receipt{6, "", "", "", {}};
+  Findings findings;
+  EXPECT_FALSE(FindInReceipt(receipt, ReadInstallation(options_.root), findings));
+  record_.Remove("iUpdateId");
+  record_.Flush();
+  EXPECT_FALSE(FindInReceipt(receipt, ReadInstallation(options_.root), findings));
+  EXPECT_EQ(findings[0].reason, "it is of update 6, and update 7 is recorded");
+  EXPECT_EQ(findings[1].reason, "it is of update 6, and no update is recorded");
+}
+
 TEST_F(VerifyTest, ReceiptHasTheVersionThatWroteIt) {
   WriteReceipt(options_.root, {7, "", "", "0", {}});
   Findings findings;
