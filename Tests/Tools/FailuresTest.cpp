@@ -96,7 +96,10 @@ TEST_F(FailuresTest, DirectoryThatCannotBeListedToItsEndIsNotTreatedAsAShortOne)
 TEST_F(FailuresTest, FileThatCannotBeLookedAtIsNotTreatedAsMissing) {
   EXPECT_COMPLAINT(ComplaintWithout("lstat", [&] { Exists(file_); }));
   EXPECT_COMPLAINT(ComplaintWithout("stat", [&] { StateOf(file_); }));
-  EXPECT_COMPLAINT(ComplaintWithout("lstat", [&] { ReadTree(directory_ / "", Checksum::None); }));
+  const auto readTree = [&] { ReadTree(directory_ / "", Checksum::None); };
+  EXPECT_COMPLAINT(ComplaintWithout("lstat", readTree));
+  EXPECT_EQ(ComplaintWithout("lstat", readTree, 2),
+            "cannot read " + file_ + ": Input/output error");
 }
 
 TEST_F(FailuresTest, FileThatDisappearsMeanwhileIsNotInTheTree) {

@@ -106,6 +106,7 @@ std::vector<TestedPackage> Cases() {
       {"overlapping-entries", "an entry in another's data",
        Zip({{"a", inner}, With(kText, &ZipEntry::offset, 31U)})},
       {"case-collision", "files", Zip({{"Read", "1"}, {"read", "2"}})},
+      {"case-collision", "files in a directory", Zip({{"d/", ""}, {"d/A", "1"}, {"d/a", "2"}})},
       {"case-collision", "directories count, not what is in them",
        Zip({{"D/", ""}, {"D/x", "1"}, {"d/", ""}, {"d/x", "2"}})},
       {"normalization-collision", "composed and decomposed",

@@ -168,6 +168,7 @@ TEST_F(PackTest, FilesThatCouldFillAPackageOf4GiBTogetherAreRefused) {
   ASSERT_EQ(report.findings.size(), 1U);
   EXPECT_STREQ(report.findings[0].rule->id, "package-too-large");
   EXPECT_EQ(report.findings[0].subject, "OrloWebResources.zip");
+  EXPECT_EQ(report.findings[0].reason, "its files have 4294967531 bytes together");  // with headers
   EXPECT_FALSE(IsThere(Written("OrloWebResources.zip")));
 }
 
