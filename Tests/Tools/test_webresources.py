@@ -265,15 +265,21 @@ class PackTest(Case):
         self.assertEqual(self.pack().stderr, '')
         for i in range(50):  # more than the bar has columns
             (self.site / str(i)).touch()
-        for arguments, shown in (([], True), (['--quiet'], False)):
-            master, terminal = pty.openpty()
-            result = subprocess.run(
-                [COMMAND, 'pack', self.site, '--update-id', '7', '--output', self.resources,
-                 *arguments], stderr=terminal, stdout=subprocess.DEVNULL, check=True)
-            os.write(terminal, b'.')
-            self.assertEqual(b'###' in os.read(master, 100000), shown, result)
-            os.close(master)
-            os.close(terminal)
+        for command in (['pack', self.site, '--update-id', '7', '--output', self.resources],
+                        ['check', self.resources]):
+            for arguments, shown in (([], True), (['--quiet'], False)):
+                master, terminal = pty.openpty()
+                subprocess.run([COMMAND, *command, *arguments], stderr=terminal,
+                               stdout=subprocess.DEVNULL, check=True)
+                os.write(terminal, b'.')
+                bars = b''
+                while not bars.endswith(b'.'):
+                    bars += os.read(master, 100000)
+                self.assertRegex(bars,  # whole at last, and removed
+                                 rb'(?s)^\r\[# {39}\].*\r\[#{40}\][^\r]*\r\x1b\[K\.$'
+                                 if shown else rb'^\.$')
+                os.close(master)
+                os.close(terminal)
 
     def test_metadata_that_cannot_be_written_whole_is_an_error(self):
         result = run('pack', self.site, '--update-id', '7', '--output', self.resources,
