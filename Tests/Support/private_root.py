@@ -83,7 +83,7 @@ def add_programs(root, *programs):
 
 def command_in(root, *command, proc=False, added=False):
     """The command that runs `command` in a private root, with /proc if asked for. `added`: all that
-    it needs has been added before, which saves half of the time."""
+    it needs has been added before, which saves most of the time."""
     options = ["--added"] * added + ["--proc"] * proc
     return [PRIVATE_ROOT, "run", *options, str(root), *map(str, command)]
 

@@ -65,7 +65,7 @@ class Machine:
     def __init__(self):
         self.root = pathlib.Path(tempfile.mkdtemp(dir=WORK))
         self.root.chmod(0o755)
-        add_programs(self.root, COMMAND)
+        add_programs(self.root, COMMAND, BUNDLE / EXECUTABLE)
         for directory in ("dev", "tmp"):
             (self.root / directory).mkdir(exist_ok=True)
         self.bundle = self.root / "X.app"
@@ -79,7 +79,11 @@ class Machine:
         return self.path(INSTALL_ROOT) / "Resource0"
 
     def command(self, *arguments):
-        return command_in(self.root, COMMAND, *arguments, proc=SANITIZED)
+        return self.command_of(COMMAND, *arguments)
+
+    def command_of(self, *command):
+        """What runs a program whose libraries the root has."""
+        return command_in(self.root, *command, proc=SANITIZED, added=True)
 
     def start(self, *arguments, **options):
         return subprocess.Popen(self.command(*arguments), stdout=subprocess.PIPE,
@@ -105,8 +109,7 @@ class Machine:
 
     def run_step(self, **options):
         """The step by itself, as without the command."""
-        subprocess.run(command_in(self.root, f"/X.app/{EXECUTABLE}", proc=SANITIZED), check=True,
-                       **options)
+        subprocess.run(self.command_of(f"/X.app/{EXECUTABLE}"), check=True, **options)
 
     def record(self):
         return plistlib.loads(self.path(RECORD).read_bytes())
@@ -167,10 +170,10 @@ class Install(Case):
         add_programs(self.machine.root, program("sh"))
         for place, path in (("/", "X.app"), ("/X.app/Contents", "Resources"),
                             ("/X.app/Contents/Resources", ".")):
-            result = subprocess.run(command_in(
-                self.machine.root, program("sh"), "-c",
-                f"cd {place} && {COMMAND} install --force {path}", proc=SANITIZED), stdout=subprocess.DEVNULL,
-                check=False)
+            result = subprocess.run(
+                self.machine.command_of(program("sh"), "-c",
+                                        f"cd {place} && {COMMAND} install --force {path}"),
+                stdout=subprocess.DEVNULL, check=False)
             self.assertEqual(result.returncode, 0, path)
             self.assert_installed()
 

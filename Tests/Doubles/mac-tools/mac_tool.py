@@ -6,13 +6,25 @@ the next one needs. MAC_TOOLS is the directory of their state; its file "calls" 
 called. FAULT names one thing that goes wrong.
 """
 
-import os
-import pathlib
-import re
+import os  # and nothing that takes longer: this program is started 600 times
 import sys
 
-STATE = pathlib.Path(os.environ["MAC_TOOLS"])
+STATE = os.environ["MAC_TOOLS"]
 FAULT = os.environ.get("FAULT")
+
+
+def state(name):
+    return os.path.join(STATE, name)
+
+
+def read(path):
+    with open(path, encoding="utf-8") as stream:
+        return stream.read()
+
+
+def write(path, text=""):
+    with open(path, "w", encoding="utf-8") as stream:
+        stream.write(text)
 
 
 def require(holds, mistake):
@@ -28,61 +40,62 @@ def has_form(*form):
 
 def digest(directory):
     """What a signature covers."""
-    import hashlib  # here: this program is started 600 times, and its imports take the longest
-    files = sorted(path for path in pathlib.Path(directory).rglob("*") if path.is_file())
-    return hashlib.sha256(b"".join(str(path).encode() + path.read_bytes()
-                                   for path in files)).hexdigest()
+    return "".join(f"{path}\n{read(path)}\n" for path in sorted(
+        os.path.join(parent, name) for parent, _, names in os.walk(directory) for name in names
+        if os.path.isfile(os.path.join(parent, name))))
 
 
 def is_signed(path):
-    return (STATE / ("signed " + os.path.basename(path))).exists()
+    return os.path.exists(state("signed " + os.path.basename(path)))
 
 
 def sources():
-    return pathlib.Path("Deploy/macos/sources").read_text().splitlines()
+    return read("Deploy/macos/sources").splitlines()
 
 
 def curl():
     require(has_form("--fail", "--location", "--silent", "--show-error", "--output", None, None),
             "unknown form")
     require(ARGUMENTS[-1].startswith("https://"), "not a safe address")
-    pathlib.Path(ARGUMENTS[5]).write_text(ARGUMENTS[6])
+    write(ARGUMENTS[5], ARGUMENTS[6])
 
 
 def shasum():
     require(has_form("-a", "256", None), "unknown form")
-    address = pathlib.Path(ARGUMENTS[2]).read_text()
+    address = read(ARGUMENTS[2])
     [known] = [line.split()[2] for line in sources() if f" {address} " in line]
     print("0" * 64 if FAULT == "archive" else known, "", ARGUMENTS[2])
 
 
 def tar():
     require(has_form("-xzf", None, "-C", None, "--strip-components", "1"), "unknown form")
-    directory = pathlib.Path(ARGUMENTS[3])
-    require(directory.is_dir(), "no directory to unpack to")
-    [release] = [line.split() for line in sources() if line.startswith(f"{directory.name} ")]
+    directory = ARGUMENTS[3]
+    require(os.path.isdir(directory), "no directory to unpack to")
+    library = os.path.basename(directory)
+    [release] = [line.split() for line in sources() if line.startswith(library + " ")]
     contents = {
         "minizip": ("contrib/minizip/unzip.c", "contrib/minizip/zip.c", "contrib/minizip/ioapi.c"),
         "utf8proc": ("utf8proc.c",),
         "cli11": ("include/CLI/CLI.hpp",),
-        "nlohmann-json": ("include/nlohmann/json.hpp",)}[directory.name]
+        "nlohmann-json": ("include/nlohmann/json.hpp",)}[library]
     for name in contents:
-        (directory / name).parent.mkdir(parents=True, exist_ok=True)
-        (directory / name).touch()
-    (directory / release[-1]).write_text("the licence of " + directory.name)
+        path = os.path.join(directory, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        write(path)
+    write(os.path.join(directory, release[-1]), "the licence of " + library)
 
 
 def clang():
     require(has_form("-O2", "-arch", "arm64", "-arch", "x86_64", "-mmacosx-version-min=11.0",
                      "-DUTF8PROC_STATIC", "-c", None, "-o", None), "unknown form")
     require(os.path.isfile(ARGUMENTS[8]), "no source")
-    pathlib.Path(ARGUMENTS[10]).touch()
+    write(ARGUMENTS[10])
 
 
 def libtool():
     require(ARGUMENTS[:2] == ["-static", "-o"] and len(ARGUMENTS) > 3, "unknown form")
     require(all(os.path.isfile(name) for name in ARGUMENTS[3:]), "no object")
-    pathlib.Path(ARGUMENTS[2]).touch()
+    write(ARGUMENTS[2])
 
 
 def cmake():
@@ -90,8 +103,8 @@ def cmake():
         require(has_form("--build", None) and os.path.isdir(ARGUMENTS[1]), "nothing to build")
     elif ARGUMENTS[0] == "--install":
         require(has_form("--install", None, "--prefix", None, "--strip"), "unknown form")
-        lines = (STATE / "definitions").read_text().splitlines()
-        install(dict(line.split("=", 1) for line in lines), pathlib.Path(ARGUMENTS[3]))
+        lines = read(state("definitions")).splitlines()
+        install(dict(line.split("=", 1) for line in lines), ARGUMENTS[3])
     else:
         configure()
 
@@ -103,33 +116,34 @@ def configure():
     require(definitions["CMAKE_OSX_ARCHITECTURES"] == "arm64;x86_64", "not universal")
     require(definitions["CMAKE_OSX_DEPLOYMENT_TARGET"] == "11.0", "another oldest system")
     for library in ("minizip", "libutf8proc"):
-        directory = pathlib.Path(os.environ["PKG_CONFIG_PATH"])
-        require((directory / f"{library}.pc").is_file(), "pkg-config would not find " + library)
+        directory = os.environ["PKG_CONFIG_PATH"]
+        require(os.path.isfile(f"{directory}/{library}.pc"),
+                "pkg-config would not find " + library)
         name = library.replace("libu", "u")
-        require((directory / name / f"lib{name}.a").is_file(), "no library " + library)
+        require(os.path.isfile(f"{directory}/{name}/lib{name}.a"), "no library " + library)
     for package in ("CLI11", "nlohmann_json"):
-        directory = pathlib.Path(os.environ["CMAKE_PREFIX_PATH"])
-        configuration = directory / f"{package}Config.cmake"
-        require(configuration.is_file(), "find_package would not find " + package)
-        [headers] = re.findall(r"\${CMAKE_CURRENT_LIST_DIR}(\S+)\)", configuration.read_text())
-        require((directory / headers.lstrip("/")).is_dir(), "no headers of " + package)
-    pathlib.Path(ARGUMENTS[3]).mkdir(parents=True)
-    (STATE / "definitions").write_text("".join(f"{name}={value}\n"
-                                               for name, value in definitions.items()))
+        directory = os.environ["CMAKE_PREFIX_PATH"]
+        configuration = f"{directory}/{package}Config.cmake"
+        require(os.path.isfile(configuration), "find_package would not find " + package)
+        [_, after] = read(configuration).split("${CMAKE_CURRENT_LIST_DIR}")
+        require(os.path.isdir(directory + after.split(")")[0]), "no headers of " + package)
+    os.makedirs(ARGUMENTS[3])
+    write(state("definitions"), "".join(f"{name}={value}\n"
+                                        for name, value in definitions.items()))
 
 
 def install(definitions, root):
-    contents = root / definitions["BUNDLE_DESTINATION"] / "WebResourceInstaller.app/Contents"
-    command = root / definitions["CMAKE_INSTALL_BINDIR"] / "webresources"
-    command.parent.mkdir(parents=True)
-    command.symlink_to(os.path.abspath(__file__))
-    for name in ("MacOS/WebResourceInstaller", "Info.plist"):
-        (contents / name).parent.mkdir(parents=True, exist_ok=True)
-        (contents / name).write_text(name)
-    (contents / "Resources").mkdir()
-    documents = root / definitions["CMAKE_INSTALL_DATADIR"] / "doc/web-resource-installer"
-    documents.mkdir(parents=True)
-    (documents / "THIRD-PARTY-NOTICES.md").touch()
+    bundle = definitions["BUNDLE_DESTINATION"] + "/WebResourceInstaller.app/Contents"
+    documents = definitions["CMAKE_INSTALL_DATADIR"] + "/doc/web-resource-installer"
+    for name in (f"{bundle}/MacOS/WebResourceInstaller", f"{bundle}/Info.plist",
+                 f"{documents}/THIRD-PARTY-NOTICES.md"):
+        path = os.path.join(root, name)
+        os.makedirs(os.path.dirname(path), exist_ok=True)
+        write(path, name)
+    os.mkdir(os.path.join(root, bundle, "Resources"))
+    command = os.path.join(root, definitions["CMAKE_INSTALL_BINDIR"], "webresources")
+    os.makedirs(os.path.dirname(command))
+    os.symlink(os.path.abspath(__file__), command)
     for variable in ("CMAKE_INSTALL_DATADIR", "CMAKE_INSTALL_MANDIR"):
         require(not os.path.isabs(definitions[variable]), "a place outside of the root")
 
@@ -139,8 +153,7 @@ def webresources():
         require(has_form("pack", None, "--update-id", None, "--output", None, "--quiet"),
                 "unknown form")
         require(os.path.isdir(ARGUMENTS[1]), "no content")
-        resources = pathlib.Path(ARGUMENTS[5], "Contents/Resources")
-        (resources / "metadata.txt").write_text(ARGUMENTS[3])
+        write(os.path.join(ARGUMENTS[5], "Contents/Resources/metadata.txt"), ARGUMENTS[3])
     else:
         require(has_form("check", "--prove", "--quiet", None), "unknown form")
         require(FAULT != "check", "a finding")
@@ -181,22 +194,23 @@ def codesign():
     name = os.path.basename(code)
     if name.endswith(".app"):
         require(is_signed("webresources"), "what is inside is not signed")
-        (STATE / "digest").write_text(digest(code))
-    (STATE / f"signed {name}").write_text(ARGUMENTS[7])
+        write(state("digest"), digest(code))
+    write(state(f"signed {name}"), ARGUMENTS[7])
 
 
 def pkgbuild():
     require(has_form("--root", None, "--install-location", "/", "--component-plist", None,
                      "--scripts", None, "--identifier", None, "--version", None,
                      "--ownership", "recommended", None), "unknown form")
-    root = pathlib.Path(ARGUMENTS[1])
-    require(os.access(pathlib.Path(ARGUMENTS[7], "postinstall"), os.X_OK), "no script")
+    root = ARGUMENTS[1]
+    require(os.access(ARGUMENTS[7] + "/postinstall", os.X_OK), "no script")
     require(os.path.isfile(ARGUMENTS[5]), "no component property list")
-    require(not (root / "usr").exists(), "what belongs to the machine's owner")
-    if (STATE / "digest").exists():
-        [application] = root.rglob("*.app")
-        require((STATE / "digest").read_text() == digest(application), "changed after its signing")
-    pathlib.Path(ARGUMENTS[-1]).touch()
+    require(not os.path.exists(root + "/usr"), "what belongs to the machine's owner")
+    if os.path.exists(state("digest")):
+        [application] = (os.path.join(parent, name) for parent, names, _ in os.walk(root)
+                         for name in names if name.endswith(".app"))
+        require(read(state("digest")) == digest(application), "changed after its signing")
+    write(ARGUMENTS[-1])
 
 
 def productbuild():
@@ -205,9 +219,9 @@ def productbuild():
             "unknown form")
     require(os.path.isfile(os.path.join(ARGUMENTS[3], "component.pkg")), "no component")
     require(os.path.isabs(ARGUMENTS[-1]), "a package at a place that depends on a directory")
-    pathlib.Path(ARGUMENTS[-1]).touch()
+    write(ARGUMENTS[-1])
     if options:
-        (STATE / "signed package").touch()
+        write(state("signed package"))
 
 
 def pkgutil():
@@ -216,7 +230,7 @@ def pkgutil():
 
 
 def xcrun():
-    stapled = STATE / "stapled"
+    stapled = state("stapled")
     if ARGUMENTS[:2] == ["notarytool", "submit"]:
         require(has_form("notarytool", "submit", None, "--keychain-profile", None, "--wait",
                          "--output-format", "json"), "unknown form")
@@ -227,19 +241,20 @@ def xcrun():
         require(has_form("notarytool", "log", "4711", "--keychain-profile", None), "unknown form")
         print("the reasons why not")
     elif has_form("stapler", "staple", None):
-        stapled.touch()
+        write(stapled)
     else:
         require(has_form("stapler", "validate", None), "unknown form")
-        require(stapled.exists() and FAULT != "ticket", "no ticket")
+        require(os.path.exists(stapled) and FAULT != "ticket", "no ticket")
 
 
 def spctl():
     require(has_form("--assess", "--type", "install", "--verbose=2", None), "unknown form")
-    require((STATE / "stapled").exists() and FAULT != "gatekeeper", "rejected")
+    require(os.path.exists(state("stapled")) and FAULT != "gatekeeper", "rejected")
 
 
 def sed():
     """A Mac's sed wants a ";" before "}" and knows none of the GNU options."""
+    import re  # not above: it takes as long as all the rest
     require(not any(re.search(r"[^;\n\\]}", argument) for argument in ARGUMENTS),
             "a form of GNU sed")
     require(not any(argument.startswith(("-i", "-r", "--")) for argument in ARGUMENTS),
@@ -250,6 +265,6 @@ def sed():
 NAME, ARGUMENTS = os.path.basename(sys.argv[0]), sys.argv[1:]
 if __name__ == "__main__":
     if NAME != "sed":
-        with open(STATE / "calls", "a", encoding="utf-8") as calls:
+        with open(state("calls"), "a", encoding="utf-8") as calls:
             print(NAME, *ARGUMENTS, file=calls)
     globals()[NAME]()
