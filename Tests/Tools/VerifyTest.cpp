@@ -59,6 +59,16 @@ class VerifyTest : public testing::Test {
     return directory_ / "root/Library/Preferences/" + PLIST_SECTION_KEY + ".plist";
   }
 
+  /// To install where nothing was ever installed. The record cannot be read: it is a directory.
+  InstallOptions OnAFreshHost() {
+    fs::remove_all(directory_ / "root");
+    fs::create_directories(RecordPath());
+    InstallOptions options;
+    options.root = options_.root;
+    options.bundle = *options_.bundle;
+    return options;
+  }
+
   ScopedDirectory directory_;
   std::string resources_ = directory_ / "X.app/Contents/Resources/";
   std::string installRoot_ = directory_ / ("root" + OSUtils::GetPellamResourceDirectory());
@@ -400,21 +410,12 @@ TEST_F(VerifyTest, RepairThatFailsIsTold) {
 }
 
 TEST_F(VerifyTest, InstallThatCannotReadTheRecordOfAFreshHostTouchesNothing) {
-  fs::remove_all(directory_ / "root");
-  fs::create_directories(RecordPath());
-  InstallOptions options;
-  options.root = options_.root;
-  options.bundle = *options_.bundle;
-  EXPECT_THROW(Install(options), Error);
+  EXPECT_THROW(Install(OnAFreshHost()), Error);
   EXPECT_FALSE(IsThere(directory_ / "root/Library/Application Support"));
 }
 
 TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMade) {
-  fs::remove_all(directory_ / "root");
-  fs::create_directories(RecordPath());
-  InstallOptions options;
-  options.root = options_.root;
-  options.bundle = *options_.bundle;
+  const InstallOptions options = OnAFreshHost();
   const std::string lock = BesideInstallRoot(options.root, ".WebResources.lock");
   const FailingCall neighbour("openat", [&lock] {
     fs::create_directories(fs::path(lock).parent_path());
