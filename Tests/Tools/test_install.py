@@ -578,6 +578,18 @@ class Together(Case):
         self.assertEqual(self.machine.install("--wait", "60").status, 0)
         self.assert_installed()
 
+    def test_step_keeps_the_lock_when_the_standard_streams_are_closed(self):
+        self.slow_step()
+        first = subprocess.Popen(self.machine.command_of(
+            program("sh"), "-c", f"exec {COMMAND} install /X.app <&- >&- 2>&-"))
+        self.wait_for("/begun")
+        first.kill()
+        first.wait()
+        self.assertEqual(self.machine.install("--wait", "0").status, 2)
+        self.machine.path("/go").touch()
+        self.assertEqual(self.machine.install("--wait", "60").status, 0)
+        self.assert_installed()
+
     def test_waiting_is_said_on_a_terminal(self):
         self.slow_step()
         first = self.machine.start("install", "/X.app")

@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
@@ -244,9 +247,20 @@ int Explain(const CLI::App& app, const CLI::ParseError& error, const std::string
   return kUsage;
 }
 
+/// Opens the standard streams that the caller has closed, as what cannot be written. A file of ours
+/// would get their numbers: what is printed would be written to it, and a step would lose the lock.
+void OpenClosedStreams() {
+  int file = -1;
+  do {
+    file = open("/", O_RDONLY);
+  } while (static_cast<unsigned int>(file) <= STDERR_FILENO);  // a failure is beyond, too
+  close(file);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  OpenClosedStreams();
   CLI::App app("Packs, checks, installs and verifies web resources", "webresources");
   app.set_version_flag("--version", WEBRESOURCES_VERSION);
   app.require_subcommand(1);
