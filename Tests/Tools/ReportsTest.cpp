@@ -382,6 +382,14 @@ files {"added":0,
   EXPECT_EQ(report.listing.back(), "… and 5 more: --json lists all");
 }
 
+TEST_F(ReportsTest, DiffOfEqualBundlesIsAsItShouldBeIfTheyAre) {
+  DiffOptions options;
+  options.before = options.after = directory_ / "7.app";
+  EXPECT_EQ(Diff(options).status, kAsItShouldBe);
+  WriteFile(directory_ / "7.app/OrloWebResources.zip", "");
+  EXPECT_EQ(Diff(options).status, kHasFindings);
+}
+
 TEST_F(ReportsTest, CheckTellsEachEntryAndHowFarARunGets) {
   CheckOptions options;
   options.path = directory_ / "7.app";
