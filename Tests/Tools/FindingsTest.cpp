@@ -225,6 +225,7 @@ OrloWebResources.zip: there are 4 bytes after the archive
 OrloWebResources.zip: there are 4 bytes after the archive
 b: another entry or the central directory occupies the same bytes
 read: it differs from Read in case only
+d/a: it differs from d/A in case only
 d: it differs from D in case only
 ä: it differs from ä in Unicode normalization only
 d/a: no entry before it makes its directory: it is not installed
