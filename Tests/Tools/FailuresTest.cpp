@@ -461,6 +461,19 @@ TEST_F(FailuresTest, StepReadsNothingAndMayWrite) {
   EXPECT_EQ(RunStep(directory_ / "step", *lock), "");
 }
 
+TEST_F(FailuresTest, StepGetsTheSignalsThatTheCommandBlocks) {
+  WriteFile(directory_ / "step", "#!/bin/sh\nkill -TERM $$; exit 3\n");
+  chmod((directory_ / "step").c_str(), 0755);
+  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
+  const ScopedUmask mask(022);
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  sigaddset(&blocked, SIGTERM);
+  sigprocmask(SIG_BLOCK, &blocked, nullptr);
+  EXPECT_EQ(RunStep(directory_ / "step", *lock), "it was ended by signal 15");
+  sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
+}
+
 TEST_F(FailuresTest, StepRunsWithoutANullDevice) {
   WriteFile(directory_ / "step", "#!/bin/sh\n[ ! -e /dev/fd/0 ] && exit 3\n");
   chmod((directory_ / "step").c_str(), 0755);

@@ -343,6 +343,13 @@ TEST_F(VerifyTest, PlanDrawsANewIdentifierForOneOutOfRange) {
   record_.Remove("irandom");
   record_.Flush();
   EXPECT_EQ(random(), "drawn");
+  const auto summary = Plan(options).summary;
+  EXPECT_EQ(std::count(summary.begin(), summary.end(), "random identifier: a new one is drawn"), 1);
+}
+
+TEST_F(VerifyTest, StatusWithoutADirectoryCountsNoFiles) {
+  fs::rename(installed_, installRoot_ + "other");
+  EXPECT_EQ(Status({options_.root, false}).details["files"], 0);
 }
 
 TEST_F(VerifyTest, ReceiptOfAnotherVersionDoesNotStandInForThePackage) {
@@ -376,6 +383,10 @@ TEST_F(VerifyTest, ReceiptOfAnotherUpdateIsTold) {
   EXPECT_EQ(findings[1].reason, "it is of update 6, and no update is recorded");
 }
 
+TEST(Receipt, TimeIsThatOfGreenwich) {
+  EXPECT_EQ(TimeText(1000000000), "2001-09-09T01:46:40Z");
+}
+
 TEST_F(VerifyTest, ReceiptHasTheVersionThatWroteIt) {
   WriteReceipt(options_.root, {7, "", "", "0", {}});
   Findings findings;
@@ -402,7 +413,13 @@ TEST_F(VerifyTest, RepairThatFailsIsTold) {
   const Installation installation = ReadInstallation(options_.root);
   {
     const FailingCall fault("renameat", EIO);
-    EXPECT_THROW(RepairWhatARunKeeps(installation), Error);
+    try {
+      RepairWhatARunKeeps(installation);
+      ADD_FAILURE() << "it is removed";
+    } catch (const Error& error) {
+      EXPECT_STREQ(error.what(),
+                   "cannot write the record: the random identifier cannot be removed");
+    }
   }
   chmod(fs::path(installRoot_).parent_path().c_str(), 0700);
   const FailingCall fault("chmod", EPERM);

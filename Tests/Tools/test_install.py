@@ -186,7 +186,9 @@ class Install(Case):
     def test_up_to_date_machine_is_left_alone(self):
         self.machine.install()
         before = self.machine.installed.stat().st_ino
+        receipt = self.machine.path(RECEIPT).stat().st_ino
         told = self.machine.install()
+        self.assertEqual(self.machine.path(RECEIPT).stat().st_ino, receipt)
         self.assertEqual((told.status, told.document["outcome"]), (0, "up-to-date"))
         self.assertEqual(self.machine.installed.stat().st_ino, before)
 

@@ -98,9 +98,9 @@ void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bu
   ReportChanges(ChangesBetween(before, installs ? bundle.tree : before), report);
   ReportLeftovers(installs ? LeftoversOf(plan.installation) : std::vector<std::string>(), report);
   const auto updateId = plan.installation.UpdateId();
-  report.summary.push_back(
-      "update: " + (updateId ? std::to_string(*updateId) : std::string("none")) + " -> " +
-      std::to_string(installs ? bundle.UpdateId() : updateId.value_or(-1)));
+  const std::string recorded = updateId ? std::to_string(*updateId) : "none";
+  report.summary.push_back("update: " + recorded + " -> " +
+                           (installs ? std::to_string(bundle.UpdateId()) : recorded));
 }
 
 const char* NameOf(Outcome outcome) {
