@@ -179,6 +179,7 @@ class PackTest(Case):
         self.pack()
         with zipfile.ZipFile(self.package) as archive:
             for info in archive.infolist():
+                self.assertEqual((info.create_system, info.create_version), (3, 20))  # Unix
                 self.assertEqual(info.external_attr, 0o40755 << 16 | 0x10 if info.is_dir()
                                  else 0o100644 << 16, info)
 
