@@ -421,8 +421,10 @@ TEST_F(FailingLockTest, DirectoriesThatAnotherInstallationMakesMeanwhileAreNoFai
 
 TEST_F(FailingLockTest, HeldLockEndsTheWaiting) {
   const InstallLock lock(directory_ / "", std::chrono::milliseconds(0));
+  const auto begin = std::chrono::steady_clock::now();
   EXPECT_NE(TryToLock(std::chrono::milliseconds(30)).find("another installation is running"),
             std::string::npos);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));  // one pause
 }
 
 TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenOrRemovedIsTold) {

@@ -56,6 +56,26 @@ std::string WithCommentLength(std::string bytes, char length) {
   return bytes;
 }
 
+/// The archive with a comment of its first entry, whose name has one byte.
+std::string WithComment(std::string bytes) {
+  const std::size_t begin = bytes.find("PK\1\2");
+  bytes[begin + 32] = 1;
+  bytes.insert(begin + 47, "c");
+  ++bytes[bytes.length() - 22 + 12];  // the size of the directory
+  return bytes;
+}
+
+/// The archive with the sizes in the local header of its first entry in fields of 64 bits. The name
+/// has one byte, the stored data four.
+std::string WithLocalSizesOf64Bits(std::string bytes) {
+  const std::string extra("\1\0\20\0\4\0\0\0\0\0\0\0\4\0\0\0\0\0\0\0", 20);
+  bytes.replace(18, 8, 8, '\xFF');
+  bytes[28] = static_cast<char>(extra.length());
+  bytes.insert(31, extra);
+  bytes[bytes.length() - 22 + 16] = static_cast<char>(bytes.find("PK\1\2"));
+  return bytes;
+}
+
 std::string Cut(const std::string& bytes, std::size_t count) {
   return bytes.substr(0, bytes.length() - count);
 }
@@ -105,6 +125,8 @@ std::vector<TestedPackage> Cases() {
        Zip({{"a", locator64}}) + "more"},
       {"overlapping-entries", "an entry in another's data",
        Zip({{"a", inner}, With(kText, &ZipEntry::offset, 31U)})},
+      {"", "an entry's comment", WithComment(Zip({kFile, {"b", "x"}}))},
+      {"", "sizes of 64 bits in a local header", WithLocalSizesOf64Bits(Zip({kFile}))},
       {"case-collision", "files", Zip({{"Read", "1"}, {"read", "2"}})},
       {"case-collision", "files in a directory", Zip({{"d/", ""}, {"d/A", "1"}, {"d/a", "2"}})},
       {"case-collision", "directories count, not what is in them",

@@ -163,6 +163,7 @@ class Install(Case):
         self.assertEqual(self.machine.installcheck().status, 0)
         told = self.machine.install()
         self.assertEqual((told.status, told.document["outcome"]), (0, "installed"))
+        self.assertEqual(told.document["record"]["updateId"], 7)
         self.assert_installed()
 
     def test_bundle_may_have_a_relative_path(self):
