@@ -411,6 +411,13 @@ TEST(Bounds, ContentThatExceedsTheLimitIsFound) {
   EXPECT_EQ(OutOfBounds(bytes, 22), Ids{});
 }
 
+TEST(Bounds, ThreeGibibytesAreWithinThoseThatHoldByDefault) {
+  ZipEntry entry = WithMethod(ZipEntry("a", Long(3200000)), kDeflated);
+  entry.size = 3U << 30U;
+  EXPECT_EQ(OutOfBounds(Zip({entry}), entry.size - 1), Ids{"content-too-large"});
+  EXPECT_EQ(OutOfBounds(Zip({entry}), kDefaultMaxSize), Ids{});
+}
+
 TEST(Bounds, SharedDataCountsForEachEntry) {
   EXPECT_EQ(OutOfBounds(SharedData(30, 100000), 2999999),
             (Ids{"content-too-large", "overlapping-entries"}));
