@@ -1,15 +1,29 @@
 """Pairs of a package, with its metadata, and the state of the machine that it meets."""
 
+import ctypes
 import os
 import plistlib
 import random
+import time
 
 from machine import metadata, write_tree
-from private_root import INSTALL_ROOT, RECORD, full_version
+from private_root import INSTALL_ROOT, RANDOM_IDENTIFIERS, RECORD, full_version
+
+
+def identifier_not_drawn_soon():
+    """One that no run of the next two hours draws: nobody could tell whether it has been drawn."""
+    library = ctypes.CDLL(None)
+    left = set(RANDOM_IDENTIFIERS)
+    now = int(time.time())
+    for second in range(now, now + 7200):
+        library.srand(second)
+        left.discard(library.rand() % len(RANDOM_IDENTIFIERS) + 1)
+    return min(left)
+
 
 UPDATE = 2
 OLD = {"tWebResourceInstallPath": "Resource0", "iUpdateId": 1,
-       "tFullVersion": full_version(1), "irandom": 4711}
+       "tFullVersion": full_version(1), "irandom": identifier_not_drawn_soon()}
 FOREIGN = {"another": ["kept", {"deep": b"data"}], "number": 1 << 40}
 
 SMALL = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}"}
