@@ -110,7 +110,7 @@ int main(int argc, char** argv) {
   const std::string build = "--build=";
   if (argc == 3 && build.compare(0, build.length(), argv[1], build.length()) == 0) {
     const std::string text = ReadDocument(argv[2]);
-    for (int times = std::atoi(argv[1] + build.length()); times > 0; --times) {
+    for (long times = std::strtol(argv[1] + build.length(), nullptr, 10); times > 0; --times) {
       BuildValue(text);
     }
     return 0;

@@ -27,7 +27,7 @@ QDOObject MapOf(const std::string& key, const QDOObject& member) {
 
 /// A container of either kind that only a value inside it holds: directly, or one level deeper.
 std::vector<QDOObject*> OwnersInsideTheirContainer() {
-  const auto inside = [](QDOObject container, QDOObject& member) {
+  const auto inside = [](const QDOObject& container, QDOObject& member) {
     member.set(container);
     return &member;
   };

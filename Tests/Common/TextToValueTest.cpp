@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <random>
 #include <string>
@@ -163,7 +164,10 @@ class TextMaker {
 };
 
 bool SameBits(double a, double b) {
-  return std::memcmp(&a, &b, sizeof a) == 0;
+  std::uint64_t bits[2];
+  std::memcpy(&bits[0], &a, sizeof a);
+  std::memcpy(&bits[1], &b, sizeof b);
+  return bits[0] == bits[1];
 }
 
 bool Same(const QDOObject& a, const QDOObject& b) {

@@ -43,7 +43,7 @@ std::string Described(CFPropertyListRef value) {
     return "'" + ToText(static_cast<CFStringRef>(value)) + "'";
   }
   if (CFGetTypeID(value) != CFNumberGetTypeID() ||
-      CFNumberIsFloatType(static_cast<CFNumberRef>(value))) {
+      CFNumberIsFloatType(static_cast<CFNumberRef>(value)) != 0) {
     return "other";
   }
   std::int64_t number = 0;
@@ -55,7 +55,8 @@ bool Set(CFDictionaryRef values, CFArrayRef removed) {
   const ScopedString domain = Domain();
   CFPreferencesSetMultiple(values, removed, domain.get(), kCFPreferencesAnyUser,
                            kCFPreferencesCurrentHost);
-  return CFPreferencesSynchronize(domain.get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
+  return CFPreferencesSynchronize(domain.get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost) !=
+         0;
 }
 
 bool WriteList(const std::string& list) {
@@ -73,7 +74,7 @@ bool Print() {
   const ScopedArray keys = Keys();
   const ScopedString domain = Domain();
   for (CFIndex i = 0; keys != nullptr && i < CFArrayGetCount(keys.get()); ++i) {
-    const auto key = static_cast<CFStringRef>(CFArrayGetValueAtIndex(keys.get(), i));
+    const auto* const key = static_cast<CFStringRef>(CFArrayGetValueAtIndex(keys.get(), i));
     const ScopedValue value(CFPreferencesCopyValue(key, domain.get(), kCFPreferencesAnyUser,
                                                    kCFPreferencesCurrentHost));
     members[ToText(key)] = Described(value.get());

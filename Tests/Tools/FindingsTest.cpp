@@ -93,7 +93,7 @@ std::vector<TestedPackage> Cases() {
   const std::string inner = Zip({kText}).substr(0, 35);  // its local header, name and data
   // Says that the 64-bit end record is the first byte of the file, where there is none.
   const std::string locator64 =
-      std::string("PK\6\7") + std::string(12, '\0') + std::string("\1\0\0", 4);
+      std::string("PK\6\7") + std::string(12, '\0') + std::string("\1\0\0\0", 4);
   return {
       {"", "flat", Zip({kFile, {"b", "deflated text text text text", kDeflated}})},
       {"", "directories", Zip({{"d/", ""}, {"d/e/", ""}, {"d/e/f", "x"}})},

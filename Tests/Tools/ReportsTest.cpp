@@ -371,6 +371,7 @@ files {"added":0,
   "unchanged":1}
 )");
   std::vector<ZipEntry> entries;
+  entries.reserve(16);
   for (int i = 0; i < 16; ++i) {
     entries.emplace_back("file" + std::to_string(i), "");
   }

@@ -38,7 +38,7 @@ BundleFiles FindOutput(const PackOptions& options) {
   if (options.createsOutput) {
     MakeDirectories(options.output);
   }
-  const BundleFiles files = FindBundleFiles(options.output);
+  BundleFiles files = FindBundleFiles(options.output);
   if (!options.createsOutput && names::Last(RealPath(files.directory)) != "Resources") {
     throw Error("write to", options.output,
                 "it is neither a bundle nor a Resources directory (--create writes there "
@@ -141,7 +141,8 @@ Report Pack(const PackOptions& options) {
 
 std::string ProblemOfUpdateId(const std::string& text) {
   const std::string digits = text.substr(text.rfind('-', 0) == 0 ? 1 : 0);
-  const bool isPlain = !digits.empty() && digits.find_first_not_of("0123456789") == digits.npos &&
+  const bool isPlain = !digits.empty() &&
+                       digits.find_first_not_of("0123456789") == std::string::npos &&
                        (digits.front() != '0' || text == "0");
   std::int32_t number = 0;
   const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);

@@ -53,6 +53,7 @@ struct ValueTarget {
     return !metOddKey;
   }
   static Key makeKey(const UTF8String& text) { return {text.str(), text.length()}; }
+  // NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved on
   static void insert(Object* object, Key key, Child member) {
     // The first of equal keys wins. Keys often come in order: then the end is the place.
     object->try_emplace(object->end(), std::move(key), std::move(member));
