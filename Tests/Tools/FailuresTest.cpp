@@ -444,52 +444,50 @@ TEST_F(FailuresTest, RecordThatCannotBeReadIsTold) {
 
 // Step --------------------------------------------------------------------------------------------
 
-TEST_F(FailuresTest, StepHasNoDescriptorOfTheCommandExceptTheLock) {
-  WriteFile(directory_ / "step",
-            "#!/bin/sh\n"
-            "n=0; for i in 3 4 5 6 7 8 9; do [ -e /dev/fd/$i ] && n=$((n + 1)); done; exit $n");
-  chmod((directory_ / "step").c_str(), 0755);
-  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
-  const ScopedUmask mask(022);
-  EXPECT_EQ(RunStep(directory_ / "step", *lock), "it exited with 1");
+class StepTest : public FailuresTest {
+ protected:
+  /// What is told of a step that is this shell script.
+  std::string ToldOf(const std::string& script) {
+    WriteFile(step_, "#!/bin/sh\n" + script);
+    chmod(step_.c_str(), 0755);
+    return Run();
+  }
+
+  std::string Run() {
+    const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
+    const ScopedUmask mask(022);
+    return RunStep(step_, *lock);
+  }
+
+  const std::string step_ = directory_ / "step";
+};
+
+TEST_F(StepTest, HasNoDescriptorOfTheCommandExceptTheLock) {
+  EXPECT_EQ(
+      ToldOf("n=0; for i in 3 4 5 6 7 8 9; do [ -e /dev/fd/$i ] && n=$((n + 1)); done; exit $n"),
+      "it exited with 1");
 }
 
-TEST_F(FailuresTest, StepReadsNothingAndMayWrite) {
-  WriteFile(directory_ / "step",
-            "#!/bin/sh\nread -r line && exit 3; echo x || exit 4; echo x >&2 || exit 5\n");
-  chmod((directory_ / "step").c_str(), 0755);
-  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
-  const ScopedUmask mask(022);
-  EXPECT_EQ(RunStep(directory_ / "step", *lock), "");
+TEST_F(StepTest, ReadsNothingAndMayWrite) {
+  EXPECT_EQ(ToldOf("read -r line && exit 3; echo x || exit 4; echo x >&2 || exit 5\n"), "");
 }
 
-TEST_F(FailuresTest, StepGetsTheSignalsThatTheCommandBlocks) {
-  WriteFile(directory_ / "step", "#!/bin/sh\nkill -TERM $$; exit 3\n");
-  chmod((directory_ / "step").c_str(), 0755);
-  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
-  const ScopedUmask mask(022);
+TEST_F(StepTest, GetsTheSignalsThatTheCommandBlocks) {
   sigset_t blocked;
   sigemptyset(&blocked);
   sigaddset(&blocked, SIGTERM);
   sigprocmask(SIG_BLOCK, &blocked, nullptr);
-  EXPECT_EQ(RunStep(directory_ / "step", *lock), "it was ended by signal 15");
+  EXPECT_EQ(ToldOf("kill -TERM $$; exit 3\n"), "it was ended by signal 15");
   sigprocmask(SIG_UNBLOCK, &blocked, nullptr);
 }
 
-TEST_F(FailuresTest, StepRunsWithoutANullDevice) {
-  WriteFile(directory_ / "step", "#!/bin/sh\n[ ! -e /dev/fd/0 ] && exit 3\n");
-  chmod((directory_ / "step").c_str(), 0755);
-  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
-  const ScopedUmask mask(022);
-  const FailingCall fault("open", ENXIO);
-  EXPECT_EQ(RunStep(directory_ / "step", *lock), "it exited with 3");
+TEST_F(StepTest, RunsWithoutANullDevice) {
+  const FailingCall fault("open", ENXIO, 2);  // after the lock
+  EXPECT_EQ(ToldOf("[ ! -e /dev/fd/0 ] && exit 3\n"), "it exited with 3");
 }
 
-TEST_F(FailuresTest, StepThatCannotBeRunIsTold) {
-  const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
-  const ScopedUmask mask(022);
-  EXPECT_NE(Complaint([&] { RunStep(directory_ / "none", *lock); }).find("No such file"),
-            std::string::npos);
+TEST_F(StepTest, ThatCannotBeRunIsTold) {
+  EXPECT_NE(Complaint([this] { Run(); }).find("No such file"), std::string::npos);
 }
 
 }  // namespace
