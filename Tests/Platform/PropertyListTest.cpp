@@ -437,7 +437,7 @@ TEST(PropertyListTest, SharedArraysOfABinaryListAreReadAgainFromXml) {
   EXPECT_FALSE(PropertyList::Parse(NestedBinary(12, 2)));  // which XML could not hold
 }
 
-TEST(PropertyListTest, ListThatWouldBeReadNoMoreIsNotPrinted) {
+TEST(LargePropertyListTest, ListThatWouldBeReadNoMoreIsNotPrinted) {
   auto list =
       PropertyList::Parse(Xml("<key>a</key><array>" + Repeated("<true/>", 500000) + "</array>"));
   ASSERT_TRUE(list);
@@ -781,7 +781,7 @@ TEST(PropertyListTest, BytesThatEntitiesMoveAreBounded) {
   EXPECT_TRUE(fits(moved + Repeated("&lt;", 140)));  // only what follows an entity is moved
 }
 
-TEST(PropertyListTest, XmlListHasAsManyValuesAsFitItsBoundOfMemory) {
+TEST(LargePropertyListTest, XmlListHasAsManyValuesAsFitItsBoundOfMemory) {
   constexpr int kMost = PropertyList::kLargest / 32 - 3;  // beside the key and the containers
   for (const int values : {kMost, kMost + 1}) {
     EXPECT_EQ(values == kMost,
@@ -789,7 +789,7 @@ TEST(PropertyListTest, XmlListHasAsManyValuesAsFitItsBoundOfMemory) {
   }
 }
 
-TEST(PropertyListTest, ContainersOfAnXmlListCountInItsBoundOfMemory) {
+TEST(LargePropertyListTest, ContainersOfAnXmlListCountInItsBoundOfMemory) {
   constexpr int kMost = PropertyList::kLargest / 32 - 3;  // as above
   for (const int values : {kMost - 1, kMost}) {
     EXPECT_EQ(values < kMost,
