@@ -9,7 +9,8 @@ one that does not compile, or that leaves the machine code as it is, does not. E
 copy of the whole file system that is thrown away, where it can do no harm; that needs root. Tests
 that are near the file, or have caught changes of it, run first. One that takes ten times as long as
 it should has failed: in processor time, so that a busy machine does not count as noticing. Slow and
-distant tests do not run, nor those that a changed header would be compiled into. What came out is kept in build/mutation/results.jsonl, where the next run goes on:
+distant tests do not run, nor those that a changed header would be compiled into. What came out is
+kept in build/mutation/results.jsonl, where the next run goes on:
 only changes of files that have changed since are tried again.
 
 --again: only those that have passed are tried, on all tests as they are now.
@@ -103,7 +104,8 @@ def status(test, limit):
         if test["bundle"]:
             run("cmake", "--install", BUILD, "--prefix", BUILD / "Tests/installed")
         return subprocess.run(
-            ["prlimit", f"--cpu={limit:.0f}", *MEMORY, *test["command"]], cwd=test["directory"], env=environment,
+            ["prlimit", f"--cpu={limit:.0f}", *MEMORY, *test["command"]],
+            cwd=test["directory"], env=environment,
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
             timeout=min(3 * limit, LONGEST), check=False).returncode
     except subprocess.TimeoutExpired:
