@@ -111,11 +111,7 @@ bool Record(PreferencesDomain& domain) {
 }
 
 bool Wipe(PreferencesDomain& domain) {
-  const auto keys = domain.KeyList();
-  Require(keys.has_value(), "there are keys");
-  for (const std::string& key : *keys) {
-    domain.Remove(key);
-  }
+  Require(domain.RemoveAll(), "there are keys");
   return domain.Flush();
 }
 

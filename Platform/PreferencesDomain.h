@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <optional>
 #include <string>
-#include <vector>
 
 /// One preferences domain: the values stored under an application identifier, for all users, on the
 /// current host.
@@ -31,6 +30,8 @@ class PreferencesDomain {
   void SetNumber(const std::string& key, int value);
   /// Removes the value of `key`; removing an absent one is allowed.
   void Remove(const std::string& key);
+  /// Removes every key of the domain, also one that is not UTF-8. Returns false if there is none.
+  bool RemoveAll();
 
   /// Whether `key` has a value, of whatever type.
   bool Has(const std::string& key) const;
@@ -43,9 +44,6 @@ class PreferencesDomain {
   /// The number under `key`; nothing when there is no value, when it is not a number (a boolean is
   /// not), or when it is not exactly representable as a signed 32-bit integer.
   std::optional<int> GetNumber(const std::string& key) const;
-
-  /// All keys of the domain, in no particular order; nothing when the domain has none.
-  std::optional<std::vector<std::string>> KeyList() const;
 
   /// Writes this process's changes to the disk. Returns whether that succeeded. Keys that another
   /// process has written meanwhile are kept, and seen from then on at the latest. Without changes

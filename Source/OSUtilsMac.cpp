@@ -262,14 +262,7 @@ bool OSUtils::RemoveRandom(const std::string& root) {
 
 bool OSUtils::ClearRegistry() {
   PreferencesDomain record = Record();
-  const auto keys = record.KeyList();
-  if (!keys) {
-    return false;
-  }
-  for (const std::string& key : *keys) {
-    record.Remove(key);
-  }
-  return record.Flush();
+  return record.RemoveAll() && record.Flush();
 }
 
 bool OSUtils::MakeFreshRegistry(WebRegInfo* info) {

@@ -91,6 +91,22 @@ void PreferencesDomain::Remove(const std::string& key) {
   SetValue(key, nullptr, name_);
 }
 
+// Each key is the system's own string: a copy of its text would lose a key without a UTF-8 form.
+bool PreferencesDomain::RemoveAll() {
+  const ScopedString application = WrapForever(name_);
+  if (application == nullptr) {
+    return false;
+  }
+  const ScopedCFTypeRef<CFArrayRef> keys(CFPreferencesCopyKeyList(
+      application.get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost));
+  const CFIndex count = keys != nullptr ? CFArrayGetCount(keys.get()) : 0;
+  for (CFIndex i = 0; i < count; ++i) {
+    CFPreferencesSetValue(static_cast<CFStringRef>(CFArrayGetValueAtIndex(keys.get(), i)), nullptr,
+                          application.get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
+  }
+  return count > 0;
+}
+
 bool PreferencesDomain::Has(const std::string& key) const {
   return CopyValue(key, name_) != nullptr;
 }
@@ -123,26 +139,6 @@ std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
     return std::nullopt;
   }
   return number;
-}
-
-std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
-  const ScopedString application = WrapForever(name_);
-  if (application == nullptr) {
-    return std::nullopt;
-  }
-  const ScopedCFTypeRef<CFArrayRef> list(CFPreferencesCopyKeyList(
-      application.get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost));
-  const CFIndex count = list != nullptr ? CFArrayGetCount(list.get()) : 0;
-  if (count == 0) {
-    return std::nullopt;
-  }
-  std::vector<std::string> keys;
-  for (CFIndex i = 0; i < count; ++i) {
-    if (auto key = ToUTF8(static_cast<CFStringRef>(CFArrayGetValueAtIndex(list.get(), i)))) {
-      keys.push_back(*std::move(key));
-    }
-  }
-  return keys;
 }
 
 bool PreferencesDomain::Flush() {

@@ -62,6 +62,14 @@ void PreferencesDomain::Remove(const std::string& key) {
   }
 }
 
+bool PreferencesDomain::RemoveAll() {
+  const PropertyList::Contents contents = Current(name_);
+  for (const auto& [key, value] : contents) {
+    Remove(key);
+  }
+  return !contents.empty();
+}
+
 bool PreferencesDomain::Has(const std::string& key) const {
   return Current(name_).count(key) != 0;
 }
@@ -77,14 +85,6 @@ bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_
 
 std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
   return Find<int>(name_, key);
-}
-
-std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
-  std::vector<std::string> keys;
-  for (const auto& [key, value] : Current(name_)) {
-    keys.push_back(key);
-  }
-  return keys.empty() ? std::nullopt : std::optional(std::move(keys));
 }
 
 bool PreferencesDomain::Flush() {

@@ -40,7 +40,7 @@ class AppleBackEnd : public testing::Test {
   void SetUp() override {
     std::filesystem::remove_all("/Library");
     ASSERT_TRUE(domain_.Flush());
-    ASSERT_FALSE(domain_.KeyList());
+    ASSERT_FALSE(domain_.RemoveAll());
   }
 
   void Store(int number) {
@@ -55,6 +55,11 @@ class AppleBackEnd : public testing::Test {
                          << "</dict></plist>";
     EXPECT_TRUE(domain_.Flush());
     return domain_.GetNumber("key");
+  }
+
+  static std::string FileContent() {
+    std::ifstream stream(kFile);
+    return std::string(std::istreambuf_iterator<char>(stream), {});
   }
 
   PreferencesDomain domain_{kIdentifier};
@@ -113,8 +118,6 @@ TEST_P(AppleBackEndWithout, NothingIsFoundAndNoResultIsMadeUp) {
     const auto number = domain_.GetNumber("key");
     EXPECT_TRUE(!number || *number == 1);
     EXPECT_TRUE(!domain_.GetText("text", buffer, sizeof buffer) || std::string(buffer) == "x");
-    const auto keys = domain_.KeyList();
-    EXPECT_TRUE(!keys || keys->empty() || keys->size() == 2);
     domain_.SetNumber("key", 1);
     domain_.SetText("text", "x");
     domain_.Flush();
@@ -147,7 +150,7 @@ TEST_F(AppleBackEnd, FailuresShowInTheResults) {
   const auto flush = [this] { return domain_.Flush(); };
   const auto number = [this] { return domain_.GetNumber("key").has_value(); };
   const auto text = [&] { return domain_.GetText("text", buffer, sizeof buffer); };
-  const auto keys = [this] { return domain_.KeyList().has_value(); };
+  const auto clear = [this] { return domain_.RemoveAll(); };
   const auto resources = [&] { return Bundle::GetResourcesDirectory(buffer, sizeof buffer); };
   EXPECT_TRUE(fails("CFPreferencesSynchronize", flush));
   EXPECT_TRUE(fails("CFStringCreateWithCStringNoCopy", flush));
@@ -155,11 +158,11 @@ TEST_F(AppleBackEnd, FailuresShowInTheResults) {
   EXPECT_TRUE(fails("CFNumberGetValue", number));
   EXPECT_TRUE(fails("CFNumberCreate", number));
   EXPECT_TRUE(fails("CFStringGetCString", text));
-  EXPECT_TRUE(fails("CFPreferencesCopyKeyList", keys));
+  EXPECT_TRUE(fails("CFPreferencesCopyKeyList", clear));
   EXPECT_TRUE(fails("CFBundleGetMainBundle", resources));
   EXPECT_TRUE(fails("CFBundleCopyResourcesDirectoryURL", resources));
   EXPECT_TRUE(fails("CFURLGetFileSystemRepresentation", resources));
-  EXPECT_TRUE(flush() && number() && text() && keys() && resources());
+  EXPECT_TRUE(flush() && number() && text() && resources() && clear());
 }
 
 TEST_F(AppleBackEnd, EveryObjectIsReleased) {
@@ -167,11 +170,11 @@ TEST_F(AppleBackEnd, EveryObjectIsReleased) {
     char buffer[1024];
     Store(1);
     domain_.SetText("text", "x");
-    domain_.KeyList();
     domain_.GetText("text", buffer, sizeof buffer);
     domain_.GetText("key", buffer, sizeof buffer);
     domain_.GetNumber("text");
     domain_.Remove("text");
+    domain_.RemoveAll();
     domain_.Flush();
     Bundle::GetResourcesDirectory(buffer, sizeof buffer);
   };
@@ -179,6 +182,17 @@ TEST_F(AppleBackEnd, EveryObjectIsReleased) {
   const std::size_t before = CountLiveObjects();
   use();
   EXPECT_EQ(before, CountLiveObjects());
+}
+
+// Clearing --------------------------------------------------------------------------------------
+
+TEST_F(AppleBackEnd, KeyWithoutAUtf8FormIsClearedLikeOthers) {
+  const std::string loneSurrogate = "\xED\xA0\x80";
+  EXPECT_EQ(7, NumberFrom("<integer>7</integer><key>" + loneSurrogate + "</key><true/>"));
+  EXPECT_TRUE(domain_.RemoveAll());
+  EXPECT_TRUE(domain_.Flush());
+  EXPECT_EQ(std::string::npos, FileContent().find("<key>"));
+  EXPECT_FALSE(domain_.RemoveAll());
 }
 
 // Numbers ---------------------------------------------------------------------------------------

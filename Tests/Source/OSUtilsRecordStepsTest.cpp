@@ -79,12 +79,12 @@ std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
   return number != nullptr ? std::optional<int>(*number) : std::nullopt;
 }
 
-std::optional<std::vector<std::string>> PreferencesDomain::KeyList() const {
-  std::vector<std::string> keys;
-  for (const auto& [key, value] : store.values) {
-    keys.push_back(key);
+bool PreferencesDomain::RemoveAll() {
+  const bool hasKeys = !store.values.empty();
+  while (!store.values.empty()) {
+    Remove(std::string(store.values.begin()->first));
   }
-  return keys.empty() ? std::nullopt : std::optional(keys);
+  return hasKeys;
 }
 
 bool PreferencesDomain::Flush() {

@@ -209,7 +209,7 @@ Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex size,
                            CFStringEncoding encoding) {
   Require(encoding == kCFStringEncodingUTF8, "an encoding that is not UTF-8");
   const std::string text = Get(string, Kind::kString)->Text();
-  if (Fails(__func__) || static_cast<CFIndex>(text.length()) >= size) {
+  if (Fails(__func__) || !IsUTF8(text.c_str()) || static_cast<CFIndex>(text.length()) >= size) {
     return false;
   }
   std::memcpy(buffer, text.c_str(), text.length() + 1);
