@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "BundleFiles.h"
-#include "Error.h"
 #include "Support.h"
+#include "bundle/BundleFiles.h"
+#include "support/Error.h"
+
+using namespace webresources;
 
 namespace {
 

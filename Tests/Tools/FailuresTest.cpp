@@ -12,27 +12,29 @@
 #include <filesystem>
 #include <sstream>
 
-#include "ArchiveLayout.h"
-#include "ArchiveWriter.h"
-#include "AtomicFile.h"
-#include "Check.h"
 #include "Descriptor.h"
-#include "Error.h"
 #include "FailingCall.h"
-#include "FileTree.h"
-#include "Files.h"
-#include "InstallLock.h"
-#include "Installation.h"
 #include "InstallerConstants.h"
-#include "Interruption.h"
-#include "Names.h"
 #include "PackageReader.h"
-#include "Prediction.h"
-#include "Receipt.h"
-#include "SourceTree.h"
-#include "Step.h"
 #include "Support.h"
 #include "ZipBuilder.h"
+#include "bundle/ArchiveLayout.h"
+#include "commands/Check.h"
+#include "machine/InstallLock.h"
+#include "machine/Installation.h"
+#include "machine/InstallerProcess.h"
+#include "machine/Receipt.h"
+#include "packing/ArchiveWriter.h"
+#include "packing/SourceTree.h"
+#include "prediction/FileTree.h"
+#include "prediction/Prediction.h"
+#include "support/AtomicFile.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/Progress.h"
+#include "support/Text.h"
+
+using namespace webresources;
 
 // The linker calls it instead of zlib's: see FailingCall.cpp.
 extern "C" int __real_deflateInit2_(z_streamp stream, int level, int method, int windowBits,
@@ -414,8 +416,8 @@ TEST_F(FailingLockTest, LockThatIsRemovedMeanwhileIsMadeOnceMore) {
 }
 
 TEST_F(FailingLockTest, DirectoriesThatAnotherInstallationMakesMeanwhileAreNoFailure) {
-  const FailingCall neighbour(
-      "mkdir", [this] { std::filesystem::create_directories(names::Parent(path_)); });
+  const FailingCall neighbour("mkdir",
+                              [this] { std::filesystem::create_directories(ParentOf(path_)); });
   EXPECT_EQ(TryToLock(), "");
 }
 
@@ -428,9 +430,9 @@ TEST_F(FailingLockTest, HeldLockEndsTheWaiting) {
 }
 
 TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenOrRemovedIsTold) {
-  std::filesystem::create_directories(names::Parent(path_));
+  std::filesystem::create_directories(ParentOf(path_));
   EXPECT_COMPLAINT(ComplaintWithout("write", [&] { WriteReceipt(directory_ / "", {}); }));
-  EXPECT_EQ(TreeOf(names::Parent(path_)), Tree());
+  EXPECT_EQ(TreeOf(ParentOf(path_)), Tree());
   EXPECT_COMPLAINT(ComplaintWithout("unlink", [&] { RemoveReceipt(directory_ / ""); }));
 }
 

@@ -5,16 +5,17 @@
 #include <set>
 #include <sstream>
 
-#include "ArchiveLayout.h"
-#include "BundleInspection.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
-#include "Names.h"
-#include "PackageBounds.h"
 #include "PackageComparison.h"
-#include "PackageFindings.h"
 #include "Support.h"
 #include "ZipBuilder.h"
+#include "bundle/ArchiveLayout.h"
+#include "prediction/BundleInspection.h"
+#include "prediction/PackageFindings.h"
+#include "support/Text.h"
+
+using namespace webresources;
 
 namespace {
 
@@ -223,7 +224,7 @@ std::string Said() {
     PackageReader package(path);
     for (const Finding& finding : FindInPackage(path, Predict(package))) {
       if (finding.rule->id != std::string("expansion-ratio")) {  // tells what zlib can do
-        said += names::Printable(finding.subject).substr(0, 20) + ": " + finding.reason + "\n";
+        said += Printable(finding.subject).substr(0, 20) + ": " + finding.reason + "\n";
       }
     }
   }
@@ -547,18 +548,6 @@ TEST(Rules, EntryBehindTheEndRecordIsNotListed) {
                               "directory-damaged: OrloWebResources.zip\n"),
             0U);
   EXPECT_TRUE(IsPredicted(bytes));
-}
-
-TEST(Rules, IdentifiersAreUnique) {
-  std::set<std::string> ids;
-  for (const Rule& rule : Rules()) {
-    EXPECT_TRUE(ids.insert(rule.id).second) << rule.id;
-  }
-}
-
-TEST(Rules, FindingOfNoRuleIsADefect) {
-  Findings findings;
-  EXPECT_THROW(Add(findings, "no-such-rule", "", ""), std::logic_error);
 }
 
 }  // namespace

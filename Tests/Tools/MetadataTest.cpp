@@ -2,10 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include "Error.h"
-#include "Metadata.h"
 #include "OSUtils.h"
 #include "Support.h"
+#include "bundle/Metadata.h"
+#include "support/Error.h"
+
+using namespace webresources;
 
 namespace {
 

@@ -1,35 +1,38 @@
 #include <gtest/gtest.h>
 
-#include "NameFindings.h"
-#include "Names.h"
+#include "packing/SourceTree.h"
+#include "report/NameFindings.h"
+#include "support/Text.h"
+
+using namespace webresources;
 
 namespace {
 
 TEST(Names, PrintableLeavesTextAloneAndShowsTheRestAsBytes) {
-  EXPECT_EQ(names::Printable("a \xC3\xA4/\xE2\x82\xAC"), "a \xC3\xA4/\xE2\x82\xAC");
-  EXPECT_EQ(names::Printable("a\nb\x1B[31m"), "a\\x0Ab\\x1B[31m");
-  EXPECT_EQ(names::Printable("\xE4"), "\\xE4");
-  EXPECT_EQ(names::Printable("\xC3"), "\\xC3");
-  EXPECT_EQ(names::Printable("\xE2\x80\xAE"
-                             "x"),
-            "\\xE2\\x80\\xAEx");                                // right-to-left override
-  EXPECT_EQ(names::Printable("\xEE\x80\x80"), "\xEE\x80\x80");  // of private use
+  EXPECT_EQ(Printable("a \xC3\xA4/\xE2\x82\xAC"), "a \xC3\xA4/\xE2\x82\xAC");
+  EXPECT_EQ(Printable("a\nb\x1B[31m"), "a\\x0Ab\\x1B[31m");
+  EXPECT_EQ(Printable("\xE4"), "\\xE4");
+  EXPECT_EQ(Printable("\xC3"), "\\xC3");
+  EXPECT_EQ(Printable("\xE2\x80\xAE"
+                      "x"),
+            "\\xE2\\x80\\xAEx");                         // right-to-left override
+  EXPECT_EQ(Printable("\xEE\x80\x80"), "\xEE\x80\x80");  // of private use
 }
 
 TEST(Names, FoldingTakesAwayCaseAndNormalization) {
-  EXPECT_EQ(names::Folded("ReadMe"), names::Folded("README"));
-  EXPECT_EQ(names::Folded("\xC3\x84"), names::Folded("a\xCC\x88"));
-  EXPECT_EQ(names::Folded("stra\xC3\x9F"
-                          "e"),
-            names::Folded("STRASSE"));
-  EXPECT_NE(names::Folded("a"), names::Folded("b"));
-  EXPECT_EQ(names::Folded("\xE4"), "\xE4");
+  EXPECT_EQ(Folded("ReadMe"), Folded("README"));
+  EXPECT_EQ(Folded("\xC3\x84"), Folded("a\xCC\x88"));
+  EXPECT_EQ(Folded("stra\xC3\x9F"
+                   "e"),
+            Folded("STRASSE"));
+  EXPECT_NE(Folded("a"), Folded("b"));
+  EXPECT_EQ(Folded("\xE4"), "\xE4");
 }
 
 TEST(Names, CollisionIsFoundInOneDirectoryOnly) {
-  EXPECT_EQ(names::Collisions({"a/x", "b/X"}).size(), 0U);
-  EXPECT_EQ(names::Collisions({"a/x", "a/x"}).size(), 0U);
-  const auto collisions = names::Collisions({"a/x", "a/X"});
+  EXPECT_EQ(Collisions({"a/x", "b/X"}).size(), 0U);
+  EXPECT_EQ(Collisions({"a/x", "a/x"}).size(), 0U);
+  const auto collisions = Collisions({"a/x", "a/X"});
   ASSERT_EQ(collisions.size(), 1U);
   EXPECT_EQ(collisions[0].first, "a/x");
   EXPECT_EQ(collisions[0].second, "a/X");

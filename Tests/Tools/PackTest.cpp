@@ -3,11 +3,13 @@
 
 #include <random>
 
-#include "ArchiveWriter.h"
-#include "AtomicFile.h"
-#include "Check.h"
-#include "Pack.h"
 #include "Support.h"
+#include "commands/Check.h"
+#include "commands/Pack.h"
+#include "packing/ArchiveWriter.h"
+#include "support/AtomicFile.h"
+
+using namespace webresources;
 
 namespace {
 

@@ -4,7 +4,9 @@
 #include <string>
 
 #include "PackageReader.h"
-#include "TreeComparison.h"
+#include "prediction/TreeComparison.h"
+
+namespace webresources {
 
 /// How the contents of `directory` differ, by SHA-256, from what the package at `path` should
 /// leave.
@@ -14,5 +16,7 @@ inline Differences CompareWithPackage(const std::string& path, const std::string
   const Prediction prediction = Predict(package, digests.Sink());
   return Topmost(OfContent(Compare(TreeOf(prediction, &digests), ReadTree(directory))));
 }
+
+}  // namespace webresources
 
 #endif  // TESTS_TOOLS_PACKAGECOMPARISON_H_

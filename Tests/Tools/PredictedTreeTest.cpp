@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "PredictedTree.h"
+#include "prediction/Prediction.h"
+
+using namespace webresources;
 
 namespace {
 

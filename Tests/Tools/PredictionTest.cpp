@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
-#include "Error.h"
 #include "InstallerUtils.h"
 #include "PackageComparison.h"
-#include "Prediction.h"
 #include "Support.h"
 #include "ZipBuilder.h"
+#include "prediction/Prediction.h"
+#include "support/Error.h"
+
+using namespace webresources;
 
 namespace {
 

@@ -4,18 +4,20 @@
 
 #include <regex>
 
-#include "Check.h"
-#include "Diff.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
-#include "Names.h"
 #include "OSUtils.h"
-#include "Plan.h"
 #include "PreferencesDomain.h"
-#include "Status.h"
 #include "Support.h"
-#include "Verify.h"
 #include "ZipBuilder.h"
+#include "commands/Check.h"
+#include "commands/Diff.h"
+#include "commands/Plan.h"
+#include "commands/Status.h"
+#include "commands/Verify.h"
+#include "support/Text.h"
+
+using namespace webresources;
 
 namespace {
 
@@ -54,7 +56,7 @@ class ReportsTest : public testing::Test {
       text += line + "\n";
     }
     for (const Finding& finding : report.findings) {
-      text += std::string(finding.rule->id) + " " + names::Printable(finding.subject) + ": " +
+      text += std::string(finding.rule->id) + " " + Printable(finding.subject) + ": " +
               finding.reason + "\n";
     }
     for (const std::string& line : report.summary) {
@@ -78,7 +80,7 @@ class ReportsTest : public testing::Test {
 
 TEST_F(ReportsTest, PlanTellsFilesLeftoversRecordAndBytes) {
   PlanOptions options;
-  options.root = root_;
+  options.hostRoot = root_;
   options.bundle = directory_ / "8.app";
   EXPECT_EQ(Said(Plan(options)), R"(status 0
 changed  d/f  (4 -> 6 bytes)
@@ -124,7 +126,7 @@ leftovers [{"name":"Resource1"}]
 TEST_F(ReportsTest, PlanOfWhatIsInstalledChangesNothing) {
   fs::remove(installRoot_ + "Resource1");
   PlanOptions options;
-  options.root = root_;
+  options.hostRoot = root_;
   options.bundle = directory_ / "7.app";
   EXPECT_EQ(Said(Plan(options)), R"(status 0
 files: 0 added, 0 changed, 0 removed, 3 unchanged
@@ -158,7 +160,7 @@ TEST_F(ReportsTest, PlanThatRefusesTellsWhy) {
   record_.SetNumber("iUpdateId", 9);
   record_.Flush();
   PlanOptions options;
-  options.root = root_;
+  options.hostRoot = root_;
   options.bundle = directory_ / "8.app";
   EXPECT_EQ(Said(Plan(options)), R"(status 1
 newer-installed */root/I/: update 9 is installed, and the bundle has update 8

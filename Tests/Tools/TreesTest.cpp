@@ -2,13 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include "AtomicFile.h"
-#include "Digest.h"
-#include "Error.h"
-#include "Names.h"
-#include "Suggestion.h"
 #include "Support.h"
-#include "TreeChanges.h"
+#include "prediction/TreeComparison.h"
+#include "support/AtomicFile.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/Text.h"
+
+using namespace webresources;
 
 namespace {
 
@@ -122,18 +123,18 @@ TEST(Trees, DiskIsReadWithoutFollowingOrOpeningAnythingElse) {
     found += item.path + std::to_string(static_cast<int>(item.type)) + " ";
   }
   EXPECT_EQ(found, ".0 d0 fifo2 file1 link2 ");
-  EXPECT_EQ(digests::ToText(*ReadTree(directory / "")[3].sha256),
+  EXPECT_EQ(DigestText(*ReadTree(directory / "")[3].sha256),
             "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 
 TEST(Digest, TextIsReadBack) {
   const Sha256::Digest digest = Sha256().Finish();
-  EXPECT_EQ(digests::FromText(digests::ToText(digest)), digest);
+  EXPECT_EQ(DigestFrom(DigestText(digest)), digest);
   for (const char* text : {"", "00", "zz"}) {
-    EXPECT_THROW(digests::FromText(text), std::invalid_argument) << text;
+    EXPECT_THROW(DigestFrom(text), std::invalid_argument) << text;
   }
   try {
-    digests::FromText("zz");
+    DigestFrom("zz");
   } catch (const std::invalid_argument& error) {
     EXPECT_STREQ(error.what(), "it is not a SHA-256 digest: zz");
   }
@@ -145,19 +146,19 @@ TEST(Digest, LinkAndFifoAreNotRead) {
   fs::create_symlink("file", std::string(directory / "link"));
   ASSERT_EQ(mkfifo(std::string(directory / "fifo").c_str(), 0644), 0);
   for (const char* name : {"link", "fifo", "missing"}) {
-    EXPECT_THROW(digests::OfFile(directory / name), Error) << name;
+    EXPECT_THROW(DigestOfFile(directory / name), Error) << name;
   }
 }
 
 TEST(Names, HexadecimalIsReadBack) {
-  EXPECT_EQ(names::FromHexadecimal(names::Hexadecimal("\xE4\x01z")), "\xE4\x01z");
+  EXPECT_EQ(FromHexadecimal(Hexadecimal("\xE4\x01z")), "\xE4\x01z");
   for (const char* text : {"0", "0g", "G0", "000"}) {
-    EXPECT_EQ(names::FromHexadecimal(text), "") << text;
+    EXPECT_EQ(FromHexadecimal(text), "") << text;
   }
 }
 
 TEST(Names, JsonEscapesWhatATerminalMustNotGet) {
-  EXPECT_EQ(names::JsonPrintable("{\n\"\x7f\xC2\x9B\xE2\x80\xAE\xF3\xA0\x80\x81\xC3\xA4\"}"),
+  EXPECT_EQ(JsonPrintable("{\n\"\x7f\xC2\x9B\xE2\x80\xAE\xF3\xA0\x80\x81\xC3\xA4\"}"),
             "{\n\"\\u007f\\u009b\\u202e\\udb40\\udc01\xC3\xA4\"}");
 }
 

@@ -2,19 +2,22 @@
 
 #include <gtest/gtest.h>
 
-#include "Diff.h"
 #include "FailingCall.h"
-#include "Install.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
 #include "OSUtils.h"
 #include "PreferencesDomain.h"
-#include "Receipt.h"
-#include "Repair.h"
-#include "Status.h"
 #include "Support.h"
-#include "Verify.h"
 #include "ZipBuilder.h"
+#include "commands/Diff.h"
+#include "commands/Install.h"
+#include "commands/Status.h"
+#include "commands/Verify.h"
+#include "machine/HostCheck.h"
+#include "machine/Receipt.h"
+#include "support/Text.h"
+
+using namespace webresources;
 
 namespace {
 
@@ -35,7 +38,7 @@ class VerifyTest : public testing::Test {
     record_.SetText("tFullVersion", OSUtils::CompleteVersion(7));
     record_.SetNumber("irandom", 42);
     record_.Flush();
-    options_.root = directory_ / "root";
+    options_.hostRoot = directory_ / "root";
     options_.bundle = directory_ / "X.app";
   }
   ~VerifyTest() override { record_.Flush(); }
@@ -64,7 +67,7 @@ class VerifyTest : public testing::Test {
     fs::remove_all(directory_ / "root");
     fs::create_directories(RecordPath());
     InstallOptions options;
-    options.root = options_.root;
+    options.hostRoot = options_.hostRoot;
     options.bundle = *options_.bundle;
     return options;
   }
@@ -280,7 +283,7 @@ TEST_F(VerifyTest, RecordThatCannotBeReadCannotTell) {
 }
 
 TEST_F(VerifyTest, HostThatIsNotThereCannotTell) {
-  options_.root = directory_ / "none";
+  options_.hostRoot = directory_ / "none";
   EXPECT_THROW(Verify(options_), Error);
 }
 
@@ -323,7 +326,7 @@ TEST_F(VerifyTest, StatusWithoutAReceiptSaysThatOnlyTheRecordWasCompared) {
   struct stat status = {};
   ASSERT_EQ(stat(installed_.c_str(), &status), 0);
   StatusOptions options;
-  options.root = options_.root;
+  options.hostRoot = options_.hostRoot;
   const Report report = Status(options);
   EXPECT_EQ(report.status, 0);
   EXPECT_NE(report.summary.back().find("only the record was compared"), std::string::npos);
@@ -332,7 +335,7 @@ TEST_F(VerifyTest, StatusWithoutAReceiptSaysThatOnlyTheRecordWasCompared) {
 
 TEST_F(VerifyTest, PlanDrawsANewIdentifierForOneOutOfRange) {
   PlanOptions options;
-  options.root = options_.root;
+  options.hostRoot = options_.hostRoot;
   options.bundle = *options_.bundle;
   options.isForced = true;
   const auto random = [&options] { return Plan(options).details["recordAfter"]["random"]; };
@@ -349,7 +352,7 @@ TEST_F(VerifyTest, PlanDrawsANewIdentifierForOneOutOfRange) {
 
 TEST_F(VerifyTest, StatusWithoutADirectoryCountsNoFiles) {
   fs::rename(installed_, installRoot_ + "other");
-  EXPECT_EQ(Status({options_.root, false}).details["files"], 0);
+  EXPECT_EQ(Status({options_.hostRoot, false}).details["files"], 0);
 }
 
 TEST_F(VerifyTest, ReceiptOfAnotherVersionDoesNotStandInForThePackage) {
@@ -375,10 +378,10 @@ TEST_F(VerifyTest, DirectoriesAboveThoseOfTheProductMayBeClosed) {
 TEST_F(VerifyTest, ReceiptOfAnotherUpdateIsTold) {
   const Receipt receipt{6, "", "", "", {}};
   Findings findings;
-  EXPECT_FALSE(FindInReceipt(receipt, ReadInstallation(options_.root), findings));
+  EXPECT_FALSE(FindInReceipt(receipt, ReadInstallation(options_.hostRoot), findings));
   record_.Remove("iUpdateId");
   record_.Flush();
-  EXPECT_FALSE(FindInReceipt(receipt, ReadInstallation(options_.root), findings));
+  EXPECT_FALSE(FindInReceipt(receipt, ReadInstallation(options_.hostRoot), findings));
   EXPECT_EQ(findings[0].reason, "it is of update 6, and update 7 is recorded");
   EXPECT_EQ(findings[1].reason, "it is of update 6, and no update is recorded");
 }
@@ -388,13 +391,13 @@ TEST(Receipt, TimeIsThatOfGreenwich) {
 }
 
 TEST_F(VerifyTest, ReceiptHasTheVersionThatWroteIt) {
-  WriteReceipt(options_.root, {7, "", "", "0", {}});
+  WriteReceipt(options_.hostRoot, {7, "", "", "0", {}});
   Findings findings;
-  EXPECT_EQ(ReadReceipt(options_.root, findings)->version, WEBRESOURCES_VERSION);
+  EXPECT_EQ(ReadReceipt(options_.hostRoot, findings)->version, WEBRESOURCES_VERSION);
 }
 
 TEST_F(VerifyTest, IdentifierThatIsInOrderOnASecondLookIsKept) {
-  Installation seen = ReadInstallation(options_.root);
+  Installation seen = ReadInstallation(options_.hostRoot);
   seen.record.random = 0;
   RepairWhatARunKeeps(seen);
   EXPECT_EQ(record_.GetNumber("irandom"), 42);
@@ -403,14 +406,14 @@ TEST_F(VerifyTest, IdentifierThatIsInOrderOnASecondLookIsKept) {
 TEST_F(VerifyTest, IdentifierOutOfRangeIsRemoved) {
   record_.SetNumber("irandom", 0);
   record_.Flush();
-  RepairWhatARunKeeps(ReadInstallation(options_.root));
+  RepairWhatARunKeeps(ReadInstallation(options_.hostRoot));
   EXPECT_EQ(record_.GetNumber("irandom"), std::nullopt);
 }
 
 TEST_F(VerifyTest, RepairThatFailsIsTold) {
   record_.SetNumber("irandom", 0);
   record_.Flush();
-  const Installation installation = ReadInstallation(options_.root);
+  const Installation installation = ReadInstallation(options_.hostRoot);
   {
     const FailingCall fault("renameat", EIO);
     try {
@@ -433,7 +436,7 @@ TEST_F(VerifyTest, InstallThatCannotReadTheRecordOfAFreshHostTouchesNothing) {
 
 TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMade) {
   const InstallOptions options = OnAFreshHost();
-  const std::string lock = BesideInstallRoot(options.root, ".WebResources.lock");
+  const std::string lock = BesideInstallRoot(options.hostRoot, ".WebResources.lock");
   const FailingCall neighbour("openat", [&lock] {
     fs::create_directories(fs::path(lock).parent_path());
     WriteFile(lock, "");

@@ -134,8 +134,9 @@ class InstallTest(Case):
 
     def test_documentation_lists_every_rule_with_its_severity(self):
         rules = re.findall(r'\{"([a-z0-9-]+)",\s*Severity::(\w+)',
-                           (SOURCE / 'Tools/webresources/report/Rules.cpp').read_text())
+                           (SOURCE / 'Tools/webresources/report/Rules.h').read_text())
         self.assertGreater(len(rules), 40)
+        self.assertEqual(len(rules), len(dict(rules)), 'an identifier is there twice')
         documented = {}
         text = (SOURCE / 'Documentation/webresources.md').read_text()
         for names, severity in re.findall(r'^\| (`.*?`) \| (error|warning) \|', text, re.M):
@@ -146,7 +147,7 @@ class InstallTest(Case):
         tests = ''.join(path.read_text() for pattern in ('*Test.cpp', 'test_install.py')
                         for path in (SOURCE / 'Tests/Tools').glob(pattern))
         rules = re.findall(r'\{"([a-z0-9-]+)",\s*Severity::',
-                           (SOURCE / 'Tools/webresources/report/Rules.cpp').read_text())
+                           (SOURCE / 'Tools/webresources/report/Rules.h').read_text())
         self.assertEqual([rule for rule in rules if not re.search(f'"{rule}[ "]', tests)], [])
 
 

@@ -8,17 +8,17 @@
 #include <iostream>
 #include <sstream>
 
-#include "Check.h"
-#include "Diff.h"
-#include "Install.h"
-#include "Names.h"
-#include "Pack.h"
-#include "Plan.h"
-#include "Progress.h"
-#include "Status.h"
-#include "Suggestion.h"
-#include "Verify.h"
+#include "commands/Check.h"
+#include "commands/Diff.h"
+#include "commands/Install.h"
+#include "commands/Pack.h"
+#include "commands/Plan.h"
+#include "commands/Status.h"
+#include "commands/Verify.h"
+#include "support/Progress.h"
+#include "support/Text.h"
 
+namespace webresources {
 namespace {
 
 /// The options of all commands, and the command to run with them.
@@ -118,7 +118,7 @@ void AddRoot(CLI::App* command, std::string& root) {
 
 /// The options of what `verify` and `installcheck` share.
 void AddVerifyOptions(CLI::App* command, VerifyOptions& options) {
-  AddRoot(command, options.root);
+  AddRoot(command, options.hostRoot);
   command->add_flag("--ignore-modes", options.ignoresModes, "Do not compare modes and owners");
 }
 
@@ -170,14 +170,14 @@ void AddPlan(CLI::App& app, CommandLine& line) {
       AddCommand(app, line, "plan", "Tell what install would change on this machine", "plan X.app",
                  [&line] { return Plan(line.plan); });
   AddPlanOptions(command, line.plan);
-  AddRoot(command, line.plan.root);
+  AddRoot(command, line.plan.hostRoot);
 }
 
 void AddStatus(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       AddCommand(app, line, "status", "Tell what is installed here, and if it is sound", "status",
                  [&line] { return Status(line.status); });
-  AddRoot(command, line.status.root);
+  AddRoot(command, line.status.hostRoot);
   command->add_flag("--ignore-modes", line.status.ignoresModes, "Do not compare modes and owners");
 }
 
@@ -187,10 +187,6 @@ void AddDiff(CLI::App& app, CommandLine& line) {
   command->add_option("BEFORE", line.diff.before, "A bundle")->required();
   command->add_option("AFTER", line.diff.after, "The bundle that replaces it")->required();
   AddMaxSize(command, line.diff.maxSize);
-}
-
-void Complain(const CommandLine& line, const char* what) {
-  std::cerr << "webresources " << line.name << ": " << names::Printable(what) << '\n';
 }
 
 int Run(const CommandLine& line) {
@@ -206,18 +202,11 @@ int Run(const CommandLine& line) {
     Print(report, line.asJson);
     return report.status;
   } catch (const std::exception& error) {
-    Complain(line, error.what());
+    PrintError("webresources " + line.name + ": " + error.what());
     if (line.asJson) {
       Print(ReportOf(line.name, error), true);
     }
     return kCouldNotTell;
-  }
-}
-
-void PrintLines(const std::string& text) {
-  std::istringstream lines(text);
-  for (std::string line; std::getline(lines, line);) {
-    std::cerr << names::Printable(line) << '\n';
   }
 }
 
@@ -238,10 +227,10 @@ int Explain(const CLI::App& app, const CLI::ParseError& error, const std::string
   const std::vector<std::string> commands = CommandsOf(app);
   if (command.empty() || command.front() == '-' ||
       std::find(commands.begin(), commands.end(), command) != commands.end()) {
-    PrintLines(complaint.str());
+    PrintError(complaint.str());
   } else {
     const std::string meant = Suggestion(command, commands);
-    PrintLines("webresources: there is no command " + command +
+    PrintError("webresources: there is no command " + command +
                (meant.empty() ? "" : ". Did you mean " + meant + "?"));
   }
   return kUsage;
@@ -257,9 +246,7 @@ void OpenClosedStreams() {
   close(file);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int ParseAndRun(int argc, char** argv) {
   OpenClosedStreams();
   CLI::App app("Packs, checks, installs and verifies web resources", "webresources");
   app.set_version_flag("--version", WEBRESOURCES_VERSION);
@@ -277,7 +264,16 @@ int main(int argc, char** argv) {
   try {
     return Run(line);
   } catch (const Error& error) {
-    Complain(line, error.what());  // the document of an error could not be written, either
+    PrintError("webresources " + line.name + ": " +
+               error.what());  // the document of an error could not be written, either
     return kCouldNotTell;
   }
+}
+
+}  // namespace
+
+}  // namespace webresources
+
+int main(int argc, char** argv) {
+  return webresources::ParseAndRun(argc, argv);
 }

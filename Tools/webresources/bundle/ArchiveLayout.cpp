@@ -1,4 +1,4 @@
-#include "ArchiveLayout.h"
+#include "bundle/ArchiveLayout.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -8,8 +8,10 @@
 #include <numeric>
 
 #include "Descriptor.h"
-#include "Error.h"
 #include "Uninterrupted.h"
+#include "support/Error.h"
+
+namespace webresources {
 
 namespace {
 
@@ -304,3 +306,5 @@ std::optional<ArchiveLayout> ReadArchiveLayout(const std::string& path) {
   ReadDirectory(file, *end, layout);
   return layout;
 }
+
+}  // namespace webresources

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+namespace webresources {
+
 /// Where things lie in the bytes of a zip file, for what the installer's reader does not show:
 /// where entries begin and end, and whether their two headers agree.
 ///
@@ -38,5 +40,7 @@ struct ArchiveLayout {
 /// Reads the layout of the file at `path`. Returns nothing if the file has no end record, or one
 /// that contradicts the size of the file. Throws Error if the file cannot be read.
 std::optional<ArchiveLayout> ReadArchiveLayout(const std::string& path);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_BUNDLE_ARCHIVELAYOUT_H_

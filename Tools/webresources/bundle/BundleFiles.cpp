@@ -1,10 +1,12 @@
-#include "BundleFiles.h"
+#include "bundle/BundleFiles.h"
 
 #include <unistd.h>
 
-#include "Error.h"
-#include "Files.h"
 #include "InstallerConstants.h"
+#include "support/Error.h"
+#include "support/Files.h"
+
+namespace webresources {
 
 BundleFiles FindBundleFiles(std::string path) {
   while (path.length() > 1 && path.back() == '/') {
@@ -24,3 +26,5 @@ BundleFiles FindBundleFiles(std::string path) {
   }
   return {path, path + "/" + kPackageFileName, path + "/" + kMetadataFileName};
 }
+
+}  // namespace webresources

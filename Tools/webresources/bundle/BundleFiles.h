@@ -3,6 +3,8 @@
 
 #include <string>
 
+namespace webresources {
+
 /// Where a bundle has the two files that the installer reads.
 struct BundleFiles {
   std::string directory;  ///< The Resources directory, without a trailing "/".
@@ -14,5 +16,7 @@ struct BundleFiles {
 /// its Resources directory. The two files need not exist. Throws Error if `path` is not a
 /// directory, or if its contents cannot be read.
 BundleFiles FindBundleFiles(std::string path);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_BUNDLE_BUNDLEFILES_H_

@@ -1,4 +1,4 @@
-#include "Metadata.h"
+#include "bundle/Metadata.h"
 
 #include <algorithm>
 #include <cstdint>
@@ -7,13 +7,16 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "Error.h"
-#include "Files.h"
 #include "InstallerConstants.h"
 #include "MetadataHelper.h"
 #include "OSUtils.h"
 #include "QDOException.h"
 #include "QDOJSONParser.h"
+#include "report/Rules.h"
+#include "support/Error.h"
+#include "support/Files.h"
+
+namespace webresources {
 
 namespace {
 
@@ -87,7 +90,7 @@ class MetadataFinder {
 
   Metadata Find() {
     if (StateOf(path_) == FileState::Missing) {
-      AddHere("metadata-missing", "the run ends before anything is written");
+      AddHere(kMetadataMissing, "the run ends before anything is written");
     } else {
       FindInFile();
     }
@@ -106,24 +109,24 @@ class MetadataFinder {
     }
     QDOObject object = QDOJSONParser::fromJSON(word_, true);
     if (object.getType() != QDOObject::Map) {
-      AddHere(words.count > 1 ? "metadata-blank" : "metadata-not-object",
+      AddHere(words.count > 1 ? kMetadataBlank : kMetadataNotObject,
               word_.empty() ? "it holds no word"
                             : "the installer reads its last word, which is no object: " + word_);
       return;
     }
     if (words.count > 1) {
-      AddHere("metadata-ignored-text", "the installer reads only its last word");
+      AddHere(kMetadataIgnoredText, "the installer reads only its last word");
     }
     if (words.last != word_) {
-      AddHere("metadata-ignored-text", "the installer reads its last word up to a zero byte");
+      AddHere(kMetadataIgnoredText, "the installer reads its last word up to a zero byte");
     }
     if (!nlohmann::json::accept(word_)) {
-      AddHere("metadata-syntax",
+      AddHere(kMetadataSyntax,
               "it is not standard JSON; the installer reads what it can of it: " + word_);
     }
     const std::set<std::string> repeated = RepeatedMembers(word_);
     for (const std::string& member : repeated) {
-      AddTo("metadata-repeated-member", member,
+      AddTo(kMetadataRepeatedMember, member,
             "it is there more than once; the installer reads the first one");
     }
     Query(object.getMap());
@@ -152,21 +155,21 @@ class MetadataFinder {
     }
     const auto member = members.find(name);
     if (member == members.end()) {
-      AddTo("metadata-member-missing", name, "it is missing");
+      AddTo(kMetadataMemberMissing, name, "it is missing");
     } else if (name == "updateid" && member->second.getType() == QDOObject::Int64) {
-      AddTo("metadata-updateid-range", name, "it does not fit 32 bits");
+      AddTo(kMetadataUpdateidRange, name, "it does not fit 32 bits");
     } else {
-      AddTo("metadata-member-type", name, "its value has another type");
+      AddTo(kMetadataMemberType, name, "its value has another type");
     }
   }
 
   void FindInUpdateId(int updateId) {
     const std::string version = OSUtils::CompleteVersion(updateId);
     if (updateId == WebRegInfo().updateId) {
-      AddTo("metadata-updateid-absent", "updateid",
+      AddTo(kMetadataUpdateidAbsent, "updateid",
             "-1 means that no number is recorded: the next run with \"clear\" loses it");
     } else if (version.substr(version.rfind('.') + 1) != std::to_string(updateId)) {
-      AddTo("metadata-updateid-cut", "updateid", "the full version will be " + version);
+      AddTo(kMetadataUpdateidCut, "updateid", "the full version will be " + version);
     }
   }
 
@@ -174,15 +177,17 @@ class MetadataFinder {
   void FindMisreading(int updateId) {
     const std::optional<double> written = NumberIn(word_, "updateid");
     if (written && *written != updateId) {
-      AddTo("metadata-updateid-misread", "updateid",
+      AddTo(kMetadataUpdateidMisread, "updateid",
             "it is too large: the installer reads it as " + std::to_string(updateId));
     }
   }
 
-  void AddHere(const char* id, const std::string& reason) { AddTo(id, kMetadataFileName, reason); }
+  void AddHere(const Rule& rule, const std::string& reason) {
+    AddTo(rule, kMetadataFileName, reason);
+  }
 
-  void AddTo(const char* id, const std::string& subject, const std::string& reason) {
-    Add(metadata_.findings, id, subject, reason);
+  void AddTo(const Rule& rule, const std::string& subject, const std::string& reason) {
+    Add(metadata_.findings, rule, subject, reason);
   }
 
   const std::string& path_;
@@ -209,3 +214,5 @@ std::string Describe(Metadata::RunOutcome outcome) {
       return "exits with 0 when all is done";
   }
 }
+
+}  // namespace webresources

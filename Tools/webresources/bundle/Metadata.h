@@ -4,7 +4,9 @@
 #include <optional>
 #include <string>
 
-#include "Finding.h"
+#include "report/Finding.h"
+
+namespace webresources {
 
 /// What a metadata file makes a run do. The answers come from the installer's own MetadataHelper.
 struct Metadata {
@@ -32,5 +34,7 @@ Metadata ReadMetadata(const std::string& path);
 /// Says what a run with `outcome` does, for people, as the rest of a sentence that begins with "a
 /// run".
 std::string Describe(Metadata::RunOutcome outcome);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_BUNDLE_METADATA_H_

@@ -1,4 +1,4 @@
-#include "Check.h"
+#include "commands/Check.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -6,14 +6,16 @@
 #include <iomanip>
 #include <sstream>
 
-#include "BundleFiles.h"
-#include "Files.h"
 #include "InstallerConstants.h"
-#include "Interruption.h"
-#include "Metadata.h"
 #include "OSUtils.h"
-#include "PackageFindings.h"
-#include "TreeComparison.h"
+#include "bundle/BundleFiles.h"
+#include "bundle/Metadata.h"
+#include "prediction/PackageFindings.h"
+#include "prediction/TreeComparison.h"
+#include "support/Files.h"
+#include "support/Progress.h"
+
+namespace webresources {
 
 using Action = EntryPrediction::Action;
 using RunOutcome = Metadata::RunOutcome;
@@ -230,7 +232,7 @@ Report Check(const CheckOptions& options) {
     examined = Examine(resources.package, options.prove);
     report.findings = FindInPackage(resources.package, examined.prediction);
   }
-  report.findings.insert(report.findings.end(), metadata.findings.begin(), metadata.findings.end());
+  Append(report.findings, metadata.findings);
   report.SetStatus();
   if (isRead) {
     ReportEntries(examined.prediction, options, report);
@@ -241,3 +243,5 @@ Report Check(const CheckOptions& options) {
   }
   return report;
 }
+
+}  // namespace webresources

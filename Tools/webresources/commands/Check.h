@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <string>
 
-#include "PackageBounds.h"
-#include "Report.h"
+#include "prediction/PackageFindings.h"
+#include "report/Report.h"
+
+namespace webresources {
 
 struct CheckOptions {
   std::string path;    ///< A bundle or its Resources directory.
@@ -22,5 +24,7 @@ struct CheckOptions {
 /// from which everything is removed again, also after SIGHUP, SIGINT and SIGTERM. Throws Error if
 /// the bundle cannot be read, or the proof cannot be made.
 Report Check(const CheckOptions& options);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_COMMANDS_CHECK_H_

@@ -1,14 +1,15 @@
-#include "Diff.h"
+#include "commands/Diff.h"
 
-#include "BundleInspection.h"
-#include "TreeChanges.h"
+#include "prediction/BundleInspection.h"
+#include "prediction/TreeComparison.h"
+
+namespace webresources {
 
 namespace {
 
 BundleInspection Inspect(const std::string& path, const DiffOptions& options, Report& report) {
   BundleInspection bundle = InspectBundle(path, options.maxSize);
-  const Findings errors = ErrorsOf(bundle.findings);
-  report.findings.insert(report.findings.end(), errors.begin(), errors.end());
+  Append(report.findings, ErrorsOf(bundle.findings));
   return bundle;
 }
 
@@ -26,3 +27,5 @@ Report Diff(const DiffOptions& options) {
   }
   return report;
 }
+
+}  // namespace webresources

@@ -3,8 +3,10 @@
 
 #include <string>
 
-#include "PackageBounds.h"
-#include "Report.h"
+#include "prediction/PackageFindings.h"
+#include "report/Report.h"
+
+namespace webresources {
 
 struct DiffOptions {
   std::string before;                       ///< A bundle or its Resources directory.
@@ -15,5 +17,7 @@ struct DiffOptions {
 /// What changes from one bundle to another: the files that a run leaves of each. The status is 1 if
 /// there are changes, or if a bundle has errors. Throws Error if a bundle cannot be read.
 Report Diff(const DiffOptions& options);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_COMMANDS_DIFF_H_

@@ -1,12 +1,15 @@
-#include "Install.h"
+#include "commands/Install.h"
 
 #include <sys/stat.h>
 
-#include "Error.h"
-#include "InstallLock.h"
-#include "MachineState.h"
-#include "Repair.h"
-#include "Step.h"
+#include "machine/HostCheck.h"
+#include "machine/InstallLock.h"
+#include "machine/InstallPlan.h"
+#include "machine/InstallerProcess.h"
+#include "report/Rules.h"
+#include "support/Error.h"
+
+namespace webresources {
 
 namespace {
 
@@ -23,20 +26,20 @@ void WriteReceiptOf(const ExpectedBundle& bundle, const std::string& prefix) {
 void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
                   const std::string& step, const InstallLock& lock, const Installation& before,
                   Report& report) {
-  RemoveReceipt(options.root);  // of what is about to go
+  RemoveReceipt(options.hostRoot);  // of what is about to go
   RepairWhatARunKeeps(before);
   const std::string end = RunStep(step, lock.descriptor());
   if (!end.empty()) {
-    Add(report.findings, "step-failed", step, end);
+    Add(report.findings, kStepFailed, step, end);
   }
-  const MachineState after = CompareWithBundle(options.root, bundle, options.ignoresModes);
+  const MachineState after = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
   ReportInstallation(after.installation, report);
-  report.findings.insert(report.findings.end(), after.findings.begin(), after.findings.end());
+  Append(report.findings, after.findings);
   if (!report.findings.empty()) {
     Conclude("failed", kHasFindings, "the installation is not as it should be", report);
     return;
   }
-  WriteReceiptOf(bundle, options.root);
+  WriteReceiptOf(bundle, options.hostRoot);
   Conclude("installed", kAsItShouldBe,
            "installed: update " + std::to_string(bundle.UpdateId()) + ", " +
                std::to_string(FilesOf(bundle.tree)) + " files, " +
@@ -53,7 +56,7 @@ void Refuse(const InstallPlan& plan, Report& report) {
 void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
   ReportInstallation(plan.installation, report);
   if (plan.needsReceipt) {
-    WriteReceiptOf(bundle, plan.installation.prefix);
+    WriteReceiptOf(bundle, plan.installation.hostRoot);
   }
   Conclude("up-to-date", kAsItShouldBe, "up to date", report);
 }
@@ -63,7 +66,7 @@ void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& r
 /// under the lock decides.
 bool IsRefusedUntouched(const InstallOptions& options, const ExpectedBundle& bundle,
                         Report& report) {
-  if (bundle.errors.empty() && InstallLock::IsThere(options.root)) {
+  if (bundle.errors.empty() && InstallLock::IsThere(options.hostRoot)) {
     return false;
   }
   try {
@@ -75,7 +78,7 @@ bool IsRefusedUntouched(const InstallOptions& options, const ExpectedBundle& bun
   } catch (const Error&) {
     // A first installation beside this one makes the lock and changes what is looked at. Under the
     // lock the same look is told if it fails.
-    if (!InstallLock::IsThere(options.root)) {
+    if (!InstallLock::IsThere(options.hostRoot)) {
       throw;
     }
   }
@@ -104,7 +107,9 @@ Report Install(const InstallOptions& options) {
     return report;
   }
   const std::string step = StepOf(bundle.files);
-  const InstallLock lock(options.root, options.wait);
+  const InstallLock lock(options.hostRoot, options.wait);
   InstallLocked(options, bundle, lock, step, report);
   return report;
 }
+
+}  // namespace webresources

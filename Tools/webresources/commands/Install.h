@@ -3,8 +3,10 @@
 
 #include <chrono>
 
-#include "Plan.h"
-#include "Report.h"
+#include "machine/InstallPlan.h"
+#include "report/Report.h"
+
+namespace webresources {
 
 struct InstallOptions : PlanOptions {
   std::chrono::seconds wait{0};  ///< How long to wait for another installation.
@@ -25,5 +27,7 @@ struct InstallOptions : PlanOptions {
 /// not. A process that is killed at any point leaves nothing that the next call does not put right.
 /// Throws Error if something cannot be read or written.
 Report Install(const InstallOptions& options);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_COMMANDS_INSTALL_H_

@@ -1,17 +1,18 @@
-#include "Pack.h"
+#include "commands/Pack.h"
 
 #include <charconv>
 #include <cstdlib>
 #include <sstream>
 
-#include "ArchiveWriter.h"
-#include "AtomicFile.h"
-#include "BundleFiles.h"
-#include "Files.h"
-#include "Interruption.h"
-#include "Metadata.h"
-#include "Names.h"
-#include "Progress.h"
+#include "bundle/BundleFiles.h"
+#include "bundle/Metadata.h"
+#include "packing/ArchiveWriter.h"
+#include "support/AtomicFile.h"
+#include "support/Files.h"
+#include "support/Progress.h"
+#include "support/Text.h"
+
+namespace webresources {
 
 namespace {
 
@@ -39,7 +40,7 @@ BundleFiles FindOutput(const PackOptions& options) {
     MakeDirectories(options.output);
   }
   BundleFiles files = FindBundleFiles(options.output);
-  if (!options.createsOutput && names::Last(RealPath(files.directory)) != "Resources") {
+  if (!options.createsOutput && LastOf(RealPath(files.directory)) != "Resources") {
     throw Error("write to", options.output,
                 "it is neither a bundle nor a Resources directory (--create writes there "
                 "nevertheless)");
@@ -154,3 +155,5 @@ std::string ProblemOfUpdateId(const std::string& text) {
                    std::to_string(kSmallestUpdateId) + " to " + std::to_string(kLargestUpdateId) +
                    ", in decimal digits without leading zeros";
 }
+
+}  // namespace webresources

@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <string>
 
-#include "Report.h"
-#include "SourceTree.h"
+#include "packing/SourceTree.h"
+#include "report/Report.h"
+
+namespace webresources {
 
 struct PackOptions {
   std::string directory;       ///< What to pack.
@@ -31,5 +33,7 @@ constexpr std::int32_t kLargestUpdateId = 999999999;
 /// Returns what is wrong with `text` as an update number, or an empty string. An update number has
 /// decimal digits, after a "-" if it is negative, no leading zeros, and is in the range above.
 std::string ProblemOfUpdateId(const std::string& text);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_COMMANDS_PACK_H_

@@ -1,49 +1,17 @@
-#include "Plan.h"
+#include "commands/Plan.h"
 
-#include "Files.h"
 #include "InstallerConstants.h"
-#include "MachineState.h"
-#include "Repair.h"
-#include "TreeChanges.h"
+#include "machine/HostCheck.h"
+#include "machine/InstallPlan.h"
+#include "prediction/TreeComparison.h"
+#include "report/Rules.h"
+#include "support/Files.h"
+
+namespace webresources {
 
 namespace {
 
 using Outcome = InstallPlan::Outcome;
-
-constexpr std::uint64_t kBlock = 4096;  // what a file takes at least, on most file systems
-
-std::uint64_t BytesNeeded(const FileTree& tree) {
-  std::uint64_t needed = 0;
-  for (const FileItem& item : tree) {
-    needed += (item.size + kBlock - 1) / kBlock * kBlock + kBlock;
-  }
-  return needed;
-}
-
-/// What is in the place of the directory that a run would make, so that it would install nothing.
-std::string BlockedPath(const InstallPlan& plan) {
-  const std::string fresh = plan.installation.root + plan.freshDirectory;
-  if (!plan.installation.isRootUsable) {
-    return plan.installation.root;
-  }
-  return Exists(fresh) ? fresh : "";
-}
-
-void FindObstacles(const PlanOptions& options, const ExpectedBundle& bundle, InstallPlan& plan) {
-  if (!options.allowsDowngrade && IsNewerInstalled(plan.installation, bundle)) {
-    Add(plan.findings, "newer-installed", plan.installation.root,
-        "update " + std::to_string(plan.installation.record.updateId) +
-            " is installed, and the bundle has update " + std::to_string(bundle.UpdateId()));
-  }
-  if (const std::string path = BlockedPath(plan); !path.empty()) {
-    Add(plan.findings, "root-blocked", path, "it is in the place of a directory");
-  }
-  if (plan.bytesNeeded > plan.bytesFree) {
-    Add(plan.findings, "no-space", plan.installation.root,
-        "it needs " + std::to_string(plan.bytesNeeded) + " bytes, and " +
-            std::to_string(plan.bytesFree) + " are free");
-  }
-}
 
 bool WillDrawRandom(const Installation& installation, const ExpectedBundle& bundle) {
   return bundle.metadata.regenerate.value_or(false) || IsRandomUnusable(installation) ||
@@ -66,8 +34,9 @@ Json RecordAfter(const InstallPlan& plan, const ExpectedBundle& bundle) {
 }
 
 FileTree InstalledTree(const Installation& installation) {
-  return installation.directory.empty() ? FileTree()
-                                        : ReadTree(installation.root + installation.directory);
+  return installation.directory.empty()
+             ? FileTree()
+             : ReadTree(installation.installRoot + installation.directory);
 }
 
 /// What goes beside the installed directory.
@@ -146,33 +115,6 @@ const char* Conclusion(Outcome outcome) {
 
 }  // namespace
 
-ExpectedBundle ReadBundle(const PlanOptions& options) {
-  Findings ignored;
-  return ReadBundle(options.bundle, ReadReceipt(options.root, ignored), options.maxSize);
-}
-
-InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle) {
-  InstallPlan plan;
-  plan.findings = bundle.errors;
-  if (!plan.findings.empty()) {
-    plan.installation = ReadInstallation(options.root);
-    return plan;
-  }
-  MachineState state = CompareWithBundle(options.root, bundle, options.ignoresModes);
-  plan.installation = std::move(state.installation);
-  plan.needsReceipt = !state.hasReceipt || !state.receiptFindings.empty();
-  plan.freshDirectory = OSUtils::GetUniqueDirectoryName(plan.installation.root);
-  plan.bytesNeeded = BytesNeeded(bundle.tree);
-  plan.bytesFree = FreeBytes(plan.installation);
-  if (state.findings.empty() && !options.isForced) {
-    plan.outcome = Outcome::UpToDate;
-    return plan;
-  }
-  FindObstacles(options, bundle, plan);
-  plan.outcome = plan.findings.empty() ? Outcome::Install : Outcome::Refuse;
-  return plan;
-}
-
 Report Plan(const PlanOptions& options) {
   const ExpectedBundle bundle = ReadBundle(options);
   const InstallPlan plan = MakePlan(options, bundle);
@@ -188,3 +130,5 @@ Report Plan(const PlanOptions& options) {
   report.summary.push_back(Conclusion(plan.outcome));
   return report;
 }
+
+}  // namespace webresources

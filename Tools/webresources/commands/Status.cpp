@@ -1,8 +1,11 @@
-#include "Status.h"
+#include "commands/Status.h"
 
-#include "FileTree.h"
-#include "Files.h"
-#include "SelfCheck.h"
+#include "machine/HostCheck.h"
+#include "prediction/FileTree.h"
+#include "support/Files.h"
+#include "support/Text.h"
+
+namespace webresources {
 
 namespace {
 
@@ -28,14 +31,14 @@ std::string Soundness(const SelfCheck& check) {
 }  // namespace
 
 Report Status(const StatusOptions& options) {
-  const SelfCheck check = CheckInstallation(options.root, options.ignoresModes);
+  const SelfCheck check = CheckInstallation(options.hostRoot, options.ignoresModes);
   const Installation& installation = check.installation;
   Report report("status");
   report.findings = check.findings;
   report.SetStatus();
   ReportInstallation(installation, report);
   const bool isThere = !installation.directory.empty();
-  const std::string directory = installation.root + installation.directory;
+  const std::string directory = installation.installRoot + installation.directory;
   const FileTree tree = isThere ? ReadTree(directory, Checksum::None) : FileTree();
   const std::string since = isThere ? Since(check, directory) : "";
   PutName(report.details, "directory", isThere ? directory : "");
@@ -53,3 +56,5 @@ Report Status(const StatusOptions& options) {
       "since:     " + (since.empty() ? "never" : since), "sound:     " + Soundness(check)};
   return report;
 }
+
+}  // namespace webresources

@@ -1,13 +1,11 @@
-#include "Verify.h"
+#include "commands/Verify.h"
 
-#include "MachineState.h"
-#include "SelfCheck.h"
+#include "machine/HostCheck.h"
+#include "machine/InstallPlan.h"
+
+namespace webresources {
 
 namespace {
-
-void Append(Findings& findings, const Findings& more) {
-  findings.insert(findings.end(), more.begin(), more.end());
-}
 
 void RequireComplete(const ExpectedBundle& bundle) {
   if (bundle.metadata.outcome != Metadata::RunOutcome::Complete) {
@@ -18,9 +16,9 @@ void RequireComplete(const ExpectedBundle& bundle) {
 
 void VerifyWithBundle(const VerifyOptions& options, Report& report) {
   Findings ignored;
-  const ExpectedBundle bundle = ReadBundle(*options.bundle, ReadReceipt(options.root, ignored));
+  const ExpectedBundle bundle = ReadBundle(*options.bundle, ReadReceipt(options.hostRoot, ignored));
   RequireComplete(bundle);
-  const MachineState state = CompareWithBundle(options.root, bundle, options.ignoresModes);
+  const MachineState state = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
   ReportInstallation(state.installation, report);
   report.findings = bundle.errors;
   Append(report.findings, state.findings);
@@ -28,7 +26,7 @@ void VerifyWithBundle(const VerifyOptions& options, Report& report) {
 }
 
 void VerifyAlone(const VerifyOptions& options, Report& report) {
-  const SelfCheck check = CheckInstallation(options.root, options.ignoresModes);
+  const SelfCheck check = CheckInstallation(options.hostRoot, options.ignoresModes);
   ReportInstallation(check.installation, report);
   report.findings = check.findings;
   report.details["comparedWith"] = check.receipt ? "receipt" : "record";
@@ -74,7 +72,7 @@ void Conclude(int status, const std::string& text, Report& report) {
 }
 
 void CheckMachine(const VerifyOptions& options, const ExpectedBundle& bundle, Report& report) {
-  MachineState state = CompareWithBundle(options.root, bundle, options.ignoresModes);
+  MachineState state = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
   ReportInstallation(state.installation, report);
   report.findings = state.findings;
   Append(report.findings, state.receiptFindings);
@@ -93,7 +91,8 @@ Report InstallCheck(const VerifyOptions& options) {
   Report report("installcheck");
   try {
     Findings ignored;
-    const ExpectedBundle bundle = ReadBundle(*options.bundle, ReadReceipt(options.root, ignored));
+    const ExpectedBundle bundle =
+        ReadBundle(*options.bundle, ReadReceipt(options.hostRoot, ignored));
     if (bundle.errors.empty()) {
       CheckMachine(options, bundle, report);
     } else {
@@ -106,3 +105,5 @@ Report InstallCheck(const VerifyOptions& options) {
   }
   return report;
 }
+
+}  // namespace webresources

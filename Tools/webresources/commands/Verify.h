@@ -4,11 +4,13 @@
 #include <optional>
 #include <string>
 
-#include "Report.h"
+#include "report/Report.h"
+
+namespace webresources {
 
 struct VerifyOptions {
   std::optional<std::string> bundle;  ///< None: compare with the receipt, or with the record alone.
-  std::string root;                   ///< Of the installed system's files; empty for this one's.
+  std::string hostRoot;               ///< Of the installed system's files; empty for this one's.
   bool ignoresModes = false;          ///< Do not compare modes and owners.
 };
 
@@ -21,5 +23,7 @@ Report Verify(const VerifyOptions& options);
 /// if the bundle's update or a newer one is installed, 2 if the bundle has errors: `install` would
 /// refuse it. What cannot be told counts as to be installed; nothing is thrown for it.
 Report InstallCheck(const VerifyOptions& options);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_COMMANDS_VERIFY_H_

@@ -1,4 +1,4 @@
-#include "InstallLock.h"
+#include "machine/InstallLock.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -9,18 +9,20 @@
 #include <thread>
 
 #include "DirectoryChain.h"
-#include "Error.h"
-#include "Files.h"
-#include "Installation.h"
-#include "Names.h"
-#include "Progress.h"
+#include "machine/Installation.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/Progress.h"
+#include "support/Text.h"
+
+namespace webresources {
 
 namespace {
 
 constexpr std::chrono::milliseconds kPoll{20};
 
-std::string LockPath(const std::string& prefix) {
-  return BesideInstallRoot(prefix, ".WebResources.lock");
+std::string LockPath(const std::string& hostRoot) {
+  return BesideInstallRoot(hostRoot, ".WebResources.lock");
 }
 
 /// Makes the directory with its missing ancestors. Not OSUtils::EnsureDirectoryExists(), which
@@ -33,7 +35,7 @@ bool MakeDirectories(const std::string& path) {
 }
 
 Descriptor Open(const std::string& path) {
-  const std::string directory = names::Parent(path);
+  const std::string directory = ParentOf(path);
   if (!MakeDirectories(directory)) {
     throw Error::FromErrno("make", directory);
   }
@@ -66,9 +68,11 @@ Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
 
 }  // namespace
 
-InstallLock::InstallLock(const std::string& prefix, std::chrono::milliseconds wait)
-    : file_(Lock(LockPath(prefix), wait)) {}
+InstallLock::InstallLock(const std::string& hostRoot, std::chrono::milliseconds wait)
+    : file_(Lock(LockPath(hostRoot), wait)) {}
 
-bool InstallLock::IsThere(const std::string& prefix) {
-  return Exists(LockPath(prefix));
+bool InstallLock::IsThere(const std::string& hostRoot) {
+  return Exists(LockPath(hostRoot));
 }
+
+}  // namespace webresources

@@ -6,6 +6,8 @@
 
 #include "Descriptor.h"
 
+namespace webresources {
+
 /// The right to change a host's installation: one holder at a time.
 ///
 /// The lock is on a file beside the install root, which the run empties; only the user who
@@ -14,13 +16,13 @@
 /// its parent is killed, no second run begins before the step has ended.
 class InstallLock {
  public:
-  /// Waits for the lock of the host whose file system lies at `prefix`, at most `wait`, and says so
-  /// on a terminal. Makes the directory that holds the install root if it is missing. Throws Error
-  /// if the lock cannot be had.
-  InstallLock(const std::string& prefix, std::chrono::milliseconds wait);
+  /// Waits for the lock of the host whose file system lies at `hostRoot`, at most `wait`, and says
+  /// so on a terminal. Makes the directory that holds the install root if it is missing. Throws
+  /// Error if the lock cannot be had.
+  InstallLock(const std::string& hostRoot, std::chrono::milliseconds wait);
 
   /// Whether the lock's file is there: an `install` has been run there before.
-  static bool IsThere(const std::string& prefix);
+  static bool IsThere(const std::string& hostRoot);
 
   /// The descriptor that holds the lock.
   int descriptor() const { return *file_; }
@@ -28,5 +30,7 @@ class InstallLock {
  private:
   Descriptor file_;
 };
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_MACHINE_INSTALLLOCK_H_

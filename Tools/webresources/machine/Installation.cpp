@@ -1,11 +1,13 @@
-#include "Installation.h"
+#include "machine/Installation.h"
 
 #include <sys/stat.h>
 
-#include "Error.h"
-#include "Files.h"
 #include "InstallerConstants.h"
-#include "Names.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/Text.h"
+
+namespace webresources {
 
 namespace {
 
@@ -32,24 +34,24 @@ std::optional<int> Installation::UpdateId() const {
 }
 
 bool Installation::HasDirectory(const std::string& name) const {
-  const std::string path = root + name;
+  const std::string path = installRoot + name;
   struct stat status = {};
   return lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-Installation ReadInstallation(const std::string& prefix) {
-  if (!prefix.empty() && !IsDirectory(prefix)) {
-    throw Error("read", prefix, "it is not a directory");
+Installation ReadInstallation(const std::string& hostRoot) {
+  if (!hostRoot.empty() && !IsDirectory(hostRoot)) {
+    throw Error("read", hostRoot, "it is not a directory");
   }
   Installation installation;
-  installation.prefix = prefix;
-  installation.root = prefix + OSUtils::GetPellamResourceDirectory();
-  if (!OSUtils::InfoUnder(prefix, &installation.record)) {
-    const std::string host = prefix.empty() ? "this host" : prefix;
+  installation.hostRoot = hostRoot;
+  installation.installRoot = hostRoot + OSUtils::GetPellamResourceDirectory();
+  if (!OSUtils::InfoUnder(hostRoot, &installation.record)) {
+    const std::string host = hostRoot.empty() ? "this host" : hostRoot;
     throw Error("read", "the record of " + host, "it is not readable here");
   }
-  installation.states = OSUtils::StatesUnder(prefix);
-  const std::string root = names::Parent(installation.root);
+  installation.states = OSUtils::StatesUnder(hostRoot);
+  const std::string root = ParentOf(installation.installRoot);
   installation.isRootUsable = !Exists(root) || IsDirectory(root);
   if (installation.isRootUsable && StateOf(root) == FileState::Present) {
     installation.names = NamesIn(root);
@@ -58,8 +60,8 @@ Installation ReadInstallation(const std::string& prefix) {
   return installation;
 }
 
-std::string BesideInstallRoot(const std::string& prefix, const std::string& name) {
-  return names::Parent(names::Parent(prefix + OSUtils::GetPellamResourceDirectory())) + "/" + name;
+std::string BesideInstallRoot(const std::string& hostRoot, const std::string& name) {
+  return ParentOf(ParentOf(hostRoot + OSUtils::GetPellamResourceDirectory())) + "/" + name;
 }
 
 bool IsBareName(const std::string& name) {
@@ -67,9 +69,9 @@ bool IsBareName(const std::string& name) {
 }
 
 std::uint64_t FreeBytes(const Installation& installation) {
-  std::string path = names::Parent(installation.root);
+  std::string path = ParentOf(installation.installRoot);
   while (!path.empty() && !Exists(path)) {
-    path = names::Parent(path);
+    path = ParentOf(path);
   }
   return FreeBytesAt(path.empty() ? "/" : path);
 }
@@ -84,6 +86,8 @@ Json ToJson(const WebRegInfo& record) {
 }
 
 void ReportInstallation(const Installation& installation, Report& report) {
-  PutName(report.details, "installRoot", installation.root);
+  PutName(report.details, "installRoot", installation.installRoot);
   report.details["record"] = ToJson(installation.record);
 }
+
+}  // namespace webresources

@@ -7,13 +7,15 @@
 #include <vector>
 
 #include "OSUtils.h"
-#include "Report.h"
+#include "report/Report.h"
+
+namespace webresources {
 
 /// What is installed on a host: the record, and the names under the install root. Contents of files
 /// are not read; see ReadTree().
 struct Installation {
-  std::string prefix;              ///< Where the host's file system lies; empty for this host.
-  std::string root;                ///< The install root, with the prefix; ends in "/".
+  std::string hostRoot;            ///< Where the host's file system lies; empty for this host.
+  std::string installRoot;         ///< The install root below `hostRoot`; ends in "/".
   bool isRootUsable = true;        ///< False if something other than a directory is in its place.
   WebRegInfo record;               ///< Values that are absent or unusable have their defaults.
   OSUtils::RecordStates states;    ///< Tells absent values from unusable ones.
@@ -32,13 +34,13 @@ struct Installation {
   bool HasDirectory(const std::string& name) const;
 };
 
-/// Reads what is installed on the host whose file system lies at `prefix`; empty for this host.
+/// Reads what is installed on the host whose file system lies at `hostRoot`; empty for this host.
 /// Throws Error if that cannot be read.
-Installation ReadInstallation(const std::string& prefix);
+Installation ReadInstallation(const std::string& hostRoot);
 
 /// The path of `name` beside the install root of that host: what has to survive a run, which
 /// empties the root, lies there.
-std::string BesideInstallRoot(const std::string& prefix, const std::string& name);
+std::string BesideInstallRoot(const std::string& hostRoot, const std::string& name);
 
 /// `record` as a member of a document.
 Json ToJson(const WebRegInfo& record);
@@ -51,5 +53,7 @@ bool IsBareName(const std::string& name);
 
 /// The bytes that are free for this user where the install root is or will be.
 std::uint64_t FreeBytes(const Installation& installation);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_MACHINE_INSTALLATION_H_

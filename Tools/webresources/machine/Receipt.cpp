@@ -1,4 +1,4 @@
-#include "Receipt.h"
+#include "machine/Receipt.h"
 
 #include <unistd.h>
 
@@ -7,12 +7,14 @@
 #include <ctime>
 #include <fstream>
 
-#include "AtomicFile.h"
-#include "Digest.h"
-#include "Files.h"
 #include "InstallerConstants.h"
-#include "Names.h"
-#include "Report.h"
+#include "report/Report.h"
+#include "report/Rules.h"
+#include "support/AtomicFile.h"
+#include "support/Files.h"
+#include "support/Text.h"
+
+namespace webresources {
 
 namespace {
 
@@ -23,7 +25,7 @@ Json ToJson(const FileItem& item) {
   PutName(json, "path", item.path);
   if (item.type == FileItem::Type::File) {
     json["size"] = item.size;
-    json["sha256"] = digests::ToText(*item.sha256);
+    json["sha256"] = DigestText(*item.sha256);
   }
   char mode[8] = {};
   std::snprintf(mode, sizeof mode, "%04o", *item.mode);
@@ -50,7 +52,7 @@ FileItem ItemOf(const Json& json) {
   if (json.at("type") == "file") {
     item.type = FileItem::Type::File;
     item.size = json.at("size").get<std::uint64_t>();
-    item.sha256 = digests::FromText(json.at("sha256").get<std::string>());
+    item.sha256 = DigestFrom(json.at("sha256").get<std::string>());
   }
   return item;
 }
@@ -75,20 +77,12 @@ Receipt ReceiptOf(const Json& json) {
 
 }  // namespace
 
-std::string TimeText(std::time_t seconds) {
-  std::tm time = {};
-  gmtime_r(&seconds, &time);
-  char text[32] = {};
-  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &time);
-  return text;
+std::string ReceiptPath(const std::string& hostRoot) {
+  return BesideInstallRoot(hostRoot, kFileName);
 }
 
-std::string ReceiptPath(const std::string& prefix) {
-  return BesideInstallRoot(prefix, kFileName);
-}
-
-std::optional<Receipt> ReadReceipt(const std::string& prefix, Findings& findings) {
-  const std::string path = ReceiptPath(prefix);
+std::optional<Receipt> ReadReceipt(const std::string& hostRoot, Findings& findings) {
+  const std::string path = ReceiptPath(hostRoot);
   if (StateOf(path) == FileState::Missing) {
     return std::nullopt;
   }
@@ -96,21 +90,21 @@ std::optional<Receipt> ReadReceipt(const std::string& prefix, Findings& findings
     std::ifstream stream(path);
     return ReceiptOf(Json::parse(stream));
   } catch (const std::exception& error) {
-    Add(findings, "receipt-damaged", path, error.what());
+    Add(findings, kReceiptDamaged, path, error.what());
     return std::nullopt;
   }
 }
 
-void WriteReceipt(const std::string& prefix, Receipt receipt) {
+void WriteReceipt(const std::string& hostRoot, Receipt receipt) {
   receipt.time = TimeText(std::time(nullptr));
   receipt.version = WEBRESOURCES_VERSION;
-  AtomicFile file(ReceiptPath(prefix));
+  AtomicFile file(ReceiptPath(hostRoot));
   file.Write(Text(ToJson(receipt)));
   file.CommitDurably();
 }
 
-void RemoveReceipt(const std::string& prefix) {
-  const std::string path = ReceiptPath(prefix);
+void RemoveReceipt(const std::string& hostRoot) {
+  const std::string path = ReceiptPath(hostRoot);
   if (unlink(path.c_str()) != 0 && errno != ENOENT) {
     throw Error::FromErrno("remove", path);
   }
@@ -120,8 +114,10 @@ bool FindInReceipt(const Receipt& receipt, const Installation& installation, Fin
   const auto recorded = installation.UpdateId();
   if (receipt.updateId != recorded) {
     const std::string found = recorded ? "update " + std::to_string(*recorded) : "no update";
-    Add(findings, "receipt-differs", ReceiptPath(installation.prefix),
+    Add(findings, kReceiptDiffers, ReceiptPath(installation.hostRoot),
         "it is of update " + std::to_string(receipt.updateId) + ", and " + found + " is recorded");
   }
   return receipt.updateId == recorded;
 }
+
+}  // namespace webresources

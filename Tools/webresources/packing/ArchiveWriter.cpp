@@ -1,4 +1,4 @@
-#include "ArchiveWriter.h"
+#include "packing/ArchiveWriter.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,9 +8,11 @@
 #include <ctime>
 
 #include "Descriptor.h"
-#include "Error.h"
-#include "Names.h"
 #include "Uninterrupted.h"
+#include "support/Error.h"
+#include "support/Text.h"
+
+namespace webresources {
 
 namespace {
 
@@ -150,7 +152,7 @@ void ArchiveWriter::OpenEntry(const std::string& name, bool isDirectory, bool is
   Require(zipOpenNewFileInZip4_64(archive_.get(), name.c_str(), &info, nullptr, 0, nullptr, 0,
                                   nullptr, isDeflated ? Z_DEFLATED : 0, Z_DEFAULT_COMPRESSION,
                                   kIsRaw, -MAX_WBITS, MAX_MEM_LEVEL - 1, Z_DEFAULT_STRATEGY,
-                                  nullptr, 0, kMadeBy, names::IsAscii(name) ? 0 : kUtf8Flag,
+                                  nullptr, 0, kMadeBy, IsAscii(name) ? 0 : kUtf8Flag,
                                   kIn64Bits) == ZIP_OK);
 }
 
@@ -198,3 +200,5 @@ void ArchiveWriter::Require(bool isDone) const {
     throw Error::FromErrno("write", path_);
   }
 }
+
+}  // namespace webresources

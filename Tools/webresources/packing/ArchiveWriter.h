@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+namespace webresources {
+
 /// Writes a zip archive of less than 4 GiB. Its bytes depend on the names, the data and the time
 /// that the caller gives, and on the version of zlib; on nothing else. Every operation throws Error
 /// when it fails; the archive is then unusable, and the caller removes the file.
@@ -73,5 +75,7 @@ class ArchiveWriter {
   std::vector<unsigned char> output_;
   std::vector<unsigned char> spool_;  ///< Deflated data, up to the limit.
 };
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_PACKING_ARCHIVEWRITER_H_

@@ -1,18 +1,74 @@
-#include "SourceTree.h"
+#include "packing/SourceTree.h"
 
 #include <fnmatch.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <set>
+#include <string_view>
 #include <utility>
 
-#include "Error.h"
-#include "Files.h"
 #include "InstallerConstants.h"
-#include "NameFindings.h"
-#include "Names.h"
 #include "PackageReader.h"
+#include "report/NameFindings.h"
+#include "report/Rules.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/Text.h"
+
+namespace webresources {
+
+namespace {
+
+/// Components that begin and end in certain ways, and who leaves such files behind.
+struct Junk {
+  std::string_view begin;
+  std::string_view end;  ///< Without data if the component is `begin` and nothing else.
+  const char* owner;
+
+  bool Is(std::string_view component) const {
+    if (end.data() == nullptr) {
+      return component == begin;
+    }
+    return component.length() >= begin.length() + end.length() &&
+           component.substr(0, begin.length()) == begin &&
+           component.substr(component.length() - end.length()) == end;
+  }
+};
+
+constexpr std::string_view kWhole;
+constexpr char kMacOs[] = "macOS keeps it for itself";
+constexpr char kWindows[] = "Windows keeps it for itself";
+constexpr char kVersionControl[] = "it belongs to a version-control system";
+constexpr char kBackup[] = "it is an editor's backup";
+
+constexpr Junk kJunk[] = {
+    {".DS_Store", kWhole, kMacOs},
+    {"__MACOSX", kWhole, kMacOs},
+    {"._", "", kMacOs},
+    {"Thumbs.db", kWhole, kWindows},
+    {"desktop.ini", kWhole, kWindows},
+    {"Desktop.ini", kWhole, kWindows},
+    {".git", kWhole, kVersionControl},
+    {".svn", kWhole, kVersionControl},
+    {".hg", kWhole, kVersionControl},
+    {".bzr", kWhole, kVersionControl},
+    {"_darcs", kWhole, kVersionControl},
+    {"CVS", kWhole, kVersionControl},
+    {"", "~", kBackup},
+    {".", ".swp", kBackup},
+    {".", ".swo", kBackup},
+    {"#", "#", kBackup},
+};
+
+const char* JunkOwner(std::string_view component) {
+  const auto* const junk =
+      std::find_if(std::begin(kJunk), std::end(kJunk),
+                   [component](const Junk& candidate) { return candidate.Is(component); });
+  return junk != std::end(kJunk) ? junk->owner : nullptr;
+}
+
+}  // namespace
 
 namespace {
 
@@ -40,7 +96,7 @@ class Collector {
                         const struct stat& status) {
     const std::pair<dev_t, ino_t> identity(status.st_dev, status.st_ino);
     if (!above_.insert(identity).second) {
-      Refuse("link-broken", prefix, "it points to a directory that contains it");
+      Refuse(kLinkBroken, prefix, "it points to a directory that contains it");
       return;
     }
     for (const std::string& name : NamesIn(path)) {
@@ -59,11 +115,11 @@ class Collector {
     }
     if (S_ISLNK(status.st_mode)) {
       if (!selection_.followLinks) {
-        Refuse("link-entry", name, "it is a symbolic link, and the installer makes none");
+        Refuse(kLinkEntry, name, "it is a symbolic link, and the installer makes none");
         return;
       }
       if (stat(path.c_str(), &status) != 0) {
-        Refuse("link-broken", name, "what it points to does not exist");
+        Refuse(kLinkBroken, name, "what it points to does not exist");
         return;
       }
     }
@@ -73,12 +129,12 @@ class Collector {
     } else if (S_ISREG(status.st_mode)) {
       AddItem(name, path, false, static_cast<std::uint64_t>(status.st_size));
     } else {
-      Refuse("special-file", name, "it is neither a file nor a directory");
+      Refuse(kSpecialFile, name, "it is neither a file nor a directory");
     }
   }
 
   bool IsLeftOut(const std::string& name) {
-    const std::string junk = JunkReason(names::Last(name));
+    const std::string junk = JunkReason(LastOf(name));
     if (!junk.empty() && FindMatching(selection_.kept, name) == nullptr) {
       tree_.leftOut.push_back({name, "junk: " + junk});
       return true;
@@ -96,7 +152,7 @@ class Collector {
     const auto found = std::find_if(globs.begin(), globs.end(), [&name](const std::string& glob) {
       const bool isPath = glob.find('/') != std::string::npos;
       return fnmatch(glob.c_str(), name.c_str(), 0) == 0 ||
-             (!isPath && fnmatch(glob.c_str(), names::Last(name).c_str(), 0) == 0);
+             (!isPath && fnmatch(glob.c_str(), LastOf(name).c_str(), 0) == 0);
     });
     return found != globs.end() ? &*found : nullptr;
   }
@@ -104,14 +160,14 @@ class Collector {
   void AddItem(const std::string& name, const std::string& path, bool isDirectory,
                std::uint64_t size) {
     if (PackageReader::KindOf(name.c_str(), name.length()) == PackageEntry::Kind::NameTooLong) {
-      Refuse("name-too-long", name, "its name has " + std::to_string(name.length()) + " bytes");
-    } else if (!names::IsUtf8(name)) {
-      Refuse("name-not-utf8", name, "its name is not UTF-8, which a volume may refuse");
+      Refuse(kNameTooLong, name, "its name has " + std::to_string(name.length()) + " bytes");
+    } else if (!IsUtf8(name)) {
+      Refuse(kNameNotUtf8, name, "its name is not UTF-8, which a volume may refuse");
     } else if (const std::string part = UncleanPart(name); !part.empty()) {
-      Refuse("name-unclean", name, part);
+      Refuse(kNameUnclean, name, part);
     }
     if (size > kLargestPackage) {
-      Refuse("package-too-large", name, "it has " + std::to_string(size) + " bytes");
+      Refuse(kPackageTooLarge, name, "it has " + std::to_string(size) + " bytes");
     } else {
       size_ += size;
     }
@@ -122,19 +178,19 @@ class Collector {
   /// Data that does not shrink is stored, so only the sum of all sizes is sure to be enough.
   void RefuseSize() {
     if (size_ > kLargestPackage) {
-      Refuse("package-too-large", kPackageFileName,
+      Refuse(kPackageTooLarge, kPackageFileName,
              "its files have " + std::to_string(size_) + " bytes together");
     }
   }
 
   void RefuseMissing() {
     if (tree_.items.empty()) {
-      Refuse("package-empty", kPackageFileName, "there is nothing to pack");
+      Refuse(kPackageEmpty, kPackageFileName, "there is nothing to pack");
     }
     for (const std::string& name : selection_.required) {
       const auto isRequired = [&name](const SourceTree::Item& item) { return item.name == name; };
       if (std::none_of(tree_.items.begin(), tree_.items.end(), isRequired)) {
-        Refuse("required-missing", name, "no file of this name is packed");
+        Refuse(kRequiredMissing, name, "no file of this name is packed");
       }
     }
   }
@@ -147,8 +203,8 @@ class Collector {
     AddCollisions(tree_.refused, paths);
   }
 
-  void Refuse(const char* id, const std::string& name, const std::string& reason) {
-    Add(tree_.refused, id, name, reason);
+  void Refuse(const Rule& rule, const std::string& name, const std::string& reason) {
+    Add(tree_.refused, rule, name, reason);
   }
 
   const Selection& selection_;
@@ -162,3 +218,16 @@ class Collector {
 SourceTree CollectSource(const std::string& path, const Selection& selection) {
   return Collector(selection).Collect(path);
 }
+
+std::string JunkReason(const std::string& path) {
+  for (std::size_t start = 0; start < path.length();) {
+    const std::size_t end = std::min(path.find('/', start), path.length());
+    if (const char* owner = JunkOwner(std::string_view(path).substr(start, end - start))) {
+      return owner;
+    }
+    start = end + 1;
+  }
+  return {};
+}
+
+}  // namespace webresources

@@ -4,7 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "Finding.h"
+#include "report/Finding.h"
+
+namespace webresources {
 
 /// What of a directory goes into a package. A glob without "/" is compared with the name of a file
 /// or directory, any other with its path; "*" matches "/", too.
@@ -35,5 +37,12 @@ struct SourceTree {
 /// Lists the directory at `path` with everything in it. Reads no file. Throws Error if the
 /// directory, or one in it, cannot be read.
 SourceTree CollectSource(const std::string& path, const Selection& selection);
+
+/// Says whose file or folder `path` is, or is in, if no product needs it: macOS's, Windows's, that
+/// of a version-control system, or an editor's backup. Returns an empty string for any other path.
+/// Only names count. A directory's path may end in "/".
+std::string JunkReason(const std::string& path);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_PACKING_SOURCETREE_H_

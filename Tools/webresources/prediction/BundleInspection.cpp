@@ -1,7 +1,8 @@
-#include "BundleInspection.h"
+#include "prediction/BundleInspection.h"
 
-#include "PackageBounds.h"
-#include "PackageFindings.h"
+#include "prediction/PackageFindings.h"
+
+namespace webresources {
 
 namespace {
 
@@ -25,7 +26,8 @@ BundleInspection InspectBundle(const std::string& path, std::uint64_t maxSize) {
   bundle.files = FindBundleFiles(path);
   bundle.metadata = ReadMetadata(bundle.files.metadata);
   InspectPackage(bundle.files.package, maxSize, bundle);
-  bundle.findings.insert(bundle.findings.end(), bundle.metadata.findings.begin(),
-                         bundle.metadata.findings.end());
+  Append(bundle.findings, bundle.metadata.findings);
   return bundle;
 }
+
+}  // namespace webresources

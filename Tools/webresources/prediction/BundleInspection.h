@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <string>
 
-#include "BundleFiles.h"
-#include "FileTree.h"
-#include "Finding.h"
-#include "Metadata.h"
+#include "bundle/BundleFiles.h"
+#include "bundle/Metadata.h"
+#include "prediction/FileTree.h"
+#include "report/Finding.h"
+
+namespace webresources {
 
 /// All that a bundle's two files say: what a run will leave, and what is wrong with them.
 struct BundleInspection {
@@ -22,5 +24,7 @@ struct BundleInspection {
 /// of each entry once, unless the package can hold more than `maxSize` bytes. Throws Error if
 /// something cannot be read; that the package or the metadata is missing is a finding.
 BundleInspection InspectBundle(const std::string& path, std::uint64_t maxSize);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_PREDICTION_BUNDLEINSPECTION_H_

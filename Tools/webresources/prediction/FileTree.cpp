@@ -1,4 +1,4 @@
-#include "FileTree.h"
+#include "prediction/FileTree.h"
 
 #include <sys/stat.h>
 #include <zlib.h>
@@ -6,10 +6,11 @@
 #include <algorithm>
 #include <numeric>
 
-#include "Digest.h"
-#include "Error.h"
-#include "Files.h"
-#include "Progress.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/Progress.h"
+
+namespace webresources {
 
 namespace {
 
@@ -75,7 +76,7 @@ void AddChecksums(const std::string& directory, Checksum checksum, FileTree& tre
     }
     const std::string path = directory + "/" + item.path;
     if (checksum == Checksum::Sha256) {
-      item.sha256 = digests::OfFile(path);
+      item.sha256 = DigestOfFile(path);
     } else {
       item.crc32 = Crc32Of(path);
     }
@@ -160,3 +161,5 @@ std::size_t FilesOf(const FileTree& tree) {
     return item.type == FileItem::Type::File;
   }));
 }
+
+}  // namespace webresources

@@ -7,8 +7,10 @@
 #include <unordered_map>
 #include <vector>
 
-#include "Prediction.h"
 #include "Sha256.h"
+#include "prediction/Prediction.h"
+
+namespace webresources {
 
 /// One file, directory or other thing of a tree.
 struct FileItem {
@@ -70,5 +72,7 @@ std::uint64_t BytesOf(const FileTree& tree);
 
 /// How many files `tree` has.
 std::size_t FilesOf(const FileTree& tree);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_PREDICTION_FILETREE_H_

@@ -1,13 +1,79 @@
-#include "PackageFindings.h"
+#include "prediction/PackageFindings.h"
+
+#include <sys/stat.h>
 
 #include <algorithm>
+#include <limits>
 #include <optional>
 
-#include "ArchiveLayout.h"
-#include "Files.h"
 #include "InstallerConstants.h"
-#include "NameFindings.h"
-#include "Names.h"
+#include "PackageReader.h"
+#include "bundle/ArchiveLayout.h"
+#include "packing/SourceTree.h"
+#include "report/NameFindings.h"
+#include "report/Rules.h"
+#include "support/Files.h"
+#include "support/Text.h"
+
+namespace webresources {
+
+namespace {
+
+/// No deflated byte becomes more: a match of 258 bytes takes at least two bits.
+constexpr std::uint64_t kLargestRatio = 1032;
+
+/// What reading `entry` of a package of `fileSize` bytes costs at most: its data or, if that is
+/// more, what comes out of it. Both end where the stated size or the file ends.
+std::uint64_t LargestWork(const PackageEntry& entry, std::uint64_t fileSize) {
+  if (entry.kind != PackageEntry::Kind::File) {
+    return 0;
+  }
+  const std::uint64_t data = std::min(entry.compressedSize, fileSize);
+  const std::uint64_t limit = std::numeric_limits<std::uint64_t>::max() / kLargestRatio;
+  const std::uint64_t output = std::min(entry.size, std::min(data, limit) * kLargestRatio);
+  return std::max(data, output);
+}
+
+std::uint64_t SizeOfFile(const std::string& path) {
+  struct stat status = {};
+  return stat(path.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+}
+
+}  // namespace
+
+std::uint64_t LargestContent(const std::string& path) {
+  const std::uint64_t fileSize = SizeOfFile(path);
+  PackageReader package(path);
+  std::uint64_t sum = 0;
+  while (package.Next()) {
+    const std::uint64_t work = LargestWork(package.entry(), fileSize);
+    sum += std::min(work, std::numeric_limits<std::uint64_t>::max() - sum);
+  }
+  return sum;
+}
+
+Findings FindOutOfBounds(const std::string& path, std::uint64_t maxSize) {
+  Findings findings;
+  const bool exists = StateOf(path) == FileState::Present;
+  const std::uint64_t size = exists ? LargestContent(path) : 0;
+  if (size <= maxSize) {
+    return findings;
+  }
+  Add(findings, kContentTooLarge, kPackageFileName,
+      "its entries can hold " + std::to_string(size) + " bytes, and " + std::to_string(maxSize) +
+          " are allowed: no data is read");
+  const ArchiveLayout layout = ReadArchiveLayout(path).value_or(ArchiveLayout());
+  if (const std::size_t count = layout.Overlapping().size(); count > 0) {
+    Add(findings, kOverlappingEntries, kPackageFileName,
+        std::to_string(count) + " of its entries use bytes that others use, too");
+  }
+  if (!layout.isDirectoryWhole) {
+    Add(findings, kDirectoryDamaged, kPackageFileName,
+        "it states " + std::to_string(layout.entryCount) + " entries and lists " +
+            std::to_string(layout.entries.size()));
+  }
+  return findings;
+}
 
 using EntryKind = PackageEntry::Kind;
 using Failure = PredictedTree::Failure;
@@ -50,23 +116,23 @@ class PackageFinder {
  private:
   void FindInFrame() {
     if (prediction_.entryCount == 0) {
-      Add(findings_, "package-empty", kPackageFileName,
+      Add(findings_, kPackageEmpty, kPackageFileName,
           "it has no entries: an empty directory is installed");
     }
     if (layout_.leadingBytes != 0) {
-      Add(findings_, "leading-data", kPackageFileName,
+      Add(findings_, kLeadingData, kPackageFileName,
           "there are " + Count(layout_.leadingBytes, "byte") + " before the archive");
     }
     if (layout_.trailingBytes != 0) {
-      Add(findings_, "trailing-data", kPackageFileName,
+      Add(findings_, kTrailingData, kPackageFileName,
           "there are " + Count(layout_.trailingBytes, "byte") + " after the archive");
     }
     if (layout_.missingBytes != 0) {
-      Add(findings_, "directory-damaged", kPackageFileName,
+      Add(findings_, kDirectoryDamaged, kPackageFileName,
           "the last " + Count(layout_.missingBytes, "byte") +
               " of its end record or comment are missing");
     } else if (!layout_.isDirectoryWhole || prediction_.entries.size() != prediction_.entryCount) {
-      Add(findings_, "directory-damaged", kPackageFileName,
+      Add(findings_, kDirectoryDamaged, kPackageFileName,
           "number of entries: stated " + std::to_string(layout_.entryCount) + ", listed " +
               std::to_string(layout_.entries.size()) + ", read by the installer " +
               std::to_string(prediction_.entries.size()));
@@ -77,7 +143,7 @@ class PackageFinder {
     const EntryPrediction& entry = prediction_.entries[index];
     if (entry.kind == EntryKind::NameEmpty || entry.kind == EntryKind::Unreadable) {
       // The other findings need a name.
-      Add(findings_, entry.kind == EntryKind::NameEmpty ? "name-empty" : "directory-damaged",
+      Add(findings_, entry.kind == EntryKind::NameEmpty ? kNameEmpty : kDirectoryDamaged,
           "entry " + std::to_string(index + 1), Problem(entry));
       return;
     }
@@ -89,69 +155,68 @@ class PackageFinder {
   void FindInName(const EntryPrediction& entry, std::size_t index) {
     const std::string& name = entry.name;
     if (entry.kind == EntryKind::NameTooLong || entry.failure == Failure::ComponentTooLong) {
-      AddHere("name-too-long", Problem(entry));
+      AddHere(kNameTooLong, Problem(entry));
     } else if (entry.kind == EntryKind::ClimbsOut) {
-      AddHere("climbs-out", Problem(entry));
+      AddHere(kClimbsOut, Problem(entry));
     } else if (entry.nameLength != name.length()) {
-      AddHere("name-unclean", "its name has a zero byte: the installer reads the name up to there");
+      AddHere(kNameUnclean, "its name has a zero byte: the installer reads the name up to there");
     } else if (const std::string part = UncleanPart(name); !part.empty()) {
-      AddHere("name-unclean", part);
+      AddHere(kNameUnclean, part);
     }
-    if (!names::IsAscii(name)) {
+    if (!IsAscii(name)) {
       FindInEncoding(entry);
     }
     if (const std::string junk = JunkReason(name); !junk.empty()) {
-      AddHere("junk-file", junk);
+      AddHere(kJunkFile, junk);
     }
     if (entry.replacedBy) {
-      AddHere("duplicate-entry", Problem(entry));
+      AddHere(kDuplicateEntry, Problem(entry));
     } else if (entry.isRepeated) {
-      AddHere("duplicate-entry",
+      AddHere(kDuplicateEntry,
               "entry " + std::to_string(index + 1) + " makes the same directory again");
     }
   }
 
   void FindInEncoding(const EntryPrediction& entry) {
-    if (names::IsUtf8(entry.name)) {
+    if (IsUtf8(entry.name)) {
       if (!entry.HasUtf8Flag()) {
-        AddHere("name-unflagged", "its name is UTF-8, but the entry has no flag that says so");
+        AddHere(kNameUnflagged, "its name is UTF-8, but the entry has no flag that says so");
       }
     } else if (entry.kind != EntryKind::NameTooLong) {  // cut, perhaps in a character's middle
-      AddHere("name-not-utf8", "its name is not UTF-8, which a volume may refuse");
+      AddHere(kNameNotUtf8, "its name is not UTF-8, which a volume may refuse");
     }
   }
 
   void FindInData(const EntryPrediction& entry, std::size_t index) {
     const std::string& fields = DifferingFieldsOf(index);
     if (!fields.empty()) {
-      AddHere("headers-differ",
-              "its local and its central header have different values: " + fields);
+      AddHere(kHeadersDiffer, "its local and its central header have different values: " + fields);
     }
     if (entry.failure == Failure::Missing) {
-      AddHere("missing-directory-entry", Problem(entry));
+      AddHere(kMissingDirectoryEntry, Problem(entry));
     } else if (entry.failure != Failure::None && entry.failure != Failure::ComponentTooLong) {
-      AddHere("path-blocked", Problem(entry));
+      AddHere(kPathBlocked, Problem(entry));
     }
     if (entry.kind == EntryKind::Directory && !HasLocalHeader(index)) {
-      AddHere("damaged-entry", "its local header is damaged: other tools refuse the archive");
+      AddHere(kDamagedEntry, "its local header is damaged: other tools refuse the archive");
     }
     if (entry.kind != EntryKind::File) {
       return;
     }
     if (entry.isLink) {
-      AddHere("link-entry",
+      AddHere(kLinkEntry,
               "it is a symbolic link: the installer writes a file with the link's text");
     }
     if (entry.IsEncrypted()) {
-      AddHere("encrypted", "it is encrypted: the installer has no password and writes other data");
+      AddHere(kEncrypted, "it is encrypted: the installer has no password and writes other data");
     } else if (!IsSupported(entry)) {
-      AddHere("unsupported-method", Problem(entry));
+      AddHere(kUnsupportedMethod, Problem(entry));
     } else if (!entry.isOpened && fields.empty()) {
-      AddHere("damaged-entry", Problem(entry));
+      AddHere(kDamagedEntry, Problem(entry));
     } else if (entry.end == DataEnd::WrongCrc) {
-      AddHere("wrong-crc", Problem(entry));
+      AddHere(kWrongCrc, Problem(entry));
     } else if (entry.end == DataEnd::Early || entry.end == DataEnd::Damaged) {
-      AddHere("damaged-data", Problem(entry));
+      AddHere(kDamagedData, Problem(entry));
     } else {
       FindExpansion(entry);
     }
@@ -160,8 +225,8 @@ class PackageFinder {
   void FindExpansion(const EntryPrediction& entry) {
     const std::uint64_t packed = std::max<std::uint64_t>(entry.compressedSize, 1);
     if (entry.size >= kRatioFrom && entry.size / packed >= kRatioLimit) {
-      AddHere("expansion-ratio", Count(packed, "byte") + " become " + Count(entry.size, "byte") +
-                                     ", " + std::to_string(entry.size / packed) + " times as many");
+      AddHere(kExpansionRatio, Count(packed, "byte") + " become " + Count(entry.size, "byte") +
+                                   ", " + std::to_string(entry.size / packed) + " times as many");
     }
   }
 
@@ -178,7 +243,7 @@ class PackageFinder {
 
   void FindOverlaps() {
     for (const std::size_t index : layout_.Overlapping()) {
-      Add(findings_, "overlapping-entries", SubjectOf(index),
+      Add(findings_, kOverlappingEntries, SubjectOf(index),
           "another entry or the central directory occupies the same bytes");
     }
   }
@@ -206,7 +271,9 @@ class PackageFinder {
     }
   }
 
-  void AddHere(const char* id, const std::string& reason) { Add(findings_, id, subject_, reason); }
+  void AddHere(const Rule& rule, const std::string& reason) {
+    Add(findings_, rule, subject_, reason);
+  }
 
   const Prediction& prediction_;
   const ArchiveLayout& layout_;
@@ -280,16 +347,18 @@ std::string Problem(const EntryPrediction& entry) {
 Findings FindInPackage(const std::string& path, const Prediction& prediction) {
   Findings findings;
   if (StateOf(path) == FileState::Missing) {
-    Add(findings, "package-missing", kPackageFileName, "the installer installs an empty directory");
+    Add(findings, kPackageMissing, kPackageFileName, "the installer installs an empty directory");
     return findings;
   }
   const std::optional<ArchiveLayout> layout = ReadArchiveLayout(path);
   // The zip library does not open an archive that has an end record and nothing else.
   const bool isEmptyArchive = layout && layout->entryCount == 0 && layout->missingBytes == 0;
   if (!layout || (!prediction.isOpened && !isEmptyArchive)) {
-    Add(findings, "package-unreadable", kPackageFileName,
+    Add(findings, kPackageUnreadable, kPackageFileName,
         "the installer cannot open it and installs an empty directory");
     return findings;
   }
   return PackageFinder(prediction, *layout).FindAll();
 }
+
+}  // namespace webresources

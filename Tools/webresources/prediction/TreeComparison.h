@@ -4,7 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "FileTree.h"
+#include "prediction/FileTree.h"
+#include "report/Report.h"
+
+namespace webresources {
 
 /// One way in which a tree is not as expected.
 struct Difference {
@@ -28,5 +31,24 @@ Differences OfContent(Differences differences);
 
 /// `differences` without those below a directory that is missing, extra or of another type itself.
 Differences Topmost(Differences differences);
+
+/// What becomes of the files of a tree when another tree takes its place.
+struct TreeChanges {
+  Differences differences;  ///< Of content alone: modes and owners are no changes.
+  /// Files. One that becomes a directory, or the other way round, is changed.
+  std::size_t added = 0;
+  std::size_t changed = 0;
+  std::size_t removed = 0;
+  std::size_t unchanged = 0;
+};
+
+/// Compares `before` with `after`.
+TreeChanges ChangesBetween(const FileTree& before, const FileTree& after);
+
+/// Puts all changes into the members `changes` and `files` of the document, and a screen of them
+/// into the listing.
+void ReportChanges(const TreeChanges& changes, Report& report);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_PREDICTION_TREECOMPARISON_H_

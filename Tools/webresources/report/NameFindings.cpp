@@ -1,65 +1,15 @@
-#include "NameFindings.h"
+#include "report/NameFindings.h"
 
 #include <algorithm>
-#include <string_view>
 
-#include "Names.h"
+#include "report/Rules.h"
+#include "support/Text.h"
 
-namespace {
-
-/// Components that begin and end in certain ways, and who leaves such files behind.
-struct Junk {
-  std::string_view begin;
-  std::string_view end;  ///< Without data if the component is `begin` and nothing else.
-  const char* owner;
-
-  bool Is(std::string_view component) const {
-    if (end.data() == nullptr) {
-      return component == begin;
-    }
-    return component.length() >= begin.length() + end.length() &&
-           component.substr(0, begin.length()) == begin &&
-           component.substr(component.length() - end.length()) == end;
-  }
-};
-
-constexpr std::string_view kWhole;
-constexpr char kMacOs[] = "macOS keeps it for itself";
-constexpr char kWindows[] = "Windows keeps it for itself";
-constexpr char kVersionControl[] = "it belongs to a version-control system";
-constexpr char kBackup[] = "it is an editor's backup";
-
-constexpr Junk kJunk[] = {
-    {".DS_Store", kWhole, kMacOs},
-    {"__MACOSX", kWhole, kMacOs},
-    {"._", "", kMacOs},
-    {"Thumbs.db", kWhole, kWindows},
-    {"desktop.ini", kWhole, kWindows},
-    {"Desktop.ini", kWhole, kWindows},
-    {".git", kWhole, kVersionControl},
-    {".svn", kWhole, kVersionControl},
-    {".hg", kWhole, kVersionControl},
-    {".bzr", kWhole, kVersionControl},
-    {"_darcs", kWhole, kVersionControl},
-    {"CVS", kWhole, kVersionControl},
-    {"", "~", kBackup},
-    {".", ".swp", kBackup},
-    {".", ".swo", kBackup},
-    {"#", "#", kBackup},
-};
-
-const char* JunkOwner(std::string_view component) {
-  const auto* const junk =
-      std::find_if(std::begin(kJunk), std::end(kJunk),
-                   [component](const Junk& candidate) { return candidate.Is(component); });
-  return junk != std::end(kJunk) ? junk->owner : nullptr;
-}
-
-}  // namespace
+namespace webresources {
 
 void AddCollisions(Findings& findings, const std::vector<std::string>& paths) {
-  for (const names::Collision& collision : names::Collisions(paths)) {
-    Add(findings, collision.differsInCase ? "case-collision" : "normalization-collision",
+  for (const Collision& collision : Collisions(paths)) {
+    Add(findings, collision.differsInCase ? kCaseCollision : kNormalizationCollision,
         collision.second,
         "it differs from " + collision.first + " in " +
             (collision.differsInCase ? "case" : "Unicode normalization") + " only");
@@ -87,13 +37,4 @@ std::string UncleanPart(const std::string& name) {
   return hasControl ? "its name has a control character" : "";
 }
 
-std::string JunkReason(const std::string& path) {
-  for (std::size_t start = 0; start < path.length();) {
-    const std::size_t end = std::min(path.find('/', start), path.length());
-    if (const char* owner = JunkOwner(std::string_view(path).substr(start, end - start))) {
-      return owner;
-    }
-    start = end + 1;
-  }
-  return {};
-}
+}  // namespace webresources

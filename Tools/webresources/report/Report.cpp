@@ -1,11 +1,16 @@
-#include "Report.h"
+#include "report/Report.h"
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
+#include <sstream>
 
-#include "Names.h"
+#include "support/Text.h"
+
+namespace webresources {
 
 namespace {
 
@@ -32,7 +37,7 @@ std::string Coloured(const std::string& text, Severity severity) {
 Json ToJson(const Finding& finding) {
   Json json = {{"id", finding.rule->id}, {"severity", NameOf(finding.rule->severity)}};
   PutName(json, "subject", finding.subject);
-  json["reason"] = names::Printable(finding.reason);
+  json["reason"] = Printable(finding.reason);
   json["fix"] = finding.rule->fix;
   return json;
 }
@@ -53,17 +58,33 @@ Json ToJson(const Report& report) {
 void PrintFinding(const Finding& finding) {
   const Severity severity = finding.rule->severity;
   std::cout << Coloured(NameOf(severity), severity) << " [" << finding.rule->id << "] "
-            << names::Printable(finding.subject) << ": " << names::Printable(finding.reason)
+            << Printable(finding.subject) << ": " << Printable(finding.reason)
             << "\n    fix: " << finding.rule->fix << '\n';
 }
 
 void PrintLines(const std::vector<std::string>& lines) {
   for (const std::string& line : lines) {
-    std::cout << names::Printable(line) << '\n';
+    std::cout << Printable(line) << '\n';
   }
 }
 
 }  // namespace
+
+Findings ErrorsOf(const Findings& findings) {
+  Findings errors;
+  std::copy_if(findings.begin(), findings.end(), std::back_inserter(errors),
+               [](const Finding& one) { return one.rule->severity == Severity::Error; });
+  return errors;
+}
+
+void Add(Findings& findings, const Rule& rule, const std::string& subject,
+         const std::string& reason) {
+  findings.push_back({&rule, subject, reason});
+}
+
+void Append(Findings& findings, const Findings& more) {
+  findings.insert(findings.end(), more.begin(), more.end());
+}
 
 Report ReportOf(const std::string& command, const std::exception& error) {
   Report report(command);
@@ -79,11 +100,11 @@ Report ReportOf(const std::string& command, const std::exception& error) {
 }
 
 void PutName(Json& object, const std::string& key, const std::string& name) {
-  if (names::IsUtf8(name)) {
+  if (IsUtf8(name)) {
     object[key] = name;
   } else {
-    object[key] = names::Printable(name);
-    object[key + "Hex"] = names::Hexadecimal(name);
+    object[key] = Printable(name);
+    object[key + "Hex"] = Hexadecimal(name);
   }
 }
 
@@ -92,11 +113,11 @@ std::string NameOf(const Json& object, const std::string& key) {
   if (bytes == object.end()) {
     return object.at(key).get<std::string>();
   }
-  return names::FromHexadecimal(bytes->get<std::string>());
+  return FromHexadecimal(bytes->get<std::string>());
 }
 
 std::string Text(const Json& json) {
-  return names::JsonPrintable(json.dump(2)) + "\n";
+  return JsonPrintable(json.dump(2)) + "\n";
 }
 
 void Print(const Report& report, bool asJson) {
@@ -113,3 +134,12 @@ void Print(const Report& report, bool asJson) {
     throw Error::FromErrno("write", "the standard output");
   }
 }
+
+void PrintError(const std::string& text) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    std::cerr << Printable(line) << '\n';
+  }
+}
+
+}  // namespace webresources

@@ -5,8 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "Error.h"
-#include "Finding.h"
+#include "report/Finding.h"
+#include "support/Error.h"
+
+namespace webresources {
 
 using Json = nlohmann::ordered_json;
 
@@ -48,5 +50,10 @@ std::string Text(const Json& json);
 /// Writes the report to the standard output: the document with `asJson`, else the lines, in colour
 /// where a terminal takes it. Throws Error when it cannot be written.
 void Print(const Report& report, bool asJson);
+
+/// Writes `text` to the error output, line by line, without control characters.
+void PrintError(const std::string& text);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_REPORT_REPORT_H_

@@ -1,4 +1,4 @@
-#include "AtomicFile.h"
+#include "support/AtomicFile.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -9,10 +9,12 @@
 #include <cctype>
 #include <cstdio>
 
-#include "Error.h"
-#include "Files.h"
-#include "Names.h"
 #include "Uninterrupted.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/Text.h"
+
+namespace webresources {
 
 namespace {
 
@@ -20,11 +22,11 @@ constexpr const char* kPurposes[] = {"tmp", "old"};
 
 /// Where names of temporary files for `path` begin; the process's number follows.
 std::string NameBefore(const std::string& path, const char* purpose) {
-  return "." + names::Last(path) + "." + purpose + "-";
+  return "." + LastOf(path) + "." + purpose + "-";
 }
 
 std::string Beside(const std::string& path, const char* purpose) {
-  return names::Parent(path) + "/" + NameBefore(path, purpose) + std::to_string(getpid());
+  return ParentOf(path) + "/" + NameBefore(path, purpose) + std::to_string(getpid());
 }
 
 bool IsLeftover(const std::string& name, const std::string& path) {
@@ -47,8 +49,8 @@ Descriptor OpenLocked(const std::string& path) {
 
 /// Removes what processes that were killed have left beside `path`. What cannot be removed stays.
 void RemoveLeftovers(const std::string& path) {
-  const std::string directory = names::Parent(path) + "/";
-  for (const std::string& name : NamesIn(names::Parent(path))) {
+  const std::string directory = ParentOf(path) + "/";
+  for (const std::string& name : NamesIn(ParentOf(path))) {
     if (IsLeftover(name, path)) {
       const Descriptor file = OpenLocked(directory + name);
       // Another process may have removed the file, and its owner made it once more.
@@ -82,14 +84,14 @@ Descriptor MakeTemporary(const std::string& path, const std::string& temporary) 
   return MakeLocked(temporary);
 }
 
-void Synchronize(const Descriptor& file, const std::string& path) {
+void SynchronizeDescriptor(const Descriptor& file, const std::string& path) {
   if (!file || Uninterrupted([&file] { return fsync(*file); }) != 0) {
     throw Error::FromErrno("write", path);
   }
 }
 
 void SynchronizeDirectory(const std::string& path) {
-  ::Synchronize(Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), path);
+  SynchronizeDescriptor(Descriptor(open(path.c_str(), O_RDONLY | O_CLOEXEC)), path);
 }
 
 }  // namespace
@@ -118,7 +120,7 @@ void AtomicFile::Write(const std::string& bytes) {
 }
 
 void AtomicFile::Synchronize() const {
-  ::Synchronize(file_, temporary_);
+  SynchronizeDescriptor(file_, temporary_);
 }
 
 void AtomicFile::Commit() {
@@ -147,7 +149,7 @@ void AtomicFile::Rollback() {
 void AtomicFile::CommitDurably() {
   Synchronize();
   Commit();
-  SynchronizeDirectory(names::Parent(path_));
+  SynchronizeDirectory(ParentOf(path_));
 }
 
 void AtomicFile::CommitBoth(AtomicFile& first, AtomicFile& second) {
@@ -160,5 +162,7 @@ void AtomicFile::CommitBoth(AtomicFile& first, AtomicFile& second) {
     first.Rollback();
     throw;
   }
-  SynchronizeDirectory(names::Parent(first.path_));
+  SynchronizeDirectory(ParentOf(first.path_));
 }
+
+}  // namespace webresources

@@ -6,6 +6,8 @@
 
 #include "Descriptor.h"
 
+namespace webresources {
+
 /// Replaces a file by a new one that is complete, or leaves it as it is: nobody ever sees half a
 /// file. Every operation throws Error when it fails.
 ///
@@ -52,5 +54,7 @@ class AtomicFile {
   std::string backup_;  ///< A second name of the old file, or empty.
   std::optional<Descriptor> backupLock_;
 };
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_SUPPORT_ATOMICFILE_H_

@@ -6,13 +6,15 @@
 #include <string>
 #include <system_error>
 
+namespace webresources {
+
 /// What keeps a command from answering, or from doing what it was asked: what was tried, on what,
 /// and why it failed. It is thrown by value and caught by reference; main() prints it, and --json
 /// puts its parts into the document.
 class Error : public std::runtime_error {
  public:
   /// Makes an error that reads "cannot `operation` `object`: `reason`", for example "cannot read
-  /// site/a: Permission denied". The object is in its own bytes: see names::Printable().
+  /// site/a: Permission denied". The object is in its own bytes: see Printable().
   Error(std::string operation, std::string object, std::string reason)
       : std::runtime_error("cannot " + operation + " " + object + ": " + reason),
         operation_(std::move(operation)),
@@ -36,5 +38,7 @@ class Error : public std::runtime_error {
   std::string object_;
   std::string reason_;
 };
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_SUPPORT_ERROR_H_

@@ -1,4 +1,4 @@
-#include "Files.h"
+#include "support/Files.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -11,11 +11,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 
 #include "Descriptor.h"
-#include "Error.h"
 #include "MallocPointer.h"
 #include "Uninterrupted.h"
+#include "support/Error.h"
+#include "support/Text.h"
+
+namespace webresources {
 
 namespace {
 
@@ -144,3 +148,26 @@ bool IsAt(int descriptor, const std::string& path) {
   return fstat(descriptor, &held) == 0 && lstat(path.c_str(), &there) == 0 &&
          held.st_dev == there.st_dev && held.st_ino == there.st_ino;
 }
+
+Sha256::Digest DigestOfFile(const std::string& path) {
+  Sha256 hash;
+  ForEachPortion(path,
+                 [&hash](const char* bytes, std::size_t length) { hash.Update(bytes, length); });
+  return hash.Finish();
+}
+
+std::string DigestText(const Sha256::Digest& digest) {
+  return Hexadecimal(std::string(digest.begin(), digest.end()));
+}
+
+Sha256::Digest DigestFrom(const std::string& text) {
+  const std::string bytes = FromHexadecimal(text);
+  Sha256::Digest digest = {};
+  if (bytes.size() != digest.size()) {
+    throw std::invalid_argument("it is not a SHA-256 digest: " + text);
+  }
+  std::copy(bytes.begin(), bytes.end(), digest.begin());
+  return digest;
+}
+
+}  // namespace webresources

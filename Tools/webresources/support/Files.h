@@ -8,6 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "Sha256.h"
+
+namespace webresources {
+
 /// Questions about files that end in an answer or in an Error.
 
 enum class FileState { Missing, Present };
@@ -50,5 +54,19 @@ void MakeDirectories(const std::string& path);
 /// Whether the file open as `descriptor` is the one at `path`, links not followed: another process
 /// may have removed or replaced it since it was opened.
 bool IsAt(int descriptor, const std::string& path);
+
+/// SHA-256 digests of files, and as text.
+
+/// The digest of the regular file at `path`; a link there is not followed. Throws Error if it
+/// cannot be read, or if it is not a regular file.
+Sha256::Digest DigestOfFile(const std::string& path);
+
+/// `digest` in hexadecimal.
+std::string DigestText(const Sha256::Digest& digest);
+
+/// The digest that DigestText() has made `text` of. Throws std::invalid_argument if there is none.
+Sha256::Digest DigestFrom(const std::string& text);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_SUPPORT_FILES_H_

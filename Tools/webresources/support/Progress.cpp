@@ -1,9 +1,14 @@
-#include "Progress.h"
+#include "support/Progress.h"
 
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <iostream>
+
+#include "support/Error.h"
+
+namespace webresources {
 
 namespace {
 
@@ -46,3 +51,26 @@ void Progress::Say(const std::string& line) {
     std::cerr << line << '\n';
   }
 }
+
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+
+}  // namespace
+
+void CatchInterruptions() {
+  for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
+    // nohup and background jobs of a shell ignore signals on purpose.
+    if (std::signal(signal, [](int) { interrupted = 1; }) == SIG_IGN) {
+      std::signal(signal, SIG_IGN);
+    }
+  }
+}
+
+void ThrowIfInterrupted(const std::string& operation, const std::string& object) {
+  if (interrupted != 0) {
+    throw Error(operation, object, "interrupted");
+  }
+}
+
+}  // namespace webresources

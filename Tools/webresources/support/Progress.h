@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+namespace webresources {
+
 /// A bar on the error output for work that can take longer than a second. Nothing is shown if the
 /// error output is not a terminal, or after BeQuiet(). The bar is removed at the end.
 ///
@@ -32,5 +34,18 @@ class Progress {
   std::uint64_t done_ = 0;
   std::uint64_t shown_ = 0;  ///< The part of the bar that is on the terminal, in columns.
 };
+
+/// Lets a command that has temporary files end by an exception when the user stops it, so that
+/// their owners remove them.
+
+/// From now on, SIGHUP, SIGINT and SIGTERM do not end the process but make ThrowIfInterrupted()
+/// throw. A signal that is ignored stays ignored. May be called more than once.
+void CatchInterruptions();
+
+/// Throws Error("interrupted") with `operation` and `object` if one of these signals has arrived.
+/// Long loops call it once a file.
+void ThrowIfInterrupted(const std::string& operation, const std::string& object);
+
+}  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_SUPPORT_PROGRESS_H_

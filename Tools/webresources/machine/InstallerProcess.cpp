@@ -1,4 +1,4 @@
-#include "Step.h"
+#include "machine/InstallerProcess.h"
 
 #include <fcntl.h>
 #include <spawn.h>
@@ -11,8 +11,10 @@
 #include <filesystem>
 
 #include "Descriptor.h"
-#include "Error.h"
 #include "Uninterrupted.h"
+#include "support/Error.h"
+
+namespace webresources {
 
 namespace {
 
@@ -114,3 +116,5 @@ std::string RunStep(const std::string& path, int lockDescriptor) {
   Uninterrupted([&] { return waitpid(child, &status, 0); });
   return Describe(status);
 }
+
+}  // namespace webresources

@@ -1,12 +1,14 @@
-#ifndef TOOLS_WEBRESOURCES_SUPPORT_NAMES_H_
-#define TOOLS_WEBRESOURCES_SUPPORT_NAMES_H_
+#ifndef TOOLS_WEBRESOURCES_SUPPORT_TEXT_H_
+#define TOOLS_WEBRESOURCES_SUPPORT_TEXT_H_
 
+#include <ctime>
 #include <string>
 #include <vector>
 
+namespace webresources {
+
 /// What names mean to people, terminals and file systems. Names are byte strings; paths have "/"
 /// between their components.
-namespace names {
 
 /// The longest component of a path that file systems take, in bytes.
 constexpr std::size_t kComponentLimit = 255;
@@ -45,9 +47,17 @@ struct Collision {
 std::vector<Collision> Collisions(const std::vector<std::string>& paths);
 
 /// `path` without its last component and the "/" before it, and that component.
-std::string Parent(const std::string& path);
-std::string Last(const std::string& path);
+std::string ParentOf(const std::string& path);
+std::string LastOf(const std::string& path);
 
-}  // namespace names
+/// `seconds` since 1970 as ISO 8601 writes them, in UTC.
+std::string TimeText(std::time_t seconds);
 
-#endif  // TOOLS_WEBRESOURCES_SUPPORT_NAMES_H_
+/// The one of `words` that somebody who typed `typed` has probably meant: the one that the fewest
+/// changes of a letter lead to, at most two and fewer than the letters typed. Returns an empty
+/// string if there is none.
+std::string Suggestion(const std::string& typed, const std::vector<std::string>& words);
+
+}  // namespace webresources
+
+#endif  // TOOLS_WEBRESOURCES_SUPPORT_TEXT_H_

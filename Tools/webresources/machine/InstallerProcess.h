@@ -1,9 +1,11 @@
-#ifndef TOOLS_WEBRESOURCES_MACHINE_STEP_H_
-#define TOOLS_WEBRESOURCES_MACHINE_STEP_H_
+#ifndef TOOLS_WEBRESOURCES_MACHINE_INSTALLERPROCESS_H_
+#define TOOLS_WEBRESOURCES_MACHINE_INSTALLERPROCESS_H_
 
 #include <string>
 
-#include "BundleFiles.h"
+#include "bundle/BundleFiles.h"
+
+namespace webresources {
 
 /// The installer step of a bundle: its own executable.
 
@@ -19,4 +21,6 @@ std::string StepOf(const BundleFiles& files);
 /// status was 0. Throws Error if it cannot be run.
 std::string RunStep(const std::string& path, int lockDescriptor);
 
-#endif  // TOOLS_WEBRESOURCES_MACHINE_STEP_H_
+}  // namespace webresources
+
+#endif  // TOOLS_WEBRESOURCES_MACHINE_INSTALLERPROCESS_H_

@@ -1,13 +1,16 @@
-#include "Names.h"
+#include "support/Text.h"
 
 #include <utf8proc.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <numeric>
 #include <unordered_map>
 
 #include "MallocPointer.h"
+
+namespace webresources {
 
 namespace {
 
@@ -62,7 +65,7 @@ std::string LowerCase(std::string name) {
 
 }  // namespace
 
-bool names::IsUtf8(const std::string& name) {
+bool IsUtf8(const std::string& name) {
   utf8proc_int32_t point = 0;
   utf8proc_ssize_t length = 0;
   for (std::size_t i = 0; i < name.length(); i += static_cast<std::size_t>(length)) {
@@ -74,12 +77,12 @@ bool names::IsUtf8(const std::string& name) {
   return true;
 }
 
-bool names::IsAscii(const std::string& name) {
+bool IsAscii(const std::string& name) {
   return std::all_of(name.begin(), name.end(),
                      [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
 }
 
-std::string names::Printable(const std::string& name) {
+std::string Printable(const std::string& name) {
   std::string text;
   for (std::size_t i = 0; i < name.length();) {
     utf8proc_int32_t point = 0;
@@ -97,7 +100,7 @@ std::string names::Printable(const std::string& name) {
   return text;
 }
 
-std::string names::JsonPrintable(const std::string& json) {
+std::string JsonPrintable(const std::string& json) {
   std::string text;
   for (std::size_t i = 0; i < json.length();) {
     utf8proc_int32_t point = 0;
@@ -113,7 +116,7 @@ std::string names::JsonPrintable(const std::string& json) {
   return text;
 }
 
-std::string names::Hexadecimal(const std::string& bytes) {
+std::string Hexadecimal(const std::string& bytes) {
   static const char digits[] = "0123456789abcdef";
   std::string text;
   for (const char byte : bytes) {
@@ -123,7 +126,7 @@ std::string names::Hexadecimal(const std::string& bytes) {
   return text;
 }
 
-std::string names::FromHexadecimal(const std::string& text) {
+std::string FromHexadecimal(const std::string& text) {
   static const std::string digits = "0123456789abcdef";
   std::string bytes;
   for (std::size_t i = 0; i + 1 < text.length(); i += 2) {
@@ -137,30 +140,74 @@ std::string names::FromHexadecimal(const std::string& text) {
   return text.length() % 2 == 0 ? bytes : std::string();
 }
 
-std::string names::Folded(const std::string& name) {
+std::string Folded(const std::string& name) {
   return IsAscii(name) ? LowerCase(name) : Mapped(name, UTF8PROC_CASEFOLD);
 }
 
-std::vector<names::Collision> names::Collisions(const std::vector<std::string>& paths) {
+std::vector<Collision> Collisions(const std::vector<std::string>& paths) {
   std::vector<Collision> collisions;
   std::unordered_map<std::string, const std::string*> firsts;
   firsts.reserve(paths.size());
   for (const std::string& path : paths) {
-    const std::string key = Parent(path) + "/" + Folded(Last(path));
+    const std::string key = ParentOf(path) + "/" + Folded(LastOf(path));
     const auto [first, isNew] = firsts.emplace(key, &path);
     if (!isNew && *first->second != path) {
-      const bool differsInCase = Mapped(Last(*first->second), 0) != Mapped(Last(path), 0);
+      const bool differsInCase = Mapped(LastOf(*first->second), 0) != Mapped(LastOf(path), 0);
       collisions.push_back({*first->second, path, differsInCase});
     }
   }
   return collisions;
 }
 
-std::string names::Parent(const std::string& path) {
+std::string ParentOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string::npos ? std::string() : path.substr(0, slash);
 }
 
-std::string names::Last(const std::string& path) {
+std::string LastOf(const std::string& path) {
   return path.substr(path.rfind('/') + 1);  // npos + 1 is 0
 }
+
+namespace {
+
+constexpr std::size_t kMostChanges = 2;
+
+/// How many letters must be inserted, removed or replaced to make `to` of `from`.
+std::size_t Changes(const std::string& from, const std::string& to) {
+  std::vector<std::size_t> row(to.length() + 1);
+  std::iota(row.begin(), row.end(), std::size_t{0});
+  for (std::size_t i = 0; i < from.length(); ++i) {
+    std::size_t diagonal = row[0]++;
+    for (std::size_t j = 0; j < to.length(); ++j) {
+      const std::size_t replaced = diagonal + (from[i] == to[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+    }
+  }
+  return row.back();
+}
+
+}  // namespace
+
+std::string Suggestion(const std::string& typed, const std::vector<std::string>& words) {
+  std::string nearest;
+  std::size_t fewest = std::min(kMostChanges + 1, typed.length());
+  for (const std::string& word : words) {
+    const std::size_t changes = Changes(typed, word);
+    if (changes < fewest) {
+      fewest = changes;
+      nearest = word;
+    }
+  }
+  return nearest;
+}
+
+std::string TimeText(std::time_t seconds) {
+  std::tm time = {};
+  gmtime_r(&seconds, &time);
+  char text[32] = {};
+  std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &time);
+  return text;
+}
+
+}  // namespace webresources
