@@ -27,8 +27,8 @@ UTF8String& UTF8String::append(const char* text) {
   return *this;
 }
 
-UTF8String& UTF8String::append(const char* bytes, unsigned long count) {
-  bytes_.append(bytes, count);
+UTF8String& UTF8String::append(const char* text, unsigned long atMost) {
+  bytes_.append(text, strnlen(text, atMost));
   return *this;
 }
 

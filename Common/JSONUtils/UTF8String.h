@@ -17,7 +17,7 @@ class UTF8String {
   UTF8String& assign(const char* text);
   UTF8String& append(const UTF8String& other);
   UTF8String& append(const char* text);
-  UTF8String& append(const char* bytes, unsigned long count);
+  UTF8String& append(const char* text, unsigned long atMost);
   UTF8String& append(char byte);
 
   void clear() { bytes_.clear(); }
