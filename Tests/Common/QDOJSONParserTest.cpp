@@ -141,7 +141,7 @@ TEST(QDOJSONParserTest, UnknownNodeTypeGivesUndefined) {
 
 TEST(QDOJSONParserTest, AnyBooleanPayloadButZeroIsTrue) {
   const auto node = std::make_shared<QDOJSONValue>();
-  node->becomeBoolean(true);
+  QDOJSONTree::becomeBoolean(*node, true);
   node->booleanValue = 256;
   EXPECT_EQ(Text(getJSONValueinQDOObject(node, false)), "true");
 }
@@ -317,7 +317,7 @@ TEST(QDOJSONParserTest, TreeIsLeftAsItIsByItsConversion) {
 
 TEST(QDOJSONParserTest, ZeroByteEndsTheTextOfANode) {
   const auto node = std::make_shared<QDOJSONValue>();
-  node->becomeString()->append("ab\0c", 4);
+  QDOJSONTree::becomeString(*node, UTF8String("ab").append('\0').append("c"));
   EXPECT_EQ(Text(getJSONValueinQDOObject(node, false)), R"("ab")");
 }
 
@@ -357,7 +357,7 @@ TEST(QDOJSONParserTest, EveryFailedAllocationIsReportedAndLeaksNothing) {
 
 TEST(QDOJSONParserTest, EveryFailedAllocationOfATextsConversionIsCode1) {
   const auto node = std::make_shared<QDOJSONValue>();
-  node->becomeString()->append("a text longer than the small ones");
+  QDOJSONTree::becomeString(*node, "a text longer than the small ones");
   const auto convert = [&] { getJSONValueinQDOObject(node, false); };
   for (const long nth : {1, 2, 3}) {
     EXPECT_EQ(AttemptFailingNth(nth, convert), Outcome::NotEnoughMemory) << nth;
@@ -374,9 +374,17 @@ TEST(QDOJSONParserTest, EachValueOfATextHasOneHolderAndOneElement) {
   EXPECT_EQ(allocations("7"), 0);
   EXPECT_EQ(allocations(R"("text")"), 2);
   EXPECT_EQ(allocations("{}"), 2);
-  EXPECT_EQ(allocations("[]"), 3);  // and room for the first elements
+  EXPECT_EQ(allocations("[]"), 2);
   EXPECT_EQ(allocations(R"({"a":1,"b":2.5})"), 2 + 2);
-  EXPECT_EQ(allocations(R"([1,"a","b",{}])"), 3 + 2 + 2 + 2);
+  EXPECT_EQ(allocations(R"([1,"a","b",{}])"), 2 + 3 + 2 + 2 + 2);  // the vector grows three times
+}
+
+TEST(QDOJSONParserTest, EmptyArrayHasNoRoomOnEitherWay) {
+  QDOJSONParserImpl parser;
+  Parse(parser, "[]");
+  QDOObject converted = parser.getQDOObject(false);
+  EXPECT_EQ(converted.getVector().capacity(), 0U);
+  EXPECT_EQ(QDOJSONParser::fromJSON("[]", false).getVector().capacity(), 0U);
 }
 
 TEST(QDOJSONParserTest, PlainDocumentsReadAsAnotherReaderReadsThem) {

@@ -9,19 +9,6 @@
 #include <type_traits>
 #include <vector>
 
-class QDOObject;
-
-/// A standard container whose clear() may free the container: the last value that shares it may be
-/// inside. Its other operations must not remove that value.
-template <typename Standard>
-class QDOContainer : public Standard {
- public:
-  void clear() noexcept { Standard().swap(*this); }  // the last use of *this: members go after it
-};
-
-using QDOVector = QDOContainer<std::vector<QDOObject>>;
-using QDOMap = QDOContainer<std::map<std::string, QDOObject>>;
-
 /// A dynamic value: at any moment exactly one value of one of fourteen kinds.
 ///
 ///     QDOObject map;
@@ -35,8 +22,10 @@ using QDOMap = QDOContainer<std::map<std::string, QDOObject>>;
 /// other. Values may nest to any depth: destroying them takes a bounded part of the stack.
 ///
 /// A container placed inside itself is never freed; nothing detects it. The value inside may break
-/// the cycle by any setter, by destroy() or by a clear operation: it is then freed itself, and the
-/// reference that such a setter returns must not be used.
+/// the cycle by any setter, by destroy() or by a clear operation such as clearMap(): that value is
+/// then freed itself, and the reference that the setter returns must not be used. The container's
+/// own operations, such as clear() and erase(), must not remove that value: they would free the
+/// container while they work on it.
 ///
 /// A value is used by one thread at a time; values that share an element may be copied and
 /// destroyed on different threads.
@@ -136,11 +125,17 @@ class QDOObject {
   /// The shared string itself, valid while any copy of this value holds it.
   const std::string& getString() const { return element<std::string>(String); }
   /// The shared vector itself, valid while any copy of this value holds it.
-  QDOVector& getVector() { return element<QDOVector>(Vector); }
-  const QDOVector& getVector() const { return element<QDOVector>(Vector); }
+  std::vector<QDOObject>& getVector() { return element<std::vector<QDOObject>>(Vector); }
+  const std::vector<QDOObject>& getVector() const {
+    return element<std::vector<QDOObject>>(Vector);
+  }
   /// The shared map itself, valid while any copy of this value holds it.
-  QDOMap& getMap() { return element<QDOMap>(Map); }
-  const QDOMap& getMap() const { return element<QDOMap>(Map); }
+  std::map<std::string, QDOObject>& getMap() {
+    return element<std::map<std::string, QDOObject>>(Map);
+  }
+  const std::map<std::string, QDOObject>& getMap() const {
+    return element<std::map<std::string, QDOObject>>(Map);
+  }
 
   /// The map member named `key`, inserted as Undefined when absent. Another type throws
   /// QDOObjectException code 3 naming this value, unlike getMap(), on purpose.

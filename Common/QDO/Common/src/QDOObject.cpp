@@ -132,11 +132,11 @@ QDOObject& QDOObject::setProxyId(const QDOObject& source) {
 }
 
 void QDOObject::createVector() {
-  hold(Vector, [] { return std::make_shared<QDOVector>(); });
+  hold(Vector, [] { return std::make_shared<std::vector<QDOObject>>(); });
 }
 
 void QDOObject::createMap() {
-  hold(Map, [] { return std::make_shared<QDOMap>(); });
+  hold(Map, [] { return std::make_shared<std::map<std::string, QDOObject>>(); });
 }
 
 void QDOObject::createSet() {
@@ -271,8 +271,8 @@ Element& QDOObject::element(Type type) const {
 }
 
 template std::string& QDOObject::element(Type type) const;
-template QDOVector& QDOObject::element(Type type) const;
-template QDOMap& QDOObject::element(Type type) const;
+template std::vector<QDOObject>& QDOObject::element(Type type) const;
+template std::map<std::string, QDOObject>& QDOObject::element(Type type) const;
 
 QDOObject::Holder* QDOObject::holder() const noexcept {
   return reinterpret_cast<Holder*>(static_cast<std::uintptr_t>(payload_));

@@ -25,19 +25,15 @@ void SetText(QDOObject& value, UTF8String& text, bool proxyConvention) {
 struct ValueTarget {
   using Value = QDOObject;
   using Child = QDOObject;
-  using Object = QDOMap;
-  using Array = QDOVector;
+  using Object = std::map<std::string, QDOObject>;
+  using Array = std::vector<QDOObject>;
   using Key = std::string;
 
   static Child makeChild() { return {}; }
   static Value& valueOf(Child& child) { return child; }
 
   static Object* becomeObject(Value& value) { return &value.set(QDOObject::Map).getMap(); }
-  static Array* becomeArray(Value& value) {
-    Array* const array = &value.set(QDOObject::Vector).getVector();
-    array->reserve(4);  // most are short
-    return array;
-  }
+  static Array* becomeArray(Value& value) { return &value.set(QDOObject::Vector).getVector(); }
   void becomeString(Value& value, UTF8String& text) const { SetText(value, text, proxyConvention); }
   static void becomeBoolean(Value& value, bool isTrue) { value = QDOObject::makeBool(isTrue); }
   template <typename Kind>
