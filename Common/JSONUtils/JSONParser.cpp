@@ -79,39 +79,6 @@ QDOJSONValue::~QDOJSONValue() {
   }
 }
 
-UTF8String* QDOJSONValue::becomeString() {
-  stringValue = new UTF8String;
-  type = String;
-  return stringValue;
-}
-
-QDOJSONObject* QDOJSONValue::becomeObject() {
-  objectValue = new QDOJSONObject;
-  type = Object;
-  return objectValue;
-}
-
-QDOJSONArray* QDOJSONValue::becomeArray() {
-  arrayValue = new QDOJSONArray;
-  type = Array;
-  return arrayValue;
-}
-
-void QDOJSONValue::becomeBoolean(bool value) {
-  booleanValue = value ? 1 : 0;
-  type = Boolean;
-}
-
-void QDOJSONValue::becomeNumber(long long value) {
-  integerValue = value;
-  type = Integer;
-}
-
-void QDOJSONValue::becomeNumber(double value) {
-  doubleValue = value;
-  type = Double;
-}
-
 bool QDOJSONText::scanNumber(Number& number) {
   number = 0LL;
   const long long sign = take('-') ? -1 : 1;

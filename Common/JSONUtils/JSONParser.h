@@ -33,16 +33,6 @@ struct QDOJSONValue {
   QDOJSONValue(const QDOJSONValue&) = delete;
   QDOJSONValue& operator=(const QDOJSONValue&) = delete;
 
-  // Each makes an unset node one of its type, with an empty or the given payload.
-
-  UTF8String* becomeString();
-  QDOJSONObject* becomeObject();
-  QDOJSONArray* becomeArray();
-  void becomeBoolean(bool value);
-  void becomeNumber(long long value);
-  void becomeNumber(double value);
-  void becomeNull() { type = Null; }
-
   Type type = Unset;
   /// The member of the type; strings, objects and arrays are owned.
   union {
@@ -190,14 +180,15 @@ class QDOJSONScanner : public QDOJSONText {
       return false;
     }
     skipWhitespace();
-    if (byteAt(0) != '"' || !scanString() || !target_.takesKey(text_)) {
+    if (byteAt(0) != '"') {
+      return false;
+    }
+    const bool hasKey = scanString() && target_.takesKey(text_);
+    skipWhitespace();
+    if (!hasKey || !take(':')) {
       return false;
     }
     typename Target::Key key = Target::makeKey(text_);
-    skipWhitespace();
-    if (!take(':')) {
-      return false;
-    }
     Child member = Target::makeChild();
     if (!parseValue(Target::valueOf(member))) {
       return false;
@@ -264,17 +255,35 @@ struct QDOJSONTree {
   static Child makeChild() { return std::make_shared<QDOJSONValue>(); }
   static Value& valueOf(const Child& child) { return *child; }
 
-  static Object* becomeObject(Value& value) { return value.becomeObject(); }
-  static Array* becomeArray(Value& value) { return value.becomeArray(); }
+  // The payload is stored before the type: a node that cannot be filled stays unset.
+
+  static Object* becomeObject(Value& value) {
+    value.objectValue = new Object;
+    value.type = Value::Object;
+    return value.objectValue;
+  }
+  static Array* becomeArray(Value& value) {
+    value.arrayValue = new Array;
+    value.type = Value::Array;
+    return value.arrayValue;
+  }
   static void becomeString(Value& value, const UTF8String& text) {
-    value.becomeString()->append(text);
+    value.stringValue = new UTF8String(text);
+    value.type = Value::String;
   }
-  static void becomeBoolean(Value& value, bool isTrue) { value.becomeBoolean(isTrue); }
-  template <typename Kind>
-  static void becomeNumber(Value& value, Kind number) {
-    value.becomeNumber(number);
+  static void becomeBoolean(Value& value, bool isTrue) {
+    value.booleanValue = isTrue ? 1 : 0;
+    value.type = Value::Boolean;
   }
-  static void becomeNull(Value& value) { value.becomeNull(); }
+  static void becomeNumber(Value& value, long long number) {
+    value.integerValue = number;
+    value.type = Value::Integer;
+  }
+  static void becomeNumber(Value& value, double number) {
+    value.doubleValue = number;
+    value.type = Value::Double;
+  }
+  static void becomeNull(Value& value) { value.type = Value::Null; }
 
   /// A key that is not taken is treated as a syntax error.
   static bool takesKey(const UTF8String& /*text*/) { return true; }

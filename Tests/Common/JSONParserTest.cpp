@@ -59,6 +59,13 @@ class Stepper : public QDOJSONParserImplHelper {
   std::unique_ptr<unsigned char[]> bytes_;
 };
 
+/// Tells where a scanner stopped.
+class Scanned : public QDOJSONParserImplHelper {
+ public:
+  using QDOJSONParserImplHelper::QDOJSONParserImplHelper;
+  using QDOJSONParserImplHelper::remaining;
+};
+
 /// How far advance() goes at the start of `text`; -1 when it says that it did not move.
 int Advance(std::string_view text) {
   Stepper stepper(text);
@@ -653,6 +660,16 @@ TEST(JSONParserTest, MemberNeedsAQuotedKeyAndAColon) {
   EXPECT_EQ(Scan(R"({"a)"), "fail {}");
   EXPECT_EQ(Scan(R"({"a\q":1})"), "fail {}");
   EXPECT_EQ(Scan(R"({"a"::1})"), R"(fail {"a":unset})");
+}
+
+TEST(JSONParserTest, WhitespaceAfterAFailedKeyIsSkipped) {
+  const std::string_view text = "{\"a\n\t\x01";
+  const auto bytes = ExactCopy(text);
+  const Scanned scanned(bytes.get(), static_cast<unsigned int>(text.size()));
+  EXPECT_FALSE(scanned.succeeded());
+  EXPECT_EQ(scanned.remaining(), 1U);
+  const auto lineFeed = ExactCopy("{\"a\n");
+  EXPECT_EQ(Scanned(lineFeed.get(), 4).remaining(), 0U);  // at position 4
 }
 
 TEST(JSONParserTest, MembersNeedCommas) {
