@@ -7,6 +7,7 @@
 #include <cstring>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "QDOJSONParser.h"
 #include "Rendering.h"
@@ -192,7 +193,44 @@ bool Same(const QDOObject& a, const QDOObject& b) {
   }
 }
 
+/// Expects that both ways make the same value of an object with `keys` in that order.
+void ExpectTheFirstOfEqualKeys(const std::vector<std::string>& keys) {
+  std::string text = "{";
+  for (const std::string& key : keys) {
+    text += (text.size() > 1 ? ",\"" : "\"") + key + "\":" + std::to_string(text.size());
+  }
+  text += "}";
+  QDOJSONParserImpl parser;
+  parser.parse(reinterpret_cast<const unsigned char*>(text.c_str()),
+               static_cast<unsigned int>(text.size()));
+  const QDOObject converted = parser.getQDOObject(false);
+  ASSERT_TRUE(Same(QDOJSONParser::fromJSON(text, false), converted)) << text;
+}
+
 }  // namespace
+
+// In a tree, the order of the empty key beside others is odd on purpose: keys may be held twice.
+TEST(TextToValueTest, FirstOfEqualKeysCountsBesideTheEmptyKeyBothWays) {
+  constexpr unsigned int kLongest = 6;
+  const std::string keys[] = {"", "a", "b", "c"};
+  for (unsigned int length = 1; length <= kLongest; ++length) {
+    for (unsigned int number = 0; number < 1U << (2 * length); ++number) {
+      std::vector<std::string> sequence;
+      for (unsigned int i = 0; i < length; ++i) {
+        sequence.push_back(keys[number >> (2 * i) & 3U]);
+      }
+      ExpectTheFirstOfEqualKeys(sequence);
+    }
+  }
+  std::mt19937 random(20171130);
+  for (int i = 0; i < 500; ++i) {
+    std::vector<std::string> sequence(random() % 60);
+    for (std::string& key : sequence) {
+      key = std::string(random() % 5 == 0 ? 0 : 1, static_cast<char>('a' + random() % 20));
+    }
+    ExpectTheFirstOfEqualKeys(sequence);
+  }
+}
 
 TEST(TextToValueTest, StraightValuesEqualThoseOfATree) {
   // Under sanitizers the fuzzer text_to_value compares more.

@@ -42,11 +42,12 @@ struct ValueTarget {
   }
   static void becomeNull(Value& value) { value.set(QDOObject::Null); }
 
-  /// Refuses the keys that a tree orders otherwise than a map of values does: on purpose, only the
-  /// tree knows their order.
+  /// Refuses the keys whose lengths UTF8String::compare() may confuse: on purpose, a tree takes
+  /// some of them for equal. The empty key has an odd order in a tree, too, but of equal keys the
+  /// first one counts both ways.
   bool takesKey(const UTF8String& text) const {
-    metOddKey = text.length() == 0 || text.length() > std::numeric_limits<std::int16_t>::max();
-    return !metOddKey;
+    metLongKey = text.length() > std::numeric_limits<std::int16_t>::max();
+    return !metLongKey;
   }
   static Key makeKey(const UTF8String& text) { return {text.str(), text.length()}; }
   // NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved on
@@ -56,7 +57,7 @@ struct ValueTarget {
   }
 
   bool proxyConvention;
-  bool& metOddKey;
+  bool& metLongKey;
 };
 
 }  // namespace
@@ -101,10 +102,10 @@ QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxy
 QDOObject QDOJSONParser::fromJSON(const std::string& text, bool proxyConvention) {
   const auto* const bytes = reinterpret_cast<const unsigned char*>(text.c_str());
   const auto length = static_cast<unsigned int>(text.length());
-  bool metOddKey = false;
-  const ValueTarget target{proxyConvention, metOddKey};
+  bool metLongKey = false;
+  const ValueTarget target{proxyConvention, metLongKey};
   QDOObject value = QDOJSONScanner<ValueTarget>(bytes, length, target).getRoot();
-  if (metOddKey) {
+  if (metLongKey) {
     QDOJSONParserImpl parser;
     parser.parse(bytes, length);
     value = parser.getQDOObject(proxyConvention);
