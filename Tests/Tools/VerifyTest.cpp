@@ -11,6 +11,7 @@
 #include "ZipBuilder.h"
 #include "commands/Diff.h"
 #include "commands/Install.h"
+#include "commands/Plan.h"
 #include "commands/Status.h"
 #include "commands/Verify.h"
 #include "machine/HostCheck.h"
