@@ -1,15 +1,17 @@
 """Running a command as a whole process and asking the operating system what it took."""
 
 import dataclasses
+import importlib
 import os
 import pickle
 import re
-import resource  # noqa: F401, os.wait4() looks for it, in a private root in vain
 import shutil
 import statistics
 import subprocess
 import tempfile
 import time
+
+importlib.import_module("resource")  # os.wait4() needs it, and a private root does not have it
 
 MACHINE_FILES = "/Library"  # what a run of the installer makes in its private root
 

@@ -3,16 +3,14 @@ the shipped installer leaves."""
 
 import json
 import os
-import pathlib
 import shutil
 import signal
 import subprocess
-import tempfile
 import unittest
 import zlib
 
 from archives import ARCHIVES
-from machine import CONTENT, InstallerTestCase, write_tree
+from machine import InstallerTestCase, write_tree
 from metadata_files import FILES
 from private_root import DIRECTORY, full_version, tree
 

@@ -13,7 +13,6 @@ import os
 import plistlib
 import random
 import signal
-import subprocess
 import sys
 import time
 

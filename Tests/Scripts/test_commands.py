@@ -12,7 +12,7 @@ import tempfile
 import time
 import unittest
 
-from private_root import SOURCE
+from private_root import SOURCE, heed_signals
 
 COMMANDS = sorted(path for path in (SOURCE / "script").iterdir() if path.is_file())
 DEADLINE = 30  # seconds, for what takes a moment
@@ -240,7 +240,7 @@ class Interruption(CommandTestCase):
         command = subprocess.Popen(
             [SOURCE / "script" / name, *arguments], stdin=subprocess.DEVNULL,
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, env=self.environment(),
-            cwd=self.directory)
+            cwd=self.directory, preexec_fn=heed_signals)
         self.wait_for(self.started.exists, self.processes)
         self.started.unlink()
         command.send_signal(number)

@@ -5,6 +5,7 @@ import errno
 import os
 import pathlib
 import shutil
+import signal
 import subprocess
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
@@ -29,6 +30,13 @@ def record_of(update, directory="Resource0"):
     """The record after an installation, without the random identifier."""
     return {"tWebResourceInstallPath": directory, "iUpdateId": update,
             "tFullVersion": full_version(update)}
+
+
+def heed_signals():
+    """Restores the default actions of the signals that tests send. For `preexec_fn`: nohup and a
+    shell's background jobs ignore signals, and a child process inherits that."""
+    for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, signal.SIG_DFL)
 
 
 def file_system_takes(path):

@@ -8,7 +8,6 @@ import os
 import pathlib
 import plistlib
 import pty
-import re
 import shutil
 import signal
 import subprocess

@@ -1,5 +1,6 @@
 """The command webresources as it is installed: test_webresources.py BUILD-DIRECTORY [TEST...]"""
 
+import errno
 import json
 import os
 import pathlib
@@ -23,7 +24,7 @@ import zlib
 import jsonschema
 
 import private_root
-from private_root import SEVEN_ZIP, SOURCE, command_in, full_version
+from private_root import SEVEN_ZIP, SOURCE, command_in, full_version, heed_signals
 
 BUILD = pathlib.Path(sys.argv[1]).resolve()
 TEMPORARY = tempfile.TemporaryDirectory(prefix='webresources-')
@@ -52,6 +53,22 @@ def run(*arguments, **options):
     environment = {**os.environ, **options.pop('env', {})}
     return subprocess.run([COMMAND, *arguments], capture_output=True, text=True, env=environment,
                           timeout=120, **options)
+
+
+def output_on_a_terminal(command, environment):
+    """Returns everything that a command writes to its standard output, a terminal."""
+    master, terminal = pty.openpty()
+    with subprocess.Popen(command, stdout=terminal, env=environment):
+        os.close(terminal)
+        shown = b''
+        try:
+            while part := os.read(master, 4096):
+                shown += part
+        except OSError as error:  # Linux ends it so; the kernel passes the bytes on when it has time
+            if error.errno != errno.EIO:
+                raise
+    os.close(master)
+    return shown
 
 
 def as_ordinary_user():
@@ -391,7 +408,8 @@ class CheckTest(Case):
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             process = subprocess.Popen([COMMAND, 'check', '--prove', self.resources],
                                        stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
-                                       env={**os.environ, 'TMPDIR': str(scratch)}, text=True)
+                                       env={**os.environ, 'TMPDIR': str(scratch)}, text=True,
+                                       preexec_fn=heed_signals)
             while process.poll() is None and not list(scratch.glob('*/Resource0/0*')):
                 pass
             process.send_signal(number)
@@ -409,14 +427,10 @@ class CheckTest(Case):
         for environment, coloured in (({'TERM': 'xterm'}, True), ({'TERM': 'dumb'}, False), ({}, False),
                                       ({'TERM': 'xterm', 'NO_COLOR': '1'}, False),
                                       ({'TERM': 'xterm', 'NO_COLOR': ''}, True)):
-            master, terminal = pty.openpty()
-            subprocess.run([COMMAND, 'check', self.resources], stdout=terminal,
-                           env={'PATH': os.environ['PATH'], **environment}, check=False)
-            shown = os.read(master, 100000)
+            shown = output_on_a_terminal([COMMAND, 'check', self.resources],
+                                         {'PATH': os.environ['PATH'], **environment})
             for colour in (b'\x1b[31merror', b'\x1b[33mwarning'):
                 self.assertEqual(colour in shown, coloured, environment)
-            os.close(master)
-            os.close(terminal)
         self.assertNotIn('\x1b', run('check', self.resources, env={'TERM': 'xterm'}).stdout)
 
     def test_full_output_is_an_error(self):
