@@ -12,8 +12,8 @@
 #include <memory>
 
 #include "Fuzz.h"
+#include "InstallRecord.h"
 #include "InstallerConstants.h"
-#include "OSUtils.h"
 #include "PreferencesDomain.h"
 #include "TestFiles.h"
 
@@ -116,9 +116,10 @@ bool Wipe(PreferencesDomain& domain) {
 }
 
 void RequireRecorded(const std::string& root) {
-  WebRegInfo info;
-  Require(OSUtils::InfoUnder(root, &info), "the record can be read");
-  Require(info.installPath == kText && info.updateId == kNumber, "the record is read back");
+  const auto record = ReadRecord(root);
+  Require(record.has_value(), "the record can be read");
+  Require(record->values.installPath == kText && record->values.updateId == kNumber,
+          "the record is read back");
 }
 
 class Examination {
@@ -127,8 +128,7 @@ class Examination {
   Examination(const std::string& root, const std::string& bytes) : root_(root), bytes_(bytes) {
     std::filesystem::create_directories(preferences_);
     WriteFile(file_, bytes);
-    WebRegInfo info;
-    Require(OSUtils::InfoUnder(root_, &info), "the file can be read");
+    Require(ReadRecord(root_).has_value(), "the file can be read");
     Require(ReadFile(file_) == bytes, "reading changes nothing");
   }
 

@@ -91,30 +91,6 @@ class OSUtils {
   /// its key's, count as absent.
   static void OldInfo(WebRegInfo* info);
 
-  /// OldInfo() of the host whose file system lies at `root`, empty for this one. Returns false when
-  /// its record cannot be read; a record that does not exist can be read and is empty.
-  static bool InfoUnder(const std::string& root, WebRegInfo* info);
-
-  /// How a value of the record is stored, which WebRegInfo does not tell.
-  enum class ValueState {
-    Absent,
-    Usable,
-    Unusable,  ///< Of another type than its key's, or a text of more than 127 bytes.
-  };
-  struct RecordStates {
-    ValueState random = ValueState::Absent;
-    ValueState updateId = ValueState::Absent;
-    ValueState installPath = ValueState::Absent;
-    ValueState fullVersion = ValueState::Absent;
-  };
-
-  /// The states of the values that InfoUnder() gives.
-  static RecordStates StatesUnder(const std::string& root);
-
-  /// Removes the random identifier of the record that InfoUnder() reads, so that the next run draws
-  /// one. Not a step of a run: it is for a recorded value that no run would replace.
-  static bool RemoveRandom(const std::string& root);
-
   /// Removes every key of the domain, not only those of the record. Returns false, without a flush,
   /// when the domain has no keys.
   static bool ClearRegistry();

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <vector>
 
 /// One preferences domain: the values stored under an application identifier, for all users, on the
 /// current host.
@@ -51,8 +52,20 @@ class PreferencesDomain {
   /// write the domain.
   bool Flush();
 
-  /// Whether the domain can be read; a domain that is not there can. Changes nothing.
-  bool IsReadable() const;
+  /// The value of a key at the moment of Read().
+  struct Value {
+    bool isPresent = false;           ///< Whether there is a value, of whatever type.
+    std::optional<int> number;        ///< As GetNumber() gives it.
+    std::optional<std::string> text;  ///< If the value is a text: of any length.
+  };
+
+  /// Returns the values of `keys`, in their order, all from one read. A domain that does not exist
+  /// has no values. Returns nothing if the domain cannot be read; errno then tells the reason.
+  /// Changes nothing.
+  std::optional<std::vector<Value>> Read(const std::vector<std::string>& keys) const;
+
+  /// The place of the domain, for people: the path of its file, or its name.
+  const std::string& location() const { return name_; }
 
  private:
   std::string name_;  ///< What the back end calls the domain.

@@ -11,6 +11,7 @@
 
 #include "Bundle.h"
 #include "DirectoryChain.h"
+#include "InstallRecord.h"
 #include "InstallerConstants.h"
 #include "OSUtils.h"
 #include "PreferencesDomain.h"
@@ -193,21 +194,6 @@ void Capture(const PreferencesDomain& record, WebRegInfo* info) {
   info->fullVersion = CarriedText(record, kFullVersionKey);
 }
 
-OSUtils::ValueState StateOf(const PreferencesDomain& record, const char* key, bool isUsable) {
-  return isUsable          ? OSUtils::ValueState::Usable
-         : record.Has(key) ? OSUtils::ValueState::Unusable
-                           : OSUtils::ValueState::Absent;
-}
-
-OSUtils::ValueState StateOfNumber(const PreferencesDomain& record, const char* key) {
-  return StateOf(record, key, record.GetNumber(key).has_value());
-}
-
-OSUtils::ValueState StateOfText(const PreferencesDomain& record, const char* key) {
-  char text[kCarriedTextSize] = {};
-  return StateOf(record, key, record.GetText(key, text, sizeof text));
-}
-
 }  // namespace
 
 std::string OSUtils::CompleteVersion(int build) {
@@ -242,24 +228,6 @@ void OSUtils::OldInfo(WebRegInfo* info) {
   Capture(Record(), info);
 }
 
-bool OSUtils::InfoUnder(const std::string& root, WebRegInfo* info) {
-  const PreferencesDomain record(PLIST_SECTION_KEY, root);
-  Capture(record, info);
-  return record.IsReadable();
-}
-
-OSUtils::RecordStates OSUtils::StatesUnder(const std::string& root) {
-  const PreferencesDomain record(PLIST_SECTION_KEY, root);
-  return {StateOfNumber(record, kRandomKey), StateOfNumber(record, kUpdateIdKey),
-          StateOfText(record, kInstallPathKey), StateOfText(record, kFullVersionKey)};
-}
-
-bool OSUtils::RemoveRandom(const std::string& root) {
-  PreferencesDomain record(PLIST_SECTION_KEY, root);
-  record.Remove(kRandomKey);
-  return record.Flush();
-}
-
 bool OSUtils::ClearRegistry() {
   PreferencesDomain record = Record();
   return record.RemoveAll() && record.Flush();
@@ -279,5 +247,52 @@ bool OSUtils::MakeFreshRegistry(WebRegInfo* info) {
   if (!info->fullVersion.empty()) {
     record.SetText(kFullVersionKey, info->fullVersion);
   }
+  return record.Flush();
+}
+
+// For programs that look at an installation ------------------------------------------------------
+
+namespace {
+
+using State = InstallRecord::State;
+
+State StateOf(const PreferencesDomain::Value& value, bool isUsable) {
+  return isUsable ? State::Usable : value.isPresent ? State::Unusable : State::Absent;
+}
+
+State Capture(const PreferencesDomain::Value& value, std::int32_t& number) {
+  number = value.number.value_or(kAbsent);
+  return StateOf(value, value.number.has_value());
+}
+
+State Capture(const PreferencesDomain::Value& value, std::string& text) {
+  const bool isUsable = value.text && value.text->length() < kCarriedTextSize;
+  text = isUsable ? *value.text : std::string();
+  return StateOf(value, isUsable);
+}
+
+}  // namespace
+
+std::optional<InstallRecord> ReadRecord(const std::string& hostRoot) {
+  const auto values = PreferencesDomain(PLIST_SECTION_KEY, hostRoot)
+                          .Read({kRandomKey, kUpdateIdKey, kInstallPathKey, kFullVersionKey});
+  if (!values) {
+    return std::nullopt;
+  }
+  InstallRecord record;
+  record.random = Capture((*values)[0], record.values.random);
+  record.updateId = Capture((*values)[1], record.values.updateId);
+  record.installPath = Capture((*values)[2], record.values.installPath);
+  record.fullVersion = Capture((*values)[3], record.values.fullVersion);
+  return record;
+}
+
+std::string RecordLocation(const std::string& hostRoot) {
+  return PreferencesDomain(PLIST_SECTION_KEY, hostRoot).location();
+}
+
+bool RemoveRandom(const std::string& hostRoot) {
+  PreferencesDomain record(PLIST_SECTION_KEY, hostRoot);
+  record.Remove(kRandomKey);
   return record.Flush();
 }

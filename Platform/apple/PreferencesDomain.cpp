@@ -1,5 +1,6 @@
 #include "PreferencesDomain.h"
 
+#include <cerrno>
 #include <cstring>
 #include <set>
 #include <utility>
@@ -67,6 +68,29 @@ std::optional<std::string> ToUTF8(CFStringRef string) {
   return text;
 }
 
+std::optional<std::string> TextOf(const ScopedValue& value) {
+  if (value == nullptr || CFGetTypeID(value.get()) != CFStringGetTypeID()) {
+    return std::nullopt;
+  }
+  return ToUTF8(static_cast<CFStringRef>(value.get()));
+}
+
+std::optional<int> NumberOf(const ScopedValue& value) {
+  if (value == nullptr || CFGetTypeID(value.get()) != CFNumberGetTypeID()) {
+    return std::nullopt;
+  }
+  int number;  // holds what did fit of the value when the conversion fails
+  if (!CFNumberGetValue(static_cast<CFNumberRef>(value.get()), kCFNumberIntType, &number)) {
+    return std::nullopt;
+  }
+  // The conversion takes the last unsigned 64-bit numbers for negative ones, and says it fits.
+  const ScopedNumber same = MakeNumber(number);
+  if (same == nullptr || !CFEqual(value.get(), same.get())) {
+    return std::nullopt;
+  }
+  return number;
+}
+
 }  // namespace
 
 // Only this host is reached: others have a name that no domain can have, as it is not UTF-8.
@@ -112,11 +136,7 @@ bool PreferencesDomain::Has(const std::string& key) const {
 }
 
 bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_t size) const {
-  const ScopedValue value = CopyValue(key, name_);
-  if (value == nullptr || CFGetTypeID(value.get()) != CFStringGetTypeID()) {
-    return false;
-  }
-  const auto text = ToUTF8(static_cast<CFStringRef>(value.get()));
+  const auto text = TextOf(CopyValue(key, name_));
   if (!text || text->length() >= size) {
     return false;
   }
@@ -125,20 +145,7 @@ bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_
 }
 
 std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
-  const ScopedValue value = CopyValue(key, name_);
-  if (value == nullptr || CFGetTypeID(value.get()) != CFNumberGetTypeID()) {
-    return std::nullopt;
-  }
-  int number;  // holds what did fit of the value when the conversion fails
-  if (!CFNumberGetValue(static_cast<CFNumberRef>(value.get()), kCFNumberIntType, &number)) {
-    return std::nullopt;
-  }
-  // The conversion takes the last unsigned 64-bit numbers for negative ones, and says it fits.
-  const ScopedNumber same = MakeNumber(number);
-  if (same == nullptr || !CFEqual(value.get(), same.get())) {
-    return std::nullopt;
-  }
-  return number;
+  return NumberOf(CopyValue(key, name_));
 }
 
 bool PreferencesDomain::Flush() {
@@ -150,6 +157,16 @@ bool PreferencesDomain::Flush() {
 
 // CoreFoundation does not say whether it could read a domain of this host. Not a flush's result:
 // that may be false for a process that cannot write, even when it has nothing to write.
-bool PreferencesDomain::IsReadable() const {
-  return WrapForever(name_) != nullptr;
+std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
+    const std::vector<std::string>& keys) const {
+  if (WrapForever(name_) == nullptr) {
+    errno = ENOTSUP;
+    return std::nullopt;
+  }
+  std::vector<Value> values;
+  for (const std::string& key : keys) {
+    const ScopedValue value = CopyValue(key, name_);
+    values.push_back({value != nullptr, NumberOf(value), TextOf(value)});
+  }
+  return values;
 }

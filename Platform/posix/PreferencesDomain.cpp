@@ -96,6 +96,23 @@ bool PreferencesDomain::Flush() {
   return true;
 }
 
-bool PreferencesDomain::IsReadable() const {
-  return PropertyListFile(name_).Apply({});
+std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
+    const std::vector<std::string>& keys) const {
+  if (!PropertyListFile(name_).Apply({})) {
+    return std::nullopt;
+  }
+  PropertyList::Contents contents = Current(name_);
+  std::vector<Value> values(keys.size());
+  for (std::size_t i = 0; i < keys.size(); ++i) {
+    const auto found = contents.find(keys[i]);
+    if (found != contents.end()) {
+      values[i].isPresent = true;
+      if (const int* number = std::get_if<int>(&found->second)) {
+        values[i].number = *number;
+      } else if (std::string* text = std::get_if<std::string>(&found->second)) {
+        values[i].text = std::move(*text);
+      }
+    }
+  }
+  return values;
 }

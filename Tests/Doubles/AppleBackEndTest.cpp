@@ -11,6 +11,7 @@
 #include "AnotherProcess.h"
 #include "Bundle.h"
 #include "CoreFoundation/Object.h"
+#include "InstallRecord.h"
 #include "OSUtils.h"
 #include "PreferencesDomain.h"
 
@@ -91,17 +92,12 @@ TEST_F(AppleBackEnd, RecordIsReadableWithoutTheRightToWriteIt) {
   ASSERT_TRUE(OSUtils::RegisterUpdateID(7));
   const ScopedMode mode("unprivileged");
   ASSERT_FALSE(domain_.Flush());
-  EXPECT_TRUE(domain_.IsReadable());
-  WebRegInfo info;
-  EXPECT_TRUE(OSUtils::InfoUnder("", &info));
-  EXPECT_EQ(7, info.updateId);
+  EXPECT_EQ(7, ReadRecord("").value().values.updateId);
 }
 
 TEST_F(AppleBackEnd, RecordOfAnotherHostIsNotReadable) {
   ASSERT_TRUE(OSUtils::RegisterUpdateID(7));
-  WebRegInfo info;
-  EXPECT_FALSE(OSUtils::InfoUnder("/other host", &info));
-  EXPECT_EQ(-1, info.updateId);
+  EXPECT_FALSE(ReadRecord("/other host"));
 }
 
 // Where CoreFoundation fails --------------------------------------------------------------------

@@ -119,12 +119,25 @@ TEST_F(PreferencesDomainTest, ChangesAreVisibleToOthersAtTheLatestAfterTheFlush)
   EXPECT_EQ("number=7;", Stored());
 }
 
-TEST_F(PreferencesDomainTest, DomainThatIsNotThereIsReadable) {
-  EXPECT_TRUE(domain_.IsReadable());
+TEST_F(PreferencesDomainTest, ReadGivesValuesOfEveryTypeInTheOrderOfTheKeys) {
   domain_.SetNumber("number", 7);
-  EXPECT_TRUE(domain_.IsReadable());
-  ASSERT_TRUE(domain_.Flush());
-  EXPECT_TRUE(domain_.IsReadable());
+  domain_.SetText("text", std::string(1000, 'x'));
+  for (int i = 0; i < 2; ++i) {  // before the flush and after it
+    const auto values = domain_.Read({"text", "absent", "number"});
+    ASSERT_TRUE(values);
+    ASSERT_EQ(3U, values->size());
+    EXPECT_TRUE((*values)[0].isPresent && !(*values)[1].isPresent && (*values)[2].isPresent);
+    EXPECT_EQ(std::string(1000, 'x'), (*values)[0].text);
+    EXPECT_EQ(7, (*values)[2].number);
+    EXPECT_FALSE((*values)[0].number || (*values)[1].text || (*values)[2].text);
+    ASSERT_TRUE(domain_.Flush());
+  }
+}
+
+TEST_F(PreferencesDomainTest, DomainThatIsNotThereIsReadAsEmpty) {
+  const auto values = domain_.Read({"number"});
+  ASSERT_TRUE(values);
+  EXPECT_FALSE((*values)[0].isPresent);
 }
 
 TEST_F(PreferencesDomainTest, FlushKeepsTheKeysOfAnotherProcess) {

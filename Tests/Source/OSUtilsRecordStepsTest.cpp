@@ -92,8 +92,9 @@ bool PreferencesDomain::Flush() {
   return store.flushes;
 }
 
-bool PreferencesDomain::IsReadable() const {
-  return true;
+std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
+    const std::vector<std::string>&) const {
+  return std::nullopt;
 }
 
 namespace {

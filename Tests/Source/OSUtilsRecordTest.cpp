@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 
+#include "InstallRecord.h"
 #include "OSUtils.h"
 #include "StoredRecord.h"
 #include "Support.h"
@@ -250,11 +251,10 @@ class RecordUnderARoot : public RecordFile {
     std::filesystem::remove_all(kRoot);
   }
 
-  /// What another host's record is read as; `isReadable` receives the result.
-  static WebRegInfo InfoUnder(const std::string& root, bool& isReadable) {
-    WebRegInfo info = {11, 12, "before", "before"};
-    isReadable = OSUtils::InfoUnder(root, &info);
-    return info;
+  /// The values of a host's record; nothing if the record cannot be read.
+  static std::optional<WebRegInfo> InfoUnder(const std::string& root) {
+    const auto record = ReadRecord(root);
+    return record ? std::optional(record->values) : std::nullopt;
   }
 
   /// Makes what this host has the other one's.
@@ -269,26 +269,19 @@ TEST_F(RecordUnderARoot, IsReadThereAndNotHere) {
         String("tWebResourceInstallPath", "Resource0") + String("tFullVersion", "x"));
   MoveToTheOtherHost();
   Write(Number("irandom", "1"));
-  bool isReadable = false;
-  ExpectInfo(InfoUnder(kRoot, isReadable), 4711, 5, "Resource0", "x");
-  EXPECT_TRUE(isReadable);
-  ExpectInfo(InfoUnder("", isReadable), 1, -1, "", "");
-  EXPECT_TRUE(isReadable);
+  ExpectInfo(InfoUnder(kRoot).value(), 4711, 5, "Resource0", "x");
+  ExpectInfo(InfoUnder("").value(), 1, -1, "", "");
 }
 
 TEST_F(RecordUnderARoot, IsAllAbsentWhereThereIsNone) {
   Write(Number("irandom", "1"));
-  bool isReadable = false;
-  ExpectInfo(InfoUnder(kRoot, isReadable), -1, -1, "", "");
-  EXPECT_TRUE(isReadable);
+  ExpectInfo(InfoUnder(kRoot).value(), -1, -1, "", "");
   EXPECT_FALSE(IsThere(kRoot));
 }
 
 TEST_F(RecordUnderARoot, ThatCannotBeReadIsNotTakenForAbsent) {
   std::filesystem::create_directories(kRoot + file_);
-  bool isReadable = true;
-  ExpectInfo(InfoUnder(kRoot, isReadable), -1, -1, "", "");
-  EXPECT_FALSE(isReadable);
+  EXPECT_FALSE(InfoUnder(kRoot));
 }
 
 // Wiping ----------------------------------------------------------------------------------------

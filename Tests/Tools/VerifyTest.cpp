@@ -399,7 +399,7 @@ TEST_F(VerifyTest, ReceiptHasTheVersionThatWroteIt) {
 
 TEST_F(VerifyTest, IdentifierThatIsInOrderOnASecondLookIsKept) {
   Installation seen = ReadInstallation(options_.hostRoot);
-  seen.record.random = 0;
+  seen.record.values.random = 0;
   RepairWhatARunKeeps(seen);
   EXPECT_EQ(record_.GetNumber("irandom"), 42);
 }
@@ -421,8 +421,8 @@ TEST_F(VerifyTest, RepairThatFailsIsTold) {
       RepairWhatARunKeeps(installation);
       ADD_FAILURE() << "it is removed";
     } catch (const Error& error) {
-      EXPECT_STREQ(error.what(),
-                   "cannot write the record: the random identifier cannot be removed");
+      EXPECT_EQ(error.what(), "cannot write " + RecordLocation(options_.hostRoot) +
+                                  ": the random identifier cannot be removed");
     }
   }
   chmod(fs::path(installRoot_).parent_path().c_str(), 0700);

@@ -13,24 +13,12 @@ namespace {
 
 using Outcome = InstallPlan::Outcome;
 
-bool WillDrawRandom(const Installation& installation, const ExpectedBundle& bundle) {
-  return bundle.metadata.regenerate.value_or(false) || IsRandomUnusable(installation) ||
-         installation.states.random == OSUtils::ValueState::Absent;
-}
-
 Json RecordAfter(const InstallPlan& plan, const ExpectedBundle& bundle) {
-  WebRegInfo after = plan.installation.record;
-  const bool installs = plan.outcome == Outcome::Install;
-  if (installs) {
-    after.installPath = kFinalName;
-    after.updateId = bundle.UpdateId();
-    after.fullVersion = OSUtils::CompleteVersion(after.updateId);
-  }
-  Json json = ToJson(after);
-  if (installs && WillDrawRandom(plan.installation, bundle)) {
-    json["random"] = "drawn";
-  }
-  return json;
+  const InstallRecord& record = plan.installation.record;
+  return plan.outcome == Outcome::Install
+             ? webresources::RecordAfter(record, bundle.UpdateId(),
+                                         bundle.metadata.regenerate.value_or(false))
+             : webresources::ToJson(record.values);
 }
 
 FileTree InstalledTree(const Installation& installation) {
@@ -66,7 +54,7 @@ void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bu
   const bool installs = plan.outcome == Outcome::Install;
   ReportChanges(ChangesBetween(before, installs ? bundle.tree : before), report);
   ReportLeftovers(installs ? LeftoversOf(plan.installation) : std::vector<std::string>(), report);
-  const auto updateId = plan.installation.UpdateId();
+  const auto updateId = UpdateIdOf(plan.installation.record);
   const std::string recorded = updateId ? std::to_string(*updateId) : "none";
   report.summary.push_back("update: " + recorded + " -> " +
                            (installs ? std::to_string(bundle.UpdateId()) : recorded));

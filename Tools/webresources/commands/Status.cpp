@@ -46,10 +46,11 @@ Report Status(const StatusOptions& options) {
   report.details["bytes"] = BytesOf(tree);
   report.details["since"] = since;
   report.details["comparedWith"] = check.receipt ? "receipt" : "record";
-  const auto updateId = installation.UpdateId();
+  const auto updateId = UpdateIdOf(installation.record);
   report.summary = {
       "update:    " + (updateId ? std::to_string(*updateId) : std::string("none")) + ", version " +
-          (installation.record.fullVersion.empty() ? "none" : installation.record.fullVersion),
+          (installation.record.values.fullVersion.empty() ? "none"
+                                                          : installation.record.values.fullVersion),
       "directory: " + (isThere ? directory : std::string("none")),
       "content:   " + std::to_string(FilesOf(tree)) + " files, " + std::to_string(BytesOf(tree)) +
           " bytes",

@@ -26,14 +26,6 @@ bool IsClosed(const std::string& path) {
 
 }  // namespace
 
-bool IsRandomUnusable(const Installation& installation) {
-  using ValueState = OSUtils::ValueState;
-  const int random = installation.record.random;
-  return installation.states.random == ValueState::Unusable ||
-         (installation.states.random == ValueState::Usable &&
-          (random < 1 || random > OSUtils::kLargestRandom));
-}
-
 std::vector<std::string> ClosedDirectories(const Installation& installation) {
   std::vector<std::string> closed;
   std::string path = ParentOf(installation.installRoot);
@@ -46,11 +38,8 @@ std::vector<std::string> ClosedDirectories(const Installation& installation) {
 }
 
 void RepairWhatARunKeeps(const Installation& installation) {
-  // Each value is read for itself: one that could not be read looks like a wrong one. It is looked
-  // at again before it is removed.
-  if (IsRandomUnusable(installation) && IsRandomUnusable(ReadInstallation(installation.hostRoot)) &&
-      !OSUtils::RemoveRandom(installation.hostRoot)) {
-    throw Error("write", "the record", "the random identifier cannot be removed");
+  if (IsRandomUnusable(installation.record)) {
+    RemoveUnusableRandom(installation.hostRoot);
   }
   for (const std::string& path : ClosedDirectories(installation)) {
     if (chmod(path.c_str(), kDirectoryMode) != 0) {
@@ -62,12 +51,8 @@ void RepairWhatARunKeeps(const Installation& installation) {
 namespace {
 
 using Kind = Difference::Kind;
-using ValueState = OSUtils::ValueState;
 
 const char kPathName[] = "installed directory";
-const char kUpdateIdName[] = "update number";
-const char kVersionName[] = "full version";
-const char kRandomName[] = "random identifier";
 
 const Rule& RuleOf(Kind kind) {
   switch (kind) {
@@ -94,7 +79,7 @@ unsigned int OwnerOf(const std::string& hostRoot) {
 class InstallationFinder {
  public:
   InstallationFinder(const Installation& installation, const Expectation& expected)
-      : installation_(installation), record_(installation.record), expected_(expected) {}
+      : installation_(installation), record_(installation.record.values), expected_(expected) {}
 
   Findings Find() {
     if (!installation_.isRootUsable) {
@@ -106,7 +91,7 @@ class InstallationFinder {
       FindInDirectory();
       FindInTree();
       FindLeftovers();
-      FindInRecord();
+      Append(findings_, FindInRecord(installation_.record, expected_.updateId));
     }
     return std::move(findings_);
   }
@@ -115,7 +100,7 @@ class InstallationFinder {
   void FindInDirectory() {
     const std::string& recorded = record_.installPath;
     if (recorded.empty()) {
-      AddMissing(kPathName, installation_.states.installPath);
+      AddMissing(findings_, kPathName, installation_.record.installPath);
     } else if (installation_.directory != recorded &&
                (!installation_.directory.empty() || !IsBareName(recorded))) {
       AddFinding(kRecordDirectory, kPathName, "there is no directory " + recorded);
@@ -156,51 +141,6 @@ class InstallationFinder {
         AddFinding(kLeftover, installation_.installRoot + name,
                    "it is not the installed directory");
       }
-    }
-  }
-
-  void FindInRecord() {
-    FindInUpdateId();
-    FindInVersion();
-    if (installation_.states.random != ValueState::Usable) {
-      AddMissing(kRandomName, installation_.states.random);
-    } else if (IsRandomUnusable(installation_)) {
-      AddFinding(kRecordRandom, kRandomName,
-                 "it is " + std::to_string(record_.random) + ", not from 1 to " +
-                     std::to_string(OSUtils::kLargestRandom));
-    }
-  }
-
-  void FindInUpdateId() {
-    const auto recorded = installation_.UpdateId();
-    if (!recorded) {
-      AddMissing(kUpdateIdName, installation_.states.updateId);
-    } else if (expected_.updateId && recorded != expected_.updateId) {
-      AddFinding(kRecordDiffers, kUpdateIdName,
-                 "it is " + std::to_string(*recorded) + " instead of " +
-                     std::to_string(*expected_.updateId));
-    }
-  }
-
-  void FindInVersion() {
-    const auto updateId = expected_.updateId ? expected_.updateId : installation_.UpdateId();
-    if (record_.fullVersion.empty()) {
-      AddMissing(kVersionName, installation_.states.fullVersion);
-    } else if (updateId && record_.fullVersion != OSUtils::CompleteVersion(*updateId)) {
-      const std::string version = OSUtils::CompleteVersion(*updateId);
-      AddFinding(expected_.updateId ? kRecordDiffers : kRecordVersion, kVersionName,
-                 "it is " + record_.fullVersion +
-                     (expected_.updateId ? " instead of " : ", which the update number makes ") +
-                     version);
-    }
-  }
-
-  /// A text may be recorded and empty: it counts as missing.
-  void AddMissing(const char* name, ValueState state) {
-    if (state == ValueState::Unusable) {
-      AddFinding(kRecordType, name, "its value is of another type, or out of range");
-    } else {
-      AddFinding(kRecordMissing, name, "it is not recorded");
     }
   }
 

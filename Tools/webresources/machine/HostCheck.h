@@ -14,10 +14,6 @@ namespace webresources {
 
 /// What is wrong on a machine that a run leaves as it finds it, and how `install` repairs it.
 
-/// Whether the recorded random identifier is of a wrong type or out of range. A run keeps it, for
-/// it is there.
-bool IsRandomUnusable(const Installation& installation);
-
 /// The directories above the installed one, the outermost first, that other users cannot enter or
 /// can write to. A run makes no directory that is there already.
 std::vector<std::string> ClosedDirectories(const Installation& installation);

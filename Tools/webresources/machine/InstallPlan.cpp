@@ -53,7 +53,7 @@ MachineState CompareWithBundle(const std::string& hostRoot, const ExpectedBundle
 }
 
 bool IsNewerInstalled(const Installation& installation, const ExpectedBundle& bundle) {
-  const auto recorded = installation.UpdateId();
+  const auto recorded = UpdateIdOf(installation.record);
   return recorded && *recorded > bundle.UpdateId();
 }
 
@@ -83,7 +83,7 @@ std::string BlockedPath(const InstallPlan& plan) {
 void FindObstacles(const PlanOptions& options, const ExpectedBundle& bundle, InstallPlan& plan) {
   if (!options.allowsDowngrade && IsNewerInstalled(plan.installation, bundle)) {
     Add(plan.findings, kNewerInstalled, plan.installation.installRoot,
-        "update " + std::to_string(plan.installation.record.updateId) +
+        "update " + std::to_string(plan.installation.record.values.updateId) +
             " is installed, and the bundle has update " + std::to_string(bundle.UpdateId()));
   }
   if (const std::string path = BlockedPath(plan); !path.empty()) {

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include "InstallerConstants.h"
+#include "OSUtils.h"
 #include "support/Error.h"
 #include "support/Files.h"
 #include "support/Text.h"
@@ -11,10 +12,8 @@ namespace webresources {
 
 namespace {
 
-using ValueState = OSUtils::ValueState;
-
 std::string InstalledDirectory(const Installation& installation) {
-  const std::string& recorded = installation.record.installPath;
+  const std::string& recorded = installation.record.values.installPath;
   if (!recorded.empty() && IsBareName(recorded) && installation.HasDirectory(recorded)) {
     return recorded;
   }
@@ -24,13 +23,7 @@ std::string InstalledDirectory(const Installation& installation) {
 }  // namespace
 
 bool Installation::IsEmpty() const {
-  return names.empty() && states.random == ValueState::Absent &&
-         states.updateId == ValueState::Absent && states.installPath == ValueState::Absent &&
-         states.fullVersion == ValueState::Absent;
-}
-
-std::optional<int> Installation::UpdateId() const {
-  return states.updateId == ValueState::Usable ? std::optional(record.updateId) : std::nullopt;
+  return names.empty() && webresources::IsEmpty(record);
 }
 
 bool Installation::HasDirectory(const std::string& name) const {
@@ -46,11 +39,7 @@ Installation ReadInstallation(const std::string& hostRoot) {
   Installation installation;
   installation.hostRoot = hostRoot;
   installation.installRoot = hostRoot + OSUtils::GetPellamResourceDirectory();
-  if (!OSUtils::InfoUnder(hostRoot, &installation.record)) {
-    const std::string host = hostRoot.empty() ? "this host" : hostRoot;
-    throw Error("read", "the record of " + host, "it is not readable here");
-  }
-  installation.states = OSUtils::StatesUnder(hostRoot);
+  installation.record = ReadHostRecord(hostRoot);
   const std::string root = ParentOf(installation.installRoot);
   installation.isRootUsable = !Exists(root) || IsDirectory(root);
   if (installation.isRootUsable && StateOf(root) == FileState::Present) {
@@ -76,18 +65,9 @@ std::uint64_t FreeBytes(const Installation& installation) {
   return FreeBytesAt(path.empty() ? "/" : path);
 }
 
-Json ToJson(const WebRegInfo& record) {
-  Json json = Json::object();
-  PutName(json, "installPath", record.installPath);
-  json["updateId"] = record.updateId;
-  PutName(json, "fullVersion", record.fullVersion);
-  json["random"] = record.random;
-  return json;
-}
-
 void ReportInstallation(const Installation& installation, Report& report) {
   PutName(report.details, "installRoot", installation.installRoot);
-  report.details["record"] = ToJson(installation.record);
+  report.details["record"] = ToJson(installation.record.values);
 }
 
 }  // namespace webresources

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "OSUtils.h"
+#include "machine/Record.h"
 #include "report/Report.h"
 
 namespace webresources {
@@ -14,11 +14,10 @@ namespace webresources {
 /// What is installed on a host: the record, and the names under the install root. Contents of files
 /// are not read; see ReadTree().
 struct Installation {
-  std::string hostRoot;            ///< Where the host's file system lies; empty for this host.
-  std::string installRoot;         ///< The install root below `hostRoot`; ends in "/".
-  bool isRootUsable = true;        ///< False if something other than a directory is in its place.
-  WebRegInfo record;               ///< Values that are absent or unusable have their defaults.
-  OSUtils::RecordStates states;    ///< Tells absent values from unusable ones.
+  std::string hostRoot;      ///< Where the host's file system lies; empty for this host.
+  std::string installRoot;   ///< The install root below `hostRoot`; ends in "/".
+  bool isRootUsable = true;  ///< False if something other than a directory is in its place.
+  InstallRecord record;
   std::vector<std::string> names;  ///< What is under the install root, sorted.
   /// The bare name of the directory that is installed: the recorded one or, if there is no such
   /// directory, the final one; empty if there is neither.
@@ -26,9 +25,6 @@ struct Installation {
 
   /// Whether neither an entry under the root nor any value of the record is there.
   bool IsEmpty() const;
-
-  /// The recorded update number; none if it is absent or unusable.
-  std::optional<int> UpdateId() const;
 
   /// Whether `name` is a directory under the root, not a link to one.
   bool HasDirectory(const std::string& name) const;
@@ -41,9 +37,6 @@ Installation ReadInstallation(const std::string& hostRoot);
 /// The path of `name` beside the install root of that host: what has to survive a run, which
 /// empties the root, lies there.
 std::string BesideInstallRoot(const std::string& hostRoot, const std::string& name);
-
-/// `record` as a member of a document.
-Json ToJson(const WebRegInfo& record);
 
 /// Members of the document that tell where the host's installation is and what it records.
 void ReportInstallation(const Installation& installation, Report& report);

@@ -111,7 +111,7 @@ void RemoveReceipt(const std::string& hostRoot) {
 }
 
 bool FindInReceipt(const Receipt& receipt, const Installation& installation, Findings& findings) {
-  const auto recorded = installation.UpdateId();
+  const auto recorded = UpdateIdOf(installation.record);
   if (receipt.updateId != recorded) {
     const std::string found = recorded ? "update " + std::to_string(*recorded) : "no update";
     Add(findings, kReceiptDiffers, ReceiptPath(installation.hostRoot),
