@@ -102,7 +102,6 @@ class PackageMacOS(unittest.TestCase):
 
     def test_second_package_can_be_made(self):
         self.package()
-        shutil.rmtree(self.directory / "build/macos/build")  # as the double of cmake wants it
         self.package()
 
     # What is refused ---------------------------------------------------------------------------

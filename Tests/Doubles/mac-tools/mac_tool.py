@@ -73,9 +73,10 @@ def tar():
     require(os.path.isdir(directory), "no directory to unpack to")
     library = os.path.basename(directory)
     [release] = [line.split() for line in sources() if line.startswith(library + " ")]
-    contents = {
-        "minizip": ("contrib/minizip/unzip.c", "contrib/minizip/zip.c", "contrib/minizip/ioapi.c"),
-        "utf8proc": ("utf8proc.c",),
+    contents = {  # of what the releases have, as much as is used
+        "minizip": [f"contrib/minizip/{name}" for name in (
+            "crypt.h", "ioapi.c", "ioapi.h", "unzip.c", "unzip.h", "zip.c", "zip.h")],
+        "utf8proc": ("utf8proc.c", "utf8proc.h", "utf8proc_data.c"),
         "cli11": ("include/CLI/CLI.hpp",),
         "nlohmann-json": ("include/nlohmann/json.hpp",)}[library]
     for name in contents:
@@ -115,12 +116,9 @@ def configure():
     definitions = dict(argument[2:].split("=", 1) for argument in ARGUMENTS[6:])
     require(definitions["CMAKE_OSX_ARCHITECTURES"] == "arm64;x86_64", "not universal")
     require(definitions["CMAKE_OSX_DEPLOYMENT_TARGET"] == "11.0", "another oldest system")
-    for library in ("minizip", "libutf8proc"):
-        directory = os.environ["PKG_CONFIG_PATH"]
-        require(os.path.isfile(f"{directory}/{library}.pc"),
-                "pkg-config would not find " + library)
-        name = library.replace("libu", "u")
-        require(os.path.isfile(f"{directory}/{name}/lib{name}.a"), "no library " + library)
+    require(not os.path.exists(ARGUMENTS[3]), "the cache of an earlier run")
+    for library, header in (("minizip", "unzip.h"), ("libutf8proc", "utf8proc.h")):
+        find_library(library, header)
     for package in ("CLI11", "nlohmann_json"):
         directory = os.environ["CMAKE_PREFIX_PATH"]
         configuration = f"{directory}/{package}Config.cmake"
@@ -130,6 +128,21 @@ def configure():
     os.makedirs(ARGUMENTS[3])
     write(state("definitions"), "".join(f"{name}={value}\n"
                                         for name, value in definitions.items()))
+
+
+def find_library(library, header):
+    """Fails unless every directory that pkg-config names has the file to look for there."""
+    import shlex
+    import subprocess  # not above: it takes as long as all the rest
+    printed = subprocess.run(["pkg-config", "--cflags", "--libs", library], check=True, text=True,
+                             stdout=subprocess.PIPE).stdout
+    flags = shlex.split(printed)
+    [archive] = [f"lib{flag[2:]}.a" for flag in flags if flag.startswith("-l")]
+    for option, name in (("-I", header), ("-L", archive)):
+        places = [flag[2:] for flag in flags if flag.startswith(option)]
+        require(places, f"no {option} for {library}")
+        for place in places:
+            require(os.path.isfile(f"{place}/{name}"), f"no {name} in {place}")
 
 
 def install(definitions, root):
