@@ -1,5 +1,6 @@
 """Every branch of script/package-macos, with doubles of the commands that it runs on a Mac."""
 
+import os
 import pathlib
 import shutil
 import subprocess
@@ -83,9 +84,12 @@ class PackageMacOS(unittest.TestCase):
     def test_licence_of_everything_that_is_compiled_in_is_in_the_package(self):
         self.package()
         [notices] = (self.directory / "build/macos/root").rglob("THIRD-PARTY-NOTICES.md")
-        texts = {path.stem: path.read_text() for path in (notices.parent / "third-party").iterdir()}
-        self.assertEqual(texts, {name: "the licence of " + name for name in (
-            "minizip", "utf8proc", "cli11", "nlohmann-json")})
+        licences = notices.parent / "third-party"
+        texts = {str(path.relative_to(licences)): path.read_text()
+                 for path in licences.rglob("*") if path.is_file()}
+        self.assertEqual(texts, {name: "a licence of " + os.path.dirname(name) for name in (
+            "minizip/LICENSE", "minizip/MiniZip64_info.txt", "utf8proc/LICENSE.md",
+            "cli11/LICENSE", "nlohmann-json/LICENSE.MIT")})
 
     def test_programs_and_package_are_signed_and_their_signatures_checked(self):
         self.package(*SIGNED)

@@ -83,7 +83,8 @@ def tar():
         path = os.path.join(directory, name)
         os.makedirs(os.path.dirname(path), exist_ok=True)
         write(path)
-    write(os.path.join(directory, release[-1]), "the licence of " + library)
+    for name in release[4:]:
+        write(os.path.join(directory, name), "a licence of " + library)
 
 
 def clang():
