@@ -91,6 +91,13 @@ class PackageMacOS(unittest.TestCase):
             "minizip/LICENSE", "minizip/MiniZip64_info.txt", "utf8proc/LICENSE.md",
             "cli11/LICENSE", "nlohmann-json/LICENSE.MIT")})
 
+    def test_package_is_for_every_user_whatever_the_umask(self):
+        before = os.umask(0o077)
+        self.addCleanup(os.umask, before)
+        for path in (self.directory / "Deploy").rglob("*.pc"):
+            path.chmod(0o600)
+        self.package()  # the double of pkgbuild reads the modes
+
     def test_programs_and_package_are_signed_and_their_signatures_checked(self):
         self.package(*SIGNED)
         self.assertEqual(self.calls()[-6:], ["codesign", "codesign", "codesign", "pkgbuild",

@@ -220,6 +220,11 @@ def pkgbuild():
     require(os.access(ARGUMENTS[7] + "/postinstall", os.X_OK), "no script")
     require(os.path.isfile(ARGUMENTS[5]), "no component property list")
     require(not os.path.exists(root + "/usr"), "what belongs to the machine's owner")
+    for parent, names, files in os.walk(root):
+        for path in [os.path.join(parent, name) for name in ["."] + names + files]:
+            mode = os.stat(path).st_mode & 0o777
+            wanted = 0o755 if os.path.isdir(path) or mode & 0o100 else 0o644
+            require(mode == wanted, f"{path} has mode {mode:o}")
     if os.path.exists(state("digest")):
         [application] = (os.path.join(parent, name) for parent, names, _ in os.walk(root)
                          for name in names if name.endswith(".app"))
