@@ -1,13 +1,23 @@
-"""The workflow's job for a Mac."""
+"""The workflow's job for a Mac, and the command by which it runs tests as root."""
 
 import pathlib
 import re
 import subprocess
+import tempfile
 import textwrap
 import unittest
 
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 WORKFLOW = SOURCE / ".github/workflows/ci.yml"
+
+# As root's own sudo, with the variables that it removes even where it is to preserve them all.
+SUDO = """#!/bin/sh
+[ "$1" = --preserve-env ] || exit 64
+shift
+unset PYTHONPATH PYTHONHOME PYTHONINSPECT PYTHONUSERBASE PERL5LIB BASH_ENV ENV LD_PRELOAD
+exec "$@"
+"""
+
 
 def steps(job):
     """The steps of a job, each as its text without comments."""
@@ -21,6 +31,21 @@ def run_blocks(text):
     for match in re.finditer(r"^( *)(?:- )?run: (?:\|\n((?:\1  +.*\n)+)|(.*))", text,
                              re.MULTILINE):
         yield textwrap.dedent(match[2]) if match[2] else match[3] + "\n"
+
+
+class ThrowawayMachine(unittest.TestCase):
+    def test_tests_find_their_modules_as_root(self):
+        with tempfile.TemporaryDirectory() as directory:
+            sudo = pathlib.Path(directory) / "sudo"
+            sudo.write_text(SUDO)
+            sudo.chmod(0o755)
+            result = subprocess.run(
+                [SOURCE / "Tests/Support/on-throwaway-machine", "/usr/bin/env"], text=True,
+                check=True, stdout=subprocess.PIPE, env={
+                    "PATH": f"{directory}:/usr/bin:/bin", "CI": "true", "THROWAWAY_MACHINE": "1",
+                    "PYTHONPATH": "/the modules", "BUNDLE": "/b"})
+        self.assertIn("PYTHONPATH=/the modules\n", result.stdout)
+        self.assertIn("BUNDLE=/b\n", result.stdout)
 
 
 class Workflow(unittest.TestCase):
