@@ -1,11 +1,11 @@
 #!/usr/bin/env bash
 # Compiles what a Mac builds, for both architectures and the oldest supported macOS, without a Mac:
 # nothing is linked or run. The C++ library's headers are clang's with the availability of a Mac's;
-# Tests/Doubles declares CoreFoundation, CommonCrypto and what a Mac's POSIX headers have and Linux's have not, or
-# otherwise; the rest of the C library is musl's, whose headers serve every architecture.
+# Tests/Doubles declares CoreFoundation, CommonCrypto and the POSIX headers that differ on a Mac. The
+# rest of the C library is musl's, whose headers serve every architecture, without the functions
+# that a Mac's headers do not declare (Tests/Doubles/darwin-headers/not-declared).
 #
-# Not covered: what differs in a Mac's <stdio.h>, <stdlib.h>, <string.h>, <time.h> and <signal.h>, and
-# the test programs that need GoogleTest's own platform code beyond its headers.
+# Not covered: the test programs that need GoogleTest's own platform code beyond its headers.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . script/lib/commands.sh
@@ -33,17 +33,25 @@ libcxx=${libcxx%/version}
 # As the library of a Mac is configured: with the availability of what is in the system's own.
 sed '/VENDOR_AVAILABILITY/d' "$(first_header -stdlib=libc++ __config_site)" >"$headers/__config_site"
 musl=(/usr/include/*-linux-musl)
+mkdir -p "$headers/narrow/sys"
+while read -r -a words; do
+  {
+    printf '#define %s\n' "${words[@]:1}" | sed 's/\(\S*\)$/& hidden_\1/'
+    printf '#include_next <%s>\n' "${words[0]}"
+    printf '#undef %s\n' "${words[@]:1}"
+  } >"$headers/narrow/${words[0]}"
+done < <(grep -v '^#' Tests/Doubles/darwin-headers/not-declared)
 
 flags=(-std=c++17 -fsyntax-only -nostdinc++ -nostdlibinc -D_GNU_SOURCE
   -Wall -Wextra -Wpedantic -Wconversion -Wshadow -Wunguarded-availability -Werror
   -include Tests/Doubles/darwin-headers/types.h
   -isystem Tests/Doubles/darwin-headers -isystem "$headers" -isystem "$headers/minizip"
-  -isystem "$libcxx" -isystem "${musl[0]}"
-  -ITests/Doubles -DWEBRESOURCES_VERSION='"0"' -DBUNDLE_PROBE='""' -DBUNDLE_EXECUTABLES='"MacOS"'
+  -isystem "$libcxx" -isystem "$headers/narrow" -isystem "${musl[0]}"
+  -ITests/Doubles -ITools/webresources -DWEBRESOURCES_VERSION='"0"' -DBUNDLE_PROBE='""' -DBUNDLE_EXECUTABLES='"MacOS"'
   -DBUNDLE_EXECUTABLE='"WebResourceInstaller"' -DSANITIZED=0)
 while read -r directory; do
   flags+=("-I$directory")
-done < <(git ls-files '*.h' | grep -E '^(Include|Common|Platform|Tools|Tests/(Common|Source|Support))/' |
+done < <(git ls-files '*.h' | grep -E '^(Include|Common|Platform|Tests/(Common|Source|Support))/' |
   grep -v '^Platform/posix/' | sed 's|/[^/]*$||' | sort -u)
 
 # Compiles sources for a target, and names those that it refuses.
@@ -57,7 +65,7 @@ compile() { # TARGET SOURCE...
 refuse() { # TARGET ERROR PROGRAM
   printf '%s\n' "$3" >"$headers/control.cpp"
   if printed=$(compile "$1" "$headers/control.cpp" 2>&1) || ! grep -q "$2" <<<"$printed"; then
-    printf 'mac-compile: not refused for %s:\n%s\n' "$2" "$3" >&2
+    printf 'mac-compile: not refused for %s:\n%s\n%s\n' "$2" "$3" "$printed" >&2
     exit 1
   fi
 }
@@ -75,6 +83,9 @@ for target in x86_64-apple-macos11 arm64-apple-macos11; do
     '#include <fcntl.h>
     #include <unistd.h>
     int main() { return renameat2(0, "", 0, "", 0); }'
+  refuse "$target" "undeclared identifier 'mkdtemp'" \
+    '#include <cstdlib>
+    int main() { char path[] = "/tmp/XXXXXX"; return mkdtemp(path) == nullptr; }'
   refuse "$target" 'implicit conversion' \
     '#include <sys/stat.h>
     mode_t Mode(unsigned int mode) { return mode; }'

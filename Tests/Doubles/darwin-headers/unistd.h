@@ -48,6 +48,8 @@ int isatty(int file);
 int lchown(const char* path, uid_t user, gid_t group);
 int link(const char* from, const char* to);
 off_t lseek(int file, off_t offset, int whence);
+char* mkdtemp(char* path);
+int mkstemp(char* path);
 int pipe(int ends[2]);
 ssize_t pread(int file, void* bytes, size_t size, off_t offset);
 ssize_t pwrite(int file, const void* bytes, size_t size, off_t offset);

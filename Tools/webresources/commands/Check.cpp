@@ -1,5 +1,7 @@
 #include "commands/Check.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
