@@ -1,7 +1,9 @@
 #include "Rendering.h"
 
-#include <charconv>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
 
 std::string Quoted(std::string_view bytes) {
   std::string result = "\"";
@@ -17,10 +19,18 @@ std::string Quoted(std::string_view bytes) {
   return result + '"';
 }
 
+// std::to_chars() for a double needs macOS 13.3.
 std::string DoubleText(double value) {
-  char digits[64];
-  auto* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  return std::string(digits, end) + "d";
+  std::string shortest;
+  for (int precision = std::numeric_limits<double>::max_digits10; precision > 0; --precision) {
+    char digits[64];
+    std::snprintf(digits, sizeof digits, "%.*g", precision, value);
+    const bool isSame = std::strtod(digits, nullptr) == value;
+    if (shortest.empty() || (isSame && std::strlen(digits) < shortest.length())) {
+      shortest = digits;
+    }
+  }
+  return shortest + "d";
 }
 
 std::string Text(const QDOJSONValue& node) {

@@ -16,7 +16,7 @@
 /// Quoted; bytes other than printable ASCII, and `"` and `\`, as \xNN.
 std::string Quoted(std::string_view bytes);
 
-/// The shortest decimal form that reads back the same, and a "d".
+/// The shortest form of "%g" that reads back the same, and a "d".
 std::string DoubleText(double value);
 
 std::string Text(const QDOJSONValue& node);
