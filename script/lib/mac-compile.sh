@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Compiles what a Mac builds, for both architectures and the oldest supported macOS, without a Mac:
-# nothing is linked or run. The C++ library's headers are clang's with the availability of a Mac's;
+# Compiles what a Mac builds, for both architectures, the oldest supported macOS and a new one, without
+# a Mac: nothing is linked or run. The C++ library's headers are clang's with the availability of a Mac's;
 # Tests/Doubles declares CoreFoundation, CommonCrypto and the POSIX headers that differ on a Mac. The
 # rest of the C library is musl's, whose headers serve every architecture, without the functions
 # that a Mac's headers do not declare (Tests/Doubles/darwin-headers/not-declared).
@@ -98,3 +98,12 @@ done
 refuse x86_64-apple-macos10.14 'introduced in macOS 10.15' \
   '#include <filesystem>
   int main() { return std::filesystem::exists("x"); }'
+
+# A warning of what the newest system calls deprecated would end a build there.
+newest=arm64-apple-macos26
+refuse "$newest" 'deprecated in macOS 26.0' \
+  '#include <spawn.h>
+  int Change(posix_spawn_file_actions_t* a) { return posix_spawn_file_actions_addchdir_np(a, "/"); }'
+mapfile -t product < <(printf '%s\n' "${product[@]}" | grep -v /InstallerProcess.cpp)
+compile "$newest" "${product[@]}"
+echo "$newest: ${#product[@]} sources compile"
