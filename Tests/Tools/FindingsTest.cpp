@@ -302,14 +302,14 @@ TEST(Headers, FieldsThatDifferAreNamedInTheirOrder) {
     bytes[local] = static_cast<char>(bytes[local] ^ 1);
   }
   WriteFile(directory / "zip", bytes);
-  EXPECT_EQ(ReadArchiveLayout(directory / "zip")->entries.at(0).differingFields,
+  EXPECT_EQ(ReadArchiveLayout(directory / "zip")->entries.at(0).DifferingFields(),
             "name, flags, method, checksum, compressed size, size");
 }
 
 TEST(Headers, AreComparedBehindLeadingDataToo) {
   const ScopedDirectory directory;
   WriteFile(directory / "zip", "#!/bin/sh\n" + Zip({With(kFile, &ZipEntry::localName, "b")}));
-  EXPECT_EQ(ReadArchiveLayout(directory / "zip")->entries.at(0).differingFields, "name");
+  EXPECT_EQ(ReadArchiveLayout(directory / "zip")->entries.at(0).DifferingFields(), "name");
 }
 
 TEST_P(FindingsTest, ExtractionLeavesWhatIsPredicted) {
@@ -361,7 +361,7 @@ TEST_P(FindingsTest, PredictionWhileExtractingIsThePrediction) {
 }
 
 TEST_P(FindingsTest, PackageIsWithinBounds) {
-  EXPECT_TRUE(FindOutOfBounds(path_, std::uint64_t{2} << 20U).empty());
+  EXPECT_TRUE(FindOutOfBounds(path_, {std::uint64_t{2} << 20U}).empty());
 }
 
 const std::string kMixed = Zip({{"d/", ""},
@@ -401,7 +401,7 @@ std::string SharedData(std::size_t count, std::uint32_t size) {
 std::vector<std::string> OutOfBounds(const std::string& bytes, std::uint64_t maxSize) {
   ScopedDirectory directory;
   WriteFile(directory / "zip", bytes);
-  return IdsOf(FindOutOfBounds(directory / "zip", maxSize));
+  return IdsOf(FindOutOfBounds(directory / "zip", {maxSize}));
 }
 
 using Ids = std::vector<std::string>;
@@ -416,7 +416,7 @@ TEST(Bounds, ThreeGibibytesAreWithinThoseThatHoldByDefault) {
   ZipEntry entry = WithMethod(ZipEntry("a", Long(3200000)), kDeflated);
   entry.size = 3U << 30U;
   EXPECT_EQ(OutOfBounds(Zip({entry}), entry.size - 1), Ids{"content-too-large"});
-  EXPECT_EQ(OutOfBounds(Zip({entry}), kDefaultMaxSize), Ids{});
+  EXPECT_EQ(OutOfBounds(Zip({entry}), Limits().maxSize), Ids{});
 }
 
 TEST(Bounds, SharedDataCountsForEachEntry) {
@@ -438,7 +438,7 @@ TEST(Bounds, DataThatIsSaidToBecomeNothingCounts) {
 TEST(Bounds, StatedNumberThatIsWrongIsFound) {
   const ScopedDirectory directory;
   WriteFile(directory / "zip", WithCount(Zip({kFile, {"b", "x"}}), 3));
-  const Findings findings = FindOutOfBounds(directory / "zip", 1);
+  const Findings findings = FindOutOfBounds(directory / "zip", {1});
   EXPECT_EQ(IdsOf(findings), (Ids{"content-too-large", "directory-damaged"}));
   EXPECT_EQ(findings.back().reason, "it states 3 entries and lists 2");
 }
@@ -446,14 +446,15 @@ TEST(Bounds, StatedNumberThatIsWrongIsFound) {
 TEST(Bounds, PackageBeyondThemIsNotRead) {
   const ScopedDirectory directory;
   WriteFile(directory / kPackageFileName, Zip({kFile}));
-  const BundleInspection bundle = InspectBundle(directory / "", 3);
+  FileTree tree;
+  const BundleInspection bundle = InspectBundle(directory / "", {3}, &tree);
   EXPECT_EQ(IdsOf(bundle.findings), (Ids{"content-too-large", "metadata-missing"}));
   EXPECT_FALSE(bundle.isRead);
-  EXPECT_TRUE(bundle.tree.empty());
+  EXPECT_TRUE(tree.empty());
 }
 
 TEST(Bounds, MissingPackageIsWithinBounds) {
-  EXPECT_TRUE(FindOutOfBounds("/nowhere/zip", 0).empty());
+  EXPECT_TRUE(FindOutOfBounds("/nowhere/zip", {0}).empty());
   EXPECT_EQ(OutOfBounds("no archive", 0), Ids{});
 }
 

@@ -484,7 +484,7 @@ TEST_F(ReportsTest, ProofThatNeedsMoreSpaceThanIsFreeIsNotBegun) {
   CheckOptions options;
   options.path = directory_ / "9.app";
   options.prove = true;
-  options.maxSize = UINT64_MAX;
+  options.limits.maxSize = UINT64_MAX;
   std::string reason;
   try {
     Check(options);

@@ -356,11 +356,19 @@ TEST_F(VerifyTest, StatusWithoutADirectoryCountsNoFiles) {
   EXPECT_EQ(Status({options_.hostRoot, false}).details["files"], 0);
 }
 
+TEST_F(VerifyTest, PackageBeyondTheLimitsIsNotRead) {
+  options_.limits = {4};
+  EXPECT_EQ(InstallCheck(options_).status, 2);
+  EXPECT_EQ(Found(), "content-too-large OrloWebResources.zip\n");
+  options_.limits = {5};
+  EXPECT_EQ(InstallCheck(options_).status, 1);
+}
+
 TEST_F(VerifyTest, ReceiptOfAnotherVersionDoesNotStandInForThePackage) {
-  const std::string digest = ReadBundle(*options_.bundle, {}).packageSha256;
+  const std::string digest = ReadBundle(*options_.bundle, {}, options_.limits).packageSha256;
   for (const char* version : {WEBRESOURCES_VERSION, "0"}) {
     const Receipt receipt{7, digest, "", version, {}};
-    EXPECT_EQ(ReadBundle(*options_.bundle, receipt).tree.empty(),
+    EXPECT_EQ(ReadBundle(*options_.bundle, receipt, options_.limits).tree.empty(),
               version == std::string(WEBRESOURCES_VERSION));
   }
 }

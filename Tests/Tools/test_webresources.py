@@ -531,7 +531,7 @@ class UsageTest(Case):
         root = "--root Where the installed system's files are"
         plan = (f'BUNDLE The bundle to install {output} --force Run the step even if nothing would '
                 f'change --allow-downgrade Install over a newer update {modes} {size}')
-        installed = f'BUNDLE The bundle that should be installed {output} {root} {modes}'
+        installed = f'BUNDLE The bundle that should be installed {output} {root} {modes} {size}'
         expected = {
             'pack': f'DIRECTORY What to pack {output} '
                     '--update-id The update number, from -99999999 to 999999999 '

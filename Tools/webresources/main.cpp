@@ -84,9 +84,11 @@ void AddPack(CLI::App& app, CommandLine& line) {
 }
 
 /// Adds the limit that keeps a hostile package from being read for hours.
-void AddMaxSize(CLI::App* command, std::uint64_t& maxSize) {
+void AddLimits(CLI::App* command, Limits& limits) {
   constexpr bool kSteps1000 = false;
-  command->add_option("--max-size", maxSize, "Refuse a package that can hold more (default: 4G)")
+  command
+      ->add_option("--max-size", limits.maxSize,
+                   "Refuse a package that can hold more (default: 4G)")
       ->transform(CLI::AsSizeValue(kSteps1000))
       // Runs first: the conversion would make a large number of a negative one.
       ->transform(CLI::Validator(
@@ -108,7 +110,7 @@ void AddCheck(CLI::App& app, CommandLine& line) {
       ->add_option("BUNDLE_OR_RESOURCES", line.check.path, "A bundle, or its Resources directory")
       ->required();
   command->add_flag("--prove", line.check.prove, "Also extract into a scratch directory, compare");
-  AddMaxSize(command, line.check.maxSize);
+  AddLimits(command, line.check.limits);
 }
 
 void AddRoot(CLI::App* command, std::string& root) {
@@ -120,6 +122,7 @@ void AddRoot(CLI::App* command, std::string& root) {
 void AddVerifyOptions(CLI::App* command, VerifyOptions& options) {
   AddRoot(command, options.hostRoot);
   command->add_flag("--ignore-modes", options.ignoresModes, "Do not compare modes and owners");
+  AddLimits(command, options.limits);
 }
 
 void AddVerify(CLI::App& app, CommandLine& line) {
@@ -145,7 +148,7 @@ void AddPlanOptions(CLI::App* command, PlanOptions& options) {
   command->add_flag("--force", options.isForced, "Run the step even if nothing would change");
   command->add_flag("--allow-downgrade", options.allowsDowngrade, "Install over a newer update");
   command->add_flag("--ignore-modes", options.ignoresModes, "Do not compare modes and owners");
-  AddMaxSize(command, options.maxSize);
+  AddLimits(command, options.limits);
 }
 
 void AddInstall(CLI::App& app, CommandLine& line) {
@@ -186,7 +189,7 @@ void AddDiff(CLI::App& app, CommandLine& line) {
                                  "diff 6/X.app 7/X.app", [&line] { return Diff(line.diff); });
   command->add_option("BEFORE", line.diff.before, "A bundle")->required();
   command->add_option("AFTER", line.diff.after, "The bundle that replaces it")->required();
-  AddMaxSize(command, line.diff.maxSize);
+  AddLimits(command, line.diff.limits);
 }
 
 int Run(const CommandLine& line) {

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 #include <numeric>
 
 #include "Descriptor.h"
@@ -204,27 +205,25 @@ Header ReadHeader(const Bytes& bytes, std::size_t start) {
   return header;
 }
 
-/// The names of the fields in which the two headers of an entry contradict each other.
-std::string DifferingFields(const Header& local, const Header& central) {
+/// One bit for each field in which the two headers of an entry contradict each other.
+std::uint8_t DifferencesOf(const Header& local, const Header& central) {
   constexpr unsigned int kSizesFollow = 8;     // the data, and a local header may leave them out
   constexpr unsigned int kMeaningful = 0x809;  // encrypted, sizes follow, UTF-8
   const bool follow = (local.flags & kSizesFollow) != 0;
   const auto differ = [follow](std::uint64_t inLocal, std::uint64_t inCentral) {
     return inLocal != inCentral && !(follow && inLocal == 0);
   };
-  std::string fields;
-  const auto add = [&fields](bool differs, const char* field) {
-    if (differs) {
-      fields.append(fields.empty() ? "" : ", ").append(field);
-    }
-  };
-  add(local.name != central.name, "name");
-  add((local.flags & kMeaningful) != (central.flags & kMeaningful), "flags");
-  add(local.method != central.method, "method");
-  add(differ(local.crc32, central.crc32), "checksum");
-  add(differ(local.compressedSize, central.compressedSize), "compressed size");
-  add(differ(local.size, central.size), "size");
-  return fields;
+  const bool differing[] = {local.name != central.name,
+                            (local.flags & kMeaningful) != (central.flags & kMeaningful),
+                            local.method != central.method,
+                            differ(local.crc32, central.crc32),
+                            differ(local.compressedSize, central.compressedSize),
+                            differ(local.size, central.size)};
+  unsigned int bits = 0;
+  for (std::size_t i = 0; i < std::size(differing); ++i) {
+    bits |= (differing[i] ? 1U : 0U) << i;
+  }
+  return static_cast<std::uint8_t>(bits);
 }
 
 /// Reads the local header of `entry`, whose place is known, and with it where the data ends.
@@ -245,7 +244,7 @@ void ReadLocal(const File& file, const Header& central, ArchiveLayout::Entry& en
   local.name = bytes.Text(kLocalSize, nameLength);
   ReadExtra64(Bytes(bytes.Text(kLocalSize + nameLength, extraLength)), local, nullptr);
   entry.hasLocalHeader = true;
-  entry.differingFields = DifferingFields(local, central);
+  entry.differences = DifferencesOf(local, central);
   entry.end = entry.begin + length;
   entry.end += std::min(central.compressedSize, ~entry.end);  // a stated size may be anything
 }
@@ -272,6 +271,19 @@ void ReadDirectory(const File& file, const End& end, ArchiveLayout& layout) {
 }
 
 }  // namespace
+
+std::optional<std::string> ArchiveLayout::Entry::DifferingFields() const {
+  // In the order of DifferencesOf().
+  constexpr const char* kNames[] = {"name",     "flags",           "method",
+                                    "checksum", "compressed size", "size"};
+  std::optional<std::string> fields;
+  for (std::size_t i = 0; i < std::size(kNames); ++i) {
+    if ((differences >> i & 1U) != 0) {
+      fields = (fields ? *fields + ", " : "") + kNames[i];
+    }
+  }
+  return fields;
+}
 
 std::vector<std::size_t> ArchiveLayout::Overlapping() const {
   std::vector<std::size_t> inOrder(entries.size());

@@ -16,12 +16,14 @@ namespace webresources {
 struct ArchiveLayout {
   /// One entry of the archive's directory, in its order.
   struct Entry {
-    std::uint64_t begin = 0;      ///< Of the local header, in the file.
-    std::uint64_t end = 0;        ///< Of the data; 0 without a local header.
-    bool hasLocalHeader = false;  ///< Whether there is one where the directory says.
+    std::uint64_t begin = 0;       ///< Of the local header, in the file.
+    std::uint64_t end = 0;         ///< Of the data; 0 without a local header.
+    bool hasLocalHeader = false;   ///< Whether there is one where the directory says.
+    std::uint8_t differences = 0;  ///< Of the two headers; see DifferingFields().
+
     /// The fields in which local and central header contradict each other, for people: "name,
-    /// size". Empty if there is none, or no local header.
-    std::string differingFields;
+    /// size". Nothing if there is none, or no local header.
+    std::optional<std::string> DifferingFields() const;
   };
 
   std::uint64_t leadingBytes = 0;    ///< Before the archive.

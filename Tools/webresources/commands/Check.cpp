@@ -10,9 +10,7 @@
 
 #include "InstallerConstants.h"
 #include "OSUtils.h"
-#include "bundle/BundleFiles.h"
-#include "bundle/Metadata.h"
-#include "prediction/PackageFindings.h"
+#include "prediction/BundleInspection.h"
 #include "prediction/TreeComparison.h"
 #include "support/Files.h"
 #include "support/Progress.h"
@@ -57,8 +55,8 @@ std::string Line(const EntryPrediction& entry) {
     line << "";
   }
   line << "  " << entry.name;
-  if (const std::string problem = Problem(entry); !problem.empty()) {
-    line << "  (" << problem << ")";
+  if (const auto problem = Problem(entry)) {
+    line << "  (" << *problem << ")";
   }
   return line.str();
 }
@@ -69,9 +67,8 @@ Json ToJson(const EntryPrediction& entry) {
   if (entry.action == Action::WriteFile) {
     json["size"] = entry.size;
   }
-  const std::string problem = Problem(entry);
-  if (!problem.empty()) {
-    json["problem"] = problem;
+  if (const auto problem = Problem(entry)) {
+    json["problem"] = *problem;
   }
   return json;
 }
@@ -172,37 +169,22 @@ void RequireSpace(std::uint64_t needed, const std::string& path) {
   }
 }
 
-/// What is known of a package after it was read.
-struct Examination {
-  Prediction prediction;
-  std::optional<std::vector<Difference>> differences;  ///< Of the proof, if there was one.
-};
-
 /// Predicts while the installer's code extracts, then compares the prediction with the disk. The
 /// two share nothing but the reading of the data, which the comparison checks by its checksums.
-Examination Prove(const std::string& packagePath) {
+Prediction Prove(PackageReader& package, const std::string& packagePath, Differences& differences) {
   CatchInterruptions();
   const Scratch scratch;
   RequireSpace(LargestContent(packagePath), scratch.path());
   const std::string destination = scratch.path() + "/" + kFinalName;
-  PackageReader package(packagePath);
   const auto stopIfInterrupted = [&packagePath] { ThrowIfInterrupted("check", packagePath); };
   Prediction prediction = PredictAndExtract(package, destination, stopIfInterrupted);
-  auto differences =
+  differences =
       Topmost(OfContent(Compare(TreeOf(prediction), ReadTree(destination, Checksum::Crc32))));
   stopIfInterrupted();
-  return {std::move(prediction), std::move(differences)};
+  return prediction;
 }
 
-Examination Examine(const std::string& packagePath, bool prove) {
-  if (prove) {
-    return Prove(packagePath);
-  }
-  PackageReader package(packagePath);
-  return {Predict(package), std::nullopt};
-}
-
-void ReportProof(const std::vector<Difference>& differences, Report& report) {
+void ReportProof(const Differences& differences, Report& report) {
   Json& proof = report.details["proof"];
   proof = {{"agrees", differences.empty()}, {"differences", Json::array()}};
   for (const Difference& difference : differences) {
@@ -223,25 +205,22 @@ void ReportProof(const std::vector<Difference>& differences, Report& report) {
 }  // namespace
 
 Report Check(const CheckOptions& options) {
-  const BundleFiles resources = FindBundleFiles(options.path);
+  Differences differences;
+  BundleInspection bundle =
+      InspectBundle(options.path, options.limits,
+                    [&options, &differences](PackageReader& package, const std::string& path) {
+                      return options.prove ? Prove(package, path, differences) : Predict(package);
+                    });
   Report report("check");
-  PutName(report.details, "resources", resources.directory);
-  report.findings = FindOutOfBounds(resources.package, options.maxSize);
-  const Metadata metadata = ReadMetadata(resources.metadata);
-  const bool isRead = report.findings.empty();
-  Examination examined;
-  if (isRead) {
-    examined = Examine(resources.package, options.prove);
-    report.findings = FindInPackage(resources.package, examined.prediction);
-  }
-  Append(report.findings, metadata.findings);
+  PutName(report.details, "resources", bundle.files.directory);
+  report.findings = std::move(bundle.findings);
   report.SetStatus();
-  if (isRead) {
-    ReportEntries(examined.prediction, options, report);
+  if (bundle.isRead) {
+    ReportEntries(bundle.prediction, options, report);
   }
-  ReportOutcome(metadata, report);
-  if (examined.differences) {
-    ReportProof(*examined.differences, report);
+  ReportOutcome(bundle.metadata, report);
+  if (bundle.isRead && options.prove) {
+    ReportProof(differences, report);
   }
   return report;
 }

@@ -1,7 +1,6 @@
 #ifndef TOOLS_WEBRESOURCES_COMMANDS_CHECK_H_
 #define TOOLS_WEBRESOURCES_COMMANDS_CHECK_H_
 
-#include <cstdint>
 #include <string>
 
 #include "prediction/PackageFindings.h"
@@ -15,7 +14,7 @@ struct CheckOptions {
   /// Fill the report's details with one object for each entry and file, instead of its listing with
   /// a line for each entry: a large package should not cost the memory of both.
   bool asJson = false;
-  std::uint64_t maxSize = kDefaultMaxSize;  ///< The largest content to read, in bytes.
+  Limits limits = {};
 };
 
 /// Reports what a run of the installer will do with a bundle, and what is wrong with it. The data

@@ -7,19 +7,19 @@ namespace webresources {
 
 namespace {
 
-BundleInspection Inspect(const std::string& path, const DiffOptions& options, Report& report) {
-  BundleInspection bundle = InspectBundle(path, options.maxSize);
-  Append(report.findings, ErrorsOf(bundle.findings));
-  return bundle;
+FileTree Inspect(const std::string& path, const DiffOptions& options, Report& report) {
+  FileTree tree;
+  Append(report.findings, ErrorsOf(InspectBundle(path, options.limits, &tree).findings));
+  return tree;
 }
 
 }  // namespace
 
 Report Diff(const DiffOptions& options) {
   Report report("diff");
-  const BundleInspection before = Inspect(options.before, options, report);
-  const BundleInspection after = Inspect(options.after, options, report);
-  const TreeChanges changes = ChangesBetween(before.tree, after.tree);
+  const FileTree before = Inspect(options.before, options, report);
+  const FileTree after = Inspect(options.after, options, report);
+  const TreeChanges changes = ChangesBetween(before, after);
   ReportChanges(changes, report);
   report.SetStatus();
   if (!changes.differences.empty()) {

@@ -9,9 +9,9 @@
 namespace webresources {
 
 struct DiffOptions {
-  std::string before;                       ///< A bundle or its Resources directory.
-  std::string after;                        ///< The bundle that replaces it.
-  std::uint64_t maxSize = kDefaultMaxSize;  ///< The largest content to read, in bytes.
+  std::string before;  ///< A bundle or its Resources directory.
+  std::string after;   ///< The bundle that replaces it.
+  Limits limits = {};
 };
 
 /// What changes from one bundle to another: the files that a run leaves of each. The status is 1 if

@@ -16,7 +16,8 @@ void RequireComplete(const ExpectedBundle& bundle) {
 
 void VerifyWithBundle(const VerifyOptions& options, Report& report) {
   Findings ignored;
-  const ExpectedBundle bundle = ReadBundle(*options.bundle, ReadReceipt(options.hostRoot, ignored));
+  const ExpectedBundle bundle =
+      ReadBundle(*options.bundle, ReadReceipt(options.hostRoot, ignored), options.limits);
   RequireComplete(bundle);
   const MachineState state = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
   ReportInstallation(state.installation, report);
@@ -92,7 +93,7 @@ Report InstallCheck(const VerifyOptions& options) {
   try {
     Findings ignored;
     const ExpectedBundle bundle =
-        ReadBundle(*options.bundle, ReadReceipt(options.hostRoot, ignored));
+        ReadBundle(*options.bundle, ReadReceipt(options.hostRoot, ignored), options.limits);
     if (bundle.errors.empty()) {
       CheckMachine(options, bundle, report);
     } else {

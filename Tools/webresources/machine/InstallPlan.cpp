@@ -16,7 +16,7 @@ std::string DigestOfPackage(const std::string& path) {
 }  // namespace
 
 ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>& receipt,
-                          std::uint64_t maxSize) {
+                          const Limits& limits) {
   ExpectedBundle bundle;
   bundle.files = FindBundleFiles(path);
   bundle.packageSha256 = DigestOfPackage(bundle.files.package);
@@ -26,9 +26,8 @@ ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>&
     bundle.tree = receipt->tree;
     bundle.errors = ErrorsOf(bundle.metadata.findings);
   } else {
-    BundleInspection inspection = InspectBundle(path, maxSize);
+    BundleInspection inspection = InspectBundle(path, limits, &bundle.tree);
     bundle.metadata = std::move(inspection.metadata);
-    bundle.tree = std::move(inspection.tree);
     bundle.isRead = inspection.isRead;
     bundle.errors = ErrorsOf(inspection.findings);
   }
@@ -100,7 +99,7 @@ void FindObstacles(const PlanOptions& options, const ExpectedBundle& bundle, Ins
 
 ExpectedBundle ReadBundle(const PlanOptions& options) {
   Findings ignored;
-  return ReadBundle(options.bundle, ReadReceipt(options.hostRoot, ignored), options.maxSize);
+  return ReadBundle(options.bundle, ReadReceipt(options.hostRoot, ignored), options.limits);
 }
 
 InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle) {

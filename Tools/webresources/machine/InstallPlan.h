@@ -30,10 +30,10 @@ struct ExpectedBundle {
 
 /// Reads the bundle at `path`. A receipt that this version of the command wrote for the same
 /// package proves that the package is free of errors and tells its tree: then the package is read
-/// once, and not inflated. One that can hold more than `maxSize` bytes is not read at all. Throws
+/// once, and not inflated. One that exceeds `limits` is not read at all. Throws
 /// Error if something cannot be read.
 ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>& receipt,
-                          std::uint64_t maxSize = kDefaultMaxSize);
+                          const Limits& limits);
 
 /// What is installed on a host, as one bundle sees it.
 struct MachineState {
@@ -58,7 +58,7 @@ struct PlanOptions {
   bool isForced = false;         ///< Run the step even if nothing would change.
   bool allowsDowngrade = false;  ///< Run it even if a newer update is installed.
   bool ignoresModes = false;     ///< Do not compare modes and owners.
-  std::uint64_t maxSize = kDefaultMaxSize;  ///< The largest content to read, in bytes.
+  Limits limits = {};
 };
 
 /// What `install` will do on one machine.

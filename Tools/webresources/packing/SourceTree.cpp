@@ -163,8 +163,8 @@ class Collector {
       Refuse(kNameTooLong, name, "its name has " + std::to_string(name.length()) + " bytes");
     } else if (!IsUtf8(name)) {
       Refuse(kNameNotUtf8, name, "its name is not UTF-8, which a volume may refuse");
-    } else if (const std::string part = UncleanPart(name); !part.empty()) {
-      Refuse(kNameUnclean, name, part);
+    } else if (const auto part = UncleanPart(name)) {
+      Refuse(kNameUnclean, name, *part);
     }
     if (size > kLargestPackage) {
       Refuse(kPackageTooLarge, name, "it has " + std::to_string(size) + " bytes");

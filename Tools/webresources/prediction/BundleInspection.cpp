@@ -1,32 +1,31 @@
 #include "prediction/BundleInspection.h"
 
-#include "prediction/PackageFindings.h"
-
 namespace webresources {
 
-namespace {
-
-void InspectPackage(const std::string& path, std::uint64_t maxSize, BundleInspection& bundle) {
-  bundle.findings = FindOutOfBounds(path, maxSize);
-  bundle.isRead = bundle.findings.empty();
-  if (!bundle.isRead) {
-    return;
-  }
-  PackageReader package(path);
-  EntryDigests digests;
-  const Prediction prediction = Predict(package, digests.Sink());
-  bundle.tree = TreeOf(prediction, &digests);
-  bundle.findings = FindInPackage(path, prediction);
-}
-
-}  // namespace
-
-BundleInspection InspectBundle(const std::string& path, std::uint64_t maxSize) {
+BundleInspection InspectBundle(const std::string& path, const Limits& limits,
+                               const PackageReading& read) {
   BundleInspection bundle;
   bundle.files = FindBundleFiles(path);
   bundle.metadata = ReadMetadata(bundle.files.metadata);
-  InspectPackage(bundle.files.package, maxSize, bundle);
+  bundle.findings = FindOutOfBounds(bundle.files.package, limits);
+  bundle.isRead = bundle.findings.empty();
+  if (bundle.isRead) {
+    PackageReader package(bundle.files.package);
+    bundle.prediction = read(package, bundle.files.package);
+    bundle.findings = FindInPackage(bundle.files.package, bundle.prediction);
+  }
   Append(bundle.findings, bundle.metadata.findings);
+  return bundle;
+}
+
+BundleInspection InspectBundle(const std::string& path, const Limits& limits, FileTree* tree) {
+  EntryDigests digests;
+  BundleInspection bundle =
+      InspectBundle(path, limits, [&digests](PackageReader& package, const std::string&) {
+        return Predict(package, digests.Sink());
+      });
+  *tree = bundle.isRead ? TreeOf(bundle.prediction, &digests) : FileTree();
+  bundle.prediction = {};
   return bundle;
 }
 

@@ -1,12 +1,14 @@
 #ifndef TOOLS_WEBRESOURCES_PREDICTION_BUNDLEINSPECTION_H_
 #define TOOLS_WEBRESOURCES_PREDICTION_BUNDLEINSPECTION_H_
 
-#include <cstdint>
+#include <functional>
 #include <string>
 
 #include "bundle/BundleFiles.h"
 #include "bundle/Metadata.h"
 #include "prediction/FileTree.h"
+#include "prediction/PackageFindings.h"
+#include "prediction/Prediction.h"
 #include "report/Finding.h"
 
 namespace webresources {
@@ -15,15 +17,23 @@ namespace webresources {
 struct BundleInspection {
   BundleFiles files;
   Metadata metadata;
-  FileTree tree;       ///< What a run leaves, with SHA-256 digests; empty if `isRead` is false.
-  bool isRead = true;  ///< False if the package can hold more than is allowed.
-  Findings findings;   ///< Of the package, then of the metadata.
+  bool isRead = true;     ///< False if the package exceeds the limits.
+  Prediction prediction;  ///< What a run leaves; empty if `isRead` is false.
+  Findings findings;      ///< Of the package, then of the metadata.
 };
 
-/// Inspects the bundle at `path`: a bundle, its Contents or its Resources directory. Reads the data
-/// of each entry once, unless the package can hold more than `maxSize` bytes. Throws Error if
-/// something cannot be read; that the package or the metadata is missing is a finding.
-BundleInspection InspectBundle(const std::string& path, std::uint64_t maxSize);
+/// Predicts what a run leaves of `package`, which lies at `path`, and may do more with it.
+using PackageReading = std::function<Prediction(PackageReader& package, const std::string& path)>;
+
+/// Inspects the bundle at `path`: a bundle, its Contents or its Resources directory. The package is
+/// read by `read`, unless the package exceeds `limits`. Throws Error if something cannot be read;
+/// that the package or the metadata is missing is a finding.
+BundleInspection InspectBundle(const std::string& path, const Limits& limits,
+                               const PackageReading& read);
+
+/// Does the same and stores the tree that a run leaves, with SHA-256 digests, through `tree`. Reads
+/// the data of each entry once. The result has no prediction.
+BundleInspection InspectBundle(const std::string& path, const Limits& limits, FileTree* tree);
 
 }  // namespace webresources
 

@@ -52,16 +52,16 @@ std::uint64_t LargestContent(const std::string& path) {
   return sum;
 }
 
-Findings FindOutOfBounds(const std::string& path, std::uint64_t maxSize) {
+Findings FindOutOfBounds(const std::string& path, const Limits& limits) {
   Findings findings;
   const bool exists = StateOf(path) == FileState::Present;
   const std::uint64_t size = exists ? LargestContent(path) : 0;
-  if (size <= maxSize) {
+  if (size <= limits.maxSize) {
     return findings;
   }
   Add(findings, kContentTooLarge, kPackageFileName,
-      "its entries can hold " + std::to_string(size) + " bytes, and " + std::to_string(maxSize) +
-          " are allowed: no data is read");
+      "its entries can hold " + std::to_string(size) + " bytes, and " +
+          std::to_string(limits.maxSize) + " are allowed: no data is read");
   const ArchiveLayout layout = ReadArchiveLayout(path).value_or(ArchiveLayout());
   if (const std::size_t count = layout.Overlapping().size(); count > 0) {
     Add(findings, kOverlappingEntries, kPackageFileName,
@@ -144,7 +144,7 @@ class PackageFinder {
     if (entry.kind == EntryKind::NameEmpty || entry.kind == EntryKind::Unreadable) {
       // The other findings need a name.
       Add(findings_, entry.kind == EntryKind::NameEmpty ? kNameEmpty : kDirectoryDamaged,
-          "entry " + std::to_string(index + 1), Problem(entry));
+          "entry " + std::to_string(index + 1), *Problem(entry));
       return;
     }
     subject_ = entry.name;
@@ -155,13 +155,13 @@ class PackageFinder {
   void FindInName(const EntryPrediction& entry, std::size_t index) {
     const std::string& name = entry.name;
     if (entry.kind == EntryKind::NameTooLong || entry.failure == Failure::ComponentTooLong) {
-      AddHere(kNameTooLong, Problem(entry));
+      AddHere(kNameTooLong, *Problem(entry));
     } else if (entry.kind == EntryKind::ClimbsOut) {
-      AddHere(kClimbsOut, Problem(entry));
+      AddHere(kClimbsOut, *Problem(entry));
     } else if (entry.nameLength != name.length()) {
       AddHere(kNameUnclean, "its name has a zero byte: the installer reads the name up to there");
-    } else if (const std::string part = UncleanPart(name); !part.empty()) {
-      AddHere(kNameUnclean, part);
+    } else if (const auto part = UncleanPart(name)) {
+      AddHere(kNameUnclean, *part);
     }
     if (!IsAscii(name)) {
       FindInEncoding(entry);
@@ -170,7 +170,7 @@ class PackageFinder {
       AddHere(kJunkFile, junk);
     }
     if (entry.replacedBy) {
-      AddHere(kDuplicateEntry, Problem(entry));
+      AddHere(kDuplicateEntry, *Problem(entry));
     } else if (entry.isRepeated) {
       AddHere(kDuplicateEntry,
               "entry " + std::to_string(index + 1) + " makes the same directory again");
@@ -188,14 +188,14 @@ class PackageFinder {
   }
 
   void FindInData(const EntryPrediction& entry, std::size_t index) {
-    const std::string& fields = DifferingFieldsOf(index);
-    if (!fields.empty()) {
-      AddHere(kHeadersDiffer, "its local and its central header have different values: " + fields);
+    const auto fields = DifferingFieldsOf(index);
+    if (fields) {
+      AddHere(kHeadersDiffer, "its local and its central header have different values: " + *fields);
     }
     if (entry.failure == Failure::Missing) {
-      AddHere(kMissingDirectoryEntry, Problem(entry));
+      AddHere(kMissingDirectoryEntry, *Problem(entry));
     } else if (entry.failure != Failure::None && entry.failure != Failure::ComponentTooLong) {
-      AddHere(kPathBlocked, Problem(entry));
+      AddHere(kPathBlocked, *Problem(entry));
     }
     if (entry.kind == EntryKind::Directory && !HasLocalHeader(index)) {
       AddHere(kDamagedEntry, "its local header is damaged: other tools refuse the archive");
@@ -210,13 +210,13 @@ class PackageFinder {
     if (entry.IsEncrypted()) {
       AddHere(kEncrypted, "it is encrypted: the installer has no password and writes other data");
     } else if (!IsSupported(entry)) {
-      AddHere(kUnsupportedMethod, Problem(entry));
-    } else if (!entry.isOpened && fields.empty()) {
-      AddHere(kDamagedEntry, Problem(entry));
+      AddHere(kUnsupportedMethod, *Problem(entry));
+    } else if (!entry.isOpened && !fields) {
+      AddHere(kDamagedEntry, *Problem(entry));
     } else if (entry.end == DataEnd::WrongCrc) {
-      AddHere(kWrongCrc, Problem(entry));
+      AddHere(kWrongCrc, *Problem(entry));
     } else if (entry.end == DataEnd::Early || entry.end == DataEnd::Damaged) {
-      AddHere(kDamagedData, Problem(entry));
+      AddHere(kDamagedData, *Problem(entry));
     } else {
       FindExpansion(entry);
     }
@@ -230,9 +230,8 @@ class PackageFinder {
     }
   }
 
-  const std::string& DifferingFieldsOf(std::size_t index) const {
-    static const std::string none;
-    return IsInLayout(index) ? layout_.entries[index].differingFields : none;
+  std::optional<std::string> DifferingFieldsOf(std::size_t index) const {
+    return IsInLayout(index) ? layout_.entries[index].DifferingFields() : std::nullopt;
   }
 
   bool HasLocalHeader(std::size_t index) const {
@@ -281,7 +280,7 @@ class PackageFinder {
   Findings findings_;
 };
 
-std::string DataProblem(const EntryPrediction& entry) {
+std::optional<std::string> DataProblem(const EntryPrediction& entry) {
   const std::string size = std::to_string(entry.size);
   const std::string of = size + " of " + Count(entry.statedSize, "byte");
   switch (entry.end) {
@@ -292,7 +291,7 @@ std::string DataProblem(const EntryPrediction& entry) {
     case DataEnd::WrongCrc:
       return "its data does not match its checksum";
     default:
-      return {};
+      return std::nullopt;
   }
 }
 
@@ -313,7 +312,7 @@ std::string FailureProblem(const EntryPrediction& entry) {
 
 }  // namespace
 
-std::string Problem(const EntryPrediction& entry) {
+std::optional<std::string> Problem(const EntryPrediction& entry) {
   switch (entry.kind) {
     case EntryKind::Unreadable:
       return "its directory record cannot be read";

@@ -2,6 +2,7 @@
 #define TOOLS_WEBRESOURCES_PREDICTION_PACKAGEFINDINGS_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 #include "prediction/Prediction.h"
@@ -13,20 +14,22 @@ namespace webresources {
 /// package can claim, and with entries that share their data even hold, so much that reading it
 /// takes hours and fills every disk.
 
-/// The largest content, in bytes, that is read unless the user asks for another limit. `pack` makes
-/// no package that exceeds it.
-constexpr std::uint64_t kDefaultMaxSize = std::uint64_t{4} << 30U;
+/// How much of a package is read, if somebody else has made it.
+struct Limits {
+  /// The largest content, in bytes. `pack` makes no package that exceeds the default.
+  std::uint64_t maxSize = std::uint64_t{4} << 30U;
+};
 
 /// Returns how many bytes the installer reads or writes at most for all entries of the package at
 /// `path` together. Reads its directory, no data. Returns 0 if the package is missing or cannot be
 /// opened.
 std::uint64_t LargestContent(const std::string& path);
 
-/// Returns why the package at `path` must not be read: its entries can hold more than `maxSize`
-/// bytes. Says also whether they share data and whether their number is wrong. Returns no findings
+/// Returns why the package at `path` must not be read: its entries can hold more than `limits`
+/// allow. Says also whether they share data and whether their number is wrong. Returns no findings
 /// if the package is within bounds or missing. Call it before Predict() for any package that
 /// somebody else has made. Throws Error if the package is there and cannot be read.
-Findings FindOutOfBounds(const std::string& path, std::uint64_t maxSize);
+Findings FindOutOfBounds(const std::string& path, const Limits& limits);
 
 /// Returns what is wrong with the package at `path`: in its frame, then entry by entry, then in
 /// entries together. `prediction` is what the installer will leave of it. That there is no package
@@ -35,8 +38,8 @@ Findings FindOutOfBounds(const std::string& path, std::uint64_t maxSize);
 Findings FindInPackage(const std::string& path, const Prediction& prediction);
 
 /// Returns why the installer skips `entry`, or installs something else than its data, for people.
-/// Returns an empty string if it installs the entry as it is.
-std::string Problem(const EntryPrediction& entry);
+/// Returns nothing if it installs the entry as it is.
+std::optional<std::string> Problem(const EntryPrediction& entry);
 
 }  // namespace webresources
 

@@ -16,7 +16,7 @@ void AddCollisions(Findings& findings, const std::vector<std::string>& paths) {
   }
 }
 
-std::string UncleanPart(const std::string& name) {
+std::optional<std::string> UncleanPart(const std::string& name) {
   if (name.front() == '/') {
     return "its name begins with \"/\": other tools may write it outside the directory";
   }
@@ -34,7 +34,7 @@ std::string UncleanPart(const std::string& name) {
   const bool hasControl = std::any_of(name.begin(), name.end(), [](char byte) {
     return static_cast<unsigned char>(byte) < 0x20 || byte == 0x7f;
   });
-  return hasControl ? "its name has a control character" : "";
+  return hasControl ? std::optional("its name has a control character") : std::nullopt;
 }
 
 }  // namespace webresources

@@ -1,6 +1,7 @@
 #ifndef TOOLS_WEBRESOURCES_REPORT_NAMEFINDINGS_H_
 #define TOOLS_WEBRESOURCES_REPORT_NAMEFINDINGS_H_
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,9 +17,9 @@ namespace webresources {
 void AddCollisions(Findings& findings, const std::vector<std::string>& paths);
 
 /// What is unusual in the entry name `name`: a leading "/", a backslash, an empty, "." or ".."
-/// component, or a control character. Returns an empty string if nothing is. Requires: `name` is
+/// component, or a control character. Returns nothing if the name is as usual. Requires: `name` is
 /// not empty.
-std::string UncleanPart(const std::string& name);
+std::optional<std::string> UncleanPart(const std::string& name);
 
 }  // namespace webresources
 
