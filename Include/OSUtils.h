@@ -58,6 +58,10 @@ class OSUtils {
   /// true. The root's directory stream stays open until the process ends, on purpose.
   static bool DeleteAllDirectoryExceptOne(const std::string& root, const std::string& keep);
 
+  /// Waits until the file system that holds the directory `path` is synced: what was written there
+  /// survives a power failure. A failure is not reported.
+  static void MakeDurable(const std::string& path);
+
   // Install record ------------------------------------------------------------------------------
   //
   // Each writing operation ends with a flush of the preferences domain PLIST_SECTION_KEY and

@@ -11,6 +11,7 @@
 
 #include "Bundle.h"
 #include "DirectoryChain.h"
+#include "Durability.h"
 #include "InstallRecord.h"
 #include "InstallerConstants.h"
 #include "OSUtils.h"
@@ -149,6 +150,10 @@ bool OSUtils::DeleteAllDirectoryExceptOne(const std::string& root, const std::st
     KeptOpen().push_back(stream);
   }
   return true;
+}
+
+void OSUtils::MakeDurable(const std::string& path) {
+  Durability::SyncFileSystem(path);
 }
 
 // Install record --------------------------------------------------------------------------------

@@ -3,7 +3,6 @@
 #include <cstdlib>
 #include <exception>
 
-#include "Durability.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
 #include "MetadataHelper.h"
@@ -25,7 +24,7 @@ void RenameToFinalName(const std::string& root, const std::string& name, const s
   const std::string finalPath = OSUtils::CombinePath(root, kFinalName);
   if (name != kFinalName && std::rename(path.c_str(), finalPath.c_str()) == 0) {
     // Or a loss of power could bring back an old directory, half deleted, under the recorded name.
-    Durability::SyncFileSystem(finalPath);
+    OSUtils::MakeDurable(finalPath);
     OSUtils::RegisterWebResourcePath(kFinalName);
   }
 }
@@ -41,7 +40,7 @@ void Install(const std::string& root) {
   }
   // Before the record says that the content is there: a loss of power must not leave a record of
   // files that are empty, with the old ones deleted.
-  Durability::SyncFileSystem(path);
+  OSUtils::MakeDurable(path);
   if (!OSUtils::RegisterWebResourcePath(name)) {
     return;
   }

@@ -6,7 +6,6 @@
 #include <exception>
 #include <string>
 
-#include "Durability.h"
 #include "InstallerUtils.h"
 #include "MetadataHelper.h"
 #include "OSUtils.h"
@@ -37,10 +36,6 @@ Machine machine;
 
 extern "C" int rename(const char* from, const char* to) {
   return machine.Note("rename " + std::string(from) + " " + to, machine.renames) ? 0 : -1;
-}
-
-void Durability::SyncFileSystem(const std::string& path) {
-  machine.Note("sync " + path);
 }
 
 bool InstallerUtils::UncompressPackageFiles(std::string& zipPath, std::string& destDir) {
@@ -78,6 +73,9 @@ std::string OSUtils::GetUniqueDirectoryName(const std::string& root) {
 }
 bool OSUtils::DeleteAllDirectoryExceptOne(const std::string& root, const std::string& keep) {
   return machine.Note("delete all in " + root + " except " + keep);
+}
+void OSUtils::MakeDurable(const std::string& path) {
+  machine.Note("sync " + path);
 }
 bool OSUtils::RegisterWebResourcePath(const std::string& path) {
   return machine.Note("record path " + path, machine.registers);
