@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 
 /// One entry of a package, as the package's directory describes it.
@@ -65,14 +66,15 @@ class PackageReader {
   static constexpr std::size_t kNameSize = 512;      ///< Bytes, with the terminating zero.
   static constexpr std::size_t kPortionSize = 8192;  ///< Bytes.
 
-  /// Opens the archive at `path`. An interrupted open is repeated, a bounded number of times.
+  /// Opens the archive at `path`, once: an open that is interrupted fails like every other one.
   explicit PackageReader(const std::string& path);
 
   /// Whether the archive could be opened. If not, it has no entries.
   bool IsOpen() const { return archive_ != nullptr; }
 
-  /// The number of entries that the archive states; 0 if that cannot be read.
-  std::uint64_t EntryCount() const { return count_; }
+  /// The number of entries that the archive states; 0 if that cannot be read. The archive is asked
+  /// at the first call of EntryCount() or Next(): the extraction makes its destination before.
+  std::uint64_t EntryCount();
 
   /// Moves to the first entry, then to the next one at each call. Returns false after the last.
   bool Next();
@@ -111,7 +113,7 @@ class PackageReader {
   void ReadEntry();
 
   std::unique_ptr<void, Closer> archive_;
-  std::uint64_t count_ = 0;
+  std::optional<std::uint64_t> count_;
   std::uint64_t visited_ = 0;
   PackageEntry entry_;
   EntryData data_;

@@ -2,26 +2,11 @@
 
 #include <unzip.h>
 
-#include <cerrno>
 #include <cstring>
-
-#include "Uninterrupted.h"
 
 namespace {
 
 using Kind = PackageEntry::Kind;
-
-/// Opens the archive at `path`; null if that is not possible. A signal whose handler interrupts the
-/// call must not make the package a missing one.
-unzFile OpenArchive(const std::string& path) {
-  unzFile archive = nullptr;
-  Uninterrupted([&] {
-    errno = 0;  // the library leaves it alone if the file is no archive
-    archive = unzOpen(path.c_str());
-    return archive == nullptr ? -1 : 0;
-  });
-  return archive;
-}
 
 /// Whether `name`, joined to a directory, leads above that directory through "..".
 bool ClimbsOut(const char* name) {
@@ -48,16 +33,20 @@ void PackageReader::Closer::operator()(void* archive) const {
   unzClose(archive);
 }
 
-PackageReader::PackageReader(const std::string& path) : archive_(OpenArchive(path)) {
+PackageReader::PackageReader(const std::string& path) : archive_(unzOpen(path.c_str())) {}
+
+std::uint64_t PackageReader::EntryCount() {
   unz_global_info info = {};
-  if (unzGetGlobalInfo(archive_.get(), &info) == UNZ_OK) {  // which refuses a null archive
-    count_ = info.number_entry;
+  if (!count_) {
+    const bool isKnown = IsOpen() && unzGetGlobalInfo(archive_.get(), &info) == UNZ_OK;
+    count_ = isKnown ? info.number_entry : 0;
   }
+  return *count_;
 }
 
 bool PackageReader::Next() {
-  if (visited_ >= count_ || (visited_ > 0 && unzGoToNextFile(archive_.get()) != UNZ_OK)) {
-    visited_ = count_;
+  if (visited_ >= EntryCount() || (visited_ > 0 && unzGoToNextFile(archive_.get()) != UNZ_OK)) {
+    visited_ = EntryCount();
     return false;
   }
   ++visited_;

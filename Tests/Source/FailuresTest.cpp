@@ -9,15 +9,23 @@
 #include "InstallerUtils.h"
 #include "MetadataHelper.h"
 #include "OSUtils.h"
-#include "PackageReader.h"
 #include "Support.h"
 #include "ZipBuilder.h"
 
-// The linker calls it instead of the zip library's: see FailingCall.cpp.
-extern "C" void* __real_unzOpen(const char* path);
-extern "C" void* __wrap_unzOpen(const char* path) {
+// The linker calls them instead of the zip library's: see FailingCall.cpp.
+extern "C" {
+
+void* __real_unzOpen(const char* path);
+void* __wrap_unzOpen(const char* path) {
   return FailingCall::Strikes("unzOpen") ? nullptr : __real_unzOpen(path);
 }
+
+int __real_unzGetGlobalInfo(void* archive, void* info);
+int __wrap_unzGetGlobalInfo(void* archive, void* info) {
+  return FailingCall::Strikes("unzGetGlobalInfo") ? -1 : __real_unzGetGlobalInfo(archive, info);
+}
+
+}  // extern "C"
 
 namespace {
 
@@ -104,35 +112,41 @@ TEST_F(FailingRewriting, FileThatGetsASecondNameMeanwhileIsNotWrittenTo) {
   EXPECT_EQ(ReadFile(directory_ / "same"), "old");
 }
 
-/// How often a package is opened whose opening is interrupted so many times.
-int OpeningsOfAPackage(int interruptions, bool isOpen) {
-  const ScopedDirectory directory;
-  WriteFile(directory / "package", Zip({{"a", "1"}}));
-  const FailingCall fault("unzOpen", EINTR, 1, interruptions);
-  EXPECT_EQ(PackageReader(directory / "package").IsOpen(), isOpen);
-  return fault.Count();
-}
+class FailingPackage : public testing::Test {
+ protected:
+  FailingPackage() { WriteFile(package_, Zip({{"a", "1"}})); }
 
-TEST(FailingPackage, InterruptedOpeningIsRepeatedABoundedNumberOfTimes) {
-  constexpr int kMostRepetitions = 100;
-  EXPECT_EQ(OpeningsOfAPackage(1, true), 2);
-  EXPECT_EQ(OpeningsOfAPackage(kMostRepetitions, true), kMostRepetitions + 1);
-  EXPECT_EQ(OpeningsOfAPackage(INT_MAX, false), kMostRepetitions + 1);
-}
+  const ScopedDirectory directory_;
+  std::string package_ = directory_ / "package";
+  std::string destination_ = directory_ / "out";
+};
 
-TEST(FailingPackage, InterruptedOpeningOfNoArchiveIsRepeatedOnce) {
-  const ScopedDirectory directory;
-  WriteFile(directory / "package", "no archive");
-  const FailingCall fault("unzOpen", EINTR, 1, 1);
-  EXPECT_FALSE(PackageReader(directory / "package").IsOpen());
-  EXPECT_EQ(fault.Count(), 2);
-}
-
-TEST(FailingPackage, OpeningThatFailsOtherwiseIsNotRepeated) {
-  EXPECT_FALSE(PackageReader("none").IsOpen());
-  const FailingCall fault("unzOpen", EMFILE);
-  EXPECT_FALSE(PackageReader("none").IsOpen());
+TEST_F(FailingPackage, OpeningIsNotRepeated) {
+  const FailingCall fault("unzOpen", EINTR);
+  EXPECT_TRUE(InstallerUtils::UncompressPackageFiles(package_, destination_));
   EXPECT_EQ(fault.Count(), 1);
+  EXPECT_EQ(TreeOf(destination_), Tree());
+}
+
+TEST_F(FailingPackage, EntriesAreCountedOnceAndWhenTheDestinationExists) {
+  const FailingCall question("unzGetGlobalInfo", [this] { EXPECT_TRUE(IsThere(destination_)); });
+  EXPECT_TRUE(InstallerUtils::UncompressPackageFiles(package_, destination_));
+  EXPECT_EQ(question.Count(), 1);
+  EXPECT_EQ(TreeOf(destination_), (Tree{{"a", "1"}}));
+}
+
+TEST_F(FailingPackage, EntriesOfNoArchiveAreNotCounted) {
+  package_ = directory_ / "none";
+  const FailingCall question("unzGetGlobalInfo", EIO);
+  EXPECT_TRUE(InstallerUtils::UncompressPackageFiles(package_, destination_));
+  EXPECT_EQ(question.Count(), 0);
+}
+
+TEST_F(FailingPackage, EntriesThatCannotBeCountedAreNoEntries) {
+  const FailingCall question("unzGetGlobalInfo", EIO);
+  EXPECT_TRUE(InstallerUtils::UncompressPackageFiles(package_, destination_));
+  EXPECT_EQ(question.Count(), 1);
+  EXPECT_EQ(TreeOf(destination_), Tree());
 }
 
 TEST(FailingMetadata, FileThatCannotBeReadToItsEndHasNoWord) {
