@@ -48,7 +48,7 @@ std::string Answers(MetadataHelper& metadata, bool isBackwards) {
 std::string AnswersOfFile(const std::string& path) {
   std::string answers;
   const std::string loading = Answer([&] {
-    MetadataHelper metadata(path);
+    MetadataHelper metadata(QDOJSONParser::fromJSON(MetadataHelper::ReadWords(path).Text(), true));
     answers = Answers(metadata, false);
     RequireEqual(answers, Answers(metadata, true), "asked again");
     return 0;
@@ -97,7 +97,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Require(ftruncate(file, 0) == 0 && pwrite(file, data, size, 0) == static_cast<ssize_t>(size),
           "the file is written");
   const std::string word = LastWord(std::string(reinterpret_cast<const char*>(data), size));
-  RequireEqual(word, MetadataHelper::LastWord(path), "last word");
+  RequireEqual(word, MetadataHelper::ReadWords(path).Text(), "last word");
   const std::string answers = AnswersOfFile(path);
   RequireEqual(ExpectedAnswers(word), answers, "answers");
   RequireEqual(answers, AnswersOfFile(path), "loaded again");

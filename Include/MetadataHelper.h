@@ -9,19 +9,29 @@
 /// The metadata that steers a run: the members of the JSON object in "metadata.txt".
 ///
 /// Only the file's last whitespace-separated word is read, on purpose: the object must be written
-/// without blanks. A file that cannot be read counts as empty. Not thread-safe.
+/// without whitespace. A file that cannot be read counts as empty. Not thread-safe.
 class MetadataHelper {
  public:
   /// The one instance, read from the file on the first call. Throws QDOException, code 3, when the
   /// word is not (the beginning of) a JSON object; the next call then tries again.
   static MetadataHelper& getInstance();
 
-  /// Reads the file at `path`, independently of getInstance(). Throws as getInstance() does.
-  explicit MetadataHelper(const std::string& path);
+  /// Answers from `object`, independently of getInstance(). Throws as getInstance() does.
+  explicit MetadataHelper(const QDOObject& object);
 
-  /// The last word of the file at `path`, up to the word's first zero byte. Returns an empty string
-  /// if the file has no word or cannot be read.
-  static std::string LastWord(const std::string& path);
+  /// The words of a metadata file.
+  struct Words {
+    unsigned long count = 0;
+    std::string last;           ///< Whole; empty if there is no word.
+    bool isUnreadable = false;  ///< The words are unknown: the installer counts none.
+
+    /// The text that is parsed: the last word up to its first zero byte.
+    std::string Text() const { return last.c_str(); }
+  };
+
+  /// Reads the file at `path`, once. Without a word if the file cannot be opened, or cannot be read
+  /// to its end. A read that a signal interrupts is repeated.
+  static Words ReadWords(const std::string& path);
 
   MetadataHelper(const MetadataHelper&) = delete;
   MetadataHelper& operator=(const MetadataHelper&) = delete;

@@ -1,34 +1,18 @@
-#include <cctype>
-#include <cstdio>
-#include <memory>
-#include <utility>
+#include <fstream>
 
 #include "InstallerConstants.h"
 #include "MetadataHelper.h"
 #include "OSUtils.h"
 #include "QDOJSONParser.h"
 
-std::string MetadataHelper::LastWord(const std::string& path) {
-  // Not a C++ stream: one would repeat an interrupted read for ever.
-  const std::unique_ptr<FILE, int (*)(FILE*)> stream(std::fopen(path.c_str(), "r"), std::fclose);
-  if (stream == nullptr) {
-    return {};
+MetadataHelper::Words MetadataHelper::ReadWords(const std::string& path) {
+  std::ifstream stream(path);
+  Words words;
+  // Ends at every failure: a stream on a directory, for one, never comes to the end of the file.
+  while (stream >> words.last) {
+    ++words.count;
   }
-  std::string word;
-  bool isInWord = false;
-  for (int byte = 0; (byte = std::getc(stream.get())) != EOF;) {
-    const bool wasInWord = std::exchange(isInWord, std::isspace(byte) == 0);
-    if (isInWord && !wasInWord) {
-      word.clear();
-    }
-    if (isInWord) {
-      word += static_cast<char>(byte);
-    }
-  }
-  if (std::ferror(stream.get()) != 0) {
-    return {};  // opened but unreadable, as a directory is
-  }
-  return word.substr(0, word.find('\0'));
+  return stream.bad() || !stream.is_open() ? Words{0, {}, true} : words;
 }
 
 MetadataHelper& MetadataHelper::getInstance() {
@@ -36,10 +20,11 @@ MetadataHelper& MetadataHelper::getInstance() {
   return instance;
 }
 
-MetadataHelper::MetadataHelper() : MetadataHelper(OSUtils::GetMetadataResourcePath()) {}
+MetadataHelper::MetadataHelper()
+    : MetadataHelper(
+          QDOJSONParser::fromJSON(ReadWords(OSUtils::GetMetadataResourcePath()).Text(), true)) {}
 
-MetadataHelper::MetadataHelper(const std::string& path)
-    : members_(QDOJSONParser::fromJSON(LastWord(path), true).getMap()) {}
+MetadataHelper::MetadataHelper(const QDOObject& object) : members_(object.getMap()) {}
 
 bool MetadataHelper::shouldClearRegistry() {
   return members_["clear"].getBool();

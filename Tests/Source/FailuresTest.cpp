@@ -1,6 +1,8 @@
 // Resource directories, metadata and extraction when the system refuses its calls.
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
@@ -11,6 +13,12 @@
 #include "OSUtils.h"
 #include "Support.h"
 #include "ZipBuilder.h"
+
+// The C++ library calls it instead of the C library's: FailingCall.cpp reaches the program's own
+// calls only.
+extern "C" ssize_t read(int file, void* bytes, std::size_t size) {
+  return FailingCall::Strikes("read") ? -1 : syscall(SYS_read, file, bytes, size);
+}
 
 // The linker calls them instead of the zip library's: see FailingCall.cpp.
 extern "C" {
@@ -149,12 +157,31 @@ TEST_F(FailingPackage, EntriesThatCannotBeCountedAreNoEntries) {
   EXPECT_EQ(TreeOf(destination_), Tree());
 }
 
-TEST(FailingMetadata, FileThatCannotBeReadToItsEndHasNoWord) {
-  const ScopedDirectory directory;
-  WriteFile(directory / "metadata.txt", "word");
-  EXPECT_EQ(MetadataHelper::LastWord(directory / "metadata.txt"), "word");
-  const FailingCall fault("ferror", EIO);
-  EXPECT_EQ(MetadataHelper::LastWord(directory / "metadata.txt"), "");
+/// A metadata file that takes several reads, and its words when those reads fail.
+class FailingMetadata : public testing::Test {
+ protected:
+  FailingMetadata() { WriteFile(path_, std::string(100000, 'x') + " last"); }
+
+  std::string TextWithReadsFailing(int error, int first, int last) {
+    const FailingCall fault("read", error, first, last);
+    const auto words = MetadataHelper::ReadWords(path_);
+    EXPECT_GE(fault.Count(), first);
+    EXPECT_EQ(words.count, words.last.empty() ? 0U : 2U);
+    return words.Text();
+  }
+
+  const ScopedDirectory directory_;
+  std::string path_ = directory_ / "metadata.txt";
+};
+
+TEST_F(FailingMetadata, FileThatCannotBeReadToItsEndHasNoWord) {
+  EXPECT_EQ(TextWithReadsFailing(EIO, 1, INT_MAX), "");
+  EXPECT_EQ(TextWithReadsFailing(EIO, 2, 2), "");
+}
+
+TEST_F(FailingMetadata, InterruptedReadIsRepeated) {
+  EXPECT_EQ(TextWithReadsFailing(EINTR, 1, 1), "last");
+  EXPECT_EQ(TextWithReadsFailing(EINTR, 2, 2), "last");
 }
 
 }  // namespace

@@ -63,14 +63,28 @@ TEST_F(Metadata, WhitespaceAroundTheWordIsHarmless) {
   EXPECT_EQ(Answers(std::string(" \t\r\n\v\f") + kGood + "\f\v\n\r\t "), kGoodAnswers);
 }
 
-TEST_F(Metadata, LastWordIsWithoutTheWhitespaceAroundIt) {
+TEST_F(Metadata, WordsAreCountedAndTheLastOneIsKept) {
   WriteFile(directory_ / "words", " first\tlast \n");
-  EXPECT_EQ(MetadataHelper::LastWord(directory_ / "words"), "last");
+  const auto words = MetadataHelper::ReadWords(directory_ / "words");
+  EXPECT_EQ(words.count, 2U);
+  EXPECT_EQ(words.last, "last");
 }
 
-TEST_F(Metadata, LastWordEndsAtItsFirstZeroByteAndNoOther) {
-  WriteFile(directory_ / "words", std::string("a~b\0c\0d", 7));
-  EXPECT_EQ(MetadataHelper::LastWord(directory_ / "words"), "a~b");
+TEST_F(Metadata, TextEndsAtTheFirstZeroByteOfTheLastWord) {
+  const std::string word("a~b\0c\0d", 7);
+  WriteFile(directory_ / "words", word);
+  const auto words = MetadataHelper::ReadWords(directory_ / "words");
+  EXPECT_EQ(words.last, word);
+  EXPECT_EQ(words.Text(), "a~b");
+}
+
+TEST_F(Metadata, FileWithoutAWordAndADirectoryHaveAnEmptyText) {
+  WriteFile(directory_ / "blank", " \n");
+  for (const std::string& path : {directory_ / "blank", directory_ / "", directory_ / "missing"}) {
+    const auto words = MetadataHelper::ReadWords(path);
+    EXPECT_EQ(words.count, 0U) << path;
+    EXPECT_EQ(words.Text(), "") << path;
+  }
 }
 
 TEST_F(Metadata, OnlyTheLastWordIsRead) {

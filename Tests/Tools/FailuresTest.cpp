@@ -2,8 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <zlib.h>
 
+#include <algorithm>
+#include <array>
 #include <cctype>
 #include <cerrno>
 #include <chrono>
@@ -19,6 +22,7 @@
 #include "Support.h"
 #include "ZipBuilder.h"
 #include "bundle/ArchiveLayout.h"
+#include "bundle/Metadata.h"
 #include "commands/Check.h"
 #include "machine/InstallLock.h"
 #include "machine/Installation.h"
@@ -89,6 +93,34 @@ class FailuresTest : public testing::Test {
   const std::string file_ = directory_ / "f";
   const Tree before_ = {{"f", "old"}};
 };
+
+/// How often `call` opens the file at `path`, counted by the system.
+template <typename Call>
+int OpensOf(const std::string& path, Call call) {
+  const Descriptor watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+  EXPECT_GE(inotify_add_watch(*watch, path.c_str(), IN_OPEN | IN_CLOSE), 0);
+  call();
+  std::array<inotify_event, 64> events = {};
+  EXPECT_GE(read(*watch, events.data(), sizeof events), 0);
+  return static_cast<int>(
+      std::count_if(events.begin(), events.end(),
+                    [](const inotify_event& event) { return (event.mask & IN_OPEN) != 0; }));
+}
+
+TEST(FailingMetadata, FileIsOpenedOnce) {
+  const ScopedDirectory directory;
+  const std::string path = directory / "metadata.txt";
+  for (const char* text : {R"({"clear":true,"updateid":5,"regenerate":true,"clear":1})", "x", ""}) {
+    WriteFile(path, text);
+    EXPECT_EQ(OpensOf(path, [&path] { ReadMetadata(path); }), 1) << text;
+  }
+}
+
+TEST(FailingMetadata, FileThatCannotBeReadIsNotTakenForAnEmptyOne) {
+  const char* const unreadable = "/proc/self/mem";  // EIO
+  EXPECT_EQ(Complaint([&] { ReadMetadata(unreadable); }),
+            Error("read", unreadable, "its content is unknown").what());
+}
 
 TEST_F(FailuresTest, DirectoryThatCannotBeListedToItsEndIsNotTreatedAsAShortOne) {
   EXPECT_COMPLAINT(ComplaintWithout(

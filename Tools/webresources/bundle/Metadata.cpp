@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -43,46 +42,37 @@ Metadata::RunOutcome OutcomeOf(const Metadata& metadata) {
   return metadata.regenerate ? Metadata::RunOutcome::Complete : Metadata::RunOutcome::AllButRandom;
 }
 
-/// The words of the file, counted as they are read.
-struct Words {
-  explicit Words(const std::string& path) {
-    std::ifstream stream(path);
-    for (std::string word; stream >> word; last = word) {
-      ++count;
+/// A text as a reader of standard JSON reads it, to compare with the installer's reading.
+struct StandardReading {
+  explicit StandardReading(const std::string& text) {
+    std::set<std::string> seen;
+    const auto collect = [&](int depth, nlohmann::json::parse_event_t event,
+                             const nlohmann::json& parsed) {
+      if (event == nlohmann::json::parse_event_t::key && depth == 1 &&
+          !seen.insert(parsed.get<std::string>()).second) {
+        repeated.insert(parsed.get<std::string>());
+      }
+      return true;
+    };
+    json = nlohmann::json::parse(text, collect, false);
+    if (json.is_discarded()) {
+      repeated.clear();
     }
   }
 
-  int count = 0;
-  std::string last;  ///< With any zero byte in it.
+  /// The number of the member `name`; nothing if that is no number.
+  std::optional<double> Number(const char* name) const {
+    const auto member = json.find(name);
+    // The installer has read a number there.
+    if (member == json.end() || !member->is_number()) {  // GCOVR_EXCL_BR_LINE
+      return std::nullopt;
+    }
+    return member->get<double>();
+  }
+
+  nlohmann::json json;             ///< Discarded if the text is not standard JSON.
+  std::set<std::string> repeated;  ///< The members that the object has more than once.
 };
-
-/// The members that the JSON object `text` has more than once; none if it is not standard JSON.
-std::set<std::string> RepeatedMembers(const std::string& text) {
-  std::set<std::string> seen;
-  std::set<std::string> repeated;
-  const auto collect = [&](int depth, nlohmann::json::parse_event_t event,
-                           const nlohmann::json& parsed) {
-    if (event == nlohmann::json::parse_event_t::key && depth == 1 &&
-        !seen.insert(parsed.get<std::string>()).second) {
-      repeated.insert(parsed.get<std::string>());
-    }
-    return true;
-  };
-  const bool isJson = !nlohmann::json::parse(text, collect, false).is_discarded();
-  return isJson ? repeated : std::set<std::string>();
-}
-
-/// The number that the JSON object `text` has for the member `name`; nothing if that is no number,
-/// or if the text is not standard JSON.
-std::optional<double> NumberIn(const std::string& text, const char* name) {
-  const nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
-  const auto member = json.find(name);
-  // The installer has read a number there.
-  if (member == json.end() || !member->is_number()) {  // GCOVR_EXCL_BR_LINE
-    return std::nullopt;
-  }
-  return member->get<double>();
-}
 
 class MetadataFinder {
  public:
@@ -100,43 +90,47 @@ class MetadataFinder {
 
  private:
   void FindInFile() {
-    const Words words(path_);
-    word_ = MetadataHelper::LastWord(path_);
-    if (std::count(word_.begin(), word_.end(), '[') + std::count(word_.begin(), word_.end(), '{') >
+    const MetadataHelper::Words words = MetadataHelper::ReadWords(path_);
+    if (words.isUnreadable && !IsDirectory(path_)) {
+      throw Error("read", path_, "its content is unknown");
+    }
+    const std::string word = words.Text();
+    if (std::count(word.begin(), word.end(), '[') + std::count(word.begin(), word.end(), '{') >
         kContainersRead) {
       throw Error("read", path_,
                   "it has more than " + std::to_string(kContainersRead) + " arrays and objects");
     }
-    QDOObject object = QDOJSONParser::fromJSON(word_, true);
+    const QDOObject object = QDOJSONParser::fromJSON(word, true);
     if (object.getType() != QDOObject::Map) {
       AddHere(words.count > 1 ? kMetadataBlank : kMetadataNotObject,
-              word_.empty() ? "it holds no word"
-                            : "the installer reads its last word, which is no object: " + word_);
+              word.empty() ? "it holds no word"
+                           : "the installer reads its last word, which is no object: " + word);
       return;
     }
     if (words.count > 1) {
       AddHere(kMetadataIgnoredText, "the installer reads only its last word");
     }
-    if (words.last != word_) {
+    if (words.last != word) {
       AddHere(kMetadataIgnoredText, "the installer reads its last word up to a zero byte");
     }
-    if (!nlohmann::json::accept(word_)) {
+    const StandardReading standard(word);
+    if (standard.json.is_discarded()) {
       AddHere(kMetadataSyntax,
-              "it is not standard JSON; the installer reads what it can of it: " + word_);
+              "it is not standard JSON; the installer reads what it can of it: " + word);
     }
-    const std::set<std::string> repeated = RepeatedMembers(word_);
-    for (const std::string& member : repeated) {
+    for (const std::string& member : standard.repeated) {
       AddTo(kMetadataRepeatedMember, member,
             "it is there more than once; the installer reads the first one");
     }
-    Query(object.getMap());
-    if (metadata_.updateId && repeated.count("updateid") == 0) {
-      FindMisreading(*metadata_.updateId);
+    Query(object);
+    if (metadata_.updateId && standard.repeated.count("updateid") == 0) {
+      FindMisreading(standard, *metadata_.updateId);
     }
   }
 
-  void Query(std::map<std::string, QDOObject>& members) {
-    MetadataHelper helper(path_);
+  void Query(const QDOObject& object) {
+    MetadataHelper helper(object);
+    const std::map<std::string, QDOObject>& members = object.getMap();
     metadata_.clear = Ask([&helper] { return helper.shouldClearRegistry(); });
     metadata_.updateId = Ask([&helper] { return helper.getUpdateId(); });
     metadata_.regenerate = Ask([&helper] { return helper.shouldRegenerateRandom(); });
@@ -148,7 +142,7 @@ class MetadataFinder {
     }
   }
 
-  void FindInMember(std::map<std::string, QDOObject>& members, const std::string& name,
+  void FindInMember(const std::map<std::string, QDOObject>& members, const std::string& name,
                     bool isAccepted) {
     if (isAccepted) {
       return;
@@ -174,8 +168,8 @@ class MetadataFinder {
   }
 
   /// The scanner lets large integers wrap around, and the result may fit 32 bits.
-  void FindMisreading(int updateId) {
-    const std::optional<double> written = NumberIn(word_, "updateid");
+  void FindMisreading(const StandardReading& standard, int updateId) {
+    const std::optional<double> written = standard.Number("updateid");
     if (written && *written != updateId) {
       AddTo(kMetadataUpdateidMisread, "updateid",
             "it is too large: the installer reads it as " + std::to_string(updateId));
@@ -191,7 +185,6 @@ class MetadataFinder {
   }
 
   const std::string& path_;
-  std::string word_;
   Metadata metadata_;
 };
 
