@@ -350,7 +350,7 @@ class Bench:
         machine = self.memory.machine(ten)
         (machine / (APPLICATION[1:] + "/Resources/metadata.txt")).write_text(
             METADATA.replace('"clear":false', '"clear":true'))
-        keys = 44000
+        keys = 18000
 
         def crowd():
             path = pathlib.Path(str(machine) + RECORD)

@@ -1,15 +1,17 @@
 // Property list to record. Whatever bytes the preferences file holds,
-//  - the record can be read, and nothing crashes or throws, libplist included;
-//  - a flush leaves a property list with what was recorded;
-//  - the other keys have the values they had; or the file was no list, or could not be printed, and
-//    was moved aside, unchanged;
-//  - the same flush again leaves the same bytes, a wipe leaves no key, and what follows a wipe is
-//    recorded as before;
+//  - the record can be read, and nothing crashes or throws, the XML library included;
+//  - a flush leaves a property list with the recorded values, each once;
+//  - the values of the other keys have the bytes that they had; or the file was no list, and was
+//    moved aside, unchanged;
+//  - the same flush again leaves the same bytes, a clearing leaves no key, and values are recorded
+//    after a clearing as before;
 //  - no temporary file stays.
 
-#include <plist/plist.h>
-
-#include <memory>
+#include <algorithm>
+#include <functional>
+#include <pugixml.hpp>
+#include <utility>
+#include <vector>
 
 #include "Fuzz.h"
 #include "InstallRecord.h"
@@ -24,82 +26,84 @@ const char kNumberKey[] = "iUpdateId";
 const char kText[] = "Resource0";
 constexpr int kNumber = -7;
 
-// Judged by libplist alone ------------------------------------------------------------------------
+// Judged by the items' bytes ----------------------------------------------------------------------
 
-using Values = std::map<std::string, std::string>;
+/// The texts of the keys, and the bytes of the values.
+using Items = std::vector<std::pair<std::string, std::string>>;
 
-struct FreeList {
-  void operator()(void* list) const { plist_free(list); }
+struct Printer : pugi::xml_writer {
+  void write(const void* data, std::size_t size) override {
+    bytes.append(static_cast<const char*>(data), size);
+  }
+  std::string bytes;
 };
-using List = std::unique_ptr<void, FreeList>;
 
-/// Not plist_from_memory(), whose parameters differ from release to release.
-List Parse(const std::string& bytes) {
-  plist_t list = nullptr;
-  (bytes.rfind("bplist", 0) == 0 ? plist_from_bin : plist_from_xml)(
-      bytes.data(), static_cast<std::uint32_t>(bytes.size()), &list);
-  return List(list);
+std::string BytesOf(pugi::xml_node node) {
+  Printer printer;
+  node.print(printer, "", pugi::format_raw | pugi::format_no_escapes);
+  return printer.bytes;
 }
 
-std::string Rendered(plist_t value);
-
-/// The rendered values of a dictionary by their keys.
-Values ItemsOf(plist_t dictionary) {
-  Values values;
-  plist_dict_iter iterator = nullptr;
-  plist_dict_new_iter(dictionary, &iterator);
-  const std::unique_ptr<void, void (*)(void*)> owner(iterator, std::free);
-  plist_t value = nullptr;
-  for (char* key = nullptr;; std::free(key)) {
-    plist_dict_next_item(dictionary, iterator, &key, &value);
-    if (key == nullptr) {
-      return values;
-    }
-    Require(values.emplace(key, Rendered(value)).second, "the key is there once");
+std::string TextOf(pugi::xml_node node) {
+  std::string text;
+  for (const pugi::xml_node child : node.children()) {
+    text += child.value();
   }
+  return text;
 }
 
-/// An integer as XML, whose binary form may be longer than it need be.
-std::string RenderedScalar(plist_t value) {
-  char* bytes = nullptr;
-  std::uint32_t size = 0;
-  const bool isInteger = plist_get_node_type(value) == PLIST_UINT;
-  (isInteger ? plist_to_xml : plist_to_bin)(value, &bytes, &size);
-  const std::unique_ptr<char, void (*)(void*)> owner(bytes, std::free);
-  return std::string(bytes, size);
-}
-
-/// The value with its type, as bytes. Not containers in libplist's binary form: which equal values
-/// share one object there differs from time to time.
-std::string Rendered(plist_t value) {
-  const plist_type type = plist_get_node_type(value);
-  if (type != PLIST_ARRAY && type != PLIST_DICT) {
-    return RenderedScalar(value);
-  }
-  std::string all(1, type == PLIST_ARRAY ? '[' : '{');
-  if (type == PLIST_ARRAY) {
-    for (std::uint32_t i = 0; i < plist_array_get_size(value); ++i) {
-      all += Rendered(plist_array_get_item(value, i)) + ',';
-    }
-  } else {
-    for (const auto& [key, item] : ItemsOf(value)) {
-      all += key + ':' + item + ',';
+/// The elements of the root dictionary, read with those flags.
+std::vector<pugi::xml_node> ElementsOf(pugi::xml_document& document, const std::string& bytes,
+                                       unsigned flags) {
+  document.load_buffer(bytes.data(), bytes.size(), flags, pugi::encoding_utf8);
+  std::vector<pugi::xml_node> elements;
+  for (const pugi::xml_node child : document.child("plist").child("dict").children()) {
+    if (child.type() == pugi::node_element) {
+      elements.push_back(child);
     }
   }
-  return all + ']';
+  return elements;
 }
 
-Values ValuesOf(const std::string& bytes) {
-  const List list = Parse(bytes);
-  Require(plist_get_node_type(list.get()) == PLIST_DICT, "the file is a dictionary");
-  return ItemsOf(list.get());
+Items ItemsOf(const std::string& bytes) {
+  constexpr unsigned kTexts = pugi::parse_default | pugi::parse_ws_pcdata;
+  constexpr unsigned kBytes = (pugi::parse_full | pugi::parse_ws_pcdata) & ~pugi::parse_escapes &
+                              ~pugi::parse_eol & ~pugi::parse_wconv_attribute;
+  pugi::xml_document texts;
+  pugi::xml_document wholes;
+  const auto keys = ElementsOf(texts, bytes, kTexts);
+  const auto values = ElementsOf(wholes, bytes, kBytes);
+  Require(keys.size() == values.size() && keys.size() % 2 == 0, "keys and values alternate");
+  Items items;
+  for (std::size_t i = 0; i < keys.size(); i += 2) {
+    Require(keys[i].name() == std::string("key"), "a key is a key");
+    items.emplace_back(TextOf(keys[i]), BytesOf(values[i + 1]));
+  }
+  return items;
 }
 
-/// Read from a file: how a negative number is made differs from release to release.
-Values Recorded() {
-  return ValuesOf(std::string("<plist><dict><key>") + kTextKey + "</key><string>" + kText +
-                  "</string><key>" + kNumberKey + "</key><integer>" + std::to_string(kNumber) +
-                  "</integer></dict></plist>");
+bool IsRecorded(const Items::value_type& item) {
+  return item.first == kTextKey || item.first == kNumberKey;
+}
+
+/// The items of other programs.
+Items OthersIn(const std::string& bytes) {
+  Items items = ItemsOf(bytes);
+  items.erase(std::remove_if(items.begin(), items.end(), IsRecorded), items.end());
+  return items;
+}
+
+Items Recorded() {
+  return {{kNumberKey, "<integer>" + std::to_string(kNumber) + "</integer>"},
+          {kTextKey, "<string>" + std::string(kText) + "</string>"}};
+}
+
+/// The recorded items, in the order of the keys.
+Items RecordedIn(const std::string& bytes) {
+  Items items = ItemsOf(bytes);
+  items.erase(std::remove_if(items.begin(), items.end(), std::not_fn(IsRecorded)), items.end());
+  std::sort(items.begin(), items.end());
+  return items;
 }
 
 // The record --------------------------------------------------------------------------------------
@@ -145,11 +149,12 @@ class Examination {
   void Run() {
     Require(Record(domain_), "the record can be written");
     const std::string recorded = File();
-    Require(ValuesOf(recorded) == Expected(), "the other keys are kept");
+    Require(RecordedIn(recorded) == Recorded(), "the values are recorded once");
+    Require(OthersIn(recorded) == (IsAside() ? Items() : OthersIn(bytes_)), "the others are kept");
     RequireRecorded(root_);
     Require(Record(domain_) && File() == recorded, "the same again is the same");
-    Require(Wipe(domain_) && ValuesOf(File()).empty(), "a wipe leaves no key");
-    Require(Record(domain_) && ValuesOf(File()) == Recorded(), "recorded after a wipe");
+    Require(Wipe(domain_) && ItemsOf(File()).empty(), "a wipe leaves no key");
+    Require(Record(domain_) && ItemsOf(File()) == Recorded(), "recorded after a wipe");
   }
 
  private:
@@ -161,14 +166,6 @@ class Examination {
     Require(!IsAside() || tree[kName + ".corrupt"] == bytes_, "what is put aside is whole");
     Require(tree.size() == (IsAside() ? 2 : 1), "nothing else is there");
     return tree[kName];
-  }
-
-  Values Expected() const {
-    Values values = Recorded();
-    if (!IsAside()) {
-      values.merge(ValuesOf(bytes_));
-    }
-    return values;
   }
 
   static inline const std::string kName = PLIST_SECTION_KEY + ".plist";

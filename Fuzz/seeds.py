@@ -9,7 +9,6 @@ import json
 import pathlib
 import plistlib
 import random
-import struct
 import sys
 
 sys.path.append(str(pathlib.Path(__file__).parent.parent / "Tests/Corpus"))
@@ -79,44 +78,27 @@ VALUES = dict(
     false=False, date=datetime.datetime(2020, 1, 2, 3, 4, 5), data=bytes(range(256)),
     array=[1, "x", [], {}, [True, 1.5]], dictionary={"": 1, "&": {"k": [b"x"]}},
     iUpdateId=1, tWebResourceInstallPath="Resource0", tFullVersion="17.011.30138.1", irandom=5)
-STRANGE = dict(
-    early=datetime.datetime(1, 1, 1), late=datetime.datetime(9999, 1, 1), uid=plistlib.UID(5),
-    control="a\x01\r\x1f", nocharacter="\uffff", zero=-0.0, notanumber=float("nan"),
-    fraction=datetime.datetime(2020, 1, 2, 3, 4, 5, 500000), **{"k\x02": 1})
-
-
 def xml(items):
     return ('<?xml version="1.0" encoding="UTF-8"?>\n<!DOCTYPE plist>\n<plist version="1.0">'
             f"<dict>{items}</dict></plist>").encode()
 
 
-def shared(width, depth):
-    """A binary list in which each array holds the next one several times."""
-    objects = [b"\xd1\1\2", b"\x51a"]
-    objects += [bytes((0xA0 + width, *([place + 3] * width))) for place in range(depth)] + [b"\xa0"]
-    body, offsets = b"bplist00", b""
-    for each in objects:
-        offsets += struct.pack(">H", len(body))
-        body += each
-    return body + offsets + struct.pack(">6xBBQQQ", 2, 1, len(objects), 0, len(body))
-
-
 def property_list_to_record():
     yield from (b"", b"x", b"bplist00", b"<plist>", b"{ a = 1; }", xml(""), xml("<key>k</key>"))
+    yield plistlib.dumps(VALUES, fmt=plistlib.FMT_BINARY)
+    yield xml("").decode().encode("utf-16")
     for values in (VALUES, {}, [1], *({name: value} for name, value in VALUES.items())):
-        yield plistlib.dumps(values, fmt=plistlib.FMT_BINARY)
         yield plistlib.dumps(values, fmt=plistlib.FMT_XML)
-    for name, value in STRANGE.items():
-        yield plistlib.dumps({name: value}, fmt=plistlib.FMT_BINARY)
-    yield plistlib.dumps(dict(VALUES, **STRANGE), fmt=plistlib.FMT_BINARY)
     for item in ("<integer>0x10</integer>", "<integer>-0x8</integer>", "<real>nan</real>",
-                 "<real>1e999</real>", "<date>2020</date>", "<date>20200-01-02T03:04:05Z</date>",
-                 "<data>AA</data>", "<string>&#65;&amp;&lt;&#x1F600;</string>",
+                 "<integer>123456789012345678901234567890</integer>", "<real>1e999</real>",
+                 "<date>2020</date>", "<date>2020-01-02T03:04:05.6Z</date>", "<data>AA</data>",
+                 "<string>&#65;&amp;&lt;&#x1F600;&#13;\r\n</string>", "<string> </string>",
                  "<string><![CDATA[<a>]]></string>", "<string/>", "<array><true/></array>",
                  "<dict><key>CF$UID</key><integer>5</integer></dict>", "<!-- -->", "<key>a</key>",
-                 "<array>" * 100 + "</array>" * 100):
+                 "<?a b?><array a='\"'/>", "<array>" * 100 + "</array>" * 100):
         yield xml("<key>a</key>" + item + "<key>b</key><true/>")
-    yield from (shared(1, 100), shared(2, 8), shared(2, 100), shared(3, 10))
+        yield xml("<key>iUpdateId</key>" + item + "<key>iUpdateId</key><true/>")
+    yield b"<!DOCTYPE plist [<!ENTITY e \"]>\">]>" + xml("<key>a</key><string>&e;</string>")
 
 
 def main():

@@ -50,14 +50,18 @@ void Install(const std::string& root) {
   RenameToFinalName(root, name, path);
 }
 
+/// The process ends without the library's message, also when an allocation fails before main().
+[[gnu::constructor]] void EndSilently() {
+  std::set_terminate(std::abort);
+}
+
 }  // namespace
 
 /// One run, from the bundle to the record. Silent and forgiving on purpose: whatever fails on the
 /// way, a run that completes returns 0. Faulty metadata raises an exception that nothing catches:
 /// the process then aborts, what was done before stays done.
 int main() {
-  std::set_terminate(std::abort);  // without the library's message
-  std::signal(SIGXFSZ, SIG_IGN);   // a file beyond the size limit is one more failed write
+  std::signal(SIGXFSZ, SIG_IGN);  // a file beyond the size limit is one more failed write
   const std::string root = OSUtils::GetPellamResourceDirectory();
   if (MetadataHelper::getInstance().shouldClearRegistry()) {
     ClearRecord();

@@ -14,17 +14,21 @@ PropertyList::Changes& Pending(const std::string& path) {
   return pending[path];
 }
 
-/// What the process sees: the file with its own changes over it.
-PropertyList::Contents Current(const std::string& path) {
-  PropertyList::Contents contents = PropertyListFile(path).Read();
-  for (const auto& [key, change] : Pending(path)) {
-    if (change) {
-      std::visit([&, &at = contents[key]](const auto& value) { at = value; }, *change);
-    } else {
-      contents.erase(key);
-    }
+void Change(const std::string& path, const std::string& key,
+            PropertyList::Changes::mapped_type value) {
+  if (PropertyList::IsText(key)) {
+    Pending(path)[key] = std::move(value);
   }
-  return contents;
+}
+
+/// The values of `list`, with the changes of this process to the file.
+PropertyList::Contents WithPending(PropertyList list, const std::string& path) {
+  list.Apply(Pending(path));
+  return list.Values();
+}
+
+PropertyList::Contents Current(const std::string& path) {
+  return WithPending(ReadPropertyList(path).value_or(PropertyList()), path);
 }
 
 template <typename T>
@@ -45,21 +49,17 @@ PreferencesDomain::PreferencesDomain(const std::string& applicationIdentifier,
     : name_(root + "/Library/Preferences/" + applicationIdentifier + ".plist") {}
 
 void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
-  if (PropertyList::IsText(key) && PropertyList::IsText(value)) {
-    Pending(name_)[key] = value;
+  if (PropertyList::IsText(value)) {
+    Change(name_, key, value);
   }
 }
 
 void PreferencesDomain::SetNumber(const std::string& key, int value) {
-  if (PropertyList::IsText(key)) {
-    Pending(name_)[key] = value;
-  }
+  Change(name_, key, value);
 }
 
 void PreferencesDomain::Remove(const std::string& key) {
-  if (PropertyList::IsText(key)) {
-    Pending(name_)[key] = std::nullopt;
-  }
+  Change(name_, key, std::nullopt);
 }
 
 bool PreferencesDomain::RemoveAll() {
@@ -89,19 +89,21 @@ std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
 
 bool PreferencesDomain::Flush() {
   PropertyList::Changes& pending = Pending(name_);
-  if (!PropertyListFile(name_).Apply(pending)) {
-    return false;
+  const bool isFlushed =
+      pending.empty() ? ReadPropertyList(name_).has_value() : ChangePropertyList(name_, pending);
+  if (isFlushed) {
+    pending.clear();
   }
-  pending.clear();
-  return true;
+  return isFlushed;
 }
 
 std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
     const std::vector<std::string>& keys) const {
-  if (!PropertyListFile(name_).Apply({})) {
+  auto list = ReadPropertyList(name_);
+  if (!list) {
     return std::nullopt;
   }
-  PropertyList::Contents contents = Current(name_);
+  PropertyList::Contents contents = WithPending(*std::move(list), name_);
   std::vector<Value> values(keys.size());
   for (std::size_t i = 0; i < keys.size(); ++i) {
     const auto found = contents.find(keys[i]);

@@ -1,339 +1,300 @@
 #include "PropertyList.h"
 
-#include <plist/plist.h>
+#include <strings.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdlib>
+#include <cstring>
+#include <cwchar>
 #include <limits>
+#include <locale>
+#include <new>
+#include <string_view>
 #include <utility>
 #include <vector>
 
-#include "MallocPointer.h"
-#include "PropertyListBounds.h"
-
 namespace {
 
-using Text = MallocPointer<char>;
-using Iterator = MallocPointer<void>;
+using pugi::xml_node;
+using std::string_view;
 
-// Texts -----------------------------------------------------------------------------------------
+// Every byte of a text stays as it is: references are neither resolved nor made, and line ends are
+// not changed. Text outside the root element is read, so that it is not lost unseen.
+constexpr unsigned kReading =
+    (pugi::parse_full | pugi::parse_ws_pcdata | pugi::parse_fragment) &
+    ~(pugi::parse_escapes | pugi::parse_eol | pugi::parse_wconv_attribute);
+constexpr unsigned kWriting =
+    pugi::format_raw | pugi::format_no_declaration | pugi::format_no_escapes;
 
-/// What can hold a value: each also holds what those before it hold.
-enum class Holder { kXml, kBinary, kNone };
+const char kEmptyList[] =
+    "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+    "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\""
+    " \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
+    "<plist version=\"1.0\">\n<dict>\n</dict>\n</plist>\n";
 
-constexpr char32_t kNoCharacter = 0xFFFFFFFF;
+/// Lets an allocation of the XML library fail as all others of this program do. Otherwise a list
+/// would count as damaged, or lose a part, when memory is exhausted.
+[[maybe_unused]] const bool allocatesWithNew = [] {
+  pugi::set_memory_management_functions([](std::size_t size) { return ::operator new(size); },
+                                        [](void* block) { ::operator delete(block); });
+  return true;
+}();
 
-/// The UTF-8 character at `at`, which is moved behind it.
-char32_t NextCharacter(const std::string& text, std::size_t& at) {
-  static constexpr char32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
-  const auto first = static_cast<unsigned char>(text[at++]);
-  if (first < 0x80) {
-    return first;
+struct Printer : pugi::xml_writer {
+  void write(const void* data, std::size_t size) override {
+    bytes.append(static_cast<const char*>(data), size);
   }
-  const int more = first >= 0xF0 ? 3 : first >= 0xE0 ? 2 : 1;
-  char32_t character = first & (0x3FU >> more);
-  for (int i = 0; i < more; ++i) {
-    if (at == text.size() || (text[at] & 0xC0) != 0x80) {
-      return kNoCharacter;
-    }
-    character = character << 6 | (static_cast<unsigned char>(text[at++]) & 0x3FU);
-  }
-  const bool isValid = first >= 0xC0 && first < 0xF8 && character >= kSmallest[more] &&
-                       character <= 0x10FFFF && (character < 0xD800 || character > 0xDFFF);
-  return isValid ? character : kNoCharacter;
-}
-
-Holder HolderOf(char32_t character) {
-  if (character == 0 || character == kNoCharacter) {
-    return Holder::kNone;
-  }
-  // XML has no way to write the control characters, and reads a carriage return as a line feed.
-  const bool isInXml = character >= 0x20 || character == '\t' || character == '\n';
-  return isInXml && character != 0xFFFE && character != 0xFFFF ? Holder::kXml : Holder::kBinary;
-}
-
-Holder HolderOf(const std::string& text) {
-  Holder holder = Holder::kXml;
-  for (std::size_t at = 0; at < text.size();) {
-    holder = std::max(holder, HolderOf(NextCharacter(text, at)));
-  }
-  return holder;
-}
-
-/// Not plist_get_string_val(), which ends the process when a zero is in the text.
-std::string TextOf(plist_t node) {
-  std::uint64_t length = 0;
-  const char* text = plist_get_string_ptr(node, &length);
-  return {text, static_cast<std::size_t>(length)};
-}
-
-// Nodes -----------------------------------------------------------------------------------------
-
-struct Item {
-  std::string key;  // empty in an array
-  plist_t value;
+  std::string bytes;
 };
 
-std::vector<Item> ItemsOf(plist_t dictionary) {
-  plist_dict_iter iterator = nullptr;
-  plist_dict_new_iter(dictionary, &iterator);
-  const Iterator owner(iterator);
-  std::vector<Item> items;
-  for (;;) {
-    char* key = nullptr;
-    plist_t value = nullptr;
-    plist_dict_next_item(dictionary, iterator, &key, &value);
-    const Text keyOwner(key);
-    if (value == nullptr) {
-      return items;
-    }
-    items.push_back({key, value});
-  }
+std::string Printed(xml_node node) {
+  Printer printer;
+  node.print(printer, "", kWriting, pugi::encoding_utf8);
+  return std::move(printer.bytes);
 }
 
-std::vector<Item> ElementsOf(plist_t array) {
-  plist_array_iter iterator = nullptr;
-  plist_array_new_iter(array, &iterator);
-  const Iterator owner(iterator);
-  std::vector<Item> elements;
-  for (;;) {
-    plist_t element = nullptr;
-    plist_array_next_item(array, iterator, &element);
-    if (element == nullptr) {
-      return elements;
-    }
-    elements.push_back({"", element});
-  }
+bool Load(pugi::xml_document& document, const std::string& bytes, unsigned flags) {
+  return document.load_buffer(bytes.data(), bytes.size(), flags, pugi::encoding_utf8);
 }
 
-/// What is in a dictionary or an array; nothing in any other node.
-std::vector<Item> ChildrenOf(plist_t node) {
-  switch (plist_get_node_type(node)) {
-    case PLIST_DICT:
-      return ItemsOf(node);
-    case PLIST_ARRAY:
-      return ElementsOf(node);
-    default:
+// Texts and values ------------------------------------------------------------------------------
+
+bool Is(xml_node element, const char* name) {
+  return std::strcmp(element.name(), name) == 0;
+}
+
+/// The text in an element, as XML reads it; nothing if there is another element, or no text.
+std::optional<std::string> TextOf(xml_node element) {
+  pugi::xml_document resolved;
+  Load(resolved, Printed(element), pugi::parse_default | pugi::parse_ws_pcdata);
+  std::string text;
+  for (const xml_node child : resolved.first_child().children()) {
+    if (child.type() == pugi::node_element) {
       return {};
-  }
-}
-
-bool IsSame(plist_t left, plist_t right) {
-  const plist_type type = plist_get_node_type(left);
-  if (type != PLIST_DICT && type != PLIST_ARRAY) {
-    return plist_compare_node_value(left, right) != 0;
-  }
-  const auto isSameItem = [](const Item& one, const Item& other) {
-    // No libplist is known that changes a key.
-    return one.key == other.key &&  // GCOVR_EXCL_BR_LINE
-           IsSame(one.value, other.value);
-  };
-  const auto items = ChildrenOf(left);
-  const auto others = ChildrenOf(right);
-  return type == plist_get_node_type(right) &&  // GCOVR_EXCL_BR_LINE: nor the type of a container
-         std::equal(items.begin(), items.end(), others.begin(), others.end(), isSameItem);
-}
-
-// Printing --------------------------------------------------------------------------------------
-
-/// libplist counts what it prints in 32 bits, and indents each line by its depth.
-constexpr std::uint64_t kLargestXmlEstimate = 2 * kLargestPropertyList;
-/// libplist compares each value of a binary list with those that have the same hash.
-constexpr std::uint64_t kMostBinaryNodes = 10000;
-
-std::uint64_t XmlSize(const std::string& text) {
-  constexpr std::size_t kMoreThanItsCharacter = sizeof "amp;" - 1;
-  const auto isEntity = [](char character) {
-    return character == '<' || character == '>' || character == '&';
-  };
-  const auto entities = std::count_if(text.begin(), text.end(), isEntity);
-  return text.size() + kMoreThanItsCharacter * static_cast<std::size_t>(entities);
-}
-
-/// What a tree takes to print. IsSame() finds the numbers and dates that XML changes.
-struct Survey {
-  Holder holder = Holder::kXml;
-  std::uint64_t nodes = 0;
-  std::uint64_t xmlSize = 0;  // about
-
-  void Add(const std::string& text) {
-    holder = std::max(holder, HolderOf(text));
-    xmlSize += XmlSize(text);
-  }
-
-  void Add(plist_t node, std::uint64_t depth) {
-    constexpr std::uint64_t kTag = sizeof "<true/>";  // with the end of the line
-    ++nodes;
-    xmlSize += depth + kTag;
-    if (plist_get_node_type(node) == PLIST_STRING) {
-      Add(TextOf(node));
-    } else if (plist_get_node_type(node) == PLIST_DATA) {
-      std::uint64_t size = 0;
-      plist_get_data_ptr(node, &size);
-      xmlSize += 2 * kTag + depth + size + size / 3;  // its end has a line, too
-    } else if (plist_get_node_type(node) == PLIST_UID) {
-      holder = std::max(holder, Holder::kBinary);  // as XML it is a dictionary to other readers
     }
-    for (const Item& child : ChildrenOf(node)) {
-      Add(child.key);
-      Add(child.value, depth + 1);
+    text += child.value();
+  }
+  return PropertyList::IsText(text) ? std::optional(std::move(text)) : std::nullopt;
+}
+
+/// `text` as XML. XML reads a carriage return as a line feed. It has no control characters: a file
+/// with such a text is only read by this program.
+std::string Encoded(const std::string& text) {
+  std::string encoded;
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    const bool isControl = byte < 0x20 && byte != '\t' && byte != '\n';
+    if (isControl || std::strchr("<>&", character) != nullptr) {
+      encoded += "&#" + std::to_string(byte) + ";";
+    } else {
+      encoded += character;
     }
   }
-};
-
-Survey SurveyOf(plist_t root) {
-  Survey survey;
-  survey.Add(root, 0);
-  return survey;
+  return encoded;
 }
 
-plist_t ParseAs(PropertyListForm form, const std::string& bytes) {
-  plist_t node = nullptr;
-  (form == PropertyListForm::kXml ? plist_from_xml : plist_from_bin)(
-      bytes.data(), static_cast<std::uint32_t>(bytes.size()), &node);
-  return node;
-}
-
-std::string PrintAs(PropertyListForm form, plist_t node) {
-  char* bytes = nullptr;
-  std::uint32_t size = 0;
-  (form == PropertyListForm::kXml ? plist_to_xml : plist_to_bin)(node, &bytes, &size);
-  const Text owner(bytes);
-  return std::string(bytes, size);
-}
-
-// Values ----------------------------------------------------------------------------------------
-
-plist_t NewNode(const std::string& text) {
-  return plist_new_string(text.c_str());
-}
-
-plist_t NewNode(int number) {
-#ifdef HAVE_PLIST_NEW_INT
-  return plist_new_int(number);
-#else
-  // A negative number's bit pattern: where there is no plist_new_int, it is taken as signed.
-  return plist_new_uint(static_cast<std::uint64_t>(std::int64_t{number}));
-#endif
-}
-
-plist_t NewNode(const std::variant<std::string, int>& value) {
-  return std::visit([](const auto& content) { return NewNode(content); }, value);
-}
-
-PropertyList::Value IntegerValue(plist_t node) {
-  std::uint64_t bits = 0;
-  plist_get_uint_val(node, &bits);
-  const auto number = static_cast<int>(bits);
-  // Compared as nodes: the bits do not tell a negative number from an unsigned one.
-  const plist_t same = NewNode(number);
-  const bool isSame = plist_compare_node_value(node, same) != 0;
-  plist_free(same);
-  return isSame ? PropertyList::Value(number) : PropertyList::OtherType();
-}
-
-PropertyList::Value RealValue(plist_t node) {
+/// Decimal with a sign, or hexadecimal. A real number may have a fraction and an exponent.
+PropertyList::Value NumberIn(const std::string& text, bool isInteger) {
   using Limits = std::numeric_limits<int>;
-  double real = 0;
-  plist_get_real_val(node, &real);
-  if (real >= Limits::min() && real <= Limits::max() && real == static_cast<int>(real)) {
-    return static_cast<int>(real);
+  const bool isHexadecimal = isInteger && text.find_first_of("xX") != std::string::npos;
+  const char* const characters = isHexadecimal ? " \t\n0123456789abcdefABCDEFxX"
+                                 : isInteger   ? " \t\n0123456789+-"
+                                               : " \t\n0123456789+-.eE";
+  char* end = nullptr;
+  const double number = std::strtod(text.c_str(), &end);
+  const bool isNumber = end != text.c_str() && end[std::strspn(end, " \t\n")] == '\0' &&
+                        text.find_first_not_of(characters) == std::string::npos;
+  if (isNumber && number >= Limits::min() && number <= Limits::max() &&
+      number == static_cast<int>(number)) {
+    return static_cast<int>(number);
   }
   return PropertyList::OtherType();
 }
 
-PropertyList::Value ValueOf(plist_t node) {
-  switch (plist_get_node_type(node)) {
-    case PLIST_STRING:
-      return TextOf(node);
-    case PLIST_UINT:
-      return IntegerValue(node);
-    case PLIST_REAL:
-      return RealValue(node);
-    default:
-      return PropertyList::OtherType();
+PropertyList::Value ValueOf(xml_node element) {
+  const auto text = TextOf(element);
+  if (text && Is(element, "string")) {
+    return *text;
   }
+  const bool isInteger = Is(element, "integer");
+  return text && (isInteger || Is(element, "real")) ? NumberIn(*text, isInteger)
+                                                    : PropertyList::OtherType();
 }
+
+/// Makes `element` one of that type with `text` in it.
+void Fill(xml_node element, const char* type, const std::string& text) {
+  element.set_name(type);
+  element.remove_attributes();
+  element.remove_children();
+  element.append_child(pugi::node_pcdata).set_value(Encoded(text).c_str());
+}
+
+void Fill(xml_node element, const std::variant<std::string, int>& value) {
+  const int* const number = std::get_if<int>(&value);
+  number != nullptr ? Fill(element, "integer", std::to_string(*number))
+                    : Fill(element, "string", std::get<std::string>(value));
+}
+
+// Items of the dictionary -----------------------------------------------------------------------
+
+struct Item {
+  std::string name;
+  xml_node key;
+  xml_node value;
+};
+
+bool IsBlank(xml_node node) {
+  return node.type() == pugi::node_pcdata &&
+         node.value()[std::strspn(node.value(), " \t\r\n")] == '\0';
+}
+
+/// The elements and texts in `node`, except for white space.
+std::vector<xml_node> PartsOf(xml_node node) {
+  std::vector<xml_node> parts;
+  for (const xml_node child : node.children()) {
+    const bool isText = child.type() == pugi::node_pcdata || child.type() == pugi::node_cdata;
+    if (child.type() == pugi::node_element || (isText && !IsBlank(child))) {
+      parts.push_back(child);
+    }
+  }
+  return parts;
+}
+
+/// The element of that name in `node`; null unless it is the only part.
+xml_node OnlyPart(xml_node node, const char* name) {
+  const std::vector<xml_node> parts = PartsOf(node);
+  return parts.size() == 1 && Is(parts[0], name) ? parts[0] : xml_node();
+}
+
+/// Nothing unless keys, each with a text, and values alternate.
+std::optional<std::vector<Item>> ItemsOf(xml_node dictionary) {
+  const std::vector<xml_node> parts = PartsOf(dictionary);
+  std::vector<Item> items;
+  for (std::size_t i = 0; i < parts.size(); i += 2) {
+    const xml_node value = i + 1 < parts.size() ? parts[i + 1] : xml_node();
+    const auto name = TextOf(parts[i]);
+    if (!name || !Is(parts[i], "key") || value.type() != pugi::node_element || Is(value, "key")) {
+      return {};
+    }
+    items.push_back({*name, parts[i], value});
+  }
+  return dictionary ? std::optional(std::move(items)) : std::nullopt;
+}
+
+/// Removes the item, all between its key and its value, and the white space before it.
+void RemoveItem(xml_node dictionary, const Item& item) {
+  if (const xml_node before = item.key.previous_sibling(); IsBlank(before)) {
+    dictionary.remove_child(before);
+  }
+  while (item.key.next_sibling() != item.value) {
+    dictionary.remove_child(item.key.next_sibling());
+  }
+  dictionary.remove_child(item.key);
+  dictionary.remove_child(item.value);
+}
+
+/// Adds an item on lines of its own, before the white space at the end of the dictionary.
+void AddItem(xml_node dictionary, const std::string& key,
+             const std::variant<std::string, int>& value) {
+  const xml_node last = dictionary.last_child();
+  const auto add = [&, isBlank = IsBlank(last)](pugi::xml_node_type type) {
+    return isBlank ? dictionary.insert_child_before(type, last) : dictionary.append_child(type);
+  };
+  add(pugi::node_pcdata).set_value("\n\t");
+  Fill(add(pugi::node_element), "key", key);
+  add(pugi::node_pcdata).set_value("\n\t");
+  Fill(add(pugi::node_element), value);
+}
+
+/// Whether a document is in UTF-8, no element in it is too deep, and it is written as it was read.
+/// The XML library writes attributes between double quotes; it reads comments that XML does not
+/// allow, and writes others in their place.
+class Check : public pugi::xml_tree_walker {
+ public:
+  bool for_each(xml_node& node) override {
+    const string_view text = node.value();
+    for (const pugi::xml_attribute attribute : node.attributes()) {
+      if (std::strchr(attribute.value(), '"') != nullptr) {
+        return false;
+      }
+    }
+    switch (node.type()) {
+      case pugi::node_element:
+        return depth() <= PropertyList::kMostLevels;
+      case pugi::node_comment:
+        return text.find("--") == string_view::npos && (text.empty() || text.back() != '-');
+      case pugi::node_declaration:
+        return strcasecmp(node.attribute("encoding").as_string("UTF-8"), "UTF-8") == 0;
+      default:
+        return true;
+    }
+  }
+};
 
 }  // namespace
 
-void PropertyList::FreeNode::operator()(void* node) const {
-  plist_free(node);
+PropertyList::PropertyList() {
+  Load(document_, kEmptyList, kReading);
 }
 
-PropertyList::PropertyList() : PropertyList(Node(plist_new_dict())) {}
-
-PropertyList::PropertyList(Node root) : root_(std::move(root)) {}
-
 std::optional<PropertyList> PropertyList::Parse(const std::string& bytes) {
-  const auto form = FormWithinBounds(bytes);
-  if (!form) {
-    return {};
-  }
-  PropertyList list(Node(ParseAs(*form, bytes)));
-  const plist_t root = list.root_.get();
-  if (plist_get_node_type(root) != PLIST_DICT || SurveyOf(root).holder == Holder::kNone) {
-    return {};
-  }
-  return list;
+  PropertyList list;
+  Check check;
+  // The XML library takes a zero for the end. UTF-16 and UTF-32 have zeros in every tag.
+  const bool isWhole = bytes.find('\0') == std::string::npos &&
+                       Load(list.document_, bytes, kReading) && list.document_.traverse(check) &&
+                       ItemsOf(list.Dictionary());
+  return isWhole ? std::optional(std::move(list)) : std::nullopt;
+}
+
+xml_node PropertyList::Dictionary() const {
+  return OnlyPart(OnlyPart(document_, "plist"), "dict");
 }
 
 bool PropertyList::IsText(const std::string& text) {
-  return HolderOf(text) != Holder::kNone;
+  using Utf8 = std::codecvt<char32_t, char, std::mbstate_t>;
+  std::u32string characters(text.size(), U'\0');
+  std::mbstate_t state = {};
+  const char* end = nullptr;
+  char32_t* last = nullptr;
+  const auto result = std::use_facet<Utf8>(std::locale::classic())
+                          .in(state, text.data(), text.data() + text.size(), end, characters.data(),
+                              characters.data() + characters.size(), last);
+  const auto isCharacter = [](char32_t each) { return each != 0 && (each >> 11) != 0xD800 >> 11; };
+  return result == Utf8::ok && std::all_of(characters.data(), last, isCharacter);
 }
 
 PropertyList::Contents PropertyList::Values() const {
   Contents contents;
-  for (const Item& item : ItemsOf(root_.get())) {
-    contents.emplace(item.key, ValueOf(item.value));
+  const std::vector<Item> items = *ItemsOf(Dictionary());
+  for (const Item& item : items) {
+    contents.emplace(item.name, ValueOf(item.value));
   }
   return contents;
 }
 
-/// Makes another dictionary: libplist looks through all items to remove one.
 void PropertyList::Apply(const Changes& changes) {
-  Node changed(plist_new_dict());
   Changes left = changes;
-  const auto set = [&](const std::string& key, plist_t value) {
-    plist_dict_set_item(changed.get(), key.c_str(), value);
-  };
-  for (const Item& item : ItemsOf(root_.get())) {
-    const auto change = left.find(item.key);
-    if (change == left.end()) {
-      set(item.key, plist_copy(item.value));
+  const xml_node dictionary = Dictionary();
+  const std::vector<Item> items = *ItemsOf(dictionary);
+  for (const Item& item : items) {
+    const auto change = changes.find(item.name);
+    if (change == changes.end()) {
       continue;
     }
-    if (change->second) {
-      set(item.key, NewNode(*change->second));
-    }
-    left.erase(change);
-  }
-  for (const auto& [key, change] : left) {
-    if (change) {
-      set(key, NewNode(*change));
+    if (left.erase(item.name) != 0 && change->second) {
+      Fill(item.value, *change->second);
+    } else {
+      RemoveItem(dictionary, item);
     }
   }
-  root_ = std::move(changed);
+  for (const auto& [key, value] : left) {
+    if (value) {
+      AddItem(dictionary, key, *value);
+    }
+  }
 }
 
-std::optional<std::string> PropertyList::PrintAs(PropertyListForm form) const {
-  std::string bytes = ::PrintAs(form, root_.get());
-  if (FormWithinBounds(bytes) != form) {
-    return {};
-  }
-  const Node again(ParseAs(form, bytes));
-  return IsSame(root_.get(), again.get()) ? std::optional(std::move(bytes)) : std::nullopt;
-}
-
-std::optional<std::string> PropertyList::Print() const {
-  const Survey survey = SurveyOf(root_.get());
-  std::optional<std::string> bytes;
-  if (survey.holder == Holder::kXml && survey.xmlSize <= kLargestXmlEstimate) {
-    bytes = PrintAs(PropertyListForm::kXml);
-  }
-  if (!bytes && survey.nodes <= kMostBinaryNodes) {
-    bytes = PrintAs(PropertyListForm::kBinary);
-  }
-  return bytes;
+std::string PropertyList::Print() const {
+  return Printed(document_);
 }

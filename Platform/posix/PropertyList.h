@@ -3,15 +3,13 @@
 
 #include <cstddef>
 #include <map>
-#include <memory>
 #include <optional>
+#include <pugixml.hpp>
 #include <string>
 #include <variant>
 
-#include "PropertyListBounds.h"
-
-/// A property list whose root is a dictionary. Values of every type are kept; those of other types
-/// than text and number can only be removed or replaced.
+/// An XML property list whose root is a dictionary. It keeps the bytes of every value that it does
+/// not change. Values of other types than string and integer can only be removed or replaced.
 class PropertyList {
  public:
   struct OtherType {};
@@ -20,45 +18,44 @@ class PropertyList {
   /// The keys to change, with a new value or, to remove a key, none.
   using Changes = std::map<std::string, std::optional<std::variant<std::string, int>>>;
 
-  /// The largest list, in bytes, that is read or printed.
-  static constexpr std::size_t kLargest = kLargestPropertyList;
+  /// The largest file, in bytes, that is read or written.
+  static constexpr std::size_t kLargest = std::size_t{1} << 20;
+  /// The levels of elements below `plist`, of which the dictionary is the first. Removing an
+  /// element recurses.
+  static constexpr int kMostLevels = 100;
 
   /// An empty dictionary.
   PropertyList();
 
-  /// Returns the list in `bytes`, XML or binary. Returns nothing if they are no list, have another
-  /// root, hold a value that would not be read exactly, or exceed the bounds of FormWithinBounds().
+  /// Returns the list in `bytes`. Returns nothing if
+  ///  - they are not XML in UTF-8, as far as the XML library can tell, or not written as they were
+  ///    read: a comment with "--" or an attribute with a double quote in it;
+  ///  - there is anything but one `plist` with one `dict`, in which keys and values alternate;
+  ///  - a key is no text, as IsText() says;
+  ///  - there are more than kMostLevels levels.
   static std::optional<PropertyList> Parse(const std::string& bytes);
 
   /// Whether a list can hold `text` as a value or a key: any UTF-8 without a zero byte.
   static bool IsText(const std::string& text);
 
-  /// The keys with their values. A number that is not exactly a signed 32-bit integer, and a
-  /// boolean, are of other type.
+  /// The keys with their values; the first value of a key that occurs several times. A number that
+  /// is not exactly a signed 32-bit integer, and a boolean, are of other type.
   Contents Values() const;
 
-  /// A key that gets a new value keeps its place; new keys follow the others.
+  /// A key that gets a new value keeps its place; new keys follow the others. Of a changed key that
+  /// occurs several times, the other values are removed.
   ///
   /// Requires: every text and key satisfies IsText().
   void Apply(const Changes& changes);
 
-  /// The list as XML. The list as a binary list when XML would be too large or cannot hold one of
-  /// the values exactly (a control character, a date's fraction of a second, a UID). Nothing when
-  /// that is too large as well. What is returned was read again and has the same values.
-  std::optional<std::string> Print() const;
+  /// The list as bytes that Parse() reads.
+  std::string Print() const;
 
  private:
-  struct FreeNode {
-    void operator()(void* node) const;
-  };
-  using Node = std::unique_ptr<void, FreeNode>;
+  /// Null if the document is no list.
+  pugi::xml_node Dictionary() const;
 
-  explicit PropertyList(Node root);
-
-  /// The list in that form; nothing when it would not be the same when read again.
-  std::optional<std::string> PrintAs(PropertyListForm form) const;
-
-  Node root_;
+  pugi::xml_document document_;
 };
 
 #endif  // PLATFORM_POSIX_PROPERTYLIST_H_

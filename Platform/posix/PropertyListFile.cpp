@@ -22,7 +22,6 @@ namespace {
 
 // System calls ----------------------------------------------------------------------------------
 
-constexpr std::chrono::milliseconds kLockPoll{10};
 // Both whatever the umask: everybody can read the preferences.
 constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kFileMode = 0644;
@@ -55,14 +54,13 @@ bool Synchronize(int file) {
   return Uninterrupted([&] { return fsync(file); }) == 0;
 }
 
-bool MakeDirectory(const char* path) {
-  return mkdir(path, kDirectoryMode) == 0 ? chmod(path, kDirectoryMode) == 0 : errno == EEXIST;
-}
-
+/// Only a directory that is made here gets the mode.
 bool MakeDirectories(const std::string& path) {
   for (std::size_t end = 0; end != std::string::npos;) {
     end = path.find('/', end + 1);
-    if (!MakeDirectory(path.substr(0, end).c_str())) {
+    const std::string made = path.substr(0, end);
+    if (mkdir(made.c_str(), kDirectoryMode) == 0 ? chmod(made.c_str(), kDirectoryMode) != 0
+                                                 : errno != EEXIST) {
       return false;
     }
   }
@@ -71,54 +69,37 @@ bool MakeDirectories(const std::string& path) {
 
 // The file --------------------------------------------------------------------------------------
 
-enum class State { kWhole, kAbsent, kCorrupt, kUnreadable };
-
-struct Loaded {
-  State state;
-  PropertyList list;  // empty, except that of a whole file
-};
-
-/// Reads the file called `name` in `directory` if it is a regular file. Does not wait for the other
-/// end of a FIFO.
-Loaded Load(int directory, const std::string& name) {
+/// The bytes of the file called `name` in `directory`, or those of an empty list if it is absent;
+/// nothing if it cannot be read or is no regular file. Does not wait for the other end of a FIFO.
+std::optional<std::string> Load(int directory, const std::string& name) {
   const Descriptor file(
       openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
   if (!file) {
-    return {errno == ENOENT ? State::kAbsent : State::kUnreadable, {}};
+    return errno == ENOENT ? std::optional(PropertyList().Print()) : std::nullopt;
   }
   struct stat status = {};
-  if (fstat(*file, &status) != 0 || !S_ISREG(status.st_mode) ||
-      status.st_size > off_t{PropertyList::kLargest}) {
-    return {State::kUnreadable, {}};
+  if (fstat(*file, &status) != 0) {
+    return {};
+  }
+  if (!S_ISREG(status.st_mode) || status.st_size > off_t{PropertyList::kLargest}) {
+    errno = S_ISREG(status.st_mode) ? EFBIG : EINVAL;
+    return {};
   }
   std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-  if (!ReadAll(*file, bytes)) {
-    return {State::kUnreadable, {}};
-  }
-  auto list = PropertyList::Parse(bytes);
-  return list ? Loaded{State::kWhole, *std::move(list)} : Loaded{State::kCorrupt, {}};
-}
-
-/// Waits for the other writers, but not for ever: whoever can open the directory can lock it, and
-/// must not be able to stop this process. The lock ends with the descriptor and leaves no file.
-bool Lock(int directory, std::chrono::milliseconds wait) {
-  for (auto left = wait; flock(directory, LOCK_EX | LOCK_NB) != 0; left -= kLockPoll) {
-    if (errno != EWOULDBLOCK || left < kLockPoll) {
-      return false;
-    }
-    usleep(static_cast<useconds_t>(std::chrono::microseconds(kLockPoll).count()));
-  }
-  return true;
+  return ReadAll(*file, bytes) ? std::optional(std::move(bytes)) : std::nullopt;
 }
 
 std::string TemporaryPrefix(const std::string& name) {
   return name + ".tmp-";
 }
 
-/// Removes what killed writers left. Only for the holder of the lock. A writer that went on without
-/// it can lose its temporary file to this, and fails then; as nobody else writes under its file's
-/// name, nothing but a complete file is ever renamed into place.
+/// Removes the temporary files of killed writers, unless another writer has the lock, which ends
+/// with its descriptor and leaves no file. A writer that went on without the lock can lose its
+/// temporary file to this, and fails then: only a complete file is ever renamed into place.
 void RemoveLeftovers(int directory, const std::string& name) {
+  if (flock(directory, LOCK_EX | LOCK_NB) != 0) {
+    return;
+  }
   const int descriptor = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(descriptor), closedir);
   if (!stream) {
@@ -133,7 +114,7 @@ void RemoveLeftovers(int directory, const std::string& name) {
   }
 }
 
-/// On the disk before the next file takes the name: a loss of power must not leave that one alone.
+/// Synced before the next file takes the name: a power failure must not leave that file alone.
 bool MoveAside(int directory, const std::string& name) {
   std::string aside = name + ".corrupt";
   for (int i = 1; i <= kCorruptFilesKept; ++i) {
@@ -175,49 +156,32 @@ bool Replace(int directory, const std::string& name, const std::string& bytes) {
   return Synchronize(directory);
 }
 
-/// `list` with `changes`, as bytes; nothing when they would be too many.
-std::optional<std::string> Changed(PropertyList list, const PropertyList::Changes& changes) {
-  list.Apply(changes);
-  return list.Print();
-}
-
 }  // namespace
 
-PropertyListFile::PropertyListFile(const std::string& path, std::chrono::milliseconds lockWait)
-    : directory_(path.substr(0, path.rfind('/'))),
-      name_(path.substr(path.rfind('/') + 1)),
-      lockWait_(lockWait) {}
-
-PropertyList::Contents PropertyListFile::Read() const {
-  return Load(AT_FDCWD, directory_ + "/" + name_).list.Values();
+std::optional<PropertyList> ReadPropertyList(const std::string& path) {
+  const auto bytes = Load(AT_FDCWD, path);
+  return bytes ? std::optional(PropertyList::Parse(*bytes).value_or(PropertyList())) : std::nullopt;
 }
 
-bool PropertyListFile::Apply(const PropertyList::Changes& changes) const {
-  if (changes.empty()) {
-    return Load(AT_FDCWD, directory_ + "/" + name_).state != State::kUnreadable;
-  }
-  if (!MakeDirectories(directory_)) {
-    return false;
-  }
-  const Descriptor directory(open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+bool ChangePropertyList(const std::string& path, const PropertyList::Changes& changes) {
+  const std::size_t slash = path.rfind('/');
+  const std::string parent = path.substr(0, slash);
+  const std::string name = path.substr(slash + 1);
+  const Descriptor directory(
+      MakeDirectories(parent) ? open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC) : -1);
   if (!directory) {
     return false;
   }
-  if (Lock(*directory, lockWait_)) {
-    RemoveLeftovers(*directory, name_);
-  }
-  Loaded loaded = Load(*directory, name_);
-  if (loaded.state == State::kUnreadable) {
+  RemoveLeftovers(*directory, name);
+  const auto bytes = Load(*directory, name);
+  if (!bytes) {
     return false;
   }
-  if (loaded.state == State::kWhole) {
-    if (const auto bytes = Changed(std::move(loaded.list), changes)) {
-      return Replace(*directory, name_, *bytes);
-    }
-  }
-  // What cannot be read, or cannot be written with the changes, is kept under another name: as long
-  // as it stayed, no change could ever be written.
-  const auto bytes = Changed({}, changes);
-  return bytes && (loaded.state == State::kAbsent || MoveAside(*directory, name_)) &&
-         Replace(*directory, name_, *bytes);
+  auto list = PropertyList::Parse(*bytes);
+  const bool isCorrupt = !list;
+  PropertyList changed = std::move(list).value_or(PropertyList());
+  changed.Apply(changes);
+  const std::string changedBytes = changed.Print();
+  return changedBytes.size() <= PropertyList::kLargest &&
+         (!isCorrupt || MoveAside(*directory, name)) && Replace(*directory, name, changedBytes);
 }

@@ -1,41 +1,27 @@
 #ifndef PLATFORM_POSIX_PROPERTYLISTFILE_H_
 #define PLATFORM_POSIX_PROPERTYLISTFILE_H_
 
-#include <chrono>
+#include <optional>
 #include <string>
 
 #include "PropertyList.h"
 
-/// One property-list file whose root is a dictionary.
+// Property lists as files. Whatever is at an absolute path, these functions do not wait, follow a
+// symbolic link there, throw (memory exhaustion apart) or print. A file is read if it is a regular
+// one of at most PropertyList::kLargest bytes.
+
+/// Returns the list in the file, an empty list if the file is absent or no property list. Returns
+/// nothing if the file cannot be read.
+std::optional<PropertyList> ReadPropertyList(const std::string& path);
+
+/// Reads the file and replaces it by one with `changes`. Makes missing directories. A file that is
+/// no property list is renamed to the first free name of PATH.corrupt, PATH.corrupt.1, …, and
+/// counts as empty. A process that is killed here leaves the old file or the new one, and possibly
+/// a temporary file that the next call removes. What another process writes at the same moment may
+/// be lost.
 ///
-/// Whatever is at the path, neither operation hangs, follows a symbolic link there, throws
-/// (memory exhaustion apart) or prints. Only a regular file of bounded size is read.
-class PropertyListFile {
- public:
-  static constexpr std::chrono::milliseconds kLockWait{2000};
-
-  /// `lockWait` bounds how long Apply() waits for another writer.
-  explicit PropertyListFile(const std::string& path,
-                            std::chrono::milliseconds lockWait = kLockWait);
-
-  /// Returns what the file holds; nothing when it is absent, unreadable or no property list.
-  PropertyList::Contents Read() const;
-
-  /// Makes `changes` in the file and keeps every other key that is in it by then. Missing
-  /// directories are created. A file that is no property list, or that could not be read again with
-  /// the changes, is renamed to the first free name of PATH.corrupt, PATH.corrupt.1, …, and counts
-  /// as empty. The file is replaced as a whole: a process killed here leaves the old file or the
-  /// new one, and possibly a temporary file that the next Apply() removes.
-  ///
-  /// Returns false when the file cannot be read, moved aside or replaced. The file then is as it
-  /// was, unless only the last fsync failed. Without changes nothing is written, and the result is
-  /// whether the file is absent or readable.
-  bool Apply(const PropertyList::Changes& changes) const;
-
- private:
-  std::string directory_;
-  std::string name_;
-  std::chrono::milliseconds lockWait_;
-};
+/// Returns false if the file cannot be read, moved aside or replaced, or if the new one would
+/// exceed PropertyList::kLargest. The file then is as it was, unless only the last fsync failed.
+bool ChangePropertyList(const std::string& path, const PropertyList::Changes& changes);
 
 #endif  // PLATFORM_POSIX_PROPERTYLISTFILE_H_

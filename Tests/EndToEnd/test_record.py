@@ -65,16 +65,13 @@ class File(RecordTestCase):
         self.assertEqual(types, {"tWebResourceInstallPath": str, "iUpdateId": int,
                                  "tFullVersion": str, "irandom": int})
 
-    def test_foreign_values_of_every_type_survive_in_both_forms(self):
-        for form in (plistlib.FMT_XML, plistlib.FMT_BINARY):
-            with self.subTest(form):
-                self.machine = self.new_machine()
-                self.machine.write_record(FOREIGN, form)
-                self.run_installer()
-                self.assert_foreign_values_kept()
-                self.assertEqual(len(self.machine.record()), len(FOREIGN) + 4)
-                self.assertTrue(self.machine.record_file.read_bytes().startswith(b"<?xml"))
-                self.assert_files()
+    def test_foreign_values_of_every_type_survive(self):
+        self.machine.write_record(FOREIGN)
+        self.run_installer()
+        self.assert_foreign_values_kept()
+        self.assertEqual(len(self.machine.record()), len(FOREIGN) + 4)
+        self.assertTrue(self.machine.record_file.read_bytes().startswith(b"<?xml"))
+        self.assert_files()
 
     def test_foreign_values_survive_many_runs(self):
         self.machine.write_record(FOREIGN)
@@ -93,8 +90,8 @@ class Corrupt(RecordTestCase):
     def test_what_cannot_be_parsed_is_set_aside_and_the_record_starts_empty(self):
         xml, binary = (plistlib.dumps(FOREIGN, fmt=form)
                        for form in (plistlib.FMT_XML, plistlib.FMT_BINARY))
-        for data in (b"garbage", b"<?xml", xml[:-30], binary[:-5], binary[:40], os.urandom(500),
-                     b"bplist00"):
+        for data in (b"garbage", b"<?xml", xml[:-30], binary, binary[:-5], os.urandom(500),
+                     xml.decode().encode("utf-16")):
             with self.subTest(data[:20]):
                 self.machine = self.new_machine()
                 self.machine.write_record({})

@@ -21,9 +21,9 @@ Verdict = collections.namedtuple("Verdict", "window faults")
 
 
 def read_record(data):
-    """The values of a record's file; None of none, or of one that nobody can read."""
+    """The values of a record's file; None of none, or of one that is no property list in XML."""
     try:
-        values = plistlib.loads(data) if isinstance(data, bytes) else None
+        values = (plistlib.loads(data, fmt=plistlib.FMT_XML) if isinstance(data, bytes) else None)
     except Exception:  # expat and plistlib have several of their own
         return None
     return values if isinstance(values, dict) else None

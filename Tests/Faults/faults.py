@@ -230,9 +230,11 @@ class FailingCalls(Campaign):
 
 
 class FailingAllocations(Campaign):
-    """Every allocation fails, once and from then on."""
+    """Every allocation fails, once and from then on. The run is aborted, except where minizip or
+    the C library asked: then a package, an entry or a directory's listing is missing."""
 
     scenarios = FailingCalls.scenarios
+    LEADS_TO = {"a part of the package is missing", "not renamed"}
 
     def run(self):
         total = self.stage.allocations()
@@ -244,7 +246,8 @@ class FailingAllocations(Campaign):
             self.counts["faults"] += 1
             self.judge.check(result.struck, "allocation", number, "not reached")
             self.counts["abnormal ends"] += result.status == ABORT
-            self.judge.after_fault(result, {ABORT}, "allocation", number)
+            self.judge.after_fault(result, {0, ABORT}, "allocation", number,
+                                   may_go_on=None if result.status == ABORT else self.LEADS_TO)
             self.counts["identifiers lost between wipe and restoration"] += (
                 self.judge.after_clean_run("allocation", number,
                                            may_redraw=self.judge.may_have_lost_identifier()))

@@ -90,7 +90,7 @@ def leftovers(start):
 
 def binary(start):
     start.install()
-    start.write_record({**OLD, **FOREIGN, "control": "\x01"}, plistlib.FMT_BINARY)
+    start.write_record({**OLD, **FOREIGN}, plistlib.FMT_BINARY)
 
 
 def corrupt(start):

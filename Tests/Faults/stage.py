@@ -19,7 +19,7 @@ from private_root import INSTALL_ROOT, RECORD, add_programs, inside
 INJECT = os.environ["INJECT"]
 FAIL_MALLOC = os.environ["FAIL_MALLOC"]
 PROGRAM = f"{APPLICATION}/{EXECUTABLE}"
-TIMEOUT = 30  # a lock that is never free costs a run two seconds a flush
+TIMEOUT = 30
 # Leak detection needs ptrace for itself; a private root has /tmp, whatever this process uses.
 ENVIRONMENT = {"ASAN_OPTIONS": "detect_leaks=0", "TMPDIR": "/tmp"}
 

@@ -3,83 +3,74 @@
 import datetime
 import plistlib
 
-from contract import PATH, RANDOM, UPDATE, VERSION, read_record
+from contract import PATH, RANDOM, UPDATE, VERSION
 
 LETTERS = "ab <>&\"'\t\nä€𝄞"
-CONTROLS = "\x01\r\x1f\ufffe"  # which XML cannot hold
 INTEGERS = (0, 1, -1, 42, 255, 256, 32767, 2**31 - 1, 2**31, -2**31, -2**31 - 1, 2**63 - 1, -2**63,
             2**63, 2**64 - 1)
 REALS = (0.0, -0.0, 1.5, 5.0, -1.0, 1e300, 0.1, float("inf"), 2.0**31 - 1, 2.0**31, -2.0**31,
          -2.0**31 - 1)
 
 
-def text(random, is_binary, longest=12):
-    letters = LETTERS + (CONTROLS if is_binary else "")
-    return "".join(random.choices(letters, k=random.randrange(longest)))
+def text(random, longest=12):
+    return "".join(random.choices(LETTERS, k=random.randrange(longest)))
 
 
-def date(random, is_binary):
-    made = datetime.datetime(random.randrange(1, 9999), 1, 1) + datetime.timedelta(
+def date(random):
+    return datetime.datetime(random.randrange(1, 9999), 1, 1) + datetime.timedelta(
         seconds=random.randrange(86400 * 300))
-    if is_binary:  # counted in seconds from 2001, in which a fraction of 2 is exact
-        made = made.replace(year=random.randrange(1900, 2100),
-                            microsecond=random.choice((0, 500_000)))
-    return made
 
 
-def value(random, is_binary, depth=0):
-    kinds = [lambda: text(random, is_binary), lambda: random.choice(INTEGERS),
+def value(random, depth=0):
+    kinds = [lambda: text(random), lambda: random.choice(INTEGERS),
              lambda: random.randrange(-10**6, 10**6), lambda: random.choice(REALS),
              lambda: random.random() < 0.5, lambda: random.randbytes(random.randrange(40)),
-             lambda: date(random, is_binary)]
-    if is_binary:
-        kinds.append(lambda: plistlib.UID(random.choice((0, 1, 255, 65536))))
+             lambda: date(random)]
     if depth < 4:
-        kinds += [lambda: [value(random, is_binary, depth + 1) for _ in range(random.randrange(4))],
-                  lambda: dictionary(random, is_binary, depth + 1)]
+        kinds += [lambda: [value(random, depth + 1) for _ in range(random.randrange(4))],
+                  lambda: dictionary(random, depth + 1)]
     return random.choice(kinds)()
 
 
-def dictionary(random, is_binary, depth):
-    return {text(random, is_binary): value(random, is_binary, depth)
-            for _ in range(random.randrange(4))}
+def dictionary(random, depth):
+    return {text(random): value(random, depth) for _ in range(random.randrange(4))}
 
 
-def known(random, is_binary):
+def known(random):
     """The four values: right ones, ones at the limits, and ones of other types."""
     texts = ["Resource0", "", "x" * 126, "x" * 127, "x" * 128, "ä" * 63, "ä" * 64]
     numbers = [4711, 5.0, *INTEGERS, *REALS]
     choices = {RANDOM: numbers, UPDATE: numbers, PATH: texts, VERSION: texts}
-    return {key: random.choice(right) if random.random() < 0.8 else value(random, is_binary)
+    return {key: random.choice(right) if random.random() < 0.8 else value(random)
             for key, right in choices.items() if random.random() < 0.7}
 
 
-def values(random, is_binary):
-    return {**dictionary(random, is_binary, 0), **known(random, is_binary)}
+def values(random):
+    return {**dictionary(random, 0), **known(random)}
 
 
-def damaged(random, data, is_binary):
-    """Cut, or with a few bytes changed; never to a control character in XML, where plistlib reads
-    none."""
+def damaged(random, data):
+    """Truncated, or with a few bytes changed; never to a control character, which plistlib does not
+    read."""
     if random.random() < 0.5:
         return data[:random.randrange(len(data))]
     changed = bytearray(data)
     for _ in range(random.randrange(1, 5)):
-        changed[random.randrange(len(changed))] = random.choice(
-            range(256) if is_binary else (9, 10, *range(32, 256)))
+        changed[random.randrange(len(changed))] = random.choice((9, 10, *range(32, 256)))
     return bytes(changed)
 
 
-# What makes a list malformed in the place of a value. plistlib reads some of it all the same.
-MALFORMED = ("<integer>12abc</integer>", "<integer></integer>", "<integer/>",
-             "<integer>1 2</integer>", "<integer>18446744073709551616</integer>",
-             "<integer>-9223372036854775809</integer>", "<integer>0x10000000000000000</integer>",
-             "<real>1.5x</real>", "<real></real>", "<date>2001-13-01T00:00:00Z</date>",
-             "<date>2001-02-29T00:00:00Z</date>", "<date>yesterday</date>", "<data>!!!</data>",
-             "<data>AAAAA</data>", "<data>AA==AA==</data>", "<string>&nbsp;</string>",
-             "<string>& </string>", "<null/>", "<dict><key>no value</key></dict>",
-             "<dict><key>twice</key><true/><key>twice</key><true/></dict>",
-             "<array><key>no key</key></array>", "<true/><true/>", "")
+# What makes a list malformed in the place of a value.
+MALFORMED = ("<key>no value</key>", "<true/><true/>", "<true/>text", "text<true/>", "",
+             "<array>" * 101 + "</array>" * 101, "<array></dict>", "<array a='\"'/>",
+             "<true/><!-- -- -->", "<string>\0</string>", "</dict><dict>")
+# What stays as it is, although plistlib reads only some of it, and differently.
+KEPT = ("<integer>12abc</integer>", "<integer/>", "<integer>123456789012345678901234567890</integer>",
+        "<integer>0x1F</integer>", "<real>1.5x</real>", "<date>2001-13-01T00:00:00.5Z</date>",
+        "<data>!!!</data>", "<string>&nbsp; & </string>", "<null/>", "<string> \r\n </string>",
+        "<string>a<![CDATA[<b>&]]>c</string>", "<array><!-- a - b --><?c d?></array>",
+        "<dict><key>no value</key></dict>", "<array>" * 90 + "</array>".join([""] * 91),
+        "<dict><key>twice</key><true/><key>twice</key><true/></dict>")
 SCALARS = {"integer": ("0", "7", "-42", "+1", "0x1F", "18446744073709551615"),
            "real": ("1.5", "-0.25", "1e300", "nan", "+infinity"),
            "date": ("2020-02-29T23:59:59Z", "0999-12-31T00:00:00Z"),
@@ -89,7 +80,7 @@ CHARACTERS = "019aAefxTZ:+-.=/_!&; "
 
 def with_value(random, value):
     """A list in XML that is sound, except perhaps for this value."""
-    data = plistlib.dumps(values(random, False)).decode().replace("<dict/>", "<dict></dict>")
+    data = plistlib.dumps(values(random)).decode().replace("<dict/>", "<dict></dict>")
     return data.replace("<dict>", f"<dict><key>strange</key>{value}", 1).encode()
 
 
@@ -105,16 +96,17 @@ def changed_value(random):
 
 def record(random):
     """The bytes of a file, and the values that it was made of; MALFORMED of one that must be set
-    aside; None of one that may be."""
-    if random.random() < 0.1:
+    aside; a text of one that must keep it; None of one that may be set aside."""
+    form = random.random()
+    if form < 0.1:
         return with_value(random, random.choice(MALFORMED)), MALFORMED
-    if random.random() < 0.1:
-        data = with_value(random, changed_value(random))
-        return data, MALFORMED if read_record(data) is None else None
-    is_binary = random.random() < 0.5
-    form = plistlib.FMT_BINARY if is_binary else plistlib.FMT_XML
-    made = values(random, is_binary)
-    data = plistlib.dumps(made, fmt=form, sort_keys=random.random() < 0.5)
-    if random.random() < 0.2:
-        return damaged(random, data, is_binary), None
-    return data, made
+    if form < 0.2:
+        kept = random.choice(KEPT)
+        return with_value(random, kept), kept
+    if form < 0.3:
+        return with_value(random, changed_value(random)), None
+    made = values(random)
+    if form < 0.4:
+        return plistlib.dumps(made, fmt=plistlib.FMT_BINARY), MALFORMED
+    data = plistlib.dumps(made, sort_keys=random.random() < 0.5)
+    return (damaged(random, data), None) if form < 0.6 else (data, made)

@@ -1,18 +1,21 @@
 """Random records, found by the shipped program, against record_oracle.py."""
 
 import os
+import plistlib
 import re
 import shutil
 import zipfile
 
 import random_records
-from contract import RANDOM, is_drawn, read_record, same
+from contract import PATH, RANDOM, UPDATE as UPDATE_KEY, VERSION, is_drawn, read_record, same
 from faults import stage_of_this_process
 from machine import metadata, write_tree
 from random_records import MALFORMED
 from record_oracle import after_run
 
 UPDATE = 7
+KNOWN = (PATH, RANDOM, UPDATE_KEY, VERSION)
+KEY_LINE = re.compile(rb"^\t(<key>.*</key>)$", re.MULTILINE)  # of the root dictionary
 
 
 class Records:
@@ -43,23 +46,40 @@ class Records:
     def judge(self, number, data, values, *run):
         """Sound lists are merged, and malformed ones set aside. Damaged ones are merged as plistlib
         reads them, or set aside."""
-        aside, found = self.aside(), read_root(self.stage.record_bytes() or b"")
+        clear = run[0]
+        aside, found = self.aside(), self.stage.record_bytes() or b""
         if aside is not None:
-            if isinstance(values, dict) or aside != data:
+            if isinstance(values, (dict, str)) or aside != data:
                 self.faults.append(f"{number}: sets aside {values or 'other bytes'}")
-            values = {}
-        elif values is None:
-            values = read_root(data)
-        if values in (None, MALFORMED):
+            values, data = {}, plistlib.dumps({})
+        elif values is MALFORMED:
             self.faults.append(f"{number}: reads {data}")
             return "read"
+        if isinstance(values, str):
+            if not clear and values.encode() not in found:
+                self.faults.append(f"{number}: changes {values}")
+            data, found = (bytes_.replace(values.encode(), b"<true/>", 1)
+                           for bytes_ in (data, found))
+        if read_root(data) is None:
+            return self.judge_bytes(number, data, found, clear)
+        self.judge_values(number, read_root(data), read_root(found), *run)
+        return "set aside" if aside is not None else "merged"
+
+    def judge_values(self, number, values, found, *run):
         wanted, draws = after_run(values, *run)
         drawn = found.pop(RANDOM, None) if found and draws else None
         if draws:
             wanted.pop(RANDOM, None)
         if not same(found, wanted) or (draws and not is_drawn(drawn)):
             self.faults.append(f"{number}: of {values} makes {found} and {drawn}, not {wanted}")
-        return "set aside" if aside is not None else "merged"
+
+    def judge_bytes(self, number, data, found, clear):
+        """Of a list that plistlib does not read: the keys stay."""
+        keys = set(KEY_LINE.findall(data)) - {f"<key>{key}</key>".encode() for key in KNOWN}
+        lost = keys - set(KEY_LINE.findall(found.replace(b"<key/>", b"<key></key>")))
+        if lost and not clear:
+            self.faults.append(f"{number}: of {data} loses {lost}")
+        return "merged unread"
 
     def aside(self):
         others = [name for name in os.listdir(self.stage.record_file.parent)

@@ -190,7 +190,7 @@ class OrdinaryUser(CommandTestCase):
         self.fake_user_namespaces(status=0)
         result = self.run_command("demo", prefix=self.PREFIX)
         self.assertEqual(result.returncode, 69)
-        self.assertRegex(result.stderr, "(?m)^  apt-get update && apt-get install .*libplist-dev")
+        self.assertRegex(result.stderr, "(?m)^  apt-get update && apt-get install .*libpugixml-dev")
 
     def fake_user_namespaces(self, status):
         """Whether the command gets them is for this test to say; not for PREFIX."""

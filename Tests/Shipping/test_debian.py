@@ -82,13 +82,14 @@ class BillOfMaterials(ShippingTestCase):
         for program in ("usr/bin/webresources",
                         f"{BUNDLE[1:]}/Contents/MacOS/WebResourceInstaller"):
             listed = run("ldd", self.directory / program)
-            for library in re.findall(r"lib(z|minizip|plist|utf8proc|nettle|c)[-.\d]*\.so", listed):
-                source = {"z": "zlib", "plist": "libplist", "c": "glibc"}.get(library, library)
+            for library in re.findall(r"lib(z|minizip|utf8proc|nettle|c)[-.\d]*\.so", listed):
+                source = {"z": "zlib", "c": "glibc"}.get(library, library)
                 self.assertIn("shared library", self.linkages[source])
 
     def test_lists_what_is_compiled_or_linked_in(self):
         self.assertEqual(self.linkages["cli11"], {"headers"})
         self.assertEqual(self.linkages["nlohmann-json3"], {"headers"})
+        self.assertIn("static library", self.linkages["pugixml"])
         self.assertIn("static library", self.linkages[compiler_package()])
 
     def test_notices_name_each_component(self):

@@ -1,8 +1,6 @@
-#include <plist/plist.h>
-
-#include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <pugixml.hpp>
 
 #include "InstallerConstants.h"
 #include "StoredRecord.h"
@@ -12,16 +10,11 @@ namespace {
 
 const char kDirectory[] = "/Library/Preferences";
 
-std::string Described(plist_t value) {
-  if (plist_get_node_type(value) == PLIST_STRING) {
-    return "'" + std::string(plist_get_string_ptr(value, nullptr)) + "'";
-  }
-  if (plist_get_node_type(value) != PLIST_UINT) {
-    return "other";
-  }
-  std::uint64_t number = 0;
-  plist_get_uint_val(value, &number);
-  return std::to_string(static_cast<std::int64_t>(number));
+std::string Described(pugi::xml_node value) {
+  const std::string type = value.name();
+  return type == "string"    ? std::string("'") + value.child_value() + "'"
+         : type == "integer" ? value.child_value()
+                             : "other";
 }
 
 }  // namespace
@@ -40,21 +33,12 @@ void StoredRecord::Write(const std::string& members) {
 }
 
 std::string StoredRecord::Read() {
-  const std::string bytes = ReadFile(*File());
-  plist_t list = nullptr;
-  plist_from_xml(bytes.data(), static_cast<std::uint32_t>(bytes.length()), &list);
+  pugi::xml_document document;
+  document.load_file(File()->c_str());
   std::map<std::string, std::string> members;
-  plist_dict_iter iterator = nullptr;
-  plist_dict_new_iter(list, &iterator);
-  char* key = nullptr;
-  plist_t value = nullptr;
-  while (plist_dict_next_item(list, iterator, &key, &value), key != nullptr) {
-    members[key] = Described(value);
-    std::free(key);
-    key = nullptr;
+  for (const auto& key : document.child("plist").child("dict").children("key")) {
+    members[key.child_value()] = Described(key.next_sibling());
   }
-  std::free(iterator);
-  plist_free(list);
   std::string described;
   for (const auto& [name, text] : members) {
     described.append(name).append("=").append(text).append(" ");

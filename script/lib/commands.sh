@@ -3,7 +3,7 @@
 
 # Everything the build needs, test libraries excepted.
 # shellcheck disable=SC2034 # used where this file is sourced
-build_packages=(cmake ninja-build g++ pkgconf zlib1g-dev libminizip-dev libplist-dev
+build_packages=(cmake ninja-build g++ pkgconf zlib1g-dev libminizip-dev libpugixml-dev
   libcli11-dev nlohmann-json3-dev libutf8proc-dev nettle-dev)
 
 # What the tests need besides: makers and readers of other hands, and a real web package.
