@@ -38,7 +38,8 @@ TEST(BundleFiles, DirectoryMustBeReadableAndSearchable) {
   for (const mode_t mode : {mode_t{0444}, mode_t{0333}}) {
     chmod((directory / "").c_str(), mode);
     EXPECT_TRUE(AsOrdinaryUser([&] {
-      return Refusal(directory / "") == "cannot read " + (directory / "") + ": Permission denied";
+      return Refusal(directory / "") ==
+             "cannot read " + (directory / "") + ": Permission denied; run it as root";
     })) << mode;
   }
   chmod((directory / "").c_str(), 0755);

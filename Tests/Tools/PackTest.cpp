@@ -351,7 +351,8 @@ TEST_F(PackTest, FileThatCannotBeReadLeavesTheOldOutput) {
     try {
       Pack(options_);
     } catch (const Error& error) {
-      return error.what() == "cannot read " + Site("secret") + ": Permission denied";
+      return error.what() ==
+             "cannot read " + Site("secret") + ": Permission denied; run it as root";
     }
     return false;
   }));

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <regex>
 
 #include "InstallerConstants.h"
@@ -15,6 +16,7 @@
 #include "commands/Plan.h"
 #include "commands/Status.h"
 #include "commands/Verify.h"
+#include "report/Rules.h"
 #include "support/Text.h"
 
 using namespace webresources;
@@ -83,10 +85,10 @@ TEST_F(ReportsTest, PlanTellsFilesLeftoversRecordAndBytes) {
   options.hostRoot = root_;
   options.bundle = directory_ / "8.app";
   EXPECT_EQ(Said(Plan(options)), R"(status 0
+removed  Resource1  (beside the installed directory)
 changed  d/f  (4 -> 6 bytes)
 removed  g  (1 bytes)
 added  new  (directory)
-removed  Resource1  (beside the installed directory)
 files: 0 added, 1 changed, 1 removed, 1 unchanged
 update: 7 -> 8
 directory: Resource2, renamed to Resource0
@@ -106,6 +108,7 @@ recordAfter {"installPath":"Resource0",
 freshDirectory "Resource2"
 bytesNeeded 24576
 N free
+leftovers [{"name":"Resource1"}]
 changes [{"change":"changed",
   "path":"d/f",
   "sizeBefore":4,
@@ -119,7 +122,6 @@ files {"added":0,
   "changed":1,
   "removed":1,
   "unchanged":1}
-leftovers [{"name":"Resource1"}]
 )");
 }
 
@@ -147,12 +149,12 @@ recordAfter {"installPath":"Resource0",
 freshDirectory "Resource1"
 bytesNeeded 28672
 N free
+leftovers []
 changes []
 files {"added":0,
   "changed":0,
   "removed":0,
   "unchanged":3}
-leftovers []
 )");
 }
 
@@ -182,12 +184,12 @@ recordAfter {"installPath":"Resource0",
 freshDirectory "Resource2"
 bytesNeeded 24576
 N free
+leftovers []
 changes []
 files {"added":0,
   "changed":0,
   "removed":0,
   "unchanged":3}
-leftovers []
 )");
   WriteFile(options.bundle + "/" + kPackageFileName, "");
   EXPECT_EQ(Said(Plan(options)), R"(status 1
@@ -249,14 +251,14 @@ content:   0 files, 0 bytes
 since:     never
 sound:     no: */root/I/: neither directory nor record is there
 installRoot "*/root/I/"
-record {"installPath":"",
-  "updateId":-1,
-  "fullVersion":"",
-  "random":-1}
-directory ""
+record {"installPath":null,
+  "updateId":null,
+  "fullVersion":null,
+  "random":null}
+directory null
 files 0
 bytes 0
-since ""
+since null
 comparedWith "record"
 )");
 }
@@ -336,7 +338,8 @@ installNeeded false
 install needed: cannot read */none: No such file or directory
 error {"operation":"read",
   "object":"*/none",
-  "reason":"No such file or directory"}
+  "reason":"No such file or directory",
+  "remedy":null}
 installNeeded true
 )");
   WriteFile(directory_ / "8.app/OrloWebResources.zip", "");
@@ -349,7 +352,7 @@ installNeeded false
 )");
 }
 
-TEST_F(ReportsTest, DiffTellsEachChangeAndOnAScreenTheFirst) {
+TEST_F(ReportsTest, DiffTellsEachChange) {
   DiffOptions options;
   options.before = directory_ / "7.app";
   options.after = directory_ / "8.app";
@@ -372,17 +375,6 @@ files {"added":0,
   "removed":1,
   "unchanged":1}
 )");
-  std::vector<ZipEntry> entries;
-  entries.reserve(16);
-  for (int i = 0; i < 16; ++i) {
-    entries.emplace_back("file" + std::to_string(i), "");
-  }
-  MakeBundle("9.app", 9, entries);
-  options.before = options.after;
-  options.after = directory_ / "9.app";
-  Report report = Diff(options);
-  ASSERT_EQ(report.listing.size(), 16U);
-  EXPECT_EQ(report.listing.back(), "… and 5 more: --json lists all");
 }
 
 TEST_F(ReportsTest, DiffOfEqualBundlesIsAsItShouldBeIfTheyAre) {
@@ -455,6 +447,47 @@ outcome {"end":"abort",
 proof {"agrees":true,
   "differences":[]}
 )");
+}
+
+/// The lines that people see of `report`.
+std::string Printed(const Report& report, Form form) {
+  testing::internal::CaptureStdout();
+  Print(report, form);
+  return testing::internal::GetCapturedStdout();
+}
+
+TEST(Reports, FindingsOfOneRuleAreCountedFromTheSixthOn) {
+  Report report("verify");
+  for (const std::string name : {"1", "2", "3", "4", "5"}) {
+    Add(report.findings, kOwnerDiffers, name, "the owner is 7");
+    Add(report.findings, kFileDiffers, name, name + " bytes");
+  }
+  EXPECT_EQ(Printed(report, Form::Brief), Printed(report, Form::Whole));
+  Add(report.findings, kOwnerDiffers, "6", "the owner is 7");
+  Add(report.findings, kLeftover, "x", "the name");
+  Add(report.findings, kFileDiffers, "6", "6 bytes");
+  const std::string fix = std::string("\n    fix: ");
+  EXPECT_EQ(Printed(report, Form::Brief),
+            "error [owner-differs] 6 times: 1, 2, 3, … (--all lists all): the owner is 7" + fix +
+                kOwnerDiffers.fix + "\nerror [file-differs] 6 times: 1, 2, 3, … (--all lists all)" +
+                fix + kFileDiffers.fix + "\nerror [leftover] x: the name" + fix + kLeftover.fix +
+                "\n");
+  const std::string whole = Printed(report, Form::Whole);
+  EXPECT_EQ(std::count(whole.begin(), whole.end(), '\n'), 26);
+  EXPECT_EQ(Json::parse(Printed(report, Form::Document))["findings"].size(), 13U);
+}
+
+TEST(Reports, LongListingIsCutUnlessAllIsAskedFor) {
+  Report report("diff");
+  report.listing.assign(15, "line");
+  EXPECT_EQ(Printed(report, Form::Brief), Printed(report, Form::Whole));
+  report.listing.assign(20, "line");
+  report.summary = {"end"};
+  const std::string brief = Printed(report, Form::Brief);
+  EXPECT_EQ(std::count(brief.begin(), brief.end(), '\n'), 17);
+  EXPECT_NE(brief.find("line\n… and 5 more: --all lists all\nend\n"), std::string::npos);
+  const std::string whole = Printed(report, Form::Whole);
+  EXPECT_EQ(std::count(whole.begin(), whole.end(), '\n'), 21);
 }
 
 TEST(Reports, NameIsReadBackWhateverItsBytes) {

@@ -458,21 +458,6 @@ TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMad
   }
 }
 
-TEST_F(VerifyTest, DiffListsAScreenOfChangesForPeople) {
-  std::vector<ZipEntry> entries;
-  for (int i = 10; i < 30; ++i) {
-    entries.emplace_back("f" + std::to_string(i), "x");
-  }
-  fs::create_directory(directory_ / "Y.app");
-  fs::create_directory(directory_ / "Y.app/Resources");
-  fs::copy(resources_ + kMetadataFileName, directory_ / "Y.app/Resources");
-  WriteFile(directory_ / "Y.app/Resources/" + kPackageFileName, Zip(entries));
-  const Report report = Diff({*options_.bundle, directory_ / "Y.app"});
-  EXPECT_EQ(report.details["changes"].size(), 23U);
-  EXPECT_EQ(report.listing.size(), 16U);
-  EXPECT_EQ(report.listing.back(), "… and 8 more: --json lists all");
-}
-
 TEST(Documents, NameThatIsNotUtf8IsReadBack) {
   Json json;
   for (const char* name : {"a", "\xE4"}) {

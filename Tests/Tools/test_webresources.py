@@ -32,6 +32,7 @@ WORK = pathlib.Path(TEMPORARY.name)
 PREFIX = WORK / 'prefix'
 COMMAND = PREFIX / 'bin/webresources'
 COMMANDS = ('pack', 'check', 'diff', 'plan', 'install', 'verify', 'installcheck', 'status')
+OUTPUT = ('--json', '--quiet', '--all')  # before or after the command
 INSTALL_ROOT = private_root.INSTALL_ROOT.lstrip('/')  # below a private root
 RECORD = private_root.RECORD.lstrip('/')
 WEB_PACKAGE = pathlib.Path('/usr/share/javascript/dojox')
@@ -143,7 +144,7 @@ class InstallTest(Case):
         return set(result.stdout.split())
 
     def test_bash_completes_every_command_and_option_from_the_help(self):
-        self.assertEqual(self.completed(''), {*COMMANDS, '--help', '--version'})
+        self.assertEqual(self.completed(''), {*COMMANDS, 'help', '--help', '--version', *OUTPUT})
         for command in COMMANDS:
             options = set(re.findall(r'--[a-z][a-z-]+', run(command, '--help').stdout))
             self.assertLessEqual(options, self.completed(command, '--'), command)
@@ -360,7 +361,7 @@ class CheckTest(Case):
             result = run('check', self.resources, **as_ordinary_user())
             path.chmod(mode)
             self.assertEqual(result.returncode, 2, result.stdout)
-            self.assertIn('Permission denied', result.stderr)
+            self.assertIn('Permission denied; run it as root\n', result.stderr)
 
     def test_fifo_in_the_place_of_a_file_does_not_hang(self):
         for name in ('OrloWebResources.zip', 'metadata.txt'):
@@ -471,8 +472,8 @@ class JsonTest(Case):
         for arguments in (('check', 'nowhere'), ('verify', 'nowhere'),
                           ('pack', 'nowhere', '--update-id', '7', '--output', self.resources)):
             error = self.document(*arguments)['error']
-            self.assertEqual((error['operation'], error['object'], error['reason']),
-                             ('read', 'nowhere', 'No such file or directory'))
+            self.assertEqual(error, {'operation': 'read', 'object': 'nowhere', 'remedy': None,
+                                     'reason': 'No such file or directory'})
         self.document('installcheck', 'nowhere')
 
     def test_name_that_is_not_utf8_is_whole_in_hexadecimal(self):
@@ -499,7 +500,8 @@ class JsonTest(Case):
 class UsageTest(Case):
     def test_wrong_usage_is_64(self):
         for arguments in ([], ['unknown'], ['--unknown'], ['check'], ['check', '--unknown', '.'],
-                          ['pack', self.site], ['installcheck'],
+                          ['pack', self.site], ['installcheck'], ['status', '--root', ''],
+                          ['check', ''], ['verify', ''], ['diff', '.', ''], ['help', 'unknown'],
                           ['pack', self.site, '--update-id', 'x', '--output', self.resources],
                           *(['pack', self.site, '--update-id', number, '--output', self.resources]
                             for number in ('', '010', '0x7', '+7', '1000000000'))):
@@ -520,12 +522,16 @@ class UsageTest(Case):
             self.assertFalse(set(complaint) & set('\x1b\x9b\x7f\x85'), arguments)
 
     def test_complaint_tells_what_is_missing_or_unknown(self):
-        for arguments in ([], ['--unknown']):
-            self.assertIn('subcommand is required', run(*arguments).stderr)
-        self.assertIn('--unknown', run('status', '--unknown').stderr)
+        self.assertIn('subcommand is required', run().stderr)
+        for arguments in (['--unknown'], ['--unknown', 'status'], ['--json', '--unknown'],
+                          ['status', '--unknown']):
+            self.assertIn(' --unknown\n', run(*arguments).stderr)
+        self.assertIn('--root: the name is empty', run('status', '--root', '').stderr)
+        self.assertIn('Did you mean install?', run('help', 'instal').stderr)
 
     def test_help_tells_each_option_in_its_order(self):
-        output = '--json Write one JSON document --quiet Say nothing but findings and errors'
+        output = ('--json Write one JSON document --quiet Say nothing but findings and errors '
+                  '--all List all findings, also many of one rule')
         size = '--max-size Refuse a package that can hold more (default: 4G)'
         modes = '--ignore-modes Do not compare modes and owners'
         root = "--root Where the installed system's files are"
@@ -565,6 +571,19 @@ class UsageTest(Case):
     def test_help_and_version_are_no_errors(self):
         for arguments in (['--help'], ['--version'], ['pack', '--help']):
             self.assertEqual(run(*arguments).returncode, 0, arguments)
+        self.assertEqual(run('-V').stdout, run('--version').stdout)
+
+    def test_help_is_a_command_too(self):
+        self.assertEqual(run('help').stdout, run('--help').stdout)
+        for command in COMMANDS:
+            self.assertEqual(run('help', command).stdout, run(command, '--help').stdout)
+
+    def test_form_of_the_output_may_be_told_before_the_command(self):
+        self.pack()
+        for option in OUTPUT:
+            self.assertEqual(run(option, 'check', self.resources).stdout,
+                             run('check', option, self.resources).stdout)
+        self.assertEqual(json.loads(run('--json', 'check', self.resources).stdout)['status'], 0)
 
 
 class EndToEndTest(Case):
@@ -690,6 +709,12 @@ class EndToEndTest(Case):
             self.assertEqual(self.verified(), (1, [('record-missing', name)]))
         path.write_bytes(plistlib.dumps(record))
         self.assertEqual(self.verified(), (0, []))
+
+    def test_file_that_an_ordinary_user_may_not_read_is_told_with_the_remedy(self):
+        self.pack()
+        self.package.chmod(0)
+        result = run('check', '--json', self.resources, **as_ordinary_user())
+        self.assertEqual(json.loads(result.stdout)['error']['remedy'], 'run it as root')
 
     def test_unreadable_installation_cannot_tell(self):
         self.pack()

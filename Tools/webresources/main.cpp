@@ -27,6 +27,7 @@ struct CommandLine {
   std::function<Report()> run;
   bool asJson = false;
   bool isQuiet = false;
+  bool showsAll = false;
   PackOptions pack;
   CheckOptions check;
   VerifyOptions verify;
@@ -38,14 +39,29 @@ struct CommandLine {
   DiffOptions diff;
 };
 
+/// Adds the options that may stand before the command, too.
+void AddOutputOptions(CLI::App& app, CommandLine& line) {
+  app.add_flag("--json", line.asJson, "Write one JSON document");
+  app.add_flag("--quiet", line.isQuiet, "Say nothing but findings and errors");
+  app.add_flag("--all", line.showsAll, "List all findings, also many of one rule");
+}
+
+/// An option or argument that names a file or directory. An empty name is wrong usage.
+template <typename Name>
+CLI::Option* AddPath(CLI::App* command, const std::string& option, Name& path,
+                     const std::string& purpose) {
+  return command->add_option(option, path, purpose)->check([](const std::string& text) {
+    return text.empty() ? "the name is empty" : "";
+  });
+}
+
 CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
                      const std::string& purpose, const std::string& example,
                      const std::function<Report()>& run) {
   CLI::App* command = app.add_subcommand(name, purpose);
   command->group("Subcommands");                        // this heading is what completions look for
   command->footer("Example: webresources " + example);  // one line: newer CLI11 joins lines
-  command->add_flag("--json", line.asJson, "Write one JSON document");
-  command->add_flag("--quiet", line.isQuiet, "Say nothing but findings and errors");
+  AddOutputOptions(*command, line);
   command->callback([&line, name, run] {
     line.name = name;
     line.run = run;
@@ -58,15 +74,14 @@ void AddPack(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       AddCommand(app, line, "pack", "Make a bundle's package and metadata of a directory",
                  "pack site --update-id 7 --output X.app", [&line] { return Pack(line.pack); });
-  command->add_option("DIRECTORY", options.directory, "What to pack")->required();
+  AddPath(command, "DIRECTORY", options.directory, "What to pack")->required();
   command
       ->add_option("--update-id", options.updateId,
                    "The update number, from -99999999 to 999999999")
       ->required()
       ->check(ProblemOfUpdateId)
       ->type_name("NUMBER");
-  command->add_option("--output", options.output, "A bundle, or its Resources directory")
-      ->required();
+  AddPath(command, "--output", options.output, "A bundle, or its Resources directory")->required();
   command->add_flag("--clear", options.clear, "Wipe foreign keys from the record first");
   command->add_flag("--regenerate", options.regenerate, "Draw a new random identifier");
   command->add_option("--exclude", options.selection.excluded, "Leave out what matches GLOB")
@@ -106,16 +121,14 @@ void AddCheck(CLI::App& app, CommandLine& line) {
                    line.check.asJson = line.asJson;
                    return Check(line.check);
                  });
-  command
-      ->add_option("BUNDLE_OR_RESOURCES", line.check.path, "A bundle, or its Resources directory")
+  AddPath(command, "BUNDLE_OR_RESOURCES", line.check.path, "A bundle, or its Resources directory")
       ->required();
   command->add_flag("--prove", line.check.prove, "Also extract into a scratch directory, compare");
   AddLimits(command, line.check.limits);
 }
 
 void AddRoot(CLI::App* command, std::string& root) {
-  command->add_option("--root", root, "Where the installed system's files are")
-      ->type_name("PREFIX");
+  AddPath(command, "--root", root, "Where the installed system's files are")->type_name("PREFIX");
 }
 
 /// The options of what `verify` and `installcheck` share.
@@ -129,7 +142,7 @@ void AddVerify(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       AddCommand(app, line, "verify", "Compare what is installed with a bundle, or with itself",
                  "verify X.app", [&line] { return Verify(line.verify); });
-  command->add_option("BUNDLE", line.verify.bundle, "The bundle that should be installed");
+  AddPath(command, "BUNDLE", line.verify.bundle, "The bundle that should be installed");
   AddVerifyOptions(command, line.verify);
 }
 
@@ -137,14 +150,13 @@ void AddInstallCheck(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       AddCommand(app, line, "installcheck", "Exit with 0 if a bundle is to be installed, 1 if not",
                  "installcheck X.app", [&line] { return InstallCheck(line.verify); });
-  command->add_option("BUNDLE", line.verify.bundle, "The bundle that should be installed")
-      ->required();
+  AddPath(command, "BUNDLE", line.verify.bundle, "The bundle that should be installed")->required();
   AddVerifyOptions(command, line.verify);
 }
 
 /// The options of what `install` and `plan` share.
 void AddPlanOptions(CLI::App* command, PlanOptions& options) {
-  command->add_option("BUNDLE", options.bundle, "The bundle to install")->required();
+  AddPath(command, "BUNDLE", options.bundle, "The bundle to install")->required();
   command->add_flag("--force", options.isForced, "Run the step even if nothing would change");
   command->add_flag("--allow-downgrade", options.allowsDowngrade, "Install over a newer update");
   command->add_flag("--ignore-modes", options.ignoresModes, "Do not compare modes and owners");
@@ -187,8 +199,8 @@ void AddStatus(CLI::App& app, CommandLine& line) {
 void AddDiff(CLI::App& app, CommandLine& line) {
   CLI::App* command = AddCommand(app, line, "diff", "Tell what changes from one bundle to another",
                                  "diff 6/X.app 7/X.app", [&line] { return Diff(line.diff); });
-  command->add_option("BEFORE", line.diff.before, "A bundle")->required();
-  command->add_option("AFTER", line.diff.after, "The bundle that replaces it")->required();
+  AddPath(command, "BEFORE", line.diff.before, "A bundle")->required();
+  AddPath(command, "AFTER", line.diff.after, "The bundle that replaces it")->required();
   AddLimits(command, line.diff.limits);
 }
 
@@ -202,12 +214,12 @@ int Run(const CommandLine& line) {
       report.listing.clear();
       report.summary.clear();
     }
-    Print(report, line.asJson);
+    Print(report, line.asJson ? Form::Document : line.showsAll ? Form::Whole : Form::Brief);
     return report.status;
   } catch (const std::exception& error) {
     PrintError("webresources " + line.name + ": " + error.what());
     if (line.asJson) {
-      Print(ReportOf(line.name, error), true);
+      Print(ReportOf(line.name, error), Form::Document);
     }
     return kCouldNotTell;
   }
@@ -221,22 +233,49 @@ std::vector<std::string> CommandsOf(const CLI::App& app) {
   return commands;
 }
 
+std::string NoSuchCommand(const std::string& word, const std::vector<std::string>& commands) {
+  const std::string meant = Suggestion(word, commands);
+  return "there is no command " + word + (meant.empty() ? "" : ". Did you mean " + meant + "?");
+}
+
 /// Explains wrong usage, or shows the help that was asked for. Returns the exit status.
-int Explain(const CLI::App& app, const CLI::ParseError& error, const std::string& command) {
+int Explain(const CLI::App& app, const CLI::ParseError& error) {
   std::ostringstream complaint;
   if (app.exit(error, std::cout, complaint) == 0) {
     return 0;
   }
-  const std::vector<std::string> commands = CommandsOf(app);
-  if (command.empty() || command.front() == '-' ||
-      std::find(commands.begin(), commands.end(), command) != commands.end()) {
+  const std::vector<std::string> unknown = app.remaining();  // that no command has taken
+  if (unknown.empty()) {
     PrintError(complaint.str());
+  } else if (unknown.front().front() == '-') {
+    PrintError("webresources: there is no option " + unknown.front());
   } else {
-    const std::string meant = Suggestion(command, commands);
-    PrintError("webresources: there is no command " + command +
-               (meant.empty() ? "" : ". Did you mean " + meant + "?"));
+    PrintError("webresources: " + NoSuchCommand(unknown.front(), CommandsOf(app)));
   }
   return kUsage;
+}
+
+/// Adds `help` and `help COMMAND`. Requires: `app` has all other commands.
+void AddHelp(CLI::App& app) {
+  CLI::App* help = app.add_subcommand("help", "Show all commands, or the options of one");
+  help->group("Subcommands");
+  help->footer("Example: webresources help install");
+  const std::vector<std::string> commands = CommandsOf(app);
+  const CLI::Option* command =
+      help->add_option("COMMAND", "The command to explain")
+          ->check([commands](const std::string& word) {
+            return std::find(commands.begin(), commands.end(), word) != commands.end()
+                       ? std::string()
+                       : NoSuchCommand(word, commands);
+          });
+  help->callback([&app, command] {
+    const bool isOfOne = command->count() != 0;
+    const CLI::App* explained = isOfOne ? app.get_subcommand(command->as<std::string>()) : &app;
+    const std::string name = app.get_name() + (isOfOne ? " " + explained->get_name() : "");
+    // Not App::help(), which explains the command that is running: this one.
+    std::cout << app.get_formatter()->make_help(explained, name, CLI::AppFormatMode::Normal);
+    throw CLI::Success();
+  });
 }
 
 /// Opens the standard streams that the caller has closed, as what cannot be written. A file of ours
@@ -252,17 +291,19 @@ void OpenClosedStreams() {
 int ParseAndRun(int argc, char** argv) {
   OpenClosedStreams();
   CLI::App app("Packs, checks, installs and verifies web resources", "webresources");
-  app.set_version_flag("--version", WEBRESOURCES_VERSION);
+  app.set_version_flag("-V,--version", WEBRESOURCES_VERSION);
   app.require_subcommand(1);
   CommandLine line;
+  AddOutputOptions(app, line);
   for (const auto add :
        {AddPack, AddCheck, AddDiff, AddPlan, AddInstall, AddVerify, AddInstallCheck, AddStatus}) {
     add(app, line);
   }
+  AddHelp(app);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return Explain(app, error, argc > 1 ? argv[1] : "");
+    return Explain(app, error);
   }
   try {
     return Run(line);

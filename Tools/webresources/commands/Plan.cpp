@@ -52,8 +52,8 @@ void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bu
                                Report& report) {
   const FileTree before = InstalledTree(plan.installation);
   const bool installs = plan.outcome == Outcome::Install;
-  ReportChanges(ChangesBetween(before, installs ? bundle.tree : before), report);
   ReportLeftovers(installs ? LeftoversOf(plan.installation) : std::vector<std::string>(), report);
+  ReportChanges(ChangesBetween(before, installs ? bundle.tree : before), report);
   const auto updateId = UpdateIdOf(plan.installation.record);
   const std::string recorded = updateId ? std::to_string(*updateId) : "none";
   report.summary.push_back("update: " + recorded + " -> " +

@@ -41,10 +41,10 @@ Report Status(const StatusOptions& options) {
   const std::string directory = installation.installRoot + installation.directory;
   const FileTree tree = isThere ? ReadTree(directory, Checksum::None) : FileTree();
   const std::string since = isThere ? Since(check, directory) : "";
-  PutName(report.details, "directory", isThere ? directory : "");
+  PutOptional(report.details, "directory", isThere ? directory : "");
   report.details["files"] = FilesOf(tree);
   report.details["bytes"] = BytesOf(tree);
-  report.details["since"] = since;
+  PutOptional(report.details, "since", since);
   report.details["comparedWith"] = check.receipt ? "receipt" : "record";
   const auto updateId = UpdateIdOf(installation.record);
   report.summary = {

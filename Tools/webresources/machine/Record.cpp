@@ -89,12 +89,22 @@ void AddMissing(Findings& findings, const char* name, InstallRecord::State state
   }
 }
 
+namespace {
+
+constexpr int kAbsent = -1;
+
+Json NumberOrNull(int number) {
+  return number == kAbsent ? Json(nullptr) : Json(number);
+}
+
+}  // namespace
+
 Json ToJson(const WebRegInfo& record) {
   Json json = Json::object();
-  PutName(json, "installPath", record.installPath);
-  json["updateId"] = record.updateId;
-  PutName(json, "fullVersion", record.fullVersion);
-  json["random"] = record.random;
+  PutOptional(json, "installPath", record.installPath);
+  json["updateId"] = NumberOrNull(record.updateId);
+  PutOptional(json, "fullVersion", record.fullVersion);
+  json["random"] = NumberOrNull(record.random);
   return json;
 }
 

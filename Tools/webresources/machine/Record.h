@@ -30,7 +30,8 @@ Findings FindInRecord(const InstallRecord& record, std::optional<int> updateId);
 /// Returns the finding for a recorded text or number called `name` that is absent or unusable.
 void AddMissing(Findings& findings, const char* name, InstallRecord::State state);
 
-/// Returns `record` as a member of a document.
+/// Returns `record` as a member of a document. An absent value is null, and so is the number -1,
+/// which the installer treats as absent.
 Json ToJson(const WebRegInfo& record);
 
 /// Returns the record after a run that installs the update `updateId`, as ToJson() does; the random

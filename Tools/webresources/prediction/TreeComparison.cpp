@@ -130,8 +130,6 @@ namespace {
 
 using Kind = Difference::Kind;
 
-constexpr std::size_t kScreen = 15;  // lines of changes for people
-
 const char* NameOf(Kind kind) {
   return kind == Kind::Missing ? "removed" : kind == Kind::Extra ? "added" : "changed";
 }
@@ -195,14 +193,8 @@ void ReportChanges(const TreeChanges& changes, Report& report) {
   Json& list = report.details["changes"] = Json::array();
   for (const Difference& difference : changes.differences) {
     list.push_back(ToJson(difference));
-    if (list.size() <= kScreen) {
-      report.listing.push_back(std::string(NameOf(difference.kind)) + "  " + difference.path +
-                               "  (" + Sizes(difference) + ")");
-    }
-  }
-  if (list.size() > kScreen) {
-    report.listing.push_back("… and " + std::to_string(list.size() - kScreen) +
-                             " more: --json lists all");
+    report.listing.push_back(std::string(NameOf(difference.kind)) + "  " + difference.path + "  (" +
+                             Sizes(difference) + ")");
   }
   report.details["files"] = {{"added", changes.added},
                              {"changed", changes.changed},

@@ -45,8 +45,7 @@ struct TreeChanges {
 /// Compares `before` with `after`.
 TreeChanges ChangesBetween(const FileTree& before, const FileTree& after);
 
-/// Puts all changes into the members `changes` and `files` of the document, and a screen of them
-/// into the listing.
+/// Puts all changes into the members `changes` and `files` of the document, and into the listing.
 void ReportChanges(const TreeChanges& changes, Report& report);
 
 }  // namespace webresources

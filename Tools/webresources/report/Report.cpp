@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <iterator>
+#include <map>
 #include <sstream>
 
 #include "support/Text.h"
@@ -55,16 +56,51 @@ Json ToJson(const Report& report) {
   return document;
 }
 
-void PrintFinding(const Finding& finding) {
-  const Severity severity = finding.rule->severity;
-  std::cout << Coloured(NameOf(severity), severity) << " [" << finding.rule->id << "] "
-            << Printable(finding.subject) << ": " << Printable(finding.reason)
-            << "\n    fix: " << finding.rule->fix << '\n';
+void PrintFinding(const Rule& rule, const std::string& text) {
+  std::cout << Coloured(NameOf(rule.severity), rule.severity) << " [" << rule.id << "] "
+            << Printable(text) << "\n    fix: " << rule.fix << '\n';
 }
 
-void PrintLines(const std::vector<std::string>& lines) {
-  for (const std::string& line : lines) {
-    std::cout << Printable(line) << '\n';
+using Group = std::vector<const Finding*>;  // the findings of one rule
+
+constexpr std::size_t kLargestListedGroup = 5;
+constexpr std::size_t kExamples = 3;
+constexpr std::size_t kScreen = 15;  // lines of a listing
+
+/// A group in one line: the count, some of the subjects and, if it is the same for all, the reason.
+std::string Summary(const Group& group) {
+  std::string text = std::to_string(group.size()) + " times: ";
+  for (std::size_t i = 0; i < kExamples; ++i) {
+    text += group[i]->subject + ", ";
+  }
+  text += "… (--all lists all)";
+  const std::string& reason = group.front()->reason;
+  const bool isCommon = std::all_of(
+      group.begin(), group.end(), [&reason](const Finding* one) { return one->reason == reason; });
+  return isCommon ? text + ": " + reason : text;
+}
+
+void PrintFindings(const Findings& findings, Form form) {
+  std::map<const Rule*, Group> groups;
+  for (const Finding& finding : findings) {
+    groups[finding.rule].push_back(&finding);
+  }
+  for (const Finding& finding : findings) {
+    const Group& group = groups[finding.rule];
+    if (form == Form::Whole || group.size() <= kLargestListedGroup) {
+      PrintFinding(*finding.rule, finding.subject + ": " + finding.reason);
+    } else if (&finding == group.front()) {
+      PrintFinding(*finding.rule, Summary(group));
+    }
+  }
+}
+
+void PrintLines(const std::vector<std::string>& lines, std::size_t most) {
+  for (std::size_t i = 0; i < std::min(lines.size(), most); ++i) {
+    std::cout << Printable(lines[i]) << '\n';
+  }
+  if (lines.size() > most) {
+    std::cout << "… and " << lines.size() - most << " more: --all lists all\n";
   }
 }
 
@@ -96,6 +132,7 @@ Report ReportOf(const std::string& command, const std::exception& error) {
   json["operation"] = parts.operation();
   PutName(json, "object", parts.object());
   json["reason"] = parts.reason();
+  PutOptional(json, "remedy", parts.remedy());
   return report;
 }
 
@@ -105,6 +142,13 @@ void PutName(Json& object, const std::string& key, const std::string& name) {
   } else {
     object[key] = Printable(name);
     object[key + "Hex"] = Hexadecimal(name);
+  }
+}
+
+void PutOptional(Json& object, const std::string& key, const std::string& name) {
+  object[key] = nullptr;
+  if (!name.empty()) {
+    PutName(object, key, name);
   }
 }
 
@@ -120,15 +164,13 @@ std::string Text(const Json& json) {
   return JsonPrintable(json.dump(2)) + "\n";
 }
 
-void Print(const Report& report, bool asJson) {
-  if (asJson) {
+void Print(const Report& report, Form form) {
+  if (form == Form::Document) {
     std::cout << Text(ToJson(report));
   } else {
-    PrintLines(report.listing);
-    for (const Finding& finding : report.findings) {
-      PrintFinding(finding);
-    }
-    PrintLines(report.summary);
+    PrintLines(report.listing, form == Form::Whole ? report.listing.size() : kScreen);
+    PrintFindings(report.findings, form);
+    PrintLines(report.summary, report.summary.size());
   }
   if (!std::cout.flush()) {
     throw Error::FromErrno("write", "the standard output");

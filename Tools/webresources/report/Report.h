@@ -18,6 +18,13 @@ constexpr int kHasFindings = 1;
 constexpr int kCouldNotTell = 2;
 constexpr int kUsage = 64;
 
+/// The forms of a report.
+enum class Form {
+  Brief,     ///< Lines for one screen: findings of one rule are counted, long listings are cut.
+  Whole,     ///< All lines.
+  Document,  ///< One JSON document, which is always complete.
+};
+
 /// What a command has to say: to people, and in one JSON document.
 struct Report {
   explicit Report(std::string commandName) : command(std::move(commandName)) {}
@@ -38,8 +45,9 @@ struct Report {
 Report ReportOf(const std::string& command, const std::exception& error);
 
 /// Puts the bytes `name` under `key`: as they are when they are UTF-8, else printable, with all the
-/// bytes in hexadecimal under `key`Hex.
+/// bytes in hexadecimal under `key`Hex. PutOptional() puts null if `name` is empty.
 void PutName(Json& object, const std::string& key, const std::string& name);
+void PutOptional(Json& object, const std::string& key, const std::string& name);
 
 /// The bytes that PutName() put under `key`. Throws Json::exception if there are none.
 std::string NameOf(const Json& object, const std::string& key);
@@ -47,9 +55,9 @@ std::string NameOf(const Json& object, const std::string& key);
 /// `json` as the text of a document, with every control and invisible character escaped.
 std::string Text(const Json& json);
 
-/// Writes the report to the standard output: the document with `asJson`, else the lines, in colour
-/// where a terminal takes it. Throws Error when it cannot be written.
-void Print(const Report& report, bool asJson);
+/// Writes the report to the standard output; lines are in colour where a terminal takes colour.
+/// Throws Error if the report cannot be written.
+void Print(const Report& report, Form form);
 
 /// Writes `text` to the error output, line by line, without control characters.
 void PrintError(const std::string& text);

@@ -1,6 +1,8 @@
 #ifndef TOOLS_WEBRESOURCES_SUPPORT_ERROR_H_
 #define TOOLS_WEBRESOURCES_SUPPORT_ERROR_H_
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <stdexcept>
 #include <string>
@@ -8,35 +10,43 @@
 
 namespace webresources {
 
-/// What keeps a command from answering, or from doing what it was asked: what was tried, on what,
-/// and why it failed. It is thrown by value and caught by reference; main() prints it, and --json
-/// puts its parts into the document.
+/// The reason why a command cannot answer, or cannot do its work: the operation that failed, its
+/// object, the reason and the remedy. An Error is thrown by value and caught by reference; main()
+/// prints the text, and --json puts the parts into the document.
 class Error : public std::runtime_error {
  public:
-  /// Makes an error that reads "cannot `operation` `object`: `reason`", for example "cannot read
-  /// site/a: Permission denied". The object is in its own bytes: see Printable().
-  Error(std::string operation, std::string object, std::string reason)
-      : std::runtime_error("cannot " + operation + " " + object + ": " + reason),
+  /// Makes an error that reads "cannot `operation` `object`: `reason`; `remedy`", for example
+  /// "cannot read site/a: Permission denied; run it as root". An empty remedy is left out. The
+  /// object is in its own bytes: see Printable().
+  Error(std::string operation, std::string object, std::string reason, std::string remedy = {})
+      : std::runtime_error("cannot " + operation + " " + object + ": " + reason +
+                           (remedy.empty() ? "" : "; " + remedy)),
         operation_(std::move(operation)),
         object_(std::move(object)),
-        reason_(std::move(reason)) {}
+        reason_(std::move(reason)),
+        remedy_(std::move(remedy)) {}
 
-  /// An error with the reason that errno gives. Call it before anything else can change errno.
+  /// Returns an error with the reason that errno gives. If an ordinary user has no permission, the
+  /// remedy is to become root. Requires: nothing has changed errno since the failed call.
   static Error FromErrno(std::string operation, std::string object) {
-    return Error(std::move(operation), std::move(object), std::generic_category().message(errno));
+    const bool isDenied = (errno == EACCES || errno == EPERM) && geteuid() != 0;
+    return Error(std::move(operation), std::move(object), std::generic_category().message(errno),
+                 isDenied ? "run it as root" : "");
   }
 
-  // The three parts of what(), for documents: what was tried, as an infinitive ("read"); the path
-  // or thing that it was tried on; and why it failed.
+  // The parts of what(), for documents: the operation as an infinitive ("read"), the path or thing
+  // that the operation was tried on, the reason, and the remedy as an imperative, or empty.
 
   const std::string& operation() const { return operation_; }
   const std::string& object() const { return object_; }
   const std::string& reason() const { return reason_; }
+  const std::string& remedy() const { return remedy_; }
 
  private:
   std::string operation_;
   std::string object_;
   std::string reason_;
+  std::string remedy_;
 };
 
 }  // namespace webresources
