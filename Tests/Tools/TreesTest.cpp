@@ -102,6 +102,15 @@ TEST(Trees, DirectoryIncludesItsContentAtTheTopmostDifference) {
   EXPECT_EQ(Text(Topmost(Compare(expected, {Directory("."), File("a", "")}))), "2a 0a- ");
 }
 
+TEST(Trees, PathsThatSomeVolumesRefuseOrMergeAreLeftOutWithEverythingBelow) {
+  const FileTree expected = {Directory("."),         Directory("D"),    File("D/x", "1"),
+                             Directory("E"),         File("\xE4", "x"), File("d", "2"),
+                             File("e\xCC\x81", "1"), File("f", "x"),    File("\xC3\xA9", "2")};
+  const std::vector<std::string> paths = PathsForSomeVolumesOnly(expected);
+  EXPECT_EQ(paths, (std::vector<std::string>{"D", "d", "e\xCC\x81", "\xC3\xA9", "\xE4"}));
+  EXPECT_EQ(Text(Without(paths, Compare(expected, {Directory(".")}))), "0E 0f ");
+}
+
 TEST(Trees, ChangesAreCountedByFiles) {
   const TreeChanges changes = ChangesBetween(
       {Directory("."), File("changed", "1"), File("gone", ""), File("same", "x")},

@@ -169,31 +169,47 @@ void RequireSpace(std::uint64_t needed, const std::string& path) {
   }
 }
 
+/// The result of a trial extraction.
+struct Proof {
+  Differences differences;
+  std::vector<std::string> notCompared;  ///< Paths that depend on the volume.
+};
+
 /// Predicts while the installer's code extracts, then compares the prediction with the disk. The
 /// two share nothing but the reading of the data, which the comparison checks by its checksums.
-Prediction Prove(PackageReader& package, const std::string& packagePath, Differences& differences) {
+Prediction Prove(PackageReader& package, const std::string& packagePath, Proof& proof) {
   CatchInterruptions();
   const Scratch scratch;
   RequireSpace(LargestContent(packagePath), scratch.path());
   const std::string destination = scratch.path() + "/" + kFinalName;
   const auto stopIfInterrupted = [&packagePath] { ThrowIfInterrupted("check", packagePath); };
   Prediction prediction = PredictAndExtract(package, destination, stopIfInterrupted);
-  differences =
-      Topmost(OfContent(Compare(TreeOf(prediction), ReadTree(destination, Checksum::Crc32))));
+  const FileTree predicted = TreeOf(prediction);
+  proof.notCompared = PathsForSomeVolumesOnly(predicted);
+  proof.differences = Topmost(OfContent(
+      Without(proof.notCompared, Compare(predicted, ReadTree(destination, Checksum::Crc32)))));
   stopIfInterrupted();
   return prediction;
 }
 
-void ReportProof(const Differences& differences, Report& report) {
-  Json& proof = report.details["proof"];
-  proof = {{"agrees", differences.empty()}, {"differences", Json::array()}};
-  for (const Difference& difference : differences) {
-    Json json = {{"reason", difference.reason}};
-    PutName(json, "path", difference.path);
-    proof["differences"].push_back(json);
+Json PathWithReason(const std::string& path, const std::string& reason) {
+  Json json = {{"reason", reason}};
+  PutName(json, "path", path);
+  return json;
+}
+
+void ReportProof(const Proof& proof, Report& report) {
+  Json& json = report.details["proof"];
+  json = {{"agrees", proof.differences.empty()}, {"differences", Json::array()}};
+  for (const Difference& difference : proof.differences) {
+    json["differences"].push_back(PathWithReason(difference.path, difference.reason));
     report.summary.push_back("differs: " + difference.path + ": " + difference.reason);
   }
-  if (differences.empty()) {
+  for (const std::string& path : proof.notCompared) {
+    json["notCompared"].push_back(PathWithReason(path, "its name depends on the volume"));
+    report.summary.push_back("not compared: " + path + ": its name depends on the volume");
+  }
+  if (proof.differences.empty()) {
     report.summary.push_back("proof: the extraction leaves exactly what is predicted");
   } else {
     report.summary.push_back(
@@ -205,11 +221,11 @@ void ReportProof(const Differences& differences, Report& report) {
 }  // namespace
 
 Report Check(const CheckOptions& options) {
-  Differences differences;
+  Proof proof;
   BundleInspection bundle =
       InspectBundle(options.path, options.limits,
-                    [&options, &differences](PackageReader& package, const std::string& path) {
-                      return options.prove ? Prove(package, path, differences) : Predict(package);
+                    [&options, &proof](PackageReader& package, const std::string& path) {
+                      return options.prove ? Prove(package, path, proof) : Predict(package);
                     });
   Report report("check");
   PutName(report.details, "resources", bundle.files.directory);
@@ -220,7 +236,7 @@ Report Check(const CheckOptions& options) {
   }
   ReportOutcome(bundle.metadata, report);
   if (bundle.isRead && options.prove) {
-    ReportProof(differences, report);
+    ReportProof(proof, report);
   }
   return report;
 }

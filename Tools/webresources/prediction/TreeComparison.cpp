@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <set>
 #include <unordered_set>
 
 #include "support/Text.h"
@@ -107,6 +108,31 @@ Differences Compare(const FileTree& expected, const FileTree& actual) {
 Differences OfContent(Differences differences) {
   differences.erase(std::remove_if(differences.begin(), differences.end(),
                                    [](const Difference& one) { return one.kind >= Kind::Mode; }),
+                    differences.end());
+  return differences;
+}
+
+std::vector<std::string> PathsForSomeVolumesOnly(const FileTree& tree) {
+  std::vector<std::string> all;
+  std::set<std::string> found;
+  for (const FileItem& item : tree) {
+    all.push_back(item.path);
+    if (!IsUtf8(item.path)) {
+      found.insert(item.path);
+    }
+  }
+  for (const Collision& collision : Collisions(all)) {
+    found.insert({collision.first, collision.second});
+  }
+  return {found.begin(), found.end()};
+}
+
+Differences Without(const std::vector<std::string>& paths, Differences differences) {
+  const std::unordered_set<std::string> left(paths.begin(), paths.end());
+  differences.erase(std::remove_if(differences.begin(), differences.end(),
+                                   [&left](const Difference& one) {
+                                     return left.count(one.path) != 0 || IsBelow(one.path, left);
+                                   }),
                     differences.end());
   return differences;
 }

@@ -32,6 +32,14 @@ Differences OfContent(Differences differences);
 /// `differences` without those below a directory that is missing, extra or of another type itself.
 Differences Topmost(Differences differences);
 
+/// The paths of `tree` that some volumes cannot keep apart or refuse: a Mac's, usually. These are
+/// paths that are not UTF-8, and paths that differ from another one in case or in Unicode
+/// normalization only.
+std::vector<std::string> PathsForSomeVolumesOnly(const FileTree& tree);
+
+/// `differences` without those at `paths` and below them.
+Differences Without(const std::vector<std::string>& paths, Differences differences);
+
 /// What becomes of the files of a tree when another tree takes its place.
 struct TreeChanges {
   Differences differences;  ///< Of content alone: modes and owners are no changes.
