@@ -1,5 +1,5 @@
-"""The tests of the installer on a file system as a Mac has it (darwin_files.cpp): all pass, and just
-those are skipped whose paths it refuses."""
+"""All C++ tests, and the installer's end-to-end tests, on a file system as a Mac has it
+(darwin_files.cpp): all pass, and just those are skipped whose paths it refuses."""
 
 import errno
 import os
@@ -29,6 +29,10 @@ SKIPPED = {
         "ResourcePaths.ResourcesPathFarTooLongYieldsAnEmptyString",
         "ResourcePaths.ResourcesPathOf1023BytesIsWhole",
         "ResourcePaths.ResourcesPathOf1024BytesYieldsAnEmptyString",
+    },
+    "ToolsTest": {
+        "PackTest.CollidingNamesAreRefused",
+        "PackTest.NameThatIsNotUtf8IsRefused",
     },
     "test_run.py": {
         "test_tree_with_paths_too_long_to_remove_keeps_its_name_and_the_new_one_its_number"},
@@ -81,8 +85,8 @@ class FileSystem(unittest.TestCase):
         self.assertEqual(os.listdir(self.directory), [])
 
 
-class Installer(unittest.TestCase):
-    """The installer's tests, of which test_NAME runs one program or file."""
+class Tests(unittest.TestCase):
+    """The tests, of which test_NAME runs the programs or one file."""
 
     maxDiff = 3000
 
@@ -90,10 +94,12 @@ class Installer(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stdout)
         self.assertEqual(set(skipped), SKIPPED.get(name, set()))
 
-    def test_source(self):
-        result = on_darwin_files(os.environ["SOURCE_TEST"])
-        skipped = re.findall(r"^\[  SKIPPED \] (\S+) \(", result.stdout, re.MULTILINE)
-        self.assert_passes_but("SourceTest", result, skipped)
+    def test_programs(self):
+        for program in os.environ["TEST_PROGRAMS"].split(","):
+            with self.subTest(program):
+                result = on_darwin_files(program)
+                skipped = re.findall(r"^\[  SKIPPED \] (\S+) \(", result.stdout, re.MULTILINE)
+                self.assert_passes_but(os.path.basename(program), result, skipped)
 
     def end_to_end(self, name):
         result = on_darwin_files(sys.executable, "-B", "-W", "ignore::UserWarning:zipfile", "-m",

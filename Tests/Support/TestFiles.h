@@ -3,6 +3,7 @@
 
 #include <sys/stat.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -70,6 +71,16 @@ inline bool IsThere(const std::string& path) {
 inline bool FileSystemTakes(const std::string& path) {
   struct stat status = {};
   return lstat(path.c_str(), &status) == 0 || (errno != ENAMETOOLONG && errno != EILSEQ);
+}
+
+/// Whether the volume of the entry `path` finds the entry by the name in capitals.
+inline bool VolumeIgnoresCase(const std::string& path) {
+  std::string capitals = path;
+  for (std::size_t i = path.rfind('/') + 1; i < path.length(); ++i) {
+    capitals[i] = static_cast<char>(std::toupper(static_cast<unsigned char>(path[i])));
+  }
+  struct stat status = {};
+  return capitals != path && lstat(capitals.c_str(), &status) == 0;
 }
 
 /// Everything below a directory: a file's contents, and nothing for a directory or a link, whose

@@ -268,8 +268,11 @@ TEST(UpdateId, IsWrittenInPlainDecimalDigits) {
 }
 
 TEST_F(PackTest, CollidingNamesAreRefused) {
-  WriteFile(Site("A"), "x");
   WriteFile(Site("a"), "x");
+  if (VolumeIgnoresCase(Site("a"))) {
+    GTEST_SKIP() << "this file system cannot hold both names";
+  }
+  WriteFile(Site("A"), "x");
   EXPECT_EQ(Refusals(), "case-collision ");
   for (const char* name : {"A", "a"}) {
     fs::resize_file(Site(name), std::uintmax_t{2} << 30U);  // takes no room on the disk
@@ -287,6 +290,7 @@ TEST_F(PackTest, NamesThatTheInstallerSkipsAreRefused) {
 }
 
 TEST_F(PackTest, NameThatIsNotUtf8IsRefused) {
+  SKIP_UNLESS_FILE_SYSTEM_TAKES(Site("\xE4"));
   WriteFile(Site("\xE4"), "x");
   EXPECT_EQ(Refusals(), "name-not-utf8 ");
 }
