@@ -14,8 +14,10 @@
 #include "commands/Plan.h"
 #include "commands/Status.h"
 #include "commands/Verify.h"
+#include "machine/Access.h"
 #include "machine/HostCheck.h"
 #include "machine/Receipt.h"
+#include "support/Files.h"
 #include "support/Text.h"
 
 using namespace webresources;
@@ -52,6 +54,25 @@ class VerifyTest : public testing::Test {
     }
     return found;
   }
+
+  /// The same with the reasons.
+  std::string Told() {
+    record_.Flush();
+    std::string told;
+    for (const Finding& finding : Verify(options_).findings) {
+      told += std::string(finding.rule->id) + " " + finding.subject + " " + finding.reason + "\n";
+    }
+    return told;
+  }
+
+  std::string FoundWithMode(const std::string& path, mode_t mode) {
+    record_.Flush();
+    EXPECT_EQ(chmod(path.c_str(), mode), 0) << path;
+    return Told();
+  }
+
+  /// Returns the path of `path` of the host.
+  std::string Host(const std::string& path) const { return options_.hostRoot + path; }
 
   /// What is found without a bundle.
   std::string FoundAlone() {
@@ -112,9 +133,9 @@ TEST_F(VerifyTest, ModesThatARunDoesNotGiveAreFoundUnlessIgnored) {
 
 TEST_F(VerifyTest, DirectoriesThatOthersCannotEnterOrCanWriteToAreFound) {
   const std::string above = fs::path(installRoot_).parent_path().parent_path();
-  for (const mode_t mode : {0700U, 0751U, 0754U, 0777U, 0775U}) {
+  for (const mode_t mode : {0700U, 0751U, 0754U, 0775U, 01775U}) {
     chmod(above.c_str(), mode);
-    EXPECT_EQ(Found(), mode == 0775 ? "" : "mode-differs " + above + "\n") << std::oct << mode;
+    EXPECT_EQ(Found(), "mode-differs " + above + "\n") << std::oct << mode;
   }
   chmod(above.c_str(), 0700);
   chmod((installed_ + "d").c_str(), 0750);
@@ -123,6 +144,121 @@ TEST_F(VerifyTest, DirectoriesThatOthersCannotEnterOrCanWriteToAreFound) {
       "mode-differs " + above + "\nmode-differs Resource0/.\nmode-differs Resource0/d\n";
   EXPECT_EQ(Found(), found);
   EXPECT_EQ(FoundAlone(), "mode-differs " + above + "\n");  // there is no receipt
+}
+
+TEST_F(VerifyTest, InstallRootThatItsGroupCanWriteToIsFound) {
+  const std::string root = installRoot_.substr(0, installRoot_.length() - 1);
+  chmod(root.c_str(), 0775);
+  EXPECT_EQ(Found(), "mode-differs " + root + "\n");
+}
+
+TEST_F(VerifyTest, ApplicationSupportThatOthersCannotEnterIsFoundWithTheCommand) {
+  EXPECT_EQ(FoundWithMode(Host("/Library/Application Support"), 0700),
+            "directory-access " + Host("/Library/Application Support") +
+                " other users cannot read it: chmod go+rx \"" +
+                Host("/Library/Application Support") + "\"\n");
+}
+
+TEST_F(VerifyTest, ApplicationSupportThatOthersCanWriteToIsFoundWithTheCommand) {
+  EXPECT_EQ(FoundWithMode(Host("/Library/Application Support"), 0777),
+            "directory-access " + Host("/Library/Application Support") +
+                " other users can write to it: chmod go-w \"" +
+                Host("/Library/Application Support") + "\"\n");
+}
+
+TEST_F(VerifyTest, EachDirectoryOfTheHostIsExamined) {
+  for (const char* path :
+       {"/", "/Library", "/Library/Application Support", "/Library/Preferences"}) {
+    EXPECT_EQ(FoundWithMode(Host(path), 0755), "") << path;
+    EXPECT_NE(FoundWithMode(Host(path), 0775), "") << path;
+    chmod(Host(path).c_str(), 0755);
+  }
+}
+
+TEST_F(VerifyTest, PreferencesThatOthersCannotEnterAreFound) {
+  EXPECT_EQ(FoundWithMode(Host("/Library/Preferences"), 0700),
+            "directory-access " + Host("/Library/Preferences") +
+                " other users cannot read it: chmod go+rx \"" + Host("/Library/Preferences") +
+                "\"\n");
+}
+
+TEST_F(VerifyTest, RecordThatOthersCannotReadIsFound) {
+  EXPECT_EQ(FoundWithMode(RecordPath(), 0600),
+            "mode-differs " + RecordPath() + " other users cannot read it\n");
+}
+
+TEST_F(VerifyTest, RecordThatOthersCanWriteToIsFound) {
+  EXPECT_EQ(FoundWithMode(RecordPath(), 0666),
+            "mode-differs " + RecordPath() + " other users can write to it\n");
+}
+
+TEST_F(VerifyTest, ReceiptThatOthersCanWriteToOrNotReadIsFound) {
+  WriteReceipt(options_.hostRoot, {7, "", "", "", {}});
+  for (const mode_t mode : {0600U, 0664U}) {
+    EXPECT_EQ(FoundWithMode(ReceiptPath(options_.hostRoot), mode).substr(0, 12), "mode-differs");
+  }
+}
+
+TEST_F(VerifyTest, ForeignOwnersOfRecordAndDirectoriesAreFoundUnlessIgnored) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give files away";
+  }
+  const std::string root = installRoot_.substr(0, installRoot_.length() - 1);
+  for (const std::string& path : {root, ParentOf(root), RecordPath()}) {
+    ASSERT_EQ(chown(path.c_str(), 1234, 1234), 0);
+    EXPECT_EQ(Told(), "owner-differs " + path + " its owner is user 1234\n");
+    options_.ignoresModes = true;
+    EXPECT_EQ(Told(), "");
+    options_.ignoresModes = false;
+    ASSERT_EQ(chown(path.c_str(), 0, 0), 0);
+  }
+  ASSERT_EQ(chown(Host("/Library").c_str(), 1234, 1234), 0);
+  EXPECT_EQ(Told(), "directory-access " + Host("/Library") +
+                        " its owner is user 1234: chown root \"" + Host("/Library") + "\"\n");
+}
+
+TEST_F(VerifyTest, OwnerOfTheHostsRootAndRootAreExpectedWhoeverAsks) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give files away";
+  }
+  ASSERT_EQ(chown(Host("").c_str(), 1234, 1234), 0);
+  EXPECT_EQ(Told(), "");  // root owns the rest
+  for (const auto& entry : fs::recursive_directory_iterator(Host(""))) {
+    ASSERT_EQ(chown(entry.path().c_str(), 1234, 1234), 0);
+  }
+  EXPECT_EQ(Told(), "");
+  ASSERT_EQ(chown((installed_ + "g").c_str(), 1235, 1235), 0);
+  ASSERT_EQ(chown(RecordPath().c_str(), 1235, 1235), 0);
+  record_.Flush();
+  EXPECT_EQ(Told(), "owner-differs " + RecordPath() +
+                        " its owner is user 1235\n"
+                        "owner-differs Resource0/g its owner is user 1235 instead of 1234\n");
+}
+
+TEST_F(VerifyTest, StickyDirectoryOfTheHostIsNoFinding) {
+  EXPECT_EQ(FoundWithMode(Host("/Library"), 01777), "");
+}
+
+TEST_F(VerifyTest, SetGroupIdBitOfADirectoryIsNoFinding) {
+  for (const std::string& path :
+       {Host("/Library"), ParentOf(installRoot_), installed_, installed_ + "d"}) {
+    EXPECT_EQ(FoundWithMode(path, 02755), "") << path;
+  }
+}
+
+TEST_F(VerifyTest, CommandOfAFindingIsQuotedForAShell) {
+  const std::string host = directory_ / "a\"$`\\b";
+  fs::rename(Host(""), host);
+  options_.hostRoot = host;
+  const std::string found = FoundWithMode(host + "/Library", 0777);
+  EXPECT_NE(found.find("/a\\\"\\$\\`\\\\b/Library\"\n"), std::string::npos) << found;
+}
+
+TEST_F(VerifyTest, FileInThePlaceOfADirectoryHasNoModeToCompare) {
+  fs::remove_all(installRoot_);
+  fs::remove(ParentOf(ParentOf(installRoot_)));
+  WriteFile(ParentOf(ParentOf(installRoot_)), "");
+  EXPECT_EQ(Found().find("mode-differs"), std::string::npos);
 }
 
 TEST_F(VerifyTest, ForeignOwnerIsFoundUnlessIgnored) {
@@ -373,17 +509,6 @@ TEST_F(VerifyTest, ReceiptOfAnotherVersionDoesNotStandInForThePackage) {
   }
 }
 
-TEST_F(VerifyTest, DirectoriesAboveThoseOfTheProductMayBeClosed) {
-  fs::path outermost = fs::path(installRoot_).parent_path();
-  for (int i = 1; i < 4; ++i) {
-    outermost = outermost.parent_path();
-  }
-  chmod(outermost.parent_path().c_str(), 0700);
-  EXPECT_EQ(Found(), "");
-  chmod(outermost.c_str(), 0700);
-  EXPECT_EQ(Found(), "mode-differs " + outermost.string() + "\n");
-}
-
 TEST_F(VerifyTest, ReceiptOfAnotherUpdateIsTold) {
   const Receipt receipt{6, "", "", "", {}};
   Findings findings;
@@ -408,14 +533,14 @@ TEST_F(VerifyTest, ReceiptHasTheVersionThatWroteIt) {
 TEST_F(VerifyTest, IdentifierThatIsInOrderOnASecondLookIsKept) {
   Installation seen = ReadInstallation(options_.hostRoot);
   seen.record.values.random = 0;
-  RepairWhatARunKeeps(seen);
+  RepairWhatARunKeeps(seen, false);
   EXPECT_EQ(record_.GetNumber("irandom"), 42);
 }
 
 TEST_F(VerifyTest, IdentifierOutOfRangeIsRemoved) {
   record_.SetNumber("irandom", 0);
   record_.Flush();
-  RepairWhatARunKeeps(ReadInstallation(options_.hostRoot));
+  RepairWhatARunKeeps(ReadInstallation(options_.hostRoot), false);
   EXPECT_EQ(record_.GetNumber("irandom"), std::nullopt);
 }
 
@@ -426,7 +551,7 @@ TEST_F(VerifyTest, RepairThatFailsIsTold) {
   {
     const FailingCall fault("renameat", EIO);
     try {
-      RepairWhatARunKeeps(installation);
+      RepairWhatARunKeeps(installation, false);
       ADD_FAILURE() << "it is removed";
     } catch (const Error& error) {
       EXPECT_EQ(error.what(), "cannot write " + RecordLocation(options_.hostRoot) +
@@ -434,8 +559,53 @@ TEST_F(VerifyTest, RepairThatFailsIsTold) {
     }
   }
   chmod(fs::path(installRoot_).parent_path().c_str(), 0700);
-  const FailingCall fault("chmod", EPERM);
-  EXPECT_THROW(RepairWhatARunKeeps(installation), Error);
+  for (const char* call : {"fchmod", "fstat", "open"}) {
+    const FailingCall fault(call, EPERM);
+    EXPECT_THROW(RepairAccess(options_.hostRoot), Error) << call;
+  }
+}
+
+TEST_F(VerifyTest, AccessToTheProductsPlacesIsRepaired) {
+  WriteReceipt(options_.hostRoot, {7, "", "", "", {}});
+  record_.Flush();
+  const std::string root = installRoot_.substr(0, installRoot_.length() - 1);
+  const std::string veltrane = ParentOf(ParentOf(ParentOf(root)));
+  for (const mode_t mode : {0700U, 0777U}) {
+    for (const std::string& path : {veltrane, root, RecordPath(), ReceiptPath(options_.hostRoot)}) {
+      chmod(path.c_str(), mode);
+      EXPECT_NE(Found(), "");
+    }
+    RepairWhatARunKeeps(ReadInstallation(options_.hostRoot), true);
+    EXPECT_NE(Found(), "");
+    RepairWhatARunKeeps(ReadInstallation(options_.hostRoot), false);
+    EXPECT_EQ(Found(), "receipt-differs " + ReceiptPath(options_.hostRoot) + "\n");
+  }
+}
+
+TEST_F(VerifyTest, ForeignOwnerOfTheProductsPlacesIsRepaired) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give files away";
+  }
+  record_.Flush();
+  for (const std::string& path : {RecordPath(), ParentOf(ParentOf(installRoot_))}) {
+    ASSERT_EQ(chown(path.c_str(), 1234, 1234), 0);
+  }
+  RepairAccess(options_.hostRoot);
+  EXPECT_EQ(Found(), "");
+}
+
+TEST_F(VerifyTest, RepairChangesNothingBehindALinkOrAnotherName) {
+  record_.Flush();
+  const std::string outside = directory_ / "outside";
+  fs::create_hard_link(RecordPath(), directory_ / "name");
+  fs::remove_all(ParentOf(ParentOf(installRoot_)));
+  fs::create_directory(outside);
+  fs::create_symlink(outside, ParentOf(ParentOf(installRoot_)));
+  chmod(outside.c_str(), 0700);
+  chmod(RecordPath().c_str(), 0600);
+  RepairAccess(options_.hostRoot);
+  EXPECT_EQ(StatusOf(outside).st_mode & 07777U, 0700U);
+  EXPECT_EQ(StatusOf(RecordPath()).st_mode & 07777U, 0600U);
 }
 
 TEST_F(VerifyTest, InstallThatCannotReadTheRecordOfAFreshHostTouchesNothing) {

@@ -3,6 +3,7 @@
 The machine is a private root that holds the command and a bundle. Each test changes one thing."""
 
 import collections
+import errno
 import json
 import os
 import pathlib
@@ -10,6 +11,7 @@ import plistlib
 import pty
 import shutil
 import signal
+import struct
 import subprocess
 import tempfile
 import time
@@ -58,6 +60,22 @@ def write_bundle(bundle, content=None, update=7, clear=False, regenerate=False):
     words = {True: "true", False: "false"}
     (bundle / METADATA).write_text('{"clear":%s,"updateid":%d,"regenerate":%s}\n' % (
         words[clear], update, words[regenerate]))
+
+
+INHERITED = "system.posix_acl_default"
+
+
+def let_user_write_in_new_entries(test, directory):
+    """A default access control list: user 1234 may write to what is made in the directory."""
+    entries = [(1, 7, 0xffffffff), (2, 7, 1234), (4, 5, 0xffffffff), (16, 7, 0xffffffff),
+               (32, 5, 0xffffffff)]
+    try:
+        os.setxattr(directory, INHERITED, struct.pack("<I", 2) + b"".join(
+            struct.pack("<HHI", *entry) for entry in entries))
+    except OSError as error:
+        if error.errno != errno.ENOTSUP:
+            raise
+        test.skipTest("the file system has no access control lists")
 
 
 class Machine:
@@ -176,6 +194,40 @@ class Install(Case):
                 stdout=subprocess.DEVNULL, check=False)
             self.assertEqual(result.returncode, 0, path)
             self.assert_installed()
+
+    def test_set_group_id_bit_and_inherited_list_above_let_an_installation_succeed(self):
+        """Both go on to what is made below, and the list lets another user write."""
+        above = self.machine.path("/Library/Application Support")
+        above.mkdir(parents=True)
+        above.chmod(0o2755)
+        let_user_write_in_new_entries(self, above)
+        self.assertEqual(self.machine.install().status, 0)
+        self.assert_installed()
+        root = self.machine.path(INSTALL_ROOT)
+        let_user_write_in_new_entries(self, root)
+        (self.machine.installed / "index.html").unlink()
+        self.assertEqual(self.machine.install().status, 0)
+        self.assert_installed()
+        self.assertNotIn(INHERITED, os.listxattr(root))
+        self.assertIn(INHERITED, os.listxattr(above))
+
+    def test_open_directory_of_the_host_is_told_with_the_command_and_left_alone(self):
+        above = self.machine.path("/Library/Application Support")
+        above.mkdir(parents=True)
+        above.chmod(0o777)
+        for outcome in ("installed", "up-to-date"):
+            told = self.machine.install()
+            self.assertEqual((told.status, told.ids, told.document["outcome"]),
+                             (1, ["directory-access"], outcome))
+            self.assertIn('chmod go-w "/Library/Application Support"',
+                          told.document["findings"][0]["reason"])
+        self.assertEqual(above.stat().st_mode & 0o777, 0o777)
+        for told, status in ((self.machine.verify(), 1), (self.machine.verify(bundle=None), 1),
+                             (self.machine.tell("status"), 1), (self.machine.installcheck(), 1)):
+            self.assertEqual((told.status, told.ids), (status, ["directory-access"]))
+        self.assertEqual(self.machine.install("--ignore-modes").status, 0)
+        above.chmod(0o755)
+        self.assert_installed()
 
     def test_dry_run_is_the_plan(self):
         told = self.machine.install("--dry-run")
@@ -437,6 +489,11 @@ class Fleet(Case):
                                 ["mode-differs"]),
         "chmod 700 above": (lambda t: t.root.parent.parent.chmod(0o700), ["mode-differs"],
                             ["mode-differs"]),
+        "chmod 775 root": (lambda t: t.root.chmod(0o775), ["mode-differs"], ["mode-differs"]),
+        "chmod 600 record": (lambda t: t.machine.path(RECORD).chmod(0o600), ["mode-differs"],
+                             ["mode-differs"]),
+        "chmod 666 receipt": (lambda t: t.machine.path(RECEIPT).chmod(0o666), ["mode-differs"],
+                              ["mode-differs"]),
         "link": (replace_by_link, ["file-type"], ["file-type"]),
         "record edited": (lambda t: t.machine.change_record(iUpdateId=3, tFullVersion="3"),
                           ["record-differs", "record-differs", "receipt-differs"],
@@ -467,6 +524,9 @@ class Fleet(Case):
     }
     if os.geteuid() == 0:
         BREAKAGES["chown"] = (change_owner, ["owner-differs"] * 7, ["owner-differs"] * 7)
+        BREAKAGES["chown record and root"] = (
+            lambda t: [os.chown(path, 1234, 1234) for path in (t.root, t.machine.path(RECORD))],
+            ["owner-differs"] * 2, ["owner-differs"] * 2)
 
     def test_each_breakage_is_told_and_repaired(self):
         for name, (breaks, with_bundle, alone) in self.BREAKAGES.items():

@@ -27,7 +27,7 @@ void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
                   const std::string& step, const InstallLock& lock, const Installation& before,
                   Report& report) {
   RemoveReceipt(options.hostRoot);  // of what is about to go
-  RepairWhatARunKeeps(before);
+  RepairWhatARunKeeps(before, options.ignoresModes);
   const std::string end = RunStep(step, lock.descriptor());
   if (!end.empty()) {
     Add(report.findings, kStepFailed, step, end);
@@ -35,7 +35,9 @@ void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
   const MachineState after = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
   ReportInstallation(after.installation, report);
   Append(report.findings, after.findings);
-  if (!report.findings.empty()) {
+  const bool isRight = report.findings.empty();
+  Append(report.findings, after.hostFindings);
+  if (!isRight) {
     Conclude("failed", kHasFindings, "the installation is not as it should be", report);
     return;
   }
@@ -45,6 +47,7 @@ void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
                std::to_string(FilesOf(bundle.tree)) + " files, " +
                std::to_string(BytesOf(bundle.tree)) + " bytes",
            report);
+  report.SetStatus();  // the host's directories can have findings
 }
 
 void Refuse(const InstallPlan& plan, Report& report) {
@@ -59,6 +62,8 @@ void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& r
     WriteReceiptOf(bundle, plan.installation.hostRoot);
   }
   Conclude("up-to-date", kAsItShouldBe, "up to date", report);
+  report.findings = plan.hostFindings;
+  report.SetStatus();
 }
 
 /// Whether the bundle is refused before the lock is taken: taking it makes directories on a machine

@@ -24,6 +24,7 @@ void VerifyWithBundle(const VerifyOptions& options, Report& report) {
   report.findings = bundle.errors;
   Append(report.findings, state.findings);
   Append(report.findings, state.receiptFindings);
+  Append(report.findings, state.hostFindings);
 }
 
 void VerifyAlone(const VerifyOptions& options, Report& report) {
@@ -84,6 +85,7 @@ void CheckMachine(const VerifyOptions& options, const ExpectedBundle& bundle, Re
   } else {
     Conclude(kIsNeeded, "install needed: " + Text(report.findings.front()), report);
   }
+  Append(report.findings, state.hostFindings);  // no installation repairs them
 }
 
 }  // namespace

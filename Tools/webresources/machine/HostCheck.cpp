@@ -3,48 +3,20 @@
 #include <sys/stat.h>
 
 #include "InstallerConstants.h"
+#include "machine/Access.h"
 #include "prediction/FileTree.h"
 #include "prediction/TreeComparison.h"
 #include "report/Rules.h"
 #include "support/Error.h"
-#include "support/Files.h"
-#include "support/Text.h"
 
 namespace webresources {
 
-namespace {
-
-/// How many directories at the end of the install root's path are the product's.
-constexpr int kOwnDirectories = 4;
-
-bool IsClosed(const std::string& path) {
-  constexpr mode_t kEnter = S_IROTH | S_IXOTH;
-  struct stat status = {};
-  return stat(path.c_str(), &status) == 0 &&
-         ((status.st_mode & kEnter) != kEnter || (status.st_mode & S_IWOTH) != 0);
-}
-
-}  // namespace
-
-std::vector<std::string> ClosedDirectories(const Installation& installation) {
-  std::vector<std::string> closed;
-  std::string path = ParentOf(installation.installRoot);
-  for (int i = 0; i < kOwnDirectories; ++i, path = ParentOf(path)) {
-    if (IsClosed(path)) {
-      closed.insert(closed.begin(), path);
-    }
-  }
-  return closed;
-}
-
-void RepairWhatARunKeeps(const Installation& installation) {
+void RepairWhatARunKeeps(const Installation& installation, bool ignoresModes) {
   if (IsRandomUnusable(installation.record)) {
     RemoveUnusableRandom(installation.hostRoot);
   }
-  for (const std::string& path : ClosedDirectories(installation)) {
-    if (chmod(path.c_str(), kDirectoryMode) != 0) {
-      throw Error::FromErrno("open to other users", path);
-    }
+  if (!ignoresModes) {
+    RepairAccess(installation.hostRoot);
   }
 }
 
@@ -71,9 +43,18 @@ const Rule& RuleOf(Kind kind) {
   }
 }
 
-/// The user who owns the host: whoever owns its topmost directory.
-unsigned int OwnerOf(const std::string& hostRoot) {
-  return StatusOf(hostRoot + "/").st_uid;
+/// Returns `tree` without differences that give nobody access: a directory inherits the
+/// set-group-ID bit from the directory above, and root may own a file in the place of `owner`.
+FileTree Normalized(FileTree tree, unsigned int owner) {
+  for (FileItem& item : tree) {
+    if (item.type == FileItem::Type::Directory) {
+      *item.mode &= ~static_cast<unsigned int>(S_ISGID);
+    }
+    if (IsTrustedOwner(*item.owner, owner)) {
+      item.owner = owner;
+    }
+  }
+  return tree;
 }
 
 class InstallationFinder {
@@ -89,6 +70,9 @@ class InstallationFinder {
       AddFinding(kNotInstalled, installation_.installRoot, "neither directory nor record is there");
     } else {
       FindInDirectory();
+      if (!expected_.ignoresModes) {
+        Append(findings_, FindInProductAccess(installation_.hostRoot));
+      }
       FindInTree();
       FindLeftovers();
       Append(findings_, FindInRecord(installation_.record, expected_.updateId));
@@ -114,23 +98,31 @@ class InstallationFinder {
   }
 
   void FindInTree() {
-    if (!expected_.ignoresModes) {
-      for (const std::string& path : ClosedDirectories(installation_)) {
-        AddFinding(kModeDiffers, path, "other users cannot enter it, or can write to it");
-      }
-    }
     if (expected_.tree == nullptr || installation_.directory.empty()) {
       return;
     }
     FileTree tree = *expected_.tree;
+    const unsigned int owner = OwnerOf(installation_.hostRoot);
     for (FileItem& item : tree) {
-      item.owner = OwnerOf(installation_.hostRoot);
+      item.owner = owner;
     }
-    const FileTree actual = ReadTree(installation_.installRoot + installation_.directory);
+    const std::string directory = installation_.installRoot + installation_.directory;
+    const FileTree actual = Normalized(ReadTree(directory), owner);
     for (const Difference& difference : Topmost(Compare(tree, actual))) {
       if (difference.kind < Kind::Mode || !expected_.ignoresModes) {
         AddFinding(RuleOf(difference.kind), installation_.directory + "/" + difference.path,
                    difference.reason);
+      }
+    }
+    if (!expected_.ignoresModes) {
+      FindInLists(directory, actual);
+    }
+  }
+
+  void FindInLists(const std::string& directory, const FileTree& tree) {
+    for (const FileItem& item : tree) {
+      if (LetsOthersWrite(directory + "/" + item.path)) {
+        AddFinding(kModeDiffers, installation_.directory + "/" + item.path, kListReason);
       }
     }
   }
@@ -172,6 +164,9 @@ SelfCheck CheckInstallation(const std::string& hostRoot, bool ignoresModes) {
       check.installation,
       {check.receipt ? &check.receipt->tree : nullptr, std::nullopt, ignoresModes});
   Append(check.findings, ofReceipt);
+  if (!ignoresModes) {
+    Append(check.findings, FindInHostAccess(hostRoot));
+  }
   return check;
 }
 

@@ -14,14 +14,10 @@ namespace webresources {
 
 /// What is wrong on a machine that a run leaves as it finds it, and how `install` repairs it.
 
-/// The directories above the installed one, the outermost first, that other users cannot enter or
-/// can write to. A run makes no directory that is there already.
-std::vector<std::string> ClosedDirectories(const Installation& installation);
-
-/// Repairs both on that host: removes the identifier, so that the run draws a new one, and gives
-/// the directories the modes that a run gives. Only for the holder of the lock. Throws Error if
-/// that fails.
-void RepairWhatARunKeeps(const Installation& installation);
+/// Repairs the defects that the installer keeps: removes an unusable random identifier, so that the
+/// run draws a new one, and calls RepairAccess() unless `ignoresModes`. Requires: the caller holds
+/// the lock. Throws Error if a repair fails.
+void RepairWhatARunKeeps(const Installation& installation, bool ignoresModes);
 
 /// What should be installed. What is not stated is not compared.
 struct Expectation {
@@ -30,16 +26,16 @@ struct Expectation {
   bool ignoresModes = false;       ///< Modes and owners are not compared.
 };
 
-/// All that is not as it should be on a host: the installed tree, what lies beside it, the
-/// directories above it and the record. Reads each installed file once if a tree is expected.
-/// Throws Error if something cannot be read.
+/// All that is not as it should be on a host and that an installation repairs: the installed tree,
+/// what lies beside it, the access to the product's places, and the record. Reads each installed
+/// file once if a tree is expected. Throws Error if something cannot be read.
 Findings FindInInstallation(const Installation& installation, const Expectation& expected);
 
 /// What can be said of an installation without a bundle.
 struct SelfCheck {
   Installation installation;       ///< As it is recorded, whatever the findings say of it.
   std::optional<Receipt> receipt;  ///< None if there is none that is of the recorded update.
-  Findings findings;               ///< Of tree, record, modes and owners, then of the receipt.
+  Findings findings;  ///< Of tree, access and record, then of the receipt and the host.
 };
 
 /// Compares the installation of the host whose file system lies at `hostRoot` with its receipt; if

@@ -1,5 +1,6 @@
 #include "machine/InstallPlan.h"
 
+#include "machine/Access.h"
 #include "machine/HostCheck.h"
 #include "prediction/BundleInspection.h"
 #include "report/Rules.h"
@@ -47,6 +48,9 @@ MachineState CompareWithBundle(const std::string& hostRoot, const ExpectedBundle
   if (belongs && state.findings.empty() && receipt->packageSha256 != bundle.packageSha256) {
     Add(state.receiptFindings, kReceiptDiffers, ReceiptPath(hostRoot),
         "it is of another package than the one that is installed");
+  }
+  if (!ignoresModes) {
+    state.hostFindings = FindInHostAccess(hostRoot);
   }
   return state;
 }
@@ -111,6 +115,7 @@ InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle) {
   }
   MachineState state = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
   plan.installation = std::move(state.installation);
+  plan.hostFindings = std::move(state.hostFindings);
   plan.needsReceipt = !state.hasReceipt || !state.receiptFindings.empty();
   plan.freshDirectory = OSUtils::GetUniqueDirectoryName(plan.installation.installRoot);
   plan.bytesNeeded = BytesNeeded(bundle.tree);

@@ -41,6 +41,7 @@ struct MachineState {
   bool hasReceipt = false;
   Findings findings;         ///< What a run of the bundle would change.
   Findings receiptFindings;  ///< What is wrong with the receipt alone.
+  Findings hostFindings;     ///< Of FindInHostAccess(): no run changes them.
 };
 
 /// Compares the host whose file system lies at `hostRoot` with `bundle`. Throws Error if something
@@ -71,6 +72,7 @@ struct InstallPlan {
   Outcome outcome = Outcome::Refuse;
   Findings findings;
   Installation installation;      ///< As it is now.
+  Findings hostFindings;          ///< As in MachineState: no reason to refuse or to run.
   bool needsReceipt = false;      ///< The receipt is missing, or not of what is installed.
   std::string freshDirectory;     ///< The bare name of the directory that is filled.
   std::uint64_t bytesNeeded = 0;  ///< Beside what is installed.

@@ -128,6 +128,8 @@ inline constexpr Rule kModeDiffers{"mode-differs", Severity::Error,
                                    "run webresources install, or use --ignore-modes"};
 inline constexpr Rule kOwnerDiffers{"owner-differs", Severity::Error,
                                     "run webresources install, or use --ignore-modes"};
+inline constexpr Rule kDirectoryAccess{"directory-access", Severity::Error,
+                                       "run the command in the reason, or use --ignore-modes"};
 inline constexpr Rule kReceiptDiffers{"receipt-differs", Severity::Error,
                                       "run webresources install: another run came after it"};
 inline constexpr Rule kReceiptDamaged{"receipt-damaged", Severity::Error,
