@@ -51,9 +51,9 @@ class CMakePackageTestCase(unittest.TestCase):
         self.build_directory = self.directory / "build"
         self.bundle = self.build_directory / "site.app"
 
-    def configure(self, source):
+    def configure(self, source, *options, prefix=PREFIX):
         return run("cmake", "-S", source, "-B", self.build_directory, "-G", self.generator,
-                   f"-DCMAKE_PREFIX_PATH={PREFIX}")
+                   f"-DCMAKE_PREFIX_PATH={prefix}", *options)
 
     def write_product(self, arguments="UPDATE_ID 7"):
         (self.directory / "CMakeLists.txt").write_text(PRODUCT.format(arguments))
@@ -61,6 +61,11 @@ class CMakePackageTestCase(unittest.TestCase):
     def configure_product(self, arguments="UPDATE_ID 7"):
         self.write_product(arguments)
         return self.configure(self.directory)
+
+    def copy_of_the_prefix(self):
+        prefix = self.directory / "prefix"
+        shutil.copytree(PREFIX, prefix, symlinks=True)
+        return prefix
 
     def build(self, status=0):
         found, output = run("cmake", "--build", self.build_directory)
@@ -168,8 +173,134 @@ class Ninja(CMakePackageTestCase):
         self.assertEqual(self.packed()["made.html"], b"later draft")
 
 
+    def test_made_again_when_the_installer_or_the_command_changes(self):
+        prefix = self.copy_of_the_prefix()
+        self.write_product()
+        self.configure(self.directory, prefix=prefix)
+        self.build()
+        for name in ("bin/webresources", f"{BUNDLE.name}/{EXECUTABLE}",
+                     f"{BUNDLE.name}/Contents/Info.plist"):
+            path = prefix / name
+            self.change(name, lambda path=path: path.write_bytes(path.read_bytes() + b" "))
+
+    def test_nothing_of_the_old_bundle_stays(self):
+        prefix = self.copy_of_the_prefix()
+        extra = prefix / BUNDLE.name / "Contents/extra.txt"
+        extra.touch()
+        self.write_product()
+        self.configure(self.directory, prefix=prefix)
+        self.build()
+        self.assertTrue((self.bundle / "Contents/extra.txt").exists())
+        extra.unlink()
+        self.change("content", lambda: (self.content / "index.html").write_text("<p>other"))
+        self.assertFalse((self.bundle / "Contents/extra.txt").exists())
+
+    def test_clean_removes_everything_that_was_made(self):
+        self.configure_product()
+        before = self.files()
+        self.build()
+        self.assertNotEqual(self.files(), before)
+        run("cmake", "--build", self.build_directory, "--target", "clean")
+        self.assertEqual(self.files() - before, set())
+        self.build()
+        self.assertEqual(self.update(), 7)
+
+    def files(self):
+        return {path for path in self.build_directory.rglob("*")
+                if not path.name.startswith(".ninja") and "CMakeFiles" not in path.parts}
+
+
 class Makefiles(Ninja):
     generator = "Unix Makefiles"
+
+
+class Arguments(CMakePackageTestCase):
+    def names_packed_with(self, arguments):
+        self.configure_product(f"UPDATE_ID 7 {arguments}")
+        self.build()
+        return sorted(self.packed())
+
+    def test_every_excluded_pattern_counts(self):
+        for name in ("a b", "a", "b", "c"):
+            (self.content / name).touch()
+        everything = ["a", "a b", "b", "c", "index.html", "style/", "style/site.css"]
+        for arguments, excluded in (('"a b"', {"a b"}), ('a c', {"a", "c"}), ('"a;c"', {"a", "c"}),
+                                    ('"a b;c" b', {"a b", "b", "c"})):
+            with self.subTest(arguments):
+                self.assertEqual(self.names_packed_with(f"EXCLUDE {arguments}"),
+                                 [name for name in everything if name not in excluded])
+
+    def test_options_are_those_of_pack(self):
+        (self.content / "link.html").symlink_to("index.html")
+        (self.content / "notes~").touch()
+        names = self.names_packed_with("FOLLOW KEEP *~ CLEAR REGENERATE")
+        self.assertEqual(names, ["index.html", "link.html", "notes~", "style/", "style/site.css"])
+        metadata = json.loads((self.bundle / "Contents/Resources/metadata.txt").read_text())
+        self.assertEqual(metadata, {"clear": True, "updateid": 7, "regenerate": True})
+
+    def test_relative_output_is_in_the_current_binary_directory(self):
+        (self.directory / "CMakeLists.txt").write_text(
+            "cmake_minimum_required(VERSION 3.21)\nproject(Top LANGUAGES NONE)\n"
+            "add_subdirectory(product)\n")
+        product = self.directory / "product"
+        product.mkdir()
+        self.content.rename(product / "content")
+        (product / "CMakeLists.txt").write_text(
+            PRODUCT.format("UPDATE_ID 7 OUTPUT deep/Named.app"))
+        self.assertEqual(self.configure(self.directory)[0], 0)
+        self.build()
+        self.bundle = self.build_directory / "product/deep/Named.app"
+        self.assertEqual(self.update(), 7)
+
+    def test_warning_stops_a_strict_build_only(self):
+        shutil.rmtree(self.content)
+        self.content.mkdir()
+        self.configure_product("UPDATE_ID 7")
+        self.build()
+        self.assertEqual(self.packed(), {})
+        self.configure_product("UPDATE_ID 7 STRICT")
+        output = self.build(status=1)
+        self.assertIn("package-empty", output)
+        self.assertIn("nothing was written", output)
+
+
+class Tools(CMakePackageTestCase):
+    """The command, and a package without one."""
+
+    def setUp(self):
+        super().setUp()
+        self.write_product()
+        self.prefix = self.copy_of_the_prefix()
+        self.command = self.prefix / "bin/webresources"
+        self.source = self.directory / "CMakeLists.txt"
+
+    def test_build_for_another_processor_uses_the_command_of_this_machine(self):
+        program = bytearray(self.command.read_bytes())
+        program[18:20] = b"\xf0\xf0"  # the processor in an ELF header: none that exists
+        self.command.write_bytes(program)
+        toolchain = self.directory / "toolchain.cmake"
+        toolchain.write_text(
+            "set(CMAKE_SYSTEM_NAME Linux)\nset(CMAKE_SYSTEM_PROCESSOR other)\n"
+            f"set(CMAKE_FIND_ROOT_PATH {self.prefix})\n"
+            "set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)\n"
+            f"set(WebResourceInstaller_COMMAND {os.environ['WEBRESOURCES']})\n")
+        status, output = run("cmake", "-S", self.directory, "-B", self.build_directory, "-G",
+                             self.generator, f"-DCMAKE_TOOLCHAIN_FILE={toolchain}")
+        self.assertEqual(status, 0, output)
+        self.build()
+        self.assertEqual(self.update(), 7)
+        self.assertEqual((self.bundle / EXECUTABLE).read_bytes(),
+                         (self.prefix / BUNDLE.name / EXECUTABLE).read_bytes())
+
+    def test_package_without_the_command_says_why_the_component_is_not_found(self):
+        self.command.unlink()
+        self.source.write_text(PRODUCT.split("web_resource_bundle")[0])
+        self.assertEqual(self.configure(self.directory, prefix=self.prefix)[0], 0)
+        self.source.write_text(self.source.read_text().replace(
+            "REQUIRED", "REQUIRED COMPONENTS tools"))
+        status, output = self.configure(self.directory, prefix=self.prefix)
+        self.assertNotEqual(status, 0)
+        self.assertRegex(re.sub(r"\s+", " ", output), "component tools: .*BUILD_TOOLS=ON")
 
 
 class Failures(CMakePackageTestCase):
@@ -181,6 +312,9 @@ class Failures(CMakePackageTestCase):
         (self.content / "needed.html").touch()
         self.build()
         self.assertIn("needed.html", self.packed())
+        (self.content / "needed.html").unlink()
+        self.build(status=1)
+        self.assertIn("needed.html", self.packed())  # the old bundle stays
 
     def test_wrong_arguments_fail_the_configuration(self):
         for arguments, told in (("", "UPDATE_ID"), ("UPDATE_ID", "UPDATE_ID"),

@@ -96,6 +96,7 @@ void AddPack(CLI::App& app, CommandLine& line) {
       ->allow_extra_args(false);
   command->add_flag("--create", options.createsOutput,
                     "Write to any directory, make it if missing");
+  command->add_flag("--allow-warnings", options.allowsWarnings, "Refuse after errors only");
 }
 
 /// Adds the limit that keeps a hostile package from being read for hours.

@@ -129,10 +129,12 @@ Report Pack(const PackOptions& options) {
     report.findings.push_back(finding);
   }
   report.SetStatus();
-  if (report.status != kAsItShouldBe) {
-    report.summary.push_back("nothing is written");
+  const Findings& stopping = options.allowsWarnings ? ErrorsOf(report.findings) : report.findings;
+  if (!stopping.empty()) {
+    report.refusal = "nothing was written";
     return report;
   }
+  report.status = kAsItShouldBe;
   AtomicFile package(resources.package);
   const Totals totals = WritePackage(tree, package.temporary());
   AtomicFile::CommitBoth(package, metadata);

@@ -10,19 +10,20 @@
 namespace webresources {
 
 struct PackOptions {
-  std::string directory;       ///< What to pack.
-  std::string output;          ///< A bundle, or its Resources directory.
-  bool createsOutput = false;  ///< Accept any directory as `output`, and make it if it is missing.
-  std::int32_t updateId = 0;   ///< The update number to record.
-  bool clear = false;          ///< Let the run wipe foreign keys from the record first.
-  bool regenerate = false;     ///< Let the run draw a new random identifier.
-  Selection selection;         ///< What of the directory is packed.
+  std::string directory;        ///< What to pack.
+  std::string output;           ///< A bundle, or its Resources directory.
+  bool createsOutput = false;   ///< Accept any directory as `output`, and make it if it is missing.
+  std::int32_t updateId = 0;    ///< The update number to record.
+  bool clear = false;           ///< Let the run wipe foreign keys from the record first.
+  bool regenerate = false;      ///< Let the run draw a new random identifier.
+  bool allowsWarnings = false;  ///< Write both files after warnings; only errors refuse.
+  Selection selection;          ///< What of the directory is packed.
 };
 
 /// Packs a directory and writes package and metadata, both or neither. Writes nothing if the report
-/// has findings: the installer would not install the package as it should be. Throws Error if
-/// something cannot be read or written, and after SIGHUP, SIGINT and SIGTERM; then, too, nothing is
-/// left behind.
+/// has findings that refuse: the installer would not install the package as it should be. Throws
+/// Error if something cannot be read or written, and after SIGHUP, SIGINT and SIGTERM; then, too,
+/// nothing is left behind.
 Report Pack(const PackOptions& options);
 
 /// The update numbers that the full version holds whole: it has room for nine characters. -1 is

@@ -171,6 +171,9 @@ void Print(const Report& report, Form form) {
     PrintLines(report.listing, form == Form::Whole ? report.listing.size() : kScreen);
     PrintFindings(report.findings, form);
     PrintLines(report.summary, report.summary.size());
+    if (!report.refusal.empty()) {
+      PrintLines({report.refusal}, 1);
+    }
   }
   if (!std::cout.flush()) {
     throw Error::FromErrno("write", "the standard output");
