@@ -5,6 +5,7 @@ The tools that they would build and test with are fakes in a directory at the fr
 
 import os
 import pathlib
+import re
 import shutil
 import signal
 import subprocess
@@ -293,6 +294,43 @@ class Progress(CommandTestCase):
         self.assertEqual(result.returncode, 8)
         self.assertIn("Test #2: b ...***Failed\nthe summary\n", result.stdout)
         self.assertNotIn("Passed", result.stdout)
+
+
+class Record(CommandTestCase):
+    """RECORD=1 writes the lines of a command into the file of figures."""
+
+    BEFORE = """# Figures
+| Command | Result | Date | Commit |
+|---|---|---|---|
+| `campaign large` | kept | 2026-01-01 | |
+| `test release` | replaced | 2026-01-01 | |
+"""
+
+    def test_rows_of_the_command_are_replaced_and_others_stay(self):
+        shutil.copytree(SOURCE / "script", self.directory / "script")
+        support = self.directory / "Tests/Support"
+        support.mkdir(parents=True)
+        shutil.copy(SOURCE / "Tests/Support/in-memory", support)
+        figures = self.directory / "Documentation/testing-figures.md"
+        figures.parent.mkdir()
+        self.fake("dpkg-query", ALL_INSTALLED)
+        self.fake("git", "echo abc1234+")
+        self.fake("ctest", "echo 'a | b'; echo '  window: 3'")
+        for status, expected in ((1, ""), (0, """\
+| `test release` | a \\| b | DATE | abc1234+ |
+| `test release` | window: 3 | DATE | abc1234+ |
+| `test release` | All tests passed: release | DATE | abc1234+ |
+""")):
+            figures.write_text(self.BEFORE)
+            self.fake("cmake", f"exit {status}")
+            result = subprocess.run(
+                [self.directory / "script/test", "release"], stdin=subprocess.DEVNULL,
+                stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False,
+                env={**self.environment(), "RECORD": "1"}, timeout=DEADLINE)
+            self.assertEqual(result.returncode, status, result.stdout)
+            lines = self.BEFORE.splitlines(keepends=True)
+            self.assertEqual(re.sub(r"\d{4}-\d\d-\d\d \| abc", "DATE | abc", figures.read_text()),
+                             "".join(lines[:-1]) + expected if expected else self.BEFORE)
 
 
 if __name__ == "__main__":

@@ -61,6 +61,7 @@ leftovers=() # directories to remove at the end
 # Whatever ends the command ends all that it has started and removes the directory.
 begin() { # ARGUMENT...
   handle_help "$@"
+  [ -z "${RECORD:-}" ] || record "$@"
   trap finish EXIT
   trap 'exit 129' HUP
   trap 'exit 130' INT
@@ -142,6 +143,26 @@ show_progress() { # WHAT LOG
       printf '   %s: %s\n' "$1" "${count:-started}"
     fi
   done
+}
+
+# Runs this command again, and exits. If the command succeeds, writes each line of its output as a row
+# of Documentation/testing-figures.md, in the place of the rows that the file has of this command.
+record() { # ARGUMENT...
+  local command="${0##*/} $*" file=Documentation/testing-figures.md output commit when
+  output=$(RECORD='' "script/${0##*/}" "$@" | tee >(cat >&2))
+  commit=$(git describe --always --dirty=+)
+  when=$(date -u +%F)
+  {
+    sed '/^|---/q' "$file"
+    {
+      sed '1,/^|---/d' "$file" | awk -F' [|] ' -v of="| \`$command\`" '$1 != of'
+      # Without the lines that only tell how far a command is.
+      sed -e '/^   /d' -e '/^==/d' -e '/^$/d' -e 's/^ *//' -e 's/|/\\|/g' \
+        -e "s~.*~| \`$command\` | & | $when | $commit |~" <<<"$output"
+    } | LC_ALL=C sort -s -t'|' -k2,2
+  } >"$file.new"
+  mv "$file.new" "$file"
+  exit
 }
 
 # Building and testing -----------------------------------------------------------------------------
