@@ -2,6 +2,7 @@
 
 import json
 import os
+import plistlib
 import re
 import shutil
 import subprocess
@@ -105,7 +106,7 @@ class Product(ShippingTestCase):
         unpacked = self.directory / "unpacked"
         run("dpkg-deb", "--extract", PACKAGE, unpacked)
         self.unpacked = unpacked
-        self.machine = self.new_root("sh", "rm", "rmdir", unpacked / "usr/bin/webresources",
+        self.machine = self.new_root("sh", "rm", "rmdir", "dpkg", unpacked / "usr/bin/webresources",
                                      f"{unpacked}{BUNDLE}/Contents/MacOS/WebResourceInstaller")
         self.add_status()
 
@@ -193,12 +194,22 @@ class Product(ShippingTestCase):
         self.dpkg("--install", package)
         self.assert_installed(self.machine, SAMPLE_SITE, 1)
 
-    def test_older_update_is_not_installed_over_a_newer_one(self):
+    def test_older_package_brings_its_content_back(self):
+        site = self.site()
+        (site / "index.html").write_text("<p>later")
         self.dpkg("--install", PACKAGE)
-        self.dpkg("--install", self.product(SAMPLE_SITE, 2))
+        self.dpkg("--install", self.product(site, 10))
+        self.dpkg("--install", self.product(SAMPLE_SITE, 9))
+        self.assertEqual(self.state("cloud-guide"), "ii 1.9")
+        self.assert_installed(self.machine, SAMPLE_SITE, 9)
+
+    def test_older_package_is_refused_where_it_does_not_replace_a_newer_one(self):
+        self.dpkg("--install", PACKAGE)
+        self.dpkg("--install", self.product(SAMPLE_SITE, 1))
+        record = self.machine / RECORD
+        record.write_bytes(plistlib.dumps({**self.record(self.machine), "iUpdateId": 9}))
         self.assertIn("newer-installed",
-                      self.dpkg("--install", self.product(SAMPLE_SITE, 1), status=1))
-        self.assert_installed(self.machine, SAMPLE_SITE, 2)
+                      self.dpkg("--install", self.product(SAMPLE_SITE, 2), status=1))
 
     def test_lintian_finds_nothing(self):
         self.assertEqual(lintian(self.product(SAMPLE_SITE, 1)), "")

@@ -238,6 +238,14 @@ class Ansible(AnsibleTestCase):
             "-e", "web_resources_allow_downgrade=true"])[0], {"newer_installed": "changed"})
         self.assert_installed(self.host("newer_installed").root, self.content, 2)
 
+    def test_controller_without_the_command_is_told(self):
+        self.new_host("fresh")
+        became, output = self.play(self.new, "fresh", status=2, options=[
+            "-e", "web_resources_controller_command=/nowhere/webresources"])
+        self.assertEqual(became, {"fresh": "failed"})
+        self.assertRegex(re.sub(r"\s+", " ", output),
+                         "controller cannot run /nowhere/webresources .* Install the package")
+
     def test_damaged_bundle_is_refused_before_any_host_is_touched(self):
         self.new_host("current", self.new)
         self.new_host("fresh")
