@@ -2,7 +2,7 @@
 """Writes the bill of materials of the built programs, as CycloneDX 1.5 JSON, and copies the
 licences of what they contain.
 
-    bill_of_materials.py VERSION BUILD-DIRECTORY OUTPUT.json LICENCES-DIRECTORY PROGRAM...
+    bill_of_materials.py VERSION COMPILER BUILD-DIRECTORY OUTPUT.json LICENCES-DIRECTORY PROGRAM...
 
 A component is a Debian source package. It is listed for each of three reasons: a program loads a
 shared library of it (read from the program), contains objects of a static library of it (read from
@@ -31,11 +31,10 @@ def output(*command, **options):
     return subprocess.run(command, check=True, text=True, stdout=subprocess.PIPE, **options).stdout
 
 
-def shared_libraries(program):
+def shared_libraries(compiler, program):
+    """The files; the compiler knows them for another processor, too, whose programs ldd cannot run."""
     needed = re.findall(r"\(NEEDED\).*\[(.*)\]", output("readelf", "-dW", program))
-    return {path for name, path in re.findall(r"^\s*(\S+)(?: =>)? (/\S+) ", output("ldd", program),
-                                              re.MULTILINE)
-            for path in [path or name] if pathlib.Path(path).name in needed}
+    return {output(compiler, f"-print-file-name={name}").strip() for name in needed}
 
 
 def static_libraries(program):
@@ -103,8 +102,9 @@ def component(source, version, package, linkages):
             "properties": [{"name": "linkage", "value": each} for each in sorted(linkages)]}
 
 
-def main(version, build, bill, licences, *programs):
-    evidence = {"shared library": set().union(*map(shared_libraries, programs)),
+def main(version, compiler, build, bill, licences, *programs):
+    evidence = {"shared library": set().union(
+                    *(shared_libraries(compiler, program) for program in programs)),
                 "static library": set().union(*map(static_libraries, programs)),
                 "headers": all_headers(pathlib.Path(build))}
     linkages, examples = {}, {}

@@ -296,6 +296,32 @@ class Progress(CommandTestCase):
         self.assertNotIn("Passed", result.stdout)
 
 
+class Release(CommandTestCase):
+    """What is not a clean checkout of the version's tag is refused before anything is made."""
+
+    def git(self, status="", tag="v1.0.0"):
+        self.fake("git", f"case $1 in status) printf '{status}' ;; tag) echo {tag} ;; *) echo 1 ;; esac")
+
+    def test_checkout_with_changes_or_without_the_tag_is_refused(self):
+        for state, told in (({"status": " M file"}, "has changes"),
+                            ({"tag": "v0.9.0"}, "no tag v1.0.0")):
+            self.git(**state)
+            result = self.run_command("release")
+            self.assertEqual((result.returncode, result.stdout), (65, ""))
+            self.assertIn(told, result.stderr)
+
+    def test_dry_run_prints_what_it_would_make_and_makes_nothing(self):
+        self.git(status=" M file")
+        for name in ("cmake", "apt-get", "dpkg", "rm", "sha256sum"):
+            self.fake(name, f"[ {name} = rm ] && exec /bin/rm \"$@\"; echo called >&2; exit 1")
+        result = self.run_command("release", "--dry-run")
+        self.assertEqual((result.returncode, result.stderr), (0, ""))
+        for expected in ("web-resource-installer-1.0.0.tar.gz", "-aamd64 ", "-aarm64 ",
+                         "web-resource-installer_1.0.0_arm64.deb", "_amd64.cdx.json", "SHA256SUMS",
+                         "diff -r"):
+            self.assertIn(expected, result.stdout)
+
+
 class Record(CommandTestCase):
     """RECORD=1 writes the lines of a command into the file of figures."""
 

@@ -327,7 +327,7 @@ class Failures(CMakePackageTestCase):
     def test_later_major_version_is_not_found(self):
         self.write_product()
         source = self.directory / "CMakeLists.txt"
-        source.write_text(source.read_text().replace("REQUIRED", "18 REQUIRED"))
+        source.write_text(source.read_text().replace("REQUIRED", "2 REQUIRED"))
         self.assertNotEqual(self.configure(self.directory)[0], 0)
 
 
