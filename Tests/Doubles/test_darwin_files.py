@@ -5,13 +5,15 @@ import errno
 import os
 import pathlib
 import re
+import shutil
 import subprocess
 import sys
 import tempfile
 import unittest
 
 END_TO_END = pathlib.Path(__file__).resolve().parents[1] / "EndToEnd"
-DARWIN_FILES = os.environ["DARWIN_FILES"]
+PLACE = tempfile.TemporaryDirectory()
+DARWIN_FILES = os.path.join(PLACE.name, "darwin_files.so")
 
 SKIPPED = {
     "SourceTest": {
@@ -40,6 +42,18 @@ SKIPPED = {
 }
 
 
+def setUpModule():
+    """Copies the double to a place that every user can read: a build can be in a closed directory,
+    and ld.so complains to the standard error about a library that it cannot read."""
+    os.chmod(PLACE.name, 0o755)
+    shutil.copy(os.environ["DARWIN_FILES"], DARWIN_FILES)
+    os.chmod(DARWIN_FILES, 0o755)
+
+
+def tearDownModule():
+    PLACE.cleanup()
+
+
 def on_darwin_files(*command, **options):
     """Runs a command there, and returns the completed process."""
     return subprocess.run(command, env={**os.environ, "LD_PRELOAD": DARWIN_FILES}, text=True,
@@ -60,6 +74,10 @@ class FileSystem(unittest.TestCase):
         program = ("import os, pathlib, shutil\n"
                    f"try:\n  {statement}\nexcept OSError as error:\n  print(error.errno)")
         return on_darwin_files(sys.executable, "-c", program, cwd=self.directory).stdout.strip()
+
+    def test_ordinary_user_is_on_it_wherever_the_build_is(self):
+        for place in (pathlib.Path(DARWIN_FILES), *pathlib.Path(DARWIN_FILES).parents):
+            self.assertTrue(place.stat().st_mode & 0o001, place)
 
     def test_path_of_1024_bytes_is_too_long(self):
         for call in ("open({})", "os.stat({})", "os.unlink({})", "os.rename({}, 'y')"):
