@@ -548,7 +548,8 @@ class UsageTest(Case):
                     '--follow Pack what symbolic links lead to '
                     '--keep Pack what matches GLOB, junk or not '
                     '--require Refuse if there is no such file '
-                    '--create Write to any directory, make it if missing',
+                    '--create Write to any directory, make it if missing '
+                    '--allow-warnings Refuse after errors only',
             'check': f'BUNDLE_OR_RESOURCES A bundle, or its Resources directory {output} '
                      f'--prove Also extract into a scratch directory, compare {size}',
             'diff': f'BEFORE A bundle AFTER The bundle that replaces it {output} {size}',
