@@ -37,4 +37,8 @@ std::string RecordLocation(const std::string& hostRoot);
 /// whether the record was written.
 bool RemoveRandom(const std::string& hostRoot);
 
+/// Removes the four values of that host's record. Values of other programs stay; on Linux, a file
+/// without any is removed. Returns false if that fails; errno then tells the reason.
+bool RemoveRecord(const std::string& hostRoot);
+
 #endif  // INCLUDE_INSTALLRECORD_H_

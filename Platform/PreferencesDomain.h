@@ -52,6 +52,11 @@ class PreferencesDomain {
   /// write the domain.
   bool Flush();
 
+  /// Removes `keys` from the disk, and the domain's file if no other key is in it; a back end that
+  /// cannot remove the file keeps it. Makes no file and no directory, and does not touch a file
+  /// that is no domain. Returns whether that succeeded; if not, errno tells the reason.
+  bool Erase(const std::vector<std::string>& keys);
+
   /// The value of a key at the moment of Read().
   struct Value {
     bool isPresent = false;           ///< Whether there is a value, of whatever type.

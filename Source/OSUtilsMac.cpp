@@ -301,3 +301,8 @@ bool RemoveRandom(const std::string& hostRoot) {
   record.Remove(kRandomKey);
   return record.Flush();
 }
+
+bool RemoveRecord(const std::string& hostRoot) {
+  return PreferencesDomain(PLIST_SECTION_KEY, hostRoot)
+      .Erase({kInstallPathKey, kUpdateIdKey, kFullVersionKey, kRandomKey});
+}

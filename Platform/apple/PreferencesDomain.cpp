@@ -170,3 +170,12 @@ std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
   }
   return values;
 }
+
+// The system's daemon owns the file, and keeps it.
+bool PreferencesDomain::Erase(const std::vector<std::string>& keys) {
+  for (const std::string& key : keys) {
+    Remove(key);
+  }
+  errno = EACCES;  // CoreFoundation tells no reason; a missing right is the usual one
+  return Flush();
+}

@@ -118,3 +118,10 @@ std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
   }
   return values;
 }
+
+bool PreferencesDomain::Erase(const std::vector<std::string>& keys) {
+  for (const std::string& key : keys) {
+    Pending(name_).erase(key);
+  }
+  return RemoveFromPropertyList(name_, keys);
+}

@@ -185,3 +185,33 @@ bool ChangePropertyList(const std::string& path, const PropertyList::Changes& ch
   return changedBytes.size() <= PropertyList::kLargest &&
          (!isCorrupt || MoveAside(*directory, name)) && Replace(*directory, name, changedBytes);
 }
+
+bool RemoveFromPropertyList(const std::string& path, const std::vector<std::string>& keys) {
+  const std::size_t slash = path.rfind('/');
+  const std::string name = path.substr(slash + 1);
+  const Descriptor directory(
+      open(path.substr(0, slash).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) {
+    return errno == ENOENT;
+  }
+  RemoveLeftovers(*directory, name);
+  const auto bytes = Load(*directory, name);
+  if (!bytes) {
+    return false;
+  }
+  auto list = PropertyList::Parse(*bytes);
+  PropertyList::Changes changes;
+  for (const std::string& key : keys) {
+    if (list && list->Values().count(key) != 0) {
+      changes[key] = std::nullopt;
+    }
+  }
+  if (changes.empty()) {
+    return true;
+  }
+  list->Apply(changes);
+  if (!list->Values().empty()) {
+    return Replace(*directory, name, list->Print());
+  }
+  return unlinkat(*directory, name.c_str(), 0) == 0 && Synchronize(*directory);
+}

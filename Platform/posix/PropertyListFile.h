@@ -3,6 +3,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "PropertyList.h"
 
@@ -23,5 +24,10 @@ std::optional<PropertyList> ReadPropertyList(const std::string& path);
 /// Returns false if the file cannot be read, moved aside or replaced, or if the new one would
 /// exceed PropertyList::kLargest. The file then is as it was, unless only the last fsync failed.
 bool ChangePropertyList(const std::string& path, const PropertyList::Changes& changes);
+
+/// Reads the file and replaces it by one without `keys`, or removes the file if it has no other
+/// key. Nothing is changed if the file has none of `keys`, is absent or is no property list.
+/// Returns false if the file cannot be read, replaced or removed; errno then tells the reason.
+bool RemoveFromPropertyList(const std::string& path, const std::vector<std::string>& keys);
 
 #endif  // PLATFORM_POSIX_PROPERTYLISTFILE_H_

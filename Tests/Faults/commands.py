@@ -1,5 +1,5 @@
-"""The fault campaigns on the companion: each run of `webresources install`, `check --prove` and
-`verify` is disturbed at one of its system calls, judged, and followed by an undisturbed run that
+"""The fault campaigns on the companion: each run of `webresources install`, `uninstall`,
+`check --prove` and `verify` is disturbed at one of its system calls, judged, and followed by an undisturbed run that
 must end as if nothing had happened.
 
     commands.py [--sample N] [--jobs N] [CAMPAIGN...]
@@ -115,6 +115,37 @@ class Install(Command):
                    self.files_beside(), self.scratch())
 
 
+class Uninstall(Command):
+    """It removes the installation, and nothing else."""
+
+    def __init__(self, scenario):
+        super().__init__(scenario, "uninstall", "--wait", "1")
+        self.command = self.command[:-1]  # it takes no bundle
+        self.begin()
+        self.surroundings = self.outside()
+        self.others = self.keys_of_others()
+        result = self.run()
+        self.check(result.status == 0 and self.is_gone(), "undisturbed", result)
+
+    def keys_of_others(self):
+        values = read_record(self.stage.record_bytes()) or {}
+        return {key: value for key, value in values.items() if key not in scenarios.OLD}
+
+    def is_gone(self):
+        values = read_record(self.stage.record_bytes())
+        return (values == (self.others or None)
+                and not inside(self.stage.root, "/Library/Application Support/Veltrane").exists())
+
+    def after_fault(self, result, killed, *fault):
+        self.check(killed or result.status != 0 or self.is_gone(), *fault, "claims success")
+        self.check(self.outside() == self.surroundings, *fault, "touches its surroundings")
+        self.check(self.keys_of_others() == self.others, *fault, "touches keys of others")
+
+    def run_again(self, *fault):
+        result = self.run()
+        self.check(result.status == 0 and self.is_gone(), *fault, "then", result)
+
+
 class Reading(Command):
     """It changes nothing, except that it may use a scratch directory."""
 
@@ -161,6 +192,8 @@ class Installed(Reading):
 SUBJECTS = [
     *((Install, scenario, ()) for scenario in scenarios.chosen(
         "fresh: small", "installed: deep, clear", "unfinished: large, regenerate")),
+    *((Uninstall, scenario, ())
+      for scenario in scenarios.chosen("installed: small", "unfinished: large, regenerate")),
     *((Reading, scenario, ("check", "--prove"))
       for scenario in scenarios.chosen("fresh: small", "fresh: large, regenerate")),
     *((Reading, scenario, ("verify",)) for scenario in scenarios.chosen("leftovers: deep, clear")),

@@ -319,6 +319,20 @@ TEST_F(PreferencesDomainTest, StringsMayChangeOnceTheyAreHandedOver) {
   ASSERT_TRUE(other.Flush());
 }
 
+TEST_F(PreferencesDomainTest, ErasedKeysAreGoneFromTheDiskAndOthersStay) {
+  PreferencesDomain domain(kIdentifier);
+  EXPECT_TRUE(domain.Erase({"goes"}));  // without a file
+  domain.SetNumber("goes", 1);
+  domain.SetText("stays", "text");
+  EXPECT_TRUE(domain.Flush());
+  domain.SetNumber("goes", 2);  // not flushed: it goes, too
+  EXPECT_TRUE(domain.Erase({"goes", "absent"}));
+  EXPECT_EQ(Stored(), "stays='text';");
+  EXPECT_FALSE(domain.Has("goes"));
+  EXPECT_TRUE(domain.Erase({"stays"}));
+  EXPECT_EQ(Stored(), "");
+}
+
 TEST_F(PreferencesDomainTest, DomainsAreSeparate) {
   PreferencesDomain other("com.example.OtherTest.plist");
   domain_.SetNumber("key", 1);

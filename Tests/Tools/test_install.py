@@ -4,6 +4,7 @@ The machine is a private root that holds the command and a bundle. Each test cha
 
 import collections
 import errno
+import fcntl
 import json
 import os
 import pathlib
@@ -11,6 +12,7 @@ import plistlib
 import pty
 import shutil
 import signal
+import socket
 import struct
 import subprocess
 import tempfile
@@ -699,6 +701,149 @@ class Together(Case):
 
 def random_of(machine):
     return machine.record()["irandom"]
+
+
+VENDOR = "/Library/Application Support/Veltrane"
+
+
+class Uninstall(Case):
+    def uninstall(self, *arguments, status=0):
+        told = self.machine.tell("uninstall", *arguments)
+        self.assertEqual(told.status, status, told)
+        return told.document
+
+    def assert_gone(self):
+        self.assertFalse(self.machine.path(VENDOR).exists())
+        self.assertFalse(self.machine.path(RECORD).exists())
+
+    def test_everything_goes_and_a_second_time_nothing_is_made(self):
+        self.machine.install()
+        leftover = self.machine.path(f"{BESIDE}/.WebResources.bundle/deep")
+        leftover.mkdir(parents=True)
+        document = self.uninstall()
+        self.assertEqual((document["outcome"], document["record"]["updateId"]), ("uninstalled", 7))
+        self.assertEqual([item["path"] for item in document["removed"]],
+                         [RECEIPT, INSTALL_ROOT, os.path.dirname(leftover.as_posix())
+                          .replace(str(self.machine.root), "")])
+        self.assert_gone()
+        document = self.uninstall()
+        self.assertEqual((document["outcome"], document["removed"]), ("not-installed", []))
+        self.assert_gone()
+        self.assertEqual(self.machine.install().status, 0)
+        self.assert_installed()
+
+    def test_fresh_machine_gets_no_lock_and_no_directory(self):
+        self.assertEqual(self.uninstall()["outcome"], "not-installed")
+        self.assertFalse(self.machine.path("/Library").exists())
+
+    def test_dry_run_tells_and_changes_nothing(self):
+        self.machine.install()
+        before = self.machine.everything()
+        document = self.uninstall("--dry-run")
+        self.assertEqual((document["outcome"], document["dryRun"]), ("uninstall", True))
+        self.assertEqual([item["path"] for item in document["removed"]], [RECEIPT, INSTALL_ROOT])
+        self.assertEqual(self.machine.everything(), before)
+
+    def test_keys_and_files_of_other_programs_stay(self):
+        self.machine.install()
+        self.machine.change_record(another="kept")
+        corrupt = self.machine.path(RECORD + ".corrupt")
+        corrupt.write_text("kept")
+        other = self.machine.path(f"{VENDOR}/Orlisk/other")
+        other.write_text("kept")
+        self.uninstall()
+        self.assertEqual(self.machine.record(), {"another": "kept"})
+        self.assertEqual((corrupt.read_text(), other.read_text()), ("kept", "kept"))
+        self.assertEqual(os.listdir(self.machine.path(VENDOR)), ["Orlisk"])
+        self.assertEqual(os.listdir(self.machine.path(f"{VENDOR}/Orlisk")), ["other"])
+
+    def test_record_that_is_no_property_list_stays(self):
+        self.machine.install()
+        self.machine.path(RECORD).write_text("something else")
+        self.uninstall()
+        self.assertEqual(self.machine.path(RECORD).read_text(), "something else")
+        self.assertFalse(self.machine.path(VENDOR).exists())
+
+    def test_record_alone_goes(self):
+        self.machine.install()
+        shutil.rmtree(self.machine.path(VENDOR))
+        self.assertEqual(self.uninstall()["outcome"], "uninstalled")
+        self.assert_gone()
+
+    def test_links_are_removed_and_not_followed(self):
+        self.machine.install()
+        kept = self.machine.path("/kept")
+        kept.mkdir()
+        (kept / "file").touch()
+        (self.machine.installed / "link").symlink_to("/kept")
+        self.machine.path(f"{BESIDE}/.WebResources.link").symlink_to("/kept")
+        self.uninstall()
+        self.assertEqual(os.listdir(kept), ["file"])
+        self.assert_gone()
+
+    def test_files_of_another_root_go(self):
+        self.machine.install()
+        add_programs(self.machine.root, program("sh"))
+        self.machine.path("/other").mkdir()
+        shutil.move(self.machine.path("/Library"), self.machine.path("/other/Library"))
+        document = self.uninstall("--root", "/other")
+        self.assertEqual(document["removed"][0]["path"], "/other" + RECEIPT)
+        self.assertFalse(self.machine.path("/other" + VENDOR).exists())
+        self.assertFalse(self.machine.path("/other" + RECORD).exists())
+
+    def test_held_lock_is_waited_for(self):
+        self.machine.install()
+        lock = self.machine.path(f"{BESIDE}/.WebResources.lock")
+        with open(lock, "rb") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            before = self.machine.everything()
+            self.assertEqual(self.uninstall("--wait", "0", status=2)["error"]["operation"], "lock")
+            self.assertEqual(self.machine.everything(), before)
+            waiting = self.machine.start("uninstall")
+            time.sleep(0.2)
+        self.assertEqual(waiting.communicate()[1], "")
+        self.assertEqual(waiting.returncode, 0)
+        self.assert_gone()
+
+    def test_with_installations_at_the_same_time_the_last_one_decides(self):
+        for _ in range(5):
+            processes = [self.machine.start(*words) for words in
+                         (("install", "/X.app", "--force"), ("uninstall",)) * 3]
+            told = [(process.communicate(), process.returncode) for process in processes]
+            self.assertEqual([status for _, status in told], [0] * 6, told)
+            if self.machine.path(VENDOR).exists():
+                self.assert_installed()
+            else:
+                self.assert_gone()
+        self.uninstall()
+        self.assert_gone()
+
+    def test_one_line_goes_to_the_systems_log(self):
+        self.machine.install()
+        path = self.machine.path("/dev/log")
+        with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
+            os.chdir(path.parent)  # the whole path may be too long for a socket
+            log.bind("log")
+            os.chdir("/")
+            log.settimeout(10)
+            self.uninstall("--dry-run")
+            for outcome in ("update 7 -> none: uninstalled",
+                            "update none -> none: nothing was installed"):
+                self.uninstall()
+                self.assertRegex(log.recv(1000).decode(),
+                                 rf"^<13>.* webresources\[\d+\]: uninstall: {outcome}$")
+            self.machine.install()
+            while True:  # a line of install, too
+                log.setblocking(False)
+                try:
+                    log.recv(1000)
+                except BlockingIOError:
+                    break
+            with open(self.machine.path(f"{BESIDE}/.WebResources.lock"), "rb") as file:
+                fcntl.flock(file, fcntl.LOCK_EX)
+                self.uninstall("--wait", "0", status=2)
+            self.assertRegex(log.recv(1000).decode(), r"^<11>.*: uninstall: update 7 -> 7: failed: "
+                             "cannot lock .*: another installation is running$")
 
 
 class Diff(Case):

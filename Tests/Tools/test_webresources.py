@@ -31,7 +31,8 @@ TEMPORARY = tempfile.TemporaryDirectory(prefix='webresources-')
 WORK = pathlib.Path(TEMPORARY.name)
 PREFIX = WORK / 'prefix'
 COMMAND = PREFIX / 'bin/webresources'
-COMMANDS = ('pack', 'check', 'diff', 'plan', 'install', 'verify', 'installcheck', 'status')
+COMMANDS = ('pack', 'check', 'diff', 'plan', 'install', 'verify', 'installcheck', 'status',
+            'uninstall')
 OUTPUT = ('--json', '--quiet', '--all')  # before or after the command
 INSTALL_ROOT = private_root.INSTALL_ROOT.lstrip('/')  # below a private root
 RECORD = private_root.RECORD.lstrip('/')
@@ -538,6 +539,7 @@ class UsageTest(Case):
         plan = (f'BUNDLE The bundle to install {output} --force Run the step even if nothing would '
                 f'change --allow-downgrade Install over a newer update {modes} {size}')
         installed = f'BUNDLE The bundle that should be installed {output} {root} {modes} {size}'
+        wait = '--wait How long to wait while another installation runs (default: 600)'
         expected = {
             'pack': f'DIRECTORY What to pack {output} '
                     '--update-id The update number, from -99999999 to 999999999 '
@@ -554,11 +556,12 @@ class UsageTest(Case):
                      f'--prove Also extract into a scratch directory, compare {size}',
             'diff': f'BEFORE A bundle AFTER The bundle that replaces it {output} {size}',
             'plan': f'{plan} {root}',
-            'install': f'{plan} --dry-run Change nothing, and tell what would be done: plan '
-                       '--wait How long to wait while another installation runs (default: 600)',
+            'install': f'{plan} --dry-run Change nothing, and tell what would be done: plan {wait}',
             'verify': installed,
             'installcheck': installed,
             'status': f'{output} {root} {modes}',
+            'uninstall': f'{output} {root} --dry-run Change nothing, and tell what would be removed '
+                         f'{wait}',
         }
         option = re.compile(
             r'^ {2,10}(?!-h)(--[\w-]+|[A-Z_]+)(?: .*?)?(?:\n +|  +| REQUIRED )([A-Z].*\w\)?) *$',

@@ -14,6 +14,7 @@
 #include "commands/Pack.h"
 #include "commands/Plan.h"
 #include "commands/Status.h"
+#include "commands/Uninstall.h"
 #include "commands/Verify.h"
 #include "support/Progress.h"
 #include "support/Text.h"
@@ -36,6 +37,7 @@ struct CommandLine {
   long long waitSeconds = 600;
   PlanOptions plan;
   StatusOptions status;
+  UninstallOptions uninstall;
   DiffOptions diff;
 };
 
@@ -164,6 +166,14 @@ void AddPlanOptions(CLI::App* command, PlanOptions& options) {
   AddLimits(command, options.limits);
 }
 
+void AddWait(CLI::App* command, long long& seconds) {
+  command
+      ->add_option("--wait", seconds,
+                   "How long to wait while another installation runs (default: 600)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0, 86400));
+}
+
 void AddInstall(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       AddCommand(app, line, "install", "Run a bundle's installer step on this machine, and verify",
@@ -174,11 +184,19 @@ void AddInstall(CLI::App& app, CommandLine& line) {
   AddPlanOptions(command, line.install);
   command->add_flag("--dry-run", line.isDryRun,
                     "Change nothing, and tell what would be done: plan");
-  command
-      ->add_option("--wait", line.waitSeconds,
-                   "How long to wait while another installation runs (default: 600)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0, 86400));
+  AddWait(command, line.waitSeconds);
+}
+
+void AddUninstall(CLI::App& app, CommandLine& line) {
+  CLI::App* command = AddCommand(app, line, "uninstall", "Remove everything that was installed",
+                                 "uninstall --dry-run", [&line] {
+                                   line.uninstall.wait = std::chrono::seconds(line.waitSeconds);
+                                   return Uninstall(line.uninstall);
+                                 });
+  AddRoot(command, line.uninstall.hostRoot);
+  command->add_flag("--dry-run", line.uninstall.isDryRun,
+                    "Change nothing, and tell what would be removed");
+  AddWait(command, line.waitSeconds);
 }
 
 void AddPlan(CLI::App& app, CommandLine& line) {
@@ -296,8 +314,8 @@ int ParseAndRun(int argc, char** argv) {
   app.require_subcommand(1);
   CommandLine line;
   AddOutputOptions(app, line);
-  for (const auto add :
-       {AddPack, AddCheck, AddDiff, AddPlan, AddInstall, AddVerify, AddInstallCheck, AddStatus}) {
+  for (const auto add : {AddPack, AddCheck, AddDiff, AddPlan, AddInstall, AddVerify,
+                         AddInstallCheck, AddStatus, AddUninstall}) {
     add(app, line);
   }
   AddHelp(app);

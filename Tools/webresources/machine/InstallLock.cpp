@@ -21,10 +21,6 @@ namespace {
 
 constexpr std::chrono::milliseconds kPoll{20};
 
-std::string LockPath(const std::string& hostRoot) {
-  return BesideInstallRoot(hostRoot, ".WebResources.lock");
-}
-
 /// Makes the directory with its missing ancestors. Not OSUtils::EnsureDirectoryExists(), which
 /// fails if another first installation makes one of them at the same time.
 bool MakeDirectories(const std::string& path) {
@@ -35,15 +31,19 @@ bool MakeDirectories(const std::string& path) {
 }
 
 Descriptor Open(const std::string& path) {
+  constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+  constexpr int kAttempts = 20;  // an uninstallation can remove each directory once
   const std::string directory = ParentOf(path);
-  if (!MakeDirectories(directory)) {
-    throw Error::FromErrno("make", directory);
+  for (int attempt = 1;; ++attempt) {
+    const bool isMade = MakeDirectories(directory);
+    Descriptor file(isMade ? open(path.c_str(), kFlags, 0600) : -1);
+    if (file) {
+      return file;
+    }
+    if (errno != ENOENT || attempt == kAttempts) {
+      throw Error::FromErrno(isMade ? "lock" : "make", isMade ? path : directory);
+    }
   }
-  Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
-  if (!file) {
-    throw Error::FromErrno("lock", path);
-  }
-  return file;
 }
 
 Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
@@ -68,11 +68,21 @@ Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
 
 }  // namespace
 
+std::string InstallLock::PathOf(const std::string& hostRoot) {
+  return BesideInstallRoot(hostRoot, ".WebResources.lock");
+}
+
 InstallLock::InstallLock(const std::string& hostRoot, std::chrono::milliseconds wait)
-    : file_(Lock(LockPath(hostRoot), wait)) {}
+    : path_(PathOf(hostRoot)), file_(Lock(path_, wait)) {}
+
+void InstallLock::RemoveFile() const {
+  if (unlink(path_.c_str()) != 0) {
+    throw Error::FromErrno("remove", path_);
+  }
+}
 
 bool InstallLock::IsThere(const std::string& hostRoot) {
-  return Exists(LockPath(hostRoot));
+  return Exists(PathOf(hostRoot));
 }
 
 }  // namespace webresources

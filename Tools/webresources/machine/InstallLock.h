@@ -21,13 +21,21 @@ class InstallLock {
   /// Error if the lock cannot be had.
   InstallLock(const std::string& hostRoot, std::chrono::milliseconds wait);
 
+  /// The path of the lock's file.
+  static std::string PathOf(const std::string& hostRoot);
+
   /// Whether the lock's file is there: an `install` has been run there before.
   static bool IsThere(const std::string& hostRoot);
+
+  /// Removes the lock's file. The lock is held until the end of this object; a process that waits
+  /// for it then takes the lock of a new file. Throws Error if the removal fails.
+  void RemoveFile() const;
 
   /// The descriptor that holds the lock.
   int descriptor() const { return *file_; }
 
  private:
+  const std::string path_;
   Descriptor file_;
 };
 

@@ -1,0 +1,172 @@
+#include "commands/Uninstall.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "machine/InstallLock.h"
+#include "machine/Installation.h"
+#include "machine/Receipt.h"
+#include "machine/Record.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/SystemLog.h"
+#include "support/Text.h"
+
+namespace webresources {
+
+namespace {
+
+constexpr char kOwnPrefix[] = ".WebResources.";
+constexpr int kOwnDirectories = 3;  // above the install root
+
+/// The remains of an installation on a host.
+struct Remains {
+  InstallRecord record;
+  std::vector<std::string> paths;  ///< In the order of their removal.
+  bool hasLock = false;
+
+  bool IsEmpty() const { return paths.empty() && webresources::IsEmpty(record) && !hasLock; }
+};
+
+/// Returns the record of the host; none on a Mac that looks at another host, whose record it cannot
+/// reach: only files are removed there.
+InstallRecord ReachableRecord(const std::string& hostRoot) {
+  const auto record = ReadRecord(hostRoot);
+  if (!record && errno != ENOTSUP) {
+    throw Error::FromErrno("read the record", RecordLocation(hostRoot));
+  }
+  return record.value_or(InstallRecord());
+}
+
+Remains Look(const std::string& hostRoot) {
+  Remains remains;
+  remains.record = ReachableRecord(hostRoot);
+  remains.hasLock = InstallLock::IsThere(hostRoot);
+  const std::string root = BesideInstallRoot(hostRoot, "WebResources");
+  for (const std::string& path : {ReceiptPath(hostRoot), root}) {
+    if (Exists(path)) {
+      remains.paths.push_back(path);
+    }
+  }
+  const std::string directory = ParentOf(root);
+  for (const std::string& name :
+       IsDirectory(directory) ? NamesIn(directory) : std::vector<std::string>()) {
+    const std::string path = directory + "/" + name;
+    if (name.rfind(kOwnPrefix, 0) == 0 && path != InstallLock::PathOf(hostRoot)) {
+      remains.paths.push_back(path);
+    }
+  }
+  return remains;
+}
+
+void RemoveTree(const std::string& path) {
+  std::error_code failure;
+  std::filesystem::remove_all(path, failure);
+  if (failure) {
+    errno = failure.value();
+    throw Error::FromErrno("remove", path);
+  }
+}
+
+/// The receipt is the first path: a receipt claims that the rest is there.
+void Remove(const std::string& hostRoot, const Remains& remains) {
+  RemoveTree(ReceiptPath(hostRoot));
+  if (!IsEmpty(remains.record) && !RemoveRecord(hostRoot)) {
+    throw Error::FromErrno("remove the values of the record", RecordLocation(hostRoot));
+  }
+  for (const std::string& path : remains.paths) {
+    RemoveTree(path);
+  }
+}
+
+/// Another process can make a directory again, or put a file into it.
+void RemoveEmptyDirectories(const std::string& hostRoot) {
+  std::string path = ParentOf(BesideInstallRoot(hostRoot, ""));
+  for (int i = 0; i < kOwnDirectories; ++i, path = ParentOf(path)) {
+    if (rmdir(path.c_str()) == 0 || errno == ENOENT) {
+      continue;
+    }
+    if (errno == ENOTEMPTY || errno == EEXIST || errno == ENOTDIR) {
+      return;
+    }
+    throw Error::FromErrno("remove", path);
+  }
+}
+
+void ReportRemains(const Remains& remains, const UninstallOptions& options, Report& report) {
+  PutName(report.details, "installRoot", BesideInstallRoot(options.hostRoot, "WebResources/"));
+  report.details["record"] = ToJson(remains.record.values);
+  report.details["dryRun"] = options.isDryRun;
+  Json& removed = report.details["removed"] = Json::array();
+  for (const std::string& path : remains.paths) {
+    Json json = Json::object();
+    PutName(json, "path", path);
+    removed.push_back(json);
+    report.listing.push_back((options.isDryRun ? "would remove  " : "removed  ") + path);
+  }
+}
+
+void Conclude(const char* outcome, const std::string& text, Report& report) {
+  report.details["outcome"] = outcome;
+  report.summary.push_back(text);
+}
+
+/// Removes what is there by the time that the lock is held.
+Remains RemoveLocked(const UninstallOptions& options) {
+  umask(022);
+  const InstallLock lock(options.hostRoot, options.wait);
+  Remains remains = Look(options.hostRoot);
+  Remove(options.hostRoot, remains);
+  lock.RemoveFile();
+  return remains;
+}
+
+Remains RemoveAndLog(const UninstallOptions& options, Remains remains) {
+  LogEntry entry{"uninstall", UpdateIdOf(remains.record), std::nullopt, "nothing was installed"};
+  try {
+    if (!remains.IsEmpty()) {
+      remains = RemoveLocked(options);
+      entry.outcome = "uninstalled";
+    }
+    RemoveEmptyDirectories(options.hostRoot);
+    WriteToSystemLog(entry);
+    return remains;
+  } catch (const std::exception& error) {
+    entry.after = entry.before;
+    entry.outcome = std::string("failed: ") + error.what();
+    entry.isFailure = true;
+    WriteToSystemLog(entry);
+    throw;
+  }
+}
+
+}  // namespace
+
+Report Uninstall(const UninstallOptions& options) {
+  if (!options.hostRoot.empty() && !IsDirectory(options.hostRoot)) {
+    throw Error("read", options.hostRoot, "it is not a directory");
+  }
+  Remains remains = Look(options.hostRoot);
+  const bool wasInstalled = !remains.IsEmpty();
+  if (!options.isDryRun) {
+    remains = RemoveAndLog(options, std::move(remains));
+  }
+  Report report("uninstall");
+  ReportRemains(remains, options, report);
+  if (!wasInstalled) {
+    Conclude("not-installed", "nothing is installed", report);
+  } else if (options.isDryRun) {
+    Conclude("uninstall", "uninstall will remove this, and the values of the record", report);
+  } else {
+    const auto updateId = UpdateIdOf(remains.record);
+    Conclude("uninstalled",
+             "uninstalled: " + (updateId ? "update " + std::to_string(*updateId) : "no update"),
+             report);
+  }
+  return report;
+}
+
+}  // namespace webresources

@@ -1,0 +1,25 @@
+#include "support/SystemLog.h"
+
+#include <syslog.h>
+
+#include "support/Text.h"
+
+namespace webresources {
+
+namespace {
+
+std::string TextOf(const std::optional<int>& updateId) {
+  return updateId ? std::to_string(*updateId) : "none";
+}
+
+}  // namespace
+
+void WriteToSystemLog(const LogEntry& entry) {
+  const std::string line = entry.command + ": update " + TextOf(entry.before) + " -> " +
+                           TextOf(entry.after) + ": " + entry.outcome;
+  openlog("webresources", LOG_PID, LOG_USER);
+  syslog(entry.isFailure ? LOG_ERR : LOG_NOTICE, "%s", Printable(line).c_str());
+  closelog();
+}
+
+}  // namespace webresources
