@@ -23,6 +23,7 @@ import sys
 SPDX = {"zlib": "Zlib", "Zlib": "Zlib", "Expat": "MIT", "BSD-3-clause": "BSD-3-Clause",
         "LGPL-2.1+": "LGPL-2.1-or-later"}
 GCC = re.compile(r"gcc-\d+$")
+CROSS_SOURCE, CROSS_LIBRARY = "cross-toolchain-base", "glibc"
 UNREADABLE = {"glibc": "LGPL-2.1-or-later", "linux": "GPL-2.0-only WITH Linux-syscall-note",
               "nettle": "LGPL-3.0-or-later OR GPL-2.0-or-later"}
 
@@ -75,8 +76,13 @@ def packages(paths):
 
 def described(package):
     """A package's source package and that one's version."""
-    return output("dpkg-query", "--show", "--showformat=${source:Package} ${source:Version}",
-                  package).split(" ")
+    source, version, own = output(
+        "dpkg-query", "--show", "--showformat=${source:Package} ${source:Version} ${Version}",
+        package).split(" ")
+    if source == CROSS_SOURCE or source.endswith("-cross"):  # the same, for a cross compiler
+        return [CROSS_LIBRARY if source == CROSS_SOURCE else source.removesuffix("-cross"),
+                re.sub(r"cross\d+$", "", own)]
+    return [source, version]
 
 
 def copyright_file(package):
