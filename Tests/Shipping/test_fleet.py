@@ -238,6 +238,23 @@ class Ansible(AnsibleTestCase):
             "-e", "web_resources_allow_downgrade=true"])[0], {"newer_installed": "changed"})
         self.assert_installed(self.host("newer_installed").root, self.content, 2)
 
+    def test_absent_removes_everything_once(self):
+        self.new_host("installed", self.new)
+        self.new_host("fresh")
+        hosts = ("installed", "fresh")
+        absent = ["-e", "web_resources_state=absent"]
+        before = self.everything(hosts)
+        self.assertEqual(self.play(self.new, *hosts, options=["--check", *absent])[0],
+                         {"installed": "changed", "fresh": "ok"})
+        self.assertEqual(self.everything(hosts), before)
+        self.play(self.new, *hosts, options=absent)
+        for name in hosts:
+            left = (self.host(name).root / "Library").rglob("*")
+            self.assertEqual({path.name for path in left} - {"Preferences", "Application Support"},
+                             set())
+            self.assertFalse((self.host(name).root / Host.BUNDLE).exists())
+        self.assertEqual(self.play(self.new, *hosts, options=absent)[0], dict.fromkeys(hosts, "ok"))
+
     def test_controller_without_the_command_is_told(self):
         self.new_host("fresh")
         became, output = self.play(self.new, "fresh", status=2, options=[
@@ -373,6 +390,8 @@ class Munki(FleetTestCase):
         example = plistlib.loads(
             (SOURCE / "Deploy/munki/CloudGuideWebResources-7.plist").read_bytes())
         self.assertEqual(example["installcheck_script"], self.SCRIPT.read_text())
+        self.assertEqual(example["uninstall_script"],
+                         self.SCRIPT.with_name("uninstall_script").read_text())
         self.assertEqual(example["version"], "7")
         [receipt] = example["receipts"]
         self.assertIn(f"identifier={receipt['packageid']}\n",
@@ -382,7 +401,8 @@ class Munki(FleetTestCase):
             self.assertIn(key, example)
 
     def test_script_is_one_that_shellcheck_finds_nothing_in(self):
-        self.assertEqual(run("shellcheck", self.SCRIPT), "")
+        for script in (self.SCRIPT, self.SCRIPT.with_name("uninstall_script")):
+            self.assertEqual(run("shellcheck", script), "")
 
 
 if __name__ == "__main__":
