@@ -3,7 +3,7 @@
 
 #include <string>
 
-/// What survives a loss of power.
+/// Synchronization with the disk, for files that survive a power failure.
 ///
 /// One back end is compiled in: `apple/` on macOS, `posix/` elsewhere (Linux).
 class Durability {
@@ -18,6 +18,10 @@ class Durability {
   /// A failure is not reported: nothing on the disk is changed by it, and the caller could do no
   /// more. An interrupted call is repeated a bounded number of times.
   static void SyncFileSystem(const std::string& path);
+
+  /// Waits until the open file or directory `descriptor` is synced: on a Mac, out of the cache of
+  /// the drive, too. Returns false, with errno set, if the call fails.
+  static bool SyncFile(int descriptor);
 };
 
 #endif  // PLATFORM_DURABILITY_H_

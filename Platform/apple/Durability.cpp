@@ -1,11 +1,27 @@
 #include "Durability.h"
 
+#include <fcntl.h>
 #include <unistd.h>
+
+#include <cerrno>
 
 #include "Uninterrupted.h"
 
 void Durability::SyncFileSystem(const std::string& path) {
   // Without the first flag, the data may still be in the cache of the disk.
   constexpr int kFlags = SYNC_VOLUME_FULLSYNC | SYNC_VOLUME_WAIT;
-  Uninterrupted([&] { return sync_volume_np(path.c_str(), kFlags) == 0 ? 0 : -1; });
+  // The call returns the error's number and leaves errno alone.
+  Uninterrupted([&] {
+    errno = sync_volume_np(path.c_str(), kFlags);
+    return errno == 0 ? 0 : -1;
+  });
+}
+
+bool Durability::SyncFile(int descriptor) {
+  if (Uninterrupted([&] { return fcntl(descriptor, F_FULLFSYNC); }) != -1) {
+    return true;
+  }
+  // Some file systems, on a network for example, do not know this call.
+  return (errno == ENOTSUP || errno == EOPNOTSUPP || errno == ENOTTY || errno == EINVAL) &&
+         Uninterrupted([&] { return fsync(descriptor); }) == 0;
 }

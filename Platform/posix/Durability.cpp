@@ -13,3 +13,7 @@ void Durability::SyncFileSystem(const std::string& path) {
     Uninterrupted([&] { return syncfs(*directory); });
   }
 }
+
+bool Durability::SyncFile(int descriptor) {
+  return Uninterrupted([&] { return fsync(descriptor); }) == 0;
+}

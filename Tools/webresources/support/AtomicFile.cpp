@@ -9,6 +9,7 @@
 #include <cctype>
 #include <cstdio>
 
+#include "Durability.h"
 #include "Uninterrupted.h"
 #include "support/Error.h"
 #include "support/Files.h"
@@ -85,7 +86,7 @@ Descriptor MakeTemporary(const std::string& path, const std::string& temporary) 
 }
 
 void SynchronizeDescriptor(const Descriptor& file, const std::string& path) {
-  if (!file || Uninterrupted([&file] { return fsync(*file); }) != 0) {
+  if (!file || !Durability::SyncFile(*file)) {
     throw Error::FromErrno("write", path);
   }
 }
