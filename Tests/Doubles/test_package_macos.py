@@ -111,6 +111,25 @@ class PackageMacOS(unittest.TestCase):
         self.package(*NOTARIZED)
         self.assertEqual(self.calls()[-4:], ["xcrun", "xcrun", "xcrun", "spctl"])
 
+    def preinstall(self, printed, volume="/"):
+        """The status of the package's script where `defaults` prints this number, or fails."""
+        defaults = self.tools / "defaults"
+        defaults.write_text('#!/bin/sh\n[ "$*" = "read /Library/Preferences/com.veltrane.orlisk.'
+                            '2017.WebResource.plist.plist iUpdateId" ] || exit 64\n'
+                            + (f"echo '{printed}'\n" if printed is not None else "exit 1\n"))
+        defaults.chmod(0o755)
+        return subprocess.run(
+            [self.directory / "build/macos/scripts/preinstall", "a.pkg", "/", volume], check=False,
+            env={"PATH": f"{self.tools}:/usr/bin:/bin"}, stderr=subprocess.DEVNULL).returncode
+
+    def test_older_package_is_refused_before_its_files_are_installed(self):
+        self.package()  # of update 7
+        for installed, status in (("8", 1), ("2147483647", 1), ("7", 0), ("6", 0), ("-1", 0),
+                                  ("", 0), ("text", 0), ("8x", 0), (None, 0)):
+            with self.subTest(installed):
+                self.assertEqual(self.preinstall(installed), status)
+        self.assertEqual(self.preinstall("6", "/Volumes/Other"), 1)
+
     def test_second_package_can_be_made(self):
         self.package()
         self.package()

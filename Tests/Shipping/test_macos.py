@@ -130,7 +130,7 @@ class Layout(ShippingTestCase):
 
 class Scripts(unittest.TestCase):
     def test_shellcheck_finds_nothing(self):
-        scripts = (SCRIPT, DEPLOY / "scripts/postinstall")
+        scripts = (SCRIPT, DEPLOY / "scripts/preinstall", DEPLOY / "scripts/postinstall")
         self.assertEqual(run("shellcheck", "-x", *scripts, cwd=SOURCE), "")
 
 

@@ -217,7 +217,10 @@ def pkgbuild():
                      "--scripts", None, "--identifier", None, "--version", None,
                      "--ownership", "recommended", None), "unknown form")
     root = ARGUMENTS[1]
-    require(os.access(ARGUMENTS[7] + "/postinstall", os.X_OK), "no script")
+    for script in ("preinstall", "postinstall"):
+        require(os.access(f"{ARGUMENTS[7]}/{script}", os.X_OK), "no script " + script)
+    require(f"\nupdate={ARGUMENTS[11]} " in read(ARGUMENTS[7] + "/preinstall"),
+            "preinstall does not know the update")
     require(os.path.isfile(ARGUMENTS[5]), "no component property list")
     require(not os.path.exists(root + "/usr"), "what belongs to the machine's owner")
     for parent, names, files in os.walk(root):
