@@ -14,11 +14,14 @@ DOUBLES = {
     "sw_vers": '[ $# -eq 0 ] && echo "macOS 15" || echo 15.0',
     "sudo": '[ "$1" = rm ] || [ "$1" = find ] || exec "$@"',
     "clang++": 'for last; do :; done; cp "$PROBE" "$last"; test -f script/lib/mac-facts.cpp',
-    "probe": 'echo "the probe: $*"',
+    "probe": """case $1 in
+  synchronize) echo "synchronize with nothing to write: true" ;;
+  *) echo "the probe: $*" ;;
+esac""",
     "csrutil": "exit 3",
     "sleep": ":",
     **{name: 'echo "the double of ${0##*/}"' for name in (
-        "clang", "codesign", "defaults", "diskutil", "lipo", "otool", "plutil", "spctl", "xcrun")},
+        "clang", "codesign", "defaults", "diskutil", "hdiutil", "lipo", "otool", "plutil", "spctl", "xcrun")},
 }
 
 
@@ -49,9 +52,15 @@ class MacFacts(unittest.TestCase):
         facts = (self.directory / "facts.txt").read_text(errors="replace")
         sections = [line[3:] for line in facts.splitlines() if line.startswith("== ")]
         self.assertEqual(sections, [
-            "The system", "An empty domain", "A number set without rights", "A number set by root",
+            "The system", "Questions, each with the answer that the code assumes",
+            "Rights on the way to the content and the record", "An empty domain", "A number set without rights", "A number set by root",
             "How defaults reads paths", "A key that is removed", "Bundles", "Names and paths",
             "The commands that make a package"])
+        answers = [line.split(":")[0] for line in facts.splitlines()
+                   if line.startswith(("as assumed: ", "DIFFERS: "))]
+        self.assertEqual(answers, [*["DIFFERS"] * 4, "as assumed", "DIFFERS", "DIFFERS",
+                                   "as assumed", "DIFFERS"])
+        self.assertIn("a flush without changes: synchronize with nothing to write: true", facts)
         for fact in ("$ csrutil status\n(status 3)", "the probe: hold 1", "the probe: hold 2",
                      "the probe: remove", "the double of defaults", "the double of otool"):
             self.assertIn(fact, facts)

@@ -6,8 +6,13 @@
 //   mac-facts hold NUMBER     sets the number, waits two seconds, synchronizes, waits again
 //   mac-facts remove          removes the key, synchronizes
 //   mac-facts resources       the main bundle's Resources directory, for buffers of several sizes
+//   mac-facts exclusive FILE  whether fopen() with "x" refuses a file that exists
+//   mac-facts unlink PATH     whether unlink() removes this directory
+//   mac-facts listing PATH    how many of 1,000 new files in this directory stay when each one is
+//                             removed as soon as it is listed
 
 #include <CoreFoundation/CoreFoundation.h>
+#include <dirent.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -77,10 +82,39 @@ void Resources() {
   }
 }
 
+void Exclusive(const std::string& path) {
+  const bool isMade = std::fopen(path.c_str(), "w") != nullptr;
+  const bool isRefused = isMade && std::fopen(path.c_str(), "wx") == nullptr;
+  std::puts(isRefused ? "refused" : "opened");
+}
+
+void Unlink(const std::string& path) {
+  std::puts(unlink(path.c_str()) == 0 ? "removed" : "refused");
+}
+
+void Listing(const std::string& path) {
+  constexpr int kFiles = 1000;
+  for (int i = 0; i < kFiles; ++i) {
+    const std::string name = path + "/" + std::to_string(i);
+    std::FILE* const file = std::fopen(name.c_str(), "w");
+    if (file != nullptr) {
+      std::fclose(file);
+    }
+  }
+  DIR* const directory = opendir(path.c_str());
+  int left = kFiles;
+  for (const dirent* entry = nullptr;
+       directory != nullptr && (entry = readdir(directory)) != nullptr;) {
+    left -= unlink((path + "/" + entry->d_name).c_str()) == 0 ? 1 : 0;
+  }
+  std::printf("%d\n", left);
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
   const std::string question = count > 1 ? arguments[1] : "";
+  const std::string path = count > 2 ? arguments[2] : "";
   if (question == "synchronize") {
     std::printf("synchronize with nothing to write: %s\n", Synchronize());
   } else if (question == "get") {
@@ -94,6 +128,12 @@ int main(int count, char** arguments) {
     std::printf("synchronize after a removal: %s\n", Synchronize());
   } else if (question == "resources") {
     Resources();
+  } else if (question == "exclusive") {
+    Exclusive(path);
+  } else if (question == "unlink") {
+    Unlink(path);
+  } else if (question == "listing") {
+    Listing(path);
   } else {
     return 64;
   }
