@@ -107,6 +107,13 @@ TEST_F(VerifyTest, InstalledBundleIsAsItShouldBe) {
   EXPECT_EQ(FoundAlone(), "");
 }
 
+TEST_F(VerifyTest, FileOfTheFinderIsNoFinding) {
+  WriteFile(installed_ + "d/.DS_Store", "x");
+  WriteFile(installRoot_ + ".DS_Store", "x");
+  EXPECT_EQ(Found(), "");
+  EXPECT_EQ(FoundAlone(), "");
+}
+
 TEST_F(VerifyTest, FlippedByteIsFound) {
   WriteFile(installed_ + "d/f", "texu");
   EXPECT_EQ(Found(), "file-differs Resource0/d/f\n");

@@ -8,6 +8,7 @@
 #include "prediction/TreeComparison.h"
 #include "report/Rules.h"
 #include "support/Error.h"
+#include "support/Text.h"
 
 namespace webresources {
 
@@ -97,6 +98,10 @@ class InstallationFinder {
     }
   }
 
+  /// Whether a Mac's Finder makes such an entry in a directory at which somebody looks. The next
+  /// run removes it.
+  static bool IsFinders(const std::string& path) { return LastOf(path) == ".DS_Store"; }
+
   void FindInTree() {
     if (expected_.tree == nullptr || installation_.directory.empty()) {
       return;
@@ -109,7 +114,8 @@ class InstallationFinder {
     const std::string directory = installation_.installRoot + installation_.directory;
     const FileTree actual = Normalized(ReadTree(directory), owner);
     for (const Difference& difference : Topmost(Compare(tree, actual))) {
-      if (difference.kind < Kind::Mode || !expected_.ignoresModes) {
+      const bool isFinders = difference.kind == Kind::Extra && IsFinders(difference.path);
+      if (!isFinders && (difference.kind < Kind::Mode || !expected_.ignoresModes)) {
         AddFinding(RuleOf(difference.kind), installation_.directory + "/" + difference.path,
                    difference.reason);
       }
@@ -129,7 +135,7 @@ class InstallationFinder {
 
   void FindLeftovers() {
     for (const std::string& name : installation_.names) {
-      if (name != installation_.directory) {
+      if (name != installation_.directory && !IsFinders(name)) {
         AddFinding(kLeftover, installation_.installRoot + name,
                    "it is not the installed directory");
       }
