@@ -112,7 +112,7 @@ class Tests(unittest.TestCase):
         self.assertEqual(result.returncode, 0, result.stdout)
         self.assertEqual(set(skipped), SKIPPED.get(name, set()))
 
-    def test_programs(self):
+    def test_gtest_programs(self):
         for program in os.environ["TEST_PROGRAMS"].split(","):
             with self.subTest(program):
                 result = on_darwin_files(program)

@@ -18,12 +18,12 @@ def state(name):
 
 
 def read(path):
-    with open(path, encoding="utf-8") as stream:
+    with open(path, encoding="utf-8", errors="surrogateescape") as stream:
         return stream.read()
 
 
 def write(path, text=""):
-    with open(path, "w", encoding="utf-8") as stream:
+    with open(path, "w", encoding="utf-8", errors="surrogateescape") as stream:
         stream.write(text)
 
 
