@@ -10,6 +10,7 @@ import os
 import pathlib
 import plistlib
 import pty
+import shlex
 import shutil
 import signal
 import socket
@@ -449,6 +450,92 @@ class Receipt(Case):
         told = self.machine.install()
         self.assertEqual((told.status, told.document["error"]["operation"]), (2, "remove"))
         self.assertEqual(self.machine.record(), record)
+
+
+class Advice(Case):
+    """Messages that tell the cause, the place and the remedy. The advice works when followed."""
+
+    def output(self, *arguments):
+        result = subprocess.run(self.machine.command(*arguments), capture_output=True, text=True,
+                                check=False)
+        return result.stdout + result.stderr
+
+    def follow(self, advice):
+        self.assertRegex(advice, "^webresources install ")  # the tests are root in the root
+        words = shlex.split(advice)
+        self.assertEqual(subprocess.run(self.machine.command(*words[1:]), check=False,
+                                        stdout=subprocess.DEVNULL).returncode, 0, advice)
+
+    def test_of_verify_installs_the_bundle(self):
+        advice = self.machine.verify().document["advice"]
+        self.assertEqual(advice, "webresources install /X.app")
+        self.assertIn(f"\nto repair: {advice}\n", self.output("verify", "/X.app"))
+        self.assertEqual(self.machine.installcheck().document["advice"], advice)
+        self.follow(advice)
+        self.assert_installed()
+        self.assertIsNone(self.machine.verify().document["advice"])
+
+    def test_of_verify_with_an_older_bundle_is_a_downgrade(self):
+        write_bundle(self.machine.bundle, update=8)
+        self.machine.install()
+        write_bundle(self.machine.bundle, {"old": b"old"}, update=7)
+        self.assertIsNone(self.machine.installcheck().document["advice"])
+        self.follow(self.machine.verify().document["advice"])
+        self.assert_installed({"old": b"old"}, 7)
+
+    def test_of_a_bundle_with_a_blank_and_a_quote_is_one_word(self):
+        shutil.copytree(self.machine.bundle, self.machine.path("/a b'c.app"))
+        self.follow(self.machine.verify(bundle="/a b'c.app").document["advice"])
+        self.assert_installed()
+
+    def test_of_another_root_is_a_chroot(self):
+        (self.machine.path("/other")).mkdir()
+        shutil.copytree(self.machine.bundle, self.machine.path("/other/Y.app"))
+        for bundle, advice in (
+                ("/other/Y.app", "chroot /other webresources install /Y.app"),
+                ("/X.app", "cp -R /X.app/. /other/X.app && "
+                           "chroot /other webresources install /X.app")):
+            told = self.machine.verify("--root", "/other", bundle=bundle)
+            self.assertEqual(told.document["advice"], advice)
+        self.assertEqual(self.machine.tell("status", "--root", "/other").document["advice"],
+                         "chroot /other webresources install BUNDLE")
+
+    def test_of_a_damaged_bundle_is_none(self):
+        (self.machine.bundle / PACKAGE).unlink()
+        self.assertIsNone(self.machine.verify().document["advice"])
+
+    def test_installer_without_permission_to_run_is_told(self):
+        (self.machine.bundle / EXECUTABLE).chmod(0o644)
+        self.assertRegex(self.output("install", "/X.app"), r"^webresources install: cannot run "
+                         rf"/X.app/{EXECUTABLE}: the file is not executable; give it the mode 0755\n$")
+        (self.machine.bundle / EXECUTABLE).unlink()
+        self.assertIn("the bundle has no installer; ", self.output("install", "/X.app"))
+
+    def test_damaged_receipt_is_told_without_the_words_of_a_library(self):
+        self.machine.install()
+        receipt = self.machine.path(RECEIPT)
+        for text, reason in (('{"x"', "it is not JSON: byte 5 is wrong"),
+                             ("{}", "it does not have the members of a receipt"),
+                             (receipt.read_text().replace("com.", "org."),
+                              "it is of another product")):
+            receipt.write_text(text)
+            [finding] = self.machine.verify().document["findings"]
+            self.assertEqual((finding["subject"], finding["reason"]), (RECEIPT, reason))
+        receipt.unlink()
+        receipt.mkdir()
+        self.assertIn("it is a directory\n    fix: remove it", self.output("status"))
+
+    def test_refusal_tells_the_update_that_stays(self):
+        write_bundle(self.machine.bundle, update=8)
+        self.machine.install()
+        write_bundle(self.machine.bundle, update=7)
+        self.assertIn("\nrefused: update 8 stays installed\n", self.output("install", "/X.app"))
+
+    def test_missing_metadata_is_told(self):
+        (self.machine.bundle / METADATA).unlink()
+        self.assertRegex(self.output("verify", "/X.app"),
+                         f"^webresources verify: cannot use /X.app/{METADATA}: "
+                         r"\[metadata-missing\] the run ends .*; .*\n$")
 
 
 class Fleet(Case):

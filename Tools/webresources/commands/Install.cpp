@@ -53,7 +53,11 @@ void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
 void Refuse(const InstallPlan& plan, Report& report) {
   ReportInstallation(plan.installation, report);
   report.findings = plan.findings;
-  Conclude("refused", kHasFindings, "nothing is installed", report);
+  const auto updateId = UpdateIdOf(plan.installation.record);
+  Conclude("refused", kHasFindings,
+           updateId ? "refused: update " + std::to_string(*updateId) + " stays installed"
+                    : "refused: nothing is installed",
+           report);
 }
 
 void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {

@@ -1,5 +1,6 @@
 #include "commands/Status.h"
 
+#include "machine/Advice.h"
 #include "machine/HostCheck.h"
 #include "prediction/FileTree.h"
 #include "support/Files.h"
@@ -35,6 +36,7 @@ Report Status(const StatusOptions& options) {
   const Installation& installation = check.installation;
   Report report("status");
   report.findings = check.findings;
+  Advise({"", options.hostRoot, false, options.ignoresModes}, report);
   report.SetStatus();
   ReportInstallation(installation, report);
   const bool isThere = !installation.directory.empty();

@@ -1,5 +1,6 @@
 #include "commands/Verify.h"
 
+#include "machine/Advice.h"
 #include "machine/HostCheck.h"
 #include "machine/InstallPlan.h"
 
@@ -9,8 +10,9 @@ namespace {
 
 void RequireComplete(const ExpectedBundle& bundle) {
   if (bundle.metadata.outcome != Metadata::RunOutcome::Complete) {
-    throw Error("tell what is to be installed by", bundle.files.metadata,
-                "a run " + Describe(bundle.metadata.outcome));
+    const Finding cause = ErrorsOf(bundle.metadata.findings).front();
+    throw Error("use", bundle.files.metadata,
+                std::string("[") + cause.rule->id + "] " + cause.reason, cause.rule->fix);
   }
 }
 
@@ -25,12 +27,18 @@ void VerifyWithBundle(const VerifyOptions& options, Report& report) {
   Append(report.findings, state.findings);
   Append(report.findings, state.receiptFindings);
   Append(report.findings, state.hostFindings);
+  if (bundle.errors.empty()) {
+    Advise({*options.bundle, options.hostRoot, IsNewerInstalled(state.installation, bundle),
+            options.ignoresModes},
+           report);
+  }
 }
 
 void VerifyAlone(const VerifyOptions& options, Report& report) {
   const SelfCheck check = CheckInstallation(options.hostRoot, options.ignoresModes);
   ReportInstallation(check.installation, report);
   report.findings = check.findings;
+  Advise({"", options.hostRoot, false, options.ignoresModes}, report);
   report.details["comparedWith"] = check.receipt ? "receipt" : "record";
   if (!check.receipt) {
     report.summary.push_back(
@@ -84,6 +92,7 @@ void CheckMachine(const VerifyOptions& options, const ExpectedBundle& bundle, Re
     Conclude(kIsUpToDate, "up to date", report);
   } else {
     Conclude(kIsNeeded, "install needed: " + Text(report.findings.front()), report);
+    Advise({*options.bundle, options.hostRoot, false, options.ignoresModes}, report);
   }
   Append(report.findings, state.hostFindings);  // no installation repairs them
 }

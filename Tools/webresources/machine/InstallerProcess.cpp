@@ -97,7 +97,14 @@ std::string StepOf(const BundleFiles& files) {
       return path;
     }
   }
-  throw Error::FromErrno("run", inBundle);
+  if (access(inBundle.c_str(), F_OK) == 0) {
+    throw Error("run", inBundle, "the file is not executable", "give it the mode 0755");
+  }
+  if (errno != ENOENT && errno != ENOTDIR) {
+    throw Error::FromErrno("run", inBundle);
+  }
+  throw Error("run", inBundle, "the bundle has no installer",
+              "install from a copy of the installer's bundle");
 }
 
 std::string RunStep(const std::string& path, int lockDescriptor) {

@@ -60,7 +60,7 @@ FileItem ItemOf(const Json& json) {
 /// Throws std::exception if `json` is not a receipt.
 Receipt ReceiptOf(const Json& json) {
   if (json.at("product") != PLIST_SECTION_KEY) {
-    throw std::invalid_argument("it is of another product");
+    throw Error("read", "the receipt", "it is of another product");
   }
   Receipt receipt;
   receipt.updateId = json.at("updateId").get<int>();
@@ -86,13 +86,21 @@ std::optional<Receipt> ReadReceipt(const std::string& hostRoot, Findings& findin
   if (StateOf(path) == FileState::Missing) {
     return std::nullopt;
   }
+  std::string reason = "it is a directory";
   try {
-    std::ifstream stream(path);
-    return ReceiptOf(Json::parse(stream));
-  } catch (const std::exception& error) {
-    Add(findings, kReceiptDamaged, path, error.what());
-    return std::nullopt;
+    if (!IsDirectory(path)) {
+      std::ifstream stream(path);
+      return ReceiptOf(Json::parse(stream));
+    }
+  } catch (const Json::parse_error& error) {
+    reason = "it is not JSON: byte " + std::to_string(error.byte) + " is wrong";
+  } catch (const Error& error) {
+    reason = error.reason();
+  } catch (const std::exception&) {
+    reason = "it does not have the members of a receipt";
   }
+  Add(findings, kReceiptDamaged, path, reason);
+  return std::nullopt;
 }
 
 void WriteReceipt(const std::string& hostRoot, Receipt receipt) {

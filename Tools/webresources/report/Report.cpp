@@ -52,6 +52,7 @@ Json ToJson(const Report& report) {
   for (const Finding& finding : report.findings) {
     document["findings"].push_back(ToJson(finding));
   }
+  PutOptional(document, "advice", report.advice);
   document.update(report.details);
   return document;
 }
@@ -171,6 +172,9 @@ void Print(const Report& report, Form form) {
     PrintLines(report.listing, form == Form::Whole ? report.listing.size() : kScreen);
     PrintFindings(report.findings, form);
     PrintLines(report.summary, report.summary.size());
+    if (!report.advice.empty()) {
+      PrintLines({"to repair: " + report.advice}, 1);
+    }
     if (!report.refusal.empty()) {
       PrintLines({report.refusal}, 1);
     }

@@ -34,6 +34,7 @@ struct Report {
   std::vector<std::string> listing;  ///< Lines for people before the findings.
   Findings findings;
   std::vector<std::string> summary;  ///< Lines for people after them.
+  std::string advice;                ///< A command line that repairs the findings, or empty.
   std::string refusal;               ///< Says that nothing was done. `--quiet` does not hide it.
   Json details = Json::object();     ///< Members of the document beside the common ones.
 

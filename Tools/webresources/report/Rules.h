@@ -108,18 +108,22 @@ inline constexpr Rule kMetadataUpdateidCut{
 inline constexpr Rule kMetadataUpdateidAbsent{"metadata-updateid-absent", Severity::Warning,
                                               "use another number: -1 means that none is recorded"};
 
-// The installation.
-inline constexpr Rule kNotInstalled{"not-installed", Severity::Error, "run the installer"};
-inline constexpr Rule kFileMissing{"file-missing", Severity::Error, "run the installer"};
-inline constexpr Rule kFileDiffers{"file-differs", Severity::Error, "run the installer"};
-inline constexpr Rule kFileType{"file-type", Severity::Error, "run the installer"};
-inline constexpr Rule kFileExtra{"file-extra", Severity::Error, "run the installer, or remove it"};
-inline constexpr Rule kLeftover{"leftover", Severity::Error, "run the installer, or remove it"};
-inline constexpr Rule kRecordMissing{"record-missing", Severity::Error, "run the installer"};
-inline constexpr Rule kRecordDiffers{"record-differs", Severity::Error, "run the installer"};
-inline constexpr Rule kRecordType{"record-type", Severity::Error, "run webresources install"};
-inline constexpr Rule kRecordDirectory{"record-directory", Severity::Error, "run the installer"};
-inline constexpr Rule kRecordVersion{"record-version", Severity::Error, "run the installer"};
+// The installation. Where the fix is to run `webresources install`, the report's advice has the
+// command line.
+inline constexpr char kRunInstall[] = "run webresources install";
+inline constexpr Rule kNotInstalled{"not-installed", Severity::Error, kRunInstall};
+inline constexpr Rule kFileMissing{"file-missing", Severity::Error, kRunInstall};
+inline constexpr Rule kFileDiffers{"file-differs", Severity::Error, kRunInstall};
+inline constexpr Rule kFileType{"file-type", Severity::Error, kRunInstall};
+inline constexpr Rule kFileExtra{"file-extra", Severity::Error,
+                                 "run webresources install, or remove it"};
+inline constexpr Rule kLeftover{"leftover", Severity::Error,
+                                "run webresources install, or remove it"};
+inline constexpr Rule kRecordMissing{"record-missing", Severity::Error, kRunInstall};
+inline constexpr Rule kRecordDiffers{"record-differs", Severity::Error, kRunInstall};
+inline constexpr Rule kRecordType{"record-type", Severity::Error, kRunInstall};
+inline constexpr Rule kRecordDirectory{"record-directory", Severity::Error, kRunInstall};
+inline constexpr Rule kRecordVersion{"record-version", Severity::Error, kRunInstall};
 inline constexpr Rule kRecordRandom{"record-random", Severity::Error,
                                     "run webresources install, which draws a new one"};
 inline constexpr Rule kRootBlocked{"root-blocked", Severity::Error,
@@ -132,8 +136,9 @@ inline constexpr Rule kDirectoryAccess{"directory-access", Severity::Error,
                                        "run the command in the reason, or use --ignore-modes"};
 inline constexpr Rule kReceiptDiffers{"receipt-differs", Severity::Error,
                                       "run webresources install: another run came after it"};
-inline constexpr Rule kReceiptDamaged{"receipt-damaged", Severity::Error,
-                                      "run webresources install, which writes a new one"};
+inline constexpr Rule kReceiptDamaged{
+    "receipt-damaged", Severity::Error,
+    "remove it, then run webresources install, which writes a new one"};
 
 // An installation that is refused or fails.
 inline constexpr Rule kNewerInstalled{"newer-installed", Severity::Error,

@@ -159,6 +159,19 @@ std::vector<Collision> Collisions(const std::vector<std::string>& paths) {
   return collisions;
 }
 
+std::string ShellQuoted(const std::string& text) {
+  constexpr char kPlain[] =
+      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789/._-+,:@%=";
+  if (!text.empty() && text.find_first_not_of(kPlain) == std::string::npos) {
+    return text;
+  }
+  std::string quoted = "'";
+  for (const char byte : text) {
+    quoted += byte == '\'' ? std::string("'\\''") : std::string(1, byte);
+  }
+  return quoted + "'";
+}
+
 std::string ParentOf(const std::string& path) {
   const std::size_t slash = path.rfind('/');
   return slash == std::string::npos ? std::string() : path.substr(0, slash);

@@ -46,6 +46,9 @@ struct Collision {
 /// with. Paths below colliding directories are not compared: the directories stand for them.
 std::vector<Collision> Collisions(const std::vector<std::string>& paths);
 
+/// Returns `text` as one word of a shell's command line: in single quotes if that is needed.
+std::string ShellQuoted(const std::string& text);
+
 /// `path` without its last component and the "/" before it, and that component.
 std::string ParentOf(const std::string& path);
 std::string LastOf(const std::string& path);
