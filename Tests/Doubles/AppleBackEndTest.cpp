@@ -191,6 +191,19 @@ TEST_F(AppleBackEnd, KeyWithoutAUtf8FormIsClearedLikeOthers) {
   EXPECT_FALSE(domain_.RemoveAll());
 }
 
+TEST_F(AppleBackEnd, KeyOutsideAsciiIsRemovedWithTheOthers) {
+  std::filesystem::create_directories("/Library/Preferences");
+  std::ofstream(kFile)
+      << "<plist version=\"1.0\"><dict><key>key</key><integer>1</integer>"
+         "<key>schl\xC3\xBCssel e\xCC\x81</key><integer>2</integer></dict></plist>";
+  ASSERT_TRUE(domain_.Flush());
+  ASSERT_EQ(domain_.GetNumber("schl\xC3\xBCssel e\xCC\x81"), 2);
+  EXPECT_TRUE(domain_.RemoveAll());
+  ASSERT_TRUE(domain_.Flush());
+  EXPECT_FALSE(domain_.Has("schl\xC3\xBCssel e\xCC\x81"));
+  EXPECT_FALSE(domain_.Has("key"));
+}
+
 // Numbers ---------------------------------------------------------------------------------------
 
 TEST_F(AppleBackEnd, NumberThatTheConversionWrapsIsAbsent) {
@@ -223,6 +236,15 @@ TEST_F(AppleBackEnd, ResourcesPathIsAbsoluteAndFitsWithItsTerminatingZero) {
   EXPECT_EQ("none", resources(expected.length()));
   EXPECT_EQ("none", resources(1));
   EXPECT_EQ("none", resources(0));
+}
+
+TEST_F(AppleBackEnd, ResourcesPathKeepsTheBytesOfACombiningCharacter) {
+  const std::string bundle = "/Cafe\xCC\x81.app/Contents";
+  std::filesystem::create_directories(bundle + "/MacOS");
+  std::filesystem::copy_file(program, bundle + "/MacOS/X",
+                             std::filesystem::copy_options::overwrite_existing);
+  EXPECT_EQ(OutputOfProcess((bundle + "/MacOS/X").c_str(), {"resources", "1024"}),
+            bundle + "/Resources");
 }
 
 // The double ------------------------------------------------------------------------------------

@@ -112,6 +112,7 @@ void CFPreferencesSetValue(CFStringRef key, CFPropertyListRef value, CFStringRef
                            CFStringRef user, CFStringRef host) CF_DOUBLE_SINCE(10.0);
 void CFPreferencesSetMultiple(CFDictionaryRef values, CFArrayRef removed, CFStringRef application,
                               CFStringRef user, CFStringRef host) CF_DOUBLE_SINCE(10.0);
+Boolean CFPreferencesAppSynchronize(CFStringRef application) CF_DOUBLE_SINCE(10.0);
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host)
     CF_DOUBLE_SINCE(10.0);
 

@@ -185,6 +185,12 @@ void CFPreferencesSetMultiple(CFDictionaryRef values, CFArrayRef removed, CFStri
   }
 }
 
+// Concerns the domains of the current user alone, of which nothing is kept here.
+Boolean CFPreferencesAppSynchronize(CFStringRef application) {
+  Text(application);
+  return 1;
+}
+
 Boolean CFPreferencesSynchronize(CFStringRef application, CFStringRef user, CFStringRef host) {
   RequireAllUsers(user, host);
   return Mode() != "unprivileged" && !Fails(__func__) && Synchronize(Text(application));
