@@ -1,7 +1,9 @@
 // A file system as a Mac has it, for tests: preloaded, it stands before the C library's functions
 // that take a path. A path of 1,024 bytes or more is ENAMETOOLONG, one that is not UTF-8 is EILSEQ,
 // and a name finds an entry that differs from it in the case of ASCII letters only. What is created
-// keeps the case it is given. System directories are left as they are: nothing is tested there.
+// keeps the case it is given. With DARWIN_FILES_MODE=skipping, a listing passes over the entry that
+// follows a removal, as HFS+ documents for a directory that changes while it is listed. System
+// directories are left as they are: nothing is tested there.
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -15,6 +17,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -67,14 +70,32 @@ bool Exists(int directory, const std::string& path) {
   return real(directory, path.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
+bool hasRemoved = false;  // something, since the last entry of a listing
+
+int Noted(int result) {
+  hasRemoved = hasRemoved || result == 0;
+  return result;
+}
+
+template <typename Entry>
+Entry* NextEntry(const char* function, DIR* stream) {
+  auto* const real = Real<Entry*(DIR*)>(function);
+  const char* const mode = std::getenv("DARWIN_FILES_MODE");
+  Entry* const entry = real(stream);
+  const bool isSkipped = mode != nullptr && std::strcmp(mode, "skipping") == 0 && hasRemoved;
+  hasRemoved = false;
+  return isSkipped && entry != nullptr ? real(stream) : entry;
+}
+
 /// The entry of the directory at `path` that is called `name` in another case; `name` without one.
 std::string InItsCase(int directory, const std::string& path, const std::string& name) {
   static auto* const real = Real<int(int, const char*, int, ...)>("openat");
   const int descriptor =
       real(directory, path.empty() ? "." : path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  static auto* const next = Real<dirent*(DIR*)>("readdir");
   DIR* const stream = descriptor < 0 ? nullptr : fdopendir(descriptor);
   std::string found = name;
-  for (const dirent* entry = nullptr; stream != nullptr && (entry = readdir(stream)) != nullptr;) {
+  for (const dirent* entry = nullptr; stream != nullptr && (entry = next(stream)) != nullptr;) {
     found = strcasecmp(entry->d_name, name.c_str()) == 0 ? entry->d_name : found;
   }
   if (stream != nullptr) {
@@ -168,6 +189,13 @@ mode_t ModeOf(int flags, va_list arguments) {
     return found ? real(__VA_ARGS__) : (failure);                        \
   }
 
+#define REMOVING(function, parameters, directory, ...)         \
+  STAND_BEFORE(int, function, parameters) {                    \
+    static auto* const real = Real<int parameters>(#function); \
+    const Path found(path, directory);                         \
+    return found ? Noted(real(__VA_ARGS__)) : -1;              \
+  }
+
 #define WITH_TWO_PATHS(function, parameters, fromDirectory, toDirectory, ...)               \
   STAND_BEFORE(int, function, parameters) {                                                 \
     static auto* const real = Real<int parameters>(#function);                              \
@@ -220,10 +248,16 @@ WITH_PATH(int, -1, faccessat, (int at, const char* path, int mode, int flags), a
 WITH_PATH(int, -1, mkdir, (const char* path, mode_t mode), AT_FDCWD, *found, mode)
 WITH_PATH(int, -1, mkdirat, (int at, const char* path, mode_t mode), at, at, *found, mode)
 WITH_PATH(int, -1, mkfifo, (const char* path, mode_t mode), AT_FDCWD, *found, mode)
-WITH_PATH(int, -1, rmdir, (const char* path), AT_FDCWD, *found)
-WITH_PATH(int, -1, remove, (const char* path), AT_FDCWD, *found)
-WITH_PATH(int, -1, unlink, (const char* path), AT_FDCWD, *found)
-WITH_PATH(int, -1, unlinkat, (int at, const char* path, int flags), at, at, *found, flags)
+REMOVING(rmdir, (const char* path), AT_FDCWD, *found)
+REMOVING(remove, (const char* path), AT_FDCWD, *found)
+REMOVING(unlink, (const char* path), AT_FDCWD, *found)
+REMOVING(unlinkat, (int at, const char* path, int flags), at, at, *found, flags)
+STAND_BEFORE(dirent*, readdir, (DIR * stream)) {
+  return NextEntry<dirent>("readdir", stream);
+}
+STAND_BEFORE(dirent64*, readdir64, (DIR * stream)) {
+  return NextEntry<dirent64>("readdir64", stream);
+}
 WITH_PATH(int, -1, chmod, (const char* path, mode_t mode), AT_FDCWD, *found, mode)
 WITH_PATH(int, -1, fchmodat, (int at, const char* path, mode_t mode, int flags), at, at, *found,
           mode, flags)

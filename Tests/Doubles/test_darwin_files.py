@@ -102,6 +102,16 @@ class FileSystem(unittest.TestCase):
         self.assertEqual(self.result_of("shutil.rmtree('AA')"), "")
         self.assertEqual(os.listdir(self.directory), [])
 
+    def test_skipping_volume_leaves_entries_that_a_listing_removes(self):
+        removal = "[os.unlink(entry) for entry in os.scandir('d')]; print(len(os.listdir('d')))"
+        for mode, skips in (("", False), ("skipping", True)):
+            (self.directory / "d").mkdir(exist_ok=True)
+            for i in range(100):
+                (self.directory / "d" / str(i)).touch()
+            os.environ["DARWIN_FILES_MODE"] = mode
+            self.addCleanup(os.environ.pop, "DARWIN_FILES_MODE", None)
+            self.assertEqual(self.result_of(removal) != "0", skips)
+
 
 class Tests(unittest.TestCase):
     """The tests, of which test_NAME runs the programs or one file."""
