@@ -115,13 +115,15 @@ LET_FAIL(-1, int, stat, (const char* path, struct stat* status), (path, status))
 LET_FAIL(-1, int, syncfs, (int file), (file))
 LET_FAIL(-1, int, unlink, (const char* path), (path))
 
-/// A file system that is full, in the place of an error.
+/// A file system that has only root's reserve left, in the place of an error.
 int __real_statvfs(const char* path, struct statvfs* status);
 int __wrap_statvfs(const char* path, struct statvfs* status) {
   if (!FailingCall::Strikes("statvfs")) {
     return __real_statvfs(path, status);
   }
   *status = {};
+  status->f_frsize = 4096;
+  status->f_bfree = 10;
   return FailingCall::CurrentError() == FailingCall::kShort ? 0 : -1;
 }
 

@@ -1,7 +1,10 @@
 // Each way in which an installation can be other than a bundle's: found, alone.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
+#include "Descriptor.h"
 #include "FailingCall.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
@@ -17,6 +20,7 @@
 #include "machine/Access.h"
 #include "machine/HostCheck.h"
 #include "machine/Receipt.h"
+#include "report/Rules.h"
 #include "support/Files.h"
 #include "support/Text.h"
 
@@ -463,6 +467,30 @@ TEST_F(VerifyTest, InstallCheckTurnsWhatItCannotTellIntoNeeded) {
   EXPECT_NE(report.summary.back().find("nowhere"), std::string::npos);
 }
 
+TEST_F(VerifyTest, InstallCheckCountsTheReceiptsFindings) {
+  WriteFile(ReceiptPath(options_.hostRoot), "{}");
+  const Report report = InstallCheck(options_);
+  EXPECT_EQ(report.status, 0);
+  ASSERT_EQ(report.findings.size(), 1U);
+  EXPECT_EQ(report.findings[0].rule, &kReceiptDamaged);
+}
+
+TEST_F(VerifyTest, PlanReadsTheContentOfInstalledFiles) {
+  WriteFile(installed_ + "g", "y");  // as long as before
+  PlanOptions options;
+  options.hostRoot = options_.hostRoot;
+  options.bundle = *options_.bundle;
+  record_.Flush();
+  const Report report = Plan(options);
+  EXPECT_EQ(report.details["files"]["changed"], 1);
+  EXPECT_EQ(report.details["files"]["unchanged"], 1);
+}
+
+TEST_F(VerifyTest, RootsReserveIsNotFree) {
+  const FailingCall fault("statvfs", FailingCall::kShort);
+  EXPECT_EQ(FreeBytesAt(directory_ / ""), 0U);
+}
+
 // Without a bundle, and before an installation
 // -----------------------------------------------------
 
@@ -527,8 +555,12 @@ TEST_F(VerifyTest, ReceiptOfAnotherUpdateIsTold) {
   EXPECT_EQ(findings[1].reason, "it is of update 6, and no update is recorded");
 }
 
-TEST(Receipt, TimeIsThatOfGreenwich) {
+TEST(Receipt, TimeIsThatOfGreenwichWhereverTheMachineIs) {
+  setenv("TZ", "TEST-05:30", 1);
+  tzset();
   EXPECT_EQ(TimeText(1000000000), "2001-09-09T01:46:40Z");
+  unsetenv("TZ");
+  tzset();
 }
 
 TEST_F(VerifyTest, ReceiptHasTheVersionThatWroteIt) {
@@ -618,6 +650,38 @@ TEST_F(VerifyTest, RepairChangesNothingBehindALinkOrAnotherName) {
 TEST_F(VerifyTest, InstallThatCannotReadTheRecordOfAFreshHostTouchesNothing) {
   EXPECT_THROW(Install(OnAFreshHost()), Error);
   EXPECT_FALSE(IsThere(directory_ / "root/Library/Application Support"));
+}
+
+/// Returns whether somebody holds the lock at `path`.
+bool IsLocked(const std::string& path) {
+  const Descriptor lock(open(path.c_str(), O_RDWR | O_CLOEXEC));
+  return lock && flock(*lock, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+TEST_F(VerifyTest, LockIsHeldWhileTheInstallationIsVerifiedAndTheReceiptWritten) {
+  record_.Flush();
+  const std::string ran = directory_ / "ran";
+  const std::string program = directory_ / "X.app/Contents/MacOS/WebResourceInstaller";
+  fs::create_directory(ParentOf(program));
+  WriteFile(program, "#!/bin/sh\n: >'" + ran + "'\n");
+  chmod(program.c_str(), 0755);
+  InstallOptions options;
+  options.hostRoot = options_.hostRoot;
+  options.bundle = *options_.bundle;
+  options.isForced = true;
+  for (const char* call : {"lstat", "fsync"}) {  // of verification and receipt
+    fs::remove(ran);
+    int looks = 0;
+    const auto look = [&] {
+      if (IsThere(ran)) {
+        ++looks;
+        EXPECT_TRUE(IsLocked(BesideInstallRoot(options_.hostRoot, ".WebResources.lock"))) << call;
+      }
+    };
+    const FailingCall neighbour(call, look, 1, INT_MAX);
+    EXPECT_EQ(Install(options).status, 0);
+    EXPECT_GT(looks, 0) << call;
+  }
 }
 
 TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMade) {

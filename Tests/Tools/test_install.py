@@ -319,12 +319,17 @@ class Install(Case):
         self.assertEqual(os.listdir(self.machine.path("/Library")), ["Preferences"])
 
     def test_step_has_the_same_surroundings_always(self):
-        """Under any umask, everything is readable by other users, those above included."""
-        self.assertEqual(self.machine.install(umask=0o077, env={
-            "PATH": os.environ["PATH"], "TMPDIR": "/nowhere"}).status, 0)
-        self.assert_installed()
-        for path in [self.machine.installed, *self.machine.installed.rglob("*")]:
-            self.assertEqual(path.stat().st_mode & 0o777, 0o755 if path.is_dir() else 0o644, path)
+        """Under any umask, everything is readable by other users and writable by none, the
+        directories above and the receipt included."""
+        for umask in (0o077, 0):
+            shutil.rmtree(self.machine.path("/Library"), ignore_errors=True)
+            self.assertEqual(self.machine.install(umask=umask, env={
+                "PATH": os.environ["PATH"], "TMPDIR": "/nowhere"}).status, 0)
+            self.assert_installed()
+            above = self.machine.path("/Library/Application Support")
+            for path in [above, *above.rglob("*")]:
+                expected = 0o755 if path.is_dir() else 0o600 if path.suffix == ".lock" else 0o644
+                self.assertEqual(path.stat().st_mode & 0o777, expected, path)
 
     def write_step(self, script):
         """A shell script in the place of the executable."""
@@ -364,24 +369,50 @@ class Install(Case):
         self.assertEqual(len(self.machine.path("/descriptors").read_text().split()), 1)  # the lock
         self.assertIn("signal 15", told.document["findings"][0]["reason"])
 
+    def test_step_inherits_the_lock_alone_however_many_descriptors_are_open(self):
+        add_programs(self.machine.root, program("bash"))
+        self.write_step(f"""exec {program("bash")} -c '
+            for ((i = 3; i < 400; ++i)); do {{ : >&$i; }} 2>/dev/null && echo $i; done
+            true' >/descriptors""")
+        with open(os.devnull, "rb") as null:
+            opened = [fcntl.fcntl(null, fcntl.F_DUPFD, 10) for _ in range(200)]
+        self.machine.install(pass_fds=opened)
+        for descriptor in opened:
+            os.close(descriptor)
+        self.assertEqual(len(self.machine.path("/descriptors").read_text().split()), 1)
+
     def test_step_that_cannot_be_run_cannot_tell(self):
         (self.machine.bundle / EXECUTABLE).write_bytes(b"\x7fELF")
         self.assertEqual(self.machine.install().status, 2)
         (self.machine.bundle / EXECUTABLE).unlink()
         self.assertEqual(self.machine.install().status, 2)
 
-    def test_full_volume_is_refused(self):
-        write_bundle(self.machine.bundle, {"large": b"x" * 3000000})
+    def on_a_volume(self, size, *arguments):
+        """What a command tells whose /Library is an empty volume of so many bytes."""
         mount = self.machine.path("/Library")
-        mount.mkdir()
+        mount.mkdir(exist_ok=True)
         result = subprocess.run(
             ["unshare", *([] if os.geteuid() == 0 else ["--map-root-user"]), "--mount", "sh", "-c",
-             'mount -t tmpfs -o size=2m tmpfs "$0" && shift 0 && exec "$@"', str(mount),
-             *self.machine.command("install", "/X.app", "--json")],
+             f'mount -t tmpfs -o size={size} tmpfs "$0" && shift 0 && exec "$@"', str(mount),
+             *self.machine.command(*arguments, "--json")],
             capture_output=True, text=True, check=False)
-        told = json.loads(result.stdout)
-        self.assertEqual([finding["id"] for finding in told["findings"]], ["no-space"])
-        self.assertEqual(result.returncode, 1)
+        document = json.loads(result.stdout)
+        return Told(result.returncode, [finding["id"] for finding in document["findings"]],
+                    document)
+
+    def test_full_volume_is_refused(self):
+        write_bundle(self.machine.bundle, {"large": b"x" * 3000000})
+        told = self.on_a_volume(2 << 20, "install", "/X.app")
+        self.assertEqual((told.status, told.ids), (1, ["no-space"]))
+
+    def test_volume_with_exactly_enough_room_is_enough(self):
+        needed = self.machine.tell("plan", "/X.app").document["bytesNeeded"]
+        page = os.sysconf("SC_PAGESIZE")
+        self.assertEqual(needed % page, 0)
+        told = self.on_a_volume(needed, "plan", "/X.app")
+        self.assertEqual((told.document["bytesFree"], told.document["outcome"]),
+                         (needed, "install"))
+        self.assertEqual(self.on_a_volume(needed - page, "plan", "/X.app").ids, ["no-space"])
 
 
 class Receipt(Case):
@@ -748,9 +779,14 @@ class Together(Case):
         first = self.machine.start("install", "/X.app")
         self.wait_for("/begun")
         master, terminal = pty.openpty()
-        subprocess.run(self.machine.command("install", "/X.app", "--wait", "1"), stderr=terminal,
-                       stdout=subprocess.DEVNULL, check=False)
-        self.assertIn(b"waiting: another installation is running", os.read(master, 10000))
+        second = subprocess.Popen(self.machine.command("install", "/X.app", "--wait", "1"),
+                                  stderr=terminal, stdout=subprocess.DEVNULL)
+        said = b""
+        while b"waiting: another installation is running" not in said:
+            said += os.read(master, 10000)
+        begin = time.monotonic()
+        self.assertEqual(second.wait(), 2)
+        self.assertLess(abs(time.monotonic() - begin - 5), 4.5)  # a second, on a busy machine
         os.close(master)
         os.close(terminal)
         self.machine.path("/go").touch()
@@ -964,6 +1000,12 @@ class Status(Case):
         self.assertEqual(len(output.splitlines()), 5)
         self.assertRegex(output, r"update: +7, version 17.*\n.*/Resource0\n.* 4 files.*\n"
                                  r".*\nsound: +yes")
+
+    def test_content_is_there_since_the_receipt_was_written(self):
+        self.machine.install()
+        os.utime(self.machine.installed, (0, 0))
+        self.assertEqual(self.machine.tell("status").document["since"],
+                         self.machine.receipt()["time"])
 
     def test_nothing_installed_is_not_sound(self):
         told = self.machine.tell("status")
