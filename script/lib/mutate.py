@@ -114,6 +114,7 @@ def status(test, limit):
 
 # In a sandbox -------------------------------------------------------------------------------------
 
+NAMESPACE = ["unshare", "--mount", "--pid", "--fork", "--kill-child"]
 SANDBOX = """set -e
 mount -t tmpfs -o size=3g none "$1"
 mkdir "$1/upper" "$1/work" "$1/root"
@@ -135,8 +136,8 @@ def in_sandbox(job):
     """The result of inside() for a job, there."""
     (WORK / "root").mkdir(exist_ok=True)
     return json.loads(run(
-        "unshare", "--mount", "--pid", "--fork", "--kill-child", "sh", "-c", SANDBOX, "sh",
-        WORK / "root", sys.executable, "-B", __file__, *sys.argv[1:], input=json.dumps(job),
+        *NAMESPACE, "sh", "-c", SANDBOX, "sh", WORK / "root", sys.executable, "-B", __file__,
+        *sys.argv[1:], input=json.dumps(job),
         env={**os.environ, "CCACHE_DISABLE": "1"},  # nothing is compiled twice there
         stderr=subprocess.DEVNULL))
 
