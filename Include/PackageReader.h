@@ -93,6 +93,10 @@ class PackageReader {
   /// The bytes that the last Read() returned. Valid until the next Read().
   const char* portion() const { return portion_; }
 
+  /// Makes each Read() fail from the moment that `isStopped` returns true. The installer never
+  /// stops; the companion command does, also in the middle of a large entry.
+  void StopWhen(bool (*isStopped)()) { isStopped_ = isStopped; }
+
   /// Closes the opened data.
   void Close();
 
@@ -115,6 +119,7 @@ class PackageReader {
   std::unique_ptr<void, Closer> archive_;
   std::optional<std::uint64_t> count_;
   std::uint64_t visited_ = 0;
+  bool (*isStopped_)() = nullptr;
   PackageEntry entry_;
   EntryData data_;
   char name_[kNameSize] = {};

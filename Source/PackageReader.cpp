@@ -61,7 +61,9 @@ bool PackageReader::Open() {
 }
 
 int PackageReader::Read() {
-  const int count = unzReadCurrentFile(archive_.get(), portion_, sizeof portion_);
+  const bool isStopped = isStopped_ != nullptr && isStopped_();
+  const int count =
+      isStopped ? UNZ_ERRNO : unzReadCurrentFile(archive_.get(), portion_, sizeof portion_);
   if (count > 0) {
     data_.size += static_cast<unsigned int>(count);
   } else if (count < 0) {

@@ -169,7 +169,7 @@ TEST_F(FailuresTest, OnlyTheVeryFileThatIsOpenIsAtItsPath) {
 }
 
 TEST_F(FailuresTest, MissingDirectoryHasAnEmptyTree) {
-  EXPECT_TRUE(ReadTree(directory_ / "none").empty());
+  EXPECT_TRUE(ReadTree(directory_ / "none", Checksum::Sha256).empty());
 }
 
 TEST_F(FailuresTest, VolumeWithoutAnswerHasNoKnownSpace) {
@@ -202,7 +202,7 @@ TEST_F(FailuresTest, DirectoryThatCannotBeMadeEndsAProof) {
   WriteFile(file_, Zip({{"a", "1"}}));
   PackageReader package(file_);
   const FailingCall fault("mkdir", EIO);
-  EXPECT_NE(Complaint([&] { PredictAndExtract(package, directory_ / "new", [] {}); }), "");
+  EXPECT_NE(Complaint([&] { PredictAndExtract(package, directory_ / "new"); }), "");
 }
 
 TEST_F(FailuresTest, FileThatCannotBePackedWholeIsTold) {

@@ -348,7 +348,7 @@ bool IsPredicted(const std::string& bytes) {
   PackageReader package(path);
   PackageReader extracted(path);
   const Prediction prediction = Predict(package);
-  const Prediction whileExtracting = PredictAndExtract(extracted, destination, [] {});
+  const Prediction whileExtracting = PredictAndExtract(extracted, destination);
   EXPECT_EQ(TextOf(whileExtracting), TextOf(prediction));
   FindInPackage(path, prediction);
   return CompareWithPackage(path, destination).empty() &&

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
+
 #include "InstallerUtils.h"
 #include "PackageComparison.h"
 #include "Support.h"
 #include "ZipBuilder.h"
 #include "prediction/Prediction.h"
 #include "support/Error.h"
+#include "support/Progress.h"
 
 using namespace webresources;
 
@@ -183,7 +186,7 @@ TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
   std::string destination = predicted.directory / "destination";
   std::filesystem::create_directories(destination + "/f");
   PackageReader package(predicted.path);
-  const Prediction whileExtracting = PredictAndExtract(package, destination, [] {});
+  const Prediction whileExtracting = PredictAndExtract(package, destination);
   EXPECT_EQ(whileExtracting.entries[0].size, 4U);
   const Differences differences =
       OfContent(Compare(TreeOf(whileExtracting), ReadTree(destination, Checksum::Crc32)));
@@ -191,12 +194,41 @@ TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
   EXPECT_EQ(differences[0].kind, Difference::Kind::Type);
 }
 
-TEST(Prediction, ExtractionIsStoppedByAnException) {
-  Predicted predicted({{"a", "1"}, {"b", "2"}});
-  PackageReader package(predicted.path);
+/// Whether `read`, which sends a signal to its process, ends by an Error.
+bool IsStopped(const std::function<void()>& read) {
+  return InChild([&read] {
+    CatchInterruptions();
+    try {
+      read();
+      return false;
+    } catch (const Error& error) {
+      return error.reason() == "interrupted";
+    }
+  });
+}
+
+TEST(Prediction, IsStoppedInTheMiddleOfAnEntry) {
+  Predicted predicted({{"a", std::string(5 * PackageReader::kPortionSize, 'x')}});
+  EXPECT_TRUE(IsStopped([&predicted] {
+    PackageReader package(predicted.path);
+    int portions = 0;
+    const PortionSink stop = [&portions](std::size_t, const char*, std::size_t) {
+      raise(SIGTERM);
+      ASSERT_EQ(++portions, 1);
+    };
+    Predict(package, stop);
+  }));
+}
+
+TEST(Prediction, ExtractionIsStoppedInTheMiddleOfAnEntry) {
+  Predicted predicted({{"a", std::string(5 * PackageReader::kPortionSize, 'x')}, {"b", "2"}});
   const std::string destination = predicted.directory / "destination";
-  const auto stop = [] { throw Error("check", "a", "interrupted"); };
-  EXPECT_THROW(PredictAndExtract(package, destination, stop), Error);
+  EXPECT_TRUE(IsStopped([&] {
+    PackageReader package(predicted.path);
+    raise(SIGINT);
+    PredictAndExtract(package, destination);
+  }));
+  EXPECT_EQ(std::filesystem::file_size(destination + "/a"), 0U);
   EXPECT_FALSE(IsThere(destination + "/b"));
 }
 

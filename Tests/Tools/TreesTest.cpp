@@ -128,11 +128,11 @@ TEST(Trees, DiskIsReadWithoutFollowingOrOpeningAnythingElse) {
   fs::create_symlink("file", std::string(directory / "link"));
   ASSERT_EQ(mkfifo(std::string(directory / "fifo").c_str(), 0644), 0);
   std::string found;
-  for (const FileItem& item : ReadTree(directory / "")) {
+  for (const FileItem& item : ReadTree(directory / "", Checksum::Sha256)) {
     found += item.path + std::to_string(static_cast<int>(item.type)) + " ";
   }
   EXPECT_EQ(found, ".0 d0 fifo2 file1 link2 ");
-  EXPECT_EQ(DigestText(*ReadTree(directory / "")[3].sha256),
+  EXPECT_EQ(DigestText(*ReadTree(directory / "", Checksum::Sha256)[3].sha256),
             "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
 }
 

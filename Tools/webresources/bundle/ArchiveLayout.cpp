@@ -109,6 +109,32 @@ class File {
   std::uint64_t size_ = 0;
 };
 
+/// A part of a file that is read in order and in chunks: its stated size may be anything.
+class Stretch {
+ public:
+  Stretch(const File& file, std::uint64_t begin, std::uint64_t size)
+      : file_(file), begin_(begin), size_(size) {}
+
+  /// The bytes from `offset` on: `length`, or as many as there are.
+  Bytes Read(std::uint64_t offset, std::uint64_t length) {
+    constexpr std::uint64_t kChunk = std::uint64_t{64} << 10U;
+    length = std::min(length, size_ - std::min(offset, size_));
+    if (offset < chunkBegin_ || offset + length > chunkBegin_ + chunk_.size()) {
+      chunkBegin_ = offset;
+      chunk_ = file_.Read(begin_ + offset, std::min(std::max(length, kChunk), size_ - offset));
+    }
+    return Bytes(chunk_.Text(static_cast<std::size_t>(offset - chunkBegin_),
+                             static_cast<std::size_t>(length)));
+  }
+
+ private:
+  const File& file_;
+  const std::uint64_t begin_;
+  const std::uint64_t size_;
+  std::uint64_t chunkBegin_ = 0;
+  Bytes chunk_{{}};
+};
+
 /// Where the directory lies, by the end record.
 struct End {
   std::uint64_t position = 0;  ///< Of the record that counts.
@@ -251,21 +277,24 @@ void ReadLocal(const File& file, const Header& central, ArchiveLayout::Entry& en
 
 /// Reads the directory's entries until their number is reached or there is none.
 void ReadDirectory(const File& file, const End& end, ArchiveLayout& layout) {
-  const Bytes bytes = file.Read(layout.directoryBegin, end.directorySize);
-  std::size_t next = 0;
-  while (layout.entries.size() < end.entryCount && next + kCentralSize <= bytes.size() &&
-         bytes.At32(next) == kCentralSignature) {
-    const std::size_t nameLength = bytes.At16(next + 28);
-    const std::size_t extraLength = bytes.At16(next + 30);
-    const std::size_t extra = next + kCentralSize + nameLength;
-    Header central = ReadHeader(bytes, next + 8);
-    central.name = bytes.Text(next + kCentralSize, nameLength);
-    std::uint64_t offset = bytes.At32(next + 42);
-    ReadExtra64(Bytes(bytes.Text(extra, extraLength)), central, &offset);
+  Stretch directory(file, layout.directoryBegin, end.directorySize);
+  std::uint64_t next = 0;
+  while (layout.entries.size() < end.entryCount) {
+    const Bytes fixed = directory.Read(next, kCentralSize);
+    if (fixed.size() < kCentralSize || fixed.At32(0) != kCentralSignature) {
+      break;
+    }
+    const std::size_t nameLength = fixed.At16(28);
+    const std::size_t extraLength = fixed.At16(30);
+    const Bytes rest = directory.Read(next + kCentralSize, nameLength + extraLength);
+    Header central = ReadHeader(fixed, 8);
+    central.name = rest.Text(0, nameLength);
+    std::uint64_t offset = fixed.At32(42);
+    ReadExtra64(Bytes(rest.Text(nameLength, extraLength)), central, &offset);
     ArchiveLayout::Entry& entry = layout.entries.emplace_back();
     entry.begin = offset + layout.leadingBytes;
     ReadLocal(file, central, entry);
-    next = extra + extraLength + bytes.At16(next + 32);
+    next += kCentralSize + nameLength + extraLength + fixed.At16(32);
   }
   layout.isDirectoryWhole = layout.entries.size() == end.entryCount && next == end.directorySize;
 }

@@ -182,13 +182,11 @@ Prediction Prove(PackageReader& package, const std::string& packagePath, Proof& 
   const Scratch scratch;
   RequireSpace(LargestContent(packagePath), scratch.path());
   const std::string destination = scratch.path() + "/" + kFinalName;
-  const auto stopIfInterrupted = [&packagePath] { ThrowIfInterrupted("check", packagePath); };
-  Prediction prediction = PredictAndExtract(package, destination, stopIfInterrupted);
+  Prediction prediction = PredictAndExtract(package, destination);
   const FileTree predicted = TreeOf(prediction);
   proof.notCompared = PathsForSomeVolumesOnly(predicted);
   proof.differences = Topmost(OfContent(
       Without(proof.notCompared, Compare(predicted, ReadTree(destination, Checksum::Crc32)))));
-  stopIfInterrupted();
   return prediction;
 }
 

@@ -21,10 +21,11 @@ Json RecordAfter(const InstallPlan& plan, const ExpectedBundle& bundle) {
              : webresources::ToJson(record.values);
 }
 
-FileTree InstalledTree(const Installation& installation) {
+FileTree InstalledTree(const Installation& installation, const FileTree& expected) {
   return installation.directory.empty()
              ? FileTree()
-             : ReadTree(installation.installRoot + installation.directory);
+             : ReadTreeAgainst(expected, installation.installRoot + installation.directory,
+                               Checksum::Sha256);
 }
 
 /// What goes beside the installed directory.
@@ -50,7 +51,7 @@ void ReportLeftovers(const std::vector<std::string>& leftovers, Report& report) 
 
 void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bundle,
                                Report& report) {
-  const FileTree before = InstalledTree(plan.installation);
+  const FileTree before = InstalledTree(plan.installation, bundle.tree);
   const bool installs = plan.outcome == Outcome::Install;
   ReportLeftovers(installs ? LeftoversOf(plan.installation) : std::vector<std::string>(), report);
   ReportChanges(ChangesBetween(before, installs ? bundle.tree : before), report);

@@ -3,6 +3,7 @@
 #include "machine/Advice.h"
 #include "machine/HostCheck.h"
 #include "machine/InstallPlan.h"
+#include "support/Progress.h"
 
 namespace webresources {
 
@@ -49,6 +50,7 @@ void VerifyAlone(const VerifyOptions& options, Report& report) {
 }  // namespace
 
 Report Verify(const VerifyOptions& options) {
+  CatchInterruptions();
   Report report("verify");
   if (options.bundle) {
     report.details["comparedWith"] = "bundle";

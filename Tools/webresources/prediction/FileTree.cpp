@@ -68,17 +68,40 @@ std::uint32_t Crc32Of(const std::string& path) {
   return static_cast<std::uint32_t>(crc);
 }
 
-void AddChecksums(const std::string& directory, Checksum checksum, FileTree& tree) {
+void AddChecksum(const std::string& directory, Checksum checksum, FileItem& item) {
+  const std::string path = directory + "/" + item.path;
+  if (checksum == Checksum::Sha256) {
+    item.sha256 = DigestOfFile(path);
+  } else if (checksum == Checksum::Crc32) {
+    item.crc32 = Crc32Of(path);
+  }
+}
+
+bool HasFile(const FileTree& tree, const std::string& path, std::uint64_t size) {
+  const auto item = std::lower_bound(
+      tree.begin(), tree.end(), path,
+      [](const FileItem& one, const std::string& that) { return one.path < that; });
+  return item != tree.end() && item->path == path && item->type == FileItem::Type::File &&
+         item->size == size;
+}
+
+FileTree ReadItems(const std::string& directory) {
+  FileTree tree;
+  if (auto top = Look(directory, kTop)) {
+    tree.push_back(*std::move(top));
+    AddEntries(directory, "", tree);
+  }
+  Sort(tree);
+  return tree;
+}
+
+void AddChecksums(const std::string& directory, Checksum checksum, const FileTree* expected,
+                  FileTree& tree) {
   Progress progress("reading what is installed", BytesOf(tree));
   for (FileItem& item : tree) {
-    if (item.type != FileItem::Type::File) {
-      continue;
-    }
-    const std::string path = directory + "/" + item.path;
-    if (checksum == Checksum::Sha256) {
-      item.sha256 = DigestOfFile(path);
-    } else {
-      item.crc32 = Crc32Of(path);
+    if (item.type == FileItem::Type::File &&
+        (expected == nullptr || HasFile(*expected, item.path, item.size))) {
+      AddChecksum(directory, checksum, item);
     }
     progress.Step(item.size);
   }
@@ -116,13 +139,15 @@ PortionSink EntryDigests::Sink() {
 
 Sha256::Digest EntryDigests::Of(std::size_t index) {
   FinishCurrent();
-  const auto digest = digests_.find(index);
-  return digest == digests_.end() ? Sha256().Finish() : digest->second;
+  const auto digest =
+      std::lower_bound(digests_.begin(), digests_.end(), index,
+                       [](const auto& one, std::size_t that) { return one.first < that; });
+  return digest == digests_.end() || digest->first != index ? Sha256().Finish() : digest->second;
 }
 
 void EntryDigests::FinishCurrent() {
   if (current_) {
-    digests_[*current_] = hash_.Finish();
+    digests_.emplace_back(*current_, hash_.Finish());
     current_.reset();
   }
 }
@@ -139,15 +164,15 @@ FileTree TreeOf(const Prediction& prediction, EntryDigests* digests) {
 }
 
 FileTree ReadTree(const std::string& directory, Checksum checksum) {
-  FileTree tree;
-  if (auto top = Look(directory, kTop)) {
-    tree.push_back(*std::move(top));
-    AddEntries(directory, "", tree);
-  }
-  Sort(tree);
-  if (checksum != Checksum::None) {
-    AddChecksums(directory, checksum, tree);
-  }
+  FileTree tree = ReadItems(directory);
+  AddChecksums(directory, checksum, nullptr, tree);
+  return tree;
+}
+
+FileTree ReadTreeAgainst(const FileTree& expected, const std::string& directory,
+                         Checksum checksum) {
+  FileTree tree = ReadItems(directory);
+  AddChecksums(directory, checksum, &expected, tree);
   return tree;
 }
 

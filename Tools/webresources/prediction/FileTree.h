@@ -2,9 +2,10 @@
 #define TOOLS_WEBRESOURCES_PREDICTION_FILETREE_H_
 
 #include <cstdint>
+#include <deque>
 #include <optional>
 #include <string>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "Sha256.h"
@@ -53,7 +54,7 @@ class EntryDigests {
 
   Sha256 hash_;
   std::optional<std::size_t> current_;  ///< The entry whose data is in `hash_`.
-  std::unordered_map<std::size_t, Sha256::Digest> digests_;
+  std::deque<std::pair<std::size_t, Sha256::Digest>> digests_;  ///< In the order of entries.
 };
 
 /// The tree that a run leaves of a package, with CRC-32 checksums and, if `digests` are given,
@@ -65,7 +66,11 @@ enum class Checksum { Sha256, Crc32, None };
 /// The tree at the directory `directory`, with the asked checksum of each file, modes and owners.
 /// Nothing is followed and nothing except regular files is opened. Throws Error if something cannot
 /// be read; what disappears meanwhile is left out.
-FileTree ReadTree(const std::string& directory, Checksum checksum = Checksum::Sha256);
+FileTree ReadTree(const std::string& directory, Checksum checksum);
+
+/// Does the same for a comparison with `expected`. A file that is not expected, or not with its
+/// size, is not read and has no checksum: its size tells enough.
+FileTree ReadTreeAgainst(const FileTree& expected, const std::string& directory, Checksum checksum);
 
 /// The bytes of all files of `tree`.
 std::uint64_t BytesOf(const FileTree& tree);

@@ -52,16 +52,51 @@ std::uint64_t LargestContent(const std::string& path) {
   return sum;
 }
 
+std::uint64_t DirectoriesIn(const std::string& path) {
+  std::vector<std::string> names;
+  PackageReader package(path);
+  while (package.Next()) {
+    if (package.entry().kind == PackageEntry::Kind::Directory) {
+      names.emplace_back(package.entry().name);
+    }
+  }
+  std::sort(names.begin(), names.end());
+  std::uint64_t count = 0;
+  std::string before;
+  for (std::string& name : names) {
+    // A directory that both names ask for is in the part that they share.
+    const auto rest = std::mismatch(name.begin(), name.end(), before.begin(), before.end()).first;
+    count += static_cast<std::uint64_t>(std::count(rest, name.end(), '/'));
+    before = std::move(name);
+  }
+  return count;
+}
+
+namespace {
+
+void FindInSize(const std::string& path, const Limits& limits, Findings& findings) {
+  if (const std::uint64_t size = LargestContent(path); size > limits.maxSize) {
+    Add(findings, kContentTooLarge, kPackageFileName,
+        "its entries can hold " + std::to_string(size) + " bytes, and " +
+            std::to_string(limits.maxSize) + " are allowed: no data is read");
+  }
+  if (const std::uint64_t count = DirectoriesIn(path); count > limits.maxDirectories) {
+    Add(findings, kTooManyDirectories, kPackageFileName,
+        "its entries ask for " + std::to_string(count) + " directories, and " +
+            std::to_string(limits.maxDirectories) + " are allowed: no data is read");
+  }
+}
+
+}  // namespace
+
 Findings FindOutOfBounds(const std::string& path, const Limits& limits) {
   Findings findings;
-  const bool exists = StateOf(path) == FileState::Present;
-  const std::uint64_t size = exists ? LargestContent(path) : 0;
-  if (size <= limits.maxSize) {
+  if (StateOf(path) == FileState::Present) {
+    FindInSize(path, limits, findings);
+  }
+  if (findings.empty()) {
     return findings;
   }
-  Add(findings, kContentTooLarge, kPackageFileName,
-      "its entries can hold " + std::to_string(size) + " bytes, and " +
-          std::to_string(limits.maxSize) + " are allowed: no data is read");
   const ArchiveLayout layout = ReadArchiveLayout(path).value_or(ArchiveLayout());
   if (const std::size_t count = layout.Overlapping().size(); count > 0) {
     Add(findings, kOverlappingEntries, kPackageFileName,

@@ -18,6 +18,9 @@ namespace webresources {
 struct Limits {
   /// The largest content, in bytes. `pack` makes no package that exceeds the default.
   std::uint64_t maxSize = std::uint64_t{4} << 30U;
+  /// The largest number of directories. One entry can ask for 255 of them, and each costs memory
+  /// and time.
+  std::uint64_t maxDirectories = 1000000;
 };
 
 /// Returns how many bytes the installer reads or writes at most for all entries of the package at
@@ -25,8 +28,13 @@ struct Limits {
 /// opened.
 std::uint64_t LargestContent(const std::string& path);
 
-/// Returns why the package at `path` must not be read: its entries can hold more than `limits`
-/// allow. Says also whether they share data and whether their number is wrong. Returns no findings
+/// Returns how many directories the entries of the package at `path` ask for, each counted once; a
+/// name with "." or ".." components can count more. Reads its directory, no data. Returns 0 if the
+/// package is missing or cannot be opened.
+std::uint64_t DirectoriesIn(const std::string& path);
+
+/// Returns why the package at `path` must not be read: its entries hold more than `limits` allow.
+/// Says also whether they share data and whether their number is wrong. Returns no findings
 /// if the package is within bounds or missing. Call it before Predict() for any package that
 /// somebody else has made. Throws Error if the package is there and cannot be read.
 Findings FindOutOfBounds(const std::string& path, const Limits& limits);

@@ -4,9 +4,10 @@
 #include <zlib.h>
 
 #include <algorithm>
-#include <unordered_set>
+#include <utility>
 
 #include "DirectoryChain.h"
+#include "InstallerConstants.h"
 #include "InstallerUtils.h"
 #include "support/Error.h"
 #include "support/Progress.h"
@@ -141,6 +142,7 @@ class Predictor {
  public:
   Predictor(PackageReader& package, const PortionSink& sink)
       : package_(package), sink_(sink), progress_("reading the package", package.EntryCount()) {
+    package.StopWhen(IsInterrupted);
     prediction_.isOpened = package.IsOpen();
     prediction_.entryCount = package.EntryCount();
   }
@@ -153,6 +155,7 @@ class Predictor {
     } else if (entry.kind == PackageEntry::Kind::File) {
       PredictFile(entry);
     }
+    ThrowIfInterrupted("read", kPackageFileName);
     progress_.Step();
   }
 
@@ -162,9 +165,10 @@ class Predictor {
   void PredictDirectory(EntryPrediction& entry) {
     const Failure failure = EnsureDirectoryExists(prediction_.tree, entry.name);
     // "a//" and "a/./" are made on the way to a failure.
-    if (prediction_.tree.Exists(entry.name)) {
+    PredictedTree::Node* made = nullptr;
+    if (prediction_.tree.Find(entry.name, &made) == Failure::None) {
       entry.action = EntryPrediction::Action::MakeDirectory;
-      entry.isRepeated = !announced_.insert(entry.name).second;
+      entry.isRepeated = std::exchange(made->hasEntry, true);
     } else {
       entry.failure = failure;
     }
@@ -225,7 +229,6 @@ class Predictor {
   const PortionSink& sink_;
   Prediction prediction_;
   Progress progress_;
-  std::unordered_set<std::string> announced_;
 };
 
 void AddItems(const PredictedTree::Node& directory, const std::string& prefix,
@@ -248,14 +251,10 @@ Prediction Predict(PackageReader& package, const PortionSink& sink) {
   return predictor.Take();
 }
 
-Prediction PredictAndExtract(PackageReader& package, const std::string& directory,
-                             const std::function<void()>& afterEntry) {
+Prediction PredictAndExtract(PackageReader& package, const std::string& directory) {
   const PortionSink none;
   Predictor predictor(package, none);
-  const auto predict = [&predictor, &afterEntry] {
-    predictor.PredictEntry();
-    afterEntry();
-  };
+  const auto predict = [&predictor] { predictor.PredictEntry(); };
   if (!InstallerUtils::UncompressPackage(package, directory, predict)) {
     throw Error("extract to", directory, "the directory cannot be made");
   }

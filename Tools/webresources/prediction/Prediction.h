@@ -26,6 +26,7 @@ class PredictedTree {
   /// One directory or file.
   struct Node {
     bool isDirectory = true;
+    bool hasEntry = false;   ///< Of a directory: an entry makes it, not only a longer path.
     Node* parent = nullptr;  ///< The directory; the root's is itself.
     std::map<std::string, std::unique_ptr<Node>> children;  ///< Of a directory, by name.
 
@@ -107,15 +108,13 @@ using PortionSink = std::function<void(std::size_t entry, const char* bytes, std
 /// Predicts what the installer will leave of `package`, which must be at its beginning. Reads the
 /// data of each entry once and passes it to `sink`, if there is one; an entry whose data is damaged
 /// is read a second time, for its checksum. Memory grows with the number of entries, not with their
-/// size.
+/// size. Throws Error if the user stops the command; see CatchInterruptions().
 Prediction Predict(PackageReader& package, const PortionSink& sink = {});
 
 /// Does the same while the installer extracts `package` to `directory`. Data that the extraction
 /// reads is not read again: the prediction takes its size and checksum from there and decides
-/// everything else for itself. Calls `afterEntry` after each entry, which may throw to stop. Throws
-/// Error if the directory cannot be made.
-Prediction PredictAndExtract(PackageReader& package, const std::string& directory,
-                             const std::function<void()>& afterEntry);
+/// everything else for itself. Throws Error if the directory cannot be made, or as Predict() does.
+Prediction PredictAndExtract(PackageReader& package, const std::string& directory);
 
 /// One directory or file of a predicted tree.
 struct TreeItem {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdio>
 #include <set>
-#include <unordered_set>
 
 #include "support/Text.h"
 
@@ -90,7 +89,7 @@ class Comparison {
 };
 
 /// Whether a directory above `path` is one of `directories`.
-bool IsBelow(std::string path, const std::unordered_set<std::string>& directories) {
+bool IsBelow(std::string path, const std::set<std::string>& directories) {
   while (!(path = ParentOf(path)).empty()) {
     if (directories.count(path) != 0) {
       return true;
@@ -128,7 +127,7 @@ std::vector<std::string> PathsForSomeVolumesOnly(const FileTree& tree) {
 }
 
 Differences Without(const std::vector<std::string>& paths, Differences differences) {
-  const std::unordered_set<std::string> left(paths.begin(), paths.end());
+  const std::set<std::string> left(paths.begin(), paths.end());
   differences.erase(std::remove_if(differences.begin(), differences.end(),
                                    [&left](const Difference& one) {
                                      return left.count(one.path) != 0 || IsBelow(one.path, left);
@@ -139,7 +138,7 @@ Differences Without(const std::vector<std::string>& paths, Differences differenc
 
 Differences Topmost(Differences differences) {
   Differences topmost;
-  std::unordered_set<std::string> whole;
+  std::set<std::string> whole;
   for (Difference& difference : differences) {
     if (difference.kind < Kind::Content) {
       if (IsBelow(difference.path, whole)) {

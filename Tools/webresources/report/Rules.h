@@ -24,6 +24,9 @@ inline constexpr Rule kOverlappingEntries{"overlapping-entries", Severity::Error
 inline constexpr Rule kContentTooLarge{
     "content-too-large", Severity::Error,
     "do not install it if a stranger made it; if it is meant to be so large, raise --max-size"};
+inline constexpr Rule kTooManyDirectories{
+    "too-many-directories", Severity::Error,
+    "do not install it if a stranger made it; else pack fewer directories"};
 inline constexpr Rule kCaseCollision{"case-collision", Severity::Error,
                                      "rename one of them: on some volumes only one can exist"};
 inline constexpr Rule kNormalizationCollision{

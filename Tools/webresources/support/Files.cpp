@@ -13,10 +13,10 @@
 #include <memory>
 #include <stdexcept>
 
-#include "Descriptor.h"
 #include "MallocPointer.h"
 #include "Uninterrupted.h"
 #include "support/Error.h"
+#include "support/Progress.h"
 #include "support/Text.h"
 
 namespace webresources {
@@ -25,8 +25,10 @@ namespace {
 
 constexpr std::size_t kPortion = std::size_t{64} << 10;
 
-/// Not blocking: to open a FIFO could wait for ever.
+}  // namespace
+
 Descriptor OpenRegular(const std::string& path) {
+  // Not blocking: to open a FIFO could wait for ever.
   Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   struct stat status = {};
   if (!file || fstat(*file, &status) != 0) {
@@ -38,7 +40,13 @@ Descriptor OpenRegular(const std::string& path) {
   return file;
 }
 
-}  // namespace
+std::uint64_t SizeOf(int descriptor, const std::string& path) {
+  struct stat status = {};
+  if (fstat(descriptor, &status) != 0) {
+    throw Error::FromErrno("read", path);
+  }
+  return static_cast<std::uint64_t>(status.st_size);
+}
 
 FileState StateOf(const std::string& path) {
   struct stat status = {};
@@ -119,6 +127,7 @@ void ForEachPortion(const std::string& path,
   char portion[kPortion];
   ssize_t count = 0;
   while ((count = Uninterrupted([&] { return read(*file, portion, sizeof portion); })) > 0) {
+    ThrowIfInterrupted("read", path);
     take(portion, static_cast<std::size_t>(count));
   }
   if (count < 0) {

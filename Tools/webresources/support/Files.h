@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Descriptor.h"
 #include "Sha256.h"
 
 namespace webresources {
@@ -39,8 +40,17 @@ std::vector<std::string> NamesIn(const std::string& path);
 /// Error if that cannot be found out.
 std::uint64_t FreeBytesAt(const std::string& path);
 
+/// Opens the regular file at `path` for reading; a link there is not followed. Throws Error if it
+/// cannot be opened, or if it is not a regular file.
+Descriptor OpenRegular(const std::string& path);
+
+/// The size of the file that is open as `descriptor`, in bytes. Throws Error, which names `path`,
+/// if that cannot be found out.
+std::uint64_t SizeOf(int descriptor, const std::string& path);
+
 /// Gives the content of the regular file at `path` to `take` in portions; a link there is not
-/// followed. Throws Error if it cannot be read, or if it is not a regular file.
+/// followed. Throws Error if it cannot be read, if it is not a regular file, or if the user stops
+/// the command; see CatchInterruptions().
 void ForEachPortion(const std::string& path,
                     const std::function<void(const char* bytes, std::size_t length)>& take);
 

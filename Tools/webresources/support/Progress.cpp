@@ -67,8 +67,12 @@ void CatchInterruptions() {
   }
 }
 
+bool IsInterrupted() {
+  return interrupted != 0;
+}
+
 void ThrowIfInterrupted(const std::string& operation, const std::string& object) {
-  if (interrupted != 0) {
+  if (IsInterrupted()) {
     throw Error(operation, object, "interrupted");
   }
 }

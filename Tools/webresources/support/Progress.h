@@ -42,8 +42,11 @@ class Progress {
 /// throw. A signal that is ignored stays ignored. May be called more than once.
 void CatchInterruptions();
 
+/// Whether one of these signals has arrived.
+bool IsInterrupted();
+
 /// Throws Error("interrupted") with `operation` and `object` if one of these signals has arrived.
-/// Long loops call it once a file.
+/// Long loops call it for each file and each chunk of a file.
 void ThrowIfInterrupted(const std::string& operation, const std::string& object);
 
 }  // namespace webresources

@@ -5,8 +5,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <functional>
+#include <map>
 #include <numeric>
-#include <unordered_map>
+#include <utility>
 
 #include "MallocPointer.h"
 
@@ -144,16 +146,43 @@ std::string Folded(const std::string& name) {
   return IsAscii(name) ? LowerCase(name) : Mapped(name, UTF8PROC_CASEFOLD);
 }
 
+namespace {
+
+std::string KeyOf(const std::string& path) {
+  return ParentOf(path) + "/" + Folded(LastOf(path));
+}
+
+/// Those of `paths` whose key has the hash value of another one's, in their order: the others
+/// collide with none, and a hash value takes less memory than a key.
+std::vector<const std::string*> WithEqualHashes(const std::vector<std::string>& paths) {
+  std::vector<std::pair<std::size_t, const std::string*>> hashes;
+  hashes.reserve(paths.size());
+  for (const std::string& path : paths) {
+    hashes.emplace_back(std::hash<std::string>()(KeyOf(path)), &path);
+  }
+  std::sort(hashes.begin(), hashes.end());
+  std::vector<const std::string*> found;
+  for (std::size_t i = 0; i < hashes.size(); ++i) {
+    const bool likeBefore = i > 0 && hashes[i - 1].first == hashes[i].first;
+    const bool likeAfter = i + 1 < hashes.size() && hashes[i + 1].first == hashes[i].first;
+    if (likeBefore || likeAfter) {
+      found.push_back(hashes[i].second);
+    }
+  }
+  std::sort(found.begin(), found.end());
+  return found;
+}
+
+}  // namespace
+
 std::vector<Collision> Collisions(const std::vector<std::string>& paths) {
   std::vector<Collision> collisions;
-  std::unordered_map<std::string, const std::string*> firsts;
-  firsts.reserve(paths.size());
-  for (const std::string& path : paths) {
-    const std::string key = ParentOf(path) + "/" + Folded(LastOf(path));
-    const auto [first, isNew] = firsts.emplace(key, &path);
-    if (!isNew && *first->second != path) {
-      const bool differsInCase = Mapped(LastOf(*first->second), 0) != Mapped(LastOf(path), 0);
-      collisions.push_back({*first->second, path, differsInCase});
+  std::map<std::string, const std::string*> firsts;  // a hash table is slow where names are chosen
+  for (const std::string* path : WithEqualHashes(paths)) {
+    const auto [first, isNew] = firsts.emplace(KeyOf(*path), path);
+    if (!isNew && *first->second != *path) {
+      const bool differsInCase = Mapped(LastOf(*first->second), 0) != Mapped(LastOf(*path), 0);
+      collisions.push_back({*first->second, *path, differsInCase});
     }
   }
   return collisions;

@@ -1,0 +1,284 @@
+// The cost of hostile input: memory and processor time, in a child process.
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+
+#include "InstallerConstants.h"
+#include "Support.h"
+#include "ZipBuilder.h"
+#include "bundle/ArchiveLayout.h"
+#include "prediction/BundleInspection.h"
+#include "prediction/TreeComparison.h"
+#include "report/Rules.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/JsonFile.h"
+#include "support/Progress.h"
+#include "support/Text.h"
+
+using namespace webresources;
+
+namespace {
+
+constexpr std::uint64_t kMebi = 1U << 20U;
+
+std::uint64_t LargestMemory() {
+  struct rusage usage = {};
+  getrusage(RUSAGE_SELF, &usage);
+#ifdef __APPLE__
+  return static_cast<std::uint64_t>(usage.ru_maxrss);
+#else
+  return static_cast<std::uint64_t>(usage.ru_maxrss) * 1024;
+#endif
+}
+
+/// Whether `act` returns true and takes at most `bytes` of memory.
+template <typename Act>
+bool TakesAtMost(std::uint64_t bytes, Act act) {
+  return InChild([bytes, &act] {
+    const std::uint64_t before = LargestMemory();
+    const bool result = act();
+    const std::uint64_t taken = LargestMemory() - before;
+    if (taken > bytes) {
+      std::cerr << "it takes " << taken / kMebi << " MiB\n";
+    }
+    return result && taken <= bytes;
+  });
+}
+
+/// Whether `act` returns true within `seconds` of processor time: a machine that has other work
+/// does not count.
+template <typename Act>
+bool TakesSecondsOfWork(unsigned int seconds, Act act) {
+  return InChild([seconds, &act] {
+    std::signal(SIGXCPU, [](int) { _exit(1); });
+    const struct rlimit limit = {seconds, RLIM_INFINITY};
+    return setrlimit(RLIMIT_CPU, &limit) == 0 && act();
+  });
+}
+
+/// A file of `size` bytes that are all 0, except for the last: `end`. It takes no space.
+std::string Sparse(const std::string& path, std::uint64_t size, const std::string& end) {
+  WriteFile(path, "");
+  std::filesystem::resize_file(path, size - end.length());
+  std::ofstream(path, std::ios::binary | std::ios::app) << end;
+  return path;
+}
+
+TEST(Bounds, DirectoryOfASparsePackageIsReadInChunks) {
+  const ScopedDirectory directory;
+  constexpr std::uint32_t kSize = 3U << 30U;
+  std::string end = Zip({});  // an end record
+  for (std::size_t i = 0; i < 4; ++i) {
+    end[12 + i] = static_cast<char>((kSize - 22) >> (8 * i));  // the size of the directory
+  }
+  end[8] = end[10] = 1;
+  const std::string path = Sparse(directory / kPackageFileName, kSize, end);
+  EXPECT_TRUE(TakesAtMost(64 * kMebi, [&directory, &path] {
+    const auto layout = ReadArchiveLayout(path);
+    FileTree tree;
+    return layout && !layout->isDirectoryWhole && layout->entries.empty() &&
+           !InspectBundle(directory / "", {}, &tree).findings.empty();
+  }));
+}
+
+TEST(Bounds, DirectoryIsReadAcrossTheEndsOfItsChunks) {
+  std::vector<ZipEntry> entries;
+  for (int i = 0; i < 500; ++i) {
+    entries.emplace_back(std::to_string(i) + std::string(400, 'n'), "");
+  }
+  const ScopedDirectory directory;
+  WriteFile(directory / "zip", Zip(entries));
+  const auto layout = ReadArchiveLayout(directory / "zip");
+  ASSERT_EQ(layout->entries.size(), 500U);
+  EXPECT_TRUE(layout->isDirectoryWhole);
+  for (const ArchiveLayout::Entry& entry : layout->entries) {
+    ASSERT_TRUE(entry.hasLocalHeader && !entry.DifferingFields());
+  }
+}
+
+TEST(Bounds, DirectoriesOfAPackageAreCountedOnce) {
+  const ScopedDirectory directory;
+  WriteFile(directory / "zip", Zip({{"a/b/c/", ""},
+                                    {"a/", ""},
+                                    {"a/bc/", ""},
+                                    {"a/b/d/", ""},
+                                    {"f", "x"},
+                                    {"a/b/c/", ""},
+                                    {"x/y", ""}}));
+  EXPECT_EQ(DirectoriesIn(directory / "zip"), 5U);
+  EXPECT_EQ(DirectoriesIn(directory / "none"), 0U);
+}
+
+TEST(Bounds, PackageThatAsksForMillionsOfDirectoriesIsNotRead) {
+  std::vector<ZipEntry> entries;
+  std::string tail;
+  for (int i = 0; i < 250; ++i) {
+    tail += "/d";
+  }
+  for (int i = 0; i < 19700; ++i) {
+    entries.emplace_back(std::to_string(i) + tail + "/", "");
+  }
+  const ScopedDirectory directory;
+  WriteFile(directory / kPackageFileName, Zip(entries));
+  EXPECT_TRUE(TakesAtMost(64 * kMebi, [&directory] {
+    return TakesSecondsOfWork(20, [&directory] {
+      FileTree tree;
+      const BundleInspection bundle = InspectBundle(directory / "", {}, &tree);
+      return !bundle.isRead && bundle.findings.front().rule == &kTooManyDirectories;
+    });
+  }));
+}
+
+TEST(Bounds, FileOfAnotherSizeThanExpectedIsNotRead) {
+  const ScopedDirectory directory;
+  Sparse(directory / "grown", std::uint64_t{8} << 30U, "");
+  WriteFile(directory / "same", "x");
+  FileItem empty;
+  empty.path = "grown";
+  empty.type = FileItem::Type::File;
+  FileItem same = empty;
+  same.path = "same";
+  same.size = 1;
+  FileTree tree;
+  EXPECT_TRUE(TakesSecondsOfWork(5, [&] {
+    tree = ReadTreeAgainst({empty, same}, directory / "", Checksum::Sha256);
+    return tree.size() == 3 && !tree[1].sha256 && tree[2].sha256;
+  }));
+}
+
+/// Two names of 16 bytes that leave a hash function of this kind in the same state, if it has begun
+/// in the same state: a change of the highest bit in the one half is undone by that in the other.
+std::pair<std::string, std::string> Colliding(std::uint64_t& seed) {
+  constexpr std::uint64_t kFactor = 0xc6a4a7935bd1e995;
+  constexpr std::uint64_t kInverse = 0x5f7a0ea7e59b19bd;
+  static_assert(kFactor * kInverse == 1, "modulo 2^64");
+  const auto text = [](std::uint64_t mixed) {
+    std::uint64_t word = mixed * kInverse;
+    word = (word ^ word >> 47U) * kInverse;
+    return std::string(reinterpret_cast<const char*>(&word), sizeof word);
+  };
+  const auto half = [&seed, &text] {
+    for (;;) {
+      seed = seed * 6364136223846793005U + 1442695040888963407U;
+      const std::string both = text(seed) + text(seed ^ std::uint64_t{1} << 63U);
+      if (both.find('\0') == std::string::npos && both.find('/') == std::string::npos) {
+        return both;
+      }
+    }
+  };
+  const std::string first = half();
+  const std::string second = half();
+  return {first.substr(0, 8) + second.substr(0, 8), first.substr(8) + second.substr(8)};
+}
+
+/// 65,536 paths in 256 directories, all with one value of the C++ library's hash function.
+std::vector<std::string> PathsWithOneHash() {
+  std::uint64_t seed = 1;
+  std::vector<std::string> paths = {""};
+  for (int pair = 0; pair < 16; ++pair) {
+    const auto [one, other] = Colliding(seed);
+    std::vector<std::string> longer;
+    for (const std::string& path : paths) {
+      const std::string start = path + (pair == 8 ? "/1234567" : "");
+      longer.push_back(start + one);
+      longer.push_back(start + other);
+    }
+    paths = std::move(longer);
+  }
+  return paths;
+}
+
+TEST(Bounds, NamesWithOneHashValueTakeNoLongerThanOthers) {
+  const std::vector<std::string> paths = PathsWithOneHash();
+#ifdef __GLIBCXX__
+  ASSERT_EQ(std::hash<std::string>()(paths.front()), std::hash<std::string>()(paths.back()));
+#endif
+  std::vector<ZipEntry> entries;
+  FileTree tree(paths.size());
+  for (std::size_t i = 0; i < paths.size(); ++i) {
+    tree[i].path = paths[i];
+    entries.emplace_back(paths[i] + "/", "");
+  }
+  std::sort(tree.begin(), tree.end(),
+            [](const FileItem& a, const FileItem& b) { return a.path < b.path; });
+  const ScopedDirectory directory;
+  WriteFile(directory / kPackageFileName,
+            Zip(std::vector(entries.begin(), entries.begin() + 65535)));
+  EXPECT_TRUE(TakesSecondsOfWork(10, [&paths] { return Collisions(paths).empty(); }));
+  EXPECT_TRUE(TakesSecondsOfWork(10, [&tree] { return !Topmost(Compare(tree, {})).empty(); }));
+  EXPECT_TRUE(TakesSecondsOfWork(30, [&directory] {
+    PackageReader package(directory / kPackageFileName);
+    return Predict(package).entries.size() == 65535;
+  }));
+}
+
+std::string Refusal(const std::string& text, const JsonLimits& limits) {
+  const ScopedDirectory directory;
+  WriteFile(directory / "f", text);
+  try {
+    ReadJson(directory / "f", limits);
+  } catch (const Error& error) {
+    return "cannot read: " + error.reason();
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(ReadJson, LimitsAreThoseOfTheFile) {
+  const std::string text = R"({"a":[1,{"a":2}],"b":null})";  // 4 values beside 3 containers, 3 keys
+  EXPECT_EQ(Refusal(text, {text.length(), 3, 9}), "");
+  EXPECT_EQ(Refusal(text, {text.length() - 1, 3, 9}),
+            "cannot read: it has 26 bytes, and 25 are allowed");
+  EXPECT_EQ(Refusal(text, {100, 2, 9}), "it is nested too deeply");
+  EXPECT_EQ(Refusal(text, {100, 3, 8}), "it has too many values");
+}
+
+TEST(ReadJson, KeyThatIsThereTwiceIsRefused) {
+  constexpr JsonLimits kLimits{100, 9, 100};
+  EXPECT_EQ(Refusal(R"({"a":1,"b":{"a":1},"a":2})", kLimits), "it has a key twice");
+  EXPECT_EQ(Refusal(R"([{"a":1},{"a":1},[{"a":{"a":1}}]])", kLimits), "");
+  EXPECT_EQ(Refusal(R"([{"a":1},{"a":{},"a":1}])", kLimits), "it has a key twice");
+}
+
+TEST(ReadJson, WhatIsNoJsonIsNoFailureToRead) {
+  constexpr JsonLimits kLimits{100, 9, 100};
+  for (const char* text : {"", "{", "[1,]", "{}x", "\xff"}) {
+    const std::string refusal = Refusal(text, kLimits);
+    EXPECT_NE(refusal, "") << text;
+    EXPECT_EQ(refusal.find("cannot read"), std::string::npos) << refusal;
+  }
+}
+
+TEST(ReadJson, ManyBracketsTakeLittleMemory) {
+  const ScopedDirectory directory;
+  WriteFile(directory / "f", std::string(60 * kMebi, '['));
+  EXPECT_TRUE(TakesAtMost(64 * kMebi, [&directory] {
+    try {
+      ReadJson(directory / "f", {64 * kMebi, 8, 10000000});
+    } catch (const std::invalid_argument&) {
+      return true;
+    }
+    return false;
+  }));
+}
+
+TEST(Interruption, FileIsNotReadToItsEnd) {
+  const ScopedDirectory directory;
+  Sparse(directory / "f", std::uint64_t{8} << 30U, "");
+  EXPECT_TRUE(TakesSecondsOfWork(5, [&directory] {
+    CatchInterruptions();
+    raise(SIGTERM);
+    try {
+      DigestOfFile(directory / "f");
+    } catch (const Error& error) {
+      return error.reason() == "interrupted";
+    }
+    return false;
+  }));
+}
+
+}  // namespace
