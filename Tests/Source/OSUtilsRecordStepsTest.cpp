@@ -92,6 +92,10 @@ bool PreferencesDomain::Flush() {
   return store.flushes;
 }
 
+bool PreferencesDomain::Erase(const std::vector<std::string>&) {
+  return false;
+}
+
 std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
     const std::vector<std::string>&) const {
   return std::nullopt;
