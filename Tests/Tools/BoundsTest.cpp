@@ -9,12 +9,12 @@
 #include "Support.h"
 #include "ZipBuilder.h"
 #include "bundle/ArchiveLayout.h"
+#include "machine/Receipt.h"
 #include "prediction/BundleInspection.h"
 #include "prediction/TreeComparison.h"
 #include "report/Rules.h"
 #include "support/Error.h"
 #include "support/Files.h"
-#include "support/JsonFile.h"
 #include "support/Progress.h"
 #include "support/Text.h"
 
@@ -215,54 +215,15 @@ TEST(Bounds, NamesWithOneHashValueTakeNoLongerThanOthers) {
   }));
 }
 
-std::string Refusal(const std::string& text, const JsonLimits& limits) {
+// A receipt of 95 MiB took 7 GiB.
+TEST(Receipt, OfManyBracketsTakesLittleMemory) {
   const ScopedDirectory directory;
-  WriteFile(directory / "f", text);
-  try {
-    ReadJson(directory / "f", limits);
-  } catch (const Error& error) {
-    return "cannot read: " + error.reason();
-  } catch (const std::exception& error) {
-    return error.what();
-  }
-  return "";
-}
-
-TEST(ReadJson, LimitsAreThoseOfTheFile) {
-  const std::string text = R"({"a":[1,{"a":2}],"b":null})";  // 4 values beside 3 containers, 3 keys
-  EXPECT_EQ(Refusal(text, {text.length(), 3, 9}), "");
-  EXPECT_EQ(Refusal(text, {text.length() - 1, 3, 9}),
-            "cannot read: it has 26 bytes, and 25 are allowed");
-  EXPECT_EQ(Refusal(text, {100, 2, 9}), "it is nested too deeply");
-  EXPECT_EQ(Refusal(text, {100, 3, 8}), "it has too many values");
-}
-
-TEST(ReadJson, KeyThatIsThereTwiceIsRefused) {
-  constexpr JsonLimits kLimits{100, 9, 100};
-  EXPECT_EQ(Refusal(R"({"a":1,"b":{"a":1},"a":2})", kLimits), "it has a key twice");
-  EXPECT_EQ(Refusal(R"([{"a":1},{"a":1},[{"a":{"a":1}}]])", kLimits), "");
-  EXPECT_EQ(Refusal(R"([{"a":1},{"a":{},"a":1}])", kLimits), "it has a key twice");
-}
-
-TEST(ReadJson, WhatIsNoJsonIsNoFailureToRead) {
-  constexpr JsonLimits kLimits{100, 9, 100};
-  for (const char* text : {"", "{", "[1,]", "{}x", "\xff"}) {
-    const std::string refusal = Refusal(text, kLimits);
-    EXPECT_NE(refusal, "") << text;
-    EXPECT_EQ(refusal.find("cannot read"), std::string::npos) << refusal;
-  }
-}
-
-TEST(ReadJson, ManyBracketsTakeLittleMemory) {
-  const ScopedDirectory directory;
-  WriteFile(directory / "f", std::string(60 * kMebi, '['));
+  const std::string path = ReceiptPath(directory / "");
+  std::filesystem::create_directories(ParentOf(path));
+  WriteFile(path, std::string(60 * kMebi, '['));
   EXPECT_TRUE(TakesAtMost(64 * kMebi, [&directory] {
-    try {
-      ReadJson(directory / "f", {64 * kMebi, 8, 10000000});
-    } catch (const std::invalid_argument&) {
-      return true;
-    }
-    return false;
+    Findings findings;
+    return !ReadReceipt(directory / "", findings) && findings.front().rule == &kReceiptDamaged;
   }));
 }
 

@@ -461,11 +461,25 @@ TEST_F(FailingLockTest, HeldLockEndsTheWaiting) {
   EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(20));  // one pause
 }
 
-TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenOrRemovedIsTold) {
+TEST_F(FailingLockTest, LockOfAnotherUserOrWritableByOthersIsRefused) {
+  { const InstallLock lock(directory_ / "", std::chrono::milliseconds(0)); }
+  for (const mode_t mode : {0620U, 0602U}) {
+    chmod(path_.c_str(), mode);
+    EXPECT_EQ(TryToLock(), "cannot lock " + path_ +
+                               ": another user owns it or can write to it: remove it with rm '" +
+                               path_ + "'");
+  }
+  chmod(path_.c_str(), 0644);
+  EXPECT_EQ(TryToLock(), "");
+  struct stat status = {};
+  ASSERT_EQ(stat(path_.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+}
+
+TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenIsTold) {
   std::filesystem::create_directories(ParentOf(path_));
   EXPECT_COMPLAINT(ComplaintWithout("write", [&] { WriteReceipt(directory_ / "", {}); }));
   EXPECT_EQ(TreeOf(ParentOf(path_)), Tree());
-  EXPECT_COMPLAINT(ComplaintWithout("unlink", [&] { RemoveReceipt(directory_ / ""); }));
 }
 
 TEST_F(FailuresTest, RecordThatCannotBeReadIsTold) {
@@ -482,7 +496,7 @@ TEST_F(FailuresTest, RecordThatCannotBeReadIsTold) {
 
 class StepTest : public FailuresTest {
  protected:
-  /// What is told of a step that is this shell script.
+  /// The end of an installer that is this shell script.
   std::string ToldOf(const std::string& script) {
     WriteFile(step_, "#!/bin/sh\n" + script);
     chmod(step_.c_str(), 0755);
@@ -492,11 +506,42 @@ class StepTest : public FailuresTest {
   std::string Run() {
     const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
     const ScopedUmask mask(022);
-    return RunStep(step_, *lock);
+    return RunInstaller(step_, *lock).value_or("");
   }
 
   const std::string step_ = directory_ / "step";
 };
+
+// With 297 descriptors open, the lock was among those that were closed. The shell has its script as
+// number 10.
+TEST_F(StepTest, HasTheLockAndNoOtherOfThreeHundredDescriptors) {
+  std::vector<Descriptor> open;
+  for (int i = 0; i < 300; ++i) {
+    open.emplace_back(dup(STDIN_FILENO));
+  }
+  EXPECT_EQ(ToldOf("i=2; while [ $((i += 1)) -lt 400 ]; do [ $i != 10 ] && [ -e /dev/fd/$i ] && "
+                   "n=$((n + 1)); done; exit $n"),
+            "it exited with 1");
+}
+
+TEST_F(StepTest, EndIsKnownWhenTheCallerIgnoresIt) {
+  const auto before = std::signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(ToldOf("exit 3\n"), "it exited with 3");
+  std::signal(SIGCHLD, before);
+}
+
+TEST_F(StepTest, HangUpThatTheCallerIgnoresStaysIgnored) {
+  const auto before = std::signal(SIGHUP, SIG_IGN);
+  EXPECT_EQ(ToldOf("kill -HUP $$; exit 3\n"), "it exited with 3");
+  std::signal(SIGHUP, before);
+  EXPECT_EQ(ToldOf("kill -HUP $$; exit 3\n"), "it was ended by signal 1");
+}
+
+TEST_F(StepTest, ForAnotherProcessorIsTold) {
+  WriteFile(step_, "\177ELF");
+  chmod(step_.c_str(), 0755);
+  EXPECT_NE(Complaint([this] { Run(); }).find("for another processor"), std::string::npos);
+}
 
 TEST_F(StepTest, HasNoDescriptorOfTheCommandExceptTheLock) {
   EXPECT_EQ(

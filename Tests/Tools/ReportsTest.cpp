@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <regex>
 
+#include "BundlePrograms.h"
 #include "InstallerConstants.h"
 #include "InstallerUtils.h"
 #include "OSUtils.h"
@@ -31,7 +32,7 @@ class ReportsTest : public testing::Test {
   ReportsTest() {
     MakeBundle("7.app", 7, {{"d/", ""}, {"d/f", "text"}, {"g", "x"}, {"same", ""}});
     MakeBundle("8.app", 8, {{"d/", ""}, {"d/f", "longer"}, {"new/", ""}, {"same", ""}});
-    std::string package = directory_ / "7.app/OrloWebResources.zip";
+    std::string package = directory_ / "7.app/Contents/Resources/OrloWebResources.zip";
     std::string destination = installRoot_ + kFinalName;
     InstallerUtils::UncompressPackageFiles(package, destination);
     fs::create_directory(installRoot_ + "Resource1");
@@ -43,10 +44,12 @@ class ReportsTest : public testing::Test {
   }
 
   void MakeBundle(const std::string& name, int updateId, const std::vector<ZipEntry>& entries) {
-    fs::create_directory(directory_ / name);
-    WriteFile(directory_ / (name + "/" + kPackageFileName), Zip(entries));
+    const std::string resources = directory_ / (name + "/Contents/Resources/");
+    fs::create_directories(resources);
+    MakeProgram(directory_ / name);
+    WriteFile(resources + kPackageFileName, Zip(entries));
     WriteFile(
-        directory_ / (name + "/" + kMetadataFileName),
+        resources + kMetadataFileName,
         "{\"clear\":false,\"updateid\":" + std::to_string(updateId) + ",\"regenerate\":false}");
   }
 
@@ -93,8 +96,8 @@ files: 0 added, 1 changed, 1 removed, 1 unchanged
 update: 7 -> 8
 directory: Resource2, renamed to Resource0
 random identifier: it is kept
-bytes: 24576 needed, N free
-install will run the step
+bytes: 36864 needed, N free
+install will run the installer
 outcome "install"
 installRoot "*/root/I/"
 record {"installPath":"Resource0",
@@ -106,7 +109,7 @@ recordAfter {"installPath":"Resource0",
   "fullVersion":"17.011.30138.8",
   "random":42}
 freshDirectory "Resource2"
-bytesNeeded 24576
+bytesNeeded 36864
 N free
 leftovers [{"name":"Resource1"}]
 changes [{"change":"changed",
@@ -134,7 +137,7 @@ TEST_F(ReportsTest, PlanOfWhatIsInstalledChangesNothing) {
 files: 0 added, 0 changed, 0 removed, 3 unchanged
 update: 7 -> 7
 random identifier: it is kept
-bytes: 28672 needed, N free
+bytes: 40960 needed, N free
 up to date: install will change nothing
 outcome "up-to-date"
 installRoot "*/root/I/"
@@ -147,7 +150,7 @@ recordAfter {"installPath":"Resource0",
   "fullVersion":"17.011.30138.7",
   "random":42}
 freshDirectory "Resource1"
-bytesNeeded 28672
+bytesNeeded 40960
 N free
 leftovers []
 changes []
@@ -169,7 +172,7 @@ newer-installed */root/I/: update 9 is installed, and the bundle has update 8
 files: 0 added, 0 changed, 0 removed, 3 unchanged
 update: 9 -> 9
 random identifier: it is kept
-bytes: 24576 needed, N free
+bytes: 36864 needed, N free
 install will refuse the bundle and change nothing
 outcome "refuse"
 installRoot "*/root/I/"
@@ -182,7 +185,7 @@ recordAfter {"installPath":"Resource0",
   "fullVersion":"17.011.30138.7",
   "random":42}
 freshDirectory "Resource2"
-bytesNeeded 24576
+bytesNeeded 36864
 N free
 leftovers []
 changes []
@@ -191,7 +194,7 @@ files {"added":0,
   "removed":0,
   "unchanged":3}
 )");
-  WriteFile(options.bundle + "/" + kPackageFileName, "");
+  WriteFile(options.bundle + "/Contents/Resources/" + kPackageFileName, "");
   EXPECT_EQ(Said(Plan(options)), R"(status 1
 package-unreadable OrloWebResources.zip: the installer cannot open it and installs
     an empty directory
@@ -212,6 +215,7 @@ update:    7, version 17.011.30138.7
 directory: */root/I/Resource0
 content:   3 files, 5 bytes
 since:     T
+receipt:   none
 sound:     no: */root/I/Resource1: it is not the installed directory
 installRoot "*/root/I/"
 record {"installPath":"Resource0",
@@ -222,6 +226,7 @@ directory "*/root/I/Resource0"
 files 3
 bytes 5
 since "T"
+receipt null
 comparedWith "record"
 )");
   fs::remove(installRoot_ + "Resource1");
@@ -230,6 +235,7 @@ update:    7, version 17.011.30138.7
 directory: */root/I/Resource0
 content:   3 files, 5 bytes
 since:     T
+receipt:   none
 sound:     yes, but only the record was compared: there is no receipt
 installRoot "*/root/I/"
 record {"installPath":"Resource0",
@@ -240,6 +246,7 @@ directory "*/root/I/Resource0"
 files 3
 bytes 5
 since "T"
+receipt null
 comparedWith "record"
 )");
   fs::remove_all(directory_ / "root/Library");
@@ -249,6 +256,7 @@ update:    none, version none
 directory: none
 content:   0 files, 0 bytes
 since:     never
+receipt:   none
 sound:     no: */root/I/: neither directory nor record is there
 installRoot "*/root/I/"
 record {"installPath":null,
@@ -259,6 +267,7 @@ directory null
 files 0
 bytes 0
 since null
+receipt null
 comparedWith "record"
 )");
 }
@@ -334,15 +343,15 @@ record {"installPath":"Resource0",
   "random":42}
 installNeeded false
 )");
-  EXPECT_EQ(Said(InstallCheck({directory_ / "none", root_, false})), R"(status 0
-install needed: cannot read */none: No such file or directory
+  EXPECT_EQ(Said(InstallCheck({directory_ / "none", root_, false})), R"(status 2
+cannot be installed: cannot read */none: No such file or directory
 error {"operation":"read",
   "object":"*/none",
   "reason":"No such file or directory",
   "remedy":null}
-installNeeded true
+installNeeded false
 )");
-  WriteFile(directory_ / "8.app/OrloWebResources.zip", "");
+  WriteFile(directory_ / "8.app/Contents/Resources/OrloWebResources.zip", "");
   EXPECT_EQ(Said(InstallCheck({directory_ / "8.app", root_, false})), R"(status 2
 package-unreadable OrloWebResources.zip: the installer cannot open it and installs
     an empty directory
@@ -381,7 +390,7 @@ TEST_F(ReportsTest, DiffOfEqualBundlesIsAsItShouldBeIfTheyAre) {
   DiffOptions options;
   options.before = options.after = directory_ / "7.app";
   EXPECT_EQ(Diff(options).status, kAsItShouldBe);
-  WriteFile(directory_ / "7.app/OrloWebResources.zip", "");
+  WriteFile(directory_ / "7.app/Contents/Resources/OrloWebResources.zip", "");
   EXPECT_EQ(Diff(options).status, kHasFindings);
 }
 
@@ -396,7 +405,7 @@ file               0  same
 directories: 1, files: 3, skipped: 0
 clear: false, updateid: 7, regenerate: false
 a run exits with 0 when all is done
-resources "*/7.app"
+resources "*/7.app/Contents/Resources"
 metadata {"clear":false,
   "updateid":7,
   "regenerate":false}
@@ -406,7 +415,8 @@ outcome {"end":"exit",
 )");
   options.asJson = options.prove = true;
   MakeBundle("9.app", 9, {{"d/", ""}, {"none/f", "text"}, {"\xE4", std::string(12345678, 'x')}});
-  WriteFile(directory_ / "9.app/metadata.txt", R"({"clear":true,"updateid":"9"})");
+  WriteFile(directory_ / "9.app/Contents/Resources/metadata.txt",
+            R"({"clear":true,"updateid":"9"})");
   options.path = directory_ / "9.app";
   EXPECT_EQ(Said(Check(options)), R"(status 1
 missing-directory-entry none/f: no entry before it makes its directory: it is not
@@ -422,7 +432,7 @@ not compared: )"
                                   "\xE4"
                                   R"(: its name depends on the volume
 proof: the extraction leaves exactly what is predicted
-resources "*/9.app"
+resources "*/9.app/Contents/Resources"
 entries [{"action":"directory",
   "name":"d/"},
   {"action":"skip",
@@ -507,7 +517,7 @@ TEST(Reports, NameIsReadBackWhateverItsBytes) {
 TEST_F(ReportsTest, FindingOfTheMetadataAloneIsInTheStatusOfCheck) {
   CheckOptions options;
   options.path = directory_ / "7.app";
-  WriteFile(options.path + "/" + kMetadataFileName, "{}");
+  WriteFile(options.path + "/Contents/Resources/" + kMetadataFileName, "{}");
   EXPECT_EQ(Check(options).status, 1);
 }
 

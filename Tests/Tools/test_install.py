@@ -189,8 +189,7 @@ class Install(Case):
     def test_bundle_may_have_a_relative_path(self):
         """The step has another working directory than the command."""
         add_programs(self.machine.root, program("sh"))
-        for place, path in (("/", "X.app"), ("/X.app/Contents", "Resources"),
-                            ("/X.app/Contents/Resources", ".")):
+        for place, path in (("/", "X.app"), ("/X.app", "."), ("/X.app/Contents", "../")):
             result = subprocess.run(
                 self.machine.command_of(program("sh"), "-c",
                                         f"cd {place} && {COMMAND} install --force {path}"),
@@ -231,6 +230,58 @@ class Install(Case):
         self.assertEqual(self.machine.install("--ignore-modes").status, 0)
         above.chmod(0o755)
         self.assert_installed()
+
+    def test_resources_directory_is_wrong_usage(self):
+        """The program beside a Resources directory ran as root: it belongs to no bundle."""
+        shutil.copytree(self.machine.bundle / "Contents/Resources", self.machine.path("/dir/res"))
+        self.machine.path("/link").symlink_to("/X.app/Contents/Resources")
+        for path in ("/dir/res", "/link", "/X.app/Contents", "/X.app/Contents/Resources"):
+            for name in ("install", "plan"):
+                result = subprocess.run(self.machine.command(name, path), capture_output=True,
+                                        text=True, check=False)
+                self.assertEqual((result.returncode, result.stdout), (64, ""), path)
+                self.assertIn("it is not a bundle", result.stderr)
+        self.assertFalse(self.machine.path("/Library").exists())
+
+    def test_program_that_is_a_link_installs_the_package_that_was_checked(self):
+        other = self.machine.root / "Y.app"
+        write_bundle(other, {"other": b"other"})
+        program_file = self.machine.bundle / EXECUTABLE
+        program_file.unlink()
+        program_file.symlink_to(f"/Y.app/{EXECUTABLE}")
+        self.assertEqual(self.machine.install().status, 0)
+        self.assert_installed()
+
+    def test_package_larger_than_the_limit_is_not_copied(self):
+        told = self.machine.install("--max-size", "100")
+        self.assertEqual(told.status, 1)
+        self.assertEqual(told.ids[0], "content-too-large")
+        self.machine.install()
+        with open(self.machine.bundle / PACKAGE, "ab") as package:
+            package.truncate(100000000)
+        told = self.machine.install("--force", "--max-size", "90000000")
+        self.assertEqual((told.status, told.document["error"]["operation"]), (2, "copy"))
+        self.assertEqual(self.leftovers(), [])
+
+    def leftovers(self):
+        return [name for name in os.listdir(self.machine.path(BESIDE))
+                if name.startswith(".WebResources.") and name != ".WebResources.lock"]
+
+    def test_leftovers_of_killed_processes_are_removed_even_if_nothing_is_installed(self):
+        self.machine.install()
+        beside = self.machine.path(BESIDE)
+        (beside / ".WebResources.run-abcdef/Contents/Resources").mkdir(parents=True)
+        (beside / ".WebResources.receipt.json.old-1").write_text("old")
+        (beside / ".WebResources.receipt.json.tmp-1").write_text("tmp")
+        self.assertEqual(self.machine.install().document["outcome"], "up-to-date")
+        self.assertEqual(self.leftovers(), [])
+
+    def test_up_to_date_machine_gets_no_copy(self):
+        """The directory that would hold the copy keeps its time."""
+        self.machine.install()
+        before = self.machine.path(BESIDE).stat().st_mtime_ns
+        self.assertEqual(self.machine.install().document["outcome"], "up-to-date")
+        self.assertEqual(self.machine.path(BESIDE).stat().st_mtime_ns, before)
 
     def test_dry_run_is_the_plan(self):
         told = self.machine.install("--dry-run")
@@ -343,13 +394,26 @@ class Install(Case):
         told = self.machine.install()
         self.assertEqual(told.ids, ["step-failed", "not-installed"])
         self.assertEqual((told.status, told.document["outcome"]), (1, "failed"))
-        self.assertFalse(self.machine.path(RECEIPT).exists())
+        self.assertEqual(self.machine.receipt()["state"], "begun")
 
-    def test_failed_step_leaves_no_receipt_of_what_was_before(self):
+    def test_installation_that_is_not_ended_is_a_finding_until_the_next_one(self):
+        """The receipt was removed first, and a truncated file then counted as correct."""
         self.machine.install()
+        step = self.machine.bundle / EXECUTABLE
+        shipped = step.read_bytes()
         self.write_step("exit 3")
         self.assertEqual(self.machine.install("--force").ids, ["step-failed"])
-        self.assertFalse(self.machine.path(RECEIPT).exists())
+        self.assertEqual(self.leftovers(), [])
+        self.assertEqual(self.machine.receipt()["state"], "begun")
+        jsonschema.Draft7Validator(RECEIPT_SCHEMA).validate(self.machine.receipt())
+        for told in (self.machine.verify(), self.machine.verify(bundle=None),
+                     self.machine.tell("status")):
+            self.assertEqual((told.status, told.ids), (1, ["install-unfinished"]))
+        self.assertEqual(told.document["receipt"]["state"], "begun")
+        self.assertEqual(self.machine.installcheck().status, 0)
+        step.write_bytes(shipped)
+        self.assertEqual(self.machine.install().status, 0)
+        self.assert_installed()
 
     def test_surroundings_of_the_step(self):
         self.write_step("""{ umask; pwd; } >/told
@@ -382,10 +446,53 @@ class Install(Case):
         self.assertEqual(len(self.machine.path("/descriptors").read_text().split()), 1)
 
     def test_step_that_cannot_be_run_cannot_tell(self):
-        (self.machine.bundle / EXECUTABLE).write_bytes(b"\x7fELF")
-        self.assertEqual(self.machine.install().status, 2)
-        (self.machine.bundle / EXECUTABLE).unlink()
-        self.assertEqual(self.machine.install().status, 2)
+        self.machine.install()
+        receipt = self.machine.path(RECEIPT).read_bytes()
+        step = self.machine.bundle / EXECUTABLE
+        write_bundle(self.machine.bundle, update=8)
+        step.write_bytes(b"\x7fELF")
+        told = self.machine.install()
+        self.assertEqual(told.status, 2)
+        self.assertIn("for another processor", told.document["error"]["reason"])
+        self.assertEqual(self.machine.path(RECEIPT).read_bytes(), receipt)
+        self.assertEqual(self.machine.verify(bundle=None).status, 0)
+        self.assertEqual(self.leftovers(), [])
+
+    def test_program_that_is_missing_or_not_executable_is_an_error_of_the_bundle(self):
+        step = self.machine.bundle / EXECUTABLE
+
+        def assert_told(reason):
+            for name in ("check", "plan", "install", "verify"):
+                told = self.machine.tell(name, "/X.app")
+                findings = {finding["id"]: finding for finding in told.document["findings"]}
+                self.assertEqual(told.status, 1, name)
+                self.assertIn(reason, findings["program-unusable"]["reason"])
+        step.chmod(0o644)
+        assert_told("it is not executable")
+        step.unlink()
+        assert_told("No such file")
+        step.mkdir()
+        assert_told("it is not a regular file")
+        self.assertEqual(self.machine.tell("check", "/X.app/Contents/Resources").status, 0)
+        self.assertFalse(self.machine.path("/Library").exists())
+
+    def test_aborted_run_is_told_when_the_caller_ignores_its_children(self):
+        self.write_step("kill -ABRT $$")
+        told = self.machine.install(
+            preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
+        self.assertEqual((told.status, told.ids[0]), (1, "step-failed"))
+
+    def test_volume_without_programs_is_told(self):
+        mount = self.machine.path("/Library")
+        mount.mkdir()
+        result = subprocess.run(
+            ["unshare", *([] if os.geteuid() == 0 else ["--map-root-user"]), "--mount", "sh", "-c",
+             'mount -t tmpfs -o noexec tmpfs "$0" && shift 0 && exec "$@"', str(mount),
+             *self.machine.command("install", "/X.app", "--json")],
+            capture_output=True, text=True, check=False)
+        [finding] = json.loads(result.stdout)["findings"]
+        self.assertIn("noexec", finding["reason"])
+        self.assertEqual(result.returncode, 1)
 
     def on_a_volume(self, size, *arguments):
         """What a command tells whose /Library is an empty volume of so many bytes."""
@@ -472,14 +579,14 @@ class Receipt(Case):
         self.machine.install()
         self.assert_installed()
 
-    def test_receipt_that_cannot_be_removed_ends_the_installation_before_the_step(self):
+    def test_receipt_that_cannot_be_read_ends_the_installation_before_the_step(self):
         self.machine.install()
         record = self.machine.record()
         self.machine.path(RECEIPT).unlink()
         self.machine.path(RECEIPT).mkdir()
         write_bundle(self.machine.bundle, update=8)
         told = self.machine.install()
-        self.assertEqual((told.status, told.document["error"]["operation"]), (2, "remove"))
+        self.assertEqual((told.status, told.document["error"]["operation"]), (2, "read"))
         self.assertEqual(self.machine.record(), record)
 
 
@@ -537,16 +644,15 @@ class Advice(Case):
 
     def test_installer_without_permission_to_run_is_told(self):
         (self.machine.bundle / EXECUTABLE).chmod(0o644)
-        self.assertRegex(self.output("install", "/X.app"), r"^webresources install: cannot run "
-                         rf"/X.app/{EXECUTABLE}: the file is not executable; give it the mode 0755\n$")
-        (self.machine.bundle / EXECUTABLE).unlink()
-        self.assertIn("the bundle has no installer; ", self.output("install", "/X.app"))
+        self.assertIn(f"[program-unusable] /X.app/{EXECUTABLE}: it is not executable\n"
+                      "    fix: give the installer the mode 0755, or make the bundle again\n",
+                      self.output("install", "/X.app"))
 
     def test_damaged_receipt_is_told_without_the_words_of_a_library(self):
         self.machine.install()
         receipt = self.machine.path(RECEIPT)
-        for text, reason in (('{"x"', "it is not JSON: byte 5 is wrong"),
-                             ("{}", "it does not have the members of a receipt"),
+        for text, reason in (('{"tool"', "it is not JSON: byte 8 is wrong"),
+                             ("{}", "a member is missing or of another type"),
                              (receipt.read_text().replace("com.", "org."),
                               "it is of another product")):
             receipt.write_text(text)
@@ -554,7 +660,8 @@ class Advice(Case):
             self.assertEqual((finding["subject"], finding["reason"]), (RECEIPT, reason))
         receipt.unlink()
         receipt.mkdir()
-        self.assertIn("it is a directory\n    fix: remove it", self.output("status"))
+        self.assertIn("it is not a regular file; remove it, then run webresources install",
+                      self.output("status"))
 
     def test_refusal_tells_the_update_that_stays(self):
         write_bundle(self.machine.bundle, update=8)
@@ -737,6 +844,36 @@ class Together(Case):
                 return
             time.sleep(0.01)
         self.fail(path)
+
+    def test_package_that_changes_during_the_wait_is_checked_again(self):
+        """It was checked before the wait, and a truncated one replaced a site by nothing."""
+        self.machine.install()
+        self.slow_step()
+        first = self.machine.start("install", "/X.app", "--force")
+        self.wait_for("/begun")
+        second = self.machine.start("install", "/X.app", "--force", "--json")
+        package = self.machine.bundle / PACKAGE
+        whole = package.read_bytes()
+        package.write_bytes(whole[:-100])
+        self.machine.path("/go").touch()
+        first.communicate()
+        told = json.loads(second.communicate()[0])
+        self.assertEqual((second.returncode, told["outcome"]), (1, "refused"))
+        package.write_bytes(whole)
+        self.assertEqual(self.machine.verify(bundle=None).status, 1)  # the first ran the shell's
+
+    def test_interrupted_installation_waits_for_the_installer_and_leaves_no_copy(self):
+        self.slow_step()
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+            process = self.machine.start("install", "/X.app", "--force", "--json")
+            self.wait_for("/begun")
+            process.send_signal(number)
+            told = json.loads(process.communicate(timeout=60)[0])
+            self.machine.path("/begun").unlink()
+            self.assertEqual((process.returncode, told["error"]["reason"]), (2, "interrupted"))
+            self.assertEqual(self.machine.receipt()["state"], "begun")
+            self.assertEqual([name for name in os.listdir(self.machine.path(BESIDE))
+                              if name.startswith(".WebResources.run-")], [])
 
     def test_waiting_is_bounded(self):
         self.slow_step()
@@ -989,7 +1126,7 @@ class Diff(Case):
 
 
 class Status(Case):
-    def test_five_lines(self):
+    def test_six_lines(self):
         self.machine.install()
         told = self.machine.tell("status")
         self.assertEqual((told.status, told.document["files"], told.document["bytes"]),
@@ -997,9 +1134,9 @@ class Status(Case):
         self.assertEqual(told.document["since"], self.machine.receipt()["time"])
         output = subprocess.run(self.machine.command("status"), capture_output=True, text=True,
                                 check=True).stdout
-        self.assertEqual(len(output.splitlines()), 5)
+        self.assertEqual(len(output.splitlines()), 6)
         self.assertRegex(output, r"update: +7, version 17.*\n.*/Resource0\n.* 4 files.*\n"
-                                 r".*\nsound: +yes")
+                                 r".*\nreceipt: +installed, .*\nsound: +yes")
 
     def test_content_is_there_since_the_receipt_was_written(self):
         self.machine.install()

@@ -89,6 +89,10 @@ class Case(unittest.TestCase):
         self.directory.chmod(0o755)
         self.resources = self.directory / 'X.app/Contents/Resources'
         self.resources.mkdir(parents=True)
+        program = self.resources.parent / os.environ['EXECUTABLES'] / 'WebResourceInstaller'
+        program.parent.mkdir()
+        program.write_text('#!/bin/sh\n')
+        program.chmod(0o755)
         self.package = self.resources / 'OrloWebResources.zip'
         self.site = self.directory / 'site'
         (self.site / 'css/deep').mkdir(parents=True)

@@ -235,6 +235,9 @@ int Run(const CommandLine& line) {
     }
     Print(report, line.asJson ? Form::Document : line.showsAll ? Form::Whole : Form::Brief);
     return report.status;
+  } catch (const UsageError& error) {
+    PrintError("webresources " + line.name + ": " + error.what());
+    return kUsage;
   } catch (const std::exception& error) {
     PrintError("webresources " + line.name + ": " + error.what());
     if (line.asJson) {

@@ -1,8 +1,13 @@
 #include "bundle/BundleFiles.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <system_error>
+
 #include "InstallerConstants.h"
+#include "report/Rules.h"
 #include "support/Error.h"
 #include "support/Files.h"
 
@@ -15,16 +20,42 @@ BundleFiles FindBundleFiles(std::string path) {
   if (!S_ISDIR(StatusOf(path).st_mode)) {
     throw Error("read", path, "it is not a directory");
   }
-  for (const char* inside : {"/Contents/Resources", "/Resources"}) {
-    if (IsDirectory(path + inside)) {
-      path += inside;
-      break;
-    }
+  std::optional<std::string> program;
+  if (IsDirectory(path + "/Contents/Resources")) {
+    program = path + "/Contents/" BUNDLE_EXECUTABLES "/" BUNDLE_EXECUTABLE;
+    path += "/Contents/Resources";
+  } else if (IsDirectory(path + "/Resources")) {
+    path += "/Resources";
   }
   if (access(path.c_str(), R_OK | X_OK) != 0) {
     throw Error::FromErrno("read", path);
   }
-  return {path, path + "/" + kPackageFileName, path + "/" + kMetadataFileName};
+  return {path, path + "/" + kPackageFileName, path + "/" + kMetadataFileName, program};
+}
+
+void RequireBundle(const std::string& path) {
+  if (IsDirectory(path) && !IsDirectory(path + "/Contents/Resources")) {
+    throw UsageError("use", path, "it is not a bundle: there is no Contents/Resources in it");
+  }
+}
+
+Findings FindInProgram(const BundleFiles& files) {
+  Findings findings;
+  struct stat status = {};
+  if (!files.program) {
+    return findings;
+  }
+  if (stat(files.program->c_str(), &status) != 0) {
+    Add(findings, kProgramUnusable, *files.program, std::generic_category().message(errno));
+  } else if (!S_ISREG(status.st_mode)) {
+    Add(findings, kProgramUnusable, *files.program, "it is not a regular file");
+  } else if (access(files.program->c_str(), X_OK) != 0) {
+    const bool hasMode = (status.st_mode & (S_IXUSR | S_IXGRP | S_IXOTH)) != 0;
+    Add(findings, kProgramUnusable, *files.program,
+        hasMode ? "it may not be executed here: the volume may be mounted with noexec"
+                : "it is not executable");
+  }
+  return findings;
 }
 
 }  // namespace webresources

@@ -1,7 +1,10 @@
 #ifndef TOOLS_WEBRESOURCES_BUNDLE_BUNDLEFILES_H_
 #define TOOLS_WEBRESOURCES_BUNDLE_BUNDLEFILES_H_
 
+#include <optional>
 #include <string>
+
+#include "report/Finding.h"
 
 namespace webresources {
 
@@ -10,12 +13,21 @@ struct BundleFiles {
   std::string directory;  ///< The Resources directory, without a trailing "/".
   std::string package;    ///< The path of the package.
   std::string metadata;   ///< The path of the metadata.
+  /// The path of the installer; nothing if a Contents or Resources directory was given.
+  std::optional<std::string> program;
 };
 
 /// Finds the files of the bundle at `path`, which may also be the bundle's Contents directory or
 /// its Resources directory. The two files need not exist. Throws Error if `path` is not a
 /// directory, or if its contents cannot be read.
 BundleFiles FindBundleFiles(std::string path);
+
+/// Throws UsageError if the directory at `path` is not a bundle: it holds no Contents/Resources.
+void RequireBundle(const std::string& path);
+
+/// Returns a finding if `files` are of a bundle and its installer is missing, no regular file or
+/// not executable.
+Findings FindInProgram(const BundleFiles& files);
 
 }  // namespace webresources
 

@@ -2,12 +2,12 @@
 
 #include <sys/stat.h>
 
-#include "machine/HostCheck.h"
 #include "machine/InstallLock.h"
-#include "machine/InstallPlan.h"
 #include "machine/InstallerProcess.h"
+#include "machine/PrivateCopy.h"
 #include "report/Rules.h"
 #include "support/Error.h"
+#include "support/Progress.h"
 
 namespace webresources {
 
@@ -19,26 +19,43 @@ void Conclude(const char* outcome, int status, const std::string& text, Report& 
   report.summary.push_back(text);
 }
 
-void WriteReceiptOf(const ExpectedBundle& bundle, const std::string& prefix) {
-  WriteReceipt(prefix, {bundle.UpdateId(), bundle.packageSha256, "", "", bundle.tree});
+void WriteReceiptOf(const ExpectedBundle& bundle, const std::string& hostRoot) {
+  Receipt receipt;
+  receipt.updateId = bundle.UpdateId();
+  receipt.packageSha256 = bundle.packageSha256.value_or("");
+  receipt.tree = bundle.tree;
+  WriteReceipt(hostRoot, receipt);
+}
+
+/// Runs the installer of the copy. The receipt says from here on that an installation has begun; if
+/// the installer cannot be started, the receipt is as before.
+void Run(const InstallOptions& options, const ExpectedBundle& bundle, const InstallLock& lock,
+         Report& report) {
+  BegunReceipt begun(options.hostRoot, bundle.UpdateId());
+  try {
+    ThrowIfInterrupted("install", options.bundle);
+    if (const auto end = RunInstaller(*bundle.files.program, lock.descriptor())) {
+      Add(report.findings, kStepFailed, options.bundle, *end);
+    }
+  } catch (const CannotStart&) {
+    begun.PutBack();
+    throw;
+  }
+  ThrowIfInterrupted("install", options.bundle);
 }
 
 void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
-                  const std::string& step, const InstallLock& lock, const Installation& before,
-                  Report& report) {
-  RemoveReceipt(options.hostRoot);  // of what is about to go
-  RepairWhatARunKeeps(before, options.ignoresModes);
-  const std::string end = RunStep(step, lock.descriptor());
-  if (!end.empty()) {
-    Add(report.findings, kStepFailed, step, end);
-  }
-  const MachineState after = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
+                  const InstallLock& lock, const InstallPlan& plan, Report& report) {
+  RepairWhatARunKeeps(plan.host.installation, options.ignoresModes);
+  Run(options, bundle, lock, report);
+  HostState after = ReadHost(options.hostRoot);
+  CompareWithBundle(after, bundle, options.ignoresModes);
   ReportInstallation(after.installation, report);
   Append(report.findings, after.findings);
-  const bool isRight = report.findings.empty();
+  const bool isInstalled = report.findings.empty();
   Append(report.findings, after.hostFindings);
-  if (!isRight) {
-    Conclude("failed", kHasFindings, "the installation is not as it should be", report);
+  if (!isInstalled) {
+    Conclude("failed", kHasFindings, "the installation is not correct", report);
     return;
   }
   WriteReceiptOf(bundle, options.hostRoot);
@@ -51,9 +68,9 @@ void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
 }
 
 void Refuse(const InstallPlan& plan, Report& report) {
-  ReportInstallation(plan.installation, report);
+  ReportInstallation(plan.host.installation, report);
   report.findings = plan.findings;
-  const auto updateId = UpdateIdOf(plan.installation.record);
+  const auto updateId = UpdateIdOf(plan.host.installation.record);
   Conclude("refused", kHasFindings,
            updateId ? "refused: update " + std::to_string(*updateId) + " stays installed"
                     : "refused: nothing is installed",
@@ -61,48 +78,70 @@ void Refuse(const InstallPlan& plan, Report& report) {
 }
 
 void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
-  ReportInstallation(plan.installation, report);
+  ReportInstallation(plan.host.installation, report);
   if (plan.needsReceipt) {
-    WriteReceiptOf(bundle, plan.installation.hostRoot);
+    WriteReceiptOf(bundle, plan.host.installation.hostRoot);
   }
   Conclude("up-to-date", kAsItShouldBe, "up to date", report);
-  report.findings = plan.hostFindings;
+  report.findings = plan.host.hostFindings;
   report.SetStatus();
 }
 
-/// Whether the bundle is refused before the lock is taken: taking it makes directories on a machine
-/// that has none yet, and a refusal must not touch anything. Where the directories are, the plan
-/// under the lock decides.
-bool IsRefusedUntouched(const InstallOptions& options, const ExpectedBundle& bundle,
-                        Report& report) {
-  if (bundle.errors.empty() && InstallLock::IsThere(options.hostRoot)) {
+/// Returns whether the bundle is refused before the lock is taken. The lock makes directories on a
+/// machine that has none yet, and a refusal must not touch anything. If another first installation
+/// has made the lock meanwhile, the host may be in the middle of that: the decision is made under
+/// the lock.
+bool IsRefusedUntouched(const InstallOptions& options, Report& report) {
+  if (InstallLock::IsThere(options.hostRoot)) {
     return false;
   }
   try {
-    const InstallPlan plan = MakePlan(options, bundle);
-    if (plan.outcome == InstallPlan::Outcome::Refuse) {
-      Refuse(plan, report);
-      return true;
+    HostState host = ReadHost(options.hostRoot);
+    const ExpectedBundle bundle = ReadBundle(options.bundle, host.receipt, options.limits);
+    const InstallPlan plan = MakePlan(options, bundle, std::move(host));
+    if (plan.outcome != InstallPlan::Outcome::Refuse || InstallLock::IsThere(options.hostRoot)) {
+      return false;
     }
+    Refuse(plan, report);
+    return true;
   } catch (const Error&) {
-    // A first installation beside this one makes the lock and changes what is looked at. Under the
-    // lock the same look is told if it fails.
     if (!InstallLock::IsThere(options.hostRoot)) {
       throw;
     }
+    return false;
   }
-  return false;
 }
 
-void InstallLocked(const InstallOptions& options, const ExpectedBundle& bundle,
-                   const InstallLock& lock, const std::string& step, Report& report) {
-  const InstallPlan plan = MakePlan(options, bundle);
+/// Returns whether the receipt proves that this very package is installed: then nothing is copied.
+bool IsUpToDate(const InstallOptions& options, Report& report) {
+  HostState host = ReadHost(options.hostRoot);
+  const BundleFiles files = FindBundleFiles(options.bundle);
+  if (options.isForced || !host.receipt || host.receipt->isBegun ||
+      host.receipt->updateId != ReadMetadata(files.metadata).updateId ||
+      host.receipt->packageSha256 != DigestOfPackage(files.package)) {
+    return false;
+  }
+  const ExpectedBundle bundle = ReadBundle(options.bundle, host.receipt, options.limits);
+  const InstallPlan plan = MakePlan(options, bundle, std::move(host));
+  if (plan.outcome != InstallPlan::Outcome::UpToDate || plan.needsReceipt) {
+    return false;
+  }
+  LeaveAlone(plan, bundle, report);
+  return true;
+}
+
+/// Decides, runs, verifies and writes the receipt from a private copy of the bundle.
+void InstallCopy(const InstallOptions& options, const InstallLock& lock, Report& report) {
+  const PrivateCopy copy(options.hostRoot, options.bundle, options.limits);
+  ExpectedBundle bundle = ReadBundle(copy.path(), std::nullopt, options.limits);
+  bundle.bytesToCopy = 0;  // the copy is made
+  const InstallPlan plan = MakePlan(options, bundle, ReadHost(options.hostRoot));
   if (plan.outcome == InstallPlan::Outcome::Refuse) {
     Refuse(plan, report);
   } else if (plan.outcome == InstallPlan::Outcome::UpToDate) {
     LeaveAlone(plan, bundle, report);
   } else {
-    RunAndVerify(options, bundle, step, lock, plan.installation, report);
+    RunAndVerify(options, bundle, lock, plan, report);
   }
 }
 
@@ -111,13 +150,16 @@ void InstallLocked(const InstallOptions& options, const ExpectedBundle& bundle,
 Report Install(const InstallOptions& options) {
   Report report("install");
   umask(022);
-  const ExpectedBundle bundle = ReadBundle(options);
-  if (IsRefusedUntouched(options, bundle, report)) {
+  RequireBundle(options.bundle);
+  CatchInterruptions();
+  if (IsRefusedUntouched(options, report)) {
     return report;
   }
-  const std::string step = StepOf(bundle.files);
   const InstallLock lock(options.hostRoot, options.wait);
-  InstallLocked(options, bundle, lock, step, report);
+  RemoveLeftovers(options.hostRoot);
+  if (!IsUpToDate(options, report)) {
+    InstallCopy(options, lock, report);
+  }
   return report;
 }
 

@@ -12,16 +12,18 @@ struct InstallOptions : PlanOptions {
   std::chrono::seconds wait{0};  ///< How long to wait for another installation.
 };
 
-/// Runs the installer step of a bundle on this host, and tells the truth about it. Requires: the
-/// root is empty.
+/// Runs the installer of a bundle on this host, and verifies the result. Requires: `hostRoot` is
+/// empty.
 ///
-/// 1. A bundle with errors is refused. Nothing is touched.
-/// 2. One installation at a time: see InstallLock.
-/// 3. A bundle whose update is installed as it should be is left alone; only a missing receipt is
-///    written. A bundle older than the installed update is refused.
-/// 4. The step runs in surroundings that are always the same: see RunStep(). What it would leave
-///    wrong is repaired before: see RepairWhatARunKeeps().
-/// 5. Tree, record and modes are compared with the bundle, and the receipt is written.
+/// 1. Without a lock file on the host, a bundle that would be refused is refused: nothing is made.
+/// 2. The lock is taken; see InstallLock. The rest happens under the lock.
+/// 3. If the receipt has the digest of the package and the installation is correct, nothing is
+///    touched.
+/// 4. The bundle is copied; see PrivateCopy. Only the copy is inspected. A bundle with errors, or
+///    older than the installed update, is refused.
+/// 5. Defects that a run keeps are repaired; see RepairWhatARunKeeps(). The receipt says that an
+///    installation has begun. The installer of the copy runs; see RunInstaller().
+/// 6. Tree, record and modes are compared with the bundle, and the receipt is written.
 ///
 /// The status is 0 if the bundle's update is installed as it should be, 1 if it was refused or is
 /// not. A process that is killed at any point leaves nothing that the next call does not put right.

@@ -14,7 +14,7 @@ namespace {
 using Outcome = InstallPlan::Outcome;
 
 Json RecordAfter(const InstallPlan& plan, const ExpectedBundle& bundle) {
-  const InstallRecord& record = plan.installation.record;
+  const InstallRecord& record = plan.host.installation.record;
   return plan.outcome == Outcome::Install
              ? webresources::RecordAfter(record, bundle.UpdateId(),
                                          bundle.metadata.regenerate.value_or(false))
@@ -51,11 +51,12 @@ void ReportLeftovers(const std::vector<std::string>& leftovers, Report& report) 
 
 void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bundle,
                                Report& report) {
-  const FileTree before = InstalledTree(plan.installation, bundle.tree);
+  const FileTree before = InstalledTree(plan.host.installation, bundle.tree);
   const bool installs = plan.outcome == Outcome::Install;
-  ReportLeftovers(installs ? LeftoversOf(plan.installation) : std::vector<std::string>(), report);
+  ReportLeftovers(installs ? LeftoversOf(plan.host.installation) : std::vector<std::string>(),
+                  report);
   ReportChanges(ChangesBetween(before, installs ? bundle.tree : before), report);
-  const auto updateId = UpdateIdOf(plan.installation.record);
+  const auto updateId = UpdateIdOf(plan.host.installation.record);
   const std::string recorded = updateId ? std::to_string(*updateId) : "none";
   report.summary.push_back("update: " + recorded + " -> " +
                            (installs ? std::to_string(bundle.UpdateId()) : recorded));
@@ -74,7 +75,7 @@ const char* NameOf(Outcome outcome) {
 
 void ReportPlan(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
   report.details["outcome"] = NameOf(plan.outcome);
-  ReportInstallation(plan.installation, report);
+  ReportInstallation(plan.host.installation, report);
   report.details["recordAfter"] = RecordAfter(plan, bundle);
   report.details["freshDirectory"] = plan.freshDirectory;
   report.details["bytesNeeded"] = plan.bytesNeeded;
@@ -98,15 +99,17 @@ const char* Conclusion(Outcome outcome) {
     case Outcome::Refuse:
       return "install will refuse the bundle and change nothing";
     default:
-      return "install will run the step";
+      return "install will run the installer";
   }
 }
 
 }  // namespace
 
 Report Plan(const PlanOptions& options) {
-  const ExpectedBundle bundle = ReadBundle(options);
-  const InstallPlan plan = MakePlan(options, bundle);
+  RequireBundle(options.bundle);
+  HostState host = ReadHost(options.hostRoot);
+  const ExpectedBundle bundle = ReadBundle(options.bundle, host.receipt, options.limits);
+  const InstallPlan plan = MakePlan(options, bundle, std::move(host));
   Report report("plan");
   report.findings = plan.findings;
   report.SetStatus();
@@ -114,7 +117,7 @@ Report Plan(const PlanOptions& options) {
     ReportPlan(plan, bundle, report);
   } else {
     report.details["outcome"] = NameOf(plan.outcome);
-    ReportInstallation(plan.installation, report);
+    ReportInstallation(plan.host.installation, report);
   }
   report.summary.push_back(Conclusion(plan.outcome));
   return report;

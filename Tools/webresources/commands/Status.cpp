@@ -11,19 +11,28 @@ namespace webresources {
 namespace {
 
 /// When the directory was filled: by the receipt, else by its time of modification.
-std::string Since(const SelfCheck& check, const std::string& directory) {
-  if (check.receipt) {
-    return check.receipt->time;
+std::string Since(const HostState& host, const std::string& directory) {
+  if (host.isCompared) {
+    return host.receipt->time;
   }
   return TimeText(StatusOf(directory).st_mtime);
 }
 
-std::string Soundness(const SelfCheck& check) {
-  if (!check.findings.empty()) {
-    const Finding& first = check.findings.front();
+std::string StateOf(const Receipt& receipt) {
+  return receipt.isBegun ? "begun" : "installed";
+}
+
+Json ToJson(const Receipt& receipt) {
+  return {{"state", StateOf(receipt)}, {"time", receipt.time}, {"updateId", receipt.updateId}};
+}
+
+std::string Soundness(const HostState& host) {
+  const Findings& findings = host.findings.empty() ? host.receiptFindings : host.findings;
+  if (!findings.empty()) {
+    const Finding& first = findings.front();
     return "no: " + first.subject + ": " + first.reason;
   }
-  if (!check.receipt) {
+  if (!host.isCompared) {
     return "yes, but only the record was compared: there is no receipt";
   }
   return "yes, compared with the receipt";
@@ -32,22 +41,26 @@ std::string Soundness(const SelfCheck& check) {
 }  // namespace
 
 Report Status(const StatusOptions& options) {
-  const SelfCheck check = CheckInstallation(options.hostRoot, options.ignoresModes);
-  const Installation& installation = check.installation;
+  HostState host = ReadHost(options.hostRoot);
+  CompareWithReceipt(host, options.ignoresModes);
+  const Installation& installation = host.installation;
   Report report("status");
-  report.findings = check.findings;
+  report.findings = host.findings;
+  Append(report.findings, host.receiptFindings);
+  Append(report.findings, host.hostFindings);
   Advise({"", options.hostRoot, false, options.ignoresModes}, report);
   report.SetStatus();
   ReportInstallation(installation, report);
   const bool isThere = !installation.directory.empty();
   const std::string directory = installation.installRoot + installation.directory;
   const FileTree tree = isThere ? ReadTree(directory, Checksum::None) : FileTree();
-  const std::string since = isThere ? Since(check, directory) : "";
+  const std::string since = isThere ? Since(host, directory) : "";
   PutOptional(report.details, "directory", isThere ? directory : "");
   report.details["files"] = FilesOf(tree);
   report.details["bytes"] = BytesOf(tree);
   PutOptional(report.details, "since", since);
-  report.details["comparedWith"] = check.receipt ? "receipt" : "record";
+  report.details["receipt"] = host.receipt ? ToJson(*host.receipt) : Json(nullptr);
+  report.details["comparedWith"] = host.isCompared ? "receipt" : "record";
   const auto updateId = UpdateIdOf(installation.record);
   report.summary = {
       "update:    " + (updateId ? std::to_string(*updateId) : std::string("none")) + ", version " +
@@ -56,7 +69,9 @@ Report Status(const StatusOptions& options) {
       "directory: " + (isThere ? directory : std::string("none")),
       "content:   " + std::to_string(FilesOf(tree)) + " files, " + std::to_string(BytesOf(tree)) +
           " bytes",
-      "since:     " + (since.empty() ? "never" : since), "sound:     " + Soundness(check)};
+      "since:     " + (since.empty() ? "never" : since),
+      "receipt:   " + (host.receipt ? StateOf(*host.receipt) + ", " + host.receipt->time : "none"),
+      "sound:     " + Soundness(host)};
   return report;
 }
 

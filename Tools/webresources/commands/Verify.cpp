@@ -18,30 +18,32 @@ void RequireComplete(const ExpectedBundle& bundle) {
 }
 
 void VerifyWithBundle(const VerifyOptions& options, Report& report) {
-  Findings ignored;
-  const ExpectedBundle bundle =
-      ReadBundle(*options.bundle, ReadReceipt(options.hostRoot, ignored), options.limits);
+  HostState host = ReadHost(options.hostRoot);
+  const ExpectedBundle bundle = ReadBundle(*options.bundle, host.receipt, options.limits);
   RequireComplete(bundle);
-  const MachineState state = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
-  ReportInstallation(state.installation, report);
+  CompareWithBundle(host, bundle, options.ignoresModes);
+  ReportInstallation(host.installation, report);
   report.findings = bundle.errors;
-  Append(report.findings, state.findings);
-  Append(report.findings, state.receiptFindings);
-  Append(report.findings, state.hostFindings);
+  Append(report.findings, host.findings);
+  Append(report.findings, host.receiptFindings);
+  Append(report.findings, host.hostFindings);
   if (bundle.errors.empty()) {
-    Advise({*options.bundle, options.hostRoot, IsNewerInstalled(state.installation, bundle),
+    Advise({*options.bundle, options.hostRoot, IsNewerInstalled(host.installation, bundle),
             options.ignoresModes},
            report);
   }
 }
 
 void VerifyAlone(const VerifyOptions& options, Report& report) {
-  const SelfCheck check = CheckInstallation(options.hostRoot, options.ignoresModes);
-  ReportInstallation(check.installation, report);
-  report.findings = check.findings;
+  HostState host = ReadHost(options.hostRoot);
+  CompareWithReceipt(host, options.ignoresModes);
+  ReportInstallation(host.installation, report);
+  report.findings = host.findings;
+  Append(report.findings, host.receiptFindings);
+  Append(report.findings, host.hostFindings);
   Advise({"", options.hostRoot, false, options.ignoresModes}, report);
-  report.details["comparedWith"] = check.receipt ? "receipt" : "record";
-  if (!check.receipt) {
+  report.details["comparedWith"] = host.isCompared ? "receipt" : "record";
+  if (!host.isCompared) {
     report.summary.push_back(
         "only the record was compared: there is no receipt that tells what was installed");
   }
@@ -72,6 +74,7 @@ namespace {
 constexpr int kIsNeeded = 0;
 constexpr int kIsUpToDate = 1;
 constexpr int kCannotBeInstalled = 2;
+constexpr int kIsUnknown = 3;
 
 std::string Text(const Finding& finding) {
   return finding.subject + ": " + finding.reason;
@@ -83,12 +86,13 @@ void Conclude(int status, const std::string& text, Report& report) {
   report.summary.push_back(text);
 }
 
-void CheckMachine(const VerifyOptions& options, const ExpectedBundle& bundle, Report& report) {
-  MachineState state = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
-  ReportInstallation(state.installation, report);
-  report.findings = state.findings;
-  Append(report.findings, state.receiptFindings);
-  if (IsNewerInstalled(state.installation, bundle)) {
+void CheckHost(const VerifyOptions& options, const ExpectedBundle& bundle, HostState& host,
+               Report& report) {
+  CompareWithBundle(host, bundle, options.ignoresModes);
+  ReportInstallation(host.installation, report);
+  report.findings = host.findings;
+  Append(report.findings, host.receiptFindings);
+  if (IsNewerInstalled(host.installation, bundle)) {
     Conclude(kIsUpToDate, "a newer update is installed", report);
   } else if (report.findings.empty()) {
     Conclude(kIsUpToDate, "up to date", report);
@@ -96,26 +100,30 @@ void CheckMachine(const VerifyOptions& options, const ExpectedBundle& bundle, Re
     Conclude(kIsNeeded, "install needed: " + Text(report.findings.front()), report);
     Advise({*options.bundle, options.hostRoot, false, options.ignoresModes}, report);
   }
-  Append(report.findings, state.hostFindings);  // no installation repairs them
+  Append(report.findings, host.hostFindings);  // no installation repairs them
 }
 
 }  // namespace
 
 Report InstallCheck(const VerifyOptions& options) {
   Report report("installcheck");
+  int failure = kIsUnknown;
   try {
-    Findings ignored;
-    const ExpectedBundle bundle =
-        ReadBundle(*options.bundle, ReadReceipt(options.hostRoot, ignored), options.limits);
+    HostState host = ReadHost(options.hostRoot);
+    failure = kCannotBeInstalled;
+    const ExpectedBundle bundle = ReadBundle(*options.bundle, host.receipt, options.limits);
+    failure = kIsUnknown;
     if (bundle.errors.empty()) {
-      CheckMachine(options, bundle, report);
+      CheckHost(options, bundle, host, report);
     } else {
       report.findings = bundle.errors;
       Conclude(kCannotBeInstalled, "cannot be installed: " + Text(bundle.errors.front()), report);
     }
   } catch (const std::exception& error) {
     report = ReportOf("installcheck", error);
-    Conclude(kIsNeeded, std::string("install needed: ") + error.what(), report);
+    const char* const what =
+        failure == kIsUnknown ? "the installation is unknown: " : "cannot be installed: ";
+    Conclude(failure, what + std::string(error.what()), report);
   }
   return report;
 }

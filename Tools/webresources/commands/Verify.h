@@ -13,7 +13,7 @@ struct VerifyOptions {
   std::optional<std::string> bundle;  ///< None: compare with the receipt, or with the record alone.
   std::string hostRoot;               ///< Of the installed system's files; empty for this one's.
   bool ignoresModes = false;          ///< Do not compare modes and owners.
-  Limits limits = {};                      ///< Of the bundle.
+  Limits limits = {};                 ///< Of the bundle.
 };
 
 /// How the installation differs from what a bundle installs or, without one, from the receipt. What

@@ -158,22 +158,22 @@ Findings FindInInstallation(const Installation& installation, const Expectation&
   return InstallationFinder(installation, expected).Find();
 }
 
-SelfCheck CheckInstallation(const std::string& hostRoot, bool ignoresModes) {
-  SelfCheck check;
-  check.installation = ReadInstallation(hostRoot);
-  Findings ofReceipt;
-  check.receipt = ReadReceipt(hostRoot, ofReceipt);
-  if (check.receipt && !FindInReceipt(*check.receipt, check.installation, ofReceipt)) {
-    check.receipt.reset();
-  }
-  check.findings = FindInInstallation(
-      check.installation,
-      {check.receipt ? &check.receipt->tree : nullptr, std::nullopt, ignoresModes});
-  Append(check.findings, ofReceipt);
+HostState ReadHost(const std::string& hostRoot) {
+  HostState host;
+  host.installation = ReadInstallation(hostRoot);
+  host.receipt = ReadReceipt(hostRoot, host.receiptFindings);
+  return host;
+}
+
+void CompareWithReceipt(HostState& host, bool ignoresModes) {
+  host.isCompared =
+      host.receipt && FindInReceipt(*host.receipt, host.installation, host.receiptFindings);
+  host.findings = FindInInstallation(
+      host.installation,
+      {host.isCompared ? &host.receipt->tree : nullptr, std::nullopt, ignoresModes});
   if (!ignoresModes) {
-    Append(check.findings, FindInHostAccess(hostRoot));
+    host.hostFindings = FindInHostAccess(host.installation.hostRoot);
   }
-  return check;
 }
 
 }  // namespace webresources

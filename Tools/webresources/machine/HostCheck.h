@@ -31,16 +31,23 @@ struct Expectation {
 /// file once if a tree is expected. Throws Error if something cannot be read.
 Findings FindInInstallation(const Installation& installation, const Expectation& expected);
 
-/// What can be said of an installation without a bundle.
-struct SelfCheck {
-  Installation installation;       ///< As it is recorded, whatever the findings say of it.
-  std::optional<Receipt> receipt;  ///< None if there is none that is of the recorded update.
-  Findings findings;  ///< Of tree, access and record, then of the receipt and the host.
+/// The installation of a host and the findings about it.
+struct HostState {
+  Installation installation;
+  std::optional<Receipt> receipt;  ///< Nothing if there is none, or a damaged one.
+  bool isCompared = false;         ///< With a receipt that describes the recorded installation.
+  Findings findings;               ///< Of tree, record, modes and owners.
+  Findings receiptFindings;        ///< Of the receipt alone.
+  Findings hostFindings;           ///< Of FindInHostAccess(): no run changes them.
 };
 
-/// Compares the installation of the host whose file system lies at `hostRoot` with its receipt; if
-/// there is none, the record with itself only. Throws Error if something cannot be read.
-SelfCheck CheckInstallation(const std::string& hostRoot, bool ignoresModes);
+/// Reads the installation and the receipt of the host mounted at `hostRoot`, each once. The only
+/// findings are those of a damaged receipt. Throws Error if something cannot be read.
+HostState ReadHost(const std::string& hostRoot);
+
+/// Adds the findings of a comparison of the host with its receipt; without a usable receipt, the
+/// record is compared with itself only. Throws Error if something cannot be read.
+void CompareWithReceipt(HostState& host, bool ignoresModes);
 
 }  // namespace webresources
 

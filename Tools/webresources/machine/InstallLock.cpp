@@ -30,6 +30,22 @@ bool MakeDirectories(const std::string& path) {
       [](const char* one) { return mkdir(one, kMode) == 0 || errno == EEXIST; });
 }
 
+/// Another user who can open the file can keep installations waiting for ever.
+void RequireOwnFile(const Descriptor& file, const std::string& path) {
+  struct stat status = {};
+  if (fstat(*file, &status) != 0) {
+    throw Error::FromErrno("lock", path);
+  }
+  const bool isOwn = status.st_uid == geteuid() || status.st_uid == 0;
+  if (!isOwn || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+    throw Error("lock", path,
+                "another user owns it or can write to it: remove it with rm '" + path + "'");
+  }
+  if ((status.st_mode & (S_IRGRP | S_IROTH)) != 0 && fchmod(*file, 0600) != 0) {
+    throw Error::FromErrno("lock", path);
+  }
+}
+
 Descriptor Open(const std::string& path) {
   constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   constexpr int kAttempts = 20;  // an uninstallation can remove each directory once
@@ -38,6 +54,7 @@ Descriptor Open(const std::string& path) {
     const bool isMade = MakeDirectories(directory);
     Descriptor file(isMade ? open(path.c_str(), kFlags, 0600) : -1);
     if (file) {
+      RequireOwnFile(file, path);
       return file;
     }
     if (errno != ENOENT || attempt == kAttempts) {
@@ -48,6 +65,7 @@ Descriptor Open(const std::string& path) {
 
 Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
   for (auto left = wait;; left -= kPoll) {
+    ThrowIfInterrupted("lock", path);
     Descriptor file = Open(path);
     const bool isLocked = flock(*file, LOCK_EX | LOCK_NB) == 0;
     if (!isLocked && errno != EWOULDBLOCK && errno != EINTR) {
@@ -69,7 +87,7 @@ Descriptor Lock(const std::string& path, std::chrono::milliseconds wait) {
 }  // namespace
 
 std::string InstallLock::PathOf(const std::string& hostRoot) {
-  return BesideInstallRoot(hostRoot, ".WebResources.lock");
+  return BesideInstallRoot(hostRoot, kFileName);
 }
 
 InstallLock::InstallLock(const std::string& hostRoot, std::chrono::milliseconds wait)

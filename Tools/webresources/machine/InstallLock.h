@@ -16,6 +16,9 @@ namespace webresources {
 /// its parent is killed, no second run begins before the step has ended.
 class InstallLock {
  public:
+  /// The name of the file, beside the install root.
+  static constexpr char kFileName[] = ".WebResources.lock";
+
   /// Waits for the lock of the host whose file system lies at `hostRoot`, at most `wait`, and says
   /// so on a terminal. Makes the directory that holds the install root if it is missing. Throws
   /// Error if the lock cannot be had.

@@ -1,8 +1,13 @@
 #include "machine/InstallPlan.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
+
 #include "machine/Access.h"
 #include "machine/HostCheck.h"
 #include "prediction/BundleInspection.h"
+#include "prediction/TreeComparison.h"
 #include "report/Rules.h"
 #include "support/Files.h"
 
@@ -10,22 +15,58 @@ namespace webresources {
 
 namespace {
 
-std::string DigestOfPackage(const std::string& path) {
-  return StateOf(path) == FileState::Missing ? "" : DigestText(DigestOfFile(RealPath(path)));
+constexpr std::uint64_t kBlock = 4096;  // the smallest space of a file on most file systems
+
+std::uint64_t RoundedUp(std::uint64_t size) {
+  return (size + kBlock - 1) / kBlock * kBlock;
+}
+
+/// The bytes that the files take on the disk: a hole takes none.
+std::uint64_t BytesToCopy(const BundleFiles& files) {
+  std::uint64_t bytes = 0;
+  for (const std::string& path : {files.package, files.metadata, files.program.value_or("")}) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0) {
+      constexpr std::uint64_t kUnit = 512;  // of st_blocks
+      const std::uint64_t taken = static_cast<std::uint64_t>(status.st_blocks) * kUnit;
+      bytes += std::min(taken, RoundedUp(static_cast<std::uint64_t>(status.st_size)));
+    }
+  }
+  return bytes;
+}
+
+/// Whether `tree` has the paths, types and sizes that the directory of the package states.
+bool IsOutlineOf(const std::string& package, const FileTree& tree) {
+  PackageReader reader(package);
+  return OfContent(Compare(TreeOf(PredictOutline(reader)), tree)).empty();
+}
+
+/// Whether the receipt proves that the package is free of errors and tells its tree.
+bool IsProof(const std::optional<Receipt>& receipt, const ExpectedBundle& bundle) {
+  return receipt && !receipt->isBegun && receipt->isOwnersOwn &&
+         receipt->packageSha256 == bundle.packageSha256 &&
+         IsOutlineOf(bundle.files.package, receipt->tree);
 }
 
 }  // namespace
+
+std::optional<std::string> DigestOfPackage(const std::string& path) {
+  return StateOf(path) == FileState::Missing
+             ? std::nullopt
+             : std::optional(DigestText(DigestOfFile(RealPath(path))));
+}
 
 ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>& receipt,
                           const Limits& limits) {
   ExpectedBundle bundle;
   bundle.files = FindBundleFiles(path);
+  bundle.bytesToCopy = BytesToCopy(bundle.files);
   bundle.packageSha256 = DigestOfPackage(bundle.files.package);
-  if (receipt && receipt->packageSha256 == bundle.packageSha256 &&
-      receipt->version == WEBRESOURCES_VERSION) {
+  if (IsProof(receipt, bundle)) {
     bundle.metadata = ReadMetadata(bundle.files.metadata);
     bundle.tree = receipt->tree;
     bundle.errors = ErrorsOf(bundle.metadata.findings);
+    Append(bundle.errors, FindInProgram(bundle.files));
   } else {
     BundleInspection inspection = InspectBundle(path, limits, &bundle.tree);
     bundle.metadata = std::move(inspection.metadata);
@@ -35,24 +76,18 @@ ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>&
   return bundle;
 }
 
-MachineState CompareWithBundle(const std::string& hostRoot, const ExpectedBundle& bundle,
-                               bool ignoresModes) {
-  MachineState state;
-  state.installation = ReadInstallation(hostRoot);
-  state.findings = FindInInstallation(state.installation, {bundle.isRead ? &bundle.tree : nullptr,
-                                                           bundle.UpdateId(), ignoresModes});
-  const auto receipt = ReadReceipt(hostRoot, state.receiptFindings);
-  state.hasReceipt = receipt.has_value();
+void CompareWithBundle(HostState& host, const ExpectedBundle& bundle, bool ignoresModes) {
+  host.findings = FindInInstallation(
+      host.installation, {bundle.isRead ? &bundle.tree : nullptr, bundle.UpdateId(), ignoresModes});
   const bool belongs =
-      receipt && FindInReceipt(*receipt, state.installation, state.receiptFindings);
-  if (belongs && state.findings.empty() && receipt->packageSha256 != bundle.packageSha256) {
-    Add(state.receiptFindings, kReceiptDiffers, ReceiptPath(hostRoot),
+      host.receipt && FindInReceipt(*host.receipt, host.installation, host.receiptFindings);
+  if (belongs && host.findings.empty() && host.receipt->packageSha256 != bundle.packageSha256) {
+    Add(host.receiptFindings, kReceiptDiffers, ReceiptPath(host.installation.hostRoot),
         "it is of another package than the one that is installed");
   }
   if (!ignoresModes) {
-    state.hostFindings = FindInHostAccess(hostRoot);
+    host.hostFindings = FindInHostAccess(host.installation.hostRoot);
   }
-  return state;
 }
 
 bool IsNewerInstalled(const Installation& installation, const ExpectedBundle& bundle) {
@@ -64,63 +99,65 @@ namespace {
 
 using Outcome = InstallPlan::Outcome;
 
-constexpr std::uint64_t kBlock = 4096;  // what a file takes at least, on most file systems
-
 std::uint64_t BytesNeeded(const FileTree& tree) {
   std::uint64_t needed = 0;
   for (const FileItem& item : tree) {
-    needed += (item.size + kBlock - 1) / kBlock * kBlock + kBlock;
+    needed += RoundedUp(item.size) + kBlock;
   }
   return needed;
 }
 
-/// What is in the place of the directory that a run would make, so that it would install nothing.
-std::string BlockedPath(const InstallPlan& plan) {
-  const std::string fresh = plan.installation.installRoot + plan.freshDirectory;
-  if (!plan.installation.isRootUsable) {
-    return plan.installation.installRoot;
+/// The path of anything that is in the place of the directory that a run would make: the run would
+/// install nothing.
+std::optional<std::string> BlockedPath(const InstallPlan& plan) {
+  const Installation& installation = plan.host.installation;
+  if (!installation.isRootUsable) {
+    return installation.installRoot;
   }
-  return Exists(fresh) ? fresh : "";
+  const std::string fresh = installation.installRoot + plan.freshDirectory;
+  return Exists(fresh) ? std::optional(fresh) : std::nullopt;
 }
 
 void FindObstacles(const PlanOptions& options, const ExpectedBundle& bundle, InstallPlan& plan) {
-  if (!options.allowsDowngrade && IsNewerInstalled(plan.installation, bundle)) {
-    Add(plan.findings, kNewerInstalled, plan.installation.installRoot,
-        "update " + std::to_string(plan.installation.record.values.updateId) +
+  const Installation& installation = plan.host.installation;
+  if (!options.allowsDowngrade && IsNewerInstalled(installation, bundle)) {
+    Add(plan.findings, kNewerInstalled, installation.installRoot,
+        "update " + std::to_string(installation.record.values.updateId) +
             " is installed, and the bundle has update " + std::to_string(bundle.UpdateId()));
   }
-  if (const std::string path = BlockedPath(plan); !path.empty()) {
-    Add(plan.findings, kRootBlocked, path, "it is in the place of a directory");
+  if (const auto path = BlockedPath(plan)) {
+    Add(plan.findings, kRootBlocked, *path, "it is in the place of a directory");
   }
   if (plan.bytesNeeded > plan.bytesFree) {
-    Add(plan.findings, kNoSpace, plan.installation.installRoot,
+    Add(plan.findings, kNoSpace, installation.installRoot,
         "it needs " + std::to_string(plan.bytesNeeded) + " bytes, and " +
             std::to_string(plan.bytesFree) + " are free");
   }
 }
 
-}  // namespace
-
-ExpectedBundle ReadBundle(const PlanOptions& options) {
-  Findings ignored;
-  return ReadBundle(options.bundle, ReadReceipt(options.hostRoot, ignored), options.limits);
+bool IsInstalled(const PlanOptions& options, const ExpectedBundle& bundle, HostState& host) {
+  if (UpdateIdOf(host.installation.record) != bundle.UpdateId()) {
+    return false;
+  }
+  CompareWithBundle(host, bundle, options.ignoresModes);
+  return host.findings.empty();
 }
 
-InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle) {
+}  // namespace
+
+InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle, HostState host) {
   InstallPlan plan;
   plan.findings = bundle.errors;
+  plan.host = std::move(host);
   if (!plan.findings.empty()) {
-    plan.installation = ReadInstallation(options.hostRoot);
     return plan;
   }
-  MachineState state = CompareWithBundle(options.hostRoot, bundle, options.ignoresModes);
-  plan.installation = std::move(state.installation);
-  plan.hostFindings = std::move(state.hostFindings);
-  plan.needsReceipt = !state.hasReceipt || !state.receiptFindings.empty();
-  plan.freshDirectory = OSUtils::GetUniqueDirectoryName(plan.installation.installRoot);
-  plan.bytesNeeded = BytesNeeded(bundle.tree);
-  plan.bytesFree = FreeBytes(plan.installation);
-  if (state.findings.empty() && !options.isForced) {
+  const bool isInstalled = IsInstalled(options, bundle, plan.host);
+  plan.needsReceipt = !plan.host.receipt || !plan.host.receiptFindings.empty();
+  plan.freshDirectory = OSUtils::GetUniqueDirectoryName(plan.host.installation.installRoot);
+  plan.bytesNeeded = BytesNeeded(bundle.tree) + bundle.bytesToCopy;
+  plan.bytesFree = FreeBytes(plan.host.installation);
+  if (isInstalled && !options.isForced) {
     plan.outcome = Outcome::UpToDate;
     return plan;
   }

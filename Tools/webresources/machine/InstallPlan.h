@@ -6,6 +6,7 @@
 
 #include "bundle/BundleFiles.h"
 #include "bundle/Metadata.h"
+#include "machine/HostCheck.h"
 #include "machine/Installation.h"
 #include "machine/Receipt.h"
 #include "prediction/FileTree.h"
@@ -19,35 +20,30 @@ namespace webresources {
 struct ExpectedBundle {
   BundleFiles files;
   Metadata metadata;
-  FileTree tree;              ///< The installed directory.
-  bool isRead = true;         ///< False if the package can hold too much: there is no tree then.
-  std::string packageSha256;  ///< In hexadecimal; empty if there is no package.
-  Findings errors;            ///< What makes the bundle's result wrong: its warnings are left out.
+  FileTree tree;       ///< The installed directory.
+  bool isRead = true;  ///< False if the package can hold too much: there is no tree then.
+  std::optional<std::string> packageSha256;  ///< In hexadecimal; nothing without a package.
+  Findings errors;                           ///< Defects of the bundle; warnings are left out.
+  std::uint64_t bytesToCopy = 0;  ///< Of the private copy that `install` makes of the bundle.
 
   /// The update number. Requires: a run completes, which `errors` tells.
   int UpdateId() const { return *metadata.updateId; }
 };
 
-/// Reads the bundle at `path`. A receipt that this version of the command wrote for the same
-/// package proves that the package is free of errors and tells its tree: then the package is read
-/// once, and not inflated. One that exceeds `limits` is not read at all. Throws
-/// Error if something cannot be read.
+/// Returns the SHA-256 of the package at `path`, in hexadecimal; nothing if there is no package.
+/// Throws Error if the package cannot be read.
+std::optional<std::string> DigestOfPackage(const std::string& path);
+
+/// Reads the bundle at `path`. A receipt of the same package that belongs to the owner of the host,
+/// and whose paths and sizes are those of the package's directory, proves that the package is free
+/// of errors and tells its tree: then the package is not inflated. A package that can hold more
+/// than the limits allow is not read at all. Throws Error if something cannot be read.
 ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>& receipt,
                           const Limits& limits);
 
-/// What is installed on a host, as one bundle sees it.
-struct MachineState {
-  Installation installation;
-  bool hasReceipt = false;
-  Findings findings;         ///< What a run of the bundle would change.
-  Findings receiptFindings;  ///< What is wrong with the receipt alone.
-  Findings hostFindings;     ///< Of FindInHostAccess(): no run changes them.
-};
-
-/// Compares the host whose file system lies at `hostRoot` with `bundle`. Throws Error if something
-/// cannot be read.
-MachineState CompareWithBundle(const std::string& hostRoot, const ExpectedBundle& bundle,
-                               bool ignoresModes);
+/// Adds the findings of a comparison of the host with `bundle`. Throws Error if something cannot be
+/// read.
+void CompareWithBundle(HostState& host, const ExpectedBundle& bundle, bool ignoresModes);
 
 /// Whether the recorded update is a newer one than that of `bundle`.
 bool IsNewerInstalled(const Installation& installation, const ExpectedBundle& bundle);
@@ -62,28 +58,25 @@ struct PlanOptions {
   Limits limits = {};
 };
 
-/// What `install` will do on one machine.
+/// The decision of `install` on one host.
 struct InstallPlan {
   enum class Outcome {
-    UpToDate,  ///< Nothing: the bundle is installed as it should be.
-    Refuse,    ///< Nothing: `findings` say why.
-    Install,   ///< Run the step.
+    UpToDate,  ///< Do nothing: the bundle is installed correctly.
+    Refuse,    ///< Do nothing: `findings` say why.
+    Install,   ///< Run the installer.
   };
   Outcome outcome = Outcome::Refuse;
   Findings findings;
-  Installation installation;      ///< As it is now.
-  Findings hostFindings;          ///< As in MachineState: no reason to refuse or to run.
-  bool needsReceipt = false;      ///< The receipt is missing, or not of what is installed.
+  HostState host;                 ///< Before the installation.
+  bool needsReceipt = false;      ///< The receipt is missing or does not describe the host.
   std::string freshDirectory;     ///< The bare name of the directory that is filled.
-  std::uint64_t bytesNeeded = 0;  ///< Beside what is installed.
+  std::uint64_t bytesNeeded = 0;  ///< Beside the installed content.
   std::uint64_t bytesFree = 0;
 };
 
-/// Reads the bundle of `options`, as ReadBundle() does.
-ExpectedBundle ReadBundle(const PlanOptions& options);
-
-/// Decides what to do with `bundle`. Changes nothing. Throws Error if something cannot be read.
-InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle);
+/// Decides what to do with `bundle` on `host`. The installed files are not read if another update
+/// is recorded than that of `bundle`. Changes nothing. Throws Error if something cannot be read.
+InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle, HostState host);
 
 }  // namespace webresources
 

@@ -8,33 +8,36 @@
 
 #include <cerrno>
 #include <csignal>
-#include <filesystem>
+#include <new>
 
 #include "Descriptor.h"
+#include "Inheritance.h"
 #include "Uninterrupted.h"
 #include "support/Error.h"
+#include "support/Progress.h"
 
 namespace webresources {
 
 namespace {
 
-/// Beyond what a caller leaves open: the system gives the lowest free number to each new one.
-constexpr int kForeignDescriptors = 256;
-
-/// What posix_spawn() is to do in the new process.
+/// The attributes and file actions of the new process.
 class Surroundings {
  public:
-  Surroundings() {
+  explicit Surroundings(int lockDescriptor) {
     posix_spawnattr_init(&attributes_);
     posix_spawn_file_actions_init(&actions_);
     SetSignals();
-    posix_spawn_file_actions_addchdir_np(&actions_, "/");
     SetStreams();
+    if (!Inheritance::Restrict(&attributes_, &actions_, lockDescriptor)) {
+      throw std::bad_alloc();
+    }
   }
+
   ~Surroundings() {
     posix_spawn_file_actions_destroy(&actions_);
     posix_spawnattr_destroy(&attributes_);
   }
+
   Surroundings(const Surroundings&) = delete;
   Surroundings& operator=(const Surroundings&) = delete;
 
@@ -44,17 +47,21 @@ class Surroundings {
  private:
   void SetSignals() {
     sigset_t none;
-    sigset_t all;
+    sigset_t defaults;
     sigemptyset(&none);
-    sigfillset(&all);
+    sigfillset(&defaults);
+    struct sigaction hangUp = {};
+    if (sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler == SIG_IGN) {
+      sigdelset(&defaults, SIGHUP);
+    }
     posix_spawnattr_setflags(&attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
     posix_spawnattr_setsigmask(&attributes_, &none);
-    posix_spawnattr_setsigdefault(&attributes_, &all);
+    posix_spawnattr_setsigdefault(&attributes_, &defaults);
   }
 
   void SetStreams() {
     for (int stream = 0; stream <= STDERR_FILENO; ++stream) {
-      // Without a null device the streams are closed: the step uses none of them.
+      // Without a null device the streams are closed: the installer uses none of them.
       if (null_) {
         posix_spawn_file_actions_adddup2(&actions_, *null_, stream);
       } else {
@@ -68,60 +75,62 @@ class Surroundings {
   posix_spawn_file_actions_t actions_;
 };
 
-/// Keeps the caller's descriptors from 3 on, except one, from new programs.
-void CloseOthersInPrograms(int kept) {
-  for (int descriptor = STDERR_FILENO + 1; descriptor < kForeignDescriptors; ++descriptor) {
-    fcntl(descriptor, F_SETFD, descriptor == kept ? 0 : FD_CLOEXEC);
-  }
+/// The directory of the installer is the caller's own, so that only the volume can forbid the
+/// start.
+std::string ReasonOf(int error) {
+  const std::string reason = std::generic_category().message(error);
+  return error == EACCES    ? reason + ": the volume may be mounted with noexec"
+         : error == ENOEXEC ? reason + ": the program is for another processor or system"
+                            : reason;
 }
 
-std::string Describe(int status) {
+pid_t Start(const std::string& path, int lockDescriptor) {
+  umask(022);
+  if (chdir("/") != 0) {
+    throw CannotStart("run", path, std::generic_category().message(errno));
+  }
+  // A caller that ignores the end of its children would hide the status.
+  std::signal(SIGCHLD, SIG_DFL);
+  const Surroundings surroundings(lockDescriptor);
+  char* const arguments[] = {const_cast<char*>(path.c_str()), nullptr};
+  char* const environment[] = {nullptr};
+  pid_t process = -1;
+  const int error = posix_spawn(&process, path.c_str(), surroundings.actions(),
+                                surroundings.attributes(), arguments, environment);
+  if (error != 0) {
+    throw CannotStart("run", path, ReasonOf(error));
+  }
+  return process;
+}
+
+/// Waits for the end of `process`. Signals are passed on as long as its number is its own.
+int StatusOf(pid_t process, const std::string& path) {
+  PassInterruptionsTo(process);
+  siginfo_t end = {};
+  int result = Uninterrupted(
+      [&] { return waitid(P_PID, static_cast<id_t>(process), &end, WEXITED | WNOWAIT); });
+  PassInterruptionsTo(0);
+  int status = 0;
+  if (result == 0) {
+    result = Uninterrupted([&] { return waitpid(process, &status, 0); }) < 0 ? -1 : 0;
+  }
+  if (result != 0) {
+    throw Error::FromErrno("learn the end of", path);
+  }
+  return status;
+}
+
+}  // namespace
+
+std::optional<std::string> RunInstaller(const std::string& path, int lockDescriptor) {
+  const int status = StatusOf(Start(path, lockDescriptor), path);
   if (WIFSIGNALED(status)) {
     return "it was ended by signal " + std::to_string(WTERMSIG(status));
   }
   if (WEXITSTATUS(status) != 0) {
     return "it exited with " + std::to_string(WEXITSTATUS(status));
   }
-  return {};
-}
-
-}  // namespace
-
-std::string StepOf(const BundleFiles& files) {
-  // The step has another working directory. The path ends in "/".
-  const std::string above =
-      std::filesystem::absolute(files.directory + "/..").lexically_normal().string();
-  const std::string inBundle = above + BUNDLE_EXECUTABLES "/" BUNDLE_EXECUTABLE;
-  for (const std::string& path : {inBundle, above + BUNDLE_EXECUTABLE}) {
-    if (access(path.c_str(), X_OK) == 0) {
-      return path;
-    }
-  }
-  if (access(inBundle.c_str(), F_OK) == 0) {
-    throw Error("run", inBundle, "the file is not executable", "give it the mode 0755");
-  }
-  if (errno != ENOENT && errno != ENOTDIR) {
-    throw Error::FromErrno("run", inBundle);
-  }
-  throw Error("run", inBundle, "the bundle has no installer",
-              "install from a copy of the installer's bundle");
-}
-
-std::string RunStep(const std::string& path, int lockDescriptor) {
-  umask(022);
-  CloseOthersInPrograms(lockDescriptor);
-  const Surroundings surroundings;
-  char* const arguments[] = {const_cast<char*>(path.c_str()), nullptr};
-  char* const environment[] = {nullptr};
-  pid_t child = -1;
-  errno = posix_spawn(&child, path.c_str(), surroundings.actions(), surroundings.attributes(),
-                      arguments, environment);
-  if (errno != 0) {
-    throw Error::FromErrno("run", path);
-  }
-  int status = 0;
-  Uninterrupted([&] { return waitpid(child, &status, 0); });
-  return Describe(status);
+  return std::nullopt;
 }
 
 }  // namespace webresources

@@ -1,16 +1,17 @@
 #include "machine/Receipt.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
-#include <fstream>
+#include <limits>
+#include <set>
+#include <stdexcept>
+#include <string_view>
 
 #include "InstallerConstants.h"
 #include "report/Report.h"
 #include "report/Rules.h"
-#include "support/AtomicFile.h"
+#include "support/Error.h"
 #include "support/Files.h"
 #include "support/Text.h"
 
@@ -19,6 +20,12 @@ namespace webresources {
 namespace {
 
 constexpr char kFileName[] = "WebResources.receipt.json";
+constexpr int kFormat = 1;
+constexpr std::uint64_t kMostBytes = std::uint64_t{64} << 20U;
+constexpr char kBegun[] = "begun";
+constexpr char kInstalled[] = "installed";
+
+// Writing -----------------------------------------------------------------------------------------
 
 Json ToJson(const FileItem& item) {
   Json json = {{"type", item.type == FileItem::Type::Directory ? "directory" : "file"}};
@@ -33,47 +40,148 @@ Json ToJson(const FileItem& item) {
   return json;
 }
 
-Json ToJson(const Receipt& receipt) {
-  Json json = {{"tool", "webresources"},       {"version", receipt.version},
-               {"time", receipt.time},         {"product", PLIST_SECTION_KEY},
-               {"updateId", receipt.updateId}, {"packageSha256", receipt.packageSha256},
-               {"tree", Json::array()}};
-  for (const FileItem& item : receipt.tree) {
-    json["tree"].push_back(ToJson(item));
+std::string TextOf(const Receipt& receipt) {
+  Json json = {{"tool", "webresources"},
+               {"version", WEBRESOURCES_VERSION},
+               {"format", kFormat},
+               {"state", receipt.isBegun ? kBegun : kInstalled},
+               {"time", TimeText(std::time(nullptr))},
+               {"product", PLIST_SECTION_KEY},
+               {"updateId", receipt.updateId}};
+  if (!receipt.isBegun) {
+    json["packageSha256"] = receipt.packageSha256;
+    json["tree"] = Json::array();
+    for (const FileItem& item : receipt.tree) {
+      json["tree"].push_back(ToJson(item));
+    }
   }
-  return json;
+  return Text(json);
 }
 
-/// Throws std::exception if `json` is not an item of a receipt.
+// Reading. Each function throws std::exception if the file is not a receipt.
+// -----------------------
+
+void Require(bool isSo, const char* defect) {
+  if (!isSo) {
+    throw std::invalid_argument(defect);
+  }
+}
+
+/// A whole number from `least` to `most`.
+std::int64_t NumberIn(const Json& json, const char* name, std::int64_t least, std::int64_t most) {
+  const Json& member = json.at(name);
+  Require(member.is_number_integer(), "a number is not an integer");
+  const auto isTooLarge = [&] {
+    return member.is_number_unsigned() &&
+           member.get<std::uint64_t>() > static_cast<std::uint64_t>(most);
+  };
+  Require(
+      !isTooLarge() && member.get<std::int64_t>() >= least && member.get<std::int64_t>() <= most,
+      "a number is out of range");
+  return member.get<std::int64_t>();
+}
+
+unsigned int ModeOf(const std::string& text) {
+  Require(text.length() == 4 && text.find_first_not_of("01234567") == std::string::npos,
+          "a mode is not four octal digits");
+  return static_cast<unsigned int>(std::stoul(text, nullptr, 8));
+}
+
 FileItem ItemOf(const Json& json) {
   FileItem item;
   item.path = NameOf(json, "path");
-  item.mode = static_cast<unsigned int>(std::stoul(json.at("mode").get<std::string>(), nullptr, 8));
-  if (json.at("type") == "file") {
+  Require(!item.path.empty() && item.path.find('\0') == std::string::npos, "a path is no path");
+  item.mode = ModeOf(json.at("mode").get<std::string>());
+  const auto type = json.at("type").get<std::string>();
+  Require(type == "file" || type == "directory", "a type is unknown");
+  if (type == "file") {
     item.type = FileItem::Type::File;
-    item.size = json.at("size").get<std::uint64_t>();
+    item.size = static_cast<std::uint64_t>(
+        NumberIn(json, "size", 0, std::numeric_limits<std::int64_t>::max()));
     item.sha256 = DigestFrom(json.at("sha256").get<std::string>());
   }
   return item;
 }
 
-/// Throws std::exception if `json` is not a receipt.
-Receipt ReceiptOf(const Json& json) {
-  if (json.at("product") != PLIST_SECTION_KEY) {
-    throw Error("read", "the receipt", "it is of another product");
-  }
-  Receipt receipt;
-  receipt.updateId = json.at("updateId").get<int>();
-  receipt.packageSha256 = json.at("packageSha256").get<std::string>();
-  receipt.time = json.at("time").get<std::string>();
-  receipt.version = json.at("version").get<std::string>();
-  for (const Json& item : json.at("tree")) {
-    receipt.tree.push_back(ItemOf(item));
-  }
-  std::sort(receipt.tree.begin(), receipt.tree.end(),
-            [](const FileItem& a, const FileItem& b) { return a.path < b.path; });
-  return receipt;
+template <typename Names>
+bool IsOneOf(const Names& names, std::string_view name) {
+  return std::find(std::begin(names), std::end(names), name) != std::end(names);
 }
+
+/// Sorts the tree and checks that no path is there twice.
+void Sort(FileTree& tree) {
+  std::sort(tree.begin(), tree.end(),
+            [](const FileItem& a, const FileItem& b) { return a.path < b.path; });
+  const auto same =
+      std::adjacent_find(tree.begin(), tree.end(),
+                         [](const FileItem& a, const FileItem& b) { return a.path == b.path; });
+  Require(same == tree.end() && !tree.empty(), "the tree is empty or has a path twice");
+}
+
+/// Parses a receipt. Each item of the tree is converted and dropped when it is
+/// complete, and nothing nests deeper than an item: the memory is that of the tree.
+class Parser {
+ public:
+  explicit Parser(std::FILE* stream) {
+    json_ = Json::parse(stream, [this](int depth, Json::parse_event_t event, Json& parsed) {
+      return Take(depth, event, parsed);
+    });
+    // Only the tree has items: no other member is an array.
+    Require(json_.at("version").is_string(), "the version is not a text");
+    Require(json_.value("tree", Json::array()).is_array(), "the tree is not an array");
+  }
+
+  Receipt Result(const std::string& path) {
+    Require(json_.at("tool") == "webresources" && json_.at("product") == PLIST_SECTION_KEY,
+            "it is of another product");
+    if (const auto format = json_.find("format"); format != json_.end() && *format != kFormat) {
+      throw Error("read", path, "it was written by a newer webresources: use that version");
+    }
+    const std::string state = json_.value("state", kInstalled);
+    Require(state == kInstalled || state == kBegun, "its state is unknown");
+    Receipt receipt;
+    receipt.isBegun = state == kBegun;
+    receipt.updateId =
+        static_cast<int>(NumberIn(json_, "updateId", std::numeric_limits<std::int32_t>::min(),
+                                  std::numeric_limits<std::int32_t>::max()));
+    receipt.time = json_.at("time").get<std::string>();
+    if (!receipt.isBegun) {
+      receipt.packageSha256 = DigestText(DigestFrom(json_.at("packageSha256").get<std::string>()));
+      Sort(tree_);
+      receipt.tree = std::move(tree_);
+    }
+    return receipt;
+  }
+
+ private:
+  static constexpr int kItemDepth = 2;  // below the document and its array
+
+  bool Take(int depth, Json::parse_event_t event, const Json& parsed) {
+    using Event = Json::parse_event_t;
+    if (event == Event::object_start || event == Event::array_start) {
+      Require(depth <= kItemDepth, "it nests too deep");
+      members_[event == Event::object_start ? depth : kItemDepth + 1].clear();
+    } else if (event == Event::key) {
+      const auto name = parsed.get<std::string>();
+      Require(depth == 1 ? IsOneOf(kMembers, name) : IsOneOf(kItemMembers, name),
+              "a member is unknown");
+      Require(members_[depth - 1].insert(name).second, "a member is there twice");
+    } else if (event == Event::object_end && depth == kItemDepth) {
+      tree_.push_back(ItemOf(parsed));
+      return false;
+    }
+    return true;
+  }
+
+  static constexpr std::string_view kMembers[] = {
+      "tool", "version", "format", "state", "time", "product", "updateId", "packageSha256", "tree"};
+  static constexpr std::string_view kItemMembers[] = {"type", "path",   "pathHex",
+                                                      "size", "sha256", "mode"};
+
+  Json json_;
+  FileTree tree_;
+  std::set<std::string> members_[kItemDepth + 2];  ///< Of the open object at each depth.
+};
 
 }  // namespace
 
@@ -81,51 +189,78 @@ std::string ReceiptPath(const std::string& hostRoot) {
   return BesideInstallRoot(hostRoot, kFileName);
 }
 
+namespace {
+
+constexpr char kRemedy[] = "remove it, then run webresources install";
+
+InputFile OpenReceipt(const std::string& path) {
+  try {
+    return InputFile(path, Links::Refuse);
+  } catch (const Error& error) {
+    throw Error("read", path, error.reason(), error.remedy().empty() ? kRemedy : error.remedy());
+  }
+}
+
+}  // namespace
+
 std::optional<Receipt> ReadReceipt(const std::string& hostRoot, Findings& findings) {
   const std::string path = ReceiptPath(hostRoot);
-  if (StateOf(path) == FileState::Missing) {
+  if (!Exists(path)) {
     return std::nullopt;
   }
-  std::string reason = "it is a directory";
-  try {
-    if (!IsDirectory(path)) {
-      std::ifstream stream(path);
-      return ReceiptOf(Json::parse(stream));
-    }
-  } catch (const Json::parse_error& error) {
-    reason = "it is not JSON: byte " + std::to_string(error.byte) + " is wrong";
-  } catch (const Error& error) {
-    reason = error.reason();
-  } catch (const std::exception&) {
-    reason = "it does not have the members of a receipt";
+  InputFile file = OpenReceipt(path);
+  if (static_cast<std::uint64_t>(file.status().st_size) > kMostBytes) {
+    throw Error("read", path, "it has more than " + std::to_string(kMostBytes) + " bytes", kRemedy);
   }
-  Add(findings, kReceiptDamaged, path, reason);
+  const auto stream = file.TakeStream();
+  try {
+    Receipt receipt = Parser(stream.get()).Result(path);
+    receipt.isOwnersOwn = file.status().st_uid == StatusOf(hostRoot + "/").st_uid;
+    return receipt;
+  } catch (const Error&) {
+    throw;
+  } catch (const Json::parse_error& error) {
+    if (std::ferror(stream.get()) != 0) {
+      throw Error("read", path, "the file system reports a failure");
+    }
+    Add(findings, kReceiptDamaged, path,
+        "it is not JSON: byte " + std::to_string(error.byte) + " is wrong");
+  } catch (const Json::exception&) {
+    Add(findings, kReceiptDamaged, path, "a member is missing or of another type");
+  } catch (const std::exception& error) {
+    Add(findings, kReceiptDamaged, path, error.what());
+  }
   return std::nullopt;
 }
 
-void WriteReceipt(const std::string& hostRoot, Receipt receipt) {
-  receipt.time = TimeText(std::time(nullptr));
-  receipt.version = WEBRESOURCES_VERSION;
+void WriteReceipt(const std::string& hostRoot, const Receipt& receipt) {
   AtomicFile file(ReceiptPath(hostRoot));
-  file.Write(Text(ToJson(receipt)));
+  file.Write(TextOf(receipt));
   file.CommitDurably();
 }
 
-void RemoveReceipt(const std::string& hostRoot) {
-  const std::string path = ReceiptPath(hostRoot);
-  if (unlink(path.c_str()) != 0 && errno != ENOENT) {
-    throw Error::FromErrno("remove", path);
-  }
+BegunReceipt::BegunReceipt(const std::string& hostRoot, int updateId)
+    : file_(ReceiptPath(hostRoot)) {
+  Receipt receipt;
+  receipt.isBegun = true;
+  receipt.updateId = updateId;
+  file_.Write(TextOf(receipt));
+  file_.CommitDurably();
 }
 
 bool FindInReceipt(const Receipt& receipt, const Installation& installation, Findings& findings) {
+  const std::string path = ReceiptPath(installation.hostRoot);
   const auto recorded = UpdateIdOf(installation.record);
-  if (receipt.updateId != recorded) {
+  if (receipt.isBegun) {
+    Add(findings, kInstallUnfinished, path,
+        "an installation of update " + std::to_string(receipt.updateId) + " began at " +
+            receipt.time + " and was not completed");
+  } else if (receipt.updateId != recorded) {
     const std::string found = recorded ? "update " + std::to_string(*recorded) : "no update";
-    Add(findings, kReceiptDiffers, ReceiptPath(installation.hostRoot),
+    Add(findings, kReceiptDiffers, path,
         "it is of update " + std::to_string(receipt.updateId) + ", and " + found + " is recorded");
   }
-  return receipt.updateId == recorded;
+  return !receipt.isBegun && receipt.updateId == recorded;
 }
 
 }  // namespace webresources

@@ -7,36 +7,49 @@
 #include "machine/Installation.h"
 #include "prediction/FileTree.h"
 #include "report/Finding.h"
+#include "support/AtomicFile.h"
 
 namespace webresources {
 
-/// What `install` left on a host, in one JSON file beside the install root. The installer knows
-/// nothing of it: a run without `install` leaves the receipt as it is, and so out of date.
+/// The content that `install` left on a host, in one JSON file beside the install root. The
+/// installer does not know the receipt: a run without `install` leaves the receipt out of date.
 struct Receipt {
-  int updateId = 0;
-  std::string packageSha256;  ///< Of the package file, in hexadecimal.
-  std::string time;           ///< When the receipt was written: UTC, as ISO 8601 writes it.
-  std::string version;        ///< Of the command that wrote it.
-  FileTree tree;              ///< The installed tree, with digests and modes.
+  bool isBegun = false;  ///< The installer was started, and no installation was verified since.
+  int updateId = 0;      ///< Of the bundle that is or was to be installed.
+  std::string packageSha256;  ///< Of the package file, in hexadecimal; empty if `isBegun`.
+  FileTree tree;              ///< The installed tree, with digests and modes; empty if `isBegun`.
+  std::string time;           ///< The time of the writing: UTC, as ISO 8601 writes it.
+  bool isOwnersOwn = true;    ///< The file belongs to the owner of the host's topmost directory.
 };
 
-/// Where the receipt of that host is.
+/// Returns the path of that host's receipt.
 std::string ReceiptPath(const std::string& hostRoot);
 
-/// Reads the receipt of the host whose file system lies at `hostRoot`. Returns nothing if there is
-/// none, or if it is not a receipt: then adds a finding to `findings`. Throws Error if it cannot
-/// be read.
+/// Reads the receipt of the host mounted at `hostRoot`. Returns nothing if there is no receipt, or
+/// if the file is not a receipt: then adds a finding to `findings`. Throws Error if the file cannot
+/// be read, has more than 64 MiB, or was written by a newer version of the command.
 std::optional<Receipt> ReadReceipt(const std::string& hostRoot, Findings& findings);
 
-/// Replaces the receipt of that host and sets its time and version. Only for the holder of the
-/// lock. Throws Error if that fails.
-void WriteReceipt(const std::string& hostRoot, Receipt receipt);
+/// Replaces the receipt of that host by `receipt` with the present time. Requires: the caller holds
+/// the lock. Throws Error if the receipt cannot be written.
+void WriteReceipt(const std::string& hostRoot, const Receipt& receipt);
 
-/// Removes the receipt of that host if there is one. Throws Error if that fails.
-void RemoveReceipt(const std::string& hostRoot);
+/// The receipt of an installation that has begun. Requires: the caller holds the lock.
+class BegunReceipt {
+ public:
+  /// Replaces the receipt of that host by one that says that the installation of `updateId` has
+  /// begun. Throws Error if the receipt cannot be written.
+  BegunReceipt(const std::string& hostRoot, int updateId);
 
-/// Adds a finding if `receipt` is not of the update that `installation` records. Returns whether it
-/// is.
+  /// Puts the bytes of the replaced receipt back, or removes the receipt if there was none.
+  void PutBack() { file_.Rollback(); }
+
+ private:
+  AtomicFile file_;
+};
+
+/// Adds a finding if `receipt` does not describe the recorded installation. Returns whether the
+/// receipt does.
 bool FindInReceipt(const Receipt& receipt, const Installation& installation, Findings& findings);
 
 }  // namespace webresources

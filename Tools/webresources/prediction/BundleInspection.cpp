@@ -15,6 +15,7 @@ BundleInspection InspectBundle(const std::string& path, const Limits& limits,
     bundle.findings = FindInPackage(bundle.files.package, bundle.prediction);
   }
   Append(bundle.findings, bundle.metadata.findings);
+  Append(bundle.findings, FindInProgram(bundle.files));
   return bundle;
 }
 

@@ -140,8 +140,11 @@ EntryPrediction Describe(const PackageReader& package) {
 
 class Predictor {
  public:
-  Predictor(PackageReader& package, const PortionSink& sink)
-      : package_(package), sink_(sink), progress_("reading the package", package.EntryCount()) {
+  Predictor(PackageReader& package, const PortionSink& sink, bool readsData)
+      : package_(package),
+        sink_(sink),
+        readsData_(readsData),
+        progress_("reading the package", package.EntryCount()) {
     package.StopWhen(IsInterrupted);
     prediction_.isOpened = package.IsOpen();
     prediction_.entryCount = package.EntryCount();
@@ -175,11 +178,7 @@ class Predictor {
   }
 
   void PredictFile(EntryPrediction& entry) {
-    // An extraction that runs at the same time reads all data but that of files it cannot make.
-    if (package_.data().end == EntryData::End::Unread) {
-      ReadData(sink_);
-    }
-    const EntryData data = package_.data();
+    const EntryData data = readsData_ ? DataOf() : StatedData();
     entry.isOpened = data.isOpened;
     entry.size = data.size;
     entry.end = data.end;
@@ -192,6 +191,22 @@ class Predictor {
       entry.action = EntryPrediction::Action::WriteFile;
       Write(entry, *file);
     }
+  }
+
+  EntryData DataOf() {
+    // An extraction that runs at the same time reads all data but that of files it cannot make.
+    if (package_.data().end == EntryData::End::Unread) {
+      ReadData(sink_);
+    }
+    return package_.data();
+  }
+
+  EntryData StatedData() const {
+    EntryData data;
+    data.isOpened = true;
+    data.size = package_.entry().size;
+    data.end = EntryData::End::Complete;
+    return data;
   }
 
   void Write(const EntryPrediction& entry, PredictedTree::Node& file) {
@@ -227,9 +242,17 @@ class Predictor {
 
   PackageReader& package_;
   const PortionSink& sink_;
+  const bool readsData_;
   Prediction prediction_;
   Progress progress_;
 };
+
+Prediction PredictAll(PackageReader& package, Predictor predictor) {
+  while (package.Next()) {
+    predictor.PredictEntry();
+  }
+  return predictor.Take();
+}
 
 void AddItems(const PredictedTree::Node& directory, const std::string& prefix,
               std::vector<TreeItem>& items) {
@@ -244,16 +267,17 @@ void AddItems(const PredictedTree::Node& directory, const std::string& prefix,
 }  // namespace
 
 Prediction Predict(PackageReader& package, const PortionSink& sink) {
-  Predictor predictor(package, sink);
-  while (package.Next()) {
-    predictor.PredictEntry();
-  }
-  return predictor.Take();
+  return PredictAll(package, Predictor(package, sink, true));
+}
+
+Prediction PredictOutline(PackageReader& package) {
+  const PortionSink none;
+  return PredictAll(package, Predictor(package, none, false));
 }
 
 Prediction PredictAndExtract(PackageReader& package, const std::string& directory) {
   const PortionSink none;
-  Predictor predictor(package, none);
+  Predictor predictor(package, none, true);
   const auto predict = [&predictor] { predictor.PredictEntry(); };
   if (!InstallerUtils::UncompressPackage(package, directory, predict)) {
     throw Error("extract to", directory, "the directory cannot be made");

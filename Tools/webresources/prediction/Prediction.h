@@ -111,6 +111,10 @@ using PortionSink = std::function<void(std::size_t entry, const char* bytes, std
 /// size. Throws Error if the user stops the command; see CatchInterruptions().
 Prediction Predict(PackageReader& package, const PortionSink& sink = {});
 
+/// Predicts the tree from the directory of `package` alone: reads no data and takes each file for
+/// complete, with the size that the directory states.
+Prediction PredictOutline(PackageReader& package);
+
 /// Does the same while the installer extracts `package` to `directory`. Data that the extraction
 /// reads is not read again: the prediction takes its size and checksum from there and decides
 /// everything else for itself. Throws Error if the directory cannot be made, or as Predict() does.

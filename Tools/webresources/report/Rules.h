@@ -33,6 +33,10 @@ inline constexpr Rule kNormalizationCollision{
     "normalization-collision", Severity::Error,
     "rename one of them: on some volumes only one can exist"};
 
+inline constexpr Rule kProgramUnusable{
+    "program-unusable", Severity::Error,
+    "give the installer the mode 0755, or make the bundle again"};
+
 // One entry.
 inline constexpr Rule kMissingDirectoryEntry{
     "missing-directory-entry", Severity::Error,
@@ -139,9 +143,10 @@ inline constexpr Rule kDirectoryAccess{"directory-access", Severity::Error,
                                        "run the command in the reason, or use --ignore-modes"};
 inline constexpr Rule kReceiptDiffers{"receipt-differs", Severity::Error,
                                       "run webresources install: another run came after it"};
-inline constexpr Rule kReceiptDamaged{
-    "receipt-damaged", Severity::Error,
-    "remove it, then run webresources install, which writes a new one"};
+inline constexpr Rule kInstallUnfinished{"install-unfinished", Severity::Error,
+                                         "run webresources install"};
+inline constexpr Rule kReceiptDamaged{"receipt-damaged", Severity::Error,
+                                      "run webresources install, which writes a new one"};
 
 // An installation that is refused or fails.
 inline constexpr Rule kNewerInstalled{"newer-installed", Severity::Error,

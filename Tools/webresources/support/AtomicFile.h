@@ -41,13 +41,13 @@ class AtomicFile {
   /// Synchronizes and commits. Waits until all is on the disk.
   void CommitDurably();
 
+  /// Undoes Commit(): brings the old file back or, if there was none, removes the new one.
+  void Rollback();
+
   /// Commits both files, or neither. Waits until all is on the disk.
   static void CommitBoth(AtomicFile& first, AtomicFile& second);
 
  private:
-  /// Undoes Commit(): brings the old file back or, if there was none, removes the new one.
-  void Rollback();
-
   std::string path_;
   std::string temporary_;
   Descriptor file_;     ///< The new file. Its lock shows other processes that it is in use.

@@ -49,6 +49,18 @@ class Error : public std::runtime_error {
   std::string remedy_;
 };
 
+/// Wrong usage that only a look at the given files shows. The exit status is that of wrong usage.
+class UsageError : public Error {
+ public:
+  using Error::Error;
+};
+
+/// A program that could not be started: nothing of it ran.
+class CannotStart : public Error {
+ public:
+  using Error::Error;
+};
+
 }  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_SUPPORT_ERROR_H_

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -26,27 +27,6 @@ namespace {
 constexpr std::size_t kPortion = std::size_t{64} << 10;
 
 }  // namespace
-
-Descriptor OpenRegular(const std::string& path) {
-  // Not blocking: to open a FIFO could wait for ever.
-  Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  struct stat status = {};
-  if (!file || fstat(*file, &status) != 0) {
-    throw Error::FromErrno("read", path);
-  }
-  if (!S_ISREG(status.st_mode)) {
-    throw Error("read", path, "it is not a regular file");
-  }
-  return file;
-}
-
-std::uint64_t SizeOf(int descriptor, const std::string& path) {
-  struct stat status = {};
-  if (fstat(descriptor, &status) != 0) {
-    throw Error::FromErrno("read", path);
-  }
-  return static_cast<std::uint64_t>(status.st_size);
-}
 
 FileState StateOf(const std::string& path) {
   struct stat status = {};
@@ -121,17 +101,43 @@ std::vector<std::string> NamesIn(const std::string& path) {
   return entries;
 }
 
+// Not blocking: to open a FIFO could wait for ever.
+InputFile::InputFile(std::string path, Links links)
+    : path_(std::move(path)),
+      descriptor_(open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC |
+                                          (links == Links::Refuse ? O_NOFOLLOW : 0))) {
+  if (!descriptor_ || fstat(*descriptor_, &status_) != 0) {
+    throw Error::FromErrno("read", path_);
+  }
+  if (!S_ISREG(status_.st_mode)) {
+    throw Error("read", path_, "it is not a regular file");
+  }
+}
+
+std::size_t InputFile::Read(char* buffer, std::size_t size) {
+  const ssize_t count = Uninterrupted([&] { return read(*descriptor_, buffer, size); });
+  if (count < 0) {
+    throw Error::FromErrno("read", path_);
+  }
+  return static_cast<std::size_t>(count);
+}
+
+std::unique_ptr<std::FILE, int (*)(std::FILE*)> InputFile::TakeStream() {
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(fdopen(*descriptor_, "rb"), std::fclose);
+  if (!stream) {
+    throw Error::FromErrno("read", path_);
+  }
+  descriptor_.Release();
+  return stream;
+}
+
 void ForEachPortion(const std::string& path,
                     const std::function<void(const char* bytes, std::size_t length)>& take) {
-  const Descriptor file = OpenRegular(path);
+  InputFile file(path, Links::Refuse);
   char portion[kPortion];
-  ssize_t count = 0;
-  while ((count = Uninterrupted([&] { return read(*file, portion, sizeof portion); })) > 0) {
+  while (const std::size_t count = file.Read(portion, sizeof portion)) {
     ThrowIfInterrupted("read", path);
-    take(portion, static_cast<std::size_t>(count));
-  }
-  if (count < 0) {
-    throw Error::FromErrno("read", path);
+    take(portion, count);
   }
 }
 

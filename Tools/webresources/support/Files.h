@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <cstdio>
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -40,13 +42,31 @@ std::vector<std::string> NamesIn(const std::string& path);
 /// Error if that cannot be found out.
 std::uint64_t FreeBytesAt(const std::string& path);
 
-/// Opens the regular file at `path` for reading; a link there is not followed. Throws Error if it
-/// cannot be opened, or if it is not a regular file.
-Descriptor OpenRegular(const std::string& path);
+enum class Links { Refuse, Follow };
 
-/// The size of the file that is open as `descriptor`, in bytes. Throws Error, which names `path`,
-/// if that cannot be found out.
-std::uint64_t SizeOf(int descriptor, const std::string& path);
+/// A regular file that is open for reading. The name is used once: the content and the status are
+/// of the same file, whatever happens to the name.
+class InputFile {
+ public:
+  /// Opens the file at `path`. Throws Error if the file cannot be opened, is not a regular file, or
+  /// is a link that `links` refuses.
+  InputFile(std::string path, Links links);
+
+  const struct stat& status() const { return status_; }
+
+  /// Reads at most `size` bytes into `buffer`. Returns their number, 0 at the end. Throws Error if
+  /// the file cannot be read.
+  std::size_t Read(char* buffer, std::size_t size);
+
+  /// Returns a stream of the bytes that are left. The object can be read no more. Throws Error if
+  /// there is no memory for the stream.
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> TakeStream();
+
+ private:
+  std::string path_;
+  Descriptor descriptor_;
+  struct stat status_ = {};
+};
 
 /// Gives the content of the regular file at `path` to `take` in portions; a link there is not
 /// followed. Throws Error if it cannot be read, if it is not a regular file, or if the user stops

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <iostream>
 
@@ -54,14 +55,24 @@ void Progress::Say(const std::string& line) {
 
 namespace {
 
-volatile std::sig_atomic_t interrupted = 0;
+volatile std::sig_atomic_t interrupted = 0;  // the number of the signal
+volatile std::sig_atomic_t receiver = 0;     // the process that gets the signals, too
+
+void Interrupt(int signal) {
+  const int error = errno;
+  interrupted = signal;
+  if (receiver != 0) {
+    kill(receiver, signal);
+  }
+  errno = error;
+}
 
 }  // namespace
 
 void CatchInterruptions() {
   for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
     // nohup and background jobs of a shell ignore signals on purpose.
-    if (std::signal(signal, [](int) { interrupted = 1; }) == SIG_IGN) {
+    if (std::signal(signal, Interrupt) == SIG_IGN) {
       std::signal(signal, SIG_IGN);
     }
   }
@@ -74,6 +85,13 @@ bool IsInterrupted() {
 void ThrowIfInterrupted(const std::string& operation, const std::string& object) {
   if (IsInterrupted()) {
     throw Error(operation, object, "interrupted");
+  }
+}
+
+void PassInterruptionsTo(int process) {
+  receiver = process;
+  if (process != 0 && interrupted != 0) {
+    kill(process, interrupted);
   }
 }
 

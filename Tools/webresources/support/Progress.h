@@ -49,6 +49,10 @@ bool IsInterrupted();
 /// Long loops call it for each file and each chunk of a file.
 void ThrowIfInterrupted(const std::string& operation, const std::string& object);
 
+/// From now on, each of these signals is sent to `process`, too; one that has arrived is sent now.
+/// 0 ends that. Requires: `process` is a child whose end was not waited for.
+void PassInterruptionsTo(int process);
+
 }  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_SUPPORT_PROGRESS_H_

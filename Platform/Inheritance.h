@@ -1,0 +1,21 @@
+#ifndef PLATFORM_INHERITANCE_H_
+#define PLATFORM_INHERITANCE_H_
+
+#include <spawn.h>
+
+/// The descriptors that a new program inherits.
+///
+/// One back end is compiled in: `apple/` on macOS, `posix/` elsewhere (Linux).
+class Inheritance {
+ public:
+  Inheritance() = delete;
+
+  /// Lets a program that posix_spawn() starts with `attributes` and `actions` inherit `descriptor`,
+  /// perhaps under another number, and its three standard streams, and no other descriptor, however
+  /// many this process has open. Requires: `descriptor` is above 2, and the actions for the
+  /// standard streams are added already. Returns whether the memory sufficed.
+  static bool Restrict(posix_spawnattr_t* attributes, posix_spawn_file_actions_t* actions,
+                       int descriptor);
+};
+
+#endif  // PLATFORM_INHERITANCE_H_

@@ -1,0 +1,127 @@
+#include "machine/PrivateCopy.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <string_view>
+
+#include "Descriptor.h"
+#include "InstallerConstants.h"
+#include "OSUtils.h"
+#include "Uninterrupted.h"
+#include "machine/InstallLock.h"
+#include "machine/Installation.h"
+#include "support/Error.h"
+#include "support/Files.h"
+#include "support/Progress.h"
+#include "support/Text.h"
+
+namespace webresources {
+
+namespace {
+
+constexpr char kProgramDirectory[] = "/Contents/" BUNDLE_EXECUTABLES;
+constexpr char kInfo[] = "/Contents/Info.plist";
+constexpr char kResources[] = "/Contents/Resources";
+
+void WriteAll(const Descriptor& file, const char* bytes, std::size_t length,
+              const std::string& path) {
+  while (length > 0) {
+    const ssize_t count = Uninterrupted([&] { return write(*file, bytes, length); });
+    if (count < 0) {
+      throw Error::FromErrno("write", path);
+    }
+    bytes += count;
+    length -= static_cast<std::size_t>(count);
+  }
+}
+
+/// Copies one regular file, at most `most` bytes of it. A block of zeros becomes a hole.
+void CopyFile(const std::string& from, const std::string& to, mode_t mode, std::uint64_t most) {
+  InputFile input(from, Links::Follow);
+  const Descriptor output(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+  if (!output) {
+    throw Error::FromErrno("write", to);
+  }
+  char buffer[1U << 16U];
+  std::uint64_t size = 0;
+  while (const std::size_t count = input.Read(buffer, sizeof buffer)) {
+    ThrowIfInterrupted("copy", from);
+    size += count;
+    if (size > most) {
+      throw Error("copy", from,
+                  "it has more than " + std::to_string(most) +
+                      " bytes: raise --max-size if it is meant to be so large");
+    }
+    if (std::all_of(buffer, buffer + count, [](char byte) { return byte == 0; })) {
+      lseek(*output, static_cast<off_t>(count), SEEK_CUR);
+    } else {
+      WriteAll(output, buffer, count, to);
+    }
+  }
+  if (Uninterrupted([&] { return ftruncate(*output, static_cast<off_t>(size)); }) != 0) {
+    throw Error::FromErrno("write", to);
+  }
+}
+
+/// Copies the file at `name` if there is one. The inspection of the copy finds a missing file.
+void CopyIfThere(const std::string& from, const std::string& to, const std::string& name,
+                 mode_t mode, std::uint64_t most) {
+  if (Exists(from + name)) {
+    CopyFile(from + name, to + name, mode, most);
+  }
+}
+
+void CopyBundle(const std::string& from, const std::string& to, const Limits& limits) {
+  constexpr std::uint64_t kMostOther = std::uint64_t{1} << 30U;
+  for (const char* directory : {"/Contents", kProgramDirectory, kResources}) {
+    if (mkdir((to + directory).c_str(), 0700) != 0) {
+      throw Error::FromErrno("make", to + directory);
+    }
+  }
+  CopyIfThere(from, to, std::string(kProgramDirectory) + "/" BUNDLE_EXECUTABLE, 0700, kMostOther);
+  CopyIfThere(from, to, kInfo, 0600, kMostOther);
+  CopyIfThere(from, to, std::string(kResources) + "/" + kPackageFileName, 0600, limits.maxSize);
+  CopyIfThere(from, to, std::string(kResources) + "/" + kMetadataFileName, 0600, kMostOther);
+}
+
+}  // namespace
+
+PrivateCopy::PrivateCopy(const std::string& hostRoot, const std::string& bundle,
+                         const Limits& limits)
+    : path_(BesideInstallRoot(hostRoot, ".WebResources.run-XXXXXX")) {
+  if (mkdtemp(path_.data()) == nullptr) {
+    throw Error::FromErrno("make a directory like", path_);
+  }
+  try {
+    CopyBundle(bundle, path_, limits);
+  } catch (...) {
+    OSUtils::DeleteDir(path_);
+    throw;
+  }
+}
+
+PrivateCopy::~PrivateCopy() {
+  OSUtils::DeleteDir(path_);
+}
+
+void RemoveLeftovers(const std::string& hostRoot) {
+  constexpr std::string_view kPrivate = ".WebResources.";
+  const std::string directory = BesideInstallRoot(hostRoot, "");
+  for (const std::string& name : NamesIn(directory)) {
+    if (name.compare(0, kPrivate.length(), kPrivate) == 0 && name != InstallLock::kFileName) {
+      const std::string path = directory + name;
+      struct stat status = {};
+      if (lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        OSUtils::DeleteDir(path);
+      } else {
+        unlink(path.c_str());
+      }
+    }
+  }
+}
+
+}  // namespace webresources
