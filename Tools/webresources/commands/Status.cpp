@@ -18,12 +18,12 @@ std::string Since(const HostState& host, const std::string& directory) {
   return TimeText(StatusOf(directory).st_mtime);
 }
 
-std::string StateOf(const Receipt& receipt) {
+std::string NameOfState(const Receipt& receipt) {
   return receipt.isBegun ? "begun" : "installed";
 }
 
-Json ToJson(const Receipt& receipt) {
-  return {{"state", StateOf(receipt)}, {"time", receipt.time}, {"updateId", receipt.updateId}};
+Json StateToJson(const Receipt& receipt) {
+  return {{"state", NameOfState(receipt)}, {"time", receipt.time}, {"updateId", receipt.updateId}};
 }
 
 std::string Soundness(const HostState& host) {
@@ -59,7 +59,7 @@ Report Status(const StatusOptions& options) {
   report.details["files"] = FilesOf(tree);
   report.details["bytes"] = BytesOf(tree);
   PutOptional(report.details, "since", since);
-  report.details["receipt"] = host.receipt ? ToJson(*host.receipt) : Json(nullptr);
+  report.details["receipt"] = host.receipt ? StateToJson(*host.receipt) : Json(nullptr);
   report.details["comparedWith"] = host.isCompared ? "receipt" : "record";
   const auto updateId = UpdateIdOf(installation.record);
   report.summary = {
@@ -70,7 +70,8 @@ Report Status(const StatusOptions& options) {
       "content:   " + std::to_string(FilesOf(tree)) + " files, " + std::to_string(BytesOf(tree)) +
           " bytes",
       "since:     " + (since.empty() ? "never" : since),
-      "receipt:   " + (host.receipt ? StateOf(*host.receipt) + ", " + host.receipt->time : "none"),
+      "receipt:   " +
+          (host.receipt ? NameOfState(*host.receipt) + ", " + host.receipt->time : "none"),
       "sound:     " + Soundness(host)};
   return report;
 }

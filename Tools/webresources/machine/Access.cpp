@@ -124,7 +124,7 @@ Findings FindInAccess(const std::string& hostRoot, bool isOfHost) {
   return findings;
 }
 
-void Repair(const Place& place, uid_t owner) {
+void RepairPlace(const Place& place, uid_t owner) {
   constexpr auto kKeptGroup = static_cast<gid_t>(-1);
   const Descriptor file(open(place.path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file && (errno == ENOENT || errno == ENOTDIR || errno == ELOOP)) {
@@ -159,7 +159,7 @@ Findings FindInHostAccess(const std::string& hostRoot) {
 void RepairAccess(const std::string& hostRoot) {
   const uid_t owner = OwnerOf(hostRoot);
   for (const Place& place : PlacesOf(hostRoot, false)) {
-    Repair(place, owner);
+    RepairPlace(place, owner);
   }
 }
 

@@ -104,7 +104,7 @@ pid_t Start(const std::string& path, int lockDescriptor) {
 }
 
 /// Waits for the end of `process`. Signals are passed on as long as its number is its own.
-int StatusOf(pid_t process, const std::string& path) {
+int EndOf(pid_t process, const std::string& path) {
   PassInterruptionsTo(process);
   siginfo_t end = {};
   int result = Uninterrupted(
@@ -123,7 +123,7 @@ int StatusOf(pid_t process, const std::string& path) {
 }  // namespace
 
 std::optional<std::string> RunInstaller(const std::string& path, int lockDescriptor) {
-  const int status = StatusOf(Start(path, lockDescriptor), path);
+  const int status = EndOf(Start(path, lockDescriptor), path);
   if (WIFSIGNALED(status)) {
     return "it was ended by signal " + std::to_string(WTERMSIG(status));
   }

@@ -109,7 +109,7 @@ bool IsOneOf(const Names& names, std::string_view name) {
 }
 
 /// Sorts the tree and checks that no path is there twice.
-void Sort(FileTree& tree) {
+void SortAndCheck(FileTree& tree) {
   std::sort(tree.begin(), tree.end(),
             [](const FileItem& a, const FileItem& b) { return a.path < b.path; });
   const auto same =
@@ -147,7 +147,7 @@ class Parser {
     receipt.time = json_.at("time").get<std::string>();
     if (!receipt.isBegun) {
       receipt.packageSha256 = DigestText(DigestFrom(json_.at("packageSha256").get<std::string>()));
-      Sort(tree_);
+      SortAndCheck(tree_);
       receipt.tree = std::move(tree_);
     }
     return receipt;
