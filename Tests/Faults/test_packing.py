@@ -76,8 +76,23 @@ class Packing(unittest.TestCase):
                     self.setUp()
                     script = f'sh:[ -e ".$OPENED" ] || ln -s {target} ".$OPENED"'
                     self.run_with(script, "openat", number)
-                    self.assertEqual((self.top / "victim").read_bytes(), b"not to be written to")
-                    self.assertFalse((self.top / "new").exists())
+                    self.assert_only_the_output_is_written()
+
+    def test_link_planted_in_the_place_of_a_temporary_file_is_not_opened(self):
+        for link in ("-f", "-sf"):
+            for call, number, _ in self.calls("openat", "fcntl", "lseek", "fsync"):
+                with self.subTest(link, call=call, number=number):
+                    self.setUp()
+                    result = self.run_with(
+                        'sh:for f in packing/Resources/.*.tmp-*; do [ ! -e "$f" ] || '
+                        f'ln {link} packing/victim "$f"; done', call, number)
+                    self.assert_only_the_output_is_written()
+                    if result.status == 0:
+                        self.assertEqual(self.packed(), SITE)
+
+    def assert_only_the_output_is_written(self):
+        self.assertEqual((self.top / "victim").read_bytes(), b"not to be written to")
+        self.assertFalse((self.top / "new").exists())
 
     def test_file_that_changes_while_it_is_packed_is_whole_or_told(self):
         for name, data in SITE.items():

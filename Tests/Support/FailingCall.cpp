@@ -95,7 +95,6 @@ LET_FAIL(nullptr, FILE*, fdopen, (int file, const char* mode), (file, mode))
 LET_FAIL(nullptr, DIR*, fdopendir, (int file), (file))
 LET_FAIL(-1, int, flock, (int file, int operation), (file, operation))
 LET_FAIL(-1, int, fstat, (int file, struct stat* status), (file, status))
-LET_FAIL(-1, int, fsync, (int file), (file))
 LET_FAIL(-1, int, ftruncate, (int file, off_t size), (file, size))
 LET_FAIL(0, std::size_t, fwrite,
          (const void* data, std::size_t size, std::size_t count, FILE* stream),
@@ -114,6 +113,15 @@ LET_FAIL(-1, int, renameat2,
 LET_FAIL(-1, int, stat, (const char* path, struct stat* status), (path, status))
 LET_FAIL(-1, int, syncfs, (int file), (file))
 LET_FAIL(-1, int, unlink, (const char* path), (path))
+
+int __real_fsync(int file);
+int __wrap_fsync(int file) {
+  struct stat status = {};
+  if (fault != nullptr && __real_fstat(file, &status) == 0) {
+    fault->NoteSync(status.st_ino, status.st_size);
+  }
+  return FailingCall::Strikes("fsync") ? -1 : __real_fsync(file);
+}
 
 /// A file system that has only root's reserve left, in the place of an error.
 int __real_statvfs(const char* path, struct statvfs* status);

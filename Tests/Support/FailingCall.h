@@ -1,9 +1,13 @@
 #ifndef TESTS_SUPPORT_FAILINGCALL_H_
 #define TESTS_SUPPORT_FAILINGCALL_H_
 
+#include <sys/types.h>
+
 #include <climits>
 #include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 /// While one lives, calls of one of the C library's functions fail, or find something changed. For
 /// targets that let_calls_fail() was called for; one fault at a time.
@@ -36,6 +40,10 @@ class FailingCall {
     creationMode_ = mode;
   }
 
+  /// The inode number and the size of each file that fsync() was called for.
+  const std::vector<std::pair<ino_t, off_t>>& Synced() const { return synced_; }
+  void NoteSync(ino_t inode, off_t size) { synced_.emplace_back(inode, size); }
+
   /// Counts a call of `function`. Returns whether it has to fail, and sets errno if so. For what
   /// the linker calls instead of `function`.
   static bool Strikes(const char* function);
@@ -55,6 +63,7 @@ class FailingCall {
   std::string calls_;
   int creationFlags_ = 0;
   unsigned creationMode_ = 0;
+  std::vector<std::pair<ino_t, off_t>> synced_;
 };
 
 #endif  // TESTS_SUPPORT_FAILINGCALL_H_

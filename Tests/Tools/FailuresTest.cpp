@@ -24,6 +24,7 @@
 #include "bundle/ArchiveLayout.h"
 #include "bundle/Metadata.h"
 #include "commands/Check.h"
+#include "commands/Pack.h"
 #include "machine/InstallLock.h"
 #include "machine/Installation.h"
 #include "machine/InstallerProcess.h"
@@ -205,25 +206,34 @@ TEST_F(FailuresTest, DirectoryThatCannotBeMadeEndsAProof) {
   EXPECT_NE(Complaint([&] { PredictAndExtract(package, directory_ / "new"); }), "");
 }
 
+Descriptor OpenNew(const std::string& path) {
+  return Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+}
+
 TEST_F(FailuresTest, FileThatCannotBePackedWholeIsTold) {
-  ArchiveWriter archive(directory_ / "package", 0);
-  EXPECT_COMPLAINT(ComplaintWithout("read", [&] { archive.AddFile("f", file_); }));
-  EXPECT_NE(Complaint([&] { archive.AddFile("none", directory_ / "none"); }), "");
+  const Descriptor package = OpenNew(directory_ / "package");
+  ArchiveWriter archive(*package, "package", {});
+  EXPECT_COMPLAINT(ComplaintWithout("read", [&] { archive.AddFile("f", file_, 3); }));
+  EXPECT_NE(Complaint([&] { archive.AddFile("none", directory_ / "none", 3); }), "");
 }
 
 TEST_F(FailuresTest, FileThatChangesWhileItIsPackedIsTold) {
   for (const char* changed : {"changed", "new"}) {  // in size; in content alone
     WriteFile(file_, "old");
-    ArchiveWriter archive(directory_ / "package", 0);
-    const FailingCall neighbour("lseek", [&] { WriteFile(file_, changed); });
-    EXPECT_NE(Complaint([&] { archive.AddFile("f", file_); }).find("changed while"),
+    const Descriptor package = OpenNew(directory_ / "package");
+    ArchiveWriter archive(*package, "package", {});
+    constexpr int kSecondReading = 2;
+    const FailingCall neighbour(
+        "lseek", [&] { WriteFile(file_, changed); }, kSecondReading, kSecondReading);
+    EXPECT_NE(Complaint([&] { archive.AddFile("f", file_, 3); }).find("changed while"),
               std::string::npos);
   }
 }
 
 TEST_F(FailuresTest, MemoryThatDoesNotSufficeForDeflatingEndsThePacking) {
+  const Descriptor package = OpenNew(directory_ / "package");
   const FailingCall fault("deflateInit2_", 0);
-  EXPECT_THROW(ArchiveWriter(directory_ / "package", 0), std::bad_alloc);
+  EXPECT_THROW(ArchiveWriter(*package, "package", {}), std::bad_alloc);
 }
 
 TEST_F(FailuresTest, SourceThatCannotBeLookedAtIsTold) {
@@ -340,6 +350,23 @@ TEST_F(FailuresTest, BothFilesAreOnTheDiskBeforeOneIsReplacedAndTheirDirectoryAf
     found += call == "fsync" || call == "rename" ? call + " " : "";
   }
   EXPECT_EQ(found, "fsync fsync rename rename fsync ");
+}
+
+TEST_F(FailuresTest, PackSyncsThePackageAndTheMetadataWholeAndTheirDirectory) {
+  PackOptions options;
+  options.directory = directory_ / "site";
+  std::filesystem::create_directory(options.directory);
+  WriteFile(directory_ / "site/f", "content");
+  options.output = directory_ / "new";
+  options.createsOutput = true;
+  const FailingCall none("fsync", EIO, INT_MAX);
+  ASSERT_EQ(Pack(options).status, kAsItShouldBe);
+  std::vector<std::pair<ino_t, off_t>> expected;
+  for (const char* name : {"new/OrloWebResources.zip", "new/metadata.txt", "new"}) {
+    const struct stat status = StatusOf(directory_ / name);
+    expected.emplace_back(status.st_ino, status.st_size);
+  }
+  EXPECT_EQ(none.Synced(), expected);
 }
 
 TEST_F(FailuresTest, FirstOfTwoFilesIsAsBeforeWhenTheSecondCannotBeReplaced) {

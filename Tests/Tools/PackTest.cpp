@@ -1,13 +1,19 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <random>
 
+#include "Descriptor.h"
+#include "PackageReader.h"
 #include "Support.h"
 #include "commands/Check.h"
 #include "commands/Pack.h"
 #include "packing/ArchiveWriter.h"
 #include "support/AtomicFile.h"
+#include "support/Error.h"
+#include "support/Files.h"
 
 using namespace webresources;
 
@@ -99,8 +105,12 @@ TEST_F(PackTest, ReportCountsWhatIsPacked) {
   EXPECT_EQ(package["files"], 2);
   EXPECT_EQ(package["bytes"], 3);
   EXPECT_EQ(package["packedBytes"], packedBytes);
-  EXPECT_EQ(report.summary.back(), "directories: 2, files: 2, bytes: 3, packed into " +
-                                       std::to_string(packedBytes) + " bytes: " + path);
+  const std::string sha256 = DigestText(DigestOfFile(path));
+  EXPECT_EQ(package["sha256"], sha256);
+  EXPECT_EQ(report.summary,
+            (std::vector<std::string>{"directories: 2, files: 2, bytes: 3, packed into " +
+                                          std::to_string(packedBytes) + " bytes: " + path,
+                                      "sha256: " + sha256}));
 }
 
 TEST_F(PackTest, JunkIsLeftOutAndSaidSo) {
@@ -170,7 +180,7 @@ TEST_F(PackTest, FilesThatCouldFillAPackageOf4GiBTogetherAreRefused) {
   ASSERT_EQ(report.findings.size(), 1U);
   EXPECT_STREQ(report.findings[0].rule->id, "package-too-large");
   EXPECT_EQ(report.findings[0].subject, "OrloWebResources.zip");
-  EXPECT_EQ(report.findings[0].reason, "its files have 4294967531 bytes together");  // with headers
+  EXPECT_EQ(report.findings[0].reason, "its files have 4294967297 bytes together");
   EXPECT_FALSE(IsThere(Written("OrloWebResources.zip")));
 }
 
@@ -236,6 +246,48 @@ TEST_F(PackTest, OutputIsMadeOnRequest) {
   options_.createsOutput = true;
   EXPECT_EQ(Refusals(), "");
   EXPECT_EQ(Packed(), "f ");
+}
+
+TEST_F(PackTest, NoDirectoryIsMadeForARefusedPackageOrAWrongTime) {
+  options_.output = directory_ / "new/directory";
+  options_.createsOutput = true;
+  EXPECT_EQ(Refusals(), "package-empty ");
+  EXPECT_FALSE(IsThere(directory_ / "new"));
+  WriteFile(Site("f"), "x");
+  setenv("SOURCE_DATE_EPOCH", "today", 1);
+  EXPECT_THROW(Pack(options_), Error);
+  unsetenv("SOURCE_DATE_EPOCH");
+  EXPECT_FALSE(IsThere(directory_ / "new"));
+}
+
+TEST_F(PackTest, MissingOutputInThePackedDirectoryIsRefusedByItsPathAlone) {
+  WriteFile(Site("f"), "x");
+  fs::create_symlink("site", directory_ / "link");
+  const ScopedWorkingDirectory there(directory_ / "");
+  options_.createsOutput = true;
+  for (const char* output : {"site/new", "./new/../site/new/directory/", "link/new"}) {
+    options_.output = output;
+    EXPECT_THROW(Pack(options_), Error) << output;
+  }
+  EXPECT_EQ(TreeOf(options_.directory), (Tree{{"f", "x"}}));
+  EXPECT_FALSE(IsThere(directory_ / "new"));
+  options_.output = "site2/new";
+  EXPECT_EQ(Refusals(), "");
+}
+
+TEST_F(PackTest, HardLinkPlantedWhereATemporaryFileIsMadeIsNotWrittenTo) {
+  WriteFile(Site("f"), "x");
+  WriteFile(directory_ / "victim", "not to be written to");
+  const Descriptor victim(open((directory_ / "victim").c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(flock(*victim, LOCK_SH), 0);  // so that the link is not removed as a leftover
+  for (const std::string name : {"OrloWebResources.zip", "metadata.txt"}) {
+    const std::string planted = Written("." + name + ".tmp-" + std::to_string(getpid()));
+    fs::create_hard_link(directory_ / "victim", planted);
+    EXPECT_THROW(Pack(options_), Error) << name;
+    EXPECT_EQ(ReadFile(directory_ / "victim"), "not to be written to");
+    EXPECT_EQ(TreeOf(options_.output).size(), 1U);
+    fs::remove(planted);
+  }
 }
 
 TEST_F(PackTest, FilesThatKilledRunsLeftAreRemovedAndNoOthers) {
@@ -308,7 +360,7 @@ TEST_F(PackTest, OutputInThePackedDirectoryIsRefused) {
     options_.createsOutput = true;
     EXPECT_THROW(Pack(options_), Error) << output;
   }
-  EXPECT_EQ(TreeOf(Site("Resources")), Tree{});
+  EXPECT_EQ(TreeOf(options_.directory), (Tree{{"f", "x"}}));
 }
 
 TEST_F(PackTest, SourceDateIsANumberOfSecondsOrLeftOut) {
@@ -363,26 +415,35 @@ TEST_F(PackTest, FileThatCannotBeReadLeavesTheOldOutput) {
   EXPECT_EQ(TreeOf(options_.output), before);
 }
 
+/// An archive that is written to the file at `path`, from the offset `begin` on.
+struct WrittenArchive {
+  explicit WrittenArchive(const std::string& path, const ArchiveWriter::Options& options = {},
+                          off_t begin = 0)
+      : file(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666)),
+        writer(lseek(*file, begin, SEEK_SET) == begin ? *file : -1, path, options) {}
+
+  const Descriptor file;
+  ArchiveWriter writer;
+};
+
 TEST(ArchiveWriter, DataIsStoredWhereDeflatingDoesNotShrinkIt) {
   ScopedDirectory directory;
   WriteFile(directory / "short", "abc");
   WriteFile(directory / "equal", "ababab");
   WriteFile(directory / "long", std::string(1000, 'a'));
-  {
-    ArchiveWriter writer(directory / "zip", 0);
-    EXPECT_EQ(writer.AddFile("short", directory / "short"), 3U);
-    EXPECT_EQ(writer.AddFile("equal", directory / "equal"), 6U);
-    EXPECT_EQ(writer.AddFile("long", directory / "long"), 1000U);
-    writer.Close();
-  }
+  WrittenArchive archive(directory / "zip");
+  archive.writer.AddFile("short", directory / "short", 3);
+  archive.writer.AddFile("equal", directory / "equal", 6);
+  archive.writer.AddFile("long", directory / "long", 1000);
+  archive.writer.Close();
   const std::string bytes = ReadFile(directory / "zip");
   EXPECT_NE(bytes.find("shortabc"), std::string::npos);
   EXPECT_NE(bytes.find("equalababab"), std::string::npos);
   EXPECT_LT(bytes.length(), 500U);
 }
 
-TEST(ArchiveWriter, FileThatCannotBeMadeIsToldAtOnce) {
-  EXPECT_THROW(ArchiveWriter("/nowhere/zip", 0), Error);
+TEST(ArchiveWriter, FileThatIsNotOpenIsToldAtOnce) {
+  EXPECT_THROW(ArchiveWriter(-1, "zip", {}), Error);
 }
 
 TEST(ArchiveWriter, ArchiveDoesNotDependOnWhatIsKeptInMemory) {
@@ -393,24 +454,89 @@ TEST(ArchiveWriter, ArchiveDoesNotDependOnWhatIsKeptInMemory) {
     noise += static_cast<char>(generator() >> 8U);
   }
   WriteFile(directory / "f", noise + std::string(100000, 'a'));
-  const auto bytesWith = [&directory](std::size_t spoolLimit) {
-    ArchiveWriter writer(directory / "zip", 0, spoolLimit);
-    writer.AddFile("f", directory / "f");
-    writer.Close();
+  ArchiveWriter::Options options;
+  const auto bytesWith = [&directory, &options](std::size_t spoolLimit) {
+    options.spoolLimit = spoolLimit;
+    WrittenArchive archive(directory / "zip", options);
+    archive.writer.AddFile("f", directory / "f", 1100000);
+    archive.writer.Close();
     return ReadFile(directory / "zip");
   };
-  const std::string bytes = bytesWith(ArchiveWriter::kSpoolLimit);
+  const std::string bytes = bytesWith(options.spoolLimit);
   EXPECT_LT(bytes.length(), 1050000U);
   EXPECT_EQ(bytesWith(0), bytes);
   EXPECT_EQ(bytesWith(100000), bytes);
 }
 
+TEST(ArchiveWriter, FileOfAnotherSizeIsRefusedBeforeItsEndIsReached) {
+  ScopedDirectory directory;
+  WriteFile(directory / "f", std::string(1000000, 'a'));
+  std::size_t read = 0;
+  ArchiveWriter::Options options;
+  options.onRead = [&read](const std::string&, std::size_t bytes) { read += bytes; };
+  WrittenArchive archive(directory / "zip", options);
+  EXPECT_THROW(archive.writer.AddFile("f", directory / "f", 1000001), Error);
+  EXPECT_EQ(read, 1000000U);
+  EXPECT_THROW(archive.writer.AddFile("f", directory / "f", 10), Error);
+  EXPECT_LT(read, 1500000U);
+}
+
+TEST(ArchiveWriter, FifoInThePlaceOfAFileIsNotWaitedFor) {
+  ScopedDirectory directory;
+  mkfifo((directory / "f").c_str(), 0600);
+  WrittenArchive archive(directory / "zip");
+  EXPECT_THROW(archive.writer.AddFile("f", directory / "f", 1), Error);
+}
+
+TEST(ArchiveWriter, NumberOfEntriesBeyond16BitsIsInZip64Records) {
+  constexpr std::size_t kSizeOfEntry = 30 + 46 + 2 * 6;
+  for (const std::size_t count : {65534U, 65535U, 65536U}) {
+    ScopedDirectory directory;
+    WrittenArchive archive(directory / "zip");
+    for (std::size_t i = 0; i < count; ++i) {
+      archive.writer.AddDirectory(std::to_string(10000 + i) + "/");
+    }
+    archive.writer.Close();
+    PackageReader package(directory / "zip");
+    EXPECT_EQ(package.EntryCount(), count);
+    std::size_t reached = 0;
+    while (package.Next()) {
+      ++reached;
+    }
+    EXPECT_EQ(reached, count);
+    const std::size_t records = count < 65535 ? 0 : 56 + 20;
+    EXPECT_EQ(fs::file_size(directory / "zip"), count * kSizeOfEntry + records + 22);
+  }
+}
+
+TEST(ArchiveWriter, ArchiveOf4GiBIsRefused) {
+  constexpr off_t kSize = 30 + 46 + 2 * 2 + 22;
+  constexpr off_t k4GiB = off_t{4} << 30U;
+  ScopedDirectory directory;
+  const auto isWritten = [&directory](off_t size) {
+    // What the file has before takes no room on the disk.
+    WrittenArchive archive(directory / "zip", {}, size - kSize);
+    archive.writer.AddDirectory("d/");
+    try {
+      archive.writer.Close();
+    } catch (const Error&) {
+      return false;
+    }
+    PackageReader package(directory / "zip");
+    return package.Next();
+  };
+  EXPECT_TRUE(isWritten(k4GiB - 1));
+  EXPECT_FALSE(isWritten(k4GiB));
+}
+
 TEST(ArchiveWriter, TimesOutsideTheFormatAreTakenToItsEnds) {
   ScopedDirectory directory;
   const auto bytesAt = [&directory](std::int64_t seconds) {
-    ArchiveWriter writer(directory / "zip", seconds);
-    writer.AddDirectory("d/");
-    writer.Close();
+    ArchiveWriter::Options options;
+    options.seconds = seconds;
+    WrittenArchive archive(directory / "zip", options);
+    archive.writer.AddDirectory("d/");
+    archive.writer.Close();
     return ReadFile(directory / "zip").substr(10, 4);
   };
   EXPECT_EQ(bytesAt(-5), std::string("\0\0\x21\0", 4));

@@ -189,6 +189,32 @@ class PackTest(Case):
                   env={'TZ': 'Asia/Tokyo', 'LC_ALL': 'C', 'LANG': 'de_DE.UTF-8'})
         self.assertEqual(tree_of(output), first)
 
+    def test_bytes_do_not_depend_on_user_or_order_of_directory_entries(self):
+        self.pack()
+        first = tree_of(self.resources)
+        copy = self.directory / 'copy'
+        for path in sorted(self.site.rglob('*'), reverse=True):
+            target = copy / path.relative_to(self.site)
+            if path.is_file():
+                target.parent.mkdir(parents=True, exist_ok=True)
+                target.write_bytes(path.read_bytes())
+        self.site = copy
+        output = self.directory / 'output'
+        output.mkdir()
+        output.chmod(0o777)
+        self.pack(output=output, **as_ordinary_user())
+        self.assertEqual(tree_of(output), first)
+
+    def test_readers_find_every_one_of_65536_entries(self):
+        for number in range(65535):
+            (self.site / str(number)).mkdir()
+        shutil.rmtree(self.site / 'css')
+        self.pack('--exclude', '*.html')
+        with zipfile.ZipFile(self.package) as archive:
+            self.assertEqual(len(archive.namelist()), 65536)
+        listed = subprocess.run(['unzip', '-Z1', self.package], check=True, capture_output=True)
+        self.assertEqual(len(listed.stdout.splitlines()), 65536)
+
     def test_strangers_tools_unpack_the_same_tree(self):
         self.pack()
         for tool in (['unzip', '-q', self.package, '-d'], ['bsdtar', '-xf', self.package, '-C']):
@@ -246,6 +272,20 @@ class PackTest(Case):
         self.assertEqual(process.returncode, 2)
         self.assertEqual(tree_of(self.resources), before)
 
+    def test_interruption_inside_a_file_of_2_gib_leaves_nothing(self):
+        (self.site / 'A').touch()  # the first entry
+        os.truncate(self.site / 'A', 2 << 30)  # takes no room on the disk
+        for number in (signal.SIGINT, signal.SIGTERM):
+            process = subprocess.Popen(
+                [COMMAND, 'pack', self.site, '--update-id', '8', '--output', self.resources],
+                stderr=subprocess.PIPE, text=True,
+                preexec_fn=lambda: signal.signal(signal.SIGINT, signal.SIG_DFL))
+            while process.poll() is None and len(tree_of(self.resources)) < 2:
+                pass
+            process.send_signal(number)
+            self.assertIn('/A: interrupted', process.communicate()[1])
+            self.assertEqual((process.returncode, tree_of(self.resources)), (2, {}))
+
     def test_file_of_a_killed_run_does_not_survive_the_next_one(self):
         for i in range(3000):
             (self.site / str(i)).write_bytes(os.urandom(3000))
@@ -290,6 +330,7 @@ class PackTest(Case):
         self.assertEqual(self.pack().stderr, '')
         for i in range(50):  # more than the bar has columns
             (self.site / str(i)).touch()
+        (self.site / 'large').write_bytes(os.urandom(2 << 20))
         for command in (['pack', self.site, '--update-id', '7', '--output', self.resources],
                         ['check', self.resources]):
             for arguments, shown in (([], True), (['--quiet'], False)):
@@ -452,8 +493,8 @@ class CheckTest(Case):
 class JsonTest(Case):
     SCHEMA = json.loads((SOURCE / 'Documentation/webresources.schema.json').read_text())
 
-    def document(self, *arguments):
-        result = run(*arguments, '--json')
+    def document(self, *arguments, **options):
+        result = run(*arguments, '--json', **options)
         document = json.loads(result.stdout)
         jsonschema.Draft7Validator(self.SCHEMA).validate(document)
         self.assertEqual(document['command'], arguments[0])
@@ -480,6 +521,13 @@ class JsonTest(Case):
             self.assertEqual(error, {'operation': 'read', 'object': 'nowhere', 'remedy': None,
                                      'reason': 'No such file or directory'})
         self.document('installcheck', 'nowhere')
+
+    def test_source_date_of_any_bytes_is_an_error_with_a_document(self):
+        for date, printable in (('today', 'today'), (b'\xff\n', r'\xFF\x0A')):
+            error = self.document('pack', self.site, '--update-id', '7', '--output',
+                                  self.resources, env={'SOURCE_DATE_EPOCH': date})['error']
+            self.assertEqual((error['object'], error['reason']),
+                             ('SOURCE_DATE_EPOCH', f'it is not a number of seconds: {printable}'))
 
     def test_name_that_is_not_utf8_is_whole_in_hexadecimal(self):
         self.write_archive([('X', 'x')])

@@ -329,7 +329,7 @@ int ParseAndRun(int argc, char** argv) {
   }
   try {
     return Run(line);
-  } catch (const Error& error) {
+  } catch (const std::exception& error) {
     PrintError("webresources " + line.name + ": " +
                error.what());  // the document of an error could not be written, either
     return kCouldNotTell;

@@ -138,7 +138,7 @@ class MetadataFinder {
     FindInMember(members, "updateid", metadata_.updateId.has_value());
     FindInMember(members, "regenerate", metadata_.regenerate.has_value());
     if (metadata_.updateId) {
-      FindInUpdateId(*metadata_.updateId);
+      AddUpdateIdFindings(metadata_.findings, *metadata_.updateId);
     }
   }
 
@@ -154,16 +154,6 @@ class MetadataFinder {
       AddTo(kMetadataUpdateidRange, name, "it does not fit 32 bits");
     } else {
       AddTo(kMetadataMemberType, name, "its value has another type");
-    }
-  }
-
-  void FindInUpdateId(int updateId) {
-    const std::string version = OSUtils::CompleteVersion(updateId);
-    if (updateId == WebRegInfo().updateId) {
-      AddTo(kMetadataUpdateidAbsent, "updateid",
-            "-1 means that no number is recorded: the next run with \"clear\" loses it");
-    } else if (version.substr(version.rfind('.') + 1) != std::to_string(updateId)) {
-      AddTo(kMetadataUpdateidCut, "updateid", "the full version will be " + version);
     }
   }
 
@@ -192,6 +182,16 @@ class MetadataFinder {
 
 Metadata ReadMetadata(const std::string& path) {
   return MetadataFinder(path).Find();
+}
+
+void AddUpdateIdFindings(Findings& findings, int updateId) {
+  const std::string version = OSUtils::CompleteVersion(updateId);
+  if (updateId == WebRegInfo().updateId) {
+    Add(findings, kMetadataUpdateidAbsent, "updateid",
+        "-1 means that no number is recorded: the next run with \"clear\" loses it");
+  } else if (version.substr(version.rfind('.') + 1) != std::to_string(updateId)) {
+    Add(findings, kMetadataUpdateidCut, "updateid", "the full version will be " + version);
+  }
 }
 
 std::string Describe(Metadata::RunOutcome outcome) {

@@ -31,6 +31,9 @@ struct Metadata {
 /// cannot be read, or nests deeper than the installer's stack is sure to hold.
 Metadata ReadMetadata(const std::string& path);
 
+/// Adds the findings about the update number of a metadata file.
+void AddUpdateIdFindings(Findings& findings, int updateId);
+
 /// Says what a run with `outcome` does, for people, as the rest of a sentence that begins with "a
 /// run".
 std::string Describe(Metadata::RunOutcome outcome);

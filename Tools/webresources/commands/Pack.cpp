@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cstdlib>
+#include <filesystem>
 #include <sstream>
 
 #include "bundle/BundleFiles.h"
@@ -15,6 +16,8 @@
 namespace webresources {
 
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr std::int64_t kFixedTime = 315532800;  // 1980-01-01, the first that the format has
 
@@ -36,9 +39,6 @@ std::int64_t EntryTime() {
 /// Finds the files to write. A directory that is no bundle is most likely a mistake: the two files
 /// would be of no use there.
 BundleFiles FindOutput(const PackOptions& options) {
-  if (options.createsOutput) {
-    MakeDirectories(options.output);
-  }
   BundleFiles files = FindBundleFiles(options.output);
   if (!options.createsOutput && LastOf(RealPath(files.directory)) != "Resources") {
     throw Error("write to", options.output,
@@ -48,36 +48,61 @@ BundleFiles FindOutput(const PackOptions& options) {
   return files;
 }
 
-/// What is written must not become part of what is packed.
-void RequireOutside(const std::string& output, const std::string& directory) {
-  const std::string outer = RealPath(directory) + "/";
-  if ((RealPath(output) + "/").compare(0, outer.length(), outer) == 0) {
-    throw Error("write to", output, "it lies in the directory that is packed");
+/// Requires an output that is outside of the directory to pack: the package must not become part of
+/// a package. Makes nothing.
+void RequireOutput(const PackOptions& options) {
+  const bool isMissing = options.createsOutput && !Exists(options.output);
+  const std::string directory = isMissing ? options.output : FindOutput(options).directory;
+  const std::string outer = RealPath(options.directory) + "/";
+  const fs::path inner = fs::weakly_canonical(fs::absolute(directory)) / "";
+  if (inner.string().compare(0, outer.length(), outer) == 0) {
+    throw Error("write to", directory, "it lies in the directory that is packed");
   }
 }
 
 struct Totals {
   std::uint64_t directories = 0;
   std::uint64_t files = 0;
-  std::uint64_t bytes = 0;
+  std::uint64_t packedBytes = 0;
+  std::string sha256;
 };
 
-Totals WritePackage(const SourceTree& tree, const std::string& path) {
-  Totals totals;
-  Progress progress("packing", tree.items.size());
-  ArchiveWriter archive(path, EntryTime());
+void WriteArchive(const SourceTree& tree, const AtomicFile& package, std::int64_t time) {
+  constexpr std::uint64_t kReadings = 2;
+  Progress progress("packing", kReadings * tree.bytes + tree.items.size());
+  ArchiveWriter::Options options;
+  options.seconds = time;
+  options.onRead = [&progress](const std::string& path, std::size_t bytes) {
+    ThrowIfInterrupted("pack", path);  // the temporary files are removed
+    progress.Step(bytes);
+  };
+  ArchiveWriter archive(package.descriptor(), package.temporary(), options);
   for (const SourceTree::Item& item : tree.items) {
-    ThrowIfInterrupted("pack", item.path);  // the temporary files are removed
+    ThrowIfInterrupted("pack", item.path);
     if (item.isDirectory) {
       archive.AddDirectory(item.name);
-      ++totals.directories;
     } else {
-      totals.bytes += archive.AddFile(item.name, item.path);
-      ++totals.files;
+      archive.AddFile(item.name, item.path, item.size);
     }
     progress.Step();
   }
   archive.Close();
+}
+
+Totals WritePackage(const SourceTree& tree, const AtomicFile& package, std::int64_t time) {
+  WriteArchive(tree, package, time);
+  Totals totals;
+  for (const SourceTree::Item& item : tree.items) {
+    ++(item.isDirectory ? totals.directories : totals.files);
+  }
+  Sha256 hash;
+  ForEachPortion(package.descriptor(), package.temporary(),
+                 [&](const char* bytes, std::size_t length) {
+                   ThrowIfInterrupted("pack", package.temporary());
+                   hash.Update(bytes, length);
+                   totals.packedBytes += length;
+                 });
+  totals.sha256 = DigestText(hash.Finish());
   return totals;
 }
 
@@ -98,36 +123,33 @@ void ReportLeftOut(const SourceTree& tree, Report& report) {
   }
 }
 
-void ReportTotals(const Totals& totals, const BundleFiles& resources, Report& report) {
-  const auto packedBytes = static_cast<std::uint64_t>(StatusOf(resources.package).st_size);
+void ReportTotals(const SourceTree& tree, const Totals& totals, const BundleFiles& resources,
+                  Report& report) {
   Json& package = report.details["package"] = Json::object();
   PutName(package, "path", resources.package);
   package["directories"] = totals.directories;
   package["files"] = totals.files;
-  package["bytes"] = totals.bytes;
-  package["packedBytes"] = packedBytes;
+  package["bytes"] = tree.bytes;
+  package["packedBytes"] = totals.packedBytes;
+  package["sha256"] = totals.sha256;
   report.summary.push_back("directories: " + std::to_string(totals.directories) +
                            ", files: " + std::to_string(totals.files) +
-                           ", bytes: " + std::to_string(totals.bytes) + ", packed into " +
-                           std::to_string(packedBytes) + " bytes: " + resources.package);
+                           ", bytes: " + std::to_string(tree.bytes) + ", packed into " +
+                           std::to_string(totals.packedBytes) + " bytes: " + resources.package);
+  report.summary.push_back("sha256: " + totals.sha256);
 }
 
 }  // namespace
 
 Report Pack(const PackOptions& options) {
-  const BundleFiles resources = FindOutput(options);
-  RequireOutside(resources.directory, options.directory);
+  const std::int64_t time = EntryTime();
+  RequireOutput(options);
   const SourceTree tree = CollectSource(options.directory, options.selection);
-  CatchInterruptions();
 
   Report report("pack");
   ReportLeftOut(tree, report);
-  AtomicFile metadata(resources.metadata);
-  metadata.Write(MetadataText(options));
   report.findings = tree.refused;
-  for (const Finding& finding : ReadMetadata(metadata.temporary()).findings) {
-    report.findings.push_back(finding);
-  }
+  AddUpdateIdFindings(report.findings, options.updateId);
   report.SetStatus();
   const Findings& stopping = options.allowsWarnings ? ErrorsOf(report.findings) : report.findings;
   if (!stopping.empty()) {
@@ -135,10 +157,17 @@ Report Pack(const PackOptions& options) {
     return report;
   }
   report.status = kAsItShouldBe;
+  CatchInterruptions();
+  if (options.createsOutput) {
+    MakeDirectories(options.output);
+  }
+  const BundleFiles resources = FindOutput(options);
+  AtomicFile metadata(resources.metadata);
+  metadata.Write(MetadataText(options));
   AtomicFile package(resources.package);
-  const Totals totals = WritePackage(tree, package.temporary());
+  const Totals totals = WritePackage(tree, package, time);
   AtomicFile::CommitBoth(package, metadata);
-  ReportTotals(totals, resources, report);
+  ReportTotals(tree, totals, resources, report);
   return report;
 }
 

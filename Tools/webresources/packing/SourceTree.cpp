@@ -72,10 +72,8 @@ const char* JunkOwner(std::string_view component) {
 
 namespace {
 
-/// What fields of 32 bits can say. Some versions of the installer's library do not read the sizes
-/// and places of entries from fields of 64 bits.
-constexpr std::uint64_t kLargestPackage = 0xfffffffe;
-constexpr std::uint64_t kHeaders = 30 + 46;  ///< Of an entry, without its name.
+/// Debian 12's zip library cannot read sizes and offsets of Zip64.
+constexpr std::uint64_t kTooLarge = std::uint64_t{4} << 30U;
 
 class Collector {
  public:
@@ -166,20 +164,19 @@ class Collector {
     } else if (const auto part = UncleanPart(name)) {
       Refuse(kNameUnclean, name, *part);
     }
-    if (size > kLargestPackage) {
+    if (size >= kTooLarge) {
       Refuse(kPackageTooLarge, name, "it has " + std::to_string(size) + " bytes");
     } else {
-      size_ += size;
+      tree_.bytes += size;
     }
-    size_ += kHeaders + 2 * name.length();
-    tree_.items.push_back({name, path, isDirectory});
+    tree_.items.push_back({name, path, isDirectory, size});
   }
 
-  /// Data that does not shrink is stored, so only the sum of all sizes is sure to be enough.
+  /// Data that does not shrink is stored, so the package may have as many bytes as its files.
   void RefuseSize() {
-    if (size_ > kLargestPackage) {
+    if (tree_.bytes >= kTooLarge) {
       Refuse(kPackageTooLarge, kPackageFileName,
-             "its files have " + std::to_string(size_) + " bytes together");
+             "its files have " + std::to_string(tree_.bytes) + " bytes together");
     }
   }
 
@@ -209,7 +206,6 @@ class Collector {
 
   const Selection& selection_;
   SourceTree tree_;
-  std::uint64_t size_ = 0;                   ///< Of the package at most, in bytes.
   std::set<std::pair<dev_t, ino_t>> above_;  ///< The directories that are being listed.
 };
 

@@ -1,6 +1,7 @@
 #ifndef TOOLS_WEBRESOURCES_PACKING_SOURCETREE_H_
 #define TOOLS_WEBRESOURCES_PACKING_SOURCETREE_H_
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,7 @@ struct SourceTree {
     std::string name;  ///< In the package: a directory's ends in "/".
     std::string path;  ///< On the disk.
     bool isDirectory;
+    std::uint64_t size;  ///< Of a file, in bytes.
   };
   struct LeftOut {
     std::string name;
@@ -31,6 +33,7 @@ struct SourceTree {
 
   std::vector<Item> items;       ///< In the order of the bytes of their names.
   std::vector<LeftOut> leftOut;  ///< What was excluded, or is junk.
+  std::uint64_t bytes = 0;       ///< Of all files together.
   Findings refused;              ///< Why the package would not be installed as it should be.
 };
 

@@ -130,9 +130,9 @@ Report ReportOf(const std::string& command, const std::exception& error) {
   const auto* const known = dynamic_cast<const Error*>(&error);  // GCOVR_EXCL_BR_LINE
   const Error parts = known != nullptr ? *known : Error("run", command, error.what());
   Json& json = report.details["error"];
-  json["operation"] = parts.operation();
+  json["operation"] = Printable(parts.operation());
   PutName(json, "object", parts.object());
-  json["reason"] = parts.reason();
+  json["reason"] = Printable(parts.reason());
   PutOptional(json, "remedy", parts.remedy());
   return report;
 }

@@ -67,7 +67,7 @@ void RemoveLeftovers(const std::string& path) {
 Descriptor MakeLocked(const std::string& path) {
   constexpr int kAttempts = 100;
   for (int i = 0; i < kAttempts; ++i) {
-    Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+    Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
     if (!file) {
       throw Error::FromErrno("write", path);
     }
@@ -125,6 +125,9 @@ void AtomicFile::Synchronize() const {
 }
 
 void AtomicFile::Commit() {
+  if (!IsAt(*file_, temporary_)) {
+    throw Error("replace", path_, "another process has moved or replaced " + temporary_);
+  }
   const std::string backup = Beside(path_, "old");
   unlink(backup.c_str());
   backupLock_.emplace(OpenLocked(path_));

@@ -26,7 +26,11 @@ class AtomicFile {
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  /// Where a caller that needs a path can write the new file. It must not be removed or renamed.
+  /// The new file, open for reading and writing. The object closes it.
+  int descriptor() const { return *file_; }
+
+  /// The path of the new file, for messages. Never open it: another process may have put a file or
+  /// link of its own there.
   const std::string& temporary() const { return temporary_; }
 
   /// Adds `bytes` at the end of the new file.

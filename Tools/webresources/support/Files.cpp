@@ -141,6 +141,20 @@ void ForEachPortion(const std::string& path,
   }
 }
 
+void ForEachPortion(int file, const std::string& path,
+                    const std::function<void(const char* bytes, std::size_t length)>& take) {
+  lseek(file, 0, SEEK_SET);
+  char portion[kPortion];
+  ssize_t count = 0;
+  while ((count = Uninterrupted([&] { return read(file, portion, sizeof portion); })) > 0) {
+    ThrowIfInterrupted("read", path);
+    take(portion, static_cast<std::size_t>(count));
+  }
+  if (count < 0) {
+    throw Error::FromErrno("read", path);
+  }
+}
+
 std::string RealPath(const std::string& path) {
   const MallocPointer<char> real(realpath(path.c_str(), nullptr));
   if (!real) {

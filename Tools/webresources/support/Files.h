@@ -74,6 +74,10 @@ class InputFile {
 void ForEachPortion(const std::string& path,
                     const std::function<void(const char* bytes, std::size_t length)>& take);
 
+/// The same for the file that is open as `file`, from its beginning. `path` names it in errors.
+void ForEachPortion(int file, const std::string& path,
+                    const std::function<void(const char* bytes, std::size_t length)>& take);
+
 /// `path` as an absolute path without links. Throws Error if there is nothing at `path`.
 std::string RealPath(const std::string& path);
 
