@@ -20,11 +20,11 @@ UMASK = 0o022
 
 HARMLESS = set("""
     access arch_prctl brk chdir chroot clock_nanosleep clone clone3 execve exit exit_group faccessat
-    faccessat2 flock fstat fstatfs futex getcwd getdents64 getegid geteuid getgid getpid getppid
+    faccessat2 fgetxattr flock fstat fstatfs futex getcwd getdents64 getegid geteuid getgid getpid getppid
     getrandom gettid getuid ioctl lstat madvise mprotect mremap munmap newfstatat poll pread64
     prlimit64 read readlink readlinkat rseq rt_sigaction rt_sigprocmask rt_sigreturn
     sched_getaffinity set_robust_list set_tid_address sigaltstack stat statfs statx sysinfo uname
-    vfork wait4
+    vfork wait4 waitid
     """.split())
 
 LINE = re.compile(r"(\d+) +(\w+)\((.*)\) += (-?\w+|\?)(?: .*)?$")
@@ -165,6 +165,12 @@ class Recorder:
         self.files[process][str(result)] = self.descriptor(process, arguments)
 
     on_dup2 = on_dup3 = on_dup
+
+    def on_close_range(self, process, arguments, _):
+        first, last, _ = map(int, arguments.split(", "))
+        for descriptor in [number for number in self.files[process]
+                           if first <= int(number) <= last]:
+            del self.files[process][descriptor]
 
     def on_fcntl(self, process, arguments, result):
         if "F_DUPFD" in arguments:

@@ -113,8 +113,7 @@ bool IsRefusedUntouched(const InstallOptions& options, Report& report) {
 }
 
 /// Returns whether the receipt proves that this very package is installed: then nothing is copied.
-bool IsUpToDate(const InstallOptions& options, Report& report) {
-  HostState host = ReadHost(options.hostRoot);
+bool IsUpToDate(const InstallOptions& options, HostState host, Report& report) {
   const BundleFiles files = FindBundleFiles(options.bundle);
   if (options.isForced || !host.receipt || host.receipt->isBegun ||
       host.receipt->updateId != ReadMetadata(files.metadata).updateId ||
@@ -131,11 +130,12 @@ bool IsUpToDate(const InstallOptions& options, Report& report) {
 }
 
 /// Decides, runs, verifies and writes the receipt from a private copy of the bundle.
-void InstallCopy(const InstallOptions& options, const InstallLock& lock, Report& report) {
+void InstallCopy(const InstallOptions& options, const InstallLock& lock, HostState host,
+                 Report& report) {
   const PrivateCopy copy(options.hostRoot, options.bundle, options.limits);
   ExpectedBundle bundle = ReadBundle(copy.path(), std::nullopt, options.limits);
   bundle.bytesToCopy = 0;  // the copy is made
-  const InstallPlan plan = MakePlan(options, bundle, ReadHost(options.hostRoot));
+  const InstallPlan plan = MakePlan(options, bundle, std::move(host));
   if (plan.outcome == InstallPlan::Outcome::Refuse) {
     Refuse(plan, report);
   } else if (plan.outcome == InstallPlan::Outcome::UpToDate) {
@@ -157,8 +157,9 @@ Report Install(const InstallOptions& options) {
   }
   const InstallLock lock(options.hostRoot, options.wait);
   RemoveLeftovers(options.hostRoot);
-  if (!IsUpToDate(options, report)) {
-    InstallCopy(options, lock, report);
+  HostState host = ReadHost(options.hostRoot);
+  if (!IsUpToDate(options, host, report)) {
+    InstallCopy(options, lock, std::move(host), report);
   }
   return report;
 }
