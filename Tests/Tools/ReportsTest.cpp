@@ -74,6 +74,7 @@ class ReportsTest : public testing::Test {
     text = std::regex_replace(text, std::regex(OSUtils::GetPellamResourceDirectory()), "/I/");
     text = std::regex_replace(text, std::regex("[0-9]+ free|bytesFree [0-9]+"), "N free");
     text = std::regex_replace(text, std::regex("[0-9-]+T[0-9:]+Z"), "T");
+    text = std::regex_replace(text, std::regex("[0-9a-f]{64}"), "DIGEST");
     return std::regex_replace(text, std::regex("(.{80}[^ \n]*) "), "$1\n    ");  // long lines
   }
 
@@ -402,10 +403,12 @@ directory             d/
 file               4  d/f
 file               1  g
 file               0  same
+SHA-256: DIGEST
 directories: 1, files: 3, skipped: 0
 clear: false, updateid: 7, regenerate: false
 a run exits with 0 when all is done
 resources "*/7.app/Contents/Resources"
+sha256 "DIGEST"
 metadata {"clear":false,
   "updateid":7,
   "regenerate":false}
@@ -424,6 +427,7 @@ missing-directory-entry none/f: no entry before it makes its directory: it is no
 name-not-utf8 \xE4: its name is not UTF-8, which a volume may refuse
 metadata-member-type updateid: its value has another type
 metadata-member-missing regenerate: it is missing
+SHA-256: DIGEST
 directories: 1, files: 1, skipped: 1
 clear: true, updateid: null, regenerate: null
 a run aborts after the package is extracted and its directory recorded: the update
@@ -433,6 +437,7 @@ not compared: )"
                                   R"(: its name depends on the volume
 proof: the extraction leaves exactly what is predicted
 resources "*/9.app/Contents/Resources"
+sha256 "DIGEST"
 entries [{"action":"directory",
   "name":"d/"},
   {"action":"skip",

@@ -1,6 +1,7 @@
 """The command webresources as it is installed: test_webresources.py BUILD-DIRECTORY [TEST...]"""
 
 import errno
+import hashlib
 import json
 import os
 import pathlib
@@ -31,7 +32,7 @@ TEMPORARY = tempfile.TemporaryDirectory(prefix='webresources-')
 WORK = pathlib.Path(TEMPORARY.name)
 PREFIX = WORK / 'prefix'
 COMMAND = PREFIX / 'bin/webresources'
-COMMANDS = ('pack', 'check', 'diff', 'plan', 'install', 'verify', 'installcheck', 'status',
+COMMANDS = ('pack', 'check', 'info', 'diff', 'plan', 'install', 'verify', 'installcheck', 'status',
             'uninstall')
 OUTPUT = ('--json', '--quiet', '--all')  # before or after the command
 INSTALL_ROOT = private_root.INSTALL_ROOT.lstrip('/')  # below a private root
@@ -371,8 +372,10 @@ class CheckTest(Case):
         self.write_archive([('a', '1'), ('a~', '')])
         finding = ("warning [junk-file] a~: it is an editor's backup\n"
                    '    fix: pack it again without the file, as pack does\n')
+        digest = hashlib.sha256(self.package.read_bytes()).hexdigest()
         self.assertEqual(run('check', self.resources).stdout,
                          f'file               1  a\nfile               0  a~\n{finding}'
+                         f'SHA-256: {digest}\n'
                          'directories: 0, files: 2, skipped: 0\n'
                          'clear: false, updateid: 7, regenerate: false\n'
                          'a run exits with 0 when all is done\n')
@@ -382,6 +385,21 @@ class CheckTest(Case):
         self.pack()
         for path in ('X.app', 'X.app/', 'X.app/Contents', 'X.app/Contents/Resources'):
             self.assertEqual(run('check', self.directory / path).returncode, 0, path)
+
+    def test_info_pack_and_check_tell_the_same_digest_of_the_package(self):
+        packed = json.loads(self.pack('--json').stdout)
+        told = json.loads(run('info', self.directory / 'X.app', '--json').stdout)
+        digest = hashlib.sha256(self.package.read_bytes()).hexdigest()
+        self.assertEqual(told['package'], {'files': packed['package']['files'],
+                                           'bytes': packed['package']['bytes'], 'sha256': digest})
+        self.assertEqual(told['metadata'], {'clear': False, 'updateid': 7, 'regenerate': False})
+        self.assertEqual(packed['package']['sha256'], digest)
+        checked = json.loads(run('check', self.directory / 'X.app', '--json').stdout)
+        self.assertEqual(checked['sha256'], digest)
+        self.assertIn(digest, run('info', self.resources).stdout)
+        self.package.unlink()
+        self.assertEqual(run('info', self.resources).returncode, 2)
+        self.assertIsNone(json.loads(run('check', self.resources, '--json').stdout)['sha256'])
 
     def test_half_of_a_package_is_a_finding(self):
         self.pack()
@@ -606,6 +624,7 @@ class UsageTest(Case):
                     '--allow-warnings Refuse after errors only',
             'check': f'BUNDLE_OR_RESOURCES A bundle, or its Resources directory {output} '
                      f'--prove Also extract into a scratch directory, compare {size}',
+            'info': f'BUNDLE_OR_RESOURCES A bundle, or its Resources directory {output}',
             'diff': f'BEFORE A bundle AFTER The bundle that replaces it {output} {size}',
             'plan': f'{plan} {root}',
             'install': f'{plan} --dry-run Change nothing, and tell what would be done: plan {wait}',

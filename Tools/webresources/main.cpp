@@ -10,6 +10,7 @@
 
 #include "commands/Check.h"
 #include "commands/Diff.h"
+#include "commands/Info.h"
 #include "commands/Install.h"
 #include "commands/Pack.h"
 #include "commands/Plan.h"
@@ -31,6 +32,7 @@ struct CommandLine {
   bool showsAll = false;
   PackOptions pack;
   CheckOptions check;
+  InfoOptions info;
   VerifyOptions verify;
   InstallOptions install;
   bool isDryRun = false;
@@ -128,6 +130,13 @@ void AddCheck(CLI::App& app, CommandLine& line) {
       ->required();
   command->add_flag("--prove", line.check.prove, "Also extract into a scratch directory, compare");
   AddLimits(command, line.check.limits);
+}
+
+void AddInfo(CLI::App& app, CommandLine& line) {
+  CLI::App* command = AddCommand(app, line, "info", "Tell what a bundle holds, without a check",
+                                 "info X.app", [&line] { return Info(line.info); });
+  AddPath(command, "BUNDLE_OR_RESOURCES", line.info.path, "A bundle, or its Resources directory")
+      ->required();
 }
 
 void AddRoot(CLI::App* command, std::string& root) {
@@ -317,7 +326,7 @@ int ParseAndRun(int argc, char** argv) {
   app.require_subcommand(1);
   CommandLine line;
   AddOutputOptions(app, line);
-  for (const auto add : {AddPack, AddCheck, AddDiff, AddPlan, AddInstall, AddVerify,
+  for (const auto add : {AddPack, AddCheck, AddInfo, AddDiff, AddPlan, AddInstall, AddVerify,
                          AddInstallCheck, AddStatus, AddUninstall}) {
     add(app, line);
   }

@@ -194,6 +194,21 @@ void AddUpdateIdFindings(Findings& findings, int updateId) {
   }
 }
 
+namespace {
+
+template <typename Value>
+Json OrNull(const std::optional<Value>& value) {
+  return value ? Json(*value) : Json(nullptr);
+}
+
+}  // namespace
+
+Json ToJson(const Metadata& metadata) {
+  return {{"clear", OrNull(metadata.clear)},
+          {"updateid", OrNull(metadata.updateId)},
+          {"regenerate", OrNull(metadata.regenerate)}};
+}
+
 std::string Describe(Metadata::RunOutcome outcome) {
   switch (outcome) {
     case Metadata::RunOutcome::Nothing:

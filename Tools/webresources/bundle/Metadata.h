@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "report/Finding.h"
+#include "report/Report.h"
 
 namespace webresources {
 
@@ -33,6 +33,9 @@ Metadata ReadMetadata(const std::string& path);
 
 /// Adds the findings about the update number of a metadata file.
 void AddUpdateIdFindings(Findings& findings, int updateId);
+
+/// Returns the three values as a member of a document; null for a value that aborts the run.
+Json ToJson(const Metadata& metadata);
 
 /// Says what a run with `outcome` does, for people, as the rest of a sentence that begins with "a
 /// run".

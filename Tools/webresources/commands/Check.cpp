@@ -85,17 +85,6 @@ Json ToJson(const TreeItem& item) {
   return json;
 }
 
-template <typename Value>
-Json OrNull(const std::optional<Value>& value) {
-  return value ? Json(*value) : Json(nullptr);
-}
-
-Json ToJson(const Metadata& metadata) {
-  return {{"clear", OrNull(metadata.clear)},
-          {"updateid", OrNull(metadata.updateId)},
-          {"regenerate", OrNull(metadata.regenerate)}};
-}
-
 void PutEntries(const Prediction& prediction, Json& details) {
   Json& entries = details["entries"] = Json::array();
   for (const EntryPrediction& entry : prediction.entries) {
@@ -196,6 +185,16 @@ Json PathWithReason(const std::string& path, const std::string& reason) {
   return json;
 }
 
+/// Reports the digest that a receipt has of the same package.
+void ReportDigest(const std::string& package, Report& report) {
+  const bool isThere = StateOf(package) == FileState::Present;
+  const std::string digest = isThere ? DigestText(DigestOfFile(RealPath(package))) : "";
+  PutOptional(report.details, "sha256", digest);
+  if (isThere) {
+    report.summary.push_back("SHA-256: " + digest);
+  }
+}
+
 void ReportProof(const Proof& proof, Report& report) {
   Json& json = report.details["proof"];
   json = {{"agrees", proof.differences.empty()}, {"differences", Json::array()}};
@@ -227,6 +226,7 @@ Report Check(const CheckOptions& options) {
                     });
   Report report("check");
   PutName(report.details, "resources", bundle.files.directory);
+  ReportDigest(bundle.files.package, report);
   report.findings = std::move(bundle.findings);
   report.SetStatus();
   if (bundle.isRead) {

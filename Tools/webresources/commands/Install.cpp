@@ -8,6 +8,7 @@
 #include "report/Rules.h"
 #include "support/Error.h"
 #include "support/Progress.h"
+#include "support/SystemLog.h"
 
 namespace webresources {
 
@@ -91,12 +92,13 @@ void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& r
 /// machine that has none yet, and a refusal must not touch anything. If another first installation
 /// has made the lock meanwhile, the host may be in the middle of that: the decision is made under
 /// the lock.
-bool IsRefusedUntouched(const InstallOptions& options, Report& report) {
+bool IsRefusedUntouched(const InstallOptions& options, LogEntry& entry, Report& report) {
   if (InstallLock::IsThere(options.hostRoot)) {
     return false;
   }
   try {
     HostState host = ReadHost(options.hostRoot);
+    entry.before = UpdateIdOf(host.installation.record);
     const ExpectedBundle bundle = ReadBundle(options.bundle, host.receipt, options.limits);
     const InstallPlan plan = MakePlan(options, bundle, std::move(host));
     if (plan.outcome != InstallPlan::Outcome::Refuse || InstallLock::IsThere(options.hostRoot)) {
@@ -145,23 +147,54 @@ void InstallCopy(const InstallOptions& options, const InstallLock& lock, HostSta
   }
 }
 
-}  // namespace
-
-Report Install(const InstallOptions& options) {
+/// Installs, and fills `entry` as far as it becomes known.
+Report InstallWith(const InstallOptions& options, LogEntry& entry) {
   Report report("install");
-  umask(022);
-  RequireBundle(options.bundle);
-  CatchInterruptions();
-  if (IsRefusedUntouched(options, report)) {
+  if (IsRefusedUntouched(options, entry, report)) {
     return report;
   }
   const InstallLock lock(options.hostRoot, options.wait);
   RemoveLeftovers(options.hostRoot);
   HostState host = ReadHost(options.hostRoot);
+  entry.before = UpdateIdOf(host.installation.record);
   if (!IsUpToDate(options, host, report)) {
     InstallCopy(options, lock, std::move(host), report);
   }
   return report;
+}
+
+/// The outcome of the report and the reason for it, for people.
+std::string OutcomeOf(const Report& report) {
+  std::string outcome = report.details["outcome"];
+  if (!report.findings.empty()) {
+    const Finding& first = report.findings.front();
+    outcome += std::string(": [") + first.rule->id + "] " + first.subject + ": " + first.reason;
+  }
+  return outcome;
+}
+
+}  // namespace
+
+Report Install(const InstallOptions& options) {
+  umask(022);
+  RequireBundle(options.bundle);
+  CatchInterruptions();
+  LogEntry entry{"install", std::nullopt, std::nullopt, ""};
+  try {
+    const Report report = InstallWith(options, entry);
+    const Json& updateId = report.details["record"]["updateId"];
+    entry.after = updateId.is_null() ? std::nullopt : std::optional<int>(updateId);
+    entry.outcome = OutcomeOf(report);
+    entry.isFailure = report.status != kAsItShouldBe;
+    WriteToSystemLog(entry);
+    return report;
+  } catch (const std::exception& error) {
+    entry.after = entry.before;
+    entry.outcome = std::string("failed: ") + error.what();
+    entry.isFailure = true;
+    WriteToSystemLog(entry);
+    throw;
+  }
 }
 
 }  // namespace webresources

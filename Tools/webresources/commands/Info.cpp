@@ -1,0 +1,38 @@
+#include "commands/Info.h"
+
+#include "bundle/BundleFiles.h"
+#include "bundle/Metadata.h"
+#include "prediction/FileTree.h"
+#include "support/Error.h"
+#include "support/Files.h"
+
+namespace webresources {
+
+Report Info(const InfoOptions& options) {
+  const BundleFiles bundle = FindBundleFiles(options.path);
+  for (const std::string& path : {bundle.package, bundle.metadata}) {
+    if (StateOf(path) == FileState::Missing) {
+      throw Error("read", path, "there is no such file", "make it with webresources pack");
+    }
+  }
+  const Metadata metadata = ReadMetadata(bundle.metadata);
+  const std::string sha256 = DigestText(DigestOfFile(RealPath(bundle.package)));
+  PackageReader package(bundle.package);
+  const FileTree tree = TreeOf(PredictOutline(package));
+
+  Report report("info");
+  const Json values = ToJson(metadata);
+  PutName(report.details, "resources", bundle.directory);
+  report.details["metadata"] = values;
+  report.details["package"] = {
+      {"files", FilesOf(tree)}, {"bytes", BytesOf(tree)}, {"sha256", sha256}};
+  report.summary = {"update:     " + values["updateid"].dump(),
+                    "clear:      " + values["clear"].dump(),
+                    "regenerate: " + values["regenerate"].dump(),
+                    "content:    " + std::to_string(FilesOf(tree)) + " files, " +
+                        std::to_string(BytesOf(tree)) + " bytes",
+                    "SHA-256:    " + sha256};
+  return report;
+}
+
+}  // namespace webresources
