@@ -193,7 +193,7 @@ void RemoveItem(xml_node dictionary, const Item& item) {
   dictionary.remove_child(item.value);
 }
 
-/// Adds an item on lines of its own, before the white space at the end of the dictionary.
+/// Adds an item on separate lines, before the whitespace at the end of the dictionary.
 void AddItem(xml_node dictionary, const std::string& key,
              const std::variant<std::string, int>& value) {
   const xml_node last = dictionary.last_child();
@@ -240,7 +240,7 @@ PropertyList::PropertyList() {
 std::optional<PropertyList> PropertyList::Parse(const std::string& bytes) {
   PropertyList list;
   Check check;
-  // The XML library takes a zero for the end. UTF-16 and UTF-32 have zeros in every tag.
+  // The XML library stops at a zero byte. UTF-16 and UTF-32 have zero bytes in every tag.
   const bool isWhole = bytes.find('\0') == std::string::npos &&
                        Load(list.document_, bytes, kReading) && list.document_.traverse(check) &&
                        ItemsOf(list.Dictionary());

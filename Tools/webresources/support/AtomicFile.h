@@ -29,8 +29,8 @@ class AtomicFile {
   /// The new file, open for reading and writing. The object closes it.
   int descriptor() const { return *file_; }
 
-  /// The path of the new file, for messages. Never open it: another process may have put a file or
-  /// link of its own there.
+  /// The path of the new file, for messages. Do not open the path: another process may have put
+  /// another file or a link there.
   const std::string& temporary() const { return temporary_; }
 
   /// Adds `bytes` at the end of the new file.
