@@ -5,17 +5,20 @@
 #include <cstring>
 #include <string>
 
-/// The longest path that the operations on directories take, in bytes with its terminating zero.
+/// The size of every path buffer in bytes, with the terminating zero.
 constexpr std::size_t kPathSize = 1024;
 
-/// Makes the directory at `path` with its missing ancestors, outermost first: the steps of
-/// OSUtils::EnsureDirectoryExists(), on any tree of directories. The disk and the predicted tree of
-/// the companion command both use it, so both make an entry's directories in one order.
+/// Makes the directory `path` and its missing ancestors, outermost first.
 ///
-/// `isReadable(path)` tells whether something readable is there; `makeDirectory(path)` makes one
-/// directory and returns false if it cannot. Both get a zero-terminated path. Returns true if
-/// `path` was readable or was made; false after the first `makeDirectory` that failed, with the
-/// ancestors made so far left in place. A path of 1,024 bytes or more is cut to 1,023.
+/// OSUtils::EnsureDirectoryExists() calls this function for the disk. The companion command calls
+/// the function for a predicted tree, which therefore gets its directories in the same order.
+///
+/// `isReadable(path)` returns whether `path` exists and is readable. `makeDirectory(path)` makes
+/// one directory and returns whether that succeeded. Both get a zero-terminated path.
+///
+/// Returns true if `path` was readable or was made. Returns false after the first failed
+/// `makeDirectory`: the ancestors made before stay. A path of 1,024 bytes or more is truncated to
+/// 1,023 bytes.
 template <typename IsReadable, typename MakeDirectory>
 bool MakeDirectoryChain(const std::string& path, IsReadable isReadable,
                         MakeDirectory makeDirectory) {
@@ -28,7 +31,7 @@ bool MakeDirectoryChain(const std::string& path, IsReadable isReadable,
   if (length > 0 && buffer[length - 1] == '/') {
     buffer[length - 1] = '\0';
   }
-  // From the second character: the leading "/" of an absolute path is no component.
+  // The search starts at the second character: no directory ends at the leading "/".
   for (char* end = buffer; *end != '\0' && (end = std::strchr(end + 1, '/')) != nullptr;) {
     *end = '\0';
     if (!isReadable(buffer) && !makeDirectory(buffer)) {

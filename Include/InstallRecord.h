@@ -6,39 +6,41 @@
 
 #include "OSUtils.h"
 
-/// The install record of a host, for programs that look at an installation. The installer does not
-/// need this header. OSUtils has the rules: the keys, and which values count as absent.
+/// The install record of a host, for programs that examine an installation. The installer does not
+/// use this header. OSUtils defines the rules: the keys, and which values count as absent.
+///
+/// The functions below never throw, unless memory is exhausted, and are not thread-safe. Their
+/// parameter `hostRoot` is the directory at which the host's file system is mounted. An empty
+/// `hostRoot` means this host. On a Mac, only this host is supported.
 struct InstallRecord {
-  /// How a value is stored, which WebRegInfo does not tell.
+  /// The state of a stored value. WebRegInfo gives Absent and Unusable values the same default.
   enum class State {
     Absent,
     Usable,
-    Unusable,  ///< Of another type than its key's, or a text of more than 127 bytes.
+    Unusable,  ///< The value has the wrong type, or is a string of more than 127 bytes.
   };
 
-  WebRegInfo values;  ///< As OSUtils::OldInfo() fills them.
+  WebRegInfo values;  ///< The values as OSUtils::OldInfo() fills them.
   State random = State::Absent;
   State updateId = State::Absent;
   State installPath = State::Absent;
   State fullVersion = State::Absent;
 };
 
-/// Reads the record of the host whose file system is mounted at `hostRoot`; an empty `hostRoot`
-/// means this host. The values and their states are from one read. A record that does not exist is
-/// read as one without values. Returns nothing if the record cannot be read; errno then tells the
-/// reason.
+/// Returns the values and their states, all from one read. If the record does not exist, every
+/// value is Absent. Returns nothing and sets errno if the record cannot be read.
 std::optional<InstallRecord> ReadRecord(const std::string& hostRoot);
 
-/// Returns the place of that host's record, for people: a path or, on a Mac, the name of the
-/// domain.
+/// Returns the location of the record for messages: the path of the file or, on a Mac, the name of
+/// the preferences domain.
 std::string RecordLocation(const std::string& hostRoot);
 
-/// Removes the random identifier from that host's record, so that the next run draws one. Returns
-/// whether the record was written.
+/// Removes the random identifier, so that the next run draws a new identifier. Returns whether the
+/// record was written.
 bool RemoveRandom(const std::string& hostRoot);
 
-/// Removes the four values of that host's record. Values of other programs stay; on Linux, a file
-/// without any is removed. Returns false if that fails; errno then tells the reason.
+/// Removes the four values. The keys of other programs stay. On Linux, a file without other keys
+/// is deleted. Returns false and sets errno on failure.
 bool RemoveRecord(const std::string& hostRoot);
 
 #endif  // INCLUDE_INSTALLRECORD_H_

@@ -7,37 +7,39 @@
 
 class PackageReader;
 
-/// Opens `path` in `mode` and stores the stream, or null, through `stream`. Returns 0 if the file
-/// was opened, otherwise errno. The caller closes the stream.
+/// Opens the file `path` in `mode` and stores the stream in `*stream`. Returns 0 on success.
+/// Returns errno and stores null on failure. The caller closes the stream.
 int fopen_s(FILE** stream, const char* path, const char* mode);
 
-/// Extraction of the package.
+/// Extracts the package. The operations keep no state. Concurrent calls on the same directory
+/// corrupt the installation. No operation throws, unless memory is exhausted.
 class InstallerUtils {
  public:
   InstallerUtils() = delete;
 
-  /// Extracts every entry of the zip archive at `zipPath` into the directory `destDir`. The
-  /// directory is created with its missing parents, even if there is no archive. Neither argument
-  /// is changed.
+  /// Extracts every entry of the zip archive at `zipPath` into the directory `destDir`. Makes
+  /// `destDir` and its missing ancestors, even if the archive is missing. Changes neither argument.
   ///
-  /// Lenient on purpose: returns false only if `destDir` cannot be made, or if a link is in its
-  /// place. Every other problem is passed over without a message: a missing or damaged archive, an
-  /// entry that cannot be opened, read or written. What was written of such an entry stays.
+  /// Returns false only if `destDir` cannot be made or is a symbolic link. Lenient on purpose: a
+  /// missing or damaged archive is ignored without a message, like an entry that cannot be opened,
+  /// read or written. Bytes that were written before such a failure stay.
   ///
-  /// A file is written only into a directory that exists: the archive must announce each
-  /// sub-directory by an entry ending in "/" before the files in it. An entry is skipped if its
-  /// name is empty, has 512 bytes or more, or leads above `destDir` through ".." (see
+  /// Each subdirectory must have a directory entry (a name that ends in "/") before the entries of
+  /// the files in the subdirectory. A file whose directory does not exist is skipped. An entry is
+  /// also skipped if its name is empty, has 512 bytes or more, or is a path traversal (see
   /// PackageEntry). Modification times and modes in the archive are not applied.
   ///
-  /// If the output path is taken: a regular file with one name is truncated and rewritten in place,
-  /// so it keeps its mode and owner; if the user may not write it, the entry is skipped. A link, a
-  /// file with several names, a FIFO, a socket or a device is removed first: nothing is ever
-  /// written through it.
+  /// If the output path exists:
+  ///  - a regular file with one link is truncated and rewritten, and keeps its mode and owner; a
+  ///    file that the user cannot write is skipped;
+  ///  - a symbolic link, a file with several hard links, a FIFO, a socket or a device is removed
+  ///    first, because a write could change a file elsewhere or wait without end.
   static bool UncompressPackageFiles(std::string& zipPath, std::string& destDir);
 
-  /// Does the work of UncompressPackageFiles() for `package`, which must be at its beginning, and
-  /// calls `afterEntry` when an entry is dealt with; package.data() then tells what was read of it.
-  /// The companion command predicts from that, so that it reads no data a second time.
+  /// Extracts `package` as UncompressPackageFiles() does. Calls `afterEntry` after each entry,
+  /// skipped entries included: package.entry() and package.data() then describe that entry. The
+  /// companion command predicts from these descriptions and reads no data a second time.
+  /// Requires: package.Next() was never called.
   static bool UncompressPackage(PackageReader& package, const std::string& destDir,
                                 const std::function<void()>& afterEntry);
 };

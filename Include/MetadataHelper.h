@@ -6,43 +6,46 @@
 
 #include "QDOObject.h"
 
-/// The metadata that steers a run: the members of the JSON object in "metadata.txt".
+/// The metadata that controls a run: the members of the JSON object in "metadata.txt", for example
+/// `{"clear":false,"updateid":7,"regenerate":false}`.
 ///
-/// Only the file's last whitespace-separated word is read, on purpose: the object must be written
-/// without whitespace. A file that cannot be read counts as empty. Not thread-safe.
+/// Only the last whitespace-separated word of the file is parsed, on purpose: the object must not
+/// contain whitespace. A file that cannot be read counts as empty. Not thread-safe.
 class MetadataHelper {
  public:
-  /// The one instance, read from the file on the first call. Throws QDOException, code 3, when the
-  /// word is not (the beginning of) a JSON object; the next call then tries again.
+  /// Returns the single instance. The first call reads the file. Throws QDOException with code 3 if
+  /// the last word does not start a JSON object; the next call then reads the file again.
   static MetadataHelper& getInstance();
 
-  /// Answers from `object`, independently of getInstance(). Throws as getInstance() does.
+  /// Makes an instance that answers from `object`, independent of getInstance(). Throws
+  /// QDOException with code 3 if `object` is no Map.
   explicit MetadataHelper(const QDOObject& object);
 
   /// The words of a metadata file.
   struct Words {
     unsigned long count = 0;
-    std::string last;           ///< Whole; empty if there is no word.
-    bool isUnreadable = false;  ///< The words are unknown: the installer counts none.
+    std::string last;           ///< The complete last word; empty if the file has no word.
+    bool isUnreadable = false;  ///< Whether the file could not be read; `count` is then 0.
 
-    /// The text that is parsed: the last word up to its first zero byte.
+    /// Returns the parsed text: the last word up to its first zero byte.
     std::string Text() const { return last.c_str(); }
   };
 
-  /// Reads the file at `path`, once. Without a word if the file cannot be opened, or cannot be read
-  /// to its end. A read that a signal interrupts is repeated.
+  /// Reads the file at `path` once and returns its words. Returns no words, and sets
+  /// `isUnreadable`, if the file cannot be opened or cannot be read to the end. A read that a
+  /// signal interrupts is repeated.
   static Words ReadWords(const std::string& path);
 
   MetadataHelper(const MetadataHelper&) = delete;
   MetadataHelper& operator=(const MetadataHelper&) = delete;
 
-  // Each query looks its member up and throws QDOException, code 3, if the member is missing or of
-  // another type. A missing one is inserted as Undefined. A number is no boolean here, and an
-  // update number must fit a signed 32-bit integer.
+  // Each query returns the value of its member. Throws QDOException with code 3 if the member is
+  // missing or has another type; a missing member is inserted as Undefined. The number 1 is no
+  // boolean. The update number must fit a signed 32-bit integer.
 
-  bool shouldClearRegistry();     ///< "clear": wipe the install record first.
+  bool shouldClearRegistry();     ///< "clear": clear the install record first.
   int getUpdateId();              ///< "updateid": the update number to record.
-  bool shouldRegenerateRandom();  ///< "regenerate": draw a new random identifier in any case.
+  bool shouldRegenerateRandom();  ///< "regenerate": draw a random identifier in any case.
 
  private:
   MetadataHelper();

@@ -7,43 +7,43 @@
 #include <optional>
 #include <string>
 
-/// One entry of a package, as the package's directory describes it.
+/// One entry of a package, as described by the central directory.
 struct PackageEntry {
-  /// What the extraction does with an entry, judged by the name alone.
+  /// The treatment of an entry by the extraction. Only the name of the entry decides.
   enum class Kind {
-    Directory,    ///< The name ends in "/": the extraction makes a directory.
+    Directory,    ///< The extraction makes a directory: the name ends in "/".
     File,         ///< The extraction writes a file.
-    Unreadable,   ///< Skipped: the directory record cannot be read; nothing else is known.
+    Unreadable,   ///< Skipped: the entry's record in the central directory cannot be read.
     NameEmpty,    ///< Skipped.
-    NameTooLong,  ///< Skipped: 512 bytes or more.
-    ClimbsOut,    ///< Skipped: ".." in the name leads above the destination.
+    NameTooLong,  ///< Skipped: the name has 512 bytes or more.
+    ClimbsOut,    ///< Skipped: path traversal, a name that leads above the destination by "..".
   };
 
   Kind kind = Kind::Unreadable;
-  const char* name = "";         ///< Up to its first zero byte; owned by the reader.
-  unsigned long nameLength = 0;  ///< In bytes, as stored.
+  const char* name = "";         ///< Up to the first zero byte. The reader owns the bytes.
+  unsigned long nameLength = 0;  ///< The stored length in bytes.
   unsigned long flags = 0;
   unsigned long method = 0;
   unsigned long madeBy = 0;
   unsigned long externalAttributes = 0;
-  std::uint32_t crc32 = 0;           ///< Of the data, as the directory states it.
-  std::uint64_t compressedSize = 0;  ///< In bytes.
-  std::uint64_t size = 0;            ///< In bytes, before compression.
+  std::uint32_t crc32 = 0;           ///< The stated checksum of the data.
+  std::uint64_t compressedSize = 0;  ///< The stated size in bytes.
+  std::uint64_t size = 0;            ///< The stated size in bytes, before compression.
 };
 
-/// What came of reading an entry's data.
+/// The result of reading the data of an entry.
 struct EntryData {
   enum class End {
-    Unread,    ///< The data was not opened, or not read to its end.
-    Complete,  ///< It has the size and the checksum that the directory states.
-    Early,     ///< It ended before the size that the directory states.
-    Damaged,   ///< Reading failed: what was read before that stays.
-    WrongCrc,  ///< It has the stated size and another checksum.
+    Unread,    ///< The data was not opened, or was not read to the end.
+    Complete,  ///< The data has the stated size and checksum.
+    Early,     ///< The data ended before the stated size.
+    Damaged,   ///< A read failed.
+    WrongCrc,  ///< The data has the stated size and another checksum.
   };
 
   bool isOpened = false;   ///< Whether Open() succeeded.
-  std::uint64_t size = 0;  ///< How many bytes Read() returned.
-  End end = End::Unread;   ///< Settled by Close().
+  std::uint64_t size = 0;  ///< The number of bytes that Read() has returned.
+  End end = End::Unread;   ///< Final after Close().
 };
 
 /// Reads a package (a zip archive) entry by entry, in the order of its central directory.
@@ -56,57 +56,58 @@ struct EntryData {
 ///       }
 ///     }
 ///
-/// This is the only code that reads with the zip library: all that extracts, predicts or compares a
-/// package reads it through this class, and so fails at the same places. Reading stops at the
-/// entry count that the archive states, or at the first entry that cannot be reached. Names are
-/// read into a fixed buffer of 512 bytes, data in portions of 8,192 bytes; nothing else is
-/// allocated per entry. No operation throws.
+/// No other code calls the zip library. Extraction, prediction and comparison read through this
+/// class, and therefore stop at the same errors. Reading ends after the entry count that the
+/// archive states, or at the first entry that cannot be found. All entries share one buffer for
+/// names and one buffer for data. No operation throws. Not thread-safe.
 class PackageReader {
  public:
-  static constexpr std::size_t kNameSize = 512;      ///< Bytes, with the terminating zero.
-  static constexpr std::size_t kPortionSize = 8192;  ///< Bytes.
+  static constexpr std::size_t kNameSize = 512;      ///< In bytes, with the terminating zero.
+  static constexpr std::size_t kPortionSize = 8192;  ///< In bytes.
 
-  /// Opens the archive at `path`, once: an open that is interrupted fails like every other one.
+  /// Opens the archive at `path`. An interrupted open counts as a failure and is not repeated.
   explicit PackageReader(const std::string& path);
 
-  /// Whether the archive could be opened. If not, it has no entries.
+  /// Returns whether the archive could be opened. If not, the package has no entries.
   bool IsOpen() const { return archive_ != nullptr; }
 
-  /// The number of entries that the archive states; 0 if that cannot be read. The archive is asked
-  /// at the first call of EntryCount() or Next(): the extraction makes its destination before.
+  /// Returns the number of entries that the archive states, or 0 if the number cannot be read. The
+  /// first call of EntryCount() or Next() reads the number, after the extraction has made its
+  /// destination.
   std::uint64_t EntryCount();
 
-  /// Moves to the first entry, then to the next one at each call. Returns false after the last.
+  /// Moves to the first entry at the first call, and to the next entry at each later call. Returns
+  /// false after the last entry.
   bool Next();
 
-  /// The current entry. Valid until the next call of Next().
+  /// Returns the current entry. Valid until the next call of Next().
   const PackageEntry& entry() const { return entry_; }
 
-  /// Opens the current entry's data, which Close() must close. Returns false if it cannot be read,
-  /// for example because its method is not supported.
+  /// Opens the data of the current entry. Returns false on failure, for example if the compression
+  /// method is not supported. After a success, the caller calls Close().
   bool Open();
 
-  /// Reads the next portion of the opened data. Returns its size in bytes, 0 at the end of the
-  /// data, a negative number on an error.
+  /// Reads the next bytes of the opened data, at most kPortionSize. Returns the number of bytes, 0
+  /// at the end of the data, or a negative number on failure.
   int Read();
 
-  /// The bytes that the last Read() returned. Valid until the next Read().
+  /// Returns the bytes of the last Read(). Valid until the next Read().
   const char* portion() const { return portion_; }
 
-  /// Makes each Read() fail from the moment that `isStopped` returns true. The installer never
-  /// stops; the companion command does, also in the middle of a large entry.
+  /// Makes a Read() fail while `isStopped` returns true. The companion command thus stops in the
+  /// middle of a large entry. Default: reading never stops, as in the installer.
   void StopWhen(bool (*isStopped)()) { isStopped_ = isStopped; }
 
   /// Closes the opened data.
   void Close();
 
-  /// What came of reading the current entry's data so far. Valid until the next call of Next()
-  /// or Open().
+  /// Returns the result of reading the current entry's data so far. Valid until the next call of
+  /// Next() or Open().
   const EntryData& data() const { return data_; }
 
-  /// The kind of an entry whose stored name has `length` bytes. `name` is its zero-terminated text;
-  /// it is not read if `length` does not fit the name buffer, because it then may be cut and lack
-  /// its zero. Never returns Unreadable.
+  /// Returns the kind of an entry with the zero-terminated `name` and the stored name length
+  /// `length`. Never returns Unreadable. If `length` is kNameSize or more, `name` may be truncated
+  /// and without a terminating zero, and is not read.
   static PackageEntry::Kind KindOf(const char* name, unsigned long length);
 
  private:

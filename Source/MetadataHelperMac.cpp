@@ -8,7 +8,7 @@
 MetadataHelper::Words MetadataHelper::ReadWords(const std::string& path) {
   std::ifstream stream(path);
   Words words;
-  // Ends at every failure: a stream on a directory, for one, never comes to the end of the file.
+  // The loop ends at every failure. For example, a stream on a directory never reaches its end.
   while (stream >> words.last) {
     ++words.count;
   }

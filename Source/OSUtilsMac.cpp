@@ -53,10 +53,10 @@ std::string OSUtils::GetMetadataResourcePath() {
 
 namespace {
 
-constexpr std::size_t kNumberLength = 9;  // of a number's text: a longer one is cut
+constexpr std::size_t kNumberLength = 9;  // in characters: a longer number is truncated
 constexpr mode_t kDirectoryMode = 0777;   // before the umask
 
-/// `number` in decimal, cut at 9 characters.
+/// Returns `number` in decimal, truncated to kNumberLength characters.
 std::string Decimal(int number) {
   return std::to_string(number).substr(0, kNumberLength);
 }
@@ -69,15 +69,15 @@ bool MakeDirectory(const char* path) {
   return mkdir(path, kDirectoryMode) == 0;
 }
 
-/// Writes `directory`, `separator` and `name` to `path`, cut to 1023 bytes. Returns false when no
-/// byte of `name` fits: the path would lead back to the directory itself, or above it.
+/// Writes `directory`, `separator` and `name` to `path`, truncated to 1,023 bytes. Returns false if
+/// no byte of `name` fits: `path` then names the directory itself or a directory above.
 bool ChildPath(PathBuffer& path, const std::string& directory, const char* separator,
                const char* name) {
   std::snprintf(path, sizeof path, "%s%s%s", directory.c_str(), separator, name);
   return directory.length() + std::strlen(separator) + 1 < sizeof path;
 }
 
-/// Removes what the listing entry at `path` is. Links are removed, never followed.
+/// Deletes the directory entry `entry` at `path`. Symbolic links are deleted, never followed.
 void RemoveEntry(const char* path, const dirent& entry) {
   if (entry.d_type == DT_DIR) {
     OSUtils::DeleteDir(path);
@@ -86,7 +86,8 @@ void RemoveEntry(const char* path, const dirent& entry) {
   }
 }
 
-/// Removes every entry that `stream` lists but "." and "..", and the one named `keep` if any.
+/// Deletes every entry that `stream` lists, except ".", ".." and the entry named `keep`. A null
+/// `keep` keeps no entry.
 void RemoveEntries(DIR* stream, const std::string& directory, const char* separator,
                    const char* keep) {
   const auto isKept = [keep](const char* name) {
@@ -101,7 +102,8 @@ void RemoveEntries(DIR* stream, const std::string& directory, const char* separa
   }
 }
 
-/// Opens the directory at `path`, but not one behind a link.
+/// Opens the directory at `path`. Returns null on failure, also if `path` is a symbolic link. The
+/// caller closes the stream.
 DIR* OpenDirectoryItself(const char* path) {
   const int descriptor = open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
   if (descriptor < 0) {
@@ -114,7 +116,8 @@ DIR* OpenDirectoryItself(const char* path) {
   return stream;
 }
 
-/// The streams that stay open until the process ends.
+/// The streams that stay open until the process ends, on purpose. The list keeps them reachable for
+/// leak checkers.
 std::vector<DIR*>& KeptOpen() {
   static auto& streams = *new std::vector<DIR*>;
   return streams;
@@ -166,7 +169,7 @@ const char kFullVersionKey[] = "tFullVersion";
 const char kRandomKey[] = "irandom";
 
 constexpr std::int32_t kAbsent = -1;
-constexpr std::size_t kCarriedTextSize = 128;  // a longer text is not carried across a wipe
+constexpr std::size_t kCarriedTextSize = 128;  // with the zero; a longer string counts as absent
 
 PreferencesDomain Record() {
   return PreferencesDomain(PLIST_SECTION_KEY);
@@ -255,7 +258,7 @@ bool OSUtils::MakeFreshRegistry(WebRegInfo* info) {
   return record.Flush();
 }
 
-// For programs that look at an installation ------------------------------------------------------
+// For programs that examine an installation ------------------------------------------------------
 
 namespace {
 

@@ -8,7 +8,8 @@ namespace {
 
 using Kind = PackageEntry::Kind;
 
-/// Whether `name`, joined to a directory, leads above that directory through "..".
+/// Returns whether `name` is a path traversal: joined to a directory, the name leads above that
+/// directory through "..". For example, "a/../../b" does, and "a/../b" does not.
 bool ClimbsOut(const char* name) {
   int depth = 0;
   while (*name != '\0') {
@@ -75,7 +76,7 @@ int PackageReader::Read() {
 }
 
 void PackageReader::Close() {
-  // The library compares the checksum only when all the data was read.
+  // The library compares the checksum only after all data was read.
   const bool isChecksumRight = unzCloseCurrentFile(archive_.get()) == UNZ_OK;
   if (data_.end == EntryData::End::Complete && !isChecksumRight) {
     data_.end = EntryData::End::WrongCrc;

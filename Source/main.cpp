@@ -10,7 +10,7 @@
 
 namespace {
 
-/// Wipes the record except for the values that it knows.
+/// Clears the preferences domain and keeps the record's four values.
 void ClearRecord() {
   WebRegInfo record;
   OSUtils::OldInfo(&record);
@@ -18,19 +18,21 @@ void ClearRecord() {
   OSUtils::MakeFreshRegistry(&record);
 }
 
-/// Gives the directory `name` under `root`, now the only entry there, its canonical name. When it
-/// cannot be renamed, it keeps its name and the record keeps saying so.
+/// Renames the directory `name`, now the only entry under `root`, to kFinalName, and records the
+/// new name. If the rename fails, the directory and the record keep the old name.
 void RenameToFinalName(const std::string& root, const std::string& name, const std::string& path) {
   const std::string finalPath = OSUtils::CombinePath(root, kFinalName);
   if (name != kFinalName && std::rename(path.c_str(), finalPath.c_str()) == 0) {
-    // Or a loss of power could bring back an old directory, half deleted, under the recorded name.
+    // Without a sync, a power failure could undo the rename but keep the record. The recorded name
+    // could then belong to an old directory, half deleted.
     OSUtils::MakeDurable(finalPath);
     OSUtils::RegisterWebResourcePath(kFinalName);
   }
 }
 
-/// Extracts the package into a fresh directory, records it, and makes it the only one. The record
-/// holds the directory's bare name, never its path: readers join it to the install root.
+/// Extracts the package into a new directory, records the directory, and deletes every other entry
+/// under `root`. The record holds the directory's name, not its path, on purpose: readers append
+/// the name to the install root.
 void Install(const std::string& root) {
   const std::string name = OSUtils::GetUniqueDirectoryName(root);
   std::string path = OSUtils::CombinePath(root, name);
@@ -38,8 +40,8 @@ void Install(const std::string& root) {
   if (!InstallerUtils::UncompressPackageFiles(package, path)) {
     return;
   }
-  // Before the record says that the content is there: a loss of power must not leave a record of
-  // files that are empty, with the old ones deleted.
+  // The sync comes before the record and the deletions. Otherwise a power failure could leave a
+  // record of empty files, with the old files deleted.
   OSUtils::MakeDurable(path);
   if (!OSUtils::RegisterWebResourcePath(name)) {
     return;
@@ -50,18 +52,19 @@ void Install(const std::string& root) {
   RenameToFinalName(root, name, path);
 }
 
-/// The process ends without the library's message, also when an allocation fails before main().
+/// Makes an uncaught exception end the process without the library's message. A constructor
+/// function runs early enough for an allocation that fails before main().
 [[gnu::constructor]] void EndSilently() {
   std::set_terminate(std::abort);
 }
 
 }  // namespace
 
-/// One run, from the bundle to the record. Silent and forgiving on purpose: whatever fails on the
-/// way, a run that completes returns 0. Faulty metadata raises an exception that nothing catches:
-/// the process then aborts, what was done before stays done.
+/// Performs one run. Silent and lenient on purpose: a run that completes returns 0, even if an
+/// operation has failed. Invalid metadata raises an exception that no code catches: the process
+/// aborts, and the changes made before stay.
 int main() {
-  std::signal(SIGXFSZ, SIG_IGN);  // a file beyond the size limit is one more failed write
+  std::signal(SIGXFSZ, SIG_IGN);  // a write beyond the file-size limit fails like any other write
   const std::string root = OSUtils::GetPellamResourceDirectory();
   if (MetadataHelper::getInstance().shouldClearRegistry()) {
     ClearRecord();
