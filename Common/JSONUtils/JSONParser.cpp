@@ -15,7 +15,7 @@ bool IsWhitespace(unsigned char byte) {
   return byte == ' ' || (byte >= '\t' && byte <= '\r');
 }
 
-/// The value of a hexadecimal digit, or -1.
+/// Returns the value of a hexadecimal digit, or -1 for any other byte.
 int HexDigit(unsigned char byte) {
   if (byte >= '0' && byte <= '9') {
     return byte - '0';
@@ -24,7 +24,8 @@ int HexDigit(unsigned char byte) {
   return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
 
-/// Which bytes stand for themselves in a string and do not end it.
+/// Returns a table of the bytes that a string contains unescaped. A quote, a backslash and control
+/// characters are not among them.
 constexpr std::array<bool, 256> PlainBytes() {
   std::array<bool, 256> plain = {};
   for (unsigned int byte = ' '; byte < plain.size(); ++byte) {
@@ -35,27 +36,27 @@ constexpr std::array<bool, 256> PlainBytes() {
 
 constexpr auto kPlain = PlainBytes();
 
-/// What a one-byte escape is decoded to, or 0 when it is not one.
+/// Returns the byte for the escape "\" and `byte`, or 0 if there is no such escape.
 char EscapedByte(unsigned char byte) {
   constexpr std::string_view kEscapes = R"("\/bfnrt)";
   const std::size_t index = kEscapes.find(static_cast<char>(byte));
   return index == std::string_view::npos ? '\0' : "\"\\/\b\f\n\r\t"[index];
 }
 
-/// Wraps at 64 bits, on purpose.
+/// Returns the product, which wraps at 64 bits on purpose.
 long long Product(long long a, long long b) {
   return static_cast<long long>(static_cast<unsigned long long>(a) *
                                 static_cast<unsigned long long>(b));
 }
 
-/// 10 to the power of the low 32 bits of `exponent`, read as signed.
+/// Returns 10 to the power of `exponent`, truncated to a signed 32-bit integer on purpose.
 double Scale(long long exponent) {
   const auto power = static_cast<std::int32_t>(static_cast<std::uint32_t>(exponent));
-  return power == 0 ? 1 : std::pow(10.0, power);  // pow() is slow, and most numbers have none
+  return power == 0 ? 1 : std::pow(10.0, power);  // most numbers need no slow pow()
 }
 
-/// A power of ten truncated to 32 bits; every one out of range gives the smallest integer, on
-/// purpose.
+/// Returns `scale` truncated to a 32-bit integer. A scale out of range gives the smallest integer,
+/// on purpose.
 std::int32_t IntegerScale(double scale) {
   constexpr auto kSmallest = std::numeric_limits<std::int32_t>::min();
   return scale < -static_cast<double>(kSmallest) ? static_cast<std::int32_t>(scale) : kSmallest;
@@ -66,7 +67,7 @@ std::int32_t IntegerScale(double scale) {
 QDOJSONValue::~QDOJSONValue() {
   switch (type) {
     case String:
-      delete stringValue;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
+      delete stringValue;  // GCOVR_EXCL_BR_LINE: the compiler's test for null, here and below
       break;
     case Object:
       delete objectValue;  // GCOVR_EXCL_BR_LINE
@@ -83,7 +84,7 @@ bool QDOJSONText::scanNumber(Number& number) {
   number = 0LL;
   const long long sign = take('-') ? -1 : 1;
   if (byteAt(0) == '0' && isDigit(1)) {
-    return false;  // no leading zeros
+    return false;  // a leading zero is a syntax error
   }
   long long mantissa = 0;
   if (!adv_digits(mantissa)) {
@@ -131,7 +132,7 @@ bool QDOJSONText::scanExponent(long long& exponent, bool& positive) {
 
 bool QDOJSONText::adv_digits(long long& value) {
   const unsigned int start = position_;
-  unsigned long long digits = 0;  // unsigned: overflow wraps, on purpose
+  unsigned long long digits = 0;  // unsigned, because overflow wraps on purpose
   for (; !atEnd() && isDigit(0); ++position_) {
     digits = digits * 10 + (byteAt(0) - static_cast<unsigned int>('0'));
   }
@@ -141,7 +142,7 @@ bool QDOJSONText::adv_digits(long long& value) {
 
 bool QDOJSONText::adv_decimal_digits(double& value) {
   const unsigned int start = position_;
-  std::uint32_t divisor = 1;  // 32 bits: wraps from the tenth digit on, on purpose
+  std::uint32_t divisor = 1;  // 32 bits, on purpose: the divisor wraps from the tenth digit on
   value = 0;
   for (; !atEnd() && isDigit(0); ++position_) {
     value = value * 10.0 + (byteAt(0) - '0');
@@ -182,7 +183,7 @@ bool QDOJSONText::scanRestOfString(UTF8String* destination) {
 }
 
 void QDOJSONText::skipPlainBytes() {
-  unsigned int next = position_;  // a local: the position itself would be stored at each step
+  unsigned int next = position_;  // a local variable, because the member is stored at each step
   while (next < length_ && kPlain[input_[next]]) {
     ++next;
   }
@@ -235,7 +236,7 @@ void QDOJSONText::appendCodePt(unsigned int codePoint, UTF8String* destination) 
     bytes[1] = static_cast<char>(0x80U | ((codePoint >> 6U) & 0x3FU));
     bytes[2] = static_cast<char>(0x80U | (codePoint & 0x3FU));
   }
-  destination->append(bytes);  // as a zero-terminated text: code point 0 vanishes, on purpose
+  destination->append(bytes);  // code point 0 is the empty zero-terminated string, on purpose
 }
 
 void QDOJSONText::skipWhitespace() {

@@ -15,7 +15,7 @@ struct QDOJSONValue;
 using QDOJSONObject = std::map<UTF8String, std::shared_ptr<QDOJSONValue>>;
 using QDOJSONArray = std::vector<std::shared_ptr<QDOJSONValue>>;
 
-/// One parsed node: a type and the payload that belongs to it.
+/// One node of the tree: a type and its payload.
 struct QDOJSONValue {
   enum Type : std::uint32_t {
     String = 0,
@@ -25,7 +25,7 @@ struct QDOJSONValue {
     Array = 4,
     Boolean = 5,
     Null = 6,
-    Unset = 7,  ///< The state of a node until a value is scanned into it.
+    Unset = 7,  ///< The state of a node before a value is scanned.
   };
 
   QDOJSONValue() = default;
@@ -34,7 +34,8 @@ struct QDOJSONValue {
   QDOJSONValue& operator=(const QDOJSONValue&) = delete;
 
   Type type = Unset;
-  /// The member of the type; strings, objects and arrays are owned.
+  /// The payload: the member that belongs to `type`. The node owns the string, object or array and
+  /// deletes the payload in its destructor.
   union {
     long long integerValue = 0;
     double doubleValue;
@@ -45,16 +46,17 @@ struct QDOJSONValue {
   };
 };
 
-/// Reads the tokens of a JSON text: what the grammar needs whatever the text becomes.
+/// Reads the tokens of a JSON text: the part of the scanner that does not depend on the target.
 class QDOJSONText {
  protected:
   using Number = std::variant<long long, double>;
 
   QDOJSONText(const unsigned char* input, unsigned int length) : input_(input), length_(length) {}
 
-  // Each works at the position and moves it; bool results say success.
+  // Each operation reads at the current position and moves the position. A bool result tells
+  // whether the operation succeeded.
 
-  /// A number that fails is 0, of the type that was certain by then.
+  /// On failure, `number` is 0: a double if the scanner has read a decimal point, else an integer.
   bool scanNumber(Number& number);
   bool scanExponent(long long& exponent, bool& positive);
   bool adv_digits(long long& value);
@@ -73,19 +75,19 @@ class QDOJSONText {
   static void appendCodePt(unsigned int codePoint, UTF8String* destination);
 
   void skipWhitespace();
-  /// Steps over one UTF-8 character; false, without moving, when there is none.
+  /// Skips one UTF-8 character. Returns false, and does not move, if no valid character follows.
   bool advance();
 
-  /// The byte `offset` after the position. The zero byte after the text bounds every look ahead:
-  /// each caller has seen the bytes before to be other than zero.
+  /// Returns the byte `offset` bytes after the position. Requires: the bytes from the position up
+  /// to `offset` are not zero. The zero byte after the text therefore ends every look-ahead.
   unsigned char byteAt(unsigned int offset) const { return input_[position_ + offset]; }
   bool isContinuation(unsigned int offset) const { return (byteAt(offset) & 0xC0U) == 0x80U; }
   bool isDigit(unsigned int offset) const { return byteAt(offset) >= '0' && byteAt(offset) <= '9'; }
   bool atEnd() const { return position_ >= length_; }
   unsigned int remaining() const { return atEnd() ? 0 : length_ - position_; }
-  /// Steps over `expected` when it is the next byte.
+  /// Skips the next byte if that byte is `expected`. Returns whether the byte was skipped.
   bool take(char expected);
-  /// take(), within the text only.
+  /// The same as take(), but returns false at the end of the text.
   bool takeInText(char expected) { return !atEnd() && take(expected); }
 
  private:
@@ -94,24 +96,31 @@ class QDOJSONText {
   unsigned int position_ = 0;
 };
 
-/// A lenient recursive-descent JSON scanner. It parses in its constructor, in a single pass, and
-/// afterwards only serves the root.
+/// A lenient recursive-descent JSON scanner. The constructor parses the text in one pass.
 ///
-/// A syntax error is a false result and nothing else: the values read so far stay in the root, each
-/// with the type it was given, and what was read of a failed string or container stays in it. What
-/// follows the root value is not examined. Nesting costs stack and is not limited.
+///     const unsigned char text[] = R"({"a":[1,true]})";
+///     const QDOJSONParserImplHelper scanner(text, sizeof text - 1);
+///     scanner.succeeded();      // true
+///     scanner.getRoot()->type;  // QDOJSONValue::Object
 ///
-/// Lenient or odd on purpose, each kept exactly:
+/// A syntax error makes succeeded() return false. The root keeps the members or elements before the
+/// error, and drops the member or element with the error: `{"a":1,"b":[2,tru]}` gives an object
+/// with only "a". A root string keeps the bytes before the error. Text after the root value is
+/// ignored. Each level of nesting uses stack; the depth has no limit. Not thread-safe, except that
+/// several threads may call const operations.
+///
+/// These quirks are kept on purpose:
 ///  - vertical tab and form feed are whitespace;
-///  - a byte that starts no value leaves one unset: `[1,]` has two elements, `{"a":}` a member;
+///  - a byte that starts no value gives an unset value: `[1,]` has two elements, and `{"a":}` has
+///    one member;
 ///  - the first of several equal keys wins;
-///  - `\u` escapes are encoded one by one, surrogates too, and `\u0000` vanishes;
-///  - an integer with a positive exponent is multiplied by a 32-bit scale: 1e2 is the integer 100,
-///    but 1e10 is -2147483648 and 1.5e10 is -3221225472.0;
-///  - the divisor of a fraction is 32 bits wide: it wraps from the tenth digit on;
+///  - each `\u` escape is encoded separately, even a surrogate, and `\u0000` adds no byte;
+///  - the scale of a positive exponent is a 32-bit integer: 1e2 is the integer 100, but 1e10 is
+///    -2147483648 and 1.5e10 is -3221225472.0;
+///  - the divisor of a fraction is a 32-bit integer, which wraps from the tenth digit on;
 ///  - integers wrap at 64 bits.
 ///
-/// `Target` says what the text becomes: see QDOJSONTree.
+/// `Target` defines the result of the scan, for example QDOJSONTree.
 template <typename Target>
 class QDOJSONScanner : public QDOJSONText {
  public:
@@ -120,14 +129,14 @@ class QDOJSONScanner : public QDOJSONText {
   using Object = typename Target::Object;
   using Array = typename Target::Array;
 
-  /// Parses `length` bytes at `input`, which must be followed by a zero byte. The bytes are not
-  /// used after construction.
+  /// Parses the `length` bytes at `input`. Keeps no reference to the bytes.
+  /// Requires: a zero byte follows the bytes.
   QDOJSONScanner(const unsigned char* input, unsigned int length, Target target = Target())
       : QDOJSONText(input, length), target_(target) {
     result_ = parseValue(Target::valueOf(root_));
   }
 
-  /// Whether the root value was parsed without an error.
+  /// Returns whether the root value was parsed without a syntax error.
   bool succeeded() const { return result_; }
   const Child& getRoot() const& { return root_; }
   Child getRoot() && { return std::move(root_); }
@@ -155,7 +164,8 @@ class QDOJSONScanner : public QDOJSONText {
         target_.becomeNull(value);
         return scanRestOfNull();
       default:
-        // Any other byte leaves the value unset, on purpose: the caller judges it.
+        // Any other byte leaves the value unset, on purpose. The caller rejects or accepts the
+        // byte.
         return !(isDigit(0) || byteAt(0) == '-' || byteAt(0) == '.') || parseNumber(value);
     }
   }
@@ -243,8 +253,8 @@ class QDOJSONScanner : public QDOJSONText {
   Child root_ = Target::makeChild();
 };
 
-/// What a scanner needs to make a tree. Value: what a JSON value is read into, unset at first.
-/// Child: one that is not yet in its container. Key: a key that is not yet in its object.
+/// The target of a scanner that makes a tree. The scanner reads a JSON value into a Value, which is
+/// unset at first. A Child is a value, and a Key is a key, before their insertion into a container.
 struct QDOJSONTree {
   using Value = QDOJSONValue;
   using Child = std::shared_ptr<QDOJSONValue>;
@@ -255,7 +265,7 @@ struct QDOJSONTree {
   static Child makeChild() { return std::make_shared<QDOJSONValue>(); }
   static Value& valueOf(const Child& child) { return *child; }
 
-  // The payload is stored before the type: a node that cannot be filled stays unset.
+  // The payload is stored before the type: if the allocation fails, the node stays unset.
 
   static Object* becomeObject(Value& value) {
     value.objectValue = new Object;
@@ -285,11 +295,11 @@ struct QDOJSONTree {
   }
   static void becomeNull(Value& value) { value.type = Value::Null; }
 
-  /// A key that is not taken is treated as a syntax error.
+  /// Returns whether the target accepts the key. The scanner treats another key as a syntax error.
   static bool takesKey(const UTF8String& /*text*/) { return true; }
   static Key makeKey(const UTF8String& text) { return text; }
-  /// Drops the member when the object has an equal key. Not emplace(), which looks keys up in
-  /// another way: under the order of the empty key a library may then lose the member of a new key.
+  /// Inserts the member, unless the object has an equal key. Does not call emplace(): the order of
+  /// the empty key is inconsistent, and emplace() of some libraries then drops a new key.
   static void insert(Object* object, Key key, Child member) {
     object->insert(Object::value_type(std::move(key), std::move(member)));
   }

@@ -5,7 +5,7 @@
 
 namespace {
 
-/// The low 16 bits, read as signed.
+/// Returns the low 16 bits of `value` as a signed integer.
 std::int16_t Low16(unsigned long value) {
   return static_cast<std::int16_t>(static_cast<std::uint16_t>(value));
 }
@@ -39,7 +39,7 @@ UTF8String& UTF8String::append(char byte) {
 
 std::int16_t UTF8String::compare(const UTF8String& other) const {
   if (bytes_.empty() || other.bytes_.empty()) {
-    return length() == other.length() ? 0 : -1;  // -1 both ways round, on purpose
+    return length() == other.length() ? 0 : -1;  // -1 in both directions, on purpose
   }
   const int bytes = std::memcmp(str(), other.str(), std::min(length(), other.length()));
   if (bytes != 0) {

@@ -4,10 +4,16 @@
 #include <cstdint>
 #include <string>
 
-/// The string in which the JSON scanner collects texts and keys. It stores and counts bytes and
-/// knows nothing of UTF-8 beyond its name.
+/// The string of the JSON scanner. The class stores and counts bytes, and never checks whether the
+/// bytes are valid UTF-8.
 ///
-/// Operations that take a `const char*` stop at its first zero byte; the others keep zero bytes.
+///     UTF8String key("id");
+///     key.append('^');
+///     key.length();  // 3
+///     key[3];        // '\0'
+///
+/// Operations with a `const char*` stop at the first zero byte. The other operations keep zero
+/// bytes. Not thread-safe, except that several threads may call const operations.
 class UTF8String {
  public:
   UTF8String() = default;
@@ -24,25 +30,27 @@ class UTF8String {
 
   unsigned long length() const { return bytes_.length(); }
 
-  /// The bytes with a terminating zero; valid until the string is changed or destroyed.
+  /// Returns the bytes with a terminating zero. Valid until the string is changed or destroyed.
   const char* str() const { return bytes_.c_str(); }
 
-  /// The byte at `index`, or 0 at and past the length.
+  /// Returns the byte at `index`. Returns 0 if `index` is length() or more.
   char operator[](unsigned long index) const { return index < length() ? bytes_[index] : '\0'; }
 
-  /// Removes up to `count` bytes from `index` on. Throws std::out_of_range when `index` is past the
-  /// length.
+  /// Removes up to `count` bytes, starting at `index`. Throws std::out_of_range if `index` is more
+  /// than length().
   void erase(unsigned long index, unsigned long count) { bytes_.erase(index, count); }
 
-  /// Three-way comparison: bytes as unsigned, then lengths; the result's low 16 bits.
+  /// Returns a negative number, 0 or a positive number: the order of the bytes as unsigned numbers,
+  /// then the difference of the lengths.
   ///
-  /// An empty and a non-empty string each compare as less than the other, on purpose: a map that
-  /// holds the empty key beside others may miss it or hold it twice.
+  /// Two quirks are kept on purpose. The difference is truncated to 16 bits: one byte "a" equals
+  /// 65,537 bytes "a". An empty string and any other string are each less than the other: a map may
+  /// miss an empty key, or hold the key twice.
   std::int16_t compare(const UTF8String& other) const;
 
-  /// Reads the whole string as an unsigned decimal number; overflow wraps. Returns false at the
-  /// first byte that is not a digit (no sign, no whitespace), with `out` the number before it. An
-  /// empty string is 0.
+  /// Reads the string as an unsigned decimal number into `out`. Overflow wraps at 64 bits. Returns
+  /// whether every byte is a digit; a sign and whitespace are no digits. If not, `out` is the
+  /// number before the first other byte. An empty string gives true and 0.
   bool scanWSInt64(long long& out) const;
 
  private:

@@ -5,31 +5,34 @@
 
 class QDOObject;
 
-/// A failure of the dynamic-value code: one code from a fixed vocabulary of fourteen.
+/// A failure of an operation on dynamic values, described by a code from 0 to 13.
 ///
-/// Thrown here: 1 (out of memory), 2 (null) and 3 (wrong type). Thrown by value, caught by
-/// reference. Nothing allocates.
+/// The operations throw the codes 1 (memory exhausted), 2 (null) and 3 (wrong type). Throw
+/// exceptions by value and catch them by reference. No operation allocates memory. An object never
+/// changes, so several threads may read the object.
 class QDOException : public std::exception {
  public:
   explicit QDOException(int code) noexcept : code_(code) {}
 
   int getCode() const noexcept { return code_; }
 
-  /// The static message of the code. Code 9 and, on purpose, every code outside 0 to 13, negative
-  /// ones included, share "Not Enough Information".
+  /// Returns the message of the code. The string is static: do not free it. The message of code 9,
+  /// "Not Enough Information", is also the message of every code outside 0 to 13, on purpose.
   const char* what() const noexcept override;
 
-  /// The process-wide prototype of every out-of-memory report, code 1. Throw a copy of it.
+  /// Returns the prototype with code 1, which lives until the process ends. Throw a copy of the
+  /// prototype.
   static QDOException& NotEnoughMemory();
 
  private:
   int code_;
 };
 
-/// A QDOException that names the value concerned.
+/// A QDOException with a pointer to the value concerned.
 class QDOObjectException : public QDOException {
  public:
-  /// `object` is not owned, may be null, and has meaning only while that value lives.
+  /// Stores `object`, which may be null. The caller keeps the ownership of the value. Do not use
+  /// getObject() after the value is destroyed.
   QDOObjectException(int code, const QDOObject* object) noexcept
       : QDOException(code), object_(object) {}
 

@@ -9,31 +9,31 @@
 #include <type_traits>
 #include <vector>
 
-/// A dynamic value: at any moment exactly one value of one of fourteen kinds.
+/// A dynamic value of one of fourteen types.
 ///
 ///     QDOObject map;
 ///     map.set(QDOObject::Map);
 ///     map["answer"].set(42);
-///     QDOObject view = map;              // a second view of the same map
-///     view["answer"].getQDOInt32();      // 42
+///     QDOObject copy = map;          // shares the map
+///     copy["answer"].set(43);
+///     map["answer"].getQDOInt32();   // 43
 ///
-/// Copying never duplicates a string or a container: a copy gets its own holder, which shares
-/// the same element through an atomic count, so a change made through one copy is seen through the
-/// other. Values may nest to any depth: destroying them takes a bounded part of the stack.
+/// A copy shares the string or the container of the original: a change through one copy is visible
+/// through all copies. The last copy frees the string or the container. Values may nest to any
+/// depth, because a destruction uses a bounded part of the stack.
 ///
-/// A container placed inside itself is never freed; nothing detects it. The value inside may break
-/// the cycle by any setter, by destroy() or by a clear operation such as clearMap(): that value is
-/// then freed itself, and the reference that the setter returns must not be used. The container's
-/// own operations, such as clear() and erase(), must not remove that value: they would free the
-/// container while they work on it.
+/// Do not put a container into itself: the cycle of references is not detected and is never freed.
+/// A setter, destroy() or a clear operation such as clearMap() on the inner value breaks the cycle.
+/// The call may destroy the inner value: do not use the reference that a setter returns. Do not
+/// break the cycle through the container itself: see getVector() and getMap().
 ///
-/// A value is used by one thread at a time; values that share an element may be copied and
-/// destroyed on different threads.
+/// Only one thread at a time may use a value. Different threads may copy and destroy different
+/// values that share a string or a container.
 class QDOObject {
  public:
-  /// The numbers are fixed.
+  /// The type of a value. The numbers are fixed.
   enum Type : std::uint32_t {
-    Undefined = 0,  ///< Nothing: the state of a new value and after every failure.
+    Undefined = 0,  ///< No value: the state of a new value.
     Bool = 1,
     UInt32 = 2,
     Int32 = 3,
@@ -43,29 +43,30 @@ class QDOObject {
     Double = 7,
     Vector = 8,
     Map = 9,
-    Handle = 10,  ///< A shared object of a kind defined elsewhere.
+    Handle = 10,  ///< A shared object of a class that is defined elsewhere.
     Set = 11,
     ProxyId = 12,
-    Null = 13,  ///< A deliberate, present null.
+    Null = 13,  ///< A null value, for example JSON's null.
   };
 
   QDOObject() noexcept = default;
   QDOObject(const QDOObject& other) { set(other); }
-  /// Takes over the payload without allocating; `other` is left Undefined.
+  /// Moves the value of `other` without an allocation and leaves `other` Undefined.
   QDOObject(QDOObject&& other) noexcept;
   virtual ~QDOObject() { destroy(); }
 
   QDOObject& operator=(const QDOObject& other) { return set(other); }
   QDOObject& operator=(QDOObject&& other) noexcept;
 
-  /// A Bool holding `value`.
+  /// Returns a Bool with `value`.
   static QDOObject makeBool(bool value) noexcept;
 
-  // Setters. What the value held is released last: the argument may lie in it. Memory exhaustion
-  // while a string or a container is made throws QDOException code 1 and leaves Undefined.
+  // Setters. Each setter replaces the old value and returns this value. The old value is released
+  // last, so the argument may be a part of the old value. A setter that makes a string or a
+  // container throws QDOException with code 1 if memory is exhausted; this value is then Undefined.
 
-  QDOObject& set(const long long& value);  ///< Int64
-  /// Int64, from every integer type whose values all fit.
+  QDOObject& set(const long long& value);  ///< Makes an Int64.
+  /// Makes an Int64, from every integer type whose values all fit.
   template <typename Integer,
             typename = std::enable_if_t<std::is_integral_v<Integer> &&
                                         std::numeric_limits<Integer>::digits <=
@@ -73,63 +74,74 @@ class QDOObject {
   QDOObject& set(Integer value) {
     return set(static_cast<const long long&>(static_cast<long long>(value)));
   }
-  QDOObject& set(bool value) = delete;  ///< Not an integer: see makeBool().
-  QDOObject& set(double value);         ///< Double
-  /// String, copied from a zero-terminated text. Null throws QDOException code 2 and changes
-  /// nothing.
+  QDOObject& set(bool value) = delete;  ///< Deleted, because makeBool() makes a Bool.
+  QDOObject& set(double value);         ///< Makes a Double.
+  /// Makes a String from the zero-terminated `text`. Throws QDOException with code 2, and keeps the
+  /// old value, if `text` is null.
   QDOObject& set(const char* text);
-  /// The initial value of a kind: false, 0, an empty string or container, an empty Handle. A type
-  /// above Null gives Undefined.
+  /// Makes the initial value of `type`: false, 0, an empty string or container, or a Handle without
+  /// content. A type above Null makes Undefined.
   QDOObject& set(Type type);
-  /// A sharing copy, in constant time. Setting a value to itself leaves it Undefined, on purpose.
-  /// A source of a shared kind that holds nothing throws QDOObjectException code 2 without an
-  /// object; the value is then left tagged String for a String, Undefined for the other kinds.
+  /// Makes a copy of `other` in constant time. The copy of a string or a container is shared. A
+  /// copy of a value to itself makes the value Undefined, on purpose. Throws std::bad_alloc, and
+  /// leaves this value Undefined, if memory is exhausted.
+  ///
+  /// Throws QDOObjectException with code 2 and a null object if `other` is without content: a
+  /// Handle, or a String, Vector, Map or Set after a clear operation. This value is then a String
+  /// without content if `other` is a String, else Undefined, on purpose.
   QDOObject& set(const QDOObject& other);
+  /// Makes a String from the zero-terminated `text`. Requires: `text` is not null.
   void setString(const char* text);
-  /// ProxyId, taken from another ProxyId or a value that IsUInt(); 0 from anything else.
+  /// Makes a ProxyId from another ProxyId, or from a value that satisfies IsUInt(). Any other value
+  /// gives the identifier 0.
   QDOObject& setProxyId(const QDOObject& source);
 
-  void createVector();  ///< An empty Vector.
-  void createMap();     ///< An empty Map.
-  void createSet();     ///< An empty Set.
+  void createVector();  ///< Makes an empty Vector.
+  void createMap();     ///< Makes an empty Map.
+  void createSet();     ///< Makes an empty Set.
 
-  // Each releases the holder when the value is of its kind and does nothing otherwise. The type
-  // stays; the value then holds nothing.
+  // Each operation releases this value's reference to its content, if the value has the type in the
+  // name. The type stays, and the value is then without content. Other copies keep the content.
 
   void clearString() noexcept { clear(String); }
   void clearVector() noexcept { clear(Vector); }
   void clearMap() noexcept { clear(Map); }
   void clearSet() noexcept { clear(Set); }
 
-  /// Leaves the value Undefined and releases what it held. Nothing can be thrown: elements are held
-  /// by std::shared_ptr, which lets no exception out of what it frees.
+  /// Makes this value Undefined and releases the old value. Never throws: a std::shared_ptr owns
+  /// the content and lets no exception out of a destructor.
   void destroy() noexcept;
 
   Type getType() const noexcept { return type_; }
 
-  /// Whether the value is an integer that fits a signed 32-bit integer. A UInt64 is read as signed
-  /// for this, on purpose: 2^64 - 2^31 and above pass and read back negative.
+  /// Returns whether the value is an integer that fits a signed 32-bit integer. A UInt64 counts as
+  /// a signed number, on purpose: getQDOInt32() of the UInt64 2^64 - 1 returns -1.
   bool IsInt32() const noexcept;
-  /// Whether the value is an integer that fits an unsigned 32-bit integer.
+  /// Returns whether the value is an integer that fits an unsigned 32-bit integer.
   bool IsUInt() const noexcept;
 
-  // Getters. There are no conversions: a value of another type throws QDOException code 3. A string
-  // or container that holds nothing throws QDOObjectException code 2 naming this value.
+  // Getters. A getter converts no type: it throws QDOException with code 3 if the value has another
+  // type. A getter of a string or a container throws QDOObjectException with code 2 and this value
+  // if the value is without content.
 
   bool getBool() const;
-  std::int32_t getQDOInt32() const;    ///< Any value that IsInt32().
-  std::uint32_t getQDOUInt32() const;  ///< Any value that IsUInt().
+  std::int32_t getQDOInt32() const;    ///< Throws unless IsInt32().
+  std::uint32_t getQDOUInt32() const;  ///< Throws unless IsUInt().
   std::int64_t getInt64() const;
   double getDouble() const;
   std::uint32_t getProxyIdentifier() const;
-  /// The shared string itself, valid while any copy of this value holds it.
+  /// Returns the shared string. The reference is valid until the last copy releases the string.
   const std::string& getString() const { return element<std::string>(String); }
-  /// The shared vector itself, valid while any copy of this value holds it.
+  /// Returns the shared vector. The reference is valid until the last copy releases the vector. If
+  /// the vector contains itself, do not break the cycle through an operation of std::vector, for
+  /// example clear(): the call could destroy the vector while the call is in progress.
   std::vector<QDOObject>& getVector() { return element<std::vector<QDOObject>>(Vector); }
   const std::vector<QDOObject>& getVector() const {
     return element<std::vector<QDOObject>>(Vector);
   }
-  /// The shared map itself, valid while any copy of this value holds it.
+  /// Returns the shared map. The reference is valid until the last copy releases the map. If the
+  /// map contains itself, do not break the cycle through an operation of std::map, for example
+  /// clear(): the call could destroy the map while the call is in progress.
   std::map<std::string, QDOObject>& getMap() {
     return element<std::map<std::string, QDOObject>>(Map);
   }
@@ -137,15 +149,16 @@ class QDOObject {
     return element<std::map<std::string, QDOObject>>(Map);
   }
 
-  /// The map member named `key`, inserted as Undefined when absent. Another type throws
-  /// QDOObjectException code 3 naming this value, unlike getMap(), on purpose.
+  /// Returns the map's member named `key`. A missing member is inserted as Undefined. Throws
+  /// QDOObjectException with code 3 and this value if the value is no Map: another class than
+  /// getMap() throws, on purpose.
   QDOObject& operator[](const std::string& key);
 
  private:
-  /// Shares one string, vector, map, set or handle object among all values that hold it.
+  /// One reference to a string, vector, map, set or handle object. Each value has its own Holder.
   struct Holder {
     std::shared_ptr<void> element;
-    Holder* next = nullptr;  ///< While it waits to be freed.
+    Holder* next = nullptr;  ///< The next Holder in the list of Holders that wait to be freed.
   };
 
   struct Release {
@@ -156,18 +169,18 @@ class QDOObject {
   Holder* holder() const noexcept;
   void setHolder(Holder* holder) noexcept;
   void clear(Type type) noexcept;
-  /// Empties the value. What it held lives as long as the result, which every caller keeps until it
-  /// no longer uses the value or an argument: either may lie in what is freed.
+  /// Makes the value Undefined and returns the old content. Keep the result as long as the value or
+  /// an argument is in use, because either may be a part of the old content.
   [[nodiscard]] Held detach() noexcept;
-  /// Makes this a `type` that holds what `makeElement` returns: a shared pointer to its element.
+  /// Makes a value of `type` with the content that `makeElement` returns as a std::shared_ptr.
   template <typename Make>
   void hold(Type type, Make makeElement);
   template <typename Element>
   Element& element(Type type) const;
 
   Type type_ = Undefined;
-  /// The value's bits, or the address of a Holder that this value owns, or null. One integer, so
-  /// that each kind reads defined bits whatever the slot held before.
+  /// The bits of the value, the address of a Holder that this value owns, or null. The member is
+  /// one integer, so that a read of any type gets defined bits after a write of another type.
   std::uint64_t payload_ = 0;
 };
 

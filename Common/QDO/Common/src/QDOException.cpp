@@ -18,7 +18,7 @@ constexpr const char* kMessages[] = {
 }  // namespace
 
 const char* QDOException::what() const noexcept {
-  const auto index = static_cast<unsigned int>(code_);  // negative: out of range, on purpose
+  const auto index = static_cast<unsigned int>(code_);  // a negative code is too large, on purpose
   return kMessages[index < std::size(kMessages) ? index : kNotEnoughInformation];
 }
 

@@ -13,8 +13,8 @@ namespace {
 constexpr int kNullDereference = 2;
 constexpr int kUnexpectedType = 3;
 
-/// Values nested deeper are destroyed after the one they are in: a value that was built within the
-/// stack must not overflow it when it goes, at the latest when the process ends.
+/// The deepest nesting that is destroyed recursively. Values nested deeper wait in a list until the
+/// recursion ends, so that no destruction overflows the stack.
 constexpr unsigned int kFreedOnTheStack = 100;
 
 bool IsShared(QDOObject::Type type) {
@@ -54,7 +54,7 @@ QDOObject QDOObject::makeBool(bool value) noexcept {
 }
 
 QDOObject& QDOObject::set(const long long& value) {
-  const auto bits = static_cast<std::uint64_t>(value);  // the value may lie in this slot
+  const auto bits = static_cast<std::uint64_t>(value);  // read first: may be in this payload
   const Held held = detach();
   type_ = Int64;
   payload_ = bits;
@@ -101,7 +101,7 @@ QDOObject& QDOObject::set(Type type) {
 }
 
 QDOObject& QDOObject::set(const QDOObject& other) {
-  const Held held = detach();  // leaves Undefined, which may be the other's type, too
+  const Held held = detach();  // if `other` is this value, its type is Undefined from here on
   if (other.type_ > Null) {
     return *this;  // a type above Null does not survive a copy
   }
@@ -111,7 +111,7 @@ QDOObject& QDOObject::set(const QDOObject& other) {
     setHolder(new Holder{other.holder()->element});
   } else {
     setHolder(nullptr);
-    type_ = other.type_ == String ? String : Undefined;  // the difference is on purpose
+    type_ = other.type_ == String ? String : Undefined;  // different for String, on purpose
     throw QDOObjectException(kNullDereference, nullptr);
   }
   type_ = other.type_;
@@ -177,7 +177,7 @@ QDOObject::Held QDOObject::detach() noexcept {
 
 void QDOObject::Release::operator()(Holder* holder) const noexcept {
   if (holder->element.use_count() > 1) {
-    delete holder;  // GCOVR_EXCL_BR_LINE: delete's own test for null, here and below
+    delete holder;  // GCOVR_EXCL_BR_LINE: the compiler's test for null, here and below
     return;
   }
   thread_local unsigned int depth = 0;

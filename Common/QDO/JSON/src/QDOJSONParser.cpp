@@ -5,15 +5,16 @@
 
 namespace {
 
-/// The string rule. The text loses a trailing "^" that marks it.
+/// Sets `value` to the string or the ProxyId of `text`. Removes the "^" that marks a ProxyId or an
+/// escaped "^" from `text`.
 void SetText(QDOObject& value, UTF8String& text, bool proxyConvention) {
-  // Counted as an unsigned 32-bit number, like every length of the scanner.
+  // An unsigned 32-bit integer, like every length of the scanner.
   const auto length = static_cast<std::uint32_t>(text.length());
   if (proxyConvention && length >= 2 && text[length - 1] == '^') {
     text.erase(length - 1, 1);
     if (text[length - 2] != '^') {
       long long identifier = 0;
-      text.scanWSInt64(identifier);  // whether it was all digits is not asked
+      text.scanWSInt64(identifier);  // bytes after the digits are ignored, on purpose
       value.setProxyId(QDOObject().set(identifier));
       return;
     }
@@ -21,7 +22,7 @@ void SetText(QDOObject& value, UTF8String& text, bool proxyConvention) {
   value.set(text.str());
 }
 
-/// What a scanner needs to make values without a tree in between (see QDOJSONTree).
+/// The target of a scanner that makes values directly, without a tree (see QDOJSONTree).
 struct ValueTarget {
   using Value = QDOObject;
   using Child = QDOObject;
@@ -42,9 +43,9 @@ struct ValueTarget {
   }
   static void becomeNull(Value& value) { value.set(QDOObject::Null); }
 
-  /// Refuses the keys whose lengths UTF8String::compare() may confuse: on purpose, a tree takes
-  /// some of them for equal. The empty key has an odd order in a tree, too, but of equal keys the
-  /// first one counts both ways.
+  /// Rejects long keys: fromJSON() then parses the text into a tree. There UTF8String::compare()
+  /// takes some keys with very different lengths for equal, on purpose. The inconsistent order of
+  /// the empty key needs no tree: the first of equal keys wins in both cases.
   bool takesKey(const UTF8String& text) const {
     metLongKey = text.length() > std::numeric_limits<std::int16_t>::max();
     return !metLongKey;
@@ -52,7 +53,7 @@ struct ValueTarget {
   static Key makeKey(const UTF8String& text) { return {text.str(), text.length()}; }
   // NOLINTNEXTLINE(performance-unnecessary-value-param): it is moved on
   static void insert(Object* object, Key key, Child member) {
-    // The first of equal keys wins. Keys often come in order: then the end is the place.
+    // The first of equal keys wins. The end is the right hint for keys in ascending order.
     object->try_emplace(object->end(), std::move(key), std::move(member));
   }
 
@@ -62,7 +63,7 @@ struct ValueTarget {
 
 }  // namespace
 
-// By value, as its callers expect it.
+// The parameter is a copy, because the callers expect this signature.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxyConvention) {
   QDOObject result;
@@ -94,7 +95,7 @@ QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxy
       result.set(QDOObject::Null);
       break;
     default:
-      break;  // unset: Undefined
+      break;  // an unset node becomes Undefined
   }
   return result;
 }

@@ -7,41 +7,46 @@
 #include "JSONParser.h"
 #include "QDOObject.h"
 
-/// JSON text to dynamic values.
+/// Converts JSON text to dynamic values. Several threads may call fromJSON().
+///
+///     QDOObject value = QDOJSONParser::fromJSON(R"({"updateid":7})", false);
+///     value["updateid"].getQDOInt32();  // 7
 class QDOJSONParser {
  public:
   QDOJSONParser() = delete;
 
-  /// Parses `text` and converts what was read, without asking whether it was all read: a syntax
-  /// error raises nothing, and the value holds what came before it. Text that holds no value gives
-  /// Undefined. Integers become Int64, other numbers Double, unset nodes Undefined.
+  /// Returns the value of `text`. A syntax error is no failure: the result is the value read before
+  /// the error, or Undefined if the text starts with no value. Integers become Int64, other numbers
+  /// Double, and unset nodes Undefined. QDOJSONScanner describes the quirks.
   ///
-  /// `proxyConvention`: a string ending in a single "^" becomes a ProxyId, read from the decimal
-  /// digits it starts with; one ending in "^^" stands for the same text ending in one "^".
+  /// With `proxyConvention`, a string that ends in "^" becomes a ProxyId from its leading decimal
+  /// digits, for example "12^". A string that ends in "^^" loses one "^" and stays a string. The
+  /// string "^" stays as well.
   ///
-  /// Throws what the value operations throw; a text of 2^32 bytes or more is cut to its length
-  /// modulo 2^32.
+  /// Throws QDOException with code 1 or std::bad_alloc if memory is exhausted. Uses the length of
+  /// the text modulo 2^32.
   static QDOObject fromJSON(const std::string& text, bool proxyConvention);
 };
 
-/// One scanner and its tree.
+/// Converts JSON text by way of a tree of QDOJSONValue. Not thread-safe.
 class QDOJSONParserImpl {
  public:
-  /// Parses `length` bytes, which must be followed by a zero byte, in place of any earlier text.
+  /// Parses the `length` bytes at `bytes` and replaces the tree of an earlier text.
+  /// Requires: a zero byte follows the bytes.
   void parse(const unsigned char* bytes, unsigned int length);
 
-  /// Forgets the scanner and releases its tree.
+  /// Releases the tree.
   void reset();
 
-  /// The tree as a new value that shares nothing with it; Undefined before the first parse().
+  /// Returns the tree as a new value. Returns Undefined before the first parse() and after reset().
   QDOObject getQDOObject(bool proxyConvention) const;
 
  private:
   std::unique_ptr<QDOJSONParserImplHelper> scanner_;
 };
 
-/// Converts one node and, recursively, its children. With `proxyConvention`, strings in the tree
-/// lose a trailing "^" that is not theirs.
+/// Returns `node` and its descendants as a new value. With `proxyConvention`, the strings of the
+/// tree lose the "^" that marks a ProxyId or an escaped "^". Requires: `node` is not null.
 QDOObject getJSONValueinQDOObject(std::shared_ptr<QDOJSONValue> node, bool proxyConvention);
 
 #endif  // COMMON_QDO_QDOJSONPARSER_H_
