@@ -1,5 +1,5 @@
-// Reads every entry of an archive as the installer does, and writes nothing: no extraction of the
-// same archive can be faster. With FILE, it also writes the portions there, as they come.
+// Reads every entry of an archive as the installer does and writes no file: the lower limit of the
+// time of any extraction. With FILE, also writes the data to FILE.
 //
 //     ReadFloor ARCHIVE [FILE]
 

@@ -1,10 +1,10 @@
-// How fast JSON text becomes values, how much a copy of a value costs, and how fast values go away.
+// Measures the conversion of JSON text to values, the copying and the destruction of values.
 //
 //     ValuesBenchmark [--benchmark_OPTION...] [DOCUMENT...]
-//     ValuesBenchmark --build=TIMES DOCUMENT     builds its values that often and measures nothing
+//     ValuesBenchmark --build=TIMES DOCUMENT     makes the values TIMES times without measurement
 //
-// Each DOCUMENT is read into memory first, then built and destroyed by QDOJSONParser and, for
-// comparison, by nlohmann-json and RapidJSON.
+// Each DOCUMENT is read into memory first. QDOJSONParser and, for comparison, nlohmann-json and
+// RapidJSON then make and destroy its values.
 
 #include <benchmark/benchmark.h>
 #include <rapidjson/document.h>
@@ -83,7 +83,7 @@ void CopyMap(benchmark::State& state) {
 }
 BENCHMARK(CopyMap)->Arg(10)->Arg(1000)->Arg(100000);
 
-/// What CopyMap cannot do without: one allocation and one shared count.
+/// The lower limit for CopyMap: one allocation and one increment of a reference count.
 void CopyAllocatedSharedPointer(benchmark::State& state) {
   const auto element = std::make_shared<int>();
   for (auto _ : state) {

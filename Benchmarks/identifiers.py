@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""How evenly the installer's random identifiers divide a fleet: identifiers.py
+"""Measures the distribution of the installer's random identifiers over a fleet: identifiers.py
 
-The identifier is the first number that rand() returns after srand(the time in seconds). So it
-depends on the second alone, and all machines that draw in one second share it. This draws for a
-million machines that install within a minute, an hour and a day, with this system's C library, and
-prints how many identifiers they get and how large the parts are that a staged rollout addresses.
+The identifier is the first number that rand() returns after srand(the time in seconds). All machines
+that draw in the same second therefore get the same identifier. The program draws for a million
+machines that install within a minute, an hour and a day, with the C library of this system. Prints
+the number of different identifiers and the sizes of the groups of a staged rollout.
 """
 
 import collections
@@ -14,19 +14,20 @@ import random
 MACHINES = 1_000_000
 LARGEST = 10_000
 WINDOWS = {"a minute": 60, "an hour": 3600, "a day": 86_400}
-STARTS = range(1_700_000_000, 1_800_000_000, 12_500_003)  # eight moments of three years
+STARTS = range(1_700_000_000, 1_800_000_000, 12_500_003)  # eight start times within three years
 
 LIBRARY = ctypes.CDLL(None)
 
 
 def identifier(second):
-    """What a machine draws at `second`, as OSUtils::RegisterRandom() does."""
+    """Returns the identifier that a machine draws at `second`, as OSUtils::RegisterRandom()
+    does."""
     LIBRARY.srand(ctypes.c_uint(second))
     return LIBRARY.rand() % LARGEST + 1
 
 
 def fleet(start, length):
-    """The number of machines for each identifier, if all draw within `length` seconds."""
+    """Counts the machines for each identifier, if all machines draw within `length` seconds."""
     generator = random.Random(start)
     machines = collections.Counter()
     seconds = collections.Counter(generator.choices(range(length), k=MACHINES))
@@ -36,7 +37,7 @@ def fleet(start, length):
 
 
 def parts(machines, number):
-    """The shares, in percent, of `number` equal ranges of identifiers."""
+    """Returns the shares, in percent, of `number` equal ranges of identifiers."""
     width = LARGEST // number
     return [100 / MACHINES * sum(machines[i + 1] for i in range(part * width, (part + 1) * width))
             for part in range(number)]

@@ -26,7 +26,7 @@ RECORD = "/Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist"
 
 
 class Place:
-    """A directory on one file system, with a private root and a directory for each package."""
+    """A directory on one file system, with a chroot and a directory for each package."""
 
     def __init__(self, name, directory, bench):
         self.name = name
@@ -35,7 +35,7 @@ class Place:
         self.is_disk = name != "tmpfs"
 
     def machine(self, package):
-        """A private root with the installer and `package`."""
+        """Returns a chroot with the installer and `package`."""
         root = self.directory / ("machine-" + package.path.stem)
         if not root.exists():
             shutil.copytree(self.bench / "installed/WebResourceInstaller.app",
@@ -43,7 +43,7 @@ class Place:
             resources = root / (APPLICATION[1:] + "/Resources")
             shutil.copy(package.path, resources / "OrloWebResources.zip")
             (resources / "metadata.txt").write_text(METADATA)
-            # The first run also gives the root the shared libraries.
+            # The first run also copies the shared libraries into the chroot.
             subprocess.run(["script/lib/private-root", "run", str(root), PROGRAM], check=True)
         return root
 
@@ -53,8 +53,8 @@ class Place:
                             before)
 
     def other(self, name, package):
-        """The extraction alone, by another program, into a fresh directory. On the disk the content
-        is made durable, as the installer makes it."""
+        """Returns the extraction by another program into a new directory. On the disk, the command
+        also syncs the content, as the installer does."""
         target = self.directory / ("extracted-by-" + name)
         archive = str(package.path)
         arguments = {
@@ -69,13 +69,13 @@ class Place:
         return runs.Command(name, command, str(target))
 
     def floor(self, package):
-        """Reading alone."""
+        """Returns the command that only reads the package."""
         program = self.bench / "build/Benchmarks/ReadFloor"
         return runs.Command("floor", [str(program), str(package.path)],
                             str(self.directory / "nothing"))
 
     def writing_floor(self, package):
-        """Reading and writing one file, and nothing else."""
+        """Returns the command that only reads the package and writes one file."""
         program = self.bench / "build/Benchmarks/ReadFloor"
         target = self.directory / "written"
         return runs.Command("writing floor", ["/bin/sh", "-c", 'mkdir "$2" && exec "$0" "$1" "$2/f"',
@@ -87,13 +87,14 @@ DOCUMENTS = ("manifest", "flat map", "strings", "numbers")
 
 
 def flat_map():
-    """A map of 10,000 texts; keys and texts are too long for a string that allocates nothing."""
+    """Returns a map of 10,000 strings. Keys and strings are too long for the buffer inside a
+    std::string."""
     return json.dumps({f"the key of member {number:05}": f"the text of member {number:05}"
                        for number in range(10000)})
 
 
 def count_nodes(value):
-    """A value and the values in it."""
+    """Counts a value and its nested values."""
     if isinstance(value, dict):
         value = list(value.values())
     return 1 + sum(map(count_nodes, value)) if isinstance(value, list) else 1
@@ -108,7 +109,7 @@ class Bench:
         self.bench = bench
         self.quick = quick
         self.rounds = 3 if quick else 6
-        self.disk_rounds = 3  # a deletion may take milliseconds, and each run's files are deleted
+        self.disk_rounds = 3  # few, because the deletion of a run's files may take milliseconds
         self.memory = Place("tmpfs", memory, bench)
         disk = bench / "disk"
         shutil.rmtree(disk, ignore_errors=True)
@@ -167,8 +168,8 @@ class Bench:
         self.report.writing_floor(runs.Series(commands, self.rounds))
 
     def update(self, place, web):
-        """An installed package replaced by another, as the installer does it and as a script. Each
-        run updates an installation that was made for it."""
+        """Measures the replacement of an installed package, by the installer and by a script. Each
+        run updates its own installation."""
         site = place.directory / "site"
         durable = "sync -f . && " if place.is_disk else ""
         script = ('mkdir -p "$0" && cd "$0" && mkdir new && bsdtar -xf "$1" -C new && '
@@ -181,11 +182,11 @@ class Bench:
         self.report.update(place.name, runs.Series(commands, rounds, on_disk=place.is_disk))
 
     def installed(self, command):
-        """What `command` installs is there."""
+        """Runs `command` once, so that its product exists."""
         runs.seconds(command, on_disk=True)
 
     def start(self, ten):
-        """A package of ten files: start, end and the record."""
+        """Measures a package of ten files: the start, the end and the record."""
         place = self.memory
         commands = [place.installer(ten), place.other("unzip", ten)]
         self.report.start(runs.Series(commands, self.rounds, repetitions=20))
@@ -201,7 +202,7 @@ class Bench:
                                       for name, (count, _) in kinds.items()})
 
     def instructions(self):
-        """From the difference of two packages, so that the start does not count."""
+        """Uses the difference of two packages, so that the start does not count."""
         def count(package):
             root = self.memory.machine(package)
             (root / "dev").mkdir(exist_ok=True)
@@ -221,7 +222,7 @@ class Bench:
         self.report.instructions((nine - one) / 8, (many - few) / 500, one)
 
     def growth(self):
-        """Time and memory against the number of files and against the size of one."""
+        """Measures time and memory against the number of files and against the size of one file."""
         rounds = 3
         numbers = (1000, 10000) if self.quick else (1000, 10000, 100000)
         sizes = (1, 64) if self.quick else (1, 32, 1024)
@@ -261,7 +262,7 @@ class Bench:
                             if row.get("aggregate_name") == "median"})
 
     def benchmark(self, choice, *arguments):
-        """The rows of one run of ValuesBenchmark, in a process that does nothing else."""
+        """Returns the rows of one run of ValuesBenchmark, in a separate process."""
         result = subprocess.run(
             [str(self.bench / "build/Benchmarks/ValuesBenchmark"), "--benchmark_format=json",
              "--benchmark_min_time=0.05", "--benchmark_filter=" + choice, *arguments],
@@ -269,7 +270,8 @@ class Bench:
         return json.loads(result.stdout)["benchmarks"]
 
     def allocations(self):
-        """Of the values of a document, without those of the process itself."""
+        """Counts the allocations for the values of a document, without the allocations of the
+        process."""
         program = str(self.bench / "build/Benchmarks/ValuesBenchmark")
         for document in DOCUMENTS:
             path = self.bench / "documents" / document
@@ -279,7 +281,7 @@ class Bench:
             self.report.allocations(document, (twice - once) / nodes)
 
     def companion(self, *packages_):
-        """The companion command beside what a script would use in its place."""
+        """Measures the companion command and the commands that a script would use instead."""
         for title, package in zip(("web content", "stored files"), packages_):
             self.companion_on(title, package)
 
@@ -301,7 +303,7 @@ class Bench:
             return runs.Command(name, ["/bin/sh", "-c", script, *map(str, arguments)], str(packed),
                                 before=fresh)
 
-        # The findings of the content, such as names that are not flagged, do not matter here.
+        # Findings about the content, for example names without a flag, are no failure here.
         done = '; [ $? -le 1 ]'
         tests = (
             ("pack", shell("webresources", '"$0" pack --quiet --create --update-id 1 --output "$1" "$2"',
@@ -324,7 +326,7 @@ class Bench:
                                   runs.Series([ours, theirs], self.rounds))
 
     def companion_memory(self):
-        """Of `check`, for each entry and against the size of one."""
+        """Measures the memory of `check` for each entry and against the size of one entry."""
         program = str(self.bench / "installed/bin/webresources")
 
         def peak(package):
@@ -344,7 +346,8 @@ class Bench:
         self.report.companion_memory(entries, (many - few) * 1024 / entries, few, large)
 
     def record(self, ten):
-        """The preferences file: flushes, reads and writes of a fresh run, and a file of many keys."""
+        """Measures the preferences file: flushes, reads and writes of a first run, and a file of
+        many keys."""
         command = self.memory.installer(ten)
         calls = runs.system_calls_at(command, RECORD)
         machine = self.memory.machine(ten)

@@ -1,4 +1,4 @@
-"""The packages that are extracted: the same bytes in every run of the benchmark."""
+"""The packages of the benchmark, with the same bytes in every run."""
 
 import dataclasses
 import pathlib
@@ -11,18 +11,19 @@ import zipfile
 class Package:
     path: pathlib.Path
     files: int
-    size: int  # of the content, in bytes
+    size: int  # the size of the content in bytes
 
 
 def text(generator, length):
-    """Words that compress about as well as a web page's."""
+    """Returns words that compress about as well as a web page."""
     words = [bytes(generator.choices(b"abcdefghijklmnopqrstuvwxyz", k=generator.randint(2, 9)))
              for _ in range(2000)]
     return b" ".join(generator.choices(words, k=length // 4))[:length]
 
 
 def small_files(path, files, directories, stored=False):
-    """Small files, without extra fields, each directory announced before what is in it."""
+    """Makes a package of small files without extra fields. Each directory has an entry before its
+    files."""
     generator = random.Random(files)
     source = generator.randbytes(1 << 20) if stored else text(generator, 1 << 20)
     package = Package(path, files, 0)
@@ -51,7 +52,7 @@ def large_file(path, mebibytes):
 
 
 def real_content(path, directory):
-    """A directory as `zip -r` packs it, with its extra fields."""
+    """Packs a directory with `zip -r`, with extra fields."""
     path.unlink(missing_ok=True)
     subprocess.run(["zip", "-qr", path.resolve(), "."], cwd=directory, check=True)
     with zipfile.ZipFile(path) as archive:

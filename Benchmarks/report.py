@@ -1,4 +1,4 @@
-"""The figures of a benchmark as tables and a plot, with the targets beside them."""
+"""The figures of a benchmark as tables and a plot, beside the targets."""
 
 import math
 import os
@@ -13,7 +13,7 @@ PLOT = pathlib.Path("Documentation/performance.svg")
 BEGIN, END = "<!-- figures: begin -->\n", "<!-- figures: end -->\n"
 PEAK_KIB = 8192
 
-# The targets: the largest figure that is good enough.
+# The targets. A figure is good if it is at most its target.
 EXTRACTION = {"small files": {"unzip": 0.74, "bsdtar": 0.92},
               "large file": {"unzip": 0.65}}
 WRITING_FLOOR = 1.05
@@ -26,9 +26,9 @@ READ = {"manifest": 0.80, "flat map": 0.50, "strings": 0.90, "numbers": 0.60}
 ALLOCATIONS = {"manifest": 3.0, "flat map": 5.1, "numbers": 1.6}
 COMPANION = {"pack": 0.8, "check": 1.2, "check --prove": 1.6, "verify": 0.4}
 BYTES_AN_ENTRY = 700
-RECORD = {"reads": 5, "writes": 4}  # for each of four values, and one look for an identifier
-CLEARED = 1  # second
-TOLERANCE = 1.1  # before --gate fails
+RECORD = {"reads": 5, "writes": 4}  # for each of four values, and one test for an identifier
+CLEARED = 1  # in seconds
+TOLERANCE = 1.1  # the factor beyond which --gate fails
 
 
 def output(*command):
@@ -42,9 +42,9 @@ def described(title, package):
 class Report:
     def __init__(self, quick):
         self.quick = quick
-        self.bars = []  # of the plot: title, name, ratio to unzip
-        self.sections = {}  # heading: lines, in the order of the headings' first lines
-        self.targets = []  # what is measured, its figure and its target
+        self.bars = []  # the plot: title, name, ratio to unzip
+        self.sections = {}  # heading: lines, in the order of the first line of each heading
+        self.targets = []  # description, figure and target of each measurement
         self.machine()
 
     def line(self, heading, line):
@@ -55,14 +55,15 @@ class Report:
         print(line, flush=True)
 
     def row(self, heading, columns, cells):
-        """A table row; the names of the columns come before the first."""
+        """Adds a table row. The names of the columns come before the first row."""
         if heading not in self.sections:
             self.line(heading, "| " + " | ".join(columns) + " |")
             self.line(heading, "|---" * len(columns) + "|")
         self.line(heading, "| " + " | ".join(str(cell) for cell in cells) + " |")
 
     def judged(self, what, figure, target, form="{:.2f}"):
-        """A figure, with its target and whether it is met. `what` names it in the list of targets."""
+        """Adds a figure, its target and the verdict. `what` is the description in the list of
+        targets."""
         text = form.format(figure)
         if target is None:
             return text
@@ -70,7 +71,7 @@ class Report:
         return f"{text} (≤ {target}{'' if figure <= target else ', **missed**'})"
 
     def missed(self):
-        """What is beyond its target by more than the tolerance."""
+        """Returns the measurements that exceed their target by more than the tolerance."""
         return [what for what, figure, target, _ in self.targets if figure > target * TOLERANCE]
 
     def machine(self):
@@ -100,7 +101,7 @@ class Report:
             self.bars.append((title, name, ratio))
 
     def extraction_on_disk(self, title, package, series, calls):
-        """Time that passes, in what the processor works and what the flushes wait for."""
+        """Divides the elapsed time into processor time and waits for flushes."""
         others = ("unzip", "bsdtar", "7zz")
         content, record = (calls.get(name, (0, 0)) for name in ("syncfs", "fsync"))
         self.row("The same on the disk; the others end with sync -f",
@@ -145,8 +146,9 @@ class Report:
                    f"for a whole run with 1 MiB (callgrind).")
 
     def growth(self, unit, points):
-        """The slope is that of the logarithms: 1 when the time grows as the amount does. The time
-        of the smallest amount holds the start and end of a run, so the last two count."""
+        """Reports the slope of the logarithms: 1 if the time is proportional to the amount. The
+        time of the smallest amount includes the start and the end of a run, so only the last two
+        points count."""
         (amount, first, _), (more, last, _) = points[-2:]
         slope = math.log(last / first) / math.log(more / amount)
         for amount, taken, peak in points:
@@ -228,7 +230,8 @@ class Report:
         PLOT.write_text(self.plot(), encoding="utf-8")
 
     def summary(self):
-        """The machine, and how many times as long each thing takes as what is beside it."""
+        """Returns a description of the machine, and the ratio of each measurement to its
+        comparison."""
         rows = "\n".join(f"| {what} | {form.format(figure)} | {target}"
                          f"{'' if figure <= target else ', **missed**'} |"
                          for what, figure, target, form in self.targets if " / " in what)
@@ -236,7 +239,7 @@ class Report:
         return f"{machine}\n\n| Time / beside | Ratio | At most |\n|---|---|---|\n{rows}\n"
 
     def plot(self):
-        """Bars: the time of each program for each package on a tmpfs, unzip's being 1."""
+        """Returns bars: the time of each program for each package on a tmpfs, relative to unzip."""
         colours = {"installer": "#1f6feb", "floor": "#b0b0b0", "unzip": "#808080",
                    "bsdtar": "#909090", "7zz": "#a0a0a0"}
         scale = 400 / max(ratio for _, _, ratio in self.bars)

@@ -1,4 +1,4 @@
-"""Running a command as a whole process and asking the operating system what it took."""
+"""Runs a command as a process and measures its use of the operating system."""
 
 import dataclasses
 import importlib
@@ -11,20 +11,20 @@ import subprocess
 import tempfile
 import time
 
-importlib.import_module("resource")  # os.wait4() needs it, and a private root does not have it
+importlib.import_module("resource")  # os.wait4() needs the module, and a chroot lacks the module
 
-MACHINE_FILES = "/Library"  # what a run of the installer makes in its private root
+MACHINE_FILES = "/Library"  # made by a run of the installer in its chroot
 
 
 @dataclasses.dataclass
 class Command:
-    """A command that makes `product`; with `root`, in that private root."""
+    """A command that makes `product`. With `root`, the command runs in that chroot."""
 
     name: str
     arguments: list
     product: str
     root: str = "/"
-    before: object = None  # makes what the command finds
+    before: object = None  # prepares the environment of the command
 
     def prepare(self, on_disk=False):
         if self.before:
@@ -36,15 +36,15 @@ class Command:
 
 
 def put_aside(path):
-    """Takes `path` away without deleting it. For minutes after a deletion, ext4 looks at the inode
-    of each deleted file before it finds one for a new file nearby, which made a run that followed
-    the deletion of its last product take five times as long."""
+    """Moves `path` aside without deletion. For minutes after a deletion, ext4 examines the inode of
+    each deleted file before it finds an inode for a new file nearby. A run after the deletion of
+    its last product took five times as long."""
     if os.path.lexists(path):
         os.rename(path, tempfile.mkdtemp(prefix="aside-", dir=os.path.dirname(path)))
 
 
 def in_root(root, function):
-    """What `function` returns in a process whose root directory is `root`."""
+    """Returns the result of `function` in a process whose root directory is `root`."""
     reader, writer = os.pipe()
     child = os.fork()
     if child == 0:
@@ -65,7 +65,7 @@ def in_root(root, function):
 
 
 def seconds(command, on_disk=False):
-    """The seconds of one run of `command`: from its start to its end, and of the processor."""
+    """Returns the elapsed time and the processor time, in seconds, of one run of `command`."""
 
     def run():
         start = time.monotonic()
@@ -83,12 +83,12 @@ def seconds(command, on_disk=False):
 
 
 class Series:
-    """Runs of several commands in rounds. Each round begins with another command than the one
-    before it, so that no command always follows the same one.
+    """Runs of several commands in rounds. Each round starts with another command than the round
+    before, so that no command always follows the same command.
 
-    On a tmpfs the time is the processor's, which other processes disturb less. With `on_disk` it is
-    what passes, waits included, and everything is written to the disk before each run: no command
-    pays for what an earlier one left unwritten.
+    On a tmpfs, the measured time is processor time, which other processes disturb less. With
+    `on_disk`, the measured time is elapsed time with waits. All data is then synced before each run,
+    so that no command writes the data of an earlier command.
     """
 
     def __init__(self, commands, rounds, repetitions=1, on_disk=False):
@@ -112,7 +112,7 @@ class Series:
         return statistics.median(self.processor[name])
 
     def ratio(self, name, other):
-        """The median of the ratios of the runs in the same round."""
+        """Returns the median of the ratios of runs in the same round."""
         return statistics.median(a / b for a, b in zip(self.judged[name], self.judged[other]))
 
 
@@ -121,7 +121,7 @@ def chrooted(command):
 
 
 def peak_kib(command):
-    """The largest resident memory of one run."""
+    """Returns the largest resident memory of one run."""
     command.prepare()
     with tempfile.NamedTemporaryFile("r") as report:
         subprocess.run(["/usr/bin/time", "-f", "%M", "-o", report.name, *chrooted(command)],
@@ -130,7 +130,7 @@ def peak_kib(command):
 
 
 def system_calls(command, kind="all"):
-    """The number and, in seconds, the time of each kind of system call of one run."""
+    """Returns the number and the time in seconds of each kind of system call of one run."""
     command.prepare()
     with tempfile.NamedTemporaryFile("r") as report:
         subprocess.run(["strace", "-f", "-e", "trace=" + kind, "-c", "-w", "-U",
@@ -141,8 +141,8 @@ def system_calls(command, kind="all"):
 
 
 def system_calls_at(command, path):
-    """How often one run opens the file at `path` to read it, puts another in its place, and waits
-    for the disk: for files and directories (fsync) and for a whole file system (syncfs)."""
+    """Counts the reads and the replacements of the file at `path` in one run, and the waits for the
+    disk: for files and directories (fsync) and for a whole file system (syncfs)."""
     command.prepare()
     with tempfile.NamedTemporaryFile("r") as report:
         subprocess.run(["strace", "-f", "-e", "trace=openat,rename,renameat,renameat2,fsync,syncfs",
@@ -157,7 +157,7 @@ def system_calls_at(command, path):
 
 
 def allocations(arguments):
-    """How many blocks of memory a command allocates, counted by valgrind."""
+    """Counts the memory blocks that a command allocates, with valgrind."""
     result = subprocess.run(["valgrind", "--run-libc-freeres=no", *arguments], check=True, text=True,
                             stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
     return int(re.search(r"total heap usage: ([\d,]+) allocs", result.stderr).group(1)
@@ -165,7 +165,7 @@ def allocations(arguments):
 
 
 def instructions(command):
-    """The instructions executed by one run, counted by callgrind inside the private root."""
+    """Counts the instructions of one run, with callgrind in the chroot."""
     command.prepare()
     valgrind = ["/usr/bin/valgrind.bin", "--tool=callgrind", "--callgrind-out-file=/dev/null"]
     script = 'mount --rbind /proc "$0/proc" && mount --rbind /dev "$0/dev" && exec chroot "$0" "$@"'

@@ -1,11 +1,11 @@
 #!/usr/bin/env python3
-"""How often two direct runs of the installer at once spoil the installation:
+"""Measures how often two concurrent runs of the installer corrupt the installation:
 two_runs.py BUNDLE [TRIES]
 
-BUNDLE is an installed WebResourceInstaller.app, whose own package is not used. Each try begins with
-an installed update in a private root and starts two runs of another update together. The step locks
-nothing, so the two delete each other's directories. Prints how many tries (default: 500) left the
-install root without the whole content under the recorded name, and the exit statuses.
+BUNDLE is an installed WebResourceInstaller.app. Its own package is not used. Each try starts with an
+installed update in a chroot and starts two concurrent runs of another update. The installer has no
+lock, so each run deletes the directories of the other. Prints the number of tries (default: 500)
+that left incomplete content under the recorded name, and the exit statuses.
 """
 
 import collections
@@ -26,7 +26,7 @@ FILES = 200
 
 
 def write_package(path, update):
-    """A package of small files, which all say of which update they are."""
+    """Writes a package of small files. Each file names the update."""
     with zipfile.ZipFile(path / "OrloWebResources.zip", "w") as package:
         for number in range(FILES):
             package.writestr(f"file{number:03}", f"update {update}, file {number}")
@@ -48,7 +48,7 @@ def main(bundle, tries):
         shutil.copytree(bundle, inside(root, "/X.app"))
         resources = inside(root, "/X.app/Contents/Resources")
         write_package(resources, 1)
-        subprocess.run(command_in(root, PROGRAM), check=True)  # also adds the libraries
+        subprocess.run(command_in(root, PROGRAM), check=True)  # also copies the libraries
         for _ in range(tries):
             shutil.rmtree(inside(root, "/Library"))
             write_package(resources, 1)

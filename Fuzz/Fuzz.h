@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-/// Ends the process unless `holds`; the fuzzer reports that as a finding.
+/// Ends the process unless `holds` is true. The fuzzer reports the end as a finding.
 inline void Require(bool holds, const std::string& what) {
   if (!holds) {
     std::fprintf(stderr, "Does not hold: %s\n", what.c_str());
@@ -18,7 +18,7 @@ inline void RequireEqual(const std::string& a, const std::string& b, const std::
   Require(a == b, what + ":\n  " + a + "\n  " + b);
 }
 
-/// What each target defines, and the fuzzer calls with one input after the other.
+/// Each fuzzer defines this function. The fuzzing library calls the function for each input.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 #endif  // FUZZ_FUZZ_H_

@@ -1,12 +1,12 @@
-// Archive to tree. Whatever the bytes of the package, the extraction
-//  - neither crashes nor leaves a descriptor open, and says that it succeeded;
-//  - changes nothing but its destination, which holds directories and plain files alone;
-//  - makes the same tree of the same package in another directory.
+// Archive to tree. For every content of the package, the extraction
+//  - does not crash, leaves no descriptor open, and returns true;
+//  - changes only its destination, which contains only directories and regular files;
+//  - makes the same tree from the same package in another directory.
 //
-// An input that starts with a zero byte, or is large, holds the package after its first byte. Any
-// other input describes entries (see NextEntry()). The target makes a package of them, with the
-// right offsets, sizes and checksums except where the description says otherwise: so the fuzzer
-// gets past the directory.
+// An input that starts with a zero byte, or is large, is a zero byte and a package. Any other input
+// describes entries (see NextEntry()). The fuzzer makes a package from the description, with
+// correct offsets, sizes and checksums unless the description changes them. Such a package reaches
+// the code behind the central directory.
 
 #include <sys/mman.h>
 #include <sys/resource.h>
@@ -23,7 +23,7 @@ namespace {
 
 // Package ----------------------------------------------------------------------------------------
 
-/// The input from its front; zeros and empty texts behind its end.
+/// The input, read from its beginning. Behind the end are zero bytes and empty strings.
 class Reader {
  public:
   Reader(const std::uint8_t* data, std::size_t size)
@@ -32,7 +32,7 @@ class Reader {
   bool AtEnd() const { return at_ >= rest_.size(); }
   unsigned Byte() { return AtEnd() ? 0 : static_cast<unsigned char>(rest_[at_++]); }
 
-  /// A byte with a text's length, and the text.
+  /// Returns the string behind a length byte.
   std::string Text() {
     const std::size_t length = Byte();
     std::string text = AtEnd() ? std::string() : rest_.substr(at_, length);
@@ -55,8 +55,8 @@ std::string Repeated(const std::string& text, unsigned times) {
   return all;
 }
 
-/// A byte whose bits say what is wrong; a byte that says how often the name and the contents are
-/// repeated; the name; the contents; and a byte or text for each thing that is wrong.
+/// Returns the next described entry. The description is a byte with a bit for each fault, a byte
+/// with two repetition counts, the name, the content, and a byte or string for each fault.
 ZipEntry NextEntry(Reader& input) {
   const unsigned kind = input.Byte();
   const unsigned times = input.Byte();
@@ -88,7 +88,7 @@ ZipEntry NextEntry(Reader& input) {
   return entry;
 }
 
-constexpr std::size_t kLargestDescription = 8192;  // a large one could describe gigabytes
+constexpr std::size_t kLargestDescription = 8192;  // a large description could need gigabytes
 
 std::string Package(Reader input) {
   const bool isPackage = input.Byte() == 0;
@@ -105,7 +105,7 @@ std::string Package(Reader input) {
 
 // Extraction -------------------------------------------------------------------------------------
 
-/// Keeps files from growing without bound, as on a disk that is full.
+/// Limits the size of files, like a full disk.
 class ScopedFileSizeLimit {
  public:
   ScopedFileSizeLimit() {
@@ -128,7 +128,7 @@ int LowestFreeDescriptor() {
   return descriptor;
 }
 
-/// Where packages are extracted, with things beside and above that must stay as they are.
+/// The directory of the extractions, with other entries beside and above that must not change.
 class Place {
  public:
   Place() {
@@ -139,7 +139,7 @@ class Place {
     before_ = TreeOf(directory_ / "");
   }
 
-  /// Extracts the package twice and returns the tree. Leaves the place as it was.
+  /// Extracts the package twice and returns the tree. Restores the directory.
   Tree Extracted(std::string package) {
     Extract(package, "Resource0");
     Extract(package, "Resource1");
@@ -160,7 +160,7 @@ class Place {
     Require(LowestFreeDescriptor() == free, "no descriptor stays open");
   }
 
-  /// Takes `directory`, with everything in it, out of `all` and returns it.
+  /// Removes `directory` and its content from `all` and returns the removed part.
   static Tree Taken(Tree& all, const std::string& directory) {
     Tree taken;
     auto at = all.lower_bound(directory);

@@ -1,9 +1,9 @@
-// Metadata file to answers. Whatever the bytes of the file,
-//  - the word that counts is its last one, up to the word's first zero byte;
-//  - loading it fails, with QDOException code 3, unless that word is read as a map;
-//  - "clear" and "regenerate" are answered by a boolean member, "updateid" by an integer one of 32
-//    bits; every other member, and a missing one, raises QDOException code 3;
-//  - the answers are the same the second time, in another order, and from the same file again.
+// Metadata file to answers. For every content of the file,
+//  - the last word counts, up to the first zero byte of the word;
+//  - loading throws QDOException with code 3, unless that word is read as a map;
+//  - a boolean member answers "clear" and "regenerate", and a 32-bit integer answers "updateid";
+//    any other member and a missing member throw QDOException with code 3;
+//  - a repeated query, another order of queries, and another load give the same answers.
 
 #include <sys/mman.h>
 #include <unistd.h>
@@ -27,7 +27,7 @@ std::string Answer(Query query) {
   }
 }
 
-/// The helper's answers, asked in one order or the other.
+/// Returns the helper's answers, asked in forward or backward order.
 std::string Answers(MetadataHelper& metadata, bool isBackwards) {
   const auto clear = [&] { return Answer([&] { return metadata.shouldClearRegistry(); }); };
   const auto update = [&] { return Answer([&] { return metadata.getUpdateId(); }); };
@@ -56,7 +56,7 @@ std::string AnswersOfFile(const std::string& path) {
   return answers.empty() ? loading : answers;
 }
 
-// The rules, once more ---------------------------------------------------------------------------
+// A second implementation of the rules ------------------------------------------------------------
 
 std::string LastWord(const std::string& text) {
   static const char kBlanks[] = " \t\n\v\f\r";

@@ -1,10 +1,10 @@
-// Property list to record. Whatever bytes the preferences file holds,
-//  - the record can be read, and nothing crashes or throws, the XML library included;
-//  - a flush leaves a property list with the recorded values, each once;
-//  - the values of the other keys have the bytes that they had; or the file was no list, and was
-//    moved aside, unchanged;
-//  - the same flush again leaves the same bytes, a clearing leaves no key, and values are recorded
-//    after a clearing as before;
+// Property list to record. For every content of the preferences file,
+//  - the record can be read, and no code crashes or throws, the XML library included;
+//  - a flush writes a property list with each recorded value once;
+//  - the values of other keys keep their bytes, or the file was no property list and was moved
+//    aside unchanged;
+//  - a second identical flush writes the same bytes, clearing leaves no key, and values can be
+//    recorded after clearing;
 //  - no temporary file stays.
 
 #include <algorithm>
@@ -26,9 +26,9 @@ const char kNumberKey[] = "iUpdateId";
 const char kText[] = "Resource0";
 constexpr int kNumber = -7;
 
-// Judged by the items' bytes ----------------------------------------------------------------------
+// Comparison by the bytes of the items ------------------------------------------------------------
 
-/// The texts of the keys, and the bytes of the values.
+/// The keys and the bytes of their values.
 using Items = std::vector<std::pair<std::string, std::string>>;
 
 struct Printer : pugi::xml_writer {
@@ -52,7 +52,7 @@ std::string TextOf(pugi::xml_node node) {
   return text;
 }
 
-/// The elements of the root dictionary, read with those flags.
+/// Returns the elements of the root dictionary, read with `flags`.
 std::vector<pugi::xml_node> ElementsOf(pugi::xml_document& document, const std::string& bytes,
                                        unsigned flags) {
   document.load_buffer(bytes.data(), bytes.size(), flags, pugi::encoding_utf8);
@@ -86,7 +86,7 @@ bool IsRecorded(const Items::value_type& item) {
   return item.first == kTextKey || item.first == kNumberKey;
 }
 
-/// The items of other programs.
+/// Returns the items of other programs.
 Items OthersIn(const std::string& bytes) {
   Items items = ItemsOf(bytes);
   items.erase(std::remove_if(items.begin(), items.end(), IsRecorded), items.end());
@@ -98,7 +98,7 @@ Items Recorded() {
           {kTextKey, "<string>" + std::string(kText) + "</string>"}};
 }
 
-/// The recorded items, in the order of the keys.
+/// Returns the recorded items, ordered by key.
 Items RecordedIn(const std::string& bytes) {
   Items items = ItemsOf(bytes);
   items.erase(std::remove_if(items.begin(), items.end(), std::not_fn(IsRecorded)), items.end());
@@ -128,7 +128,7 @@ void RequireRecorded(const std::string& root) {
 
 class Examination {
  public:
-  /// Below `root`, the same for all inputs: the domain keeps every root that it was used with.
+  /// Works below `root`, which is the same for all inputs because a domain keeps each of its roots.
   Examination(const std::string& root, const std::string& bytes) : root_(root), bytes_(bytes) {
     std::filesystem::create_directories(preferences_);
     WriteFile(file_, bytes);
@@ -136,7 +136,7 @@ class Examination {
     Require(ReadFile(file_) == bytes, "reading changes nothing");
   }
 
-  /// Leaves no file, and nothing pending in the domain.
+  /// Deletes every file and the domain's pending changes.
   ~Examination() {
     std::filesystem::remove(file_);
     domain_.Flush();
@@ -160,7 +160,8 @@ class Examination {
  private:
   bool IsAside() const { return IsThere(file_ + ".corrupt"); }
 
-  /// The file. Nothing else is in its directory, except a file that was moved aside.
+  /// Returns the content of the file. Requires that the directory has no other file, except a file
+  /// that was moved aside.
   std::string File() const {
     Tree tree = TreeOf(preferences_);
     Require(!IsAside() || tree[kName + ".corrupt"] == bytes_, "what is put aside is whole");

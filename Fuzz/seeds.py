@@ -42,7 +42,7 @@ def metadata_to_answers():
 
 
 def described(name, content, kind=0, times=0, fields=b""):
-    """An entry as archive_to_tree.cpp describes it."""
+    """Returns an entry's description in the format of archive_to_tree.cpp."""
     return bytes((kind, times, len(name))) + name + bytes((len(content),)) + content + fields
 
 

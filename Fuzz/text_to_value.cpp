@@ -1,7 +1,7 @@
-// Text to value. Whatever the bytes, and with the proxy convention or without, the front end
-//  - neither crashes nor throws, nor reads beyond the bytes and the zero behind them;
-//  - makes the same value of the same text a second time, and by way of a tree;
-//  - makes a value whose deep copy equals it and outlives it.
+// Text to value. For every text, with and without the proxy convention, the JSON front end
+//  - does not crash, does not throw, and does not read behind the zero byte after the text;
+//  - makes the same value in a second call and by way of a tree;
+//  - makes a value whose deep copy equals the value and outlives the value.
 
 #include <memory>
 
@@ -46,7 +46,8 @@ void Spoil(QDOObject& value) {
   }
 }
 
-/// The bytes in a separate allocation, so that the sanitizer notices reads beyond them.
+/// Returns the rendered value, made by way of a tree. The bytes have a separate allocation, so that
+/// the sanitizer detects a read behind them.
 std::string FromTree(const std::string& text, bool proxyConvention) {
   const std::unique_ptr<unsigned char[]> bytes(new unsigned char[text.size() + 1]);
   text.copy(reinterpret_cast<char*>(bytes.get()), text.size());
