@@ -105,9 +105,9 @@ class QDOJSONText {
 ///
 /// A syntax error makes succeeded() return false. The root keeps the members or elements before the
 /// error, and drops the member or element with the error: `{"a":1,"b":[2,tru]}` gives an object
-/// with only "a". A root string keeps the bytes before the error. Text after the root value is
-/// ignored. Each level of nesting uses stack; the depth has no limit. Not thread-safe, except that
-/// several threads may call const operations.
+/// with only "a". A root string without an end keeps the bytes up to its last escape sequence. Text
+/// after the root value is ignored. Each level of nesting uses stack; the depth has no limit. Not
+/// thread-safe, except that several threads may call const operations.
 ///
 /// These quirks are kept on purpose:
 ///  - vertical tab and form feed are whitespace;

@@ -5,7 +5,7 @@
 
 namespace {
 
-// Atomic: one test uses two threads.
+// Atomic, because one test has two threads.
 std::atomic<long> g_made{0};
 std::atomic<long> g_freed{0};
 std::atomic<long> g_until_failure{0};

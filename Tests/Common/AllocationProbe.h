@@ -6,25 +6,27 @@
 
 #include "QDOException.h"
 
-/// Sees every operator new and operator delete of the test program, and makes chosen ones fail.
+/// Counts the calls of operator new and operator delete in the test program, and makes chosen
+/// allocations fail. Several threads may allocate at the same time.
 class AllocationProbe {
  public:
   AllocationProbe() = delete;
 
-  static long made();  ///< Allocations since the program began.
-  static long live();  ///< Those not yet freed.
+  static long made();  ///< Returns the number of allocations since the start.
+  static long live();  ///< Returns the number of allocations not yet freed.
 
-  /// Shows `object` to code that the compiler cannot see, so that it keeps the allocations made for
-  /// an object that is not used otherwise.
+  /// Passes `object` to code that the compiler cannot see. The compiler then keeps the allocations
+  /// for an otherwise unused object.
   static void escape(const void* object);
 
-  /// Thrown by an allocation that fails in an unexpected way; no standard exception.
+  /// The exception of failNextOtherwise(), which is no standard exception.
   struct OtherError {};
 
   enum Mode { kOnce, kFromThenOn };
-  /// The `nth` allocation from now on throws std::bad_alloc; 0 disarms.
+  /// Makes the `nth` allocation after this call throw std::bad_alloc. With kFromThenOn, all later
+  /// allocations throw, too. 0 cancels the failure.
   static void failNth(long nth, Mode mode = kOnce);
-  /// The next allocation throws OtherError, once.
+  /// Makes the next allocation throw OtherError.
   static void failNextOtherwise();
 };
 
@@ -35,7 +37,8 @@ inline std::ostream& operator<<(std::ostream& out, Outcome outcome) {
   return out << kNames[static_cast<int>(outcome)];
 }
 
-/// Runs `operation` with its `nth` allocation failing. Done: it made fewer.
+/// Runs `operation` with a failure of its `nth` allocation. Returns Done if the operation makes
+/// fewer allocations.
 template <typename Operation>
 Outcome AttemptFailingNth(long nth, Operation operation,
                           AllocationProbe::Mode mode = AllocationProbe::kOnce) {

@@ -18,11 +18,11 @@ const char kJson[] = R"({"a key beyond the small ones":[1,2.5,"12^",{"n":[[],{}]
 
 struct Operation {
   const char* name;
-  long allocations;  // that it makes at least
+  long allocations;  // the least number of allocations
   std::function<void()> perform;
 };
 
-/// The end of an operation: the compiler may not remove what made `object`.
+/// Marks `object` as used, so that the compiler keeps the code that made the object.
 template <typename Object>
 void Escape(const Object& object) {
   AllocationProbe::escape(&object);
@@ -35,11 +35,12 @@ void ScanAll(const std::string& text) {
 
 std::vector<QDOObject> CopiableKinds() {
   std::vector<QDOObject> kinds = OneOfEachKind();
-  kinds.pop_back();  // the Handle without a holder
+  kinds.pop_back();  // the Handle without content
   return kinds;
 }
 
-/// Everything in the byte strings, the scanner, the values and the front end that takes memory.
+/// Returns all operations of the byte strings, the scanner, the values and the front end that
+/// allocate memory.
 std::vector<Operation> Operations() {
   static const UTF8String bytes(kLong);
   static const std::vector<QDOObject> kinds = CopiableKinds();
@@ -101,8 +102,8 @@ std::vector<Operation> Operations() {
   };
 }
 
-/// With each allocation of each operation failing: every failure is reported, as one of the two
-/// exceptions, and leaks nothing.
+/// Makes each allocation of each operation fail. Expects that one of the two exceptions reports
+/// each failure, and that no memory leaks.
 void ExpectEveryFailureIsReported(AllocationProbe::Mode mode) {
   for (const Operation& operation : Operations()) {
     SCOPED_TRACE(operation.name);

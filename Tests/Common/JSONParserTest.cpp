@@ -14,14 +14,15 @@ namespace {
 
 using namespace std::string_view_literals;
 
-/// A heap block of just the text and its zero byte, so that a sanitizer sees any read past it.
+/// Returns a heap block with only the text and its zero byte, so that a sanitizer detects a read
+/// behind them.
 std::unique_ptr<unsigned char[]> ExactCopy(std::string_view text) {
   auto bytes = std::make_unique<unsigned char[]>(text.size() + 1);
   std::memcpy(bytes.get(), text.data(), text.size());
   return bytes;
 }
 
-/// The result and the tree of the first `length` bytes, as in "fail [1,2]".
+/// Returns the result and the tree of the first `length` bytes, for example "fail [1,2]".
 std::string Scan(std::string_view text, std::size_t length) {
   const auto bytes = ExactCopy(text);
   const QDOJSONParserImplHelper scanner(bytes.get(), static_cast<unsigned int>(length));
@@ -32,13 +33,13 @@ std::string Scan(std::string_view text) {
   return Scan(text, text.size());
 }
 
-/// A double's text as Scan() shows it when all went well.
+/// Returns the output of Scan() for a double without an error.
 std::string Ok(double value) {
   return "ok " + DoubleText(value);
 }
 
-/// Opens the steps of the scanner. The text should start with a byte that no value starts with:
-/// then construction leaves the position at it.
+/// Makes the scanner's operations public. Requires: no value starts with the first byte of the
+/// text. The constructor of the scanner then leaves the position at the first byte.
 class Stepper : public QDOJSONParserImplHelper {
  public:
   explicit Stepper(std::string_view text) : Stepper(ExactCopy(text), text.size()) {}
@@ -59,14 +60,14 @@ class Stepper : public QDOJSONParserImplHelper {
   std::unique_ptr<unsigned char[]> bytes_;
 };
 
-/// Tells where a scanner stopped.
+/// Makes the end position of a scanner public.
 class Scanned : public QDOJSONParserImplHelper {
  public:
   using QDOJSONParserImplHelper::QDOJSONParserImplHelper;
   using QDOJSONParserImplHelper::remaining;
 };
 
-/// How far advance() goes at the start of `text`; -1 when it says that it did not move.
+/// Returns the distance that advance() moves at the start of `text`, or -1 if advance() fails.
 int Advance(std::string_view text) {
   Stepper stepper(text);
   const bool moved = stepper.advance();
@@ -75,7 +76,8 @@ int Advance(std::string_view text) {
   return moved ? distance : -1;
 }
 
-/// How far a literal's step goes at the start of `text`; -1 when it fails, which must not move.
+/// Returns the distance that `scan` moves at the start of `text`, or -1 if `scan` fails. Expects
+/// that a failure moves nothing.
 int Literal(bool (Stepper::*scan)(), std::string_view text) {
   Stepper stepper(text);
   const bool scanned = (stepper.*scan)();
@@ -102,7 +104,7 @@ TEST(JSONParserTest, TextWithoutAValueLeavesTheRootUnsetAndSucceeds) {
   EXPECT_EQ(Scan(" ]"), "ok unset");
 }
 
-TEST(JSONParserTest, OnlyThirteenPlusTenBytesStartAValue) {
+TEST(JSONParserTest, OnlyEighteenBytesStartAValue) {
   for (int byte = 0; byte < 256; ++byte) {
     const char text = static_cast<char>(byte);
     const bool starts = byte != 0 && std::strchr("\"-.0123456789[{tfn", byte) != nullptr;
@@ -114,7 +116,7 @@ TEST(JSONParserTest, PlusDoesNotStartAValue) {
   EXPECT_EQ(Scan("+1"), "ok unset");
 }
 
-TEST(JSONParserTest, NothingAfterTheRootIsExamined) {
+TEST(JSONParserTest, TextAfterTheRootIsIgnored) {
   EXPECT_EQ(Scan("1 2"), "ok 1");
   EXPECT_EQ(Scan("{} x"), "ok {}");
   EXPECT_EQ(Scan("[]]"), "ok []");
@@ -124,7 +126,8 @@ TEST(JSONParserTest, NothingAfterTheRootIsExamined) {
   EXPECT_EQ(Scan("0x10"), "ok 0");
 }
 
-// Only a text of 4 GiB or more, whose length is cut, has other bytes than a zero after its end.
+// Only a text of 4 GiB or more, whose length is truncated, has a byte other than zero after its
+// end.
 TEST(JSONParserTest, NoTokenIsTakenBehindTheLength) {
   EXPECT_EQ(Scan("1", 0), "ok unset");
   EXPECT_EQ(Scan("  true", 1), "fail true");
@@ -205,9 +208,9 @@ TEST(JSONParserTest, AdvanceStepsOverOneCharacter) {
 }
 
 TEST(JSONParserTest, AdvanceJudgesLeadAndContinuationBitsOnly) {
-  EXPECT_EQ(Advance("\xC0\x80"), 2);          // overlong
+  EXPECT_EQ(Advance("\xC0\x80"), 2);          // an overlong encoding
   EXPECT_EQ(Advance("\xED\xA0\xBD"), 3);      // a surrogate
-  EXPECT_EQ(Advance("\xF7\xBF\xBF\xBF"), 4);  // past the last code point
+  EXPECT_EQ(Advance("\xF7\xBF\xBF\xBF"), 4);  // beyond the last code point
 }
 
 TEST(JSONParserTest, AdvanceStaysWhereNoCharacterIs) {
@@ -224,7 +227,7 @@ TEST(JSONParserTest, AdvanceStaysWhereNoCharacterIs) {
   EXPECT_EQ(Advance("\xFF\x80\x80\x80"), -1);
 }
 
-TEST(JSONParserTest, AdvanceStaysBeforeACharacterThatTheEndCuts) {
+TEST(JSONParserTest, AdvanceStaysBeforeATruncatedCharacter) {
   EXPECT_EQ(Advance("\xC3"), -1);
   EXPECT_EQ(Advance("\xE2\x82"), -1);
   EXPECT_EQ(Advance("\xF0\x9F\x98"), -1);
@@ -238,7 +241,7 @@ TEST(JSONParserTest, LiteralsAsTheLastBytesOfTheTextParse) {
   EXPECT_EQ(Scan("null"), "ok null");
 }
 
-TEST(JSONParserTest, CutLiteralFailsWithTheNodeAlreadyTagged) {
+TEST(JSONParserTest, TruncatedLiteralFailsWithTheTypeAlreadySet) {
   EXPECT_EQ(Scan("t"), "fail true");
   EXPECT_EQ(Scan("tru"), "fail true");
   EXPECT_EQ(Scan("f"), "fail false");
@@ -247,14 +250,14 @@ TEST(JSONParserTest, CutLiteralFailsWithTheNodeAlreadyTagged) {
   EXPECT_EQ(Scan("nul"), "fail null");
 }
 
-TEST(JSONParserTest, MisspeltLiteralFailsWithTheNodeAlreadyTagged) {
+TEST(JSONParserTest, MisspeltLiteralFailsWithTheTypeAlreadySet) {
   EXPECT_EQ(Scan("trUe"), "fail true");
   EXPECT_EQ(Scan("falsy"), "fail false");
   EXPECT_EQ(Scan("nil!"), "fail null");
   EXPECT_EQ(Scan("True"), "ok unset");
 }
 
-TEST(JSONParserTest, WhatFollowsALiteralIsNotExamined) {
+TEST(JSONParserTest, TextAfterALiteralIsIgnored) {
   EXPECT_EQ(Scan("nullx"), "ok null");
   EXPECT_EQ(Scan("truetrue"), "ok true");
   EXPECT_EQ(Scan("[nullx]"), "fail [null]");
@@ -321,7 +324,7 @@ TEST(JSONParserTest, UnicodeEscapeNeedsFourHexadecimalDigits) {
   EXPECT_EQ(Scan("\"\\u00"), R"(fail "")");
 }
 
-TEST(JSONParserTest, HexadecimalDigitsAreJustThe22) {
+TEST(JSONParserTest, OnlyThe22HexadecimalDigitsAreAccepted) {
   for (int byte = 1; byte < 256; ++byte) {
     const char text[] = {'"', '\\', 'u', '0', '0', '4', static_cast<char>(byte), '"'};
     const bool digit = std::strchr("0123456789abcdefABCDEF", byte) != nullptr;
@@ -367,8 +370,8 @@ TEST(JSONParserTest, DeleteAndBytesBeyondAsciiAreKeptAsTheyAre) {
   EXPECT_EQ(Scan("\"\xC3\xA9\x80\xC3\""), R"(ok "\xC3\xA9\x80\xC3")");
 }
 
-TEST(JSONParserTest, FailedStringKeepsWhatWasAppendedBefore) {
-  EXPECT_EQ(Scan(R"("abc)"), R"(fail "")");  // the run before the end was not appended
+TEST(JSONParserTest, FailedStringKeepsTheBytesAppendedBefore) {
+  EXPECT_EQ(Scan(R"("abc)"), R"(fail "")");  // the bytes before the end were not appended
   EXPECT_EQ(Scan(R"("abc\nde)"), R"(fail "abc\x0A")");
   EXPECT_EQ(Scan(R"("abc\)"), R"(fail "abc")");
   EXPECT_EQ(Scan(R"("abc\q")"), R"(fail "abc")");
@@ -406,7 +409,7 @@ TEST(JSONParserTest, NumberNeedsADigitBeforeAPoint) {
   EXPECT_EQ(Scan("--1"), "fail 0");
 }
 
-TEST(JSONParserTest, NumberNeedsADigitAfterAPointAndIsADoubleByThen) {
+TEST(JSONParserTest, NumberWithoutADigitAfterThePointFailsAsADouble) {
   EXPECT_EQ(Scan("1."), "fail 0d");
   EXPECT_EQ(Scan("1.e5"), "fail 0d");
   EXPECT_EQ(Scan("1.-5"), "fail 0d");
@@ -435,7 +438,7 @@ TEST(JSONParserTest, MinusZeroWithAFractionIsNegativeZero) {
 }
 
 TEST(JSONParserTest, MinusZeroWithANegativeExponentIsPositiveZero) {
-  EXPECT_EQ(Scan("-0e-1"), "ok 0d");  // negated as an integer
+  EXPECT_EQ(Scan("-0e-1"), "ok 0d");  // the negation is an integer operation
 }
 
 TEST(JSONParserTest, IntegerWithAPositiveExponentStaysAnInteger) {
@@ -495,15 +498,15 @@ TEST(JSONParserTest, MantissaWrapsAt64Bits) {
 }
 
 TEST(JSONParserTest, ExponentIsItsLow32BitsReadAsSigned) {
-  EXPECT_EQ(Scan("5e4294967295"), "ok 0");  // 10 to the -1, truncated
+  EXPECT_EQ(Scan("5e4294967295"), "ok 0");  // 10 to the power of -1, truncated
   EXPECT_EQ(Scan("5e4294967296"), "ok 5");
   EXPECT_EQ(Scan("5e4294967298"), "ok 500");
   EXPECT_EQ(Scan("5e2147483648"), "ok 0");
   EXPECT_EQ(Scan("1.5e4294967295"), "ok 0d");
-  EXPECT_EQ(Scan("5e-4294967295"), "ok 50d");  // 10 to the +1, and still a double
+  EXPECT_EQ(Scan("5e-4294967295"), "ok 50d");  // 10 to the power of 1, still a double
   EXPECT_EQ(Scan("5e-2147483648"), "ok 0d");
   EXPECT_EQ(Scan("5e-2147483649"), "ok infd");
-  EXPECT_EQ(Scan("1e18446744073709551617"), "ok 10");  // wrapped at 64 bits first
+  EXPECT_EQ(Scan("1e18446744073709551617"), "ok 10");  // the exponent wraps at 64 bits first
   EXPECT_EQ(Scan("1e-9223372036854775808"), "ok 1d");
 }
 
@@ -527,7 +530,8 @@ TEST(JSONParserTest, NumberEndsAtTheEndOfTheText) {
   EXPECT_EQ(Scan("0\0001"sv), "ok 0");
 }
 
-/// Of these, 17 digits and more, each has other bits where "times 10 plus the digit" rounds once.
+/// Each fraction has at least 17 digits. An implementation that rounds "times 10 plus the digit"
+/// only once gives other bits.
 TEST(JSONParserTest, LongFractionsHaveTheSameBitsOnEveryProcessor) {
   EXPECT_EQ(Scan("0.88668473815600778"), Ok(0x1.af11905ed672ap+25));
   EXPECT_EQ(Scan("0.772966567197122371"), Ok(0x1.067cfa15a74f1p+28));
@@ -562,7 +566,7 @@ TEST(JSONParserTest, ArrayThatDoesNotCloseFailsAndKeepsItsElements) {
   EXPECT_EQ(Scan("["), "fail []");
   EXPECT_EQ(Scan("[ "), "fail []");
   EXPECT_EQ(Scan("[1,"), "fail [1]");
-  EXPECT_EQ(Scan("[1, "), "fail [1,unset]");  // the text was not at its end before the space
+  EXPECT_EQ(Scan("[1, "), "fail [1,unset]");  // before the space, the scanner is not at the end
   EXPECT_EQ(Scan("[1}"), "fail [1]");
 }
 
@@ -616,7 +620,7 @@ TEST(JSONParserTest, EmptyKeyAloneIsAKeyLikeOthers) {
   EXPECT_EQ(Scan(R"({"":1,"":2})"), R"(ok {"":1})");
 }
 
-TEST(JSONParserTest, OfTheEmptyKeyAndAnotherTheLaterStandsFirst) {
+TEST(JSONParserTest, EmptyKeyAndAnotherAreInReverseOrderOfInsertion) {
   EXPECT_EQ(Scan(R"({"a":1,"":2})"), R"(ok {"":2,"a":1})");
   EXPECT_EQ(Scan(R"({"":1,"a":2})"), R"(ok {"a":2,"":1})");
 }

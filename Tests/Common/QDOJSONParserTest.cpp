@@ -11,12 +11,12 @@
 
 namespace {
 
-/// What the text becomes, with every string kept as it stands.
+/// Returns the rendered value of `text`, without the proxy convention.
 std::string Plain(const std::string& text) {
   return Text(QDOJSONParser::fromJSON(text, false));
 }
 
-/// What the text becomes, with "^" marking proxy identifiers.
+/// Returns the rendered value of `text`, with the proxy convention.
 std::string Proxied(const std::string& text) {
   return Text(QDOJSONParser::fromJSON(text, true));
 }
@@ -43,8 +43,8 @@ std::string Text(const nlohmann::json& node) {
   }
 }
 
-/// Makes documents of the subset on which every JSON reader agrees: unique keys that are not empty,
-/// fractions that are exact in binary, no exponent on an integer, no surrogates, no code point 0.
+/// Makes documents that every JSON parser reads alike: unique keys that are not empty, fractions
+/// that are exact in binary, no integer with an exponent, no surrogates, no code point 0.
 class DocumentMaker {
  public:
   explicit DocumentMaker(unsigned int seed) : random_(seed) {}
@@ -248,7 +248,7 @@ TEST(QDOJSONParserTest, EscapedCaretCountsLikeARawOne) {
   EXPECT_EQ(Proxied(R"("12\u005e")"), "#12");
 }
 
-TEST(QDOJSONParserTest, CutStringFollowsTheConventionToo) {
+TEST(QDOJSONParserTest, TruncatedStringFollowsTheConventionToo) {
   EXPECT_EQ(Proxied(R"("12^\q)"), "#12");
 }
 
@@ -351,8 +351,8 @@ TEST(QDOJSONParserTest, EveryFailedAllocationIsReportedAndLeaksNothing) {
       EXPECT_LT(AllocationProbe::made() - already, nth) << "a failure was swallowed";
     }
   }
-  EXPECT_TRUE(sawCode1);     // while a string or a container was made
-  EXPECT_TRUE(sawBadAlloc);  // elsewhere
+  EXPECT_TRUE(sawCode1);     // from the making of a string or a container
+  EXPECT_TRUE(sawBadAlloc);  // from other code
 }
 
 TEST(QDOJSONParserTest, EveryFailedAllocationOfATextsConversionIsCode1) {
@@ -379,7 +379,7 @@ TEST(QDOJSONParserTest, EachValueOfATextHasOneHolderAndOneElement) {
   EXPECT_EQ(allocations(R"([1,"a","b",{}])"), 2 + 3 + 2 + 2 + 2);  // the vector grows three times
 }
 
-TEST(QDOJSONParserTest, EmptyArrayHasNoRoomOnEitherWay) {
+TEST(QDOJSONParserTest, EmptyArrayHasNoCapacityInEitherConversion) {
   QDOJSONParserImpl parser;
   Parse(parser, "[]");
   QDOObject converted = parser.getQDOObject(false);
@@ -387,7 +387,7 @@ TEST(QDOJSONParserTest, EmptyArrayHasNoRoomOnEitherWay) {
   EXPECT_EQ(QDOJSONParser::fromJSON("[]", false).getVector().capacity(), 0U);
 }
 
-TEST(QDOJSONParserTest, PlainDocumentsReadAsAnotherReaderReadsThem) {
+TEST(QDOJSONParserTest, PlainDocumentsGiveTheSameValuesAsAnotherParser) {
   DocumentMaker maker(20171130);
   for (int i = 0; i < 3000; ++i) {
     const std::string text = maker.value(4);

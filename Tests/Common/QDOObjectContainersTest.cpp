@@ -25,7 +25,8 @@ QDOObject MapOf(const std::string& key, const QDOObject& member) {
   return map;
 }
 
-/// A container of either kind that only a value inside it holds: directly, or one level deeper.
+/// Returns values that own the container in which they are, directly or one level deeper. No other
+/// value owns the containers.
 std::vector<QDOObject*> OwnersInsideTheirContainer() {
   const auto inside = [](const QDOObject& container, QDOObject& member) {
     member.set(container);
@@ -44,7 +45,7 @@ std::vector<QDOObject*> OwnersInsideTheirContainer() {
   return owners;
 }
 
-/// Applies `operation` to each such owner: all must be freed, once.
+/// Applies `operation` to each such value. Expects that each container is freed once.
 template <typename Operation>
 void ExpectBroken(const char* name, Operation operation) {
   SCOPED_TRACE(name);
@@ -63,7 +64,7 @@ static_assert(std::is_same_v<decltype(std::declval<QDOObject&>().getMap()),
                              std::map<std::string, QDOObject>&>);
 
 TEST(QDOObjectContainersTest, CreatedContainersAreEmptyAndOfTheirKind) {
-  for (QDOObject& value : OneOfEachKind()) {  // whatever was held before
+  for (QDOObject& value : OneOfEachKind()) {  // for every type of the old value
     value.createVector();
     EXPECT_EQ(value.getType(), QDOObject::Vector);
     EXPECT_TRUE(value.getVector().empty());
@@ -281,7 +282,7 @@ TEST(QDOObjectContainersTest, NestingDeeperThanTheStackIsDestroyed) {
     } else {
       outer["a"].set(1LL);
       outer["b"] = std::move(nested);
-      outer["c"] = outer["b"];  // held twice, freed once
+      outer["c"] = outer["b"];  // two references, freed once
     }
     nested = std::move(outer);
   }
@@ -321,7 +322,7 @@ TEST(QDOObjectContainersTest, ContainerInsideItselfIsNeverFreed) {
     lost = &map.getMap();
   }
   EXPECT_GT(AllocationProbe::live(), before);
-  const QDOObject freedHere = std::move((*lost)["self"]);  // breaks the cycle by hand
+  const QDOObject freedHere = std::move((*lost)["self"]);  // breaks the cycle
 }
 
 TEST(QDOObjectContainersTest, CycleThroughNestedMembersIsNeverFreed) {
@@ -417,6 +418,6 @@ TEST(QDOObjectContainersTest, GrowingAVectorMovesItsElements) {
   elements.shrink_to_fit();
   const long before = AllocationProbe::made();
   elements.reserve(elements.capacity() + 1);
-  EXPECT_EQ(AllocationProbe::made() - before, 1);  // the new block, and no holder
+  EXPECT_EQ(AllocationProbe::made() - before, 1);  // the new block, without a new holder
   EXPECT_EQ(Text(vector), R"(["element"])");
 }

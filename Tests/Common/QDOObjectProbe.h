@@ -16,7 +16,7 @@ QDOObject::Type QDOObject::*TypeField();
 std::uint64_t QDOObject::*PayloadField();
 void* NewHolder(std::shared_ptr<void> element);
 
-/// Defines the three: an explicit instantiation is the one place that may name private members.
+/// Defines the three functions. Only an explicit instantiation may name private members.
 template <QDOObject::Type QDOObject::*kType, std::uint64_t QDOObject::*kPayload, typename Holder>
 struct QDOObjectFields {
   friend QDOObject::Type QDOObject::*TypeField() { return kType; }
@@ -25,7 +25,7 @@ struct QDOObjectFields {
 };
 template struct QDOObjectFields<&QDOObject::type_, &QDOObject::payload_, QDOObject::Holder>;
 
-/// A value of the given fields. Some kinds have no setter that gives them a value.
+/// Returns a value with these members. Some types have no setter for such a value.
 inline QDOObject MakeRaw(QDOObject::Type type, std::uint64_t payload) {
   QDOObject value;
   value.*TypeField() = type;
@@ -33,7 +33,7 @@ inline QDOObject MakeRaw(QDOObject::Type type, std::uint64_t payload) {
   return value;
 }
 
-/// A value of a shared kind whose holder shares `element`.
+/// Returns a value of a shared type whose holder shares `element`.
 inline QDOObject MakeShared(QDOObject::Type type, std::shared_ptr<void> element) {
   return MakeRaw(type, reinterpret_cast<std::uintptr_t>(NewHolder(std::move(element))));
 }
@@ -42,7 +42,8 @@ inline QDOObject MakeHandle(std::shared_ptr<void> element) {
   return MakeShared(QDOObject::Handle, std::move(element));
 }
 
-/// A value made by one setter: `Make(7LL)`, `Make("text")`, `Make(QDOObject::Map)`.
+/// Returns a value made by one setter, for example `Make(7LL)`, `Make("text")`,
+/// `Make(QDOObject::Map)`.
 template <typename Argument>
 QDOObject Make(const Argument& argument) {
   QDOObject value;
@@ -50,8 +51,8 @@ QDOObject Make(const Argument& argument) {
   return value;
 }
 
-/// One value of every kind, each with a payload that has bits set; and a shared kind without a
-/// holder.
+/// Returns one value of every type, each with a payload other than 0, and one value of a shared
+/// type without a holder.
 inline std::vector<QDOObject> OneOfEachKind() {
   std::vector<QDOObject> values;
   values.push_back(QDOObject());
@@ -74,8 +75,9 @@ inline std::vector<QDOObject> OneOfEachKind() {
   return values;
 }
 
-/// What `operation` throws, as in "QDOException 3" or, where an object is named,
-/// "QDOObjectException 2 about this value" (`self`), "… about no value", "… about another value".
+/// Returns the exception of `operation`, for example "QDOException 3". An exception with an object
+/// gives "QDOObjectException 2 about this value" (`self`), "… about no value" or "… about another
+/// value".
 template <typename Operation>
 std::string Thrown(Operation operation, const QDOObject* self = nullptr) {
   try {

@@ -21,7 +21,7 @@ QDOObject::Type TypeNumber(std::uint32_t number) {
   return static_cast<QDOObject::Type>(number);
 }
 
-/// The value as a signed 32-bit integer, or what reading it throws.
+/// Returns the value as a signed 32-bit integer, or the exception of the getter.
 std::string AsInt32(const QDOObject& value) {
   std::string result;
   const std::string thrown = Thrown([&] { result = std::to_string(value.getQDOInt32()); });
@@ -29,7 +29,7 @@ std::string AsInt32(const QDOObject& value) {
   return thrown == "nothing" ? result : thrown;
 }
 
-/// The value as an unsigned 32-bit integer, or what reading it throws.
+/// Returns the value as an unsigned 32-bit integer, or the exception of the getter.
 std::string AsUInt32(const QDOObject& value) {
   std::string result;
   const std::string thrown = Thrown([&] { result = std::to_string(value.getQDOUInt32()); });
@@ -52,7 +52,7 @@ static_assert(std::is_nothrow_move_assignable_v<QDOObject>);
 static_assert(std::is_nothrow_destructible_v<QDOObject>);
 static_assert(noexcept(std::declval<QDOObject&>().destroy()));
 
-/// Whether `set()` takes an argument of this type.
+/// Tells whether `set()` takes an argument of this type.
 template <typename Argument, typename = void>
 constexpr bool kSettable = false;
 template <typename Argument>
@@ -89,7 +89,7 @@ TEST(QDOObjectTest, NewValueIsUndefinedAndHasNothingToGet) {
 
 // Setters.
 
-TEST(QDOObjectTest, SettersGiveTheirKindAndReturnTheValue) {
+TEST(QDOObjectTest, SettersSetTheirTypeAndReturnTheValue) {
   QDOObject value;
   EXPECT_EQ(&value.set(7LL), &value);
   EXPECT_EQ(Text(value), "7");
@@ -115,7 +115,7 @@ TEST(QDOObjectTest, Int64KeepsAll64Bits) {
 
 TEST(QDOObjectTest, EveryIntegerTypeThatFitsGivesInt64) {
   EXPECT_EQ(Make(1).getInt64(), 1);
-  EXPECT_EQ(Make(0).getInt64(), 0);  // not a null text
+  EXPECT_EQ(Make(0).getInt64(), 0);  // not a null pointer
   EXPECT_EQ(Make(-7L).getInt64(), -7);
   EXPECT_EQ(Make(4294967295U).getInt64(), 4294967295);
   EXPECT_EQ(Make(static_cast<short>(-3)).getInt64(), -3);
@@ -156,9 +156,9 @@ TEST(QDOObjectTest, NullTextThrowsCode2AndLeavesTheEarlierValue) {
 }
 
 TEST(QDOObjectTest, SetTypeGivesTheInitialValueOfEachKind) {
-  for (const QDOObject& earlier : OneOfEachKind()) {  // whatever the slot held before
+  for (const QDOObject& earlier : OneOfEachKind()) {  // for every type of the old value
     auto initial = [&, value = QDOObject()](QDOObject::Type type) mutable -> QDOObject& {
-      Thrown([&] { value.set(earlier); });  // an empty Handle leaves Undefined
+      Thrown([&] { value.set(earlier); });  // an empty Handle gives Undefined
       value.set(type);
       EXPECT_EQ(value.getType(), type);
       return value;
@@ -195,7 +195,7 @@ TEST(QDOObjectTest, MakeBoolHoldsItsArgument) {
   EXPECT_EQ(QDOObject::makeBool(false).getType(), QDOObject::Bool);
 }
 
-TEST(QDOObjectTest, EverySetterReleasesWhatWasHeld) {
+TEST(QDOObjectTest, EverySetterReleasesTheOldContent) {
   const auto element = std::make_shared<int>(1);
   const auto owners = [&](auto set) {
     QDOObject value = MakeHandle(element);
@@ -218,10 +218,10 @@ TEST(QDOObjectTest, EverySetterReleasesWhatWasHeld) {
     EXPECT_EQ(owners([&](QDOObject& value) { value.set(TypeNumber(number)); }), 1) << number;
   }
   EXPECT_EQ(owners([](QDOObject&) {}), 2);
-  EXPECT_EQ(element.use_count(), 1);  // the destructor's share
+  EXPECT_EQ(element.use_count(), 1);  // the reference of the destructor
 }
 
-TEST(QDOObjectTest, ArgumentMayLieInWhatTheSetterReleases) {
+TEST(QDOObjectTest, ArgumentMayBePartOfTheOldContent) {
   auto number = std::make_shared<long long>(7);
   const long long& inside = *number;
   QDOObject value = MakeHandle(std::move(number));
@@ -251,7 +251,7 @@ TEST(QDOObjectTest, CopiesOfScalarsAreEqualAndIndependent) {
   EXPECT_EQ(QDOObject(MakeRaw(QDOObject::ProxyId, 9)).getProxyIdentifier(), 9U);
 }
 
-TEST(QDOObjectTest, CopyIsReadWholeWhateverTheSlotHeldBefore) {
+TEST(QDOObjectTest, CopyIsCompleteForEveryTypeOfTheOldValue) {
   for (QDOObject& value : OneOfEachKind()) {
     EXPECT_FALSE(value.set(QDOObject::makeBool(false)).getBool());
   }
@@ -329,7 +329,7 @@ TEST(QDOObjectTest, LastHolderDeletesTheElement) {
   EXPECT_TRUE(watched.expired());
 }
 
-TEST(QDOObjectTest, CopyCostsOneAllocationWhateverItsSize) {
+TEST(QDOObjectTest, CopyNeedsOneAllocationForEverySize) {
   QDOObject map = Make(QDOObject::Map);
   for (int i = 0; i < 1000; ++i) {
     map[std::to_string(i)].set("member");
@@ -386,7 +386,7 @@ TEST(QDOObjectTest, CopyOfAContainerOrHandleWithoutHolderIsUndefined) {
   }
 }
 
-TEST(QDOObjectTest, FailedCopyReleasesWhatTheTargetHeld) {
+TEST(QDOObjectTest, FailedCopyReleasesTheOldContent) {
   const auto element = std::make_shared<int>(1);
   QDOObject target = MakeHandle(element);
   EXPECT_EQ(Thrown([&] { target.set(Make(QDOObject::Handle)); }),
@@ -429,7 +429,7 @@ TEST(QDOObjectTest, MoveTakesThePayloadAndLeavesUndefined) {
   }
 }
 
-TEST(QDOObjectTest, MoveAssignmentReleasesWhatWasHeld) {
+TEST(QDOObjectTest, MoveAssignmentReleasesTheOldContent) {
   const auto element = std::make_shared<int>(1);
   QDOObject value = MakeHandle(element);
   value = Make("text");
@@ -472,7 +472,7 @@ TEST(QDOObjectTest, ProxyIdFromAnythingElseIsZero) {
   EXPECT_EQ(ProxyFrom(Make(QDOObject::Handle)), 0U);
 }
 
-TEST(QDOObjectTest, SetProxyIdFromItselfReadsTheLow32BitsLeftInTheSlot) {
+TEST(QDOObjectTest, SetProxyIdFromItselfReadsTheLow32BitsOfThePayload) {
   const auto fromItself = [](QDOObject value) { return Text(value.setProxyId(value)); };
   EXPECT_EQ(fromItself(Make(7LL)), "#7");
   EXPECT_EQ(fromItself(Make(-7LL)), "#4294967289");
@@ -587,7 +587,7 @@ TEST(QDOObjectTest, EachClearReleasesTheHolderOfItsKindOnlyAndKeepsTheType) {
       (value.*clear.operation)();
       EXPECT_EQ(value.getType(), held);
       EXPECT_EQ(element.use_count(), held == clear.type ? 1 : 2) << held << clear.type;
-      (value.*clear.operation)();  // nothing is left to release
+      (value.*clear.operation)();  // no content is left
       EXPECT_EQ(value.getType(), held);
     }
     QDOObject scalar = Make(kInt64Max);
@@ -628,14 +628,14 @@ TEST(QDOObjectTest, DerivedValueIsDestroyedThroughItsBase) {
 
 namespace {
 
-/// `operation` on a value of every earlier kind, with each of its allocations failing in turn:
-/// every failure must have the given outcome, leave Undefined, leak nothing, and leave the value
-/// usable.
+/// Applies `operation` to a value of every type, with a failure of each allocation in turn. Expects
+/// for every failure that the outcome is `expected`, the value is Undefined and usable, and no
+/// memory leaks.
 template <typename Operation>
 void ExpectEveryFailure(Outcome expected, long allocations, Operation operation) {
   for (const QDOObject& earlier : OneOfEachKind()) {
     const auto prepare = [&](QDOObject& value) {
-      Thrown([&] { value.set(earlier); });  // an empty Handle leaves Undefined
+      Thrown([&] { value.set(earlier); });  // an empty Handle gives Undefined
     };
     const long before = AllocationProbe::live();
     for (long nth = 1; nth <= allocations + 1; ++nth) {

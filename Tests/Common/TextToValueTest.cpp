@@ -1,4 +1,5 @@
-// The two ways from a text to values, straight and through a tree, on generated texts.
+// Compares the two conversions of a text to values, directly and through a tree, on generated
+// texts.
 
 #include <gtest/gtest.h>
 
@@ -14,8 +15,8 @@
 
 namespace {
 
-/// Makes texts that are JSON, nearly JSON, or the beginning of either, with a liking for what the
-/// scanner and the conversion do in a way of their own.
+/// Makes texts that are JSON, almost JSON, or the beginning of either. The texts often contain the
+/// quirks of the scanner and the conversion.
 class TextMaker {
  public:
   explicit TextMaker(unsigned int seed) : random_(seed) {}
@@ -44,7 +45,7 @@ class TextMaker {
     text_ += pieces[pick(kCount)];
   }
 
-  /// One of `pieces`; in a flawed text, sometimes one of `flaws`.
+  /// Adds one of `pieces` or, in a flawed text, sometimes one of `flaws`.
   template <std::size_t kCount, std::size_t kFlaws>
   void add(const char* const (&pieces)[kCount], const char* const (&flaws)[kFlaws]) {
     flawed_&& oneIn(12) ? add(flaws) : add(pieces);
@@ -193,7 +194,7 @@ bool Same(const QDOObject& a, const QDOObject& b) {
   }
 }
 
-/// Expects that both ways make the same value of an object with `keys` in that order.
+/// Expects that both conversions make the same value of an object with `keys` in that order.
 void ExpectTheFirstOfEqualKeys(const std::vector<std::string>& keys) {
   std::string text = "{";
   for (const std::string& key : keys) {
@@ -209,8 +210,8 @@ void ExpectTheFirstOfEqualKeys(const std::vector<std::string>& keys) {
 
 }  // namespace
 
-// In a tree, the order of the empty key beside others is odd on purpose: keys may be held twice.
-TEST(TextToValueTest, FirstOfEqualKeysCountsBesideTheEmptyKeyBothWays) {
+// The order of the empty key in a tree is inconsistent on purpose: a tree may hold a key twice.
+TEST(TextToValueTest, FirstOfEqualKeysWinsBesideTheEmptyKeyInBothConversions) {
   constexpr unsigned int kLongest = 6;
   const std::string keys[] = {"", "a", "b", "c"};
   for (unsigned int length = 1; length <= kLongest; ++length) {
@@ -232,8 +233,8 @@ TEST(TextToValueTest, FirstOfEqualKeysCountsBesideTheEmptyKeyBothWays) {
   }
 }
 
-TEST(TextToValueTest, StraightValuesEqualThoseOfATree) {
-  // Under sanitizers the fuzzer text_to_value compares more.
+TEST(TextToValueTest, DirectValuesEqualTheValuesOfATree) {
+  // Under sanitizers, the fuzzer text_to_value compares more texts.
   constexpr int kTexts = SANITIZED != 0 ? 30000 : 300000;
   TextMaker maker(20171130);
   int failed = 0;
@@ -248,6 +249,6 @@ TEST(TextToValueTest, StraightValuesEqualThoseOfATree) {
         << Quoted(text) << "\nstraight: " << Text(straight) << "\ntree: " << Text(converted);
     failed += scanner.succeeded() ? 0 : 1;
   }
-  EXPECT_GT(failed, kTexts / 4);  // both kinds of texts were made
+  EXPECT_GT(failed, kTexts / 4);  // texts of both kinds were made
   EXPECT_LT(failed, kTexts * 3 / 4);
 }

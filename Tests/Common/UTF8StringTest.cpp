@@ -24,9 +24,9 @@ int Compare(const UTF8String& a, const UTF8String& b) {
   return a.compare(b);
 }
 
-/// The result and the number, as in "false 12".
+/// Returns the result and the number, for example "false 12".
 std::string ScanNumber(const char* text) {
-  long long number = 99;  // must be overwritten
+  long long number = 99;  // scanWSInt64() must change this number
   const bool scanned = UTF8String(text).scanWSInt64(number);
   return (scanned ? "true " : "false ") + std::to_string(number);
 }
@@ -52,7 +52,7 @@ TEST(UTF8StringTest, TextEndsAtItsFirstZeroByte) {
   EXPECT_EQ(Bytes(UTF8String("x").append(kWithZero, 1)), "xa");
 }
 
-TEST(UTF8StringTest, CopyHasBytesOfItsOwn) {
+TEST(UTF8StringTest, CopyHasSeparateBytes) {
   UTF8String original("ab");
   original.append('\0');
   const UTF8String copy(original);
@@ -164,7 +164,7 @@ TEST(UTF8StringTest, CompareLooksPastZeroBytes) {
   EXPECT_EQ(Compare('\0', ""), -1);
 }
 
-TEST(UTF8StringTest, CompareWithOneEmptySideIsMinusOneBothWays) {
+TEST(UTF8StringTest, CompareWithOneEmptyStringIsMinusOneInBothDirections) {
   EXPECT_EQ(Compare("", ""), 0);
   EXPECT_EQ(Compare("", "a"), -1);
   EXPECT_EQ(Compare("a", ""), -1);
@@ -184,15 +184,15 @@ TEST(UTF8StringTest, CompareKeepsTheLow16BitsOfTheLengthDifference) {
   EXPECT_EQ(Repeated('x', 1 + 65537).compare(one), 1);
 }
 
-// A larger number could lose its sign with its high bits.
-TEST(UTF8StringTest, DifferingBytesCompareAsOneHoweverFarApart) {
+// A number with more than 16 bits could lose its sign.
+TEST(UTF8StringTest, DifferentBytesGiveOneOrMinusOneForEveryDistance) {
   EXPECT_EQ(Compare("b", "a"), 1);
   EXPECT_EQ(Compare("a", "b"), -1);
   EXPECT_EQ(Compare("\xff", "\x01"), 1);
   EXPECT_EQ(Compare("\x01", "\xff"), -1);
 }
 
-TEST(UTF8StringTest, DifferingBytesDecideWhateverTheLengths) {
+TEST(UTF8StringTest, DifferentBytesDecideForAllLengths) {
   EXPECT_GT(UTF8String("y").compare(Repeated('x', 65537)), 0);
   EXPECT_LT(Repeated('x', 65537).compare("y"), 0);
 }
@@ -227,8 +227,8 @@ TEST(UTF8StringTest, ScanStopsAtTheFirstByteThatIsNotADigit) {
   EXPECT_EQ(ScanNumber("+1"), "false 0");
   EXPECT_EQ(ScanNumber(" 5"), "false 0");
   EXPECT_EQ(ScanNumber("5 "), "false 5");
-  EXPECT_EQ(ScanNumber("1/"), "false 1");  // the byte below '0'
-  EXPECT_EQ(ScanNumber("1:"), "false 1");  // the byte above '9'
+  EXPECT_EQ(ScanNumber("1/"), "false 1");  // the byte before '0'
+  EXPECT_EQ(ScanNumber("1:"), "false 1");  // the byte after '9'
   EXPECT_EQ(ScanNumber("1\xB2"), "false 1");
   long long number = 99;
   EXPECT_FALSE(UTF8String("4").append('\0').append("2").scanWSInt64(number));

@@ -93,7 +93,8 @@ class QDOObject {
   /// Makes a String from the zero-terminated `text`. Requires: `text` is not null.
   void setString(const char* text);
   /// Makes a ProxyId from another ProxyId, or from a value that satisfies IsUInt(). Any other value
-  /// gives the identifier 0.
+  /// gives the identifier 0. If `source` is this value, the identifier is the low 32 bits of the
+  /// old number, on purpose.
   QDOObject& setProxyId(const QDOObject& source);
 
   void createVector();  ///< Makes an empty Vector.
