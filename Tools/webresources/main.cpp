@@ -61,10 +61,12 @@ CLI::Option* AddPath(CLI::App* command, const std::string& option, Name& path,
 
 CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
                      const std::string& purpose, const std::string& example,
-                     const std::function<Report()>& run) {
+                     const std::string& statuses, const std::function<Report()>& run) {
   CLI::App* command = app.add_subcommand(name, purpose);
-  command->group("Subcommands");                        // this heading is what completions look for
-  command->footer("Example: webresources " + example);  // one line: newer CLI11 joins lines
+  command->group("Subcommands");  // completions look for this heading
+  // The example stands first: newer versions of CLI11 join and wrap the lines.
+  command->footer("Example: webresources " + example + "\nExit status: " + statuses +
+                  ", 64 wrong usage");
   AddOutputOptions(*command, line);
   command->callback([&line, name, run] {
     line.name = name;
@@ -75,9 +77,10 @@ CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
 
 void AddPack(CLI::App& app, CommandLine& line) {
   PackOptions& options = line.pack;
-  CLI::App* command =
-      AddCommand(app, line, "pack", "Make a bundle's package and metadata of a directory",
-                 "pack site --update-id 7 --output X.app", [&line] { return Pack(line.pack); });
+  CLI::App* command = AddCommand(
+      app, line, "pack", "Make a bundle's package and metadata of a directory",
+      "pack site --update-id 7 --output X.app", "0 both files are written, 1 refused, 2 failed",
+      [&line] { return Pack(line.pack); });
   AddPath(command, "DIRECTORY", options.directory, "What to pack")->required();
   command
       ->add_option("--update-id", options.updateId,
@@ -122,7 +125,7 @@ void AddLimits(CLI::App* command, Limits& limits) {
 void AddCheck(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       AddCommand(app, line, "check", "Tell what the installer will do with a bundle",
-                 "check --prove X.app", [&line] {
+                 "check --prove X.app", "0 no findings, 1 findings, 2 unknown", [&line] {
                    line.check.asJson = line.asJson;
                    return Check(line.check);
                  });
@@ -133,8 +136,9 @@ void AddCheck(CLI::App& app, CommandLine& line) {
 }
 
 void AddInfo(CLI::App& app, CommandLine& line) {
-  CLI::App* command = AddCommand(app, line, "info", "Tell what a bundle holds, without a check",
-                                 "info X.app", [&line] { return Info(line.info); });
+  CLI::App* command =
+      AddCommand(app, line, "info", "Tell what a bundle holds, without a check", "info X.app",
+                 "0 printed, 2 failed", [&line] { return Info(line.info); });
   AddPath(command, "BUNDLE_OR_RESOURCES", line.info.path, "A bundle, or its Resources directory")
       ->required();
 }
@@ -151,17 +155,18 @@ void AddVerifyOptions(CLI::App* command, VerifyOptions& options) {
 }
 
 void AddVerify(CLI::App& app, CommandLine& line) {
-  CLI::App* command =
-      AddCommand(app, line, "verify", "Compare what is installed with a bundle, or with itself",
-                 "verify X.app", [&line] { return Verify(line.verify); });
+  CLI::App* command = AddCommand(
+      app, line, "verify", "Compare the installation with a bundle, or with the receipt",
+      "verify X.app", "0 correct, 1 findings, 2 unknown", [&line] { return Verify(line.verify); });
   AddPath(command, "BUNDLE", line.verify.bundle, "The bundle that should be installed");
   AddVerifyOptions(command, line.verify);
 }
 
 void AddInstallCheck(CLI::App& app, CommandLine& line) {
-  CLI::App* command =
-      AddCommand(app, line, "installcheck", "Exit with 0 if a bundle is to be installed, 1 if not",
-                 "installcheck X.app", [&line] { return InstallCheck(line.verify); });
+  CLI::App* command = AddCommand(
+      app, line, "installcheck", "Exit with 0 if a bundle is to be installed, 1 if not",
+      "installcheck X.app", "0 install needed, 1 up to date, 2 bundle unusable, 3 host unreadable",
+      [&line] { return InstallCheck(line.verify); });
   AddPath(command, "BUNDLE", line.verify.bundle, "The bundle that should be installed")->required();
   AddVerifyOptions(command, line.verify);
 }
@@ -184,12 +189,12 @@ void AddWait(CLI::App* command, long long& seconds) {
 }
 
 void AddInstall(CLI::App& app, CommandLine& line) {
-  CLI::App* command =
-      AddCommand(app, line, "install", "Run a bundle's installer step on this machine, and verify",
-                 "install X.app", [&line] {
-                   line.install.wait = std::chrono::seconds(line.waitSeconds);
-                   return line.isDryRun ? Plan(line.install) : Install(line.install);
-                 });
+  CLI::App* command = AddCommand(
+      app, line, "install", "Run a bundle's installer step on this machine, and verify",
+      "install X.app", "0 installed or up to date, 1 refused or not correct, 2 failed", [&line] {
+        line.install.wait = std::chrono::seconds(line.waitSeconds);
+        return line.isDryRun ? Plan(line.install) : Install(line.install);
+      });
   AddPlanOptions(command, line.install);
   command->add_flag("--dry-run", line.isDryRun,
                     "Change nothing, and tell what would be done: plan");
@@ -197,11 +202,12 @@ void AddInstall(CLI::App& app, CommandLine& line) {
 }
 
 void AddUninstall(CLI::App& app, CommandLine& line) {
-  CLI::App* command = AddCommand(app, line, "uninstall", "Remove everything that was installed",
-                                 "uninstall --dry-run", [&line] {
-                                   line.uninstall.wait = std::chrono::seconds(line.waitSeconds);
-                                   return Uninstall(line.uninstall);
-                                 });
+  CLI::App* command =
+      AddCommand(app, line, "uninstall", "Remove everything that was installed",
+                 "uninstall --dry-run", "0 nothing is installed any more, 2 failed", [&line] {
+                   line.uninstall.wait = std::chrono::seconds(line.waitSeconds);
+                   return Uninstall(line.uninstall);
+                 });
   AddRoot(command, line.uninstall.hostRoot);
   command->add_flag("--dry-run", line.uninstall.isDryRun,
                     "Change nothing, and tell what would be removed");
@@ -211,6 +217,7 @@ void AddUninstall(CLI::App& app, CommandLine& line) {
 void AddPlan(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       AddCommand(app, line, "plan", "Tell what install would change on this machine", "plan X.app",
+                 "0 install will not refuse, 1 install will refuse, 2 unknown",
                  [&line] { return Plan(line.plan); });
   AddPlanOptions(command, line.plan);
   AddRoot(command, line.plan.hostRoot);
@@ -219,14 +226,15 @@ void AddPlan(CLI::App& app, CommandLine& line) {
 void AddStatus(CLI::App& app, CommandLine& line) {
   CLI::App* command =
       AddCommand(app, line, "status", "Tell what is installed here, and if it is sound", "status",
-                 [&line] { return Status(line.status); });
+                 "0 correct, 1 findings, 2 unknown", [&line] { return Status(line.status); });
   AddRoot(command, line.status.hostRoot);
   command->add_flag("--ignore-modes", line.status.ignoresModes, "Do not compare modes and owners");
 }
 
 void AddDiff(CLI::App& app, CommandLine& line) {
   CLI::App* command = AddCommand(app, line, "diff", "Tell what changes from one bundle to another",
-                                 "diff 6/X.app 7/X.app", [&line] { return Diff(line.diff); });
+                                 "diff 6/X.app 7/X.app", "0 equal, 1 changes or errors, 2 unknown",
+                                 [&line] { return Diff(line.diff); });
   AddPath(command, "BEFORE", line.diff.before, "A bundle")->required();
   AddPath(command, "AFTER", line.diff.after, "The bundle that replaces it")->required();
   AddLimits(command, line.diff.limits);
