@@ -17,16 +17,16 @@ DARWIN_FILES = os.path.join(PLACE.name, "darwin_files.so")
 
 SKIPPED = {
     "SourceTest": {
-        "DeleteAllButOne.EntriesWithPathsOver1023BytesAreCut",
+        "DeleteAllButOne.PathsOver1023BytesAreTruncated",
         "DeleteAllButOne.RootWithoutRoomForANameKeepsAll",
-        "DeleteDirectory.CutPathNamesAnotherEntry",
+        "DeleteDirectory.TruncatedPathNamesAnotherEntry",
         "DeleteDirectory.DeeperTreeStaysBelowPathsOf1023Bytes",
         "DeleteDirectory.DirectoryWithoutRoomForANameIsNotEnteredAgain",
         "DeleteDirectory.FileWithALongerPathStays",
-        "DeleteDirectory.LinkNamedByACutPathIsNotFollowed",
-        "DeleteDirectory.NameCutToDotsLeadsNowhere",
-        "DeleteDirectory.NameCutToOneDotLeadsNowhere",
-        "EnsureDirectory.LongPathThatExistsIsNotCut",
+        "DeleteDirectory.LinkNamedByATruncatedPathIsNotFollowed",
+        "DeleteDirectory.NameTruncatedToTwoDotsIsSkipped",
+        "DeleteDirectory.NameTruncatedToOneDotIsSkipped",
+        "EnsureDirectory.ExistingLongPathIsNotTruncated",
         "Metadata.ResourcesPathThatIsTooLongRaises",
         "ResourcePaths.ResourcesPathFarTooLongYieldsAnEmptyString",
         "ResourcePaths.ResourcesPathOf1023BytesIsWhole",

@@ -1,5 +1,5 @@
-// Answers questions about the bundle whose executable it is, one line for each argument: the
-// answer, or the code of the exception that came instead. "put=FILE" makes FILE the bundle's
+// Answers questions about the bundle whose executable this program is. Prints a line for each
+// argument: the answer, or the code of the exception. "put=FILE" moves FILE to the bundle's
 // metadata file.
 
 #include <cstdio>

@@ -9,7 +9,7 @@
 
 #include "Support.h"
 
-/// A bundle with the probe as its executable. Each question is asked in a new process.
+/// A bundle with the probe as its executable. A new process answers each question.
 class BundleProcess {
  public:
   /// Makes the bundle at `path`, without the files of a product.
@@ -21,7 +21,8 @@ class BundleProcess {
 
   std::string MetadataFile() const { return contents_ + "Resources/metadata.txt"; }
 
-  /// What one process answers to `queries` (see BundleProbe.cpp), separated by blanks: a line each.
+  /// Returns the answers of one process to `queries` (see BundleProbe.cpp). Spaces separate the
+  /// queries, and each answer is a line.
   std::string Answers(const std::string& queries) const {
     const std::string command = "'" + Probe() + "' " + queries + " 2>&1";
     FILE* stream = popen(command.c_str(), "r");

@@ -1,4 +1,4 @@
-// Resource directories, metadata and extraction when the system refuses its calls.
+// Resource directories, metadata and extraction with system calls that fail.
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -14,13 +14,14 @@
 #include "Support.h"
 #include "ZipBuilder.h"
 
-// The C++ library calls it instead of the C library's: FailingCall.cpp reaches the program's own
-// calls only.
+// The C++ library calls this function instead of the function of the C library. FailingCall.cpp
+// reaches only the calls of the program itself.
 extern "C" ssize_t read(int file, void* bytes, std::size_t size) {
   return FailingCall::Strikes("read") ? -1 : syscall(SYS_read, file, bytes, size);
 }
 
-// The linker calls them instead of the zip library's: see FailingCall.cpp.
+// The linker calls these functions instead of the functions of the zip library (see
+// FailingCall.cpp).
 extern "C" {
 
 void* __real_unzOpen(const char* path);
@@ -58,10 +59,10 @@ TEST(FailingDirectories, DirectoryThatCannotBeListedDoesNotStopTheOthers) {
     const FailingCall fault("fdopendir", ENOMEM, 1, 1);
     EXPECT_TRUE(OSUtils::DeleteAllDirectoryExceptOne(directory / "/", ""));
   }
-  EXPECT_EQ(TreeOf(directory / "").size(), 2U);  // one of the three, and its entry
+  EXPECT_EQ(TreeOf(directory / "").size(), 2U);  // one of the three directories, and its entry
 }
 
-TEST(FailingExtraction, FileThatCannotBeWrittenWholeIsKeptAndTheRestGoesOn) {
+TEST(FailingExtraction, FileThatCannotBeWrittenCompletelyIsKeptAndTheRestIsExtracted) {
   constexpr std::size_t kPortion = 8192;
   constexpr int kPortions = 5;
   const ScopedDirectory directory;
@@ -74,7 +75,7 @@ TEST(FailingExtraction, FileThatCannotBeWrittenWholeIsKeptAndTheRestGoesOn) {
   EXPECT_EQ(TreeOf(destination), (Tree{{"big", big.substr(0, kPortion)}, {"small", "2"}}));
 }
 
-/// A package with the files "a" and "b", and a destination that has an "a" already.
+/// A package with the files "a" and "b", and a destination with a file "a".
 class FailingRewriting : public testing::Test {
  protected:
   FailingRewriting() {
@@ -94,7 +95,7 @@ class FailingRewriting : public testing::Test {
   std::string destination_ = directory_ / "out";
 };
 
-TEST_F(FailingRewriting, FileThatCannotBeEmptiedIsSkippedAndTheRestGoesOn) {
+TEST_F(FailingRewriting, FileThatCannotBeTruncatedIsSkippedAndTheRestIsExtracted) {
   const int descriptors = OpenDescriptors();
   for (const char* function : {"open", "fstat", "ftruncate"}) {
     const FailingCall fault(function, EIO);
@@ -105,14 +106,14 @@ TEST_F(FailingRewriting, FileThatCannotBeEmptiedIsSkippedAndTheRestGoesOn) {
   EXPECT_EQ(OpenDescriptors(), descriptors);
 }
 
-TEST_F(FailingRewriting, FileThatCannotBeLookedAtIsReplaced) {
+TEST_F(FailingRewriting, FileWithoutAReadableStatusIsReplaced) {
   std::filesystem::create_hard_link(destination_ + "/a", directory_ / "same");
   const FailingCall fault("lstat", EIO);
   EXPECT_EQ(Extracted(), (Tree{{"a", "new"}, {"b", "new"}}));
   EXPECT_EQ(ReadFile(directory_ / "same"), "old");
 }
 
-TEST_F(FailingRewriting, FileThatGetsASecondNameMeanwhileIsNotWrittenTo) {
+TEST_F(FailingRewriting, FileWithASecondNameMadeMeanwhileIsNotWritten) {
   const FailingCall neighbour("open", [this] {
     std::filesystem::create_hard_link(destination_ + "/a", directory_ / "same");
   });
@@ -157,7 +158,7 @@ TEST_F(FailingPackage, EntriesThatCannotBeCountedAreNoEntries) {
   EXPECT_EQ(TreeOf(destination_), Tree());
 }
 
-/// A metadata file that takes several reads, and its words when those reads fail.
+/// A metadata file that needs several reads, and its words if those reads fail.
 class FailingMetadata : public testing::Test {
  protected:
   FailingMetadata() { WriteFile(path_, std::string(100000, 'x') + " last"); }

@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::size_t kCopySize = 8192;
 
-/// Bytes that do not compress, the same on every run.
+/// Returns bytes that do not compress, equal in every run.
 std::string Noise(std::size_t length) {
   std::minstd_rand generator(1);
   std::string bytes;
@@ -28,7 +28,7 @@ std::string Noise(std::size_t length) {
   return bytes;
 }
 
-/// Bytes that compress well.
+/// Returns bytes that compress well.
 std::string Text(std::size_t length) {
   std::string text;
   while (text.length() < length) {
@@ -37,7 +37,7 @@ std::string Text(std::size_t length) {
   return text.substr(0, length);
 }
 
-/// A name of exactly `length` bytes, in components that a file system accepts.
+/// Returns a name of exactly `length` bytes, with components that a file system accepts.
 std::string NameOfLength(std::size_t length) {
   std::string name;
   while (length - name.length() > 200) {
@@ -55,8 +55,8 @@ class Extraction : public testing::Test {
     return InstallerUtils::UncompressPackageFiles(package, destination);
   }
 
-  /// Extracts the archive of these bytes, successfully, and lists the destination. Whatever the
-  /// archive holds, nothing else is touched and no descriptor stays open.
+  /// Extracts the archive `bytes` and returns the tree of the destination. Expects a success, no
+  /// change outside the destination, and no open descriptor.
   Tree ExtractBytes(const std::string& bytes) const {
     WriteFile(Package(), bytes);
     const int descriptors = OpenDescriptors();
@@ -73,9 +73,9 @@ class Extraction : public testing::Test {
   ScopedDirectory directory_;
 };
 
-// What becomes of an entry ----------------------------------------------------------------------
+// The kind of an entry --------------------------------------------------------------------------
 
-TEST(KindOfEntry, TellsWhatIsWrittenAndWhyTheOthersAreNot) {
+TEST(KindOfEntry, DependsOnTheNameAlone) {
   using Kind = PackageEntry::Kind;
   EXPECT_EQ(PackageReader::KindOf("a", 1), Kind::File);
   EXPECT_EQ(PackageReader::KindOf("a/", 2), Kind::Directory);
@@ -84,14 +84,14 @@ TEST(KindOfEntry, TellsWhatIsWrittenAndWhyTheOthersAreNot) {
   EXPECT_EQ(PackageReader::KindOf("a", 512), Kind::NameTooLong);
 }
 
-// What is extracted -----------------------------------------------------------------------------
+// Extracted entries -----------------------------------------------------------------------------
 
 TEST_F(Extraction, DirectoryEntryBeforeItsFileCreatesBoth) {
   EXPECT_EQ(Extract({{"css/", ""}, {"css/a.css", "a"}}), (Tree{{"css/", ""}, {"css/a.css", "a"}}));
 }
 
-// On purpose: packages announce their directories.
-TEST_F(Extraction, FileInADirectoryNotAnnouncedIsNotWritten) {
+// On purpose: a package must have an entry for each directory.
+TEST_F(Extraction, FileWithoutAnEntryForItsDirectoryIsNotWritten) {
   EXPECT_EQ(Extract({{"css/a.css", "a"}}), Tree());
 }
 
@@ -100,7 +100,7 @@ TEST_F(Extraction, OnlyTopLevelFilesComeOutOfAnArchiveWithoutDirectoryEntries) {
             (Tree{{"a", "1"}, {"b", "3"}}));
 }
 
-// Entries are extracted in the archive's order; nothing is sorted.
+// Entries are extracted in the order of the archive, without sorting.
 TEST_F(Extraction, DirectoryEntryAfterItsFileIsTooLateForIt) {
   EXPECT_EQ(Extract({{"css/a.css", "a"}, {"css/", ""}, {"css/b.css", "b"}}),
             (Tree{{"css/", ""}, {"css/b.css", "b"}}));
@@ -177,7 +177,7 @@ TEST_F(Extraction, LinkInTheArchiveBecomesAPlainFile) {
   EXPECT_EQ(Extract({link}), (Tree{{"link", "../../etc"}}));
 }
 
-// Entries that meet -----------------------------------------------------------------------------
+// Entries with the same path --------------------------------------------------------------------
 
 TEST_F(Extraction, LastOfDuplicateEntriesWins) {
   EXPECT_EQ(Extract({{"a", "long contents"}, {"a", "short"}}), (Tree{{"a", "short"}}));
@@ -203,7 +203,7 @@ TEST_F(Extraction, SecondRunOfTheSameArchiveChangesNothing) {
   EXPECT_EQ(Extract(entries), first);
 }
 
-// What is in the way ----------------------------------------------------------------------------
+// Existing files at output paths ----------------------------------------------------------------
 
 ino_t FileNumber(const std::string& path) {
   struct stat status = {};
@@ -225,7 +225,7 @@ TEST_F(Extraction, PlainFileThatMayNotBeWrittenIsSkipped) {
   Extract({{"a", "old"}});
   const std::string path = Destination() + "/a";
   ASSERT_EQ(chmod(path.c_str(), 0444), 0);
-  fs::permissions(Destination(), fs::perms::all);  // it could be replaced
+  fs::permissions(Destination(), fs::perms::all);  // so that the file could be replaced
   fs::permissions(directory_ / "", fs::perms::all);
   WriteFile(Package(), Zip({{"a", "new"}, {"b", "new"}}));
   EXPECT_TRUE(AsOrdinaryUser([this] { return Uncompress(Package(), Destination()); }));
@@ -307,7 +307,7 @@ TEST_F(Extraction, EmptyNameIsSkipped) {
   EXPECT_EQ(Extract({{"", "1"}, {"y", "y"}}), (Tree{{"y", "y"}}));
 }
 
-TEST_F(Extraction, NameIsCutAtAZeroByte) {
+TEST_F(Extraction, NameEndsAtAZeroByte) {
   EXPECT_EQ(Extract({{std::string("a\0b", 3), "1"}, {std::string("d/\0e", 4), "2"}}),
             (Tree{{"a", "1"}, {"d/", ""}}));
 }
@@ -316,7 +316,7 @@ TEST_F(Extraction, NameThatStartsWithAZeroByteIsSkipped) {
   EXPECT_EQ(Extract({{std::string("\0a", 2), "1"}, {"y", "y"}}), (Tree{{"y", "y"}}));
 }
 
-TEST_F(Extraction, NamesThatClimbOutAreSkipped) {
+TEST_F(Extraction, PathTraversalsAreSkipped) {
   for (const char* name :
        {"../x", "..", "/../x", "//../x", "a/../../x", "./../x", "a/./../../x", "../out/x",
         "a/b/../../../x", "../../../../../../../../tmp/x", "a/../..", "..//x"}) {
@@ -326,14 +326,14 @@ TEST_F(Extraction, NamesThatClimbOutAreSkipped) {
   }
 }
 
-TEST_F(Extraction, DirectoriesThatClimbOutAreSkipped) {
+TEST_F(Extraction, PathTraversalsOfDirectoriesAreSkipped) {
   for (const char* name : {"../", "../x/", "/../x/", "a/../../x/", "a/../../", "../../x/y/"}) {
     EXPECT_EQ(Extract({{"a/", ""}, {name, ""}, {"y", "y"}}), (Tree{{"a/", ""}, {"y", "y"}}))
         << name;
   }
 }
 
-TEST_F(Extraction, NamesWithDotsThatStayInsideAreWrittenWhereTheyPoint) {
+TEST_F(Extraction, NamesWithDotsInsideTheDestinationAreWritten) {
   for (const char* name :
        {"a/../x", "/x", "//x", "./x", "a/b/../../x", "a/../a/../x", "./a/.././x", "a//..//x"}) {
     EXPECT_EQ(Extract({{"a/b/", ""}, {name, "1"}}), (Tree{{"a/", ""}, {"a/b/", ""}, {"x", "1"}}))
@@ -342,11 +342,11 @@ TEST_F(Extraction, NamesWithDotsThatStayInsideAreWrittenWhereTheyPoint) {
   }
 }
 
-TEST_F(Extraction, NameBehindOneThatClimbsOutIsReadOnlyToItsEnd) {
+TEST_F(Extraction, NameAfterALongPathTraversalEndsAtItsZeroByte) {
   EXPECT_EQ(Extract({{"long/../../x", "x"}, {"name", "y"}}), (Tree{{"name", "y"}}));
 }
 
-TEST_F(Extraction, NamesThatMerelyContainDotsAreOrdinary) {
+TEST_F(Extraction, NamesThatContainDotsAreOrdinary) {
   const Tree tree = {{"...", "1"}, {"..x", "2"}, {".x", "3"}, {"x..", "4"}, {".. ", "5"}};
   EXPECT_EQ(Extract({{"...", "1"}, {"..x", "2"}, {".x", "3"}, {"x..", "4"}, {".. ", "5"}}), tree);
 }
@@ -457,7 +457,8 @@ TEST_F(Extraction, WrongChecksumKeepsTheFileAsWritten) {
             (Tree{{"a", Noise(20000)}, {"b", Text(20000)}, {"c", "3"}}));
 }
 
-/// Contents of which the first `intact` bytes can be inflated; no deflate block follows them.
+/// Returns an entry of which the first `intact` bytes can be inflated. No deflate block follows
+/// these bytes.
 ZipEntry DamagedAfter(std::size_t intact) {
   ZipEntry entry("a", Noise(intact), kDeflated);
   entry.data = Deflated(Noise(intact), Z_FULL_FLUSH) + std::string(100, '\xff');
@@ -476,29 +477,29 @@ TEST_F(Extraction, DamagedDataKeepsTheReadsThatSucceeded) {
 
 TEST_F(Extraction, DataThatEndsTooEarlyKeepsTheReadsThatSucceeded) {
   ZipEntry entry("a", Noise(20000));
-  entry.size = entry.compressed = 100000;  // more than the archive has
+  entry.size = entry.compressed = 100000;  // more bytes than the archive has
   EXPECT_EQ(Extract({{"b", "2"}, entry})["a"], Noise(20000).substr(0, 16384));
 }
 
-TEST_F(Extraction, DataThatInflatesToLessThanItClaimsIsKept) {
+TEST_F(Extraction, DataShorterThanItsStatedSizeIsKept) {
   ZipEntry entry("a", Text(20000), kDeflated);
   entry.size = 30000;
   EXPECT_EQ(Extract({entry, {"b", "2"}}), (Tree{{"a", Text(20000)}, {"b", "2"}}));
 }
 
-TEST_F(Extraction, DataThatInflatesToMoreThanItClaimsIsCut) {
+TEST_F(Extraction, DataLongerThanItsStatedSizeIsTruncated) {
   ZipEntry entry("a", Text(20000), kDeflated);
   entry.size = 10000;
   EXPECT_EQ(Extract({entry, {"b", "2"}}), (Tree{{"a", Text(10000)}, {"b", "2"}}));
 }
 
-TEST_F(Extraction, MoreEntriesClaimedThanThereAreEndsTheExtraction) {
+TEST_F(Extraction, TooLargeEntryCountEndsTheExtractionAtTheLastEntry) {
   std::string bytes = Zip({{"a", "1"}, {"b", "2"}});
   bytes[bytes.length() - 14] = bytes[bytes.length() - 12] = 9;
   EXPECT_EQ(ExtractBytes(bytes), (Tree{{"a", "1"}, {"b", "2"}}));
 }
 
-TEST_F(Extraction, FewerEntriesClaimedThanThereAreAreExtracted) {
+TEST_F(Extraction, TooSmallEntryCountLimitsTheExtraction) {
   std::string bytes = Zip({{"a", "1"}, {"b", "2"}});
   bytes[bytes.length() - 14] = bytes[bytes.length() - 12] = 1;
   EXPECT_EQ(ExtractBytes(bytes), (Tree{{"a", "1"}}));
@@ -548,8 +549,9 @@ TEST_F(Extraction, DestinationInAnUnwritableDirectoryFails) {
   EXPECT_EQ(TreeOf(Destination()), Tree());
 }
 
-// Made as far as it goes, on purpose; nothing can be written below the whole path.
-TEST_F(Extraction, DestinationLongerThanTheSystemTakesIsTrueAndEmpty) {
+// The path is made up to its truncated length, on purpose. No file can be written below the
+// complete path.
+TEST_F(Extraction, DestinationWithATooLongPathReturnsTrue) {
   WriteFile(Package(), Zip({{"a", "1"}, {"d/", ""}}));
   std::string path = Destination();
   while (path.length() < 5000) {
@@ -566,8 +568,9 @@ TEST_F(Extraction, EmptyDestinationFails) {
   EXPECT_FALSE(Uncompress(Package(), ""));
 }
 
-// A readable file counts as an existing directory, on purpose; nothing can be written below it.
-TEST_F(Extraction, FileInTheDestinationsPlaceIsTrueAndUntouched) {
+// A readable file counts as an existing directory, on purpose. No file can be written below the
+// file.
+TEST_F(Extraction, FileAtTheDestinationReturnsTrueAndStays) {
   WriteFile(Package(), Zip({{"a", "1"}, {"d/", ""}}));
   WriteFile(Destination(), "file");
   EXPECT_TRUE(Uncompress(Package(), Destination()));
@@ -587,7 +590,7 @@ TEST_F(Extraction, ArgumentsAreNotChanged) {
 
 class OpenFile : public testing::Test {
  protected:
-  /// The result of opening, which is 0 exactly when there is a stream.
+  /// Returns the result of fopen_s(). Expects that the result is 0 exactly if there is a stream.
   int Open(const std::string& path, const char* mode) const {
     FILE* stream = reinterpret_cast<FILE*>(1);
     errno = 0;
@@ -615,7 +618,7 @@ TEST_F(OpenFile, OpensForReading) {
   EXPECT_EQ(ReadFile(directory_ / "a"), "contents");
 }
 
-TEST_F(OpenFile, SuccessIsZeroWhateverErrnoWas) {
+TEST_F(OpenFile, SuccessIsZeroForEveryOldErrno) {
   FILE* stream = nullptr;
   errno = EINVAL;
   EXPECT_EQ(fopen_s(&stream, (directory_ / "a").c_str(), "wb"), 0);

@@ -15,18 +15,18 @@ const char kUnexpected[] = "exception 3 Unexpected Type\n";
 
 class Metadata : public testing::Test {
  protected:
-  /// The answers to `queries` with `text` as the metadata file.
+  /// Returns the answers to `queries` with `text` as the metadata file.
   std::string Answers(const std::string& text, const std::string& queries = kAll) const {
     WriteFile(bundle_.MetadataFile(), text);
     return bundle_.Answers(queries);
   }
 
-  /// What "updateid" written as `number` is read as.
+  /// Returns the update number with `number` as the value of "updateid".
   std::string UpdateId(const std::string& number) const {
     return Answers(R"({"updateid":)" + number + "}", "updateid");
   }
 
-  /// What "clear" written as `value` is read as.
+  /// Returns the answer with `value` as the value of "clear".
   std::string Clear(const std::string& value) const {
     return Answers(R"({"clear":)" + value + "}", "clear");
   }
@@ -43,7 +43,7 @@ class Metadata : public testing::Test {
   BundleProcess bundle_{directory_ / "X.app"};
 };
 
-// Which part of the file is read ----------------------------------------------------------------
+// The part of the file that is read -------------------------------------------------------------
 
 TEST_F(Metadata, ObjectAndNewlineAnswersAllQueries) {
   EXPECT_EQ(Answers(std::string(kGood) + "\n"), kGoodAnswers);
@@ -53,7 +53,7 @@ TEST_F(Metadata, ObjectWithoutNewlineAnswersAllQueries) {
   EXPECT_EQ(Answers(kGood), kGoodAnswers);
 }
 
-TEST_F(Metadata, FalseAnswersAreToldFromTrueOnes) {
+TEST_F(Metadata, FalseAnswersDifferFromTrueAnswers) {
   EXPECT_EQ(Answers(R"({"clear":false,"updateid":1234,"regenerate":false})"),
             "false\n1234\nfalse\n");
   EXPECT_EQ(Answers(R"({"clear":true,"updateid":0,"regenerate":false})"), "true\n0\nfalse\n");
@@ -120,18 +120,18 @@ TEST_F(Metadata, ObjectOverSeveralLinesIsNotRead) {
   ExpectLoadFails("{\n  \"clear\":true,\n  \"updateid\":5,\n  \"regenerate\":true\n}\n");
 }
 
-TEST_F(Metadata, WordIsCutAtAZeroByte) {
+TEST_F(Metadata, WordEndsAtAZeroByte) {
   EXPECT_EQ(Answers(std::string(kGood) + '\0' + "rest"), kGoodAnswers);
   ExpectLoadFails('\0' + std::string(kGood));
 }
 
-TEST_F(Metadata, WordCutAtAZeroByteKeepsTheMembersBefore) {
+TEST_F(Metadata, WordEndingAtAZeroByteKeepsTheMembersBefore) {
   std::string text = R"({"clear":true,"updateid":5,"regenerate":true})";
   text[text.find(",\"regenerate")] = '\0';
   EXPECT_EQ(Answers(text), std::string("true\n5\n") + kUnexpected);
 }
 
-TEST_F(Metadata, ZeroByteAfterTheLastWordIsAWordOfItsOwn) {
+TEST_F(Metadata, ZeroByteAfterTheLastWordIsASeparateWord) {
   ExpectLoadFails(std::string(kGood) + "\n" + '\0');
 }
 
@@ -139,7 +139,7 @@ TEST_F(Metadata, ByteOrderMarkIsNotSkipped) {
   ExpectLoadFails("\xef\xbb\xbf" + std::string(kGood));
 }
 
-/// The good object in a word of exactly `length` bytes.
+/// Returns the valid object in a word of exactly `length` bytes.
 std::string WordOfLength(std::size_t length) {
   const std::string start = R"({"note":")";
   const std::string end = R"(",)" + std::string(kGood).substr(1);
@@ -156,11 +156,11 @@ TEST_F(Metadata, WordOfAMebibyteIsReadWhole) {
   EXPECT_EQ(Answers(WordOfLength(1 << 20)), kGoodAnswers);
 }
 
-TEST_F(Metadata, LongWordBeforeTheLastOneIsPassedOver) {
+TEST_F(Metadata, LongWordBeforeTheLastWordIsIgnored) {
   EXPECT_EQ(Answers(std::string(1 << 20, 'x') + "\n" + kGood), kGoodAnswers);
 }
 
-// What cannot be loaded -------------------------------------------------------------------------
+// Files that cannot be loaded -------------------------------------------------------------------
 
 TEST_F(Metadata, MissingFileRaises) {
   EXPECT_EQ(bundle_.Answers("load"), kUnexpected);
@@ -221,7 +221,7 @@ TEST_F(Metadata, EmptyObjectLoads) {
   EXPECT_EQ(Answers("{}", "load"), "loaded\n");
 }
 
-TEST_F(Metadata, ObjectCutShortKeepsTheMembersReadSoFar) {
+TEST_F(Metadata, TruncatedObjectKeepsTheMembersReadBefore) {
   EXPECT_EQ(Answers("{", "load clear"), std::string("loaded\n") + kUnexpected);
   EXPECT_EQ(Answers(R"({"clear":true,"updateid":5)"), std::string("true\n5\n") + kUnexpected);
   EXPECT_EQ(Answers(R"({"clear":true,"updateid":5,"rege)"), std::string("true\n5\n") + kUnexpected);
@@ -233,7 +233,7 @@ TEST_F(Metadata, ObjectWithoutItsEndAnswersAllQueries) {
   EXPECT_EQ(Answers(R"({"clear":true,"updateid":5,"regenerate":true)"), kGoodAnswers);
 }
 
-TEST_F(Metadata, WhatFollowsTheObjectIsNotRead) {
+TEST_F(Metadata, TextAfterTheObjectIsIgnored) {
   EXPECT_EQ(Answers(std::string(kGood) + "}]garbage"), kGoodAnswers);
 }
 
@@ -262,8 +262,8 @@ TEST_F(Metadata, QueriesCanBeRepeated) {
 
 // Members ---------------------------------------------------------------------------------------
 
-// Not defaulted to false or 0, on purpose. The lookup inserts an Undefined member, so the second
-// query finds one, of the wrong type.
+// The default is not false or 0, on purpose. The first query inserts an Undefined member, and the
+// second query finds that member with the wrong type.
 TEST_F(Metadata, MissingMemberRaisesEveryTime) {
   EXPECT_EQ(Answers("{}", "clear clear updateid updateid regenerate regenerate"),
             std::string(kUnexpected) + kUnexpected + kUnexpected + kUnexpected + kUnexpected +
@@ -324,7 +324,7 @@ TEST_F(Metadata, UpdateIdMayHaveAPositiveExponent) {
   EXPECT_EQ(UpdateId("5e9"), kUnexpected);
 }
 
-// As every integer of the reader does.
+// Every integer of the JSON parser wraps.
 TEST_F(Metadata, UpdateIdWraps) {
   EXPECT_EQ(UpdateId("1e10"), "-2147483648\n");
   EXPECT_EQ(UpdateId("18446744073709551617"), "1\n");

@@ -36,11 +36,12 @@ class Directories : public testing::Test {
     fs::create_symlink(target, At(name));
   }
 
-  /// A path of exactly `length` bytes below the root, in components that a file system accepts.
+  /// Returns a path of exactly `length` bytes below the root, with components that a file system
+  /// accepts.
   std::string PathOfLength(std::size_t length) const {
     std::string path = directory_ / "root";
     while (path.length() < length) {
-      // No component may be left without a byte: a rest of one would be a "/" alone.
+      // No component may be empty: a remainder of one byte would be only the "/".
       std::size_t component = std::min<std::size_t>(length - path.length() - 1, 200);
       component -= length - path.length() - 1 - component == 1 ? 1 : 0;
       path += "/" + std::string(component, 'd');
@@ -48,7 +49,7 @@ class Directories : public testing::Test {
     return path;
   }
 
-  /// Makes and returns a directory whose path has `length` bytes.
+  /// Makes a directory whose path has `length` bytes, and returns the path.
   std::string DirectoryOfLength(std::size_t length) const {
     std::string path = PathOfLength(length);
     EXPECT_EQ(path.length(), length);
@@ -162,7 +163,7 @@ TEST_F(EnsureDirectory, RelativePathOfOneCharacter) {
   EXPECT_EQ(Left(), (Tree{{"a/", ""}, {"b/", ""}}));
 }
 
-// A second creation of the directory would fail, and so would the call.
+// A second creation of the directory would fail, and the call would then return false.
 TEST_F(EnsureDirectory, ExistingDirectoryIsNotCreatedAgain) {
   EXPECT_TRUE(Ensure(At("a/b/c/")));
   EXPECT_TRUE(Ensure(At("a/b/c/")));
@@ -179,7 +180,7 @@ TEST_F(EnsureDirectory, FileSystemRootExists) {
   EXPECT_TRUE(Ensure("/"));
 }
 
-// It tests for readable only, on purpose.
+// The test is for readable only, on purpose.
 TEST_F(EnsureDirectory, ReadableFileCountsAsExisting) {
   MakeFile("file");
   EXPECT_TRUE(Ensure(At("file")));
@@ -209,7 +210,7 @@ TEST_F(EnsureDirectory, UnreadableDirectoryYieldsFalseThoughItExists) {
   EXPECT_FALSE(AsOrdinaryUser([this] { return Ensure(At("closed")); }));
 }
 
-// On purpose: a creation that fails because the directory is there fails all the same.
+// On purpose: a creation also fails if the directory exists.
 TEST_F(EnsureDirectory, UnreadableAncestorYieldsFalse) {
   MakeDirectory("closed", 0333);
   EXPECT_FALSE(AsOrdinaryUser([this] { return Ensure(At("closed/a")); }));
@@ -259,7 +260,7 @@ TEST_F(EnsureDirectory, DoubledSlashIsNoComponent) {
   EXPECT_EQ(Left(), (Tree{{"a/", ""}, {"a/b/", ""}}));
 }
 
-// Only the last "/" is removed: the walk creates the directory, the final creation then fails.
+// Only the last "/" is removed. The loop creates the directory, and the final creation then fails.
 TEST_F(EnsureDirectory, TwoTrailingSlashesCreateTheDirectoryYetYieldFalse) {
   EXPECT_FALSE(Ensure(At("a//")));
   EXPECT_EQ(Left(), (Tree{{"a/", ""}}));
@@ -282,32 +283,32 @@ TEST_F(EnsureDirectory, PathOf1023BytesAndASlashIsCreatedWhole) {
   EXPECT_TRUE(fs::is_directory(PathOfLength(kLongestPath)));
 }
 
-TEST_F(EnsureDirectory, LongerPathIsCutTo1023Bytes) {
+TEST_F(EnsureDirectory, LongerPathIsTruncatedTo1023Bytes) {
   const std::string path = PathOfLength(kLongestPath);
   EXPECT_TRUE(Ensure(path + "x"));
   EXPECT_TRUE(fs::is_directory(path));
   EXPECT_FALSE(IsThere(path + "x"));
 }
 
-TEST_F(EnsureDirectory, SlashAtTheCutIsRemoved) {
+TEST_F(EnsureDirectory, SlashAtTheTruncationIsRemoved) {
   const std::string path = PathOfLength(kLongestPath - 1);
   EXPECT_TRUE(Ensure(path + "/x"));
   EXPECT_EQ(TreeOf(path), Tree());
 }
 
-TEST_F(EnsureDirectory, PathLongerThanTheSystemTakesIsCutToo) {
+TEST_F(EnsureDirectory, PathTooLongForTheSystemIsTruncatedToo) {
   const std::string path = PathOfLength(kLongestPath);
   EXPECT_TRUE(Ensure(path + std::string(100000, 'x')));
   EXPECT_TRUE(fs::is_directory(path));
 }
 
-// The whole path is not there, the cut one is: creating that again fails.
-TEST_F(EnsureDirectory, CutPathYieldsFalseTheSecondTime) {
+// The complete path does not exist, but the truncated path exists: its second creation fails.
+TEST_F(EnsureDirectory, TruncatedPathYieldsFalseTheSecondTime) {
   EXPECT_TRUE(Ensure(PathOfLength(kLongestPath) + "x"));
   EXPECT_FALSE(Ensure(PathOfLength(kLongestPath) + "x"));
 }
 
-TEST_F(EnsureDirectory, LongPathThatExistsIsNotCut) {
+TEST_F(EnsureDirectory, ExistingLongPathIsNotTruncated) {
   SKIP_UNLESS_FILE_SYSTEM_TAKES(PathOfLength(kLongestPath + 1));
   const std::string path = DirectoryOfLength(1200);
   EXPECT_TRUE(Ensure(path));
@@ -317,7 +318,7 @@ TEST_F(EnsureDirectory, LongPathThatExistsIsNotCut) {
 
 class DeleteDirectory : public Directories {
  protected:
-  /// Deletes; whatever happens, the result is true and no descriptor stays open.
+  /// Deletes `path`. Expects that the result is true and that no descriptor stays open.
   static void Delete(const std::string& path) {
     const int before = OpenDescriptors();
     EXPECT_TRUE(OSUtils::DeleteDir(path));
@@ -459,7 +460,7 @@ TEST_F(DeleteDirectory, EntriesThatCannotBeRemovedStay) {
   EXPECT_EQ(Left(), (Tree{{"a/", ""}, {"a/closed/", ""}, {"a/closed/stays", "contents"}}));
 }
 
-// Not even an empty one is removed: one that cannot be opened counts as deleted.
+// Even an empty directory stays: a directory that cannot be opened counts as deleted.
 TEST_F(DeleteDirectory, UnreadableDirectoryIsSkipped) {
   MakeDirectory("a");
   fs::permissions(At("a"), fs::perms::all);
@@ -496,8 +497,8 @@ TEST_F(DeleteDirectory, FileWithALongerPathStays) {
   EXPECT_EQ(TreeOf(path), (Tree{{std::string(23, 'x'), ""}}));
 }
 
-// On purpose: the deletion is attempted on the cut path, whatever that names.
-TEST_F(DeleteDirectory, CutPathNamesAnotherEntry) {
+// On purpose: the function deletes the entry at the truncated path, even if that is another entry.
+TEST_F(DeleteDirectory, TruncatedPathNamesAnotherEntry) {
   SKIP_UNLESS_FILE_SYSTEM_TAKES(PathOfLength(kLongestPath + 1));
   const std::string path = DirectoryOfLength(1020);
   WriteFile(path + "/xy", "");
@@ -506,13 +507,13 @@ TEST_F(DeleteDirectory, CutPathNamesAnotherEntry) {
   EXPECT_EQ(TreeOf(path), (Tree{{"xyz", ""}}));
 }
 
-TEST_F(DeleteDirectory, LinkNamedByACutPathIsNotFollowed) {
+TEST_F(DeleteDirectory, LinkNamedByATruncatedPathIsNotFollowed) {
   SKIP_UNLESS_FILE_SYSTEM_TAKES(PathOfLength(kLongestPath + 1));
   MakeDirectory("outside");
   MakeFile("outside/file");
   const std::string path = DirectoryOfLength(1020);
   fs::create_symlink(At("outside"), path + "/xy");
-  for (char last = 'a'; last <= 'z'; ++last) {  // whatever the order of listing
+  for (char last = 'a'; last <= 'z'; ++last) {  // for any order of the listing
     fs::create_directory(path + "/xy" + last);
   }
   Delete(path);
@@ -521,7 +522,7 @@ TEST_F(DeleteDirectory, LinkNamedByACutPathIsNotFollowed) {
   EXPECT_TRUE(IsThere(path + "/xya"));
 }
 
-TEST_F(DeleteDirectory, NameCutToDotsLeadsNowhere) {
+TEST_F(DeleteDirectory, NameTruncatedToTwoDotsIsSkipped) {
   SKIP_UNLESS_FILE_SYSTEM_TAKES(PathOfLength(kLongestPath + 1));
   const std::string above = DirectoryOfLength(1000);
   const std::string path = above + "/" + std::string(19, 'd');
@@ -533,7 +534,7 @@ TEST_F(DeleteDirectory, NameCutToDotsLeadsNowhere) {
   EXPECT_TRUE(IsThere(above + "/sibling"));
 }
 
-TEST_F(DeleteDirectory, NameCutToOneDotLeadsNowhere) {
+TEST_F(DeleteDirectory, NameTruncatedToOneDotIsSkipped) {
   SKIP_UNLESS_FILE_SYSTEM_TAKES(PathOfLength(kLongestPath + 1));
   const std::string path = DirectoryOfLength(kLongestPath - 2);
   fs::create_directories(path + "/.x/y");
@@ -549,7 +550,8 @@ TEST_F(DeleteDirectory, EmptyDirectoriesWithTheLongestPathsAreRemoved) {
   }
 }
 
-// No byte of an entry's name fits after such a path: the cut path would be the directory's.
+// No byte of an entry's name fits after such a path: the truncated path would name the directory
+// itself.
 TEST_F(DeleteDirectory, DirectoryWithoutRoomForANameIsNotEnteredAgain) {
   SKIP_UNLESS_FILE_SYSTEM_TAKES(PathOfLength(kLongestPath + 1));
   for (const std::size_t length : {kLongestPath - 1, kLongestPath}) {
@@ -705,7 +707,7 @@ TEST_F(DeleteAllButOne, EntriesThatCannotBeRemovedStay) {
   EXPECT_EQ(Left(), (Tree{{"closed/", ""}, {"closed/stays", "contents"}}));
 }
 
-// On purpose: the process is short-lived.
+// On purpose, because the process is short-lived.
 TEST_F(DeleteAllButOne, RootStreamAloneStaysOpen) {
   MakeDirectory("a/b/c");
   MakeDirectory("d");
@@ -735,7 +737,7 @@ TEST_F(DeleteAllButOne, KeptDirectoryCanBeRenamedNext) {
   EXPECT_EQ(Left(), (Tree{{"Resource0/", ""}}));
 }
 
-TEST_F(DeleteAllButOne, EntriesWithPathsOver1023BytesAreCut) {
+TEST_F(DeleteAllButOne, PathsOver1023BytesAreTruncated) {
   SKIP_UNLESS_FILE_SYSTEM_TAKES(PathOfLength(kLongestPath + 1));
   const std::string root = DirectoryOfLength(1020) + "/";
   WriteFile(root + "xy", "");

@@ -68,7 +68,7 @@ TEST_F(ResourcePaths, DoNotNeedTheirFiles) {
   EXPECT_EQ(bundle.Answers("metadata"), directory_ / "X.app/Contents/Resources/metadata.txt\n");
 }
 
-/// A bundle in `directory` whose Resources directory's path has `length` bytes.
+/// Makes a bundle in `directory` whose Resources directory has a path of `length` bytes.
 std::string BundleWithResourcesPathOf(std::size_t length, const ScopedDirectory& directory) {
   length -= std::string("/Contents/Resources").length();
   std::string path = directory / "X.app";

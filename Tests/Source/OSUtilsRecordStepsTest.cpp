@@ -1,6 +1,6 @@
-// What the record's operations ask of the store, step by step. A double that lists its calls
-// replaces the platform's store; another replaces the generator of random numbers and returns given
-// ones.
+// The calls of the record's operations to the store, in order. A test double that lists its calls
+// replaces the platform's store. Another test double replaces the random-number generator and
+// returns given numbers.
 
 #include <gtest/gtest.h>
 
@@ -19,9 +19,9 @@ namespace {
 
 struct Store {
   std::map<std::string, std::variant<int, std::string>> values;
-  std::string steps;     ///< Reads are not among them.
+  std::string steps;     ///< the calls without reads
   bool flushes = true;   ///< Whether a flush succeeds.
-  bool foreign = false;  ///< Whether a domain of another name was used.
+  bool foreign = false;  ///< Whether a caller used a domain with another name.
 };
 
 Store store;
@@ -108,7 +108,7 @@ class RecordSteps : public testing::Test {
   void SetUp() override { store = Store(); }
   void TearDown() override { EXPECT_FALSE(store.foreign); }
 
-  /// The text of the full version that `build` gives.
+  /// Returns the full version string for `build`.
   static std::string Version(int build) {
     OSUtils::RegisterCompleteVersion(build);
     return *Find<std::string>("tFullVersion");
@@ -162,7 +162,7 @@ TEST_F(RecordSteps, RestoringOneValueSkipsTheOthers) {
   EXPECT_EQ(steps({-1, -1, "", "x"}), "tFullVersion='x' flush ");
 }
 
-// Only -1 is absent.
+// Only -1 means absent.
 TEST_F(RecordSteps, RestoringWritesZeroAndOtherNegativeNumbers) {
   WebRegInfo info = {0, -2, "", ""};
   OSUtils::MakeFreshRegistry(&info);
@@ -173,7 +173,7 @@ TEST_F(RecordSteps, RestoringWritesZeroAndOtherNegativeNumbers) {
   EXPECT_EQ(store.steps, "irandom=-2147483648 iUpdateId=2147483647 flush flush ");
 }
 
-// The version is written as stored, not built again.
+// The version is written as stored, and is not made from the update number again.
 TEST_F(RecordSteps, RestoringDoesNotRebuildTheVersion) {
   WebRegInfo info = {-1, 5, "", "any text"};
   OSUtils::MakeFreshRegistry(&info);
@@ -208,7 +208,7 @@ TEST_F(RecordSteps, ReadingChangesNothing) {
   EXPECT_EQ(store.steps, "");
 }
 
-TEST_F(RecordSteps, ReadingAnEmptyDomainReplacesWhatTheInfoHeld) {
+TEST_F(RecordSteps, ReadingAnEmptyDomainReplacesTheOldValues) {
   WebRegInfo info = {1, 2, "x", "y"};
   OSUtils::OldInfo(&info);
   EXPECT_EQ(info.random, -1);
@@ -217,7 +217,7 @@ TEST_F(RecordSteps, ReadingAnEmptyDomainReplacesWhatTheInfoHeld) {
   EXPECT_EQ(info.fullVersion, "");
 }
 
-TEST_F(RecordSteps, ReadingCarriesTextsOfUpTo127Bytes) {
+TEST_F(RecordSteps, ReadingKeepsStringsOfUpTo127Bytes) {
   WebRegInfo info;
   store.values = {{"tWebResourceInstallPath", std::string(127, 'x')},
                   {"tFullVersion", std::string(128, 'x')}};
@@ -233,7 +233,7 @@ TEST_F(RecordSteps, VersionIsTheReleaseAndTheNumber) {
   EXPECT_EQ(Version(-1), "17.011.30138.-1");
 }
 
-TEST_F(RecordSteps, VersionsNumberIsCutAtNineCharacters) {
+TEST_F(RecordSteps, VersionsNumberIsTruncatedToNineCharacters) {
   EXPECT_EQ(Version(999999999), "17.011.30138.999999999");
   EXPECT_EQ(Version(1000000000), "17.011.30138.100000000");
   EXPECT_EQ(Version(INT_MAX), "17.011.30138.214748364");
@@ -265,7 +265,7 @@ TEST_F(RecordSteps, RandomIsSeededWithTheTimeInSecondsEachTime) {
   }
 }
 
-TEST_F(RecordSteps, RandomReplacesARecordedOne) {
+TEST_F(RecordSteps, RandomReplacesARecordedIdentifier) {
   store.values = {{"irandom", 4711}};
   drawn = 41;
   OSUtils::RegisterRandom();

@@ -1,4 +1,4 @@
-// The record in the real store: to be run in a private root (or on a machine to be thrown away).
+// The record in the real store. Requires: a chroot or a throwaway machine.
 
 #include <gtest/gtest.h>
 
@@ -25,14 +25,15 @@ std::string String(const std::string& key, const std::string& value) {
 
 class Record : public testing::Test {
  protected:
-  /// Changes the record of this host: never the machine's own.
+  /// Checks that the test runs in a chroot or on a throwaway machine: the tests change the record
+  /// of this host.
   void SetUp() override {
     ASSERT_TRUE(!IsThere("/etc/passwd") || std::getenv("THROWAWAY_MACHINE") != nullptr)
         << "to be run inside a private root";
     StoredRecord::Remove();
   }
 
-  /// What another program has written before.
+  /// Writes the record as another program does.
   static void Write(const std::string& members) { StoredRecord::Write(members); }
 
   static std::string OnDisk() { return StoredRecord::Read(); }
@@ -43,7 +44,7 @@ class Record : public testing::Test {
     return info;
   }
 
-  /// What the run does to clear the record.
+  /// Clears the record as a run does.
   static bool Wipe() {
     WebRegInfo info = OldInfo();
     OSUtils::ClearRegistry();
@@ -51,7 +52,7 @@ class Record : public testing::Test {
   }
 };
 
-/// What is known of the record's file where its place is this system's choice.
+/// Tests of the record's file, for systems on which the installer chooses the location.
 class RecordFile : public Record {
  protected:
   void SetUp() override {
@@ -116,7 +117,7 @@ TEST_F(Record, TextsMayBeEmptyLongOrBeyondAscii) {
   }
 }
 
-// Computed again from the same second.
+// The expected value is computed from the same second.
 TEST_F(Record, RandomFollowsFromTheTimeInSeconds) {
   std::time_t before = 0;
   do {
@@ -152,7 +153,7 @@ TEST_F(RecordFile, FailedFlushIsTheResult) {
   EXPECT_FALSE(OSUtils::MakeFreshRegistry(&info));
   EXPECT_FALSE(OSUtils::ClearRegistry());
   EXPECT_TRUE(std::filesystem::is_directory(file_));
-  // What is not flushed stays pending: the next flush leaves nothing of it to another test.
+  // Unflushed changes stay pending. A flush now removes them before the next test.
   std::filesystem::remove(file_);
   EXPECT_TRUE(OSUtils::RegisterUpdateID(5));
 }
@@ -199,7 +200,7 @@ TEST_F(Record, NumbersBeyond32BitsAreAbsent) {
   ExpectInfo(OldInfo(), -1, -1, "", "");
 }
 
-TEST_P(RecordWith, RandomIsPresentWhateverItsType) {
+TEST_P(RecordWith, RandomOfEveryTypeIsPresent) {
   Write(std::string("<key>irandom</key>") + GetParam());
   EXPECT_TRUE(OSUtils::isRandomPresent());
 }
@@ -215,7 +216,7 @@ TEST_F(Record, RandomIsPresentAfterItsRegistration) {
   EXPECT_TRUE(OSUtils::isRandomPresent());
 }
 
-TEST_F(Record, TextOf127BytesIsCarried) {
+TEST_F(Record, StringOf127BytesIsKept) {
   Write(String("tWebResourceInstallPath", std::string(127, 'p')) +
         String("tFullVersion", std::string(127, 'v')));
   ExpectInfo(OldInfo(), -1, -1, std::string(127, 'p'), std::string(127, 'v'));
@@ -223,7 +224,7 @@ TEST_F(Record, TextOf127BytesIsCarried) {
 
 class RecordWithTextOf : public Record, public testing::WithParamInterface<std::size_t> {};
 
-TEST_P(RecordWithTextOf, MoreThan127BytesDoesNotCarryIt) {
+TEST_P(RecordWithTextOf, CountsAsAbsent) {
   Write(String("tWebResourceInstallPath", std::string(GetParam(), 'p')) +
         String("tFullVersion", std::string(GetParam(), 'v')));
   ExpectInfo(OldInfo(), -1, -1, "", "");
@@ -240,7 +241,7 @@ TEST_F(Record, TextsAreMeasuredInBytesNotCharacters) {
   ExpectInfo(OldInfo(), -1, -1, fits + "x", "");
 }
 
-// Of another host -------------------------------------------------------------------------------
+// The record of another host --------------------------------------------------------------------
 
 class RecordUnderARoot : public RecordFile {
  protected:
@@ -251,20 +252,20 @@ class RecordUnderARoot : public RecordFile {
     std::filesystem::remove_all(kRoot);
   }
 
-  /// The values of a host's record; nothing if the record cannot be read.
+  /// Returns the values of a host's record, or nothing if the record cannot be read.
   static std::optional<WebRegInfo> InfoUnder(const std::string& root) {
     const auto record = ReadRecord(root);
     return record ? std::optional(record->values) : std::nullopt;
   }
 
-  /// Makes what this host has the other one's.
+  /// Moves this host's record to the other host.
   void MoveToTheOtherHost() const {
     std::filesystem::create_directories(std::filesystem::path(kRoot + file_).parent_path());
     std::filesystem::rename(file_, kRoot + file_);
   }
 };
 
-TEST_F(RecordUnderARoot, IsReadThereAndNotHere) {
+TEST_F(RecordUnderARoot, IsReadFromThatHostOnly) {
   Write(Number("irandom", "4711") + Number("iUpdateId", "5") +
         String("tWebResourceInstallPath", "Resource0") + String("tFullVersion", "x"));
   MoveToTheOtherHost();
@@ -273,18 +274,18 @@ TEST_F(RecordUnderARoot, IsReadThereAndNotHere) {
   ExpectInfo(InfoUnder("").value(), 1, -1, "", "");
 }
 
-TEST_F(RecordUnderARoot, IsAllAbsentWhereThereIsNone) {
+TEST_F(RecordUnderARoot, IsAbsentIfTheHostHasNone) {
   Write(Number("irandom", "1"));
   ExpectInfo(InfoUnder(kRoot).value(), -1, -1, "", "");
   EXPECT_FALSE(IsThere(kRoot));
 }
 
-TEST_F(RecordUnderARoot, ThatCannotBeReadIsNotTakenForAbsent) {
+TEST_F(RecordUnderARoot, ThatCannotBeReadIsNotAbsent) {
   std::filesystem::create_directories(kRoot + file_);
   EXPECT_FALSE(InfoUnder(kRoot));
 }
 
-// Wiping ----------------------------------------------------------------------------------------
+// Clearing --------------------------------------------------------------------------------------
 
 TEST_F(Record, ClearingADomainWithoutKeysIsFalse) {
   EXPECT_FALSE(OSUtils::ClearRegistry());

@@ -1,4 +1,4 @@
-// The steps of a run, in their order: main() with doubles that list their calls.
+// The operations of a run, in order: main() with test doubles that list their calls.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include "MetadataHelper.h"
 #include "OSUtils.h"
 
-int Run();  // main(), which this program compiles under another name
+int Run();  // main(), compiled under another name
 
 namespace {
 
@@ -20,7 +20,7 @@ struct Machine {
   bool clears = false;
   bool regenerates = false;
   bool hasRandom = true;
-  bool extracts = true;  ///< Whether the extraction succeeds; the others likewise.
+  bool extracts = true;  ///< Whether the extraction succeeds. The other members are similar.
   bool registers = true;
   bool renames = true;
 
@@ -105,7 +105,7 @@ bool OSUtils::MakeFreshRegistry(WebRegInfo* info) {
 
 namespace {
 
-/// The steps of a run on `other`; with what main() changes in the process changed back.
+/// Returns the operations of a run on `other`. Restores the process's state that main() changes.
 std::string StepsOn(Machine other) {
   machine = std::move(other);
   const auto terminate = std::get_terminate();
@@ -128,7 +128,7 @@ const char kFirstInstallation[] =
     "regenerate?\n"
     "random?\n";
 
-TEST(Run, FirstInstallationGoesStraightToItsFinalName) {
+TEST(Run, FirstInstallationUsesTheFinalNameFromTheStart) {
   EXPECT_EQ(StepsOn({}), kFirstInstallation);
 }
 
@@ -167,7 +167,7 @@ TEST(Run, FailedRenameLeavesTheRecordedName) {
                                 "random?\n");
 }
 
-TEST(Run, ClearingCapturesThenWipesThenRestores) {
+TEST(Run, ClearingReadsThenClearsThenRestores) {
   Machine other;
   other.clears = true;
   std::string steps = kFirstInstallation;
@@ -175,7 +175,7 @@ TEST(Run, ClearingCapturesThenWipesThenRestores) {
   EXPECT_EQ(StepsOn(other), steps);
 }
 
-TEST(Run, FailedExtractionRecordsNothingButSettlesTheRandomIdentifier) {
+TEST(Run, FailedExtractionRecordsOnlyTheRandomIdentifier) {
   Machine other;
   other.extracts = false;
   other.hasRandom = false;

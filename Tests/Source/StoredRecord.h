@@ -4,26 +4,26 @@
 #include <optional>
 #include <string>
 
-/// The record as other programs write and read it, without any code of the installer. One
-/// implementation for each back end.
+/// The record as other programs write and read it, without code of the installer. Each back end has
+/// an implementation.
 class StoredRecord {
  public:
   StoredRecord() = delete;
 
-  /// Where the record's file is; nothing where only the store knows that.
+  /// Returns the path of the record's file, or nothing if only the store knows the path.
   static std::optional<std::string> File();
 
-  /// Makes this a host without a record.
+  /// Removes the record of this host.
   static void Remove();
 
-  /// Stores `members`, in the notation of a property list, and no others.
+  /// Replaces the record by `members`, in the notation of a property list.
   static void Write(const std::string& members);
 
-  /// The members on the disk in the order of their keys, each as "key=number " or "key='text' ".
+  /// Returns the stored members in the order of their keys, each as "key=number " or "key='text' ".
   static std::string Read();
 
  protected:
-  /// The dictionary `members` as a property list.
+  /// Returns a property list with the dictionary `members`.
   static std::string PropertyList(const std::string& members) {
     return R"(<?xml version="1.0" encoding="UTF-8"?><plist version="1.0"><dict>)" + members +
            "</dict></plist>\n";

@@ -1,5 +1,5 @@
-// By CoreFoundation, each time in a new process: one process sees its changes before they are on
-// the disk, and sees late what others have written.
+// Uses CoreFoundation in a new process for each call. A process sees its changes before the sync,
+// and sees the changes of other processes late.
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <gtest/gtest.h>
@@ -15,7 +15,7 @@
 
 namespace {
 
-const char* program = nullptr;  // the path this process was executed by
+const char* program = nullptr;  // the path of this executable
 
 using ScopedArray = ScopedCFTypeRef<CFArrayRef>;
 using ScopedString = ScopedCFTypeRef<CFStringRef>;
@@ -26,7 +26,7 @@ ScopedString Domain() {
       CFStringCreateWithCString(nullptr, PLIST_SECTION_KEY.c_str(), kCFStringEncodingUTF8));
 }
 
-/// Null for a domain without keys.
+/// Returns the keys, or null for a domain without keys.
 ScopedArray Keys() {
   return ScopedArray(
       CFPreferencesCopyKeyList(Domain().get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost));
@@ -85,12 +85,12 @@ bool Print() {
   return true;
 }
 
-/// The other process: without an argument it reads, with one it writes.
+/// Acts as the other process: reads the record, or writes `list` if `list` is not null.
 bool Obey(const char* list) {
   return list == nullptr ? Print() : WriteList(list);
 }
 
-/// What this program prints when it is executed again with `arguments`.
+/// Executes this program again with `arguments` and returns its output.
 std::string InAnotherProcess(const std::vector<std::string>& arguments) {
   return OutputOfProcess(program, arguments);
 }
@@ -107,7 +107,7 @@ void StoredRecord::Remove() {
 
 void StoredRecord::Write(const std::string& members) {
   InAnotherProcess({"store", PropertyList(members)});
-  // What others have written may show in this process only after it has synchronized.
+  // This process may see the changes of other processes only after a synchronization.
   CFPreferencesSynchronize(Domain().get(), kCFPreferencesAnyUser, kCFPreferencesCurrentHost);
 }
 
