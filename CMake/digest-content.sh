@@ -1,8 +1,8 @@
 #!/bin/sh
 # digest-content.sh CMAKE DIRECTORY OUTPUT
 #
-# Writes the names of everything in DIRECTORY, and the digests of its files, to OUTPUT. If that is
-# what OUTPUT holds already, its time stays the same, so that nothing is built again.
+# Writes the names of all files and directories below DIRECTORY, and the digests of the files, to
+# OUTPUT. If the new text equals the old one, OUTPUT keeps its time, so that nothing is built again.
 set -eu
 {
   cd "$2"

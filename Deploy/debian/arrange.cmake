@@ -1,4 +1,4 @@
-# Changes what `cmake --install` laid out to what Debian wants.
+# Changes the layout of `cmake --install` to the layout of a Debian package.
 set(shared ${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr/share)
 
 file(GLOB_RECURSE documents ${shared}/man/*.1 ${shared}/doc/*/changelog)

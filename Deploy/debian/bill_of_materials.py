@@ -4,10 +4,13 @@ licences of what they contain.
 
     bill_of_materials.py VERSION COMPILER BUILD-DIRECTORY OUTPUT.json LICENCES-DIRECTORY PROGRAM...
 
-A component is a Debian source package. It is listed for each of three reasons: a program loads a
-shared library of it (read from the program), contains objects of a static library of it (read from
-the linker's map, PROGRAM.map), or is compiled with headers of it (asked of the compiler by -M). A
-licence that this script does not know fails the build."""
+A component is a Debian source package. Its linkage says how a program uses the package:
+
+    shared library    the program loads the library (source: readelf)
+    static library    the program contains objects of the library (source: the linker's PROGRAM.map)
+    headers           the program is compiled with the headers (source: the compiler's option -M)
+
+The build fails if the script does not know a licence."""
 
 import concurrent.futures
 import json
@@ -19,7 +22,7 @@ import shutil
 import subprocess
 import sys
 
-# Debian's short names, and the packages whose copyright file has no form that a program can read.
+# SPDX names of Debian's licence names. UNREADABLE: packages with a copyright file in free form.
 SPDX = {"zlib": "Zlib", "Zlib": "Zlib", "Expat": "MIT", "BSD-3-clause": "BSD-3-Clause",
         "LGPL-2.1+": "LGPL-2.1-or-later"}
 GCC = re.compile(r"gcc-\d+$")
@@ -33,7 +36,7 @@ def output(*command, **options):
 
 
 def shared_libraries(compiler, program):
-    """The files; the compiler knows them for another processor, too, whose programs ldd cannot run."""
+    """The library files. Works for other processors, too, whose programs ldd cannot run."""
     needed = re.findall(r"\(NEEDED\).*\[(.*)\]", output("readelf", "-dW", program))
     return {output(compiler, f"-print-file-name={name}").strip() for name in needed}
 
@@ -44,7 +47,7 @@ def static_libraries(program):
 
 
 def headers(compilation):
-    """What one source includes."""
+    """The files that one source file includes."""
     words = shlex.split(compilation["command"])
     place = words.index("-o")
     rules = output(*words[:place], *words[place + 2:], "-M", cwd=compilation["directory"])
@@ -59,9 +62,9 @@ def all_headers(build):
 
 
 def packages(paths):
-    """The Debian packages that the files are of, their source packages, and versions."""
+    """The Debian packages that own the files. Fails if a file has no owner."""
     real = {os.path.realpath(path) for path in paths}
-    # Directories that were merged into /usr keep their old names in the package database.
+    # The package database has the old names of directories that were merged into /usr.
     asked = sorted(real | {path.removeprefix("/usr") for path in real})
     found = subprocess.run(["dpkg-query", "--search", *asked], check=False, text=True,
                            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL).stdout
@@ -75,11 +78,11 @@ def packages(paths):
 
 
 def described(package):
-    """A package's source package and that one's version."""
+    """The name and the version of the source package of `package`."""
     source, version, own = output(
         "dpkg-query", "--show", "--showformat=${source:Package} ${source:Version} ${Version}",
         package).split(" ")
-    if source == CROSS_SOURCE or source.endswith("-cross"):  # the same, for a cross compiler
+    if source == CROSS_SOURCE or source.endswith("-cross"):  # a repackaged library for a cross compiler
         return [CROSS_LIBRARY if source == CROSS_SOURCE else source.removesuffix("-cross"),
                 re.sub(r"cross\d+$", "", own)]
     return [source, version]
@@ -132,7 +135,7 @@ def main(version, compiler, build, bill, licences, *programs):
     shutil.rmtree(licences, ignore_errors=True)
     pathlib.Path(licences).mkdir()
     for source, found in linkages.items():
-        if "static library" in found or found == {"headers"}:  # a part of it is in a program
+        if "static library" in found or found == {"headers"}:  # a program contains a part of the package
             shutil.copyfile(copyright_file(examples[source]),
                             pathlib.Path(licences) / f"{source[0]}.txt")
 

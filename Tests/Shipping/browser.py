@@ -1,4 +1,4 @@
-"""A browser without a window, asked by its own debugging protocol over a pair of pipes."""
+"""A browser without a window. The browser's debugging protocol controls the browser through pipes."""
 
 import base64
 import json
@@ -26,7 +26,7 @@ class Browser:
         self.unread = b""
         self.events = []
         self.count = 0
-        self.session = None  # the tab that is asked; none for the browser itself
+        self.session = None  # the tab for the next command; None: the browser itself
 
     def close(self):
         self.process.kill()

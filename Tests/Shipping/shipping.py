@@ -1,4 +1,4 @@
-"""What the tests of shipping share."""
+"""The shared code of the tests that script/test-shipping runs."""
 
 import os
 import pathlib
@@ -11,16 +11,16 @@ import unittest
 import private_root
 from private_root import RANDOM_IDENTIFIERS, SOURCE, add_programs, record_of
 
-BUILD = pathlib.Path(os.environ["BUILD"])  # where the tests may leave things for people to look at
+BUILD = pathlib.Path(os.environ["BUILD"])  # tests may leave files for people here
 SCRATCH = pathlib.Path(os.environ["SCRATCH"])
 SAMPLE_SITE = SOURCE / "Examples/sample-site"
 
-INSTALL_ROOT = private_root.INSTALL_ROOT.lstrip("/")  # below a private root
+INSTALL_ROOT = private_root.INSTALL_ROOT.lstrip("/")  # below a chroot
 RECORD = private_root.RECORD.lstrip("/")
 
 
 def run(*command, status=0, **options):
-    """Runs a command that must end with the status, and returns what it prints."""
+    """Runs a command. Returns its output. Fails unless the exit status is `status`."""
     result = subprocess.run([str(part) for part in command], stdin=subprocess.DEVNULL, text=True,
                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, check=False,
                             **options)
@@ -31,13 +31,13 @@ def run(*command, status=0, **options):
 
 
 def tree(directory):
-    """The files below a directory: their bytes by their relative paths."""
+    """The contents of all files below a directory, by relative path."""
     return {str(path.relative_to(directory)): path.read_bytes()
             for path in pathlib.Path(directory).rglob("*") if path.is_file()}
 
 
 class ShippingTestCase(unittest.TestCase):
-    """A test with a temporary directory, and with private roots in it."""
+    """A test with a temporary directory for chroots."""
 
     maxDiff = 3000
 
@@ -47,7 +47,7 @@ class ShippingTestCase(unittest.TestCase):
         self.directory = pathlib.Path(directory.name)
 
     def new_root(self, *programs):
-        """A private root with these programs, by name or path, as scripts call them."""
+        """Makes a chroot with these programs, given by name or path."""
         root = self.directory / "root"
         root.mkdir()
         (root / "bin").symlink_to("usr/bin")
@@ -55,7 +55,7 @@ class ShippingTestCase(unittest.TestCase):
             path = str(shutil.which(program))
             add_programs(root, path)
             link = root / path.lstrip("/")
-            if not link.exists():  # it has been copied by its real name
+            if not link.exists():  # the copy has the real name
                 link.symlink_to(os.path.realpath(path))
         return root
 
@@ -66,7 +66,7 @@ class ShippingTestCase(unittest.TestCase):
         return tree(root / INSTALL_ROOT)
 
     def assert_installed(self, root, content, update):
-        """The files of the directory `content`, and nothing else, are installed and recorded."""
+        """Fails unless exactly the files of `content` are installed, and `update` is recorded."""
         self.assertEqual(self.installed(root),
                          {f"Resource0/{name}": data for name, data in tree(content).items()})
         record = self.record(root)

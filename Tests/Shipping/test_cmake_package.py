@@ -1,4 +1,4 @@
-"""What find_package(WebResourceInstaller) gives: a filled bundle as a target of a build."""
+"""The CMake package: find_package(WebResourceInstaller) and web_resource_bundle()."""
 
 import json
 import os
@@ -85,7 +85,7 @@ class CMakePackageTestCase(unittest.TestCase):
         return json.loads(metadata.read_text())["updateid"]
 
     def assert_made_again(self, what, expected=True):
-        """The next build packs again, and the one after it has nothing to do."""
+        """Fails unless the next build packs again and the build after it has nothing to do."""
         before = self.package.stat().st_mtime_ns
         self.build()
         after = self.package.stat().st_mtime_ns

@@ -1,4 +1,4 @@
-"""The Debian package, and a product's package that builds on it, on a machine's own dpkg."""
+"""The Debian package and the example of a product's package, with dpkg and lintian."""
 
 import json
 import os
@@ -23,7 +23,7 @@ def field(package, name):
 
 
 def lintian(package):
-    """What lintian says about it; as root it complains that it is."""
+    """The output of lintian, which complains when root runs lintian without an option."""
     options = ["--allow-root"] if os.getuid() == 0 else []
     return run("lintian", "--pedantic", "--display-info", "--fail-on",
                "error,warning,info,pedantic", *options, package)
@@ -51,6 +51,19 @@ class Package(ShippingTestCase):
             f"{documents}/third-party/linux.txt",
             f"{documents}/third-party/{compiler_package()}.txt"})
 
+    def test_version_is_that_of_the_project(self):
+        version = re.search(r"^project\(WebResourceInstaller VERSION (\S+) ",
+                            (SOURCE / "CMakeLists.txt").read_text(), re.MULTILINE)[1]
+        run("dpkg-deb", "--extract", PACKAGE, self.directory)
+        command, shared = self.directory / "usr/bin/webresources", self.directory / "usr/share"
+        bill = shared / "doc/web-resource-installer/bill-of-materials.cdx.json"
+        cmake = shared / "cmake/WebResourceInstaller/WebResourceInstallerConfigVersion.cmake"
+        status = run(command, "status", "--json", "--root", self.directory, status=1)
+        self.assertEqual(field(PACKAGE, "Version"), version)
+        self.assertEqual(run(command, "--version").strip(), version)
+        self.assertEqual(json.loads(status)["version"], version)
+        self.assertEqual(json.loads(bill.read_text())["metadata"]["component"]["version"], version)
+        self.assertIn(f'set(PACKAGE_VERSION "{version}")', cmake.read_text())
 
     def test_cmake_finds_the_bundle_and_the_command(self):
         run("dpkg-deb", "--extract", PACKAGE, self.directory)
@@ -62,7 +75,7 @@ class Package(ShippingTestCase):
 
 
 def compiler_package():
-    """The source package of the C++ runtime, whose name ends in the version."""
+    """The source package of the C++ runtime. The name ends in the version of the compiler."""
     runtime = run("g++", "-print-file-name=libstdc++.a").strip()
     package = run("dpkg", "--search", os.path.realpath(runtime)).split(":")[0]
     return run("dpkg-query", "--show", "--showformat=${source:Package}", package)
@@ -99,7 +112,7 @@ class BillOfMaterials(ShippingTestCase):
 
 
 class Product(ShippingTestCase):
-    """Installed, upgraded and removed in a private root, where the maintainer scripts run."""
+    """Installed, upgraded and removed in a chroot, in which the maintainer scripts run."""
 
     def setUp(self):
         super().setUp()
@@ -111,12 +124,12 @@ class Product(ShippingTestCase):
         self.add_status()
 
     def add_status(self):
-        """Registers the packages of the libraries, which are copied from this machine."""
+        """Registers the packages of the libraries that are copied from this machine."""
         status = self.machine / STATUS
         for directory in ("info", "updates"):
             (status.parent / directory).mkdir(parents=True)
         depended = re.split(r", *", re.sub(r" *\([^)]*\)", "", field(PACKAGE, "Depends")))
-        architecture = field(PACKAGE, "Architecture")  # others may be installed beside it
+        architecture = field(PACKAGE, "Architecture")  # other architectures may be installed, too
         status.write_text(run("dpkg-query", "--status", *(f"{name}:{architecture}"
                                                           for name in depended)) + "\n")
         for name in depended:

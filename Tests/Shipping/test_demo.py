@@ -1,4 +1,4 @@
-"""What script/demo prints: one screen, whatever the site is."""
+"""The output of script/demo: one screen for every site."""
 
 import pathlib
 import re
@@ -27,7 +27,7 @@ class Demo(unittest.TestCase):
                 (pathlib.Path(site) / f"caf\u00e9 {number}.html").write_text("x")
             self.assertIn("more lines", self.shown(site))
 
-    def test_sample_site_is_installed_updated_and_repaired(self):  # last: test_look.py looks at it
+    def test_sample_site_is_installed_updated_and_repaired(self):  # the last test: test_look.py reads the result
         output = self.shown()
         commands = re.findall(r"^\$ webresources (\w+)", output, re.MULTILINE)
         self.assertEqual(commands, ["pack", "check", "install", "status", "pack", "check", "diff",

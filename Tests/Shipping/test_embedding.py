@@ -1,5 +1,5 @@
-"""The guides: every command of the embedding guide is run, in one shell, from an empty directory,
-and then those of the deployment guide for one machine. test_fleet.py runs that for Ansible."""
+"""The guides. One shell runs every command of the embedding guide in an empty directory, and then the
+commands of the deployment guide for one machine. test_fleet.py runs the command for Ansible."""
 
 import os
 import re
@@ -10,7 +10,7 @@ from shipping import SOURCE, ShippingTestCase, run
 GUIDE = SOURCE / "Documentation/embedding.md"
 DEPLOYMENT = SOURCE / "Documentation/deployment.md"
 
-# What the deployment guide's first commands find: a machine with the command and the bundle.
+# The deployment guide begins with a machine that has the command and the bundle.
 ANOTHER_MACHINE = """
 mkdir another
 cp -R tools/bin/webresources Product.app another/

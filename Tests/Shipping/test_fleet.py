@@ -1,4 +1,4 @@
-"""The Ansible role against private roots for hosts, and the Munki example."""
+"""The Ansible role, with chroots as hosts, and the Munki example."""
 
 import os
 import pathlib
@@ -13,7 +13,7 @@ import zipfile
 from private_root import PRIVATE_ROOT, command_in, full_version
 from shipping import (BUILD, INSTALL_ROOT, RECORD, SAMPLE_SITE, SOURCE, ShippingTestCase, run)
 
-# As the guide has it.
+# The command of the guide.
 [COMMAND] = re.findall(r"^ansible-playbook .*$",
                        (SOURCE / "Documentation/deployment.md").read_text(), re.MULTILINE)
 [PACKAGE] = (BUILD / "deb").glob("web-resource-installer_*.deb")
@@ -35,7 +35,7 @@ class FleetTestCase(ShippingTestCase):
 
 
 class Host:
-    """A private root whose programs are this machine's."""
+    """A chroot with the programs of this machine."""
 
     BUNDLE = "opt/web-resources/WebResourceInstaller.app"
 
@@ -58,7 +58,7 @@ class Host:
             f"/opt/webresources install /{self.BUNDLE}")
 
     def everything(self):
-        """What the role may change: files and directories, with modes and owners."""
+        """The files and directories that the role may change, with modes and owners."""
         return {str(path): (path.lstat().st_mode, path.lstat().st_uid,
                             path.read_bytes() if path.is_file() else None)
                 for top in ("Library", "opt") for path in (self.root / top).rglob("*")}
@@ -67,7 +67,7 @@ class Host:
         self.record.write_bytes(plistlib.dumps(
             {**plistlib.loads(self.record.read_bytes()), **values}))
 
-    # What may happen to a host where update 2 is installed.
+    # Defects of a host with update 2 that the role repairs.
 
     def nothing(self):
         pass
@@ -127,7 +127,7 @@ class Host:
         package = self.root / self.BUNDLE / "Contents/Resources/OrloWebResources.zip"
         package.write_bytes(package.read_bytes()[:-200])
 
-    # What the role cannot put right.
+    # Defects that the role does not repair.
 
     def newer_installed(self):
         self.change_record(iUpdateId=3)
@@ -154,7 +154,7 @@ class AnsibleTestCase(FleetTestCase):
         return Host(self.directory / "hosts" / name)
 
     def new_host(self, name, bundle=None):
-        """A fresh host, or one where the bundle is installed."""
+        """A fresh host, or a host on which the bundle is installed."""
         host = self.host(name)
         host.make(self.webresources)
         if bundle:
@@ -162,8 +162,8 @@ class AnsibleTestCase(FleetTestCase):
         return host
 
     def play(self, bundle, *hosts, options=(), status=0):
-        """Plays the role on the hosts. Returns what became of each (ok, changed or failed), and the
-        output."""
+        """Plays the role on the hosts. Returns the result of each host (ok, changed or failed), and
+        the output."""
         place = pathlib.Path(tempfile.mkdtemp(dir=self.directory))
         (place / "Deploy").symlink_to(SOURCE / "Deploy")
         (place / "Product.app").symlink_to(bundle)
@@ -293,7 +293,7 @@ class Ansible(AnsibleTestCase):
 
 
 class ManyHosts(AnsibleTestCase):
-    """One pass over 100 fresh hosts, 20 at a time."""
+    """One run of the role on 100 fresh hosts, 20 at a time."""
 
     def test_time_of_a_pass_is_told(self):
         names = [f"host{number}" for number in range(100)]
@@ -319,7 +319,7 @@ class Munki(FleetTestCase):
         shutil.copy(self.SCRIPT, self.machine / "installcheck_script")
 
     def install(self, content, update):
-        """What the package does: brings the bundle and the command, and installs."""
+        """Copies the bundle and the command, and installs, as the macOS package does."""
         bundle = self.machine / self.PLACE
         shutil.rmtree(bundle, ignore_errors=True)
         shutil.copytree(self.new_bundle(content, update), bundle)
@@ -347,7 +347,7 @@ class Munki(FleetTestCase):
         self.assert_installcheck(self.UP_TO_DATE)
 
     def test_not_needed_where_a_newer_update_is_installed(self):
-        """An older package would be refused at every run."""
+        """The command would refuse an older package each time."""
         self.install(SAMPLE_SITE, 8)
         self.assert_installcheck(self.UP_TO_DATE)
         self.install(SAMPLE_SITE, 10)
@@ -359,7 +359,7 @@ class Munki(FleetTestCase):
         self.assert_installcheck(self.UP_TO_DATE)
 
     def test_needed_where_the_bundle_is_damaged(self):
-        """The command refuses such a bundle; the package brings a whole one."""
+        """The command refuses a damaged bundle. The package replaces the bundle."""
         self.install(SAMPLE_SITE, 7)
         resources = self.machine / self.PLACE / "Contents/Resources"
         for name in ("OrloWebResources.zip", "metadata.txt"):

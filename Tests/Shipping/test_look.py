@@ -1,4 +1,4 @@
-"""The demo's installed site, as a person sees it: build/screenshots/ has the pictures."""
+"""The site that the demo installs, in a browser. The pictures are in build/screenshots/."""
 
 import tempfile
 import unittest
@@ -22,7 +22,7 @@ class Site(unittest.TestCase):
         self.addCleanup(self.browser.close)
 
     def open(self, url):
-        """Opens a page, which must load without an error; returns its resources."""
+        """Opens a page. Returns the addresses of its resources. Fails after an error of the page."""
         self.browser.open(url)
         self.assertEqual(self.browser.happened("Network.loadingFailed"), [], url)
         self.assertEqual(self.browser.happened("Log.entryAdded"), [], url)

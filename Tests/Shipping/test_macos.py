@@ -1,4 +1,4 @@
-"""script/package-macos, as far as it goes without a Mac."""
+"""script/package-macos, up to the commands that need a Mac."""
 
 import json
 import os
@@ -18,7 +18,7 @@ APPLICATION = "Library/Application Support/WebResourceInstaller/WebResourceInsta
 
 
 def commands(*options):
-    """What a dry run prints, each command as its words."""
+    """The commands that a dry run prints, each as a list of words."""
     printed = run(SCRIPT, "--dry-run", *options, SAMPLE_SITE, "7", "/nowhere/product.pkg")
     lines = printed.splitlines()
     assert all(line.startswith("+ ") for line in lines), printed
@@ -27,7 +27,7 @@ def commands(*options):
 
 class DryRun(ShippingTestCase):
     def test_prints_every_command_and_runs_none(self):
-        # None of a Mac's commands is here, and nothing can be written there: they would fail.
+        # A command that ran would fail: this machine has no commands of a Mac, and no /nowhere.
         names = [command[0] for command in commands("--sign", "A", "--sign-package", "B")]
         names = [os.path.basename(name) for name in names]
         for name in ("curl", "clang", "libtool", "cmake", "webresources", "codesign", "lipo",
@@ -81,7 +81,7 @@ class Layout(ShippingTestCase):
         self.assertEqual(info["LSMinimumSystemVersion"], "11.0")
         [component] = plistlib.loads((DEPLOY / "components.plist").read_bytes())
         self.assertEqual(component["RootRelativeBundlePath"], APPLICATION)
-        self.assertIs(component["BundleIsRelocatable"], False)  # or it follows a moved copy
+        self.assertIs(component["BundleIsRelocatable"], False)  # or the installation follows a moved copy
         identifier = re.search(r"^identifier=(.*)$", SCRIPT.read_text(), re.MULTILINE)[1]
         self.assertEqual(info["CFBundleIdentifier"], identifier)
         distribution = xml.etree.ElementTree.parse(DEPLOY / "distribution.xml")
@@ -89,7 +89,7 @@ class Layout(ShippingTestCase):
                          {identifier})
 
     def machine_with_the_package(self):
-        """A machine on which the package's files are, and how its script is called there."""
+        """A chroot with the files of the package, and the command that calls its script there."""
         machine = self.new_root("sh", self.root / APPLICATION / "Contents/Helpers/webresources")
         run("cp", "-R", f"{self.root}/.", machine)
         run("cp", DEPLOY / "scripts/postinstall", machine / "postinstall")
@@ -103,7 +103,7 @@ class Layout(ShippingTestCase):
         self.assert_installed(machine, SAMPLE_SITE, 7)
         [receipt] = (machine / "Library").rglob("WebResources.receipt.json")
         self.assertEqual(json.loads(receipt.read_bytes())["updateId"], 7)
-        run(*postinstall, "/")  # as when the same package is installed once more
+        run(*postinstall, "/")  # the same package is installed again
         self.assert_installed(machine, SAMPLE_SITE, 7)
 
     def test_postinstall_fails_and_changes_nothing_with_a_damaged_bundle(self):

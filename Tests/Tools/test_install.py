@@ -552,6 +552,19 @@ class Receipt(Case):
                                 check=True).stdout
         self.assertIn("only the record was compared", output)
 
+    def test_receipt_of_a_version_before_1_0_stays_valid(self):
+        self.machine.install()
+        path = self.machine.path(RECEIPT)
+        older = {**self.machine.receipt(), "version": "17.11.30138"}
+        del older["format"], older["state"]
+        path.write_text(json.dumps(older))
+        before = path.stat().st_ino
+        self.assertEqual(self.machine.verify().ids, [])
+        told = self.machine.verify(bundle=None)
+        self.assertEqual((told.ids, told.document["comparedWith"]), ([], "receipt"))
+        self.assertEqual(self.machine.install().document["outcome"], "up-to-date")
+        self.assertEqual(path.stat().st_ino, before)
+
     def test_receipt_of_another_update_is_a_finding(self):
         self.machine.install()
         write_bundle(self.machine.bundle, {"later": b"later"}, update=8)

@@ -1,4 +1,4 @@
-"""Connects Ansible to a private root on this machine, which has the machine's programs in it."""
+"""Connects Ansible to a chroot on this machine."""
 
 import pathlib
 import shutil
