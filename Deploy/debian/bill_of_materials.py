@@ -26,7 +26,7 @@ import sys
 SPDX = {"zlib": "Zlib", "Zlib": "Zlib", "Expat": "MIT", "BSD-3-clause": "BSD-3-Clause",
         "LGPL-2.1+": "LGPL-2.1-or-later"}
 GCC = re.compile(r"gcc-\d+$")
-CROSS_SOURCE, CROSS_LIBRARY = "cross-toolchain-base", "glibc"
+CROSS_SOURCE = "cross-toolchain-base"  # of the packages libc6-*-cross and linux-libc-*-cross
 UNREADABLE = {"glibc": "LGPL-2.1-or-later", "linux": "GPL-2.0-only WITH Linux-syscall-note",
               "nettle": "LGPL-3.0-or-later OR GPL-2.0-or-later"}
 
@@ -58,7 +58,7 @@ def all_headers(build):
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         found = set().union(*pool.map(
             headers, json.loads((build / "compile_commands.json").read_text())))
-    return {path for path in found if path.startswith("/usr/include/")}
+    return {path for path in found if re.match(r"/usr(/[^/]*-linux-gnu)?/include/", path)}
 
 
 def packages(paths):
@@ -82,8 +82,9 @@ def described(package):
     source, version, own = output(
         "dpkg-query", "--show", "--showformat=${source:Package} ${source:Version} ${Version}",
         package).split(" ")
-    if source == CROSS_SOURCE or source.endswith("-cross"):  # a repackaged library for a cross compiler
-        return [CROSS_LIBRARY if source == CROSS_SOURCE else source.removesuffix("-cross"),
+    if source == CROSS_SOURCE or source.endswith("-cross"):  # repackaged for a cross compiler
+        library = "linux" if package.startswith("linux-") else "glibc"
+        return [library if source == CROSS_SOURCE else source.removesuffix("-cross"),
                 re.sub(r"cross\d+$", "", own)]
     return [source, version]
 
@@ -135,7 +136,7 @@ def main(version, compiler, build, bill, licences, *programs):
     shutil.rmtree(licences, ignore_errors=True)
     pathlib.Path(licences).mkdir()
     for source, found in linkages.items():
-        if "static library" in found or found == {"headers"}:  # a program contains a part of the package
+        if "static library" in found or found == {"headers"}:  # a program contains parts
             shutil.copyfile(copyright_file(examples[source]),
                             pathlib.Path(licences) / f"{source[0]}.txt")
 
