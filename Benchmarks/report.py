@@ -1,4 +1,4 @@
-"""The figures of a benchmark as tables and a plot, beside the targets."""
+"""The figures of a benchmark as tables and a plot, with their targets."""
 
 import math
 import os
@@ -11,12 +11,13 @@ DOCUMENT = pathlib.Path("Documentation/performance.md")
 FIGURES = pathlib.Path("Documentation/performance-figures.md")
 PLOT = pathlib.Path("Documentation/performance.svg")
 BEGIN, END = "<!-- figures: begin -->\n", "<!-- figures: end -->\n"
+MACHINE, COMPARISONS = "Machine", "Comparisons"
 PEAK_KIB = 8192
 
-# The targets. A figure is good if it is at most its target.
+# The targets: the largest figure that is good enough. Ratios are times: 0.5 is twice as fast.
 EXTRACTION = {"small files": {"unzip": 0.74, "bsdtar": 0.92},
               "large file": {"unzip": 0.65}}
-WRITING_FLOOR = 1.05
+WRITING_BASELINE = 1.05
 ON_DISK = {"unzip": 0.85, "bsdtar": 0.85}
 UPDATE = 0.85
 START = 1.2
@@ -24,7 +25,7 @@ CALLS = 10
 COPY = 2
 READ = {"manifest": 0.80, "flat map": 0.50, "strings": 0.90, "numbers": 0.60}
 ALLOCATIONS = {"manifest": 3.0, "flat map": 5.1, "numbers": 1.6}
-COMPANION = {"pack": 0.8, "check": 1.2, "check --prove": 1.6, "verify": 0.4}
+COMPANION = {"pack": 0.8, "check": 1.2, "check --prove": 1.6, "verify": 0.4, "install": 2.2}
 BYTES_AN_ENTRY = 700
 RECORD = {"reads": 5, "writes": 4}  # for each of four values, and one test for an identifier
 CLEARED = 1  # in seconds
@@ -39,12 +40,17 @@ def described(title, package):
     return f"{title}: {package.files:,} of {package.size >> 20} MiB"
 
 
+def rate(size, seconds):
+    """Returns MiB/s; without a size, the time itself."""
+    return f"{size / seconds / (1 << 20):.0f} MiB/s" if size else f"{seconds * 1000:.2f} ms"
+
+
 class Report:
     def __init__(self, quick):
         self.quick = quick
-        self.bars = []  # the plot: title, name, ratio to unzip
-        self.sections = {}  # heading: lines, in the order of the first line of each heading
-        self.targets = []  # description, figure and target of each measurement
+        self.bars = []  # of the plot: title, name, ratio to unzip
+        self.sections = {}  # heading: lines, in the order of the headings' first lines
+        self.targets = []  # the name of each judged figure, the figure and the target
         self.machine()
 
     def line(self, heading, line):
@@ -62,75 +68,76 @@ class Report:
         self.line(heading, "| " + " | ".join(str(cell) for cell in cells) + " |")
 
     def judged(self, what, figure, target, form="{:.2f}"):
-        """Adds a figure, its target and the verdict. `what` is the description in the list of
-        targets."""
+        """Returns the figure as text, with its target and whether the figure meets it."""
         text = form.format(figure)
         if target is None:
             return text
-        self.targets.append((what, figure, target, form))
+        self.targets.append((what, figure, target))
         return f"{text} (≤ {target}{'' if figure <= target else ', **missed**'})"
 
-    def missed(self):
-        """Returns the measurements that exceed their target by more than the tolerance."""
-        return [what for what, figure, target, _ in self.targets if figure > target * TOLERANCE]
+    def compare(self, job, other, ours, theirs, ratio, target=None):
+        """Adds a row to the table of comparisons: two rates as text, and the ratio of the times."""
+        judged = self.judged(f"{job} / {other}", ratio, target)
+        self.row(COMPARISONS, ("Job", "Rate", "Beside", "Rate", "Time ratio"),
+                 (job, ours, other, theirs, judged))
+
+    def compare_series(self, job, series, other, size, target=None, ours="installer"):
+        """Compares two commands of a series; `size` is the number of bytes that each processes."""
+        self.compare(job, other, *(rate(size, series.median(name)) for name in (ours, other)),
+                     series.ratio(ours, other), target)
+
+    def missed(self, tolerance=1):
+        """Returns the targets that are missed by more than the tolerance, each with its figure."""
+        return [f"{what} {figure:.2f} (target {target})" for what, figure, target in self.targets
+                if figure > target * tolerance]
 
     def machine(self):
         with open("/proc/cpuinfo", encoding="ascii") as stream:
             model = re.search(r"model name\s*: (.*)", stream.read())
         memory = os.sysconf("SC_PAGE_SIZE") * os.sysconf("SC_PHYS_PAGES") >> 30
         release = platform.freedesktop_os_release()["PRETTY_NAME"]
-        self.line("Machine", f"- {release}, Linux {platform.release().split('-')[0]}, "
+        self.line(MACHINE, f"- {release}, Linux {platform.release().split('-')[0]}, "
                    f"{os.cpu_count()} × {model.group(1) if model else platform.machine()}, "
-                   f"{memory} GiB, load {os.getloadavg()[0]:.1f} at the start.")
+                   f"{memory} GiB, load {os.environ['BENCH_LOAD']} at the start.")
         names = ["g++", "libminizip*", "zlib1g", "unzip", "libarchive-tools", "7zip",
                  "nlohmann-json3-dev", "rapidjson-dev"]
-        versions = output("dpkg-query", "-W", "-f=${Package} ${Version}, ", *names)
-        self.line("Machine", f"- Debian packages: {versions.rstrip(', ')}.")
+        versions = output("dpkg-query", "-W", "-f=${Package} ${Version}\n", *names).splitlines()
+        self.line(MACHINE, f"- Debian packages: {', '.join(dict.fromkeys(versions))}.")
 
     def extraction(self, title, package, series):
         targets = EXTRACTION.get(title, {})
-        others = ("floor", "unzip", "bsdtar", "7zz")
-        ratios = {name: series.ratio("installer", name) for name in others}
-        self.row("Whole run of the installer beside the extraction alone, on a tmpfs",
-                 ("Package", "Installer, s", *(f"/ {name}" for name in others)),
-                 (described(title, package), f"{series.median('installer'):.3f}",
-                  *(self.judged(f"{title} / {name}", ratios[name], targets.get(name))
-                    for name in others)))
-        for name in ("installer", *others):
-            ratio = series.ratio(name, "unzip") if name != "unzip" else 1
-            self.bars.append((title, name, ratio))
+        for other in ("unzip", "bsdtar", "7zz", "baseline"):
+            self.compare_series(described(title, package), series, other, package.size,
+                                targets.get(other))
+        for name in ("installer", "baseline", "unzip", "bsdtar", "7zz"):
+            self.bars.append((title, name, series.ratio(name, "unzip") if name != "unzip" else 1))
 
     def extraction_on_disk(self, title, package, series, calls):
-        """Divides the elapsed time into processor time and waits for flushes."""
-        others = ("unzip", "bsdtar", "7zz")
+        """Elapsed time, and its parts: the processor's time and the waits for the disk."""
+        for other in ("unzip", "bsdtar", "7zz"):
+            self.compare_series(f"{described(title, package)}, on a disk", series, other,
+                                package.size, ON_DISK.get(other))
         content, record = (calls.get(name, (0, 0)) for name in ("syncfs", "fsync"))
-        self.row("The same on the disk; the others end with sync -f",
-                 ("Package", "Installer, s", "Of which processor, s", "Content's flush, s",
-                  "Record's flushes, s", *(f"/ {name}" for name in others)),
-                 (described(title, package), f"{series.median('installer'):.3f}",
+        self.row("Parts of the time on a disk",
+                 ("Package", "Whole, s", "Processor, s", "syncfs of the content: s",
+                  "fsync of the record: s"),
+                 (title, f"{series.median('installer'):.3f}",
                   f"{series.median_processor('installer'):.3f}", f"{content[0]}: {content[1]:.3f}",
-                  f"{record[0]}: {record[1]:.3f}",
-                  *(self.judged(f"{title} on the disk / {name}", series.ratio("installer", name),
-                                ON_DISK.get(name)) for name in others)))
+                  f"{record[0]}: {record[1]:.3f}"))
 
-    def writing_floor(self, series):
-        self.line("The large file beside the floor's loop, with each portion also written to a file",
-                  "- Ratio on a tmpfs: " + self.judged(
-                      "large file / floor that writes", series.ratio("installer", "writing floor"),
-                      WRITING_FLOOR) + ".")
+    def writing_baseline(self, package, series):
+        self.compare_series(described("large file", package), series, "baseline that writes",
+                            package.size, WRITING_BASELINE)
 
-    def update(self, place, series):
-        self.row("Update of an installed package beside a script (bsdtar, rm -rf, mv)",
-                 ("On", "Installer, s", "Script, s", "Ratio"),
-                 (place, f"{series.median('installer'):.3f}", f"{series.median('script'):.3f}",
-                  self.judged(f"update on {place} / script", series.ratio("installer", "script"),
-                              UPDATE)))
+    def update(self, place, package, series):
+        self.compare_series(f"update on {place}", series, "script", package.size, UPDATE)
 
     def start(self, series):
-        ratio = self.judged("ten files / unzip", series.ratio("installer", "unzip"), START)
-        self.line("A package of ten files, on a tmpfs",
-                  f"- Installer {series.median('installer') * 1000:.2f} ms, unzip "
-                  f"{series.median('unzip') * 1000:.2f} ms, ratio {ratio}.")
+        self.compare_series("run with ten files", series, "unzip", None, START)
+
+    def zlib_ng(self, title, package, series):
+        self.compare_series(f"{title} with zlib-ng", series, "the same with zlib", package.size,
+                            ours="zlib-ng")
 
     def system_calls(self, title, per_file, kinds):
         often = sorted(((count, name) for name, count in kinds.items() if count >= 0.05),
@@ -159,13 +166,11 @@ class Report:
 
     def values(self, documents, readers, best):
         for document in documents:
-            rates = {reader: best[document, reader] / (1 << 20) for reader in readers}
-            self.row("JSON text to values, and their end",
-                     ("Document", "This, MiB/s", "nlohmann-json", "RapidJSON",
-                      "Time / nlohmann-json"),
-                     (document, *(f"{rate:.0f}" for rate in rates.values()),
-                      self.judged(f"{document} / nlohmann-json", rates["nlohmann"] / rates["this"],
-                                  READ[document])))
+            rates = {reader: best[document, reader] for reader in readers}
+            for reader, name, target in (("nlohmann", "nlohmann-json", READ[document]),
+                                         ("rapidjson", "RapidJSON", None)):
+                self.compare(f"JSON, {document}", name, rate(rates["this"], 1),
+                             rate(rates[reader], 1), rates[reader] / rates["this"], target)
 
     def allocations(self, document, each):
         self.row("Allocations", ("Document", "A value"),
@@ -173,23 +178,19 @@ class Report:
                                         ALLOCATIONS.get(document))))
 
     def copies(self, medians):
-        floor = medians["CopyAllocatedSharedPointer"]["cpu_time"]
+        pointer = medians["CopyAllocatedSharedPointer"]["cpu_time"]
         for members in (10, 1000, 100000):
             taken = medians[f"CopyMap/{members}"]["cpu_time"]
             self.row("Copy of a map", ("Members", "ns", "/ shared pointer and allocation"),
                      (f"{members:,}", f"{taken:.0f}",
-                      self.judged(f"copy of a map of {members:,}", taken / floor, COPY)))
+                      self.judged(f"copy of a map of {members:,}", taken / pointer, COPY)))
         for members in (1000, 100000):
             taken = medians[f"DestroyMap/{members}"]["cpu_time"]
             self.row("Destruction of a map", ("Members", "ns a member"),
                      (f"{members:,}", f"{taken / members:.0f}"))
 
-    def companion(self, title, command, ours, theirs, series):
-        self.row("The companion command", ("Package", "Command", "s", "Beside", "s", "Ratio"),
-                 (title, command, f"{series.median(ours):.3f}", f"`{theirs}`",
-                  f"{series.median(theirs):.3f}",
-                  self.judged(f"{command}, {title} / {theirs}", series.ratio(ours, theirs),
-                              COMPANION[command])))
+    def companion(self, job, command, package, ours, theirs, series):
+        self.compare_series(job, series, theirs, package.size, COMPANION[command], ours)
 
     def companion_memory(self, entries, each, few, large):
         each = self.judged("bytes an entry of check", each, BYTES_AN_ENTRY, "{:.0f}")
@@ -205,17 +206,11 @@ class Report:
         self.line(heading, f"- It flushes the content {calls['syncfs']} times, and {calls['fsync']} "
                   "times the record: its file and its directory, for each value.")
         judged = self.judged("seconds of a cleared record", taken, CLEARED)
-        self.line(heading, f"- With {keys:,} foreign keys to clear a run takes {judged} s and "
+        self.line(heading, f"- With {keys:,} keys of other programs to clear, a run takes {judged} s and "
                   f"{peak >> 10} MiB.")
 
-    def targets_section(self):
-        for what, figure, target, form in self.targets:
-            self.row("Every target", ("What", "Figure", "Target", ""),
-                     (what, form.format(figure), f"≤ {target}",
-                      "met" if figure <= target else "**missed**"))
-
     def finish(self):
-        self.targets_section()
+        """Writes the documents. A quick run, or one on a busy machine, writes nothing."""
         if self.quick:
             return
         document = DOCUMENT.read_text(encoding="utf-8")
@@ -223,24 +218,24 @@ class Report:
         after = rest.split(END)[1]
         DOCUMENT.write_text(f"{before}{BEGIN}\n{self.summary()}\n{END}{after}", encoding="utf-8")
         figures = "\n\n".join(f"## {heading}\n\n" + "\n".join(lines)
-                              for heading, lines in self.sections.items())
-        FIGURES.write_text("# Performance: all figures\n\nWritten by `script/bench`. "
-                           f"[performance.md](performance.md) says what they mean.\n\n{figures}\n",
-                           encoding="utf-8")
+                              for heading, lines in self.sections.items()
+                              if heading not in (MACHINE, COMPARISONS))
+        FIGURES.write_text("# Performance: more figures\n\nWritten by `script/bench`. "
+                           "[performance.md](performance.md) has the setup and the comparisons."
+                           f"\n\n{figures}\n", encoding="utf-8")
         PLOT.write_text(self.plot(), encoding="utf-8")
 
     def summary(self):
-        """Returns a description of the machine, and the ratio of each measurement to its
-        comparison."""
-        rows = "\n".join(f"| {what} | {form.format(figure)} | {target}"
-                         f"{'' if figure <= target else ', **missed**'} |"
-                         for what, figure, target, form in self.targets if " / " in what)
-        machine = "\n".join(self.sections["Machine"])
-        return f"{machine}\n\n| Time / beside | Ratio | At most |\n|---|---|---|\n{rows}\n"
+        """The missed targets, the machine and the comparisons."""
+        missed = self.missed()
+        return "\n\n".join(("**Missed targets:** " + "; ".join(missed) + "." if missed
+                            else "Every target is met.",
+                            *("\n".join(self.sections[heading])
+                              for heading in (MACHINE, COMPARISONS)))) + "\n"
 
     def plot(self):
-        """Returns bars: the time of each program for each package on a tmpfs, relative to unzip."""
-        colours = {"installer": "#1f6feb", "floor": "#b0b0b0", "unzip": "#808080",
+        """Bars: for each package on a tmpfs, the time of each program relative to unzip."""
+        colours = {"installer": "#1f6feb", "baseline": "#b0b0b0", "unzip": "#808080",
                    "bsdtar": "#909090", "7zz": "#a0a0a0"}
         scale = 400 / max(ratio for _, _, ratio in self.bars)
         height, shapes, last = 30, [], None

@@ -1,7 +1,8 @@
-// Reads every entry of an archive as the installer does and writes no file: the lower limit of the
-// time of any extraction. With FILE, also writes the data to FILE.
+// The baseline of an extraction: reads and inflates every entry of an archive as the installer does.
+// Writes nothing, so that no extraction by the same library can be faster. With FILE, appends the
+// content of every entry to FILE.
 //
-//     ReadFloor ARCHIVE [FILE]
+//     ReadBaseline ARCHIVE [FILE]
 
 #include <fcntl.h>
 #include <unistd.h>
