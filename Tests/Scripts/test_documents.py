@@ -33,6 +33,22 @@ class Documents(unittest.TestCase):
                     self.assertTrue(target.exists())
                     self.assertTrue(not anchor or anchor in anchors(target))
 
+
+class Guides(unittest.TestCase):
+    ROOMS = ("CMake", "Documentation", "Fuzz", "Include", "Platform", "Source", "Tests", "Tools")
+
+    def test_each_file_that_the_guides_for_contributors_name_exists(self):
+        paths = [path.relative_to(SOURCE).as_posix() for room in self.ROOMS
+                 for path in (SOURCE / room).rglob("*.*")] + ["CMakeLists.txt"]
+        named = set(re.findall(r"`([\w/]+\.(?:cpp|h|py|txt|dict|cmake\.in|json|md|1))`",
+                               text(SOURCE / "CONTRIBUTING.md")))
+        self.assertGreater(len(named), 40)
+        for name in named:
+            if "NAME" not in name:
+                with self.subTest(name):
+                    self.assertTrue(any(f"/{path}".endswith(f"/{name}") for path in paths))
+
+
 class Findings(unittest.TestCase):
     RULES = findings.RULES.read_text(encoding="utf-8")
 
@@ -49,6 +65,15 @@ class Findings(unittest.TestCase):
                 self.assertIn(severity, ("error", "warning"))
                 self.assertRegex(meaning, r"^[A-Z`][^.]*\.")
                 self.assertRegex(remedy, r"^[a-z].*[^.]$")
+
+    def test_samples_of_output_have_the_remedy_of_their_rule(self):
+        remedies = {rule[1]: rule[4] for rule in findings.rules()}
+        samples = [sample for document in DOCUMENTS for sample in re.findall(
+            r"^(?:error|warning) \[([\w-]+)\] .*\n    fix: (.*)$", document.read_text(), re.M)]
+        self.assertGreater(len(samples), 5)
+        for identifier, remedy in samples:
+            with self.subTest(identifier):
+                self.assertEqual(remedy, remedies[identifier])
 
 
 if __name__ == "__main__":
