@@ -1,4 +1,4 @@
-// Bundle, seen from copies of a real program in real places.
+// Tests Bundle with copies of a real program in real directories.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -16,7 +16,7 @@ namespace fs = std::filesystem;
 
 const char kNone[] = "(none)";
 
-/// What `command` prints; "(none)" when its exit status is 1.
+/// Returns the output of `command`, or "(none)" if the exit status is 1.
 std::string OutputOf(const std::string& command) {
   FILE* pipe = popen(command.c_str(), "r");
   std::string output;
@@ -31,7 +31,7 @@ std::string OutputOf(const std::string& command) {
 
 class BundleTest : public testing::Test {
  protected:
-  /// A copy of the probe at `path` in the test's directory.
+  /// Copies the probe to `path` in the test's directory and returns the path of the copy.
   std::string Copy(const std::string& path) {
     const fs::path copy = At(path);
     fs::create_directories(copy.parent_path());
@@ -43,8 +43,8 @@ class BundleTest : public testing::Test {
     return OutputOf("cd '" + At(directory) + "' && " + command);
   }
 
-  /// What the probe prints at "/" + `path` in a private root, where there is no /proc (but in a
-  /// sanitizer build, as the sanitizers read it).
+  /// Returns the output of the probe at "/" + `path` in a chroot. The chroot has no /proc, except
+  /// in a sanitizer build, because sanitizers read /proc.
   std::string InPrivateRoot(const std::string& path) {
     Copy("root/" + path);
     return OutputOf(std::string(RUN_IN_PRIVATE_ROOT) + " '" + At("root") + "' '/" + path + "'");
@@ -122,7 +122,7 @@ TEST_F(BundleTest, PathOf1023BytesFitsAndOneOf1024Fails) {
   EXPECT_EQ(kNone, OutputOf(Copy(name + "e/X")));
 }
 
-TEST_F(BundleTest, PathThatDoesNotFitFailsRatherThanBeingCut) {
+TEST_F(BundleTest, PathThatDoesNotFitFailsAndIsNotTruncated) {
   const std::string probe = Copy("plain/X");
   const std::size_t length = At("plain/Resources").length();
   EXPECT_EQ(kNone, OutputOf(probe + " " + std::to_string(length)));

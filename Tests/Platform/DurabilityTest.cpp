@@ -1,4 +1,4 @@
-// The file system is synchronized once, through the directory that was named.
+// The directory is opened, and its file system is synced once.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,8 +14,8 @@ namespace {
 
 constexpr int kMostRepetitions = 100;
 
-/// How many times a call for `path` synchronizes a file system, while the first `failures`
-/// attempts fail with `error`.
+/// Returns the number of syncs for one call with `path`. The first `failures` syncs fail with
+/// `error`.
 int Synchronizations(const char* path, int error = EIO, int failures = 0) {
   const FailingCall fault("syncfs", error, failures > 0 ? 1 : INT_MAX, failures);
   Durability::SyncFileSystem(path);
@@ -27,13 +27,13 @@ TEST(DurabilityTest, FileSystemIsSynchronizedOnce) {
   EXPECT_EQ(Synchronizations("/tmp/"), 1);
 }
 
-TEST(DurabilityTest, WhatIsNoDirectoryIsPassedOver) {
+TEST(DurabilityTest, PathThatIsNoDirectoryIsIgnored) {
   EXPECT_EQ(Synchronizations("/tmp/missing/directory"), 0);
   EXPECT_EQ(Synchronizations("/dev/null"), 0);
   EXPECT_EQ(Synchronizations(""), 0);
 }
 
-TEST(DurabilityTest, InterruptedCallIsRepeatedButNotForEver) {
+TEST(DurabilityTest, InterruptedCallIsRepeatedAHundredTimes) {
   EXPECT_EQ(Synchronizations("/tmp", EINTR, 1), 2);
   EXPECT_EQ(Synchronizations("/tmp", EINTR, kMostRepetitions), kMostRepetitions + 1);
   EXPECT_EQ(Synchronizations("/tmp", EINTR, INT_MAX), kMostRepetitions + 1);

@@ -1,4 +1,4 @@
-// What the property-list back end promises beyond the contract.
+// The guarantees of the property-list back end beyond the contract.
 
 #include <gtest/gtest.h>
 

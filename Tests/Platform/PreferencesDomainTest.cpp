@@ -1,5 +1,5 @@
-// The contract of preferences domains. It runs in a private root and uses nothing but the contract;
-// what another process sees and does is seen and done by another process.
+// The contract of preferences domains. The test runs in a chroot and uses only the contract. A
+// separate process acts as the other process.
 
 #include <gtest/gtest.h>
 
@@ -15,7 +15,7 @@ namespace {
 
 const char kIdentifier[] = "com.example.ContractTest.plist";
 
-const char* program = nullptr;  // the path this process was executed by
+const char* program = nullptr;  // the path of this executable
 
 std::string TextOr(const PreferencesDomain& domain, const std::string& key,
                    const std::string& otherwise) {
@@ -29,7 +29,7 @@ constexpr const char* kKeys[] = {
     "goes",   "key",     "mine", "number", "stays", "text",
     "theirs", "\xC3\xA9"};
 
-/// Those of the keys that the domain has, with their values: "key='text';" or "key=number;".
+/// Returns the keys of the domain among kKeys, with their values: "key='text';" or "key=number;".
 std::string Listing(const PreferencesDomain& domain) {
   std::string listing;
   for (const std::string key : kKeys) {
@@ -43,14 +43,14 @@ std::string Listing(const PreferencesDomain& domain) {
   return listing;
 }
 
-/// What this program prints when it is executed again with `arguments`. A forked process would not
-/// do for another one: it inherits what this one has read and not flushed, and CoreFoundation
-/// refuses to work in it.
+/// Executes this program again with `arguments` and returns its output. A forked process is not
+/// enough: the process inherits this process's cache and pending changes, and CoreFoundation does
+/// not work after a fork.
 std::string InAnotherProcess(const std::vector<std::string>& arguments) {
   return OutputOfProcess(program, arguments);
 }
 
-/// What stands on the disk.
+/// Returns the values on the disk.
 std::string Stored(const std::string& identifier = kIdentifier) {
   return InAnotherProcess({"list", identifier});
 }
@@ -59,7 +59,7 @@ void SetElsewhere(const std::string& key, const std::string& value) {
   EXPECT_EQ("flushed", InAnotherProcess({"set", kIdentifier, key, value}));
 }
 
-/// The other process.
+/// Acts as the other process.
 int Obey(const std::vector<std::string>& arguments) {
   PreferencesDomain domain(arguments.at(1));
   if (arguments.at(0) == "list") {
@@ -110,7 +110,7 @@ TEST_F(PreferencesDomainTest, FlushedChangesAreSeenByAnotherProcess) {
   EXPECT_EQ("number=7;text='value';", Stored());
 }
 
-// Whether others see a change earlier is the back end's choice.
+// A back end decides whether other processes see a change earlier.
 TEST_F(PreferencesDomainTest, ChangesAreVisibleToOthersAtTheLatestAfterTheFlush) {
   domain_.SetNumber("number", 7);
   const std::string before = Stored();
@@ -122,7 +122,7 @@ TEST_F(PreferencesDomainTest, ChangesAreVisibleToOthersAtTheLatestAfterTheFlush)
 TEST_F(PreferencesDomainTest, ReadGivesValuesOfEveryTypeInTheOrderOfTheKeys) {
   domain_.SetNumber("number", 7);
   domain_.SetText("text", std::string(1000, 'x'));
-  for (int i = 0; i < 2; ++i) {  // before the flush and after it
+  for (int i = 0; i < 2; ++i) {  // before and after the flush
     const auto values = domain_.Read({"text", "absent", "number"});
     ASSERT_TRUE(values);
     ASSERT_EQ(3U, values->size());
@@ -134,7 +134,7 @@ TEST_F(PreferencesDomainTest, ReadGivesValuesOfEveryTypeInTheOrderOfTheKeys) {
   }
 }
 
-TEST_F(PreferencesDomainTest, DomainThatIsNotThereIsReadAsEmpty) {
+TEST_F(PreferencesDomainTest, MissingDomainIsReadAsEmpty) {
   const auto values = domain_.Read({"number"});
   ASSERT_TRUE(values);
   EXPECT_FALSE((*values)[0].isPresent);
@@ -258,7 +258,7 @@ TEST_F(PreferencesDomainTest, TextsThatAreNotUtf8ChangeNothing) {
   EXPECT_FALSE(domain_.RemoveAll());
 }
 
-TEST_F(PreferencesDomainTest, KeyWithAZeroByteIsNotTakenForWhatStandsBeforeIt) {
+TEST_F(PreferencesDomainTest, KeyWithAZeroByteIsNotTheKeyBeforeTheZeroByte) {
   const std::string key("a\0b", 3);
   domain_.SetText("a", "before");
   ASSERT_TRUE(domain_.Flush());
@@ -297,14 +297,14 @@ TEST_F(PreferencesDomainTest, NoByteIsWrittenBeyondABufferThatIsTooSmall) {
   }
 }
 
-TEST_F(PreferencesDomainTest, EmptyTextFitsWhereItsTerminatingZeroDoes) {
+TEST_F(PreferencesDomainTest, EmptyStringNeedsOneByte) {
   domain_.SetText("text", "");
   char buffer[] = "-";
   EXPECT_TRUE(domain_.GetText("text", buffer, 1));
   EXPECT_STREQ("", buffer);
 }
 
-TEST_F(PreferencesDomainTest, StringsMayChangeOnceTheyAreHandedOver) {
+TEST_F(PreferencesDomainTest, ArgumentsMayChangeAfterTheCall) {
   std::string identifier = "com.example.OtherTest.plist";
   std::string key = "a key that is long enough to be allocated";
   std::string text = "a text that is long enough to be allocated";
@@ -321,11 +321,11 @@ TEST_F(PreferencesDomainTest, StringsMayChangeOnceTheyAreHandedOver) {
 
 TEST_F(PreferencesDomainTest, ErasedKeysAreGoneFromTheDiskAndOthersStay) {
   PreferencesDomain domain(kIdentifier);
-  EXPECT_TRUE(domain.Erase({"goes"}));  // without a file
+  EXPECT_TRUE(domain.Erase({"goes"}));  // while there is no file
   domain.SetNumber("goes", 1);
   domain.SetText("stays", "text");
   EXPECT_TRUE(domain.Flush());
-  domain.SetNumber("goes", 2);  // not flushed: it goes, too
+  domain.SetNumber("goes", 2);  // not flushed, and removed as well
   EXPECT_TRUE(domain.Erase({"goes", "absent"}));
   EXPECT_EQ(Stored(), "stays='text';");
   EXPECT_FALSE(domain.Has("goes"));

@@ -1,4 +1,4 @@
-// Property-list files when the system refuses its calls, one after the other.
+// Property-list files with system calls that fail, one after the other.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -37,7 +37,7 @@ class PropertyListFileFailuresTest : public testing::Test {
     return ReadPropertyList(path_).value_or(PropertyList()).Values().count(key) != 0;
   }
 
-  /// Whether a change succeeds while the calls from the `first` to the `last` fail.
+  /// Returns whether a change succeeds while the calls from `first` to `last` of `function` fail.
   bool SetsWith(const char* function, int error, int first = 1, int last = INT_MAX) const {
     const FailingCall fault(function, error, first, last);
     const bool isSet = Set("new", 1);
@@ -45,7 +45,8 @@ class PropertyListFileFailuresTest : public testing::Test {
     return isSet;
   }
 
-  /// A change fails with that call, and leaves everything as it was.
+  /// Expects that a change fails with that call and leaves the file, the directory and the
+  /// descriptors.
   void ExpectFailure(const char* function, int error) const {
     const int descriptors = Descriptors();
     EXPECT_FALSE(SetsWith(function, error, 1, 1)) << function;
@@ -89,7 +90,7 @@ TEST_F(PropertyListFileFailuresTest, FailedCallFailsTheChangeAndKeepsTheFile) {
   ExpectFailure("renameat", EACCES);
 }
 
-TEST_F(PropertyListFileFailuresTest, RandomNumberCutShortFailsTheChange) {
+TEST_F(PropertyListFileFailuresTest, TruncatedRandomNumberFailsTheChange) {
   ExpectFailure("getrandom", FailingCall::kShort);
 }
 
@@ -101,14 +102,14 @@ TEST_F(PropertyListFileFailuresTest, FileThatCannotBeReadReadsAsEmptyAndFailsAFl
   }
 }
 
-TEST_F(PropertyListFileFailuresTest, FirstFileThatCannotBeWrittenFailsTheChangeAndLeavesNone) {
+TEST_F(PropertyListFileFailuresTest, NewFileThatCannotBeWrittenFailsTheChangeAndLeavesNoFile) {
   fs::remove(path_);
   EXPECT_FALSE(SetsWith("write", ENOSPC));
   EXPECT_EQ(Names{}, NamesLeft());
 }
 
-// The directory's: by then the new file is in its place.
-TEST_F(PropertyListFileFailuresTest, LastSynchronizationFailsTheChangeThatWasMade) {
+// The last sync is the sync of the directory. The new file is then in place.
+TEST_F(PropertyListFileFailuresTest, FailedSyncOfTheDirectoryFailsTheChange) {
   EXPECT_FALSE(SetsWith("fsync", EIO, 2, 2));
   EXPECT_TRUE(Has("old"));
   EXPECT_TRUE(Has("new"));
@@ -121,8 +122,8 @@ TEST_F(PropertyListFileFailuresTest, FileAndDirectoryAreSynchronized) {
   EXPECT_EQ(2, observed.Count());
 }
 
-// The mode, too, must be on the disk before the file takes the name.
-TEST_F(PropertyListFileFailuresTest, FileIsWholeAndHasItsModeBeforeItIsSynchronizedAndRenamed) {
+// The mode of the file must also be synced before the rename.
+TEST_F(PropertyListFileFailuresTest, FileIsCompleteAndHasItsModeBeforeTheSyncAndTheRename) {
   const FailingCall observed("fsync", EIO, INT_MAX);
   EXPECT_TRUE(Set("new", 1));
   const std::string end = "openat write fchmod fsync renameat fsync ";
@@ -144,13 +145,13 @@ TEST_F(PropertyListFileFailuresTest, InterruptedCallsAreRepeatedAHundredTimes) {
   }
 }
 
-TEST_F(PropertyListFileFailuresTest, InterruptedCallThatSucceedsIsNotRepeatedOnceMore) {
+TEST_F(PropertyListFileFailuresTest, SuccessfulCallAfterAnInterruptionIsNotRepeated) {
   const FailingCall fault("fsync", EINTR, 1, 1);
   EXPECT_TRUE(Set("new", 1));
-  EXPECT_EQ(3, fault.Count());  // the file's twice, the directory's
+  EXPECT_EQ(3, fault.Count());  // two syncs of the file, one sync of the directory
 }
 
-TEST_F(PropertyListFileFailuresTest, CallInterruptedForEverFails) {
+TEST_F(PropertyListFileFailuresTest, CallThatIsAlwaysInterruptedFails) {
   for (const char* function : {"read", "write", "fsync", "getrandom"}) {
     EXPECT_FALSE(SetsWith(function, EINTR, 1, kInterruptionsBorne + 1)) << function;
   }
@@ -166,7 +167,7 @@ TEST_F(PropertyListFileFailuresTest, OtherErrorsAreNotTriedAgain) {
   }
 }
 
-TEST_F(PropertyListFileFailuresTest, BytesTransferredInPartsAreWhole) {
+TEST_F(PropertyListFileFailuresTest, BytesTransferredInPartsAreComplete) {
   const std::string text(100000, 'x');
   for (const char* function : {"read", "write"}) {
     const FailingCall fault(function, FailingCall::kShort);
@@ -197,7 +198,7 @@ TEST_F(PropertyListFileFailuresTest, DirectoryThatCannotBeListedKeepsItsLeftover
   EXPECT_EQ((Names{"x.plist", "x.plist.tmp-1"}), NamesLeft());
 }
 
-TEST_F(PropertyListFileFailuresTest, CorruptFileThatCannotBeRenamedFailsAtOnceAndStays) {
+TEST_F(PropertyListFileFailuresTest, CorruptFileThatCannotBeRenamedFailsImmediatelyAndStays) {
   std::ofstream(path_) << "corrupt";
   const FailingCall fault("renameat2", EACCES);
   EXPECT_FALSE(Set("new", 1));
@@ -212,7 +213,7 @@ TEST_F(PropertyListFileFailuresTest, DirectoryThatCannotBeMadeFails) {
   EXPECT_FALSE(fs::exists(root_ / "a"));
 }
 
-TEST_F(PropertyListFileFailuresTest, DirectoryThatCannotBeOpenedToAllFails) {
+TEST_F(PropertyListFileFailuresTest, DirectoryWhoseModeCannotBeSetFails) {
   path_ = root_ / "a/b/y.plist";
   EXPECT_FALSE(SetsWith("chmod", EPERM));
   EXPECT_FALSE(fs::exists(root_ / "a/b"));

@@ -1,5 +1,5 @@
-// Property-list files on the disk, among other writers, kills, and things in their place. The
-// reader that judges values of every type is Python's.
+// Property-list files on the disk, with other writers, killed writers, and other entries at the
+// path. Python's plistlib checks the values of every type.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -56,7 +56,7 @@ class PropertyListFileTest : public testing::Test {
     return status.st_mode & 07777;
   }
 
-  /// Runs `script` with the file's path as `path`; false when it raises.
+  /// Runs `script` with the file's path as `path`. Returns false if the script raises an exception.
   bool Python(const std::string& script) {
     const fs::path program = root_.string() + ".py";
     std::ofstream(program) << "import plistlib, sys\npath = sys.argv[1]\n" << script;
@@ -70,7 +70,7 @@ class PropertyListFileTest : public testing::Test {
   std::string path_ = directory_ / "x.plist";
 };
 
-/// What `run` returns in a child process, which ends there.
+/// Returns the result of `run` in a child process.
 bool InChild(const std::function<bool()>& run) {
   const pid_t child = fork();
   if (child == 0) {
@@ -105,7 +105,7 @@ TEST_F(PropertyListFileTest, MissingDirectoriesAreMade) {
   EXPECT_TRUE(Has("key"));
 }
 
-TEST_F(PropertyListFileTest, WhatIsMadeHasItsModeWhateverTheUmask) {
+TEST_F(PropertyListFileTest, NewEntriesHaveTheirModeForEveryUmask) {
   for (const mode_t mask : {0U, 022U, 077U, 0777U & ~0300U}) {
     const fs::path top = root_ / std::to_string(mask);
     path_ = top / "b/x.plist";
@@ -119,7 +119,7 @@ TEST_F(PropertyListFileTest, WhatIsMadeHasItsModeWhateverTheUmask) {
   }
 }
 
-TEST_F(PropertyListFileTest, OnlyADirectoryThatIsMadeGetsItsMode) {
+TEST_F(PropertyListFileTest, OnlyANewDirectoryGetsItsMode) {
   for (const mode_t mode : {0700U, 01777U}) {
     const fs::path there = root_ / std::to_string(mode);
     fs::create_directory(there);
@@ -208,7 +208,7 @@ TEST_F(PropertyListFileTest, CorruptFileReadsAsEmptyAndStays) {
   EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
 }
 
-TEST_F(PropertyListFileTest, CorruptFilesAreRenamedAsideAndNoneIsLost) {
+TEST_F(PropertyListFileTest, CorruptFilesAreMovedAsideAndNoneIsLost) {
   for (const char* bytes : {"first", "second", "third"}) {
     Write(bytes);
     EXPECT_TRUE(Set("key", 1));
@@ -219,7 +219,7 @@ TEST_F(PropertyListFileTest, CorruptFilesAreRenamedAsideAndNoneIsLost) {
   EXPECT_EQ(1U, Read().size());
 }
 
-TEST_F(PropertyListFileTest, EachKindOfDamagedFileIsRenamedAside) {
+TEST_F(PropertyListFileTest, EachKindOfDamagedFileIsMovedAside) {
   const std::string utf16("\xFF\xFE<\0p\0/\0>\0", 10);
   std::string deep = "<plist><dict><key>k</key>";
   for (int i = 0; i < 100; ++i) {
@@ -253,7 +253,7 @@ TEST_F(PropertyListFileTest, HundredCorruptFilesAreKeptAndTheNextFailsAndStays) 
   EXPECT_EQ("hundredth", BytesOf(path_ + ".corrupt.99"));
 }
 
-// Things in the file's place --------------------------------------------------------------------
+// Other entries at the file's path ---------------------------------------------------------------
 
 TEST_F(PropertyListFileTest, DirectoryInItsPlaceFails) {
   fs::create_directory(path_);
@@ -317,7 +317,7 @@ TEST_F(PropertyListFileTest, FileInPlaceOfItsDirectoryFails) {
 
 // Failures --------------------------------------------------------------------------------------
 
-/// Gives up root's power over permissions, if there.
+/// Gives up the permissions of root, if the process has them.
 void BecomeOrdinary() {
   if (geteuid() == 0 && (setgid(65534) != 0 || setuid(65534) != 0)) {
     _exit(2);

@@ -1,5 +1,5 @@
-// Property lists in XML: what is a list, what its values are, and what a change leaves as it was.
-// The bytes are judged here, and the values by Python's plistlib where it reads them.
+// Property lists in XML: valid lists, their values, and the bytes that a change keeps. The tests
+// check the bytes, and Python's plistlib checks the values that plistlib can read.
 
 #include <gtest/gtest.h>
 
@@ -41,7 +41,7 @@ std::string Changed(const std::string& bytes, const PropertyList::Changes& chang
 
 // Values ----------------------------------------------------------------------------------------
 
-/// The value of the key "k" in a list with `value` under it.
+/// Returns the value of the key "k" in a list with `value` for that key.
 PropertyList::Value ValueIn(const std::string& value) {
   const auto list = PropertyList::Parse(Xml("<key>k</key>" + value));
   return list ? list->Values().at("k") : PropertyList::Value("(no list)");
@@ -142,20 +142,20 @@ TEST(PropertyListTest, BytesThatAreNotUtf8AreNotText) {
                              "\xFF",
                              "\xC3",
                              "\xE2\x82",
-                             "\xF0\x9F\x98",  // no first byte, truncated
+                             "\xF0\x9F\x98",  // no first byte, then a truncated character
                              "\xC3z",
                              "\xE2\x82z",
                              "\xF0\x9Fz\x80",
-                             "\xC3\x28",  // broken off
+                             "\xC3\x28",  // interrupted characters
                              "\xC0\x80",
                              "\xC1\xBF",
                              "\xE0\x9F\xBF",
-                             "\xF0\x8F\xBF\xBF",  // longer than needed
+                             "\xF0\x8F\xBF\xBF",  // overlong encodings
                              "\xED\xA0\x80",
                              "\xED\xBF\xBF",  // surrogates
                              "\xF4\x90\x80\x80",
                              "\xF8\x88\x80\x80\x80",
-                             "\xFE\x80\x80\x80"};  // beyond the last character
+                             "\xFE\x80\x80\x80"};  // beyond the last code point
   for (const std::string text : bad) {
     EXPECT_FALSE(PropertyList::IsText(text)) << testing::PrintToString(text);
     EXPECT_FALSE(PropertyList::IsText("a" + text + "z")) << testing::PrintToString(text);
@@ -165,7 +165,7 @@ TEST(PropertyListTest, BytesThatAreNotUtf8AreNotText) {
 
 // Changes ---------------------------------------------------------------------------------------
 
-TEST(PropertyListTest, NewListIsWrittenOnLinesOfItsOwn) {
+TEST(PropertyListTest, NewListIsWrittenOnSeparateLines) {
   PropertyList list;
   list.Apply({{"text", "a&b"}, {"number", -7}, {"absent", std::nullopt}});
   const std::string bytes = list.Print();
@@ -181,7 +181,7 @@ TEST(PropertyListTest, ChangedKeyKeepsItsPlaceAndNewOnesAreTheLast) {
                 "\n\t<key>new</key>\n\t<string>x</string>"));
 }
 
-TEST(PropertyListTest, ChangesThatAreUndoneLeaveTheBytes) {
+TEST(PropertyListTest, UndoneChangesLeaveTheBytes) {
   const std::string bytes = Xml("\n\t<key>a</key>\n\t<true/>\n");
   std::string changed = bytes;
   for (int i = 0; i < 3; ++i) {
@@ -191,7 +191,7 @@ TEST(PropertyListTest, ChangesThatAreUndoneLeaveTheBytes) {
   EXPECT_EQ(bytes, changed);
 }
 
-TEST(PropertyListTest, OfAKeyThatOccursTwiceTheFirstCountsAndAChangeRemovesTheOther) {
+TEST(PropertyListTest, FirstOfEqualKeysCountsAndAChangeRemovesTheOthers) {
   const std::string bytes = Xml(
       "<key>a</key><integer>1</integer><key>b</key><true/><key>a</key><!-- c --><string>2</string>"
       "<key>&#97;</key><integer>3</integer>");
@@ -213,10 +213,10 @@ TEST(PropertyListTest, ManyKeysAreRemovedInOnePass) {
             Changed(Xml(items), changes));
 }
 
-// What stays as it was --------------------------------------------------------------------------
+// Parts that stay unchanged -----------------------------------------------------------------------
 
-/// Whether a change of another key leaves `value` as it is: its bytes, and, if plistlib reads the
-/// list, its value there. `head` comes before the root element.
+/// Returns whether a change of another key keeps `value`: its bytes and, if plistlib can read the
+/// list, its value. `head` precedes the root element.
 testing::AssertionResult Stays(const std::string& value, const std::string& head = "",
                                bool isReadByPython = true) {
   const std::string item = "<key>theirs</key>" + value;
@@ -264,7 +264,7 @@ TEST(PropertyListTest, CommentStays) {
   EXPECT_TRUE(Stays("<!-- a - <b> --><array><!----><string>b<!-- c -->d</string></array>"));
 }
 
-TEST(PropertyListTest, TextOfWhiteSpaceStays) {
+TEST(PropertyListTest, StringOfWhitespaceStays) {
   EXPECT_TRUE(Stays("<array><string> \t\n </string>\n<string> </string></array>"));
 }
 
@@ -301,14 +301,14 @@ TEST(PropertyListTest, UnknownElementStays) {
   EXPECT_TRUE(Stays("<null a=\"b &amp; 'c'\">d<e>f</e></null>", "", false));
 }
 
-TEST(PropertyListTest, ByteOrderMarkAndFormOfTagsMayChange) {
+TEST(PropertyListTest, ByteOrderMarkAndSpellingOfTagsMayChange) {
   EXPECT_EQ(
       Changed("\xEF\xBB\xBF <?xml version='1.0'?>\n<plist  a = 'b' ><dict ></dict ></plist>\n",
               {{"a", std::nullopt}}),
       " <?xml version=\"1.0\"?>\n<plist a=\"b\"><dict/></plist>\n");
 }
 
-// What is no list -------------------------------------------------------------------------------
+// Documents that are no list ----------------------------------------------------------------------
 
 TEST(PropertyListTest, BytesThatAreNotXmlAreNoList) {
   for (const std::string& bytes : {std::string(), std::string("x"), std::string("<plist>"),
@@ -348,7 +348,7 @@ TEST(PropertyListTest, OtherEncodingThanUtf8IsNoList) {
   }
 }
 
-TEST(PropertyListTest, ZeroByteMakesNoListWhereverItIs) {
+TEST(PropertyListTest, ListWithAZeroByteIsNoList) {
   const std::string list = Xml("<key>k</key><string>ab</string><!-- c --><key>d</key><true/>");
   for (std::size_t place = 0; place <= list.length(); ++place) {
     std::string damaged = list;
@@ -377,20 +377,20 @@ TEST(PropertyListTest, KeysAndValuesAlternateInAList) {
   }
 }
 
-TEST(PropertyListTest, ListThatWouldNotBeWrittenAsItWasReadIsNoList) {
+TEST(PropertyListTest, ListThatWouldBeWrittenDifferentlyIsNoList) {
   EXPECT_FALSE(IsList(Xml("<key>a</key><array b='\"'/>")));
   EXPECT_FALSE(IsList(Xml("<!-- a -- b -->")));
   EXPECT_FALSE(IsList(Xml("<!-- a --->")));
 }
 
 TEST(PropertyListTest, ListOfMoreThanAHundredLevelsIsNoList) {
-  const auto nested = [](int depth) {  // below the dictionary
+  const auto nested = [](int depth) {  // levels below the dictionary
     return Xml("<key>a</key>" + Repeated("<array>", depth - 1) + "<string>text</string>" +
                Repeated("</array>", depth - 1));
   };
   EXPECT_TRUE(IsList(nested(99)));
   EXPECT_FALSE(IsList(nested(100)));
-  EXPECT_FALSE(IsList(nested(70000)));  // whose removal would exhaust a stack
+  EXPECT_FALSE(IsList(nested(70000)));  // a recursive removal would overflow the stack
   EXPECT_FALSE(IsList(Repeated("<a>", 300000)));
   EXPECT_EQ(Changed(nested(99), {{"a", std::nullopt}}).find("<array>"), std::string::npos);
 }

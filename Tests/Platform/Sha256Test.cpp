@@ -1,4 +1,4 @@
-// The digests that the standard (FIPS 180-4) gives as examples, however the bytes arrive.
+// The digests of the examples in the standard (FIPS 180-4), for input of any chunk size.
 
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ std::string TextOf(const Sha256::Digest& digest) {
   return text.str();
 }
 
-/// The digest of `bytes`, given in portions of `size` bytes and a rest.
+/// Returns the digest of `bytes`, given in chunks of `size` bytes and a remainder.
 std::string DigestOf(const std::string& bytes, std::size_t size) {
   Sha256 hash;
   for (std::size_t at = 0; at < bytes.size(); at += size) {
@@ -36,14 +36,14 @@ std::string DigestOf(const std::string& bytes, std::size_t size) {
   return TextOf(hash.Finish());
 }
 
-TEST(Sha256Test, DigestsAreThoseOfTheStandard) {
+TEST(Sha256Test, DigestsEqualTheExamplesOfTheStandard) {
   EXPECT_EQ(TextOf(Sha256().Finish()), kOfNothing);
   EXPECT_EQ(DigestOf("abc", 3), kOfAbc);
   EXPECT_EQ(DigestOf(kTwoBlocks, 100), kOfTwoBlocks);
   EXPECT_EQ(DigestOf(std::string(1'000'000, 'a'), 1'000'000), kOfAMillionTimesA);
 }
 
-TEST(Sha256Test, PortionsMayHaveAnySize) {
+TEST(Sha256Test, ChunksMayHaveAnySize) {
   for (const std::size_t size : {1U, 7U, 55U, 56U}) {
     EXPECT_EQ(DigestOf(kTwoBlocks, size), kOfTwoBlocks) << size;
   }
@@ -52,7 +52,7 @@ TEST(Sha256Test, PortionsMayHaveAnySize) {
   }
 }
 
-TEST(Sha256Test, EmptyPortionChangesNothing) {
+TEST(Sha256Test, EmptyChunkChangesNothing) {
   Sha256 hash;
   hash.Update("", 0);
   hash.Update("abc", 3);
@@ -60,7 +60,7 @@ TEST(Sha256Test, EmptyPortionChangesNothing) {
   EXPECT_EQ(TextOf(hash.Finish()), kOfAbc);
 }
 
-TEST(Sha256Test, FinishStartsAgain) {
+TEST(Sha256Test, FinishStartsANewDigest) {
   Sha256 hash;
   hash.Update("abc", 3);
   EXPECT_EQ(TextOf(hash.Finish()), kOfAbc);

@@ -1,5 +1,5 @@
-// Prints the Resources directory of this program's bundle; exit status 1 when there is none. An
-// argument is the size of the buffer offered.
+// Prints the Resources directory of this program's bundle. Exits with 1 if there is none. The
+// argument is the size of the buffer.
 
 #include <cstdio>
 #include <cstdlib>

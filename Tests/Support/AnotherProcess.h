@@ -9,10 +9,10 @@
 #include <string>
 #include <vector>
 
-// Not every system's headers declare it. NOLINTNEXTLINE(readability-redundant-declaration)
+// Some systems have no declaration. NOLINTNEXTLINE(readability-redundant-declaration)
 extern "C" char** environ;
 
-/// What the program at `path` prints when it is executed with `arguments`, as it must successfully.
+/// Executes the program at `path` with `arguments` and returns its output. Expects a success.
 inline std::string OutputOfProcess(const char* path, std::vector<std::string> arguments) {
   std::vector<char*> argv{const_cast<char*>(path)};
   for (auto& argument : arguments) {

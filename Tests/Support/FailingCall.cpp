@@ -1,5 +1,5 @@
-// The linker sends the program's calls of FUNCTION to __wrap_FUNCTION, and those of __real_FUNCTION
-// to the C library: its option --wrap, whose names these are.
+// The linker's option --wrap replaces the program's calls of FUNCTION by __wrap_FUNCTION. The calls
+// of __real_FUNCTION reach the C library.
 
 #include "FailingCall.h"
 
@@ -60,7 +60,7 @@ bool FailingCall::Strikes(const char* function) {
     return false;
   }
   if (current->change_) {
-    fault = nullptr;  // the calls of the change are not counted
+    fault = nullptr;  // the calls in change_() are not counted
     current->change_();
     fault = current;
     return false;
@@ -123,7 +123,7 @@ int __wrap_fsync(int file) {
   return FailingCall::Strikes("fsync") ? -1 : __real_fsync(file);
 }
 
-/// A file system that has only root's reserve left, in the place of an error.
+/// Makes the file system look as if only the space reserved for root is free. Reports no error.
 int __real_statvfs(const char* path, struct statvfs* status);
 int __wrap_statvfs(const char* path, struct statvfs* status) {
   if (!FailingCall::Strikes("statvfs")) {

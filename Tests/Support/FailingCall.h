@@ -9,30 +9,31 @@
 #include <utility>
 #include <vector>
 
-/// While one lives, calls of one of the C library's functions fail, or find something changed. For
-/// targets that let_calls_fail() was called for; one fault at a time.
+/// Makes chosen calls of one function of the C library fail, or changes the environment before
+/// them. The effect ends with the object. Requires: let_calls_fail() was called for the CMake
+/// target, and no other FailingCall exists. Not thread-safe.
 class FailingCall {
  public:
-  /// In the place of an error: the call transfers half of the bytes, and does not fail.
+  /// A value for `error`: the call succeeds, but transfers only half of the bytes.
   static constexpr int kShort = 0;
 
-  /// The `first` call of `function` from now on, and those up to the `last`, fail with `error`.
+  /// Makes the calls from `first` to `last` of `function`, counted from now, fail with `error`.
   FailingCall(std::string function, int error, int first = 1, int last = INT_MAX);
 
-  /// No call fails. Before those calls of `function`, `change` is made, as another process could
-  /// make it.
+  /// Calls `change` before the calls from `first` to `last` of `function`, as another process could
+  /// change the environment. No call fails.
   FailingCall(std::string function, std::function<void()> change, int first = 1, int last = 1);
   ~FailingCall();
   FailingCall(const FailingCall&) = delete;
   FailingCall& operator=(const FailingCall&) = delete;
 
-  /// How many calls were made.
+  /// Returns the number of calls of the function.
   int Count() const { return count_; }
 
-  /// The names of all calls that were made, of other functions too, each with a blank behind it.
+  /// Returns the names of all calls, also of other functions, each followed by a space.
   const std::string& Calls() const { return calls_; }
 
-  /// The flags and the mode with which a file was last created by openat().
+  /// Return the flags and the mode of the last file that openat() created.
   int CreationFlags() const { return creationFlags_; }
   unsigned CreationMode() const { return creationMode_; }
   void NoteCreation(int flags, unsigned mode) {
@@ -40,15 +41,15 @@ class FailingCall {
     creationMode_ = mode;
   }
 
-  /// The inode number and the size of each file that fsync() was called for.
+  /// Returns the inode number and the size of each file passed to fsync().
   const std::vector<std::pair<ino_t, off_t>>& Synced() const { return synced_; }
   void NoteSync(ino_t inode, off_t size) { synced_.emplace_back(inode, size); }
 
-  /// Counts a call of `function`. Returns whether it has to fail, and sets errno if so. For what
-  /// the linker calls instead of `function`.
+  /// Counts a call of `function`. Returns whether the call must fail, and then sets errno. Only the
+  /// replacements of `function` call this operation.
   static bool Strikes(const char* function);
 
-  /// The error of the calls that fail now.
+  /// Returns the error of the calls that fail now.
   static int CurrentError();
 
  private:

@@ -19,7 +19,7 @@ std::string Quoted(std::string_view bytes) {
   return result + '"';
 }
 
-// std::to_chars() for a double needs macOS 13.3.
+// The function does not use std::to_chars(), which needs macOS 13.3 for a double.
 std::string DoubleText(double value) {
   std::string shortest;
   for (int precision = std::numeric_limits<double>::max_digits10; precision > 0; --precision) {

@@ -7,24 +7,25 @@
 #include "JSONParser.h"
 #include "QDOObject.h"
 
-// Nodes and values as short texts, so that a test states its result in one line and a failure shows
-// both trees. Different contents give different texts:
+// Converts nodes and values to short strings, so that a test states its result in one line and a
+// failure prints both trees. Different values give different strings:
 //
 //     7 (integer)   0.2d (double)   "a\xC3\xA9" (string)   true   null   [7,unset]   {"k":7}
 //     #12 (proxy identifier)   undefined
 
-/// Quoted; bytes other than printable ASCII, and `"` and `\`, as \xNN.
+/// Returns `bytes` in quotes. A quote, a backslash and every byte outside printable ASCII become
+/// \xNN.
 std::string Quoted(std::string_view bytes);
 
-/// The shortest form of "%g" that reads back the same, and a "d".
+/// Returns the shortest "%g" form that gives the same value when read, followed by "d".
 std::string DoubleText(double value);
 
 std::string Text(const QDOJSONValue& node);
 
-/// Kinds without a reader are shown by name only.
+/// Returns the rendered value. A type without a getter is rendered by its name.
 std::string Text(const QDOObject& value);
 
-/// `(item,item,…)` between the given brackets; each item is made by `text`.
+/// Returns `(item,item,…)` with the given brackets. `text` renders each item.
 template <typename Container, typename ItemText>
 std::string Bracketed(const Container& items, char open, char close, ItemText text) {
   std::string result(1, open);

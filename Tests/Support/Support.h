@@ -13,7 +13,7 @@
 
 #include "TestFiles.h"
 
-/// Works in another directory, and comes back.
+/// Changes the working directory. The destructor restores the old directory.
 class ScopedWorkingDirectory {
  public:
   explicit ScopedWorkingDirectory(const std::string& path)
@@ -44,8 +44,8 @@ inline mode_t Mode(const std::string& path) {
   return lstat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
 }
 
-/// Ends a test whose paths this file system refuses. Which tests those are on a Mac is listed in
-/// Tests/Doubles/test_darwin_files.py.
+/// Skips a test if this file system refuses `path`. Tests/Doubles/test_darwin_files.py lists the
+/// tests that are skipped on a Mac.
 #define SKIP_UNLESS_FILE_SYSTEM_TAKES(path)                                                \
   do {                                                                                     \
     if (!FileSystemTakes(path)) {                                                          \
@@ -53,7 +53,7 @@ inline mode_t Mode(const std::string& path) {
     }                                                                                      \
   } while (false)
 
-/// How many descriptors this process has open.
+/// Returns the number of open descriptors of this process.
 inline int OpenDescriptors() {
   int count = 0;
   for (int descriptor = 0; descriptor < 1024; ++descriptor) {
@@ -62,7 +62,7 @@ inline int OpenDescriptors() {
   return count;
 }
 
-/// What `act` returns in a new process.
+/// Returns the result of `act` in a child process.
 template <typename Act>
 bool InChild(Act act) {
   const pid_t child = fork();
@@ -75,7 +75,8 @@ bool InChild(Act act) {
   return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-/// What `act` returns in a process that file modes bind, even when the tests run as root.
+/// Returns the result of `act` in a child process to which file modes apply, even if the tests run
+/// as root.
 template <typename Act>
 bool AsOrdinaryUser(Act act) {
   constexpr uid_t kNobody = 65534;

@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <string>
 
-/// A fresh directory, open to every user, that is removed with all it holds.
+/// A new directory that every user may use. The destructor deletes the directory and its content.
 class ScopedDirectory {
  public:
   ScopedDirectory()
@@ -26,7 +26,7 @@ class ScopedDirectory {
   ~ScopedDirectory() {
     namespace fs = std::filesystem;
     std::error_code ignored;
-    // Each directory is opened up before the iteration enters it.
+    // Each directory becomes accessible before the iteration enters the directory.
     fs::permissions(path_, fs::perms::owner_all, ignored);
     for (const auto& entry : fs::recursive_directory_iterator(path_, ignored)) {
       if (entry.is_directory(ignored) && !entry.is_symlink(ignored)) {
@@ -38,7 +38,7 @@ class ScopedDirectory {
   ScopedDirectory(const ScopedDirectory&) = delete;
   ScopedDirectory& operator=(const ScopedDirectory&) = delete;
 
-  /// The path of `name` in the directory; of the directory itself for an empty one.
+  /// Returns the path of `name` in the directory. An empty `name` gives the path of the directory.
   std::string operator/(const std::string& name) const {
     return name.empty() ? path_ : path_ + "/" + name;
   }
@@ -60,20 +60,20 @@ inline std::string ReadFile(const std::string& path) {
   return std::string(std::istreambuf_iterator<char>(stream), {});
 }
 
-/// Whether anything is at `path`, a broken link included.
+/// Returns whether an entry exists at `path`, a dangling symbolic link included.
 inline bool IsThere(const std::string& path) {
   struct stat status = {};
   return lstat(path.c_str(), &status) == 0;
 }
 
-/// Whether the file system takes such a path, which need not exist. Some refuse a path of 1,024
-/// bytes, or one that is not UTF-8.
+/// Returns whether the file system accepts `path`, which need not exist. Some file systems refuse a
+/// path of 1,024 bytes, or a path that is not UTF-8.
 inline bool FileSystemTakes(const std::string& path) {
   struct stat status = {};
   return lstat(path.c_str(), &status) == 0 || (errno != ENAMETOOLONG && errno != EILSEQ);
 }
 
-/// Whether the volume of the entry `path` finds the entry by the name in capitals.
+/// Returns whether the volume ignores case, tested with the existing entry `path`.
 inline bool VolumeIgnoresCase(const std::string& path) {
   std::string capitals = path;
   for (std::size_t i = path.rfind('/') + 1; i < path.length(); ++i) {
@@ -83,8 +83,8 @@ inline bool VolumeIgnoresCase(const std::string& path) {
   return capitals != path && lstat(capitals.c_str(), &status) == 0;
 }
 
-/// Everything below a directory: a file's contents, and nothing for a directory or a link, whose
-/// names end in "/" and "//".
+/// The entries below a directory. A file has its content as value. The name of a directory ends in
+/// "/", and the name of a symbolic link ends in "//"; both have an empty value.
 using Tree = std::map<std::string, std::string>;
 
 inline Tree TreeOf(const std::string& directory) {

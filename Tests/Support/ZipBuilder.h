@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-/// Raw deflate data for `bytes`; with `flush`, a beginning after which more may follow.
+/// Returns raw deflate data for `bytes`. With another `flush`, more data may follow.
 inline std::string Deflated(const std::string& bytes, int flush = Z_FINISH) {
   z_stream stream = {};
   if (deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL,
@@ -34,22 +34,22 @@ inline std::uint32_t Crc(const std::string& bytes) {
 
 enum Method : std::uint16_t { kStored = 0, kDeflated = 8 };
 
-/// One entry of an archive, every field free to be wrong.
+/// One entry of an archive. A test may give every field a wrong value.
 struct ZipEntry {
   std::string name;
-  std::string data;  ///< As it is in the archive.
+  std::string data;  ///< The stored bytes.
   std::uint16_t method = kStored;
   std::uint32_t crc = 0;
-  std::uint32_t size = 0;        ///< Of the contents.
-  std::uint32_t compressed = 0;  ///< Claimed length of `data`.
+  std::uint32_t size = 0;        ///< The stated size of the content.
+  std::uint32_t compressed = 0;  ///< The stated size of `data`.
   std::uint16_t localMethod = 0;
   std::uint32_t localSignature = 0x04034b50;
   std::uint32_t centralSignature = 0x02014b50;
   std::uint32_t attributes = 0;
   std::uint16_t flags = 0;
-  std::optional<std::string> localName;  ///< Where it is to differ.
+  std::optional<std::string> localName;  ///< The name in the local header, if different.
   std::optional<std::uint32_t> localCrc;
-  std::optional<std::uint32_t> offset;  ///< Claimed place of the local header.
+  std::optional<std::uint32_t> offset;  ///< The stated offset of the local header.
 
   ZipEntry(std::string entryName, const std::string& contents, Method entryMethod = kStored)
       : name(std::move(entryName)),
@@ -61,7 +61,7 @@ struct ZipEntry {
         localMethod(entryMethod) {}
 };
 
-/// The bytes of an archive of `entries`, in their order.
+/// Returns the bytes of an archive with `entries`, in their order.
 inline std::string Zip(const std::vector<ZipEntry>& entries) {
   std::string bytes;
   std::string central;
@@ -72,7 +72,7 @@ inline std::string Zip(const std::vector<ZipEntry>& entries) {
   };
   for (const ZipEntry& entry : entries) {
     const auto offset = static_cast<std::uint32_t>(bytes.length());
-    // The fields that both headers share, from "version needed" to the extra field's length.
+    // Writes the fields of both headers, from "version needed" to the length of the extra field.
     const auto common = [&put, &entry](std::string& to, std::uint16_t method, std::uint32_t crc,
                                        const std::string& name) {
       put(to, 20, 2);

@@ -1,5 +1,5 @@
-"""A machine to install on: a private root with the installed bundle in it. On a Mac it is the
-very machine, which has to be one to be thrown away."""
+"""A machine for installations: a chroot with an installed bundle. On a Mac, the machine is the
+host, which must be a throwaway machine."""
 
 import atexit
 import functools
@@ -31,7 +31,7 @@ VENDOR = "/Library/Application Support/Veltrane"
 METADATA = '{"clear":false,"updateid":1,"regenerate":false}'
 CONTENT = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}"}
 
-# CoreFoundation asks /proc for the main bundle, the sanitizers for their own.
+# CoreFoundation finds the main bundle, and a sanitizer finds its executable, through /proc.
 NEEDS_PROC = SANITIZED or BACKEND == "apple"
 
 ENVIRONMENT = {"PATH": os.environ["PATH"], "ASAN_OPTIONS": "detect_leaks=1",
@@ -42,7 +42,8 @@ resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
 
 def metadata(clear=False, updateid=1, regenerate=False):
-    """The metadata word with these members. A text is written as it is; None leaves one out."""
+    """Returns the metadata word with these members. A string is written unchanged. None omits a
+    member."""
     members = {"clear": clear, "updateid": updateid, "regenerate": regenerate}
     words = {True: "true", False: "false"}
     return "{%s}" % ",".join(
@@ -51,13 +52,13 @@ def metadata(clear=False, updateid=1, regenerate=False):
 
 
 def as_tree(content):
-    """What tree() shows for content as given to Machine.pack()."""
+    """Returns the result of tree() for `content`, as given to Machine.pack()."""
     return {name.rstrip("/").encode(): DIRECTORY if data is None else data
             for name, data in content.items()}
 
 
 def write_tree(directory, content):
-    """Writes content as given to Machine.pack() under a directory."""
+    """Writes `content`, as given to Machine.pack(), below `directory`."""
     for name, data in content.items():
         path = directory / name
         if data is None:
@@ -68,7 +69,7 @@ def write_tree(directory, content):
 
 
 class Machine:
-    """Paths beginning with "/" are the machine's own; path() gives them as seen from outside."""
+    """A machine. Paths that start with "/" are paths inside. path() returns the path outside."""
 
     def __init__(self, root):
         self.root = root
@@ -93,7 +94,8 @@ class Machine:
         (self.resources / "metadata.txt").write_bytes(data)
 
     def pack(self, content, compression=zipfile.ZIP_DEFLATED):
-        """Makes the package: names to bytes, a name that ends in "/" to None."""
+        """Makes the package from a map of names to bytes. A name that ends in "/" has the value
+        None."""
         with zipfile.ZipFile(self.package, "w", compression) as archive:
             for name, data in content.items():
                 archive.writestr(name, data or b"")
@@ -103,12 +105,12 @@ class Machine:
             return plistlib.load(stream)
 
     def state(self):
-        """All that a run may change."""
+        """Returns everything that a run may change."""
         return (tree_or_none(self.path("/Library")),
                 self.record_file.read_bytes() if self.record_file.is_file() else None)
 
     def block_installation(self):
-        """Makes a file where the install root should be."""
+        """Makes a file at the path of the install root."""
         write_tree(self.install_root.parent, {self.install_root.name: b"in the way"})
 
     def write_record(self, values, form=plistlib.FMT_XML):
@@ -119,7 +121,8 @@ class Machine:
         private_root.add_programs(self.root, *programs)
 
     def run(self, *command, umask=0o022, proc=NEEDS_PROC):
-        """Runs the installer, or a command that runs it, and returns the completed process."""
+        """Runs the installer, or a command that runs the installer, and returns the completed
+        process."""
         command = command or [f"{APPLICATION}/{EXECUTABLE}"]
         return subprocess.run(
             private_root.command_in(self.root, *command, proc=proc, added=True),
@@ -129,7 +132,8 @@ class Machine:
 
 @functools.lru_cache(maxsize=None)
 def template():
-    """A machine to copy, with the installer's shared libraries, kept as long as the process."""
+    """Returns a machine to copy, with the installer's shared libraries. The machine lives as long
+    as the process."""
     directory = tempfile.TemporaryDirectory()
     atexit.register(directory.cleanup)
     root = pathlib.Path(directory.name)
@@ -138,12 +142,12 @@ def template():
     return root
 
 
-FRESH = (None, None)  # the state() of a machine where nothing was ever installed
+FRESH = (None, None)  # the state() of a machine without an installation
 
 
 class ThrowawayMachine(Machine):
-    """The machine that the tests run on, as root. What only a private root can have, the test of it
-    is skipped for; the record is written and read by the system's own command."""
+    """The host of the tests, used as root. A test that needs a chroot is skipped. The system's own
+    command writes and reads the record."""
 
     def __init__(self):
         self.remove()
@@ -193,8 +197,8 @@ class ThrowawayMachine(Machine):
 
 @functools.lru_cache(maxsize=None)
 def record_path():
-    """Where the record is: with the posix back end by our rule. CoreFoundation has another rule,
-    which an installation shows."""
+    """Returns the path of the record. The posix back end chooses the path by its rule. For
+    CoreFoundation, an installation shows the path."""
     if BACKEND == "posix":
         return RECORD
     with tempfile.TemporaryDirectory() as directory:
@@ -204,17 +208,18 @@ def record_path():
         return f"/{record.relative_to(machine.root)}"
 
 
-# What is large takes the way of what is small: the sanitizers would see nothing new in it.
+# Large cases run without sanitizers, because small cases execute the same code.
 large = unittest.skipIf(SANITIZED, "large: runs without sanitizers")
 
 
 def posix_only(why):
-    """For a test of a rule that is the posix back end's alone."""
+    """Skips a test of a rule that only the posix back end has."""
     return unittest.skipUnless(BACKEND == "posix", f"a rule of the posix back end: {why}")
 
 
 class InstallerTestCase(unittest.TestCase):
-    """A test with a fresh machine, whose package holds CONTENT and whose metadata is METADATA."""
+    """A test with a new machine. Its package has the content CONTENT, and its metadata is
+    METADATA."""
 
     maxDiff = 2000
 
@@ -232,7 +237,7 @@ class InstallerTestCase(unittest.TestCase):
         return Machine(pathlib.Path(directory.name, "machine"))
 
     def run_installer(self, *command, status=0, machine=None, **options):
-        """Every run is silent, whatever happens in it."""
+        """Runs the installer. Expects `status` and no output."""
         result = (machine or self.machine).run(*command, **options)
         self.assertEqual((result.returncode, result.stdout), (status, b""))
 
@@ -240,13 +245,14 @@ class InstallerTestCase(unittest.TestCase):
         self.run_installer(*command, status=-signal.SIGABRT, **options)
 
     def assert_installed(self, content, machine=None):
-        """The content is in Resource0 and nothing else is under the install root."""
+        """Expects that the install root has only Resource0 with `content`."""
         expected = {b"Resource0": DIRECTORY}
         expected.update({b"Resource0/" + name: data for name, data in content.items()})
         self.assertEqual(tree((machine or self.machine).install_root), expected)
 
     def assert_record(self, update, directory="Resource0", random=None, machine=None):
-        """The record holds these values and no other key; without `random`, a drawn one."""
+        """Expects that the record has these values and no other key. None for `random` expects a
+        drawn identifier."""
         record = (machine or self.machine).record()
         drawn = record.get("irandom")
         self.assertEqual(record, {**record_of(update, directory),

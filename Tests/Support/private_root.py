@@ -1,5 +1,4 @@
-"""What the installer writes and where, and private roots: directories that a program sees as "/".
-Shared by all Python tests."""
+"""The installer's files and their paths, and chroots. All Python tests share this module."""
 
 import errno
 import os
@@ -13,13 +12,13 @@ PRIVATE_ROOT = str(SOURCE / "script/lib/private-root")
 
 INSTALL_ROOT = "/Library/Application Support/Veltrane/Orlisk/2017/WebResources"
 RECORD = "/Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist"
-RELEASE = "17.011.30138"  # which the full version begins with
+RELEASE = "17.011.30138"  # the beginning of the full version
 RANDOM_IDENTIFIERS = range(1, 10001)
 
-SEVEN_ZIP = shutil.which("7zz") or "7z"  # its name depends on the release
+SEVEN_ZIP = shutil.which("7zz") or "7z"  # the name depends on the release of the distribution
 
-DIRECTORY = "a directory"  # what tree() shows for one
-SPECIAL = "special"  # and for a FIFO, a socket or a device
+DIRECTORY = "a directory"  # the value in tree() for a directory
+SPECIAL = "special"  # the value in tree() for a FIFO, a socket or a device
 
 
 def full_version(update):
@@ -27,21 +26,21 @@ def full_version(update):
 
 
 def record_of(update, directory="Resource0"):
-    """The record after an installation, without the random identifier."""
+    """Returns the record after an installation, without the random identifier."""
     return {"tWebResourceInstallPath": directory, "iUpdateId": update,
             "tFullVersion": full_version(update)}
 
 
 def heed_signals():
-    """Restores the default actions of the signals that tests send. For `preexec_fn`: nohup and a
-    shell's background jobs ignore signals, and a child process inherits that."""
+    """Restores the default actions of the signals that tests send. For `preexec_fn`: nohup and
+    background jobs of a shell ignore signals, and a child process inherits ignored signals."""
     for number in (signal.SIGHUP, signal.SIGINT, signal.SIGTERM):
         signal.signal(number, signal.SIG_DFL)
 
 
 def file_system_takes(path):
-    """Whether the file system takes such a path, which need not exist: bytes or text. Some refuse
-    one of 1,024 bytes, or one that is not UTF-8."""
+    """Returns whether the file system accepts `path`, bytes or a string, which need not exist. Some
+    file systems refuse a path of 1,024 bytes, or a path that is not UTF-8."""
     try:
         os.lstat(path)
     except OSError as error:
@@ -53,8 +52,8 @@ TAKES_LONG_PATHS = file_system_takes("/d" * 512)
 
 
 def tree(directory):
-    """Everything below a directory, by relative path: bytes, DIRECTORY, ("link", target) or
-    SPECIAL."""
+    """Returns the entries below a directory as a map of relative paths. The value is the content as
+    bytes, DIRECTORY, ("link", target) or SPECIAL."""
     top = os.fsencode(directory)
     found = {}
     for parent, directories, files in os.walk(top):
@@ -80,22 +79,22 @@ def what_is(path):
 
 
 def inside(root, path):
-    """The path of a private root's file, as seen from outside."""
+    """Returns the path of a chroot's file as seen from outside."""
     return pathlib.Path(root, path.lstrip("/"))
 
 
 def add_programs(root, *programs):
-    """Copies programs into a private root, at the same paths, with their shared libraries."""
+    """Copies programs and their shared libraries into a chroot, with the same paths."""
     subprocess.run([PRIVATE_ROOT, "add", root, *programs], check=True)
 
 
 def command_in(root, *command, proc=False, added=False):
-    """The command that runs `command` in a private root, with /proc if asked for. `added`: all that
-    it needs has been added before, which saves most of the time."""
+    """Returns the command that runs `command` in a chroot, with /proc if `proc`. With `added`, all
+    needed files must be in the chroot already, which saves most of the time."""
     options = ["--added"] * added + ["--proc"] * proc
     return [PRIVATE_ROOT, "run", *options, str(root), *map(str, command)]
 
 
 def program(name):
-    """The real path of a program, which add_programs() copies it to."""
+    """Returns the real path of a program. add_programs() copies the program to the same path."""
     return os.path.realpath(shutil.which(name))
