@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
 """Measures the distribution of the installer's random identifiers over a fleet: identifiers.py
 
-The identifier is the first number that rand() returns after srand(the time in seconds). All machines
-that draw in the same second therefore get the same identifier. The program draws for a million
-machines that install within a minute, an hour and a day, with the C library of this system. Prints
-the number of different identifiers and the sizes of the groups of a staged rollout.
+The identifier is the first number that rand() returns after srand(the time in seconds). All
+machines that draw in the same second therefore get the same identifier. The program draws for a
+million machines that install within a minute, an hour and a day, with the C library of this system.
+Prints the number of different identifiers and the sizes of the groups of a staged rollout.
 """
 
 import collections

@@ -2,9 +2,9 @@
 """Measures how often two concurrent runs of the installer corrupt the installation:
 two_runs.py BUNDLE [TRIES]
 
-BUNDLE is an installed WebResourceInstaller.app. Its own package is not used. Each try starts with an
-installed update in a chroot and starts two concurrent runs of another update. The installer has no
-lock, so each run deletes the directories of the other. Prints the number of tries (default: 500)
+BUNDLE is an installed WebResourceInstaller.app. Its own package is not used. Each try starts with
+an installed update in a chroot and starts two concurrent runs of another update. The installer has
+no lock, so each run deletes the directories of the other. Prints the number of tries (default: 500)
 that left incomplete content under the recorded name, and the exit statuses.
 """
 

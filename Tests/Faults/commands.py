@@ -1,10 +1,10 @@
-"""The fault campaigns on the companion: each run of `webresources install`, `uninstall`,
-`check --prove` and `verify` is disturbed at one of its system calls, judged, and followed by an undisturbed run that
-must end as if nothing had happened.
+"""The fault campaigns of the companion command. Each run of `webresources install`, `uninstall`,
+`check --prove` and `verify` is disturbed at one of its system calls and then judged. The next,
+undisturbed run must end as if there had been no fault.
 
     commands.py [--sample N] [--jobs N] [CAMPAIGN...]
 
-prints a line a campaign; a sample takes about N faults, spread over the campaign.
+Prints a line for each campaign. A sample has about N faults, spread over the campaign.
 """
 
 import collections
@@ -22,16 +22,17 @@ from machine import APPLICATION
 from private_root import add_programs, inside, tree
 
 WEBRESOURCES = os.path.realpath(os.environ["WEBRESOURCES"])
-COMMAND = "/webresources"  # in the root, where /tmp is emptied, which may hold this checkout
+COMMAND = "/webresources"  # in the root, but not in /tmp, which is emptied
 COULD_NOT_TELL = 2
-# Failing, these may keep a command from removing what it made for itself.
+# If one of these calls fails, a command may keep its temporary files.
 REMOVES = {*STATUS, "close", "fcntl", "getdents64", "openat", "rmdir", "unlink", "unlinkat"}
-# Failing, these may make a finding: a file that cannot be read is not as it should be.
+# If one of these calls fails, a command may report a finding: a file that cannot be read is
+# incorrect.
 LOOKS = {*STATUS, "access", "lseek", "openat", "read"}
 
 
 class Command:
-    """`webresources` with these words, on the machine of a scenario."""
+    """`webresources` with the arguments `words`, on the machine of a scenario."""
 
     def __init__(self, scenario, *words):
         self.stage = stage_of_this_process()
@@ -52,8 +53,8 @@ class Command:
             shutil.rmtree(self.stage.root / "tmp" / name)
 
     def run(self, *fault):
-        """A run that is disturbed, or not. The step goes on when the command is killed, and holds
-        its lock to the end."""
+        """Runs the command, with or without a fault. The installer goes on if the command is
+        killed, and holds its lock until the end."""
         result = self.stage.run_with(*(fault or ("none", "", "0")), command=self.command)
         lock = self.beside / ".WebResources.lock"
         if lock.exists():
@@ -65,19 +66,19 @@ class Command:
         return os.listdir(self.stage.root / "tmp")
 
     def outside(self):
-        """All that no command but install may change, except for the scratch directories."""
+        """Returns everything that only `install` may change, without the scratch directories."""
         return {path: what for path, what in self.stage.surroundings().items()
                 if not path.startswith((f"{self.stage.root}/tmp/", f"{self.beside}/.WebResources",
                                         f"{self.beside}/WebResources.receipt"))}
 
     def check_told(self, result, name, *fault):
-        """A failure is told, unless it is that of telling."""
+        """Checks that the command reports a failure, unless the report itself failed."""
         self.check(result.status != COULD_NOT_TELL or b"webresources" in result.output
                    or name == "write", *fault, name, "tells nothing")
 
 
 class Install(Command):
-    """It installs, or repairs, and leaves a receipt."""
+    """Installs or repairs, and writes a receipt."""
 
     def __init__(self, scenario):
         super().__init__(scenario, "install", "--wait", "1")
@@ -91,7 +92,7 @@ class Install(Command):
         return sorted(os.listdir(self.beside)) if self.beside.is_dir() else []
 
     def is_complete(self):
-        """Whether the tree, the record and the receipt are those of the new update."""
+        """Returns whether the tree, the record and the receipt belong to the new update."""
         values = read_record(self.stage.record_bytes()) or {}
         receipt = self.beside / "WebResources.receipt.json"
         return (tree(self.stage.install_root) == self.judge.tree
@@ -99,7 +100,8 @@ class Install(Command):
                 and json.loads(receipt.read_bytes())["updateId"] == values[UPDATE])
 
     def after_fault(self, result, killed, *fault):
-        """The step has run as a whole or not at all, and exit status 0 says that it has."""
+        """Checks that the installer has run completely or not at all, and that exit status 0 means
+        a complete run."""
         verdict = self.judge.contract.judge(tree(self.stage.install_root),
                                             self.stage.record_bytes())
         self.check(not verdict.faults and verdict.window is None, *fault, "leaves", verdict)
@@ -116,11 +118,11 @@ class Install(Command):
 
 
 class Uninstall(Command):
-    """It removes the installation, and nothing else."""
+    """Removes only the installation."""
 
     def __init__(self, scenario):
         super().__init__(scenario, "uninstall", "--wait", "1")
-        self.command = self.command[:-1]  # it takes no bundle
+        self.command = self.command[:-1]  # `uninstall` has no bundle argument
         self.begin()
         self.surroundings = self.outside()
         self.others = self.keys_of_others()
@@ -147,7 +149,7 @@ class Uninstall(Command):
 
 
 class Reading(Command):
-    """It changes nothing, except that it may use a scratch directory."""
+    """Changes nothing outside a scratch directory."""
 
     def __init__(self, scenario, *words):
         super().__init__(scenario, *words)
@@ -160,8 +162,8 @@ class Reading(Command):
         return self.outside(), tree(self.stage.install_root), self.stage.record_bytes()
 
     def after_fault(self, result, killed, *fault):
-        """It tells what it tells undisturbed, or that it could not tell, or of a finding that only
-        the fault has made; never that all is well where it is not."""
+        """Checks the report: the report without a fault, or "cannot be determined", or a finding
+        that the fault caused. The command must never report success for an incorrect machine."""
         same = (result.status, result.output) == (self.undisturbed.status, self.undisturbed.output)
         self.check(killed or same or fault[1] == "write" or result.status == COULD_NOT_TELL
                    or (result.status == 1 and fault[1] in LOOKS), *fault, "tells something else",
@@ -178,7 +180,7 @@ class Reading(Command):
 
 
 class Installed(Reading):
-    """After an installation. All is as it should be."""
+    """After a correct installation."""
 
     def __init__(self, *arguments):
         super().__init__(*arguments)
@@ -240,8 +242,8 @@ class CommandKilled(OnCommands):
 
 
 class FailingCallsOfCommands(OnCommands):
-    """Every system call fails, with every error, once and from then on. No transfer is interrupted
-    from then on: the C++ library's streams try again for ever, as if the signals had to end."""
+    """Each system call fails with each error, once or from then on. No transfer is interrupted from
+    then on, because the C++ library repeats an interrupted transfer without end."""
 
     def faults(self):
         return [(error, name, f"{number}{lasting}") for name, number in self.calls()

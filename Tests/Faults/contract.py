@@ -1,8 +1,9 @@
-"""What a run may leave when it is stopped anywhere: the order of its steps, written once more.
+"""The states that an interrupted run may leave, derived from the order of the run's operations.
 
-A run records in steps, and between them it extracts, deletes and renames. Whatever stops it, the
-record is that of one step, the directory that it names is a whole tree, old or new, and nothing old
-is gone before the step that permits it. The states in between have names: the windows.
+A run records its values in steps, and extracts, deletes and renames between the steps. After every
+interruption, the record is the record of one step, the directory named by the record is a complete
+tree, old or new, and no old entry is deleted before a step permits deletions. Each state in between
+has a name. Such a state is called a window.
 """
 
 import collections
@@ -14,23 +15,25 @@ from private_root import DIRECTORY, RANDOM_IDENTIFIERS, full_version
 PATH, UPDATE, VERSION, RANDOM = ("tWebResourceInstallPath", "iUpdateId", "tFullVersion", "irandom")
 FINAL = "Resource0"
 
-# A step's name, the record it leaves (None: no file), and what it permits and promises.
+# The name of a step, its record (None: no file), the directory it promises, and its permissions.
 Step = collections.namedtuple("Step", "name record directory may_delete may_rename")
-# What a state was found to be: its window (None: as before, or complete), and what is wrong.
+# The window of a state (None: an old or complete state), and the faults of the state.
 Verdict = collections.namedtuple("Verdict", "window faults")
 
 
 def read_record(data):
-    """The values of a record's file; None of none, or of one that is no property list in XML."""
+    """Returns the values in a record's file. Returns None if there is no file or the file is no
+    property list in XML."""
     try:
         values = (plistlib.loads(data, fmt=plistlib.FMT_XML) if isinstance(data, bytes) else None)
-    except Exception:  # expat and plistlib have several of their own
+    except Exception:  # expat and plistlib raise many classes of exceptions
         return None
     return values if isinstance(values, dict) else None
 
 
 def below(tree, name):
-    """What a tree holds below a directory of this name; None when that is no directory."""
+    """Returns the entries of `tree` below the directory `name`, or None if `name` is no
+    directory."""
     prefix = name.encode() + b"/"
     if tree.get(name.encode()) != DIRECTORY:
         return None
@@ -38,7 +41,7 @@ def below(tree, name):
 
 
 def first_free(tree):
-    """The name of the fresh directory. A dangling link counts as free."""
+    """Returns the name of the new directory. A dangling link counts as free."""
     number = 0
     while f"Resource{number}".encode() in tree:
         number += 1
@@ -46,8 +49,8 @@ def first_free(tree):
 
 
 class Contract:
-    """What holds for a run from one start: what was under the install root, the record's bytes, and
-    what the run installs."""
+    """The rules for a run from one start: the entries under the install root, the record's bytes,
+    and the package."""
 
     def __init__(self, tree, record, package, update, clear, regenerate):
         self.tree = tree
@@ -82,7 +85,7 @@ class Contract:
             yield Step("complete", {**values, RANDOM: any}, "new", True, True)
 
     def restorations(self):
-        """The records of the flushes that restore a wiped record."""
+        """Yields the record after each flush that restores a cleared record."""
         known = {key: self.old[key] for key in (RANDOM, UPDATE, PATH, VERSION) if key in self.old}
         flushes = [(RANDOM, UPDATE), (PATH,), (VERSION,)]
         values = {}
@@ -91,8 +94,8 @@ class Contract:
             yield values
 
     def judge(self, tree, record):
-        """A Verdict on what a stopped run left: `tree` under the install root, and the record's
-        bytes (None: no file)."""
+        """Returns a Verdict on an interrupted run, from `tree` under the install root and the
+        record's bytes (None: no file)."""
         steps = [step for step in self.steps if self.is_left_by(step, record)]
         if not steps:
             return Verdict(None, [f"records what no step does: {read_record(record) or record}"])
@@ -124,8 +127,8 @@ class Contract:
         return self.package if step.directory == "new" else below(self.tree, named)
 
     def excuse(self, step, tree, named):
-        """The window in which the named directory is not whole, because the order of the steps
-        leaves no other way; None when there is no such reason."""
+        """Returns the window in which the directory named by the record is incomplete, because the
+        order of the steps permits that. Returns None if there is no such window."""
         if step.directory == "old" and named == self.fresh:
             return "recorded name was free, extracting into it"
         if step.may_rename and named == self.fresh and below(tree, named) is None \
@@ -134,12 +137,12 @@ class Contract:
         return None
 
     def is_complete(self, values):
-        """Whether these are the record's after an undisturbed run."""
+        """Returns whether `values` are the record of an undisturbed run."""
         return holds(values, self.steps[-1].record)
 
     def judge_failed(self, tree, record):
-        """A Verdict as judge()'s on a run in which something failed and which went on: a flush that
-        failed leaves values to the next one, and the package is installed as far as it can be."""
+        """Returns a Verdict on a run that continued after a failure. A failed flush leaves its
+        values to the next flush, and the package may be installed in part."""
         values = read_record(record)
         if values is None:
             kept = record == self.record or (record is None and not self.old)
@@ -160,21 +163,22 @@ class Contract:
         return Verdict(self.failure(tree, values, named, is_new), faults)
 
     def judge_values(self, record, window):
-        """A Verdict on the values alone, when somebody else took away what they name."""
+        """Returns a Verdict on the values alone, if another process removed the directories."""
         values = read_record(record)
         faults = [f"records {key}: {value}" for key, value in (values or {}).items()
                   if not self.may_hold(key, values)]
         return Verdict(window, faults)
 
     def judge_trees(self, tree, window):
-        """A Verdict on the trees alone, when somebody else took away the record."""
+        """Returns a Verdict on the trees alone, if another process removed the record."""
         old = below(self.tree, self.old.get(PATH, ""))
         whole = any(below(tree, name) in (self.package, old)
                     for name in (FINAL, self.fresh, self.old.get(PATH, FINAL)))
         return Verdict(window, [] if whole else ["leaves no whole directory"])
 
     def may_hold(self, key, values):
-        """Old and new values; none that was there only if all were wiped."""
+        """Accepts old and new values. An old value may be missing only if the run clears the
+        record."""
         if key not in values:
             return self.clear
         if key == PATH:
@@ -188,7 +192,8 @@ class Contract:
         return values.get(UPDATE) == self.new[UPDATE] != self.old.get(UPDATE)
 
     def is_installed(self, tree, named):
-        """Whether a recorded directory is the new one, or a part of it; or is renamed already."""
+        """Returns whether the directory `named` is the new directory or a part of the new
+        directory. The directory may already have its final name."""
         found = below(tree, named)
         if found is None and named == self.fresh:
             found = below(tree, FINAL)
@@ -196,12 +201,12 @@ class Contract:
                                       or self.is_installed_over(found, named))
 
     def is_installed_over(self, found, named):
-        """Whether the package is in an old directory, which was not found to be there: on purpose,
-        any failure of that test counts as a free name."""
+        """Returns whether the package was extracted into an old directory. This can happen on
+        purpose: a failed test for readable counts as a free name."""
         return found == {**(below(self.tree, named) or {}), **self.package}
 
     def failure(self, tree, values, named, is_new):
-        """The name of what the failure has led to."""
+        """Returns the name of the result of the failure."""
         if not is_new:
             return "not installed"
         if below(tree, named) is not None and self.package != below(tree, named):
@@ -223,18 +228,18 @@ class Contract:
         return None if step.name in ("before", "complete") else step.name
 
     def has_deleted(self, tree):
-        """Whether anything that was under the install root is gone or another."""
+        """Returns whether an entry that was under the install root is deleted or changed."""
         return any(tree.get(path) != what for path, what in self.tree.items())
 
 
 def is_part(found, package):
-    """Whether a tree is a package's of which files or pieces of files are missing."""
+    """Returns whether `found` is `package` with missing files or missing parts of files."""
     return all(path in package and (what == package[path] or is_piece(what, package[path]))
                for path, what in found.items())
 
 
 def is_piece(found, whole):
-    """Whether something is a file without one of its pieces."""
+    """Returns whether `found` is the file `whole` without one of its parts."""
     if not isinstance(found, bytes) or not isinstance(whole, bytes) or len(found) > len(whole):
         return False
     prefix = os.path.commonprefix((found, whole))
@@ -242,7 +247,7 @@ def is_piece(found, whole):
 
 
 def holds(values, wanted):
-    """Whether a record is the wanted one, in which `any` is for a drawn number."""
+    """Returns whether `values` equals `wanted`, in which `any` stands for a drawn number."""
     return values.keys() == wanted.keys() and all(
         is_drawn(values[key]) if value is any else same(values[key], value)
         for key, value in wanted.items())
@@ -253,7 +258,7 @@ def is_drawn(number):
 
 
 def same(one, other):
-    """Whether two values are of the same types and equal, all through."""
+    """Returns whether two values are equal and have the same types at every level."""
     if type(one) is not type(other):
         return False
     if isinstance(one, dict):

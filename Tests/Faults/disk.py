@@ -1,13 +1,13 @@
-"""A disk in memory, and the states in which a loss of power can leave it.
+"""A disk in memory, and its possible states after a power failure.
 
-Two models of what a disk does with effects that were not synced:
+Two models of a disk with effects that are not synced:
 
-  journal   names and modes arrive in order, as a prefix; a sync of anything brings all that was
-            before it. What was written to a file since it was synced is there, missing, cut short,
-            or zeros.
-  unordered whatever no sync demands may be there or not, each effect by itself: a sync of a
-            directory brings its names, a sync of a file its contents and mode, a sync of the file
-            system everything. A rename is one effect.
+  journal   Names and modes reach the disk in order. The state has a prefix of the effects, and a
+            sync of any file includes all earlier effects. Unsynced content is present, missing,
+            truncated or zeros.
+  unordered Each unsynced effect may be present or missing, independent of the others. A sync of a
+            directory includes its names, a sync of a file its content and mode, and a sync of the
+            file system everything. A rename is one effect.
 """
 
 import itertools
@@ -18,7 +18,7 @@ import stat
 from private_root import DIRECTORY, SPECIAL
 from recording import Mode, Names, Sync, Truncate, Write
 
-TOP = (-1, b"")  # where the top is found
+TOP = (-1, b"")  # the slot of the top directory
 DATA_FATES = ("kept", "lost", "short", "zeros")
 
 
@@ -31,7 +31,7 @@ class Node:
 
 
 class Disk:
-    """What is below the directory `top`, which a command sees at the path `seen_at`."""
+    """The entries below the directory `top`. A command sees the directory at the path `seen_at`."""
 
     def __init__(self, top, seen_at):
         self.seen_at = os.fsencode(seen_at).rstrip(b"/")
@@ -53,10 +53,11 @@ class Disk:
         self.nodes.append(Node(kind, mode, data, target))
         return len(self.nodes) - 1
 
-    # Names, as the recorder asks for them --------------------------------------------------------
+    # Operations on names, for the recorder -------------------------------------------------------
 
     def slot(self, path, start=None):
-        """(directory, name) of a path; None for one outside the disk or below something missing."""
+        """Returns (directory, name) of a path, or None if the path is outside the disk or below a
+        missing directory."""
         if start is None:
             if not (path + b"/").startswith(self.seen_at + b"/"):
                 return None
@@ -90,7 +91,7 @@ class Disk:
 
 
 def described(path, status):
-    """The arguments of a Node for what is at a path."""
+    """Returns the arguments of Node for the entry at a path."""
     if stat.S_ISDIR(status.st_mode):
         return "directory", stat.S_IMODE(status.st_mode)
     if stat.S_ISLNK(status.st_mode):
@@ -110,7 +111,7 @@ def put(names, effect):
 
 
 def contents(data, effects):
-    """A file's bytes after writes and truncations."""
+    """Returns a file's bytes after writes and truncations."""
     data = bytearray(data)
     for effect in effects:
         if isinstance(effect, Truncate):
@@ -123,7 +124,8 @@ def contents(data, effects):
 
 
 class State:
-    """A disk's names, contents and modes after a cut. Compared by what can be seen of it."""
+    """The names, contents and modes of a disk after a power failure. States with the same visible
+    content are equal."""
 
     def __init__(self, disk, names, data, modes):
         self.disk = disk
@@ -150,7 +152,7 @@ class State:
         return frozenset((path, what, self.modes[path]) for path, what in self.found.items())
 
     def write(self, top):
-        """Makes the state below a directory that is not there yet."""
+        """Writes the state into the directory `top`, which must not exist."""
         os.mkdir(top)
         for path in sorted(self.found):
             what, full = self.found[path], os.path.join(os.fsencode(top), path)
@@ -168,7 +170,7 @@ class State:
 
 
 class PowerCuts:
-    """The states after a cut in a recording."""
+    """The possible states after a power failure during a recording."""
 
     def __init__(self, disk, effects, seed):
         self.disk = disk
@@ -178,14 +180,14 @@ class PowerCuts:
         self.written = {}
 
     def final(self):
-        """With nothing lost."""
+        """Returns the state in which no effect is lost."""
         return self.state(self.effects, self.fated(len(self.effects), lambda node: "kept"))
 
     # Contents -----------------------------------------------------------------------------------
 
     def unsynced(self, cut):
-        """The files written to before the effect of this number: how many of the effects on each
-        are synced, and how many there are."""
+        """Returns the files written before effect number `cut`. The value is the number of synced
+        effects and the number of all effects on the file."""
         if cut not in self.written:
             self.written[cut] = self.count_written(cut)
         return self.written[cut]
@@ -201,7 +203,7 @@ class PowerCuts:
         return {node: (synced.get(node, 0), count) for node, count in counts.items()}
 
     def fated(self, cut, fate_of):
-        """The contents of every file at a cut."""
+        """Returns the content of every file after a power failure at `cut`."""
         return {node: self.content(node, synced, count, fate_of(node) if synced < count else "kept")
                 for node, (synced, count) in self.unsynced(cut).items()}
 
@@ -227,7 +229,8 @@ class PowerCuts:
                                  for effect in effects[synced:]])
 
     def fates(self, cut):
-        """Every way in which the contents may fare: all files alike, and each file apart."""
+        """Yields the possible fates of the contents: the same fate for all files, and a separate
+        fate for each file."""
         files = [node for node, (synced, count) in self.unsynced(cut).items() if synced < count]
         for fate in DATA_FATES if files else ("kept",):
             yield lambda node, fate=fate: fate
@@ -253,7 +256,8 @@ class PowerCuts:
         return State(self.disk, names, data, modes)
 
     def journal(self):
-        """Pairs of a cut and a state. The cut is the number of effects that had taken place."""
+        """Yields pairs of a cut and a state. The cut is the number of effects before the power
+        failure."""
         for prefix in range(len(self.effects) + 1):
             until = next((at for at in range(prefix, len(self.effects))
                           if isinstance(self.effects[at], Sync)), len(self.effects))
@@ -262,7 +266,8 @@ class PowerCuts:
                     yield cut, self.state(self.effects[:prefix], self.fated(cut, fate))
 
     def unordered(self, most):
-        """As above; at each cut all subsets of what may be lost, or `most` of them."""
+        """As journal(). At each cut, yields all subsets of the effects that may be lost, or `most`
+        subsets."""
         for cut in range(len(self.effects) + 1):
             kept, free = self.demanded(cut)
             for subset in self.subsets(free, most):
@@ -271,7 +276,8 @@ class PowerCuts:
                     yield cut, self.state(effects, self.fated(cut, fate))
 
     def demanded(self, cut):
-        """The numbers of effects on names and modes that are synced at a cut, and of the others."""
+        """Returns the numbers of the effects on names and modes: the synced effects, and the other
+        effects."""
         kept, free = [], []
         for at, effect in enumerate(self.effects[:cut]):
             if isinstance(effect, (Names, Mode)):

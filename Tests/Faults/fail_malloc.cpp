@@ -1,5 +1,5 @@
-// Preloaded into the installer: makes its FAIL_ALLOCATIONth allocation fail, and every later one
-// too when the number ends in "+". When that happens, FAIL_ALLOCATION_REPORT is created.
+// Preloaded into the installer. Makes allocation number FAIL_ALLOCATION fail, and every later
+// allocation if the number ends in "+". Then makes the file FAIL_ALLOCATION_REPORT.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -21,7 +21,7 @@ void* __libc_realloc(void* block, std::size_t size);
 namespace {
 
 long g_made = 0;
-long g_first = 0;  // to fail; 0 before the environment is read
+long g_first = 0;  // the first failing allocation; 0 before the environment is read
 long g_last = 0;
 
 __attribute__((constructor)) void ReadEnvironment() {

@@ -1,9 +1,9 @@
-"""The fault campaigns: every run of the installer as it ships is disturbed at one point, judged,
-and followed by an undisturbed run that must set everything right.
+"""The fault campaigns of the installer. Each run of the shipped installer is disturbed at one point
+and then judged. The next, undisturbed run must end as if there had been no fault.
 
     faults.py [--sample N] [--jobs N] [CAMPAIGN...]
 
-prints a line a campaign; a sample takes about N faults, spread over the campaign.
+Prints a line for each campaign. A sample has about N faults, spread over the campaign.
 """
 
 import argparse
@@ -23,14 +23,14 @@ from private_root import DIRECTORY, INSTALL_ROOT, RECORD, SOURCE, tree
 from stage import Stage
 
 ERRORS = ("EIO", "ENOSPC", "EACCES", "EMFILE", "EINTR", "ENOMEM")
-# How a C library asks for a status: the newer ones ask for that of an open file by fstat.
+# The system calls of a C library for a status. Newer libraries use fstat for an open file.
 STATUS = {"fstat", "newfstatat"}
 TRANSFERS = {"read", "write", "pread64", "getrandom"}
-# Not made to fail: the end of the process, the waking of nobody, and the suicide of abort().
+# Calls that are not made to fail: the end of the process, a wake-up without a waiter, and abort().
 INFALLIBLE = {"exit_group", "futex", "gettid", "getpid", "tgkill", "umask"}
-# In number they follow the addresses that the kernel draws.
+# The number of these calls depends on the addresses that the kernel draws.
 OF_THE_HEAP = {"brk", "mmap", "munmap", "mremap", "madvise", "mprotect"}
-# Their failure may end the run: those that ask for memory, and those that read the metadata.
+# A failure may end the run: calls that allocate memory, and calls that read the metadata.
 ASK_FOR_MEMORY = {"brk", "mmap", "mremap"}
 READ_THE_METADATA = {"readlink", "openat", "read"}
 
@@ -38,7 +38,7 @@ ABORT = -signal.SIGABRT
 
 
 class Judge:
-    """Knows how an undisturbed run of a scenario ends and compares others with it."""
+    """Compares disturbed runs of a scenario with an undisturbed run."""
 
     def __init__(self, stage, scenario):
         self.stage = stage
@@ -60,7 +60,7 @@ class Judge:
         self.surroundings = stage.surroundings()
 
     def contract_from_here(self):
-        """What holds for a run that finds the machine as it is now."""
+        """Returns the contract of a run that starts from the present state of the machine."""
         scenario = self.scenario
         return Contract(tree(self.stage.install_root), self.stage.record_bytes(),
                         as_tree(scenario.package or {}), scenarios.UPDATE, scenario.clear,
@@ -71,8 +71,9 @@ class Judge:
             self.faults.append(" ".join(map(str, (self.scenario.name, *what))))
 
     def after_fault(self, result, statuses, *fault, contract=None, may_go_on=None):
-        """Judges what a disturbed run left, by the contract of the scenario's start, unless another
-        one is given. `may_go_on`: what a run may lead to that goes on after a failure, by name."""
+        """Judges a disturbed run by `contract`. Default: the contract of the scenario's start.
+        `may_go_on` has the names of the permitted results of a run that continues after a
+        failure."""
         self.check(result.status in statuses, *fault, "ends with", result.status)
         self.check(result.output == b"", *fault, "prints", result.output)
         self.check(self.stage.surroundings() == self.surroundings, *fault,
@@ -88,13 +89,14 @@ class Judge:
             self.check(False, *fault, what)
 
     def may_have_lost_identifier(self):
-        """Stopped between the wipe and the restoration: the one state that loses the identifier."""
+        """Returns whether the run was stopped between the clearing and the restoration, the only
+        state that loses the identifier."""
         record = read_record(self.stage.record_bytes()) or {}
         return self.scenario.clear and "irandom" not in record
 
     def after_clean_run(self, *fault, may_redraw=False):
-        """An undisturbed run must end as if there had been no fault. Returns whether the random
-        identifier is another one."""
+        """Checks that an undisturbed run ends as if there had been no fault. Returns whether the
+        random identifier has changed."""
         result = self.stage.run()
         self.check(result.status == 0 and result.output == b"", *fault, "then", result)
         self.check(tree(self.stage.install_root) == self.tree, *fault, "leaves another tree")
@@ -110,7 +112,7 @@ class Judge:
 
 
 class Campaign:
-    """A scenario's share of one. Counts what was done."""
+    """One scenario's share of a campaign. Counts the operations."""
 
     scenarios = scenarios.ALL
 
@@ -121,7 +123,7 @@ class Campaign:
         self.counts = collections.Counter(scenarios=1)
 
     def sampled(self, faults):
-        """All of them, or this scenario's share of a sample, evenly spread."""
+        """Returns all faults, or this scenario's share of an evenly spread sample."""
         if self.share is None or self.share >= len(faults):
             return faults
         step = len(faults) / self.share
@@ -132,7 +134,7 @@ class Campaign:
 
 
 class Killed(Campaign):
-    """Killed at every system call, then run again."""
+    """The run is killed at every system call and repeated."""
 
     def run(self):
         for name, number in self.sampled(self.stage.calls()):
@@ -154,7 +156,7 @@ class Killed(Campaign):
 
 
 class KilledTwice(Killed):
-    """Killed at a random system call, and again in the run that was to set it right."""
+    """The run is killed at a random system call, and the repeated run is killed as well."""
 
     pairs = 1000
 
@@ -176,14 +178,14 @@ class KilledTwice(Killed):
 
 
 class FailingCalls(Campaign):
-    """Every system call fails, with every error, once and from then on."""
+    """Each system call fails with each error, once or from then on."""
 
     scenarios = scenarios.chosen("fresh: small", "installed: deep, clear",
                                  "corrupt: large, regenerate")
     LOAD = {*STATUS, "openat", "read"}
     FLUSH = {*LOAD, "chmod", "fchmod", "fsync", "getrandom", "mkdir", "renameat",
              "renameat2", "write"}
-    LEADS_TO = {  # what the failures of which calls may lead to, in a run that goes on
+    LEADS_TO = {  # the permitted results, each with the calls whose failure permits the result
         "not installed": {"access", "mkdir"},
         "installed over an old directory": {"access"},
         "a part of the package is missing":
@@ -203,7 +205,7 @@ class FailingCalls(Campaign):
                   for name, number, _ in calls if name not in INFALLIBLE
                   for error in (*ERRORS, *(["short"] if name in TRANSFERS else []))
                   for lasting in ("", "+")
-                  # the C++ library's streams try such a read again, as if the signals had to end
+                  # the C++ library repeats an interrupted read without end
                   if (error, name, lasting) != ("EINTR", "read", "+")
                   or (name, number) not in of_metadata]
         for error, name, number, lasting in self.sampled(faults):
@@ -223,15 +225,15 @@ class FailingCalls(Campaign):
 
     @staticmethod
     def calls_of_metadata(calls):
-        """Those that look for the metadata and read it."""
+        """Returns the calls that find and read the metadata."""
         opened = next(at for at, (_, _, path) in enumerate(calls) if path.endswith("metadata.txt"))
         closed = next(at for at in range(opened, len(calls)) if calls[at][0] == "close")
         return {(name, number) for name, number, _ in calls[:closed] if name in READ_THE_METADATA}
 
 
 class FailingAllocations(Campaign):
-    """Every allocation fails, once and from then on. The run is aborted, except where minizip or
-    the C library asked: then a package, an entry or a directory's listing is missing."""
+    """Each allocation fails, once or from then on. The run is aborted, unless minizip or the C
+    library made the allocation: then a package, an entry or a directory listing is missing."""
 
     scenarios = FailingCalls.scenarios
     LEADS_TO = {"a part of the package is missing", "not renamed"}
@@ -316,7 +318,7 @@ class Neighbours(Campaign):
         self.judge_state(plant, *call)
 
     def judge_state(self, plant, *call):
-        """The contract holds, except for what the neighbour took away or stopped."""
+        """Checks the contract, except for the entries that the other process removed or blocked."""
         contract, found = self.judge.contract, tree(self.stage.install_root)
         record = self.without_their_key(self.stage.record_bytes())
         verdict = contract.judge(found, record)
@@ -339,7 +341,8 @@ class Neighbours(Campaign):
         return plistlib.dumps(values)
 
     def run_again(self, *fault):
-        """An undisturbed run, with the package as it was, makes the best of what it finds."""
+        """Checks that an undisturbed run with the original package installs as much as the state
+        permits."""
         self.stage.set_up(self.judge.scenario)
         found = tree(self.stage.install_root)
         usable = self.stage.is_record_usable()
@@ -402,7 +405,7 @@ def run_campaign(name, campaign, pool, sample):
 
 
 def report(windows, faults):
-    """Lines on the windows, with the number of states in each, and on the exceptions."""
+    """Returns lines with the windows, the number of states in each window, and the faults."""
     for window, number in windows.most_common():
         print(f"  window: {window}: {number}", flush=True)
     for fault in faults[:200]:
@@ -410,8 +413,8 @@ def report(windows, faults):
 
 
 def enter_namespace():
-    """Mounts are this process's own, and chroot is allowed to it, as root or an ordinary user.
-    What it writes is in memory, and gone with it."""
+    """Enters a private mount namespace, as root or as an ordinary user, in which chroot is
+    permitted. Writes stay in memory and disappear with the process."""
     if "FAULTS_NAMESPACE" not in os.environ:
         os.environ["FAULTS_NAMESPACE"] = "root" if os.getuid() == 0 else "user"
         user = ["--map-root-user"] if os.getuid() != 0 else []
@@ -420,8 +423,8 @@ def enter_namespace():
 
 
 def run_chosen(choices, description, run):
-    """Calls run(choice, pool, sample) for each of the choices that the command line names, or for
-    all of them, and ends the process."""
+    """Calls run(choice, pool, sample) for each choice on the command line. Default: all choices.
+    Ends the process."""
     enter_namespace()
     parser = argparse.ArgumentParser(description=description)
     parser.add_argument("--sample", type=int)

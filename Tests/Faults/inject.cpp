@@ -1,20 +1,21 @@
-// Runs a program inside a private root, unmodified, and disturbs one of its system calls.
+// Runs an unmodified program in a chroot and disturbs one of its system calls.
 //
 //   inject ROOT REPORT ACTION CALL NUMBER PROGRAM [ARGUMENT...]
 //
-// ACTION takes place at the NUMBERth call of the system call CALL (at every later one too, when
-// NUMBER ends in "+"), counted from the program's entry point: what the dynamic loader does before
-// is no concern of the program.
+// ACTION is performed at the NUMBERth system call CALL, and at every later call if NUMBER ends in
+// "+". The count starts at the program's entry point, because the dynamic loader is not tested.
 //
-//   kill       the program is killed, and the call is not made
+//   kill       the program is killed before the call
 //   ENAME      the call is not made and fails with that error
-//   short      the call transfers half of the bytes it was to transfer
-//   sh:SCRIPT  a shell runs SCRIPT, outside the root with the root as working directory and the
-//              path of an openat() in the variable OPENED, and the call is made afterwards
-//   none       nothing
+//   short      the call transfers only half of the requested bytes
+//   sh:SCRIPT  a shell runs SCRIPT before the call. The shell is outside the root and has the root
+//   as
+//              working directory and the path of an openat() in the variable OPENED.
+//   none       no action
 //
-// The calls that were made are written to REPORT, a line each: name, number, "*" where the action
-// took place or else "-", and the path of an openat(). Ends as the program ended. For x86-64 Linux.
+// Writes a line for each call to REPORT: the name, the number, "*" for the disturbed call or "-",
+// and the path of an openat(). Exits as the program exited. For x86-64 Linux. took place or else
+// "-", and the path of an openat(). Ends as the program ended. For x86-64 Linux.
 #include <elf.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
@@ -80,7 +81,7 @@ bool Transfers(unsigned long long call) {
          call == SYS_getrandom;
 }
 
-/// The path that the call opens; empty of another call.
+/// Returns the path that the call opens. Returns an empty string for another call.
 std::string OpenedPath(pid_t program, const user_regs_struct& registers) {
   std::string path;
   if (registers.orig_rax == SYS_openat) {
@@ -115,7 +116,7 @@ class Fault {
            (number == number_ || (isLasting_ && number > number_));
   }
 
-  /// At the entry of the call. Returns false when the program is gone.
+  /// Performs the action at the entry of the call. Returns false if the program has ended.
   bool Begin(pid_t program, const std::string& openedPath) {
     user_regs_struct registers = GetRegisters(program);
     original_ = registers;
@@ -131,16 +132,16 @@ class Fault {
     } else if (error_ == 0) {
       RunScript(openedPath);
     } else if (registers.orig_rax == SYS_brk) {
-      registers.rdi = 0;  // one that fails returns the break as it is, which is what brk(0) does
+      registers.rdi = 0;  // a failed brk returns the present break, like brk(0)
       error_ = 0;
-    } else if (registers.orig_rax != SYS_close) {  // which lets go whatever it returns
+    } else if (registers.orig_rax != SYS_close) {  // a failed close also releases the descriptor
       registers.orig_rax = ~0ULL;
     }
     SetRegisters(program, registers);
     return true;
   }
 
-  /// At the exit of the call that Begin() saw. The program finds its registers as they were.
+  /// Completes the action at the exit of the call. Restores the argument registers of the program.
   void End(pid_t program) {
     user_regs_struct registers = GetRegisters(program);
     registers.rdi = original_.rdi;
@@ -195,7 +196,7 @@ unsigned long EntryPoint(pid_t program) {
   Fail("no entry point");
 }
 
-/// Lets the program, stopped after its exec, run to its entry point.
+/// Runs the program, which is stopped after its exec, to its entry point.
 void RunToEntryPoint(pid_t program) {
   const unsigned long entry = EntryPoint(program);
   errno = 0;
@@ -214,7 +215,7 @@ void RunToEntryPoint(pid_t program) {
   SetRegisters(program, registers);
 }
 
-/// Watches every system call to the program's end and returns how it ended.
+/// Follows all system calls of the program until its end. Returns the exit status of the program.
 int Watch(pid_t program, Fault& fault, std::ostream& report) {
   constexpr int kAtCall = SIGTRAP | 0x80;
   std::map<std::string, long> counts;

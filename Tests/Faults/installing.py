@@ -1,4 +1,4 @@
-"""The installer, and `webresources install`, as commands whose power is cut."""
+"""The installer, and `webresources install`, as subjects of power failures."""
 
 import json
 import os
@@ -33,17 +33,18 @@ class Installation:
         self.stage.reset()
 
     def root(self, found):
-        """What is under the install root."""
+        """Returns the entries under the install root."""
         return {path[len(self.ROOT) + 1:]: what for path, what in found.items()
                 if path.startswith(self.ROOT + b"/")}
 
     def result(self, found):
-        """What must be on the disk when the run is over: the record, and the tree that it names."""
+        """Returns the parts that must be on the disk after the run: the record, and the tree named
+        by the record."""
         record = found.get(self.RECORD)
         return record, below(self.root(found), (read_record(record) or {}).get(PATH, ""))
 
     def judged(self, state):
-        """The window that a state is in, if any, and what is wrong with it."""
+        """Returns the window of a state, if any, and the faults of the state."""
         verdict = self.judge.contract.judge(self.root(state.found), state.found.get(self.RECORD))
         faults = list(verdict.faults)
         if state.modes.get(self.RECORD, 0o644) != 0o644:
@@ -55,7 +56,7 @@ class Installation:
 
 
 class InstallCommand(Installation):
-    """`webresources install`, which runs the installer and leaves a receipt."""
+    """`webresources install`, which runs the installer and writes a receipt."""
 
     subjects = scenarios.chosen("fresh: small", "installed: small", "installed: deep, clear",
                                 "unfinished: large, regenerate")
@@ -79,8 +80,8 @@ class InstallCommand(Installation):
         return super().result(found), found.get(self.RECEIPT)
 
     def judged(self, state):
-        """The receipt is the old one, the new one or none; one that is not of the recorded update
-        is a window, and verify tells it."""
+        """Judges the receipt: the old receipt, the new receipt, or none. A receipt of another
+        update than the recorded update is a window, and `verify` reports it."""
         window, faults = super().judged(state)
         receipt = state.found.get(self.RECEIPT)
         recorded = (read_record(state.found.get(self.RECORD)) or {}).get(UPDATE)
@@ -100,7 +101,7 @@ class InstallCommand(Installation):
             return None
 
     def run_again(self, *cut):
-        """The command ends well, and what it leaves is as it should be."""
+        """Checks that the command succeeds and leaves a correct installation."""
         may_redraw = self.judge.may_have_lost_identifier()
         result = subprocess.run(self.command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                 check=False)

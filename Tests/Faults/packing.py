@@ -1,4 +1,4 @@
-"""`webresources pack` as a command whose power is cut: it replaces a pair of files by a new one."""
+"""`webresources pack` as a subject of power failures. The command replaces a pair of files."""
 
 import os
 import pathlib
@@ -16,12 +16,12 @@ SITE = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}",
 
 
 def pair(found):
-    """What a tree holds of the package and the metadata."""
+    """Returns the package and the metadata in a tree."""
     return found.get(PACKAGE.encode()), found.get(METADATA.encode())
 
 
 class Packing:
-    """One pack, over an old pair or into an empty directory."""
+    """One `pack` into a directory with an old pair, or into an empty directory."""
 
     subjects = ("over an old pair", "into an empty directory")
     result = staticmethod(pair)
@@ -62,6 +62,6 @@ class Packing:
     def run_again(self, *cut):
         result = subprocess.run(self.command, stdout=subprocess.PIPE, stderr=subprocess.STDOUT,
                                 check=False)
-        found = tree(self.top)  # no temporary file survives
+        found = tree(self.top)  # no temporary file stays
         if result.returncode != 0 or pair(found) != self.new or len(found) != len(self.new):
             self.faults.append(" ".join(map(str, (self.name, *cut, "then", result))))

@@ -1,12 +1,11 @@
-"""The power-cut campaign: what a command does to the disk is recorded, the states in which a cut at
-any point can leave the disk are made from it, and each is judged.
+"""The power-failure campaign. Records the effects of a command on the disk, makes the states that a
+power failure at any point can leave, and judges each state.
 
     power_cuts.py [--sample N] [--jobs N] [COMMAND...]
 
 COMMAND is installer, pack or install. Prints a line for each command and model, and a line for each
-window: a state that is neither the old nor the new one, and that the order of the steps brings
-about. The command is run again from every state, or from about N of them, and must end as if there
-had been no cut.
+window: a state, neither old nor new, that the order of the operations permits. The command runs
+again from every state, or from about N states, and must end as if there had been no power failure.
 """
 
 import collections
@@ -22,12 +21,12 @@ from private_root import tree
 from recording import Recorder, traced
 
 MODELS = ("journal", "unordered")
-SUBSETS = 48  # of what may be lost at one cut, where there is no order
+SUBSETS = 48  # the number of subsets of lost effects for each cut
 SUBSETS_OF_A_SAMPLE = 6
 
 
 class Cuts:
-    """The cuts of one recording under one model."""
+    """The cuts of one recording under one model. A cut is a power failure."""
 
     def __init__(self, subject, model, share):
         self.subject = subject
@@ -43,7 +42,7 @@ class Cuts:
             self.subject.faults.append(" ".join(map(str, (self.subject.name, self.model, *what))))
 
     def record(self):
-        """A recording, which must explain the tree that the command has left."""
+        """Makes a recording. Checks that replaying the recording gives the tree on the disk."""
         self.subject.begin()
         disk = Disk(self.subject.top, self.subject.seen_at)
         log = os.path.join(tempfile.gettempdir(), f"calls-{os.getpid()}")

@@ -1,20 +1,20 @@
-"""What a command did to the disk: its system calls, as strace tells them, made into effects.
+"""Converts a command's system calls, as printed by strace, to effects on the disk.
 
-No call is missed: every call that strace prints is either known to leave the disk alone, or becomes
-effects; any other one, a writable shared mapping included, raises. That the effects are right is
-checked by whoever replays them and compares the result with the real tree.
+No call is missed: each printed call is known as harmless or is converted to effects. Any other call
+raises an exception, for example a writable shared mapping. The users of this module check the
+effects: they replay the effects and compare the result with the real tree.
 """
 
 import collections
 import re
 import subprocess
 
-# The effects, in the order in which they took place. Nodes are numbers: what a name leads to.
-Names = collections.namedtuple("Names", "slots")  # ((directory, name, node or None), ...), at once
+# The effects, in order. A node is a number for a file or a directory.
+Names = collections.namedtuple("Names", "slots")  # one effect on (directory, name, node or None)s
 Write = collections.namedtuple("Write", "node offset data")
 Truncate = collections.namedtuple("Truncate", "node length")
 Mode = collections.namedtuple("Mode", "node mode")
-Sync = collections.namedtuple("Sync", "node")  # None: the whole file system
+Sync = collections.namedtuple("Sync", "node")  # None means the whole file system
 
 UMASK = 0o022
 
@@ -61,14 +61,14 @@ def parsed(lines):
 
 
 def number(value):
-    """A call's result; None of one that does not return."""
+    """Returns a call's result, or None if the call does not return."""
     if value == "?":
         return None
     return int(value, 8) if re.fullmatch("0[0-7]+", value) else int(value, 0)
 
 
 def texts(arguments):
-    """The byte strings among the arguments; none may be cut."""
+    """Returns the byte strings among the arguments. Raises ValueError if a string is truncated."""
     found = []
     for digits, cut in TEXT.findall(arguments):
         if cut:
@@ -78,10 +78,10 @@ def texts(arguments):
 
 
 class File:
-    """An open file description: descriptors that are duplicated share it."""
+    """An open file description. Duplicated descriptors share an object."""
 
     def __init__(self, node, is_appended=False, is_pipe=False):
-        self.node = node  # None: outside the disk
+        self.node = node  # None for a file outside the disk
         self.is_pipe = is_pipe
         self.offset = 0
         self.is_appended = is_appended
@@ -93,7 +93,7 @@ class Recorder:
     def __init__(self, disk):
         self.disk = disk
         self.effects = []
-        self.files = collections.defaultdict(dict)  # of each process, by descriptor
+        self.files = collections.defaultdict(dict)  # a map of descriptors for each process
 
     def record(self, calls):
         for process, name, arguments, result in calls:
@@ -108,10 +108,11 @@ class Recorder:
         self.disk.apply(effect)
         self.effects.append(effect)
 
-    # What arguments name -----------------------------------------------------------------------
+    # The arguments -----------------------------------------------------------------------------
 
     def descriptor(self, process, arguments):
-        """The file of the call's first argument; one that is not ours is outside the disk."""
+        """Returns the file of the call's first argument. An unknown descriptor is outside the
+        disk."""
         return self.files[process].get(arguments.split(",")[0], File(None))
 
     def node(self, process, arguments):
@@ -121,7 +122,8 @@ class Recorder:
         return file.node
 
     def slots(self, process, arguments):
-        """The places that the arguments name: (directory, name), or None outside the disk."""
+        """Returns the names in the arguments as (directory, name), or None for a name outside the
+        disk."""
         found = []
         for directory, digits in re.findall(r'(?:(AT_FDCWD|\d+), )?"((?:\\x[0-9a-f]{2})*)"',
                                             arguments):

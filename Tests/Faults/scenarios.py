@@ -1,4 +1,4 @@
-"""Pairs of a package, with its metadata, and the state of the machine that it meets."""
+"""The scenarios: a package, its metadata, and the state of the machine before the run."""
 
 import ctypes
 import os
@@ -11,7 +11,8 @@ from private_root import INSTALL_ROOT, RANDOM_IDENTIFIERS, RECORD, full_version
 
 
 def identifier_not_drawn_soon():
-    """One that no run of the next two hours draws: nobody could tell whether it has been drawn."""
+    """Returns an identifier that no run draws in the next two hours. A test can then distinguish
+    the identifier from a new identifier."""
     library = ctypes.CDLL(None)
     left = set(RANDOM_IDENTIFIERS)
     now = int(time.time())
@@ -42,7 +43,7 @@ PACKAGES = {  # with clear and regenerate
 
 
 class Start:
-    """What is in /Library before the run."""
+    """The content of /Library before the run."""
 
     def __init__(self, library):
         self.library = library
@@ -73,7 +74,7 @@ def installed(start):
 
 
 def leftovers(start):
-    """Of killed runs, and everything that can be under the install root."""
+    """The leftovers of killed runs, and every kind of entry under the install root."""
     for directory in ("Resource0", "Resource1", "Resource7", "other"):
         start.install(directory)
     root = start.install_root
@@ -99,7 +100,7 @@ def corrupt(start):
 
 
 def unfinished(start):
-    """Killed before the rename."""
+    """A run that was killed before the rename."""
     start.install("Resource1")
     start.write_record({**OLD, "tWebResourceInstallPath": "Resource1"})
 

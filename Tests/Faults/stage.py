@@ -1,6 +1,6 @@
-"""The private root in which one worker runs the installer again and again.
+"""The chroot in which one worker runs the installer again and again.
 
-Between two runs only what a run can change is copied: /Library.
+Only /Library is restored between two runs, because a run changes nothing else.
 """
 
 import collections
@@ -20,14 +20,14 @@ INJECT = os.environ["INJECT"]
 FAIL_MALLOC = os.environ["FAIL_MALLOC"]
 PROGRAM = f"{APPLICATION}/{EXECUTABLE}"
 TIMEOUT = 30
-# Leak detection needs ptrace for itself; a private root has /tmp, whatever this process uses.
+# Leak detection needs ptrace itself. TMPDIR must be a directory of the chroot.
 ENVIRONMENT = {"ASAN_OPTIONS": "detect_leaks=0", "TMPDIR": "/tmp"}
 
 Result = collections.namedtuple("Result", "status output struck")
 
 
 class Stage:
-    """A root in memory; the caller has its own mount namespace."""
+    """A root in memory. Requires: the caller has a private mount namespace."""
 
     def __init__(self):
         self.top = pathlib.Path(tempfile.mkdtemp())
@@ -50,7 +50,7 @@ class Stage:
             add_programs(self.root, shutil.which("env"), FAIL_MALLOC)
 
     def set_up(self, scenario):
-        """Writes the bundle's two files, and what reset() starts from."""
+        """Writes the two files of the bundle and the start state for reset()."""
         (self.resources / "metadata.txt").write_text(scenario.metadata)
         package = self.resources / "OrloWebResources.zip"
         package.unlink(missing_ok=True)
@@ -66,16 +66,16 @@ class Stage:
         copy_tree(self.start, self.library)
 
     def run(self):
-        """A run that nothing disturbs."""
+        """Performs an undisturbed run."""
         return self._run(["chroot", self.root, PROGRAM])
 
     def run_with(self, action, call, number, command=(PROGRAM,)):
-        """A run of the installer, or of another command in the root, that is disturbed."""
+        """Performs a disturbed run of the installer, or of another command in the root."""
         result = self._run([INJECT, self.root, self.report, action, call, str(number), *command])
         return result._replace(struck=" * " in self.report.read_text(errors="surrogateescape"))
 
     def run_preloaded(self, library, *variables):
-        """A run with a library before the others, and with environment variables."""
+        """Performs a run with a preloaded library and with environment variables."""
         if not inside(self.root, library).exists():
             add_programs(self.root, library)
         return self._run(["chroot", self.root, shutil.which("env"), f"LD_PRELOAD={library}",
@@ -91,7 +91,7 @@ class Stage:
         return result._replace(struck=struck)
 
     def allocations(self):
-        """How many allocations an undisturbed run makes."""
+        """Returns the number of allocations of an undisturbed run."""
         made, too_many = 0, 1 << 20
         while too_many - made > 1:
             number = (made + too_many) // 2
@@ -101,11 +101,11 @@ class Stage:
         return made
 
     def calls(self, command=(PROGRAM,)):
-        """The system calls of an undisturbed run: pairs of a name and its number."""
+        """Returns the system calls of an undisturbed run: pairs of a name and its number."""
         return [(name, number) for name, number, _ in self.calls_and_paths(command)]
 
     def calls_and_paths(self, command=(PROGRAM,)):
-        """As above, each with the path that an openat() names."""
+        """As calls(), each with the path of an openat()."""
         self.run_with("none", "", "0", command)
         lines = (line.split(" ", 3) for line in
                  self.report.read_text(errors="surrogateescape").splitlines())
@@ -122,20 +122,21 @@ class Stage:
         return Result(result.returncode, result.stdout, True)
 
     def record(self):
-        """The record; None where there is no file. Raises what plistlib does when it is damaged."""
+        """Returns the record, or None if there is no file. Raises the exception of plistlib if the
+        file is damaged."""
         try:
             return plistlib.loads(self.record_file.read_bytes())
         except FileNotFoundError:
             return None
 
     def record_bytes(self):
-        """The record's file; None when nothing or something else is there."""
+        """Returns the bytes of the record's file, or None if there is no regular file."""
         if self.record_file.is_symlink() or not self.record_file.is_file():
             return None
         return self.record_file.read_bytes()
 
     def is_record_usable(self):
-        """Whether the record's file is one, or can be made."""
+        """Returns whether the record's file is usable or can be made."""
         return self.record_bytes() is not None or not os.path.lexists(self.record_file)
 
     def preferences(self):
@@ -143,7 +144,8 @@ class Stage:
         return sorted(os.listdir(directory)) if directory.is_dir() else []
 
     def surroundings(self):
-        """All that no run may touch: everything except the install root and the record's files."""
+        """Returns everything that no run may change: all files except the install root and the
+        record's files."""
         found = {}
         may_be_made = {str(path) for path in
                        (*self.install_root.parents, *self.record_file.parents)}
@@ -164,7 +166,7 @@ class Stage:
 
 
 def copy_tree(source, target):
-    """Links as links, FIFOs as FIFOs, sockets as sockets."""
+    """Copies a tree. Copies links, FIFOs and sockets as such."""
     target.mkdir()
     for entry in os.scandir(source):
         copy = target / entry.name

@@ -1,4 +1,4 @@
-"""`webresources`, refused a system call where that would mislead it."""
+"""Tests `webresources` with failing system calls that could cause a wrong result."""
 
 import unittest
 
@@ -19,7 +19,7 @@ class Commands(unittest.TestCase):
         subject.begin()
         opened = [number for name, number, path in subject.stage.calls_and_paths(subject.command)
                   if name == "openat" and path == RECORD]
-        # Before the lock, under it, by the installer, and by the verification.
+        # The reads before the lock, under the lock, by the installer, and by the verification.
         self.assertEqual(len(opened), 4)
         for number in opened:
             with self.subTest(number):

@@ -1,5 +1,5 @@
-"""The installer on other file systems than the usual ones, made in an image and mounted at the
-install root: needs the right to mount, and the file system's programs."""
+"""Tests the installer on unusual file systems, which are mounted from an image at the install root.
+Requires the permission to mount, and the programs of the file systems."""
 
 import os
 import shutil
@@ -39,7 +39,8 @@ class FileSystems(unittest.TestCase):
         cls.stage = Stage()
 
     def begin(self, content, make, mount):
-        """Mounts what these commands make and mount, with an old installation on it."""
+        """Makes a file system with the command `make`, mounts it with `mount`, and adds an old
+        installation."""
         require_programs(make[0], mount[0])
         scenario = scenarios.Scenario("mounted", content, scenarios.fresh, False, False)
         self.stage.set_up(scenario)
@@ -69,7 +70,7 @@ class FileSystems(unittest.TestCase):
         self.assertEqual((record["iUpdateId"], record["tWebResourceInstallPath"]),
                          (UPDATE, directory))
 
-    def test_sub_directories_survive_where_listings_do_not_tell_what_an_entry_is(self):
+    def test_subdirectories_survive_if_listings_have_no_entry_types(self):
         self.begin(SMALL, ["mkfs.ext4", "-q", "-O", "^filetype"], ["mount"])
         root = self.stage.install_root
         self.run_installer("Resource1")
@@ -77,7 +78,7 @@ class FileSystems(unittest.TestCase):
         self.assertEqual(tree(root / "Resource0"), as_tree(OLD))
         self.assertEqual(tree(root / "Resource1"), as_tree(SMALL))
 
-    def test_where_case_is_ignored_and_names_are_refused_the_rest_is_installed(self):
+    def test_file_system_that_ignores_case_and_refuses_names_gets_the_rest(self):
         content = {"index.html": b"first", "INDEX.HTML": b"second", "css/": None, "CSS/": None,
                    "Css/a.css": b"p{}", "a:b": b"refused", "d?/": None, "d?/f": b"refused",
                    "last": b"last"}

@@ -1,4 +1,4 @@
-"""What others may have put in the run's way, and the faults that once found a defect."""
+"""Tests entries that other processes may have made, and the faults that once showed a defect."""
 
 import os
 import shutil
@@ -57,7 +57,7 @@ def plant_fifo(path):
 
 def plant_socket(path):
     listener = socket.socket(socket.AF_UNIX)
-    directory = os.open(path.parent, os.O_RDONLY)  # a path of any length
+    directory = os.open(path.parent, os.O_RDONLY)  # the path may have any length
     listener.bind(f"/proc/self/fd/{directory}/{path.name}")
     os.close(directory)
     listener.close()
@@ -67,7 +67,7 @@ def plant_device(path):
     try:
         os.mknod(path, stat.S_IFCHR | 0o666, os.makedev(1, 3))
     except PermissionError:
-        os.mkfifo(path)  # in a user namespace, where nobody makes devices
+        os.mkfifo(path)  # no process may make a device in a user namespace
 
 
 PLANTS = (plant_file, plant_unreadable, plant_directory, plant_link_to_file,
@@ -92,7 +92,7 @@ class Neighbourhood(unittest.TestCase):
             (self.stage.resources / "metadata.txt").write_text(metadata(**values))
 
     def run_installer(self, run=None, status=0):
-        """The run ends, silently, and leaves alone what is not its own."""
+        """Expects that the run ends without output and changes only its files."""
         result = (run or self.stage.run)()
         self.assertEqual((result.status, result.output), (status, b""))
         self.assert_elsewhere_untouched()
@@ -111,7 +111,7 @@ class Neighbourhood(unittest.TestCase):
 
 
 class UnderTheInstallRoot(Neighbourhood):
-    def test_whatever_has_another_name_is_removed(self):
+    def test_entry_of_every_kind_with_another_name_is_removed(self):
         for plant in PLANTS:
             with self.subTest(plant.__name__):
                 self.begin()
@@ -121,7 +121,7 @@ class UnderTheInstallRoot(Neighbourhood):
                 self.run_installer()
                 self.assert_installed()
 
-    def test_whatever_has_the_next_free_name_gives_way_to_the_one_after(self):
+    def test_entry_at_the_next_free_name_makes_the_run_use_the_name_after(self):
         for plant in PLANTS:
             if plant in BROKEN_LINKS:
                 continue
@@ -142,7 +142,7 @@ class UnderTheInstallRoot(Neighbourhood):
                 self.assertTrue((self.stage.install_root / "Resource0/old").exists())
                 self.assertEqual(self.stage.record(), before)
 
-    def test_what_is_in_the_place_of_an_ancestor_stops_the_installation(self):
+    def test_entry_in_place_of_an_ancestor_stops_the_installation(self):
         for plant in (plant_file, plant_link_to_file, plant_dangling_link, plant_fifo,
                       plant_socket, plant_device):
             for ancestor in (self.stage.install_root, self.stage.install_root.parent):
@@ -162,7 +162,7 @@ class UnderTheInstallRoot(Neighbourhood):
         self.assertEqual(os.listdir(self.stage.root / "moved"), ["Resource0"])
 
     @unittest.skipIf(SANITIZED, "the sanitizers come first")
-    def test_sub_directories_survive_where_listings_do_not_tell_what_an_entry_is(self):
+    def test_subdirectories_survive_if_listings_have_no_entry_types(self):
         self.begin()
         plant_file(self.stage.install_root / "file")
         plant_link_to_directory(self.stage.install_root / "link")
@@ -197,7 +197,7 @@ class UnderTheInstallRoot(Neighbourhood):
         return self.stage._run(["chroot", self.stage.root, setpriv, "--reuid=65534",
                                 "--regid=65534", "--clear-groups", PROGRAM])
 
-    def test_immutable_entries_stay_and_the_record_tells_the_truth(self):
+    def test_immutable_entries_stay_and_the_record_is_correct(self):
         self.begin()
         immutable = self.stage.install_root / "Resource0/old"
         if subprocess.run(["chattr", "+i", immutable], stderr=subprocess.DEVNULL,
@@ -214,7 +214,7 @@ class UnderTheInstallRoot(Neighbourhood):
 
 
 class Planted(Neighbourhood):
-    """Planted while the run is under way, just before one of its system calls."""
+    """Entries that are made during the run, just before one of its system calls."""
 
     def plant_before(self, call, number, script, name="fresh: small"):
         self.begin(name)
@@ -222,7 +222,7 @@ class Planted(Neighbourhood):
         self.run_installer(lambda: self.stage.run_with(
             f"sh:cd '{root}' && {script}", call, number))
 
-    def test_nothing_is_written_through_what_is_at_an_output_path(self):
+    def test_nothing_is_written_through_an_entry_at_an_output_path(self):
         plants = {
             "FIFO": "mkfifo $OUT",
             "link": "ln -s /elsewhere/victim $OUT",
@@ -238,8 +238,9 @@ class Planted(Neighbourhood):
                                   script.replace("$OUT", "Resource0/index.html"))
                 self.assert_installed()
 
-    def test_nothing_is_written_through_what_is_planted_again_and_again(self):
-        """What gives way is planted once more before each call, however the file is opened."""
+    def test_nothing_is_written_through_an_entry_planted_repeatedly(self):
+        """An entry that is removed is made again before each call, for every way to open the
+        file."""
         plants = {"link": "ln -s /elsewhere/victim", "link to a new file": "ln -s /elsewhere/new",
                   "hard link": "ln ../../../../../../elsewhere/victim", "FIFO": "mkfifo"}
         self.begin("fresh: small")
@@ -278,7 +279,7 @@ class Planted(Neighbourhood):
         self.run_installer(lambda: self.stage.run_with(script, call, number))
 
     def opening_of_the_first_file(self):
-        """The number of the call that opens the first output file."""
+        """Returns the number of the call that opens the first output file."""
         calls = [number for name, number in self.stage.calls() if name == "openat"]
         for number in calls:
             self.stage.reset()
@@ -289,7 +290,7 @@ class Planted(Neighbourhood):
 
 
 class Preferences(Neighbourhood):
-    def test_what_is_in_the_place_of_the_file_is_not_followed_and_ends_no_run(self):
+    def test_entry_in_place_of_the_file_is_not_followed_and_ends_no_run(self):
         for plant in PLANTS:
             if plant in (plant_file, plant_unreadable, plant_hard_link):
                 continue
@@ -308,7 +309,7 @@ class Preferences(Neighbourhood):
         self.run_installer()
         self.assert_record(iUpdateId=UPDATE)
 
-    def test_what_has_a_temporary_name_is_removed(self):
+    def test_entry_with_a_temporary_name_is_removed(self):
         for plant in (plant_link_to_file, plant_fifo, plant_hard_link, plant_socket):
             with self.subTest(plant.__name__):
                 self.begin()
@@ -318,7 +319,7 @@ class Preferences(Neighbourhood):
                                  ["com.veltrane.orlisk.2017.WebResource.plist.plist",
                                   "neighbour.plist"])
 
-    def test_neighbour_who_keeps_the_lock_cannot_stop_the_run(self):
+    def test_process_that_keeps_the_lock_cannot_stop_the_run(self):
         self.begin()
         holder = subprocess.Popen(["flock", self.stage.record_file.parent, "sleep", "100"])
         try:
@@ -339,7 +340,7 @@ class OnceFound(Neighbourhood):
         self.run_installer(lambda: self.stage.run_with("EINTR", "read", "1"))
         self.assert_installed()
 
-    def test_random_name_that_is_interrupted_for_ever_fails_the_flush(self):
+    def test_random_name_that_is_always_interrupted_fails_the_flush(self):
         self.begin()
         self.run_installer(lambda: self.stage.run_with("EINTR", "getrandom", "1+"))
         self.assert_record(**OLD)
@@ -365,12 +366,13 @@ class OnceFound(Neighbourhood):
             if aborts:
                 self.assertTrue((root / "Resource0/old").exists()
                                 or any(tree(root / name) == whole for name in os.listdir(root)))
-            else:  # Documentation/behaviour.md: a missing package or a skipped entry
+            else:  # see Documentation/behaviour.md: a missing package or a skipped entry
                 installed = tree(root / self.stage.record()["tWebResourceInstallPath"])
                 self.assertLessEqual(installed.items(), whole.items(), number)
 
     def run_failing_allocation(self, number):
-        """Returns whether the run is aborted; otherwise it ends with 0. It prints nothing."""
+        """Returns whether the run is aborted. Otherwise expects the exit status 0. Expects no
+        output."""
         result = self.stage.run_failing_allocation(number)
         self.assertIn(result.status, (0, -signal.SIGABRT))
         self.assertEqual(result.output, b"")

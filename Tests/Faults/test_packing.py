@@ -1,4 +1,5 @@
-"""`webresources pack`, disturbed where it could write to the wrong place or pack what never was."""
+"""Tests `webresources pack` under faults that could redirect a write or change a file during
+packing."""
 
 import os
 import random
@@ -12,8 +13,8 @@ from private_root import add_programs, tree
 from stage import Stage
 
 WEBRESOURCES = os.environ["WEBRESOURCES"]
-NOISE = random.Random(1).randbytes(150_000)  # is stored, and read twice
-TEXT = b"line of a text that shrinks\n" * 5_000  # is deflated, and read once
+NOISE = random.Random(1).randbytes(150_000)  # stored, and read twice
+TEXT = b"line of a text that shrinks\n" * 5_000  # deflated, and read once
 SITE = {"noise": NOISE, "text": TEXT}
 
 
@@ -38,8 +39,8 @@ class Packing(unittest.TestCase):
         return self.stage.run_with(*action, command=self.command)
 
     def calls(self, *names):
-        """The numbers and paths of these calls in an undisturbed run, after which all is as before
-        it."""
+        """Returns the numbers and paths of these calls in an undisturbed run. Restores the
+        directory afterwards."""
         found = [call for call in self.stage.calls_and_paths(self.command) if call[0] in names]
         self.setUp()
         return found
@@ -53,15 +54,15 @@ class Packing(unittest.TestCase):
         self.assertIn(b"webresources", result.output)
         self.assertEqual(tree(self.output), self.before)
 
-    def test_sync_that_fails_is_told_and_leaves_the_old_pair(self):
+    def test_failed_sync_is_reported_and_leaves_the_old_pair(self):
         numbers = [number for _, number, _ in self.calls("fsync")]
-        self.assertGreaterEqual(len(numbers), 3)  # both files, and the directory
+        self.assertGreaterEqual(len(numbers), 3)  # for both files and the directory
         for number in numbers[:-1]:
             with self.subTest(number):
                 self.setUp()
                 self.assert_refused(self.run_with("EIO", "fsync", number))
 
-    def test_sync_of_the_directory_that_fails_is_told(self):
+    def test_failed_sync_of_the_directory_is_reported(self):
         last = [number for _, number, _ in self.calls("fsync")][-1]
         result = self.run_with("EIO", "fsync", last)
         self.assertEqual(result.status, 2)
@@ -94,7 +95,7 @@ class Packing(unittest.TestCase):
         self.assertEqual((self.top / "victim").read_bytes(), b"not to be written to")
         self.assertFalse((self.top / "new").exists())
 
-    def test_file_that_changes_while_it_is_packed_is_whole_or_told(self):
+    def test_file_that_changes_during_packing_is_complete_or_reported(self):
         for name, data in SITE.items():
             other = bytes(reversed(data))
             write_tree(self.top, {"other": other})

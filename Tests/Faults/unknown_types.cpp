@@ -1,4 +1,4 @@
-// Preloaded into the installer: directory listings do not say what an entry is, as on some file
+// Preloaded into the installer. Directory listings then have no entry types, as on some file
 // systems.
 #include <dirent.h>
 #include <dlfcn.h>
