@@ -1,13 +1,13 @@
-"""The tree that the rules of a package give for an archive, computed without the installer."""
+"""Computes the tree that an archive must give by the rules, without the installer."""
 
 import zipfile
 
 LONGEST_NAME = 511
-LONGEST_COMPONENT = 255  # of the file system
+LONGEST_COMPONENT = 255  # the limit of the file system
 
 
 def stored_name(info):
-    """The name's bytes as they are in the archive."""
+    """Returns the bytes of the name as stored in the archive."""
     encoding = "utf-8" if info.flag_bits & 0x800 else "cp437"
     return info.orig_filename.encode(encoding)
 
@@ -22,13 +22,13 @@ def climbs_out(name):
 
 
 class Destination:
-    """A directory tree in memory: a directory is a dictionary, a file is bytes."""
+    """A directory tree in memory. A directory is a dictionary, and a file is bytes."""
 
     def __init__(self):
         self.top = {}
 
     def find(self, path):
-        """The node at a path; None when a component is missing or is below a file."""
+        """Returns the node at a path, or None if a component is missing or is below a file."""
         trail = [self.top]
         for component in path.split(b"/"):
             if not isinstance(trail[-1], dict):
@@ -40,7 +40,7 @@ class Destination:
         return trail[-1]
 
     def put(self, path, node):
-        """Puts a node where a directory is ready for it, unless a directory is there."""
+        """Stores a node if its directory exists, unless the path is a directory."""
         parent, _, name = path.rpartition(b"/")
         directory = self.find(parent)
         if (isinstance(directory, dict) and len(name) <= LONGEST_COMPONENT
@@ -48,7 +48,7 @@ class Destination:
             directory[name] = node
 
     def ensure_directory(self, path):
-        """Every leading part of the path that is missing is made, in turn."""
+        """Makes each missing ancestor of the path, and the directory."""
         parts = path.rstrip(b"/").split(b"/")
         for count in range(1, len(parts) + 1):
             prefix = b"/".join(parts[:count])
@@ -56,7 +56,7 @@ class Destination:
                 self.put(prefix, {})
 
     def tree(self):
-        """The form in which the machine's trees are compared."""
+        """Returns the tree in the form of the trees of a machine."""
         found = {}
 
         def visit(directory, prefix):
@@ -70,7 +70,7 @@ class Destination:
 
 
 def extracted(package):
-    """The tree that an undamaged package is extracted to."""
+    """Returns the tree that the extraction of an undamaged package must give."""
     destination = Destination()
     with zipfile.ZipFile(package) as archive:
         for info in archive.infolist():

@@ -1,8 +1,7 @@
-"""Packages of many gigabytes, hundreds of thousands of files, and metadata nested to the stack's
-end: what the installer does with each, in what time and memory. Prints a line for each case.
+"""Tests the installer with packages of many gigabytes, hundreds of thousands of files, and metadata
+nested up to the limit of the stack. Prints a line with the time and the memory of each case.
 
-A package takes room in the file system only for its bytes that are not zero. The extracted files
-need 6 GiB.
+A package uses disk space only for its bytes that are not zero. The extracted files need 6 GiB.
 """
 
 import contextlib
@@ -20,14 +19,15 @@ from machine import APPLICATION, EXECUTABLE, metadata, write_tree
 MIB = 1 << 20
 GIB = 1 << 30
 BLOCK = bytes(MIB)
-IN_64_BITS = 0xFFFFFFFF  # says that the number is in a field of 64 bits
+IN_64_BITS = 0xFFFFFFFF  # the value that refers to a Zip64 field
 
-# The zip maker uses these fields from 2 GiB on; others use them when a number needs them.
+# Python's zipfile uses Zip64 from 2 GiB on. Other programs use Zip64 only if a number needs 64
+# bits.
 zipfile.ZIP64_LIMIT = IN_64_BITS - 1
 
 
 class SparseFile:
-    """A file for the zip maker that has holes for blocks of zeros."""
+    """A file for zipfile with holes for blocks of zeros."""
 
     def __init__(self, path):
         self.file = open(path, "wb", buffering=0)
@@ -51,7 +51,7 @@ class Machine(machines.Machine):
                 yield archive
 
     def installation(self, stack=None):
-        """The status of a run in this root, the seconds of the processor that it takes, and its
+        """Returns the exit status of a run in this chroot, its processor time in seconds, and its
         largest resident memory in KiB."""
         with tempfile.NamedTemporaryFile("r") as report:
             limits = ["prlimit", f"--stack={stack}"] if stack else []
@@ -63,7 +63,7 @@ class Machine(machines.Machine):
             return status, float(user) + float(system), int(peak)
 
     def extracted(self, name):
-        """The size and the checksum of an extracted file; None when there is none."""
+        """Returns the size and the checksum of an extracted file, or None if there is no file."""
         path = self.install_root / "Resource0" / name
         if not path.exists():
             return None
@@ -76,7 +76,7 @@ class Machine(machines.Machine):
 
 
 def write_zeros(archive, name, size):
-    """An entry of zeros that ends in its name."""
+    """Writes an entry of zeros that ends with its name."""
     entry = zipfile.ZipInfo(name)
     entry.compress_type = archive.compression
     with archive.open(entry, "w", force_zip64=size >= IN_64_BITS) as stream:
@@ -86,7 +86,7 @@ def write_zeros(archive, name, size):
 
 
 def whole(machine, *names):
-    """Whether these entries, of all, are extracted as packed."""
+    """Returns whether exactly the entries `names` are extracted completely."""
     with zipfile.ZipFile(machine.package) as archive:
         return list(names) == [
             entry.filename for entry in archive.infolist() if not entry.is_dir() and
@@ -94,7 +94,7 @@ def whole(machine, *names):
 
 
 def entry_of_1_gib(machine):
-    """an entry of 1 GiB: whole"""
+    """an entry of 1 GiB: complete"""
     with machine.packing(zipfile.ZIP_DEFLATED) as archive:
         write_zeros(archive, "large", GIB)
     yield machine.installation()
@@ -102,7 +102,7 @@ def entry_of_1_gib(machine):
 
 
 def entry_of_5_gib(machine):
-    """an entry of 5 GiB: cut at 4 GiB less one byte"""
+    """an entry of 5 GiB: truncated to 4 GiB less one byte"""
     with machine.packing(zipfile.ZIP_DEFLATED) as archive:
         archive.writestr("first", b"1")
         write_zeros(archive, "large", 5 * GIB)
@@ -112,7 +112,7 @@ def entry_of_5_gib(machine):
 
 
 def archive_of_5_gib(machine):
-    """an archive of 5 GiB: whole entries, but those that start beyond 4 GiB passed over"""
+    """an archive of 5 GiB: complete entries, and entries that start beyond 4 GiB skipped"""
     with machine.packing() as archive:
         for number in range(5):
             write_zeros(archive, str(number), GIB)
@@ -162,7 +162,7 @@ def nesting(opening, innermost, closing, unit):
                 raise RuntimeError(f"{depth} levels end the run with {run[0]} half-way")
             return run
 
-        installed, ended = 10, 1000  # hundreds: where the stack begins is up to chance
+        installed, ended = 10, 1000  # hundreds, because the start of the stack is random
         while ended - installed > 1:
             depth = (installed + ended) // 2
             installed, ended = ((depth, ended) if installs(depth * 100)[0] == 0 else

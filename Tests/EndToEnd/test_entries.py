@@ -1,4 +1,4 @@
-"""Single entries of a package: names, kinds, sizes, and what becomes of each."""
+"""Single entries of a package: names, kinds, sizes, and the resulting files."""
 
 import os
 import stat
@@ -14,8 +14,8 @@ from private_root import DIRECTORY, file_system_takes, tree
 
 class EntriesTestCase(InstallerTestCase):
     def entries(self, *entries, rename=()):
-        """Packs (name, data) pairs, or bare names for no data, in this order; `rename` puts other
-        bytes of the same length in place of names that the zip maker would not write."""
+        """Packs the entries in this order. An entry is (name, data), or a name without data.
+        `rename` replaces names by names of the same length that zipfile would not write."""
         with zipfile.ZipFile(self.machine.package, "w", zipfile.ZIP_DEFLATED) as archive:
             for entry in entries:
                 name, data = (entry, b"") if isinstance(entry, (str, zipfile.ZipInfo)) else entry
@@ -26,7 +26,8 @@ class EntriesTestCase(InstallerTestCase):
                 self.machine.package.read_bytes().replace(name, written))
 
     def installed(self):
-        """Runs the installer and returns what is in Resource0, which is what the rules say."""
+        """Runs the installer and returns the content of Resource0. Expects the content that the
+        rules give."""
         self.run_installer()
         found = tree(self.machine.install_root / "Resource0")
         self.assertEqual(found, extracted(self.machine.package))
@@ -36,7 +37,7 @@ class EntriesTestCase(InstallerTestCase):
 
 
 class Directories(EntriesTestCase):
-    def test_file_is_written_only_after_its_directory_is_announced(self):
+    def test_file_is_written_only_after_an_entry_for_its_directory(self):
         self.entries(("css/a.css", b"early"), "css/", ("css/b.css", b"late"), ("x/y/z", b"never"))
         self.assertEqual(self.installed(), {b"css": DIRECTORY, b"css/b.css": b"late"})
 
@@ -45,7 +46,7 @@ class Directories(EntriesTestCase):
         self.assertEqual(self.installed(), {b"a": DIRECTORY, b"a/f": b"1", b"a/b": DIRECTORY,
                                             b"a/b/f": b"2", b"a/b/c": DIRECTORY})
 
-    def test_directory_announced_twice_keeps_its_files(self):
+    def test_second_entry_for_a_directory_keeps_its_files(self):
         self.entries("x/", ("x/f", b"1"), "x/", ("x/g", b"2"))
         self.assertEqual(self.installed(), {b"x": DIRECTORY, b"x/f": b"1", b"x/g": b"2"})
 
@@ -68,14 +69,14 @@ class Directories(EntriesTestCase):
 
 
 class Names(EntriesTestCase):
-    def test_name_that_climbs_out_of_the_destination_is_skipped(self):
+    def test_path_traversal_is_skipped(self):
         self.entries("d/", ("../up", b""), ("d/../../up", b""), ("../../../../../../up", b""),
                      ("../Resource0/in", b""), "../dir/", "..", "/../", ("/../up", b""),
                      ("./../up", b""), ("d//../../up", b""), ("after", b"1"))
         self.assertEqual(self.installed(), {b"d": DIRECTORY, b"after": b"1"})
         self.assertFalse(self.machine.path("/up").exists())
 
-    def test_dots_that_stay_inside_are_written_as_stored(self):
+    def test_dots_inside_the_destination_are_written_as_stored(self):
         self.entries("d/", ("d/../f", b"1"), ("./g", b"2"), "e/../h/", ("..i", b"3"), ("...", b"4"),
                      ("missing/../f", b"never"), ("d/..", b"never"), (".", b"never"))
         self.assertEqual(self.installed(), {
@@ -115,7 +116,7 @@ class Names(EntriesTestCase):
         self.entries(("f#g", b"x"), ("d#/", b"y"), rename=[(b"f#g", b"f\0g"), (b"d#/", b"d\0/")])
         self.assertEqual(self.installed(), {b"f": b"x", b"d": b"y"})
 
-    def test_bytes_of_a_name_are_kept_whatever_its_encoding(self):
+    def test_bytes_of_a_name_are_kept_for_every_encoding(self):
         other = b"caf\xe9" if file_system_takes(b"caf\xe9") else b"cafe"
         self.entries(("grüße/", b""), ("grüße/日本.html", b"1"), ("caf#", b"2"),
                      rename=[(b"caf#", other)])
@@ -144,7 +145,7 @@ class Data(EntriesTestCase):
 
     def test_entry_written_without_its_sizes_ahead(self):
         with open(self.machine.package, "wb") as stream:
-            class Unseekable:  # makes the zip maker write data descriptors
+            class Unseekable:  # makes zipfile write data descriptors
                 write, flush = stream.write, stream.flush
 
             with zipfile.ZipFile(Unseekable(), "w", zipfile.ZIP_DEFLATED) as archive:
@@ -152,7 +153,7 @@ class Data(EntriesTestCase):
         self.assertEqual(self.installed(), {b"f": b"streamed" * 5000})
 
     def test_encrypted_entry_without_a_password_is_written_as_it_is_read(self):
-        # The zip library opens it and hands out the encrypted bytes, as many as were packed.
+        # The zip library opens the entry and returns the encrypted bytes, as many as were packed.
         work = self.machine.path("/source")
         work.mkdir()
         (work / "secret").write_bytes(b"0123456789" * 5)
@@ -167,7 +168,7 @@ class Data(EntriesTestCase):
         self.assertIn(data, self.machine.package.read_bytes()[start:])
 
     def test_bzip2_entry_is_written_as_it_is_read(self):
-        # The zip library opens it and hands out the compressed bytes.
+        # The zip library opens the entry and returns the compressed bytes.
         with zipfile.ZipFile(self.machine.package, "w", zipfile.ZIP_BZIP2) as archive:
             archive.writestr("f", b"bz" * 5000)
             size = archive.getinfo("f").compress_size
@@ -185,7 +186,7 @@ class Data(EntriesTestCase):
 
 class Attributes(EntriesTestCase):
     def entry(self, name, mode):
-        info = zipfile.ZipInfo(name)  # of the year 1980
+        info = zipfile.ZipInfo(name)  # the year 1980
         info.external_attr = mode << 16
         return info
 

@@ -1,5 +1,5 @@
-"""The protections of the programs as they ship, read from the files. A flag that the build loses
-fails a test here."""
+"""The protections of the shipped programs, read from the files. A flag that the build loses fails a
+test."""
 
 import functools
 import os
@@ -11,7 +11,7 @@ import unittest
 INSTALLED = pathlib.Path(os.environ["BUNDLE"]).parent
 OURS = re.compile(r"(main|(InstallerUtils|MetadataHelper|OSUtils|UTF8String)::.*)$")
 
-# The instructions that mark, on each processor, where an indirect jump may arrive.
+# The instructions that mark the target of an indirect jump, for each processor.
 LANDING_PADS = {"Advanced Micro Devices X86-64": {"endbr64"}, "Intel 80386": {"endbr32"},
                 "AArch64": {"bti", "paciasp"}}
 
@@ -35,13 +35,13 @@ def header(path):
 
 
 def segments(path):
-    """Each segment's type and the letters of its rights."""
+    """Returns each segment's type and permissions."""
     return re.findall(r"^ +([A-Z_]+) +0x.* ([R ][W ][E ]) 0x", output("readelf", "-lW", path),
                       re.MULTILINE)
 
 
 def dynamic_entries(path):
-    """Each entry's tag and value."""
+    """Returns each entry's tag and value."""
     return re.findall(r"^ *0x[0-9a-f]+ \((\w+)\) +(.*)$", output("readelf", "-dW", path),
                       re.MULTILINE)
 
@@ -52,7 +52,7 @@ def symbols(path):
 
 
 def functions(path):
-    """Each function's demangled name and its instructions."""
+    """Returns each function's demangled name and instructions."""
     listing = output("objdump", "-d", "-C", "--no-show-raw-insn", path)
     for block in listing.split("\n\n"):
         heading, *lines = block.lstrip("\n").split("\n")
@@ -62,7 +62,7 @@ def functions(path):
 
 
 def of_each_program(test):
-    """Runs a test once for each program that ships."""
+    """Runs a test once for each shipped program."""
     @functools.wraps(test)
     def run(self):
         self.assertIn("WebResourceInstaller", [path.name for path in PROGRAMS])
@@ -91,13 +91,13 @@ class Hardening(unittest.TestCase):
 
     @of_each_program
     def test_libraries_come_from_the_system_only(self, path):
-        # Or from the directory of CoreFoundation, where the build asks for this directory.
+        # The directory of CoreFoundation is also allowed, if the build asks for that directory.
         entries = [entry for entry in dynamic_entries(path) if entry[0] in ("RPATH", "RUNPATH")]
         allowed = os.environ.get("RUNPATH")
         self.assertIn(entries, ([], [("RUNPATH", f"Library runpath: [{allowed}]")]))
 
     @of_each_program
-    def test_overwritten_stack_is_noticed(self, path):
+    def test_overwritten_stack_is_detected(self, path):
         self.assertTrue("__stack_chk_fail" in symbols(path))
 
     @of_each_program

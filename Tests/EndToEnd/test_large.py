@@ -1,4 +1,4 @@
-"""Metadata that nests deep, and more of everything than a package ever has."""
+"""Deeply nested metadata, and more entries, bytes and leftovers than a package has."""
 
 import os
 import shutil
@@ -14,7 +14,7 @@ from private_root import DIRECTORY, program, tree
 
 SMALL_STACK = 512 << 10
 USUAL_STACK = 8 << 20
-MEMORY = 1 << 20  # of writable data; the smallest package takes 400 KiB
+MEMORY = 1 << 20  # the limit of writable data; the smallest package needs 400 KiB
 
 
 def arrays(depth):
@@ -30,7 +30,7 @@ def mixed(depth):
 
 
 def objects_of_many_members(depth):
-    """The nested member is the last: the farthest from the top of a balanced tree of members."""
+    """Nests in the last member, which is the farthest from the root of a balanced tree."""
     first = "{" + "".join(f'"a{number:03}":0,' for number in range(127)) + '"b":'
     return first * depth + "0" + "}" * depth
 
@@ -40,21 +40,23 @@ def cut_short(depth):
 
 
 def limited(**limits):
-    """The command that runs the installer with these resource limits."""
+    """Returns the command that runs the installer with these resource limits."""
     return [program("prlimit"), *(f"--{name}={value}" for name, value in limits.items()),
             f"{APPLICATION}/{EXECUTABLE}"]
 
 
 @posix_only("how large the stack is can be told to a program")
 class Nesting(InstallerTestCase):
-    """Metadata that nests too deep ends the run as other faults in it do, by another signal."""
+    """Metadata that is too deeply nested ends the run like other invalid metadata, but by another
+    signal."""
 
     def setUp(self):
         super().setUp()
         self.machine.add_programs(program("prlimit"))
 
     def is_installed(self, nested, stack):
-        """Installs on a fresh machine, or ends the run before anything is written: nothing else."""
+        """Returns whether a new machine was installed. Otherwise expects that the run ended before
+        any write."""
         shutil.rmtree(self.machine.path("/Library"), ignore_errors=True)
         self.machine.write_metadata(metadata()[:-1] + ',"nested":' + nested + "}")
         result = self.machine.run(*limited(stack=stack))
@@ -120,7 +122,7 @@ class Many(InstallerTestCase):
         self.assert_installed({b"large": data})
 
     def test_ten_thousand_leftovers_are_removed(self):
-        """Of which half take the names that a new directory would have."""
+        """Half of the leftovers have names that a new directory could get."""
         for number in range(2500):
             write_tree(self.machine.install_root, {
                 f"Resource{2 * number}/sub/f": b"", f"Resource{2 * number + 1}": b"",
@@ -134,7 +136,7 @@ class Many(InstallerTestCase):
 class Names(InstallerTestCase):
     @staticmethod
     def name_of_length(length):
-        """A file's, in directories as long as the file system allows."""
+        """Returns the name of a file, in directories with the longest names of the file system."""
         count = (length - 1) // 255
         directories = "".join(letter * 254 + "/" for letter in string.ascii_letters[:count])
         return directories + "0" * (length - len(directories))

@@ -1,4 +1,4 @@
-"""The installer as it ships, in valgrind: what it does with memory, and what it leaves open."""
+"""Tests the memory use and the open descriptors of the shipped installer with valgrind."""
 
 import os
 import pathlib
@@ -30,7 +30,8 @@ class UnderValgrind(InstallerTestCase):
         self.add_loader_symbols()
 
     def add_loader_symbols(self):
-        """valgrind does not start without the debugging symbols of the dynamic loader."""
+        """Adds the debugging symbols of the dynamic loader, without which valgrind does not
+        start."""
         loader = next(self.machine.path("/lib64").glob("ld-linux-*"))
         notes = subprocess.run(["readelf", "--notes", loader], check=True, text=True,
                                stdout=subprocess.PIPE).stdout
@@ -61,7 +62,7 @@ class UnderValgrind(InstallerTestCase):
         write_tree(self.machine.install_root, {"Resource0/old/f": b"", "plain": b""})
         self.machine.write_metadata(metadata(clear=True))
         self.machine.write_record({"foreign": 1, "irandom": 7})
-        # To newer versions, a descriptor that is open at the end is an error.
+        # Newer versions of valgrind report an open descriptor at the end as an error.
         self.run_under_valgrind("--error-exitcode=0", "--track-fds=yes", "--log-file=/descriptors")
         report = self.machine.path("/descriptors").read_text()
         opened = re.findall(r"Open (?:file descriptor|\w+ socket) \d+: (.*)\n(.*)", report)

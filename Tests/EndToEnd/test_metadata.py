@@ -1,4 +1,4 @@
-"""The metadata: what is understood, and what is done and not done before a fault in it is met."""
+"""The metadata: accepted values, and the effects of a run before invalid metadata ends the run."""
 
 import unittest
 
@@ -32,7 +32,7 @@ class Faults(InstallerTestCase):
         self.run_until_abort()
         self.assertEqual(self.machine.state(), before)
 
-    def test_what_is_not_an_object_ends_the_run_before_anything_is_written(self):
+    def test_value_other_than_an_object_ends_the_run_before_anything_is_written(self):
         for text in NOT_AN_OBJECT:
             with self.subTest(text):
                 self.assert_nothing_done(text)
@@ -84,7 +84,7 @@ class Faults(InstallerTestCase):
         del expected["foreign"]
         self.assertEqual(self.machine.record(), expected)
 
-    def test_bad_regenerate_leaves_only_the_random_identifier_unsettled(self):
+    def test_bad_regenerate_leaves_only_the_random_identifier_unrecorded(self):
         for value in NOT_A_BOOLEAN:
             with self.subTest(value):
                 self.machine = self.new_machine()
@@ -102,7 +102,7 @@ class Faults(InstallerTestCase):
         self.run_until_abort()
         self.assertEqual(self.machine.record()["irandom"], 12345)
 
-    def test_object_cut_short_serves_up_to_the_cut(self):
+    def test_truncated_object_answers_up_to_the_truncation(self):
         self.machine.write_metadata('{"clear":false,"updateid":5')
         self.run_until_abort()
         self.assert_installed(as_tree(CONTENT))
@@ -154,7 +154,7 @@ class Understood(InstallerTestCase):
         self.assert_update(
             '{"regenerate":false,"n":null,"o":{"clear":1},"updateid":8,"a":[1,],"clear":false}', 8)
 
-    def test_what_follows_the_object_is_not_looked_at(self):
+    def test_text_after_the_object_is_ignored(self):
         self.assert_update(metadata(updateid=9) + "}]junk", 9)
 
     def test_member_names_may_be_escaped(self):

@@ -1,4 +1,4 @@
-"""Whole packages: those that are missing or damaged, and those that other tools made."""
+"""Missing packages, damaged packages, and packages from other tools."""
 
 import os
 import pathlib
@@ -17,8 +17,8 @@ WEB_DIRECTORIES = ("dojo", "dijit", "dojox")
 
 
 class Missing(InstallerTestCase):
-    """Whatever is wrong with the package as a whole, the run installs what it finds in it: nothing.
-    The old resources are gone all the same."""
+    """A package without readable entries: the run installs an empty directory, and deletes the old
+    resources."""
 
     def assert_empty_installation(self):
         write_tree(self.machine.install_root / "Resource0", {"old": b""})
@@ -56,7 +56,7 @@ class Missing(InstallerTestCase):
         self.machine.pack({})
         self.assert_empty_installation()
 
-    def test_archive_cut_before_its_directory(self):
+    def test_archive_truncated_before_its_directory(self):
         self.machine.pack({str(number): os.urandom(500) for number in range(100)})
         whole = self.machine.package.read_bytes()
         for size in (1, 100, len(whole) // 2, whole.index(b"PK\1\2"), len(whole) - 22):
@@ -68,7 +68,8 @@ class Missing(InstallerTestCase):
 
 class Damaged(InstallerTestCase):
     def damage(self, content, *changes, compression=zipfile.ZIP_STORED):
-        """Packs the content and then replaces bytes, each found from its end or its start."""
+        """Packs the content and then replaces bytes, each found from the end or the start of the
+        archive."""
         self.machine.pack(content, compression)
         data = self.machine.package.read_bytes()
         for old, new in changes:
@@ -83,7 +84,8 @@ class Damaged(InstallerTestCase):
         self.assert_record(update=1)
 
     def local_header(self, name, data):
-        """The local header of a stored entry up to its name, and the same with no signature."""
+        """Returns the local header of a stored entry up to its name, and the same header without a
+        signature."""
         with zipfile.ZipFile(self.machine.package) as archive:
             start = archive.getinfo(name).header_offset
         header = data[start:start + 30 + len(name)]
@@ -107,9 +109,9 @@ class Damaged(InstallerTestCase):
         self.machine.package.write_bytes(data[:start] + b"XXXX" + data[start + 4:])
         self.assert_extracted({"a": b"first"})
 
-    def test_deflated_data_that_breaks_off_keeps_the_whole_copies_before(self):
-        # 30,000 good bytes, then a block of a type that does not exist: three reads of 8,192 bytes
-        # succeed, the fourth meets the fault.
+    def test_truncated_deflated_data_keeps_the_reads_before(self):
+        # 30,000 valid bytes precede a block of an invalid type: three reads of 8,192 bytes succeed,
+        # and the fourth read fails.
         text = os.urandom(30_000)
         deflate = zlib.compressobj(wbits=-15)
         broken = deflate.compress(text) + deflate.flush(zlib.Z_FULL_FLUSH) + b"\7" * 16
@@ -155,7 +157,7 @@ class Damaged(InstallerTestCase):
             archive.comment = b"comment " * 8000
         self.assert_extracted(CONTENT)
 
-    def test_no_damage_of_one_byte_makes_a_run_fail_or_speak(self):
+    def test_damage_of_one_byte_never_makes_a_run_fail_or_print(self):
         content = {"d/": None, "d/f": b"text " * 40, "g": b"end"}
         self.machine.pack(content)
         whole = self.machine.package.read_bytes()
@@ -170,7 +172,7 @@ class Damaged(InstallerTestCase):
 
 class Many(InstallerTestCase):
     @large
-    def test_more_entries_than_the_classic_format_can_count(self):
+    def test_more_entries_than_fit_without_zip64(self):
         with zipfile.ZipFile(self.machine.package, "w") as archive:
             for _ in range(66_000):
                 archive.writestr(zipfile.ZipInfo("d/"), b"")
@@ -178,7 +180,7 @@ class Many(InstallerTestCase):
         self.run_installer()
         self.assert_installed({b"d": DIRECTORY, b"d/last": b"1"})
 
-    def test_entry_with_64_bit_sizes(self):
+    def test_entry_with_zip64_sizes(self):
         with zipfile.ZipFile(self.machine.package, "w") as archive:
             with archive.open("f", "w", force_zip64=True) as stream:
                 stream.write(b"data")
@@ -187,7 +189,7 @@ class Many(InstallerTestCase):
 
 
 class Tools(InstallerTestCase):
-    """One tree, packed by different makers, byte for byte."""
+    """One tree, packed by different tools, must give the same bytes."""
 
     TREE = {"index.html": b"<p>", "empty": b"", "no files/": None, "css/a.css": b"p{}" * 9999,
             "css/deep/er/b.css": bytes(range(256)) * 300, "img/ä ö.png": os.urandom(70_000),
@@ -227,7 +229,7 @@ class Tools(InstallerTestCase):
                 archive.write(self.source / name, name)
         self.assert_installed_from("true")
 
-    def test_zip_without_directory_entries_installs_only_what_is_at_its_top(self):
+    def test_zip_without_directory_entries_installs_only_the_files_at_the_top(self):
         subprocess.run(["zip", "-qrD", self.machine.package, "."], cwd=self.source, check=True)
         self.run_installer()
         self.assert_installed({name.encode(): data for name, data in self.TREE.items()

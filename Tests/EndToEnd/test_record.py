@@ -1,4 +1,4 @@
-"""The file that holds the record: found in any state, left in one."""
+"""The states of the record's file before and after a run."""
 
 import datetime
 import os
@@ -34,13 +34,13 @@ class RecordTestCase(InstallerTestCase):
                          [type(value) for value in FOREIGN.values()])
 
     def assert_files(self, *names):
-        """These files, and nothing temporary, are in the preferences directory."""
+        """Expects that the preferences directory has only these files."""
         self.assertEqual(set(os.listdir(self.machine.record_file.parent)),
                          {os.path.basename(RECORD), *names})
 
 
 class File(RecordTestCase):
-    def test_is_XML_and_readable_by_all_whatever_the_umask(self):
+    def test_is_XML_and_readable_by_all_for_every_umask(self):
         for umask in (0o022, 0o077, 0):
             with self.subTest(f"{umask:o}"):
                 self.machine = self.new_machine()
@@ -65,7 +65,7 @@ class File(RecordTestCase):
         self.assertEqual(types, {"tWebResourceInstallPath": str, "iUpdateId": int,
                                  "tFullVersion": str, "irandom": int})
 
-    def test_foreign_values_of_every_type_survive(self):
+    def test_values_of_other_programs_of_every_type_stay(self):
         self.machine.write_record(FOREIGN)
         self.run_installer()
         self.assert_foreign_values_kept()
@@ -73,7 +73,7 @@ class File(RecordTestCase):
         self.assertTrue(self.machine.record_file.read_bytes().startswith(b"<?xml"))
         self.assert_files()
 
-    def test_foreign_values_survive_many_runs(self):
+    def test_values_of_other_programs_stay_after_many_runs(self):
         self.machine.write_record(FOREIGN)
         for _ in range(5):
             self.run_installer()
@@ -87,7 +87,7 @@ class File(RecordTestCase):
 
 @posix_only("CoreFoundation keeps no copy")
 class Corrupt(RecordTestCase):
-    def test_what_cannot_be_parsed_is_set_aside_and_the_record_starts_empty(self):
+    def test_file_that_cannot_be_parsed_is_moved_aside_and_the_record_starts_empty(self):
         xml, binary = (plistlib.dumps(FOREIGN, fmt=form)
                        for form in (plistlib.FMT_XML, plistlib.FMT_BINARY))
         for data in (b"garbage", b"<?xml", xml[:-30], binary, binary[:-5], os.urandom(500),
@@ -105,12 +105,12 @@ class Corrupt(RecordTestCase):
 
 
 class Unusable(RecordTestCase):
-    """When the first registration fails, the new directory stays under its number, nothing is
-    deleted and nothing else is recorded; the status is 0 all the same."""
+    """If the first registration fails, the new directory keeps its numbered name. No file is
+    deleted, no other value is recorded, and the exit status is 0."""
 
     def assert_run_stops_at_the_first_registration(self):
         write_tree(self.machine.install_root / "Resource0", {"old": b""})
-        self.machine.write_metadata(metadata(updateid=None))  # is not asked for
+        self.machine.write_metadata(metadata(updateid=None))  # no query asks for the number
         self.run_installer()
         root = self.machine.install_root
         self.assertEqual(set(os.listdir(root)), {"Resource0", "Resource1"})
@@ -129,7 +129,7 @@ class Unusable(RecordTestCase):
         self.assert_run_stops_at_the_first_registration()
         self.assertEqual(directory.read_bytes(), b"in the way")
 
-    def test_random_identifier_is_not_settled_but_the_run_ends_well(self):
+    def test_random_identifier_is_not_recorded_but_the_run_returns_0(self):
         self.machine.record_file.mkdir(parents=True)
         self.machine.write_metadata(metadata(clear=True, regenerate=True))
         self.run_installer()

@@ -1,4 +1,4 @@
-"""One run after another: installations, updates, what is cleaned up, what is kept."""
+"""Sequences of runs: installations, updates, deleted entries and kept entries."""
 
 import os
 import unittest
@@ -8,16 +8,16 @@ from private_root import DIRECTORY, INSTALL_ROOT, TAKES_LONG_PATHS, tree
 
 OLD = {"old.html": b"<p>old", "img/": None, "img/a.png": b"\x89PNG"}
 INSTALLED = as_tree(CONTENT)
-SENTINEL = 12345  # is never drawn
+SENTINEL = 12345  # an identifier that is never drawn
 
 
 class Installation(InstallerTestCase):
     def have(self, *names):
-        """Old directories of these names under the install root."""
+        """Makes old directories with these names under the install root."""
         for name in names:
             write_tree(self.machine.install_root / name, OLD)
 
-    def test_first_installation_goes_straight_into_Resource0(self):
+    def test_first_installation_uses_Resource0_from_the_start(self):
         self.machine.write_metadata(metadata(updateid=1234))
         self.run_installer()
         self.assert_installed(INSTALLED)
@@ -57,7 +57,7 @@ class Installation(InstallerTestCase):
         self.run_installer()
         self.assert_installed(INSTALLED)
 
-    def test_links_are_removed_and_what_they_point_to_is_untouched(self):
+    def test_links_are_removed_and_their_targets_stay(self):
         outside = self.machine.path("/outside")
         write_tree(outside, OLD)
         self.have("Resource0")
@@ -92,7 +92,7 @@ class Installation(InstallerTestCase):
 
     @unittest.skipUnless(TAKES_LONG_PATHS, "this file system takes no path of 1,024 bytes")
     def test_tree_with_paths_too_long_to_remove_keeps_its_name_and_the_new_one_its_number(self):
-        deep = "/".join(["d" * 100] * 10)  # the tenth level is beyond 1023 bytes
+        deep = "/".join(["d" * 100] * 10)  # the tenth level is beyond 1,023 bytes
         self.have("Resource0/" + deep)
         self.run_installer()
         self.assertEqual(set(os.listdir(self.machine.install_root)), {"Resource0", "Resource1"})
@@ -110,7 +110,8 @@ class Installation(InstallerTestCase):
 
 
 class FailedInstallation(InstallerTestCase):
-    """The new directory cannot be made: only the random identifier is settled, the status is 0."""
+    """The new directory cannot be made. The run records only the random identifier and returns
+    0."""
 
     def assert_only_random_recorded(self):
         self.assertEqual(list(self.machine.record()), ["irandom"])
@@ -128,7 +129,7 @@ class FailedInstallation(InstallerTestCase):
                                  b"in the way")
 
     def test_dangling_link_in_place_of_the_new_directory_leaves_the_others_alone(self):
-        # Nothing readable is there, so the name counts as free, and cannot be made.
+        # No readable entry exists, so the name counts as free, but the directory cannot be made.
         write_tree(self.machine.install_root / "Resource1", OLD)
         (self.machine.install_root / "Resource0").symlink_to("/nowhere")
         before = tree(self.machine.install_root)
@@ -179,19 +180,19 @@ class Clearing(InstallerTestCase):
     FOREIGN = {"foreign": "x", "IRANDOM": 1, "list": [1, {"a": b"b"}]}
 
     def run_without_installation(self):
-        """What a clearing leaves shows best when nothing is recorded after it."""
+        """Without an installation, no other value is recorded after the clearing."""
         self.machine.block_installation()
         self.machine.write_metadata(metadata(clear=True))
         self.run_installer()
 
-    def test_foreign_keys_go_and_the_four_values_stay(self):
+    def test_keys_of_other_programs_go_and_the_four_values_stay(self):
         values = {"tWebResourceInstallPath": "Resource5", "iUpdateId": 7,
                   "tFullVersion": "any text", "irandom": SENTINEL}
         self.machine.write_record({**values, **self.FOREIGN})
         self.run_without_installation()
         self.assertEqual(self.machine.record(), values)
 
-    def test_before_an_installation_only_the_random_identifier_survives_as_it_was(self):
+    def test_before_an_installation_only_the_random_identifier_stays_unchanged(self):
         self.machine.write_record({"iUpdateId": 7, "irandom": SENTINEL, **self.FOREIGN})
         self.machine.write_metadata(metadata(clear=True, updateid=8))
         self.run_installer()
@@ -203,7 +204,7 @@ class Clearing(InstallerTestCase):
         self.run_installer()
         self.assert_record(update=1)
 
-    def test_without_clearing_foreign_keys_stay(self):
+    def test_without_clearing_keys_of_other_programs_stay(self):
         self.machine.write_record(self.FOREIGN)
         self.run_installer()
         record = self.machine.record()
@@ -215,7 +216,7 @@ class Clearing(InstallerTestCase):
         self.run_installer()
         self.assert_record(update=1)
 
-    def test_texts_of_more_than_127_bytes_are_not_carried(self):
+    def test_strings_of_more_than_127_bytes_are_not_restored(self):
         longest = "é" * 63 + "x"
         for text, carried in ((longest, True), (longest + "x", False), ("p" * 200, False)):
             for key in ("tWebResourceInstallPath", "tFullVersion"):
@@ -226,7 +227,7 @@ class Clearing(InstallerTestCase):
                     expected = {key: text} if carried else {}
                     self.assertEqual(self.machine.record(), {"irandom": SENTINEL, **expected})
 
-    def test_numbers_are_carried_but_minus_one_counts_as_absent(self):
+    def test_numbers_are_restored_but_minus_one_counts_as_absent(self):
         for number, carried in ((-1, False), (-2, True), (0, True), (2**31 - 1, True),
                                 (-2**31, True), (2**31, False)):
             with self.subTest(number):
@@ -236,7 +237,7 @@ class Clearing(InstallerTestCase):
                 expected = {"iUpdateId": number} if carried else {}
                 self.assertEqual(self.machine.record(), {"irandom": SENTINEL, **expected})
 
-    def test_values_of_another_type_are_not_carried(self):
+    def test_values_of_another_type_are_not_restored(self):
         self.machine.write_record({"tWebResourceInstallPath": 1, "iUpdateId": "1",
                                    "tFullVersion": [], "irandom": True})
         self.run_without_installation()

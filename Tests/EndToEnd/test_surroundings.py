@@ -1,4 +1,4 @@
-"""Where the bundle is, how it is started and by whom."""
+"""The location of the bundle, and the ways and the user of its start."""
 
 import os
 import pathlib
@@ -8,11 +8,11 @@ from machine import (APPLICATION, CONTENT, EXECUTABLE, EXECUTABLES, FRESH, Insta
                      as_tree, metadata, posix_only, record_path, write_tree)
 from private_root import TAKES_LONG_PATHS, program, tree
 
-LONGEST_DIRECTORY = 1023  # of the Resources directory's path
+LONGEST_DIRECTORY = 1023  # the length of the path of the Resources directory
 
 
 class Start(InstallerTestCase):
-    """The two files are found beside the executable, however it is reached."""
+    """The two files are found beside the executable for every way of starting the executable."""
 
     def setUp(self):
         super().setUp()
@@ -31,7 +31,7 @@ class Start(InstallerTestCase):
         self.machine.add_programs(self.shell)
         self.assert_installs(self.shell, "-c", script)
 
-    def test_path_with_blanks_and_letters_of_any_script(self):
+    def test_path_with_spaces_and_letters_of_any_script(self):
         self.move_bundle("/Volumes/Mein Gerät 2/日本 *.app")
         self.assert_installs(f"/Volumes/Mein Gerät 2/日本 *.app/{EXECUTABLE}")
 
@@ -73,7 +73,7 @@ class Start(InstallerTestCase):
         self.assert_installs()
 
     @posix_only("CoreFoundation knows one directory of executables")
-    def test_any_one_directory_below_Contents(self):
+    def test_executable_in_any_directory_of_Contents(self):
         contents = self.machine.path(APPLICATION) / "Contents"
         (contents / EXECUTABLES).rename(contents / "Helpers")
         self.assert_installs(f"{APPLICATION}/Contents/Helpers/WebResourceInstaller")
@@ -148,13 +148,13 @@ class Start(InstallerTestCase):
 @unittest.skipIf("PRIVATE_ROOT_SHARE" in os.environ,
                  "a coverage build writes its counts to files, which the limit cuts, too")
 class FileSizeLimit(InstallerTestCase):
-    """A limit is one more failed write: it is passed over, and does not end the run."""
+    """A limit is one more failed write, which is ignored and does not end the run."""
 
     def run_limited(self, size):
         self.machine.add_programs(program("prlimit"))
         self.run_installer(program("prlimit"), f"--fsize={size}", f"{APPLICATION}/{EXECUTABLE}")
 
-    def test_larger_file_is_cut_and_the_rest_goes_on(self):
+    def test_larger_file_is_truncated_and_the_rest_is_extracted(self):
         noise = os.urandom(300_000)
         self.machine.pack({"big": noise, "small": b"2"})
         self.run_limited(100_000)
@@ -172,11 +172,12 @@ class FileSizeLimit(InstallerTestCase):
 
 
 class WithoutPrivileges(InstallerTestCase):
-    """The run needs rights to write; without them it ends well and changes nothing."""
+    """Without permission to write, the run succeeds and changes nothing."""
 
     def run_without_privileges(self):
-        """As another user when root runs the tests. An ordinary user owns every file of the
-        machine, so there what counts is the lost capabilities and that owners may not write."""
+        """Runs as another user if root runs the tests. An ordinary user owns every file of the
+        machine: then the missing capabilities and the missing write permission of the owner
+        matter."""
         setpriv = program("setpriv")
         self.machine.add_programs(setpriv)
         user = ["--reuid=65534", "--regid=65534", "--clear-groups"] if os.getuid() == 0 else []
