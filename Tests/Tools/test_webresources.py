@@ -132,13 +132,9 @@ class InstallTest(Case):
                      'share/zsh/site-functions/_webresources'):
             self.assertGreater((PREFIX / path).stat().st_size, 0, path)
 
-    def test_manual_knows_every_option(self):
-        manual = (PREFIX / 'share/man/man1/webresources.1').read_text().replace('\\-', '-')
+    def test_help_of_every_command_has_an_example(self):
         for command in COMMANDS:
-            help_text = run(command, '--help').stdout
-            self.assertIn('Example: webresources ' + command, help_text)
-            for option in re.findall(r'--[a-z-]+', help_text):
-                self.assertIn(option, manual)
+            self.assertIn('Example: webresources ' + command, run(command, '--help').stdout)
 
     def completed(self, *words):
         """What bash offers for the last of the words."""
