@@ -1,5 +1,5 @@
-"""The changes that script/campaign mutate tries on C++ that is formatted as .clang-format says: binary
-operators stand between blanks, and nothing else does."""
+"""Finds the places where script/campaign mutate changes the code. Requires C++ that is formatted by
+.clang-format, where only binary operators stand between spaces."""
 
 import collections
 import hashlib
@@ -48,7 +48,7 @@ def token_changes(source):
 def condition_changes(source, code):
     for match in re.finditer(r"\b(if|while|for) (?=\()", code):
         end, depth = match.end(), 0
-        semicolons = [end]  # and the parenthesis, after which the parts of the head begin
+        semicolons = [end]  # the parts of the head begin after the parenthesis and each semicolon
         while end == match.end() or depth > 0:
             depth += {"(": 1, ")": -1}.get(code[end], 0)
             semicolons += [end] if code[end] == ";" else []
@@ -58,14 +58,14 @@ def condition_changes(source, code):
         elif len(semicolons) == 3:
             begin, end = semicolons[1] + 1, semicolons[2]
         else:
-            continue  # over a range
+            continue  # a loop over a range has no condition
         for text in ("!(" + source[begin:end].strip() + ")", "false", "true"):
-            if text != "true" or match.group(1) == "if":  # or it would never end
+            if text != "true" or match.group(1) == "if":  # "true" makes a loop endless
                 yield "condition", begin, end, " " + text
 
 
 def flag_changes(code):
-    """Each of the flags in `A | B` left out."""
+    """Yields one change for each flag in `A | B`: the flag is left out."""
     for match in FLAGS.finditer(code):
         flags = list(re.finditer(FLAG, match.group()))
         for i, flag in enumerate(flags):
@@ -75,8 +75,8 @@ def flag_changes(code):
 
 
 def statement_changes(source, code):
-    """Statements left out, and calls that follow each other the other way round."""
-    before = None  # the end of the call before, where there was one
+    """Yields the changes that leave out a statement or swap two adjacent calls."""
+    before = None  # the begin and end of the previous statement, if it is a call
     for match in STATEMENT.finditer(code):
         begin, end = match.span(1)
         if LEFT_ALONE.match(match.group(1)):
@@ -90,8 +90,8 @@ def statement_changes(source, code):
 
 
 def changes(source):
-    """All changes of a source: kind, begin, end, and the text to be put there. In the code, that
-    source without comments and texts, nothing else can look like code."""
+    """Yields all changes of a source: kind, begin, end, replacement. Blanks comments and string
+    literals first, because they may look like code."""
     blank = {"skip": " ", "text": "_", "char": "_"}
     code = TOKEN.sub(lambda token: re.sub(r"[^\n]", blank[token.lastgroup], token.group())
                      if token.lastgroup in blank else token.group(), source)
@@ -109,14 +109,14 @@ def described(file, source, kind, begin, end, text):
 
 
 def drawn(base, files):
-    """All changes, one of each class (a header and its source) and kind after the other."""
+    """Yields all changes in turn: one of each class (a header and its source) and each kind."""
     groups = collections.defaultdict(list)
     for file in files:
         source = (base / file).read_text()
         for change in changes(source):
             groups[pathlib.Path(file).stem, change[0]].append(described(file, source, *change))
     for group in groups.values():
-        group.sort(key=lambda change: change["id"])  # by chance, and the same in every run
+        group.sort(key=lambda change: change["id"])  # random, but the same in every run
     while groups:
         for name in list(groups):
             yield groups[name].pop()

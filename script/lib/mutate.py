@@ -1,20 +1,19 @@
 #!/usr/bin/env python3
-"""Asks whether the tests notice: changes the code in one place at a time, and prints each change
-that all of them let pass.
+"""Measures whether the tests notice bugs: changes the code in one place at a time, and prints each
+change that no test notices.
 
     campaign mutate [--count N] [--jobs N] [--again | --sanitized] [FILE...]
 
-Changes are drawn evenly from the classes and from the kinds of change until N (default 850) count:
-one that does not compile, or that leaves the machine code as it is, does not. Each is tried on a
-copy of the whole file system that is thrown away, where it can do no harm; that needs root. Tests
-that are near the file, or have caught changes of it, run first. One that takes ten times as long as
-it should has failed: in processor time, so that a busy machine does not count as noticing. Slow and
-distant tests do not run, nor those that a changed header would be compiled into. What came out is
-kept in build/mutation/results.jsonl, where the next run goes on:
-only changes of files that have changed since are tried again.
+Draws changes evenly from the classes and kinds of change, until N (default 850) of them count. A
+change does not count if the code does not compile, or compiles to the same machine code. Each change
+is tried in a chroot on a temporary copy of the whole file system, which needs root. The tests near
+the changed file run first, then those that noticed earlier changes of the file. A test that takes
+more than ten times its usual processor time has failed. Slow and distant tests do not run, and for
+a changed header only the tests of the installed programs. The results are in
+build/mutation/results.jsonl. The next run tries only changes of files that differ since then.
 
---again: only those that have passed are tried, on all tests as they are now.
---sanitized: the same under the sanitizers, as script/test runs them.
+--again: tries only the changes that passed, with all tests.
+--sanitized: the same, under the sanitizers.
 """
 
 import argparse
@@ -35,24 +34,24 @@ import changes
 TOP = pathlib.Path(__file__).resolve().parents[2]
 WORK = TOP / "build/mutation"
 RESULTS = WORK / "results.jsonl"
-BASE = WORK / "base"  # a copy of the sources, so that these can go on changing
+BASE = WORK / "base"  # a copy of the sources, which may change during a run
 SANITIZED = "--sanitized" in sys.argv
 AGAIN = SANITIZED or "--again" in sys.argv
 BUILD = BASE / ("build-sanitized" if SANITIZED else "build")
 FLAGS = "-O1 -fsanitize=address,undefined -fno-sanitize-recover=all" if SANITIZED else "-O2"
-MEMORY = [] if SANITIZED else [f"--as={8 << 30}"]  # sanitizers reserve far more
+MEMORY = [] if SANITIZED else [f"--as={8 << 30}"]  # the sanitizers reserve more
 SOURCES = ("Source/*.cpp Include/*.h Common/*.cpp Common/*.h Platform/*.cpp Platform/*.h "
            "Tools/webresources/*.cpp Tools/webresources/*.h").split()
 NEAR = {"Common": ("Common", "EndToEnd"), "Include": ("Source", "EndToEnd"),  # below Tests/
         "Platform": ("Platform", "Doubles", "EndToEnd"), "Source": ("Source", "EndToEnd"),
         "Tools": ("Tools",)}
 SLOW = ("Darwin.", "EndToEnd.Large", "EndToEnd.Memcheck")
-OTHERS = ("EndToEnd.Hardening", "MacFacts", "PackageMacOS", "Scripts")  # of no source in SOURCES
-INSTALLING = ("InstallTest", "PlanTest")  # of what is below these in Tools/, first:
+OTHERS = ("EndToEnd.Hardening", "MacFacts", "PackageMacOS", "Scripts")  # they test no source in SOURCES
+INSTALLING = ("InstallTest", "PlanTest")  # slow; they run only for the sources of INSTALLERS
 INSTALLERS = ("Tools/webresources/commands/", "Tools/webresources/machine/")
-WITHOUT_TOOLS = ("Darwin.", "EndToEnd.", "Oracles")  # run the installer alone
-LONGEST = 300  # seconds of one step
-TOGETHER = 8  # changes that have passed
+WITHOUT_TOOLS = ("Darwin.", "EndToEnd.", "Oracles")  # tests of the installer alone
+LONGEST = 300  # seconds for one build or test
+TOGETHER = 8  # changes in one trial with --again
 
 # Tests --------------------------------------------------------------------------------------------
 
@@ -61,7 +60,7 @@ def run(*command, **options):
 
 
 def programs(name, command):
-    """What has to be built for a test."""
+    """Returns the targets that a test needs."""
     built = [os.path.relpath(each, BUILD) for each in command if each.startswith(f"{BUILD}/")]
     if built:
         return built
@@ -69,7 +68,7 @@ def programs(name, command):
 
 
 def tests():
-    """The tests by their names."""
+    """Returns the tests by name."""
     found = {}
     for test in json.loads(run("ctest", "--show-only=json-v1", cwd=BUILD))["tests"]:
         properties = {each["name"]: each["value"] for each in test["properties"]}
@@ -87,15 +86,15 @@ def tests():
 
 @functools.cache
 def built(*targets):
-    """Whether the targets can be built, and whether there was anything to do."""
+    """Builds the targets. Returns whether this succeeded, and whether anything was out of date."""
     result = subprocess.run(["ninja", *targets], cwd=BUILD, stdout=subprocess.PIPE, check=False,
                             timeout=LONGEST)
     return result.returncode == 0, b"no work to do" not in result.stdout
 
 
 def status(test, limit):
-    """The exit status of a test, 0 if it passes. Each of its processes may use so many seconds of a
-    processor, and all of it three times as many of the clock. Text if there is no status."""
+    """Returns the exit status of a test, or a text if there is none. Each process of the test may use
+    `limit` seconds of processor time; the whole test may take three times `limit`."""
     environment = dict(os.environ, GTEST_FAIL_FAST="1")
     environment.update(each.split("=", 1) for each in test["environment"])
     try:
@@ -119,7 +118,7 @@ SANDBOX = """set -e
 mount -t tmpfs -o size=3g none "$1"
 mkdir "$1/upper" "$1/work" "$1/root"
 mount -t overlay -o "lowerdir=/,upperdir=$1/upper,workdir=$1/work" none "$1/root"
-mount -t tmpfs -o mode=755 none "$1/root/dev"  # not the real one: a changed program may delete in it
+mount -t tmpfs -o mode=755 none "$1/root/dev"  # a copy: a changed program may delete devices
 cp -a /dev/null /dev/zero /dev/full /dev/random /dev/urandom /dev/tty "$1/root/dev"
 mkdir -m 1777 "$1/root/dev/shm"
 mkdir "$1/root/dev/pts"
@@ -133,17 +132,17 @@ exec chroot "$root" "$@" --inside"""
 
 
 def in_sandbox(job):
-    """The result of inside() for a job, there."""
+    """Runs inside() for a job in the sandbox and returns the result."""
     (WORK / "root").mkdir(exist_ok=True)
     return json.loads(run(
         *NAMESPACE, "sh", "-c", SANDBOX, "sh", WORK / "root", sys.executable, "-B", __file__,
         *sys.argv[1:], input=json.dumps(job),
-        env={**os.environ, "CCACHE_DISABLE": "1"},  # nothing is compiled twice there
+        env={**os.environ, "CCACHE_DISABLE": "1"},  # no change is compiled twice
         stderr=subprocess.DEVNULL))
 
 
 def duration(test):
-    """How many seconds a test takes; None when it fails."""
+    """Returns the seconds that a test takes, or None if the test fails."""
     start = time.time()
     return time.time() - start if status(test, LONGEST) == 0 else None
 
@@ -155,13 +154,14 @@ def make(change):
 
 
 def inside(job):
-    """Makes changes and says what came of them; of none, how long each test takes."""
+    """Makes the changes of a job, runs the tests and returns the outcome. Without changes, returns the
+    duration of each test."""
     if not job["changes"]:
         return {name: duration(test) for name, test in job["tests"].items()}
     objects = [BUILD / each for each in job["objects"]]
     before = [each.read_bytes() for each in objects]
     for change in sorted(job["changes"], key=lambda change: -change["place"][0]):
-        make(change)  # the last of a file first: so the places of the others stay
+        make(change)  # from the end of a file, so that earlier places stay
     if not built(*job["objects"])[0]:
         return {"outcome": "does not compile"}
     if not SANITIZED and [each.read_bytes() for each in objects] == before:
@@ -177,10 +177,10 @@ def inside(job):
 # The whole ----------------------------------------------------------------------------------------
 
 def set_up():
-    """Copies the sources, and builds them as they are."""
+    """Copies the sources and builds them unchanged."""
     for name in run("git", "ls-files", cwd=TOP).splitlines():
         source, copy = TOP / name, BASE / name
-        if not copy.exists() or copy.read_bytes() != source.read_bytes():  # or it is built again
+        if not copy.exists() or copy.read_bytes() != source.read_bytes():  # keeps the time of equal files
             copy.parent.mkdir(parents=True, exist_ok=True)
             shutil.copy(source, copy)
     run("cmake", "-S", BASE, "-B", BUILD, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
@@ -189,7 +189,7 @@ def set_up():
 
 
 def objects_of_files():
-    """The shipped objects that each file is compiled into."""
+    """Returns, for each source file, the object files of the product that include it."""
     found, current = collections.defaultdict(list), None
     for line in run("ninja", "-t", "deps", cwd=BUILD).splitlines():
         if not line.startswith(" "):
@@ -204,7 +204,7 @@ def near_of(file):
 
 
 class Trial:
-    """Tries changes on all the tests, those first that are likely to notice."""
+    """Tries changes, with the tests in the order in which they are likely to notice."""
 
     def __init__(self, files):
         near = {each for file in files for each in near_of(file)}
@@ -215,10 +215,10 @@ class Trial:
         failed = [name for name, seconds in self.seconds.items() if seconds is None]
         if failed:
             raise SystemExit(f"These fail without a change: {failed}")
-        self.caught = collections.Counter()  # by file and test
+        self.caught = collections.Counter()  # noticed changes by file and test
 
     def __call__(self, *made):
-        """What came of changes, made together."""
+        """Makes all the given changes together and returns their common outcome."""
         start, file = time.time(), made[0]["file"]
         near, compiles = near_of(file), file.endswith(".cpp")
         distant = () if file.startswith(INSTALLERS) else INSTALLING
@@ -236,7 +236,8 @@ class Trial:
         return [{**change, **outcome, "seconds": seconds} for change in made]
 
     def settle(self, *made):
-        """The same of each change. Most pass, so they are made together until a test notices."""
+        """Returns the outcome of each change. Makes the changes together, and halves the group if a test
+        notices: most changes pass."""
         found = self(*made)
         if found[0]["outcome"] == "passed" or len(made) == 1:
             return found
@@ -250,7 +251,7 @@ def overlap(one, other):
 
 
 def groups(left, size):
-    """Changes to be tried together: none overlaps another."""
+    """Yields groups of changes that do not overlap."""
     left = list(left)
     while left:
         group = []
@@ -262,7 +263,7 @@ def groups(left, size):
 
 
 def results(arguments, files, trial):
-    """What came of each change, those that were tried before first."""
+    """Yields the outcome of each change; for those of an earlier run, without a trial."""
     left = changes.drawn(BASE, [file for file in files if file in trial.objects])
     known = {}
     if RESULTS.exists():
@@ -322,7 +323,7 @@ def main():
 
 if __name__ == "__main__":
     if sys.argv[-1] == "--inside":
-        for each in signal.SIGINT, signal.SIGHUP:  # a background job ignores these: tests would too
+        for each in signal.SIGINT, signal.SIGHUP:  # a background job ignores these
             signal.signal(each, signal.SIG_DFL)
         print(json.dumps(inside(json.load(sys.stdin))))
     else:
