@@ -48,7 +48,7 @@ class Package(ShippingTestCase):
             f"{documents}/changelog.gz", f"{documents}/copyright",
             f"{documents}/THIRD-PARTY-NOTICES.md", f"{documents}/bill-of-materials.cdx.json",
             f"{documents}/third-party/cli11.txt", f"{documents}/third-party/nlohmann-json3.txt",
-            f"{documents}/third-party/linux.txt",
+            f"{documents}/third-party/linux.txt", f"{documents}/third-party/pugixml.txt",
             f"{documents}/third-party/{compiler_package()}.txt"})
 
     def test_version_is_that_of_the_project(self):
