@@ -2,7 +2,8 @@
 
 A block ```console in one of SESSIONS is a part of a session: each line after "$ " is a command, and
 the lines below it are its output. The commands of a document run in one shell, in a chroot that has
-the files of the Debian package. REWRITE=1 writes the real output into the documents.
+the files of the Debian package. A comment that begins with a line "<!-- setup" has commands that
+readers do not see. REWRITE=1 writes the real output into the documents.
 """
 
 import difflib
@@ -216,9 +217,11 @@ class Numbers(unittest.TestCase):
 @needs_the_command
 @unittest.skipUnless(os.environ["BACKEND"] == "posix", "the record is a file of this back end")
 class Sessions(unittest.TestCase):
-    SESSIONS = ["Documentation/webresources.md", "Documentation/json.md"]
-    PROGRAMS = ["bash", "cp", "mkdir", "rm"]
-    BLOCK = re.compile(r"(?<=^```console\n).*?(?=^```$)", re.MULTILINE | re.DOTALL)
+    SESSIONS = ["Documentation/webresources.md", "Documentation/json.md",
+                "Documentation/troubleshooting.md"]
+    PROGRAMS = ["bash", "chmod", "cp", "false", "flock", "ln", "ls", "mkdir", "rm"]
+    BLOCK = re.compile(r"(?:(?<=^```console\n)|(?<=^<!-- setup\n)).*?(?=^```$|^-->$)",
+                       re.MULTILINE | re.DOTALL)
     VARYING = re.compile(r"[0-9a-f]{64}|\d{4}-\d\d-\d\dT[\d:]+Z|(?<=packed into )\d+|(?<=bytes: )\d+"
                          r'|\d+(?= free)|(?<="packedBytes": )\d+|(?<="bytesNeeded": )\d+'
                          r'|(?<="bytesFree": )\d+|(?<="random": )\d+')
