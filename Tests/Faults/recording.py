@@ -21,8 +21,8 @@ UMASK = 0o022
 HARMLESS = set("""
     access arch_prctl brk chdir chroot clock_nanosleep clone clone3 connect execve exit exit_group
     faccessat faccessat2 fgetxattr flock fstat fstatfs futex getcwd getdents64 getegid geteuid
-    getgid getpid getppid getrandom gettid getuid ioctl lstat madvise mprotect mremap munmap
-    newfstatat poll pread64 prlimit64 read readlink readlinkat rseq rt_sigaction rt_sigprocmask
+    getgid getpid getppid getrandom gettid getuid ioctl kill lstat madvise mprotect mremap munmap
+    newfstatat poll pread64 prlimit64 ptrace read readlink readlinkat rseq rt_sigaction rt_sigprocmask
     rt_sigreturn sched_getaffinity sendto set_robust_list set_tid_address sigaltstack socket stat
     statfs statx sysinfo uname vfork wait4 waitid
     """.split())

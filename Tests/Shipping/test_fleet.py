@@ -376,6 +376,20 @@ class Munki(FleetTestCase):
         self.change_record(irandom="text")
         self.assert_installcheck(self.NEEDED)
 
+    def test_not_needed_and_logged_where_the_receipt_cannot_be_read(self):
+        """No package could change that: the check would ask for one at each run."""
+        self.install(SAMPLE_SITE, 7)
+        logger = self.machine / "bin/logger"
+        logger.write_text("#!/bin/sh\necho \"$*\" >/logged\n")
+        logger.chmod(0o755)
+        receipt = self.machine / os.path.dirname(INSTALL_ROOT) / "WebResources.receipt.json"
+        receipt.unlink()
+        receipt.mkdir()
+        self.assert_installcheck(self.UP_TO_DATE)
+        logged = (self.machine / "logged").read_text()
+        self.assertIn("not installed: ", logged)
+        self.assertIn("it is not a regular file", logged)
+
     def test_needed_where_a_file_is_damaged(self):
         self.install(SAMPLE_SITE, 7)
         (self.machine / INSTALL_ROOT / "Resource0/style/site.css").write_text("body {}")

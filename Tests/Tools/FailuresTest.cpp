@@ -174,7 +174,7 @@ TEST_F(FailuresTest, MissingDirectoryHasAnEmptyTree) {
 }
 
 TEST_F(FailuresTest, VolumeWithoutAnswerHasNoKnownSpace) {
-  EXPECT_NE(Complaint([&] { FreeBytesAt(directory_ / "none"); }), "");
+  EXPECT_NE(Complaint([&] { FreeSpaceAt(directory_ / "none"); }), "");
 }
 
 TEST_F(FailuresTest, FileThatCannotBeReadToItsEndIsTold) {
@@ -533,7 +533,7 @@ class StepTest : public FailuresTest {
   std::string Run() {
     const Descriptor lock(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
     const ScopedUmask mask(022);
-    return RunInstaller(step_, *lock).value_or("");
+    return RunInstaller(step_, *lock, 0).value_or("");
   }
 
   const std::string step_ = directory_ / "step";

@@ -112,6 +112,7 @@ recordAfter {"installPath":"Resource0",
 freshDirectory "Resource2"
 bytesNeeded 36864
 N free
+needsRoot false
 leftovers [{"name":"Resource1"}]
 changes [{"change":"changed",
   "path":"d/f",
@@ -153,6 +154,7 @@ recordAfter {"installPath":"Resource0",
 freshDirectory "Resource1"
 bytesNeeded 40960
 N free
+needsRoot false
 leftovers []
 changes []
 files {"added":0,
@@ -188,6 +190,7 @@ recordAfter {"installPath":"Resource0",
 freshDirectory "Resource2"
 bytesNeeded 36864
 N free
+needsRoot false
 leftovers []
 changes []
 files {"added":0,

@@ -482,6 +482,34 @@ TEST_F(VerifyTest, InstallCheckTellsABundleThatCannotBeReadFromAHost) {
   EXPECT_NE(report.summary.back().find("nowhere"), std::string::npos);
 }
 
+TEST_F(VerifyTest, InstallCheckTellsAHostThatCannotBeReadFromABundle) {
+  fs::create_directories(ReceiptPath(options_.hostRoot));
+  EXPECT_EQ(InstallCheck(options_).status, 3);
+  fs::remove(ReceiptPath(options_.hostRoot));
+  EXPECT_EQ(InstallCheck(options_).status, 1);
+  fs::remove(RecordPath());
+  fs::create_directories(RecordPath());
+  EXPECT_EQ(InstallCheck(options_).status, 3);
+}
+
+TEST_F(VerifyTest, PlanSaysWhenRootIsNeeded) {
+  WriteFile(installed_ + "g", "changed");
+  PlanOptions options;
+  options.hostRoot = options_.hostRoot;
+  options.bundle = *options_.bundle;
+  record_.Flush();
+  const FailingCall counted("access", EACCES, INT_MAX);
+  const Report report = Plan(options);
+  EXPECT_EQ(report.details["needsRoot"], false);
+  const int last = counted.Count();
+  for (const int call : {last - 1, last}) {
+    const FailingCall denied("access", EACCES, call, call);
+    EXPECT_EQ(Plan(options).details["needsRoot"], true);
+  }
+  const FailingCall full("access", EROFS, last);
+  EXPECT_EQ(Plan(options).details["needsRoot"], false);
+}
+
 TEST_F(VerifyTest, InstallCheckCountsTheReceiptsFindings) {
   WriteFile(ReceiptPath(options_.hostRoot), "{}");
   const Report report = InstallCheck(options_);
@@ -503,7 +531,7 @@ TEST_F(VerifyTest, PlanReadsTheContentOfInstalledFiles) {
 
 TEST_F(VerifyTest, RootsReserveIsNotFree) {
   const FailingCall fault("statvfs", FailingCall::kShort);
-  EXPECT_EQ(FreeBytesAt(directory_ / ""), 0U);
+  EXPECT_EQ(FreeSpaceAt(directory_ / "").bytes, 0U);
 }
 
 // Without a bundle, and before an installation

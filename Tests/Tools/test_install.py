@@ -10,6 +10,7 @@ import os
 import pathlib
 import plistlib
 import pty
+import select
 import shlex
 import shutil
 import signal
@@ -17,6 +18,7 @@ import socket
 import struct
 import subprocess
 import tempfile
+import threading
 import time
 import unittest
 import zipfile
@@ -450,13 +452,46 @@ class Install(Case):
         receipt = self.machine.path(RECEIPT).read_bytes()
         step = self.machine.bundle / EXECUTABLE
         write_bundle(self.machine.bundle, update=8)
-        step.write_bytes(b"\x7fELF")
+        step.write_text("#!/interpreter\n")
+        self.machine.path("/interpreter").touch(0o644)
         told = self.machine.install()
         self.assertEqual(told.status, 2)
-        self.assertIn("for another processor", told.document["error"]["reason"])
+        self.assertIn("Permission denied", told.document["error"]["reason"])
         self.assertEqual(self.machine.path(RECEIPT).read_bytes(), receipt)
         self.assertEqual(self.machine.verify(bundle=None).status, 0)
         self.assertEqual(self.leftovers(), [])
+
+    def assert_refused_as_foreign(self):
+        for name in ("plan", "install"):
+            told = self.machine.tell(name, "/X.app")
+            self.assertEqual((told.status, told.ids), (1, ["program-unusable"]), name)
+            self.assertIn("for another processor", told.document["findings"][0]["reason"])
+
+    def test_program_for_another_processor_is_refused_before_anything_is_made(self):
+        step = self.machine.bundle / EXECUTABLE
+        shipped = step.read_bytes()
+        no_processor = 0x1234
+        for foreign in (shipped[:18] + struct.pack("<H", no_processor) + shipped[20:],
+                        b"\xcf\xfa\xed\xfe" + bytes(1000), b"#!/no/interpreter\n"):
+            step.write_bytes(foreign)
+            self.assert_refused_as_foreign()
+            self.assertFalse(self.machine.path("/Library").exists())
+            self.assertEqual(self.machine.tell("check", "/X.app").status, 0)
+            self.assertEqual(self.machine.tell("plan", "/X.app", "--root", "/tmp").status, 0)
+        step.write_bytes(shipped)
+        self.machine.install()
+        write_bundle(self.machine.bundle, update=8)
+        step.write_bytes(b"\x7fELF")
+        before = self.machine.path(BESIDE).stat().st_mtime_ns
+        self.assert_refused_as_foreign()
+        self.assertEqual(self.machine.path(BESIDE).stat().st_mtime_ns, before)  # without a copy
+
+    def test_trial_start_does_not_run_the_installer(self):
+        self.write_step("echo >/ran; exit 3")
+        self.assertEqual(self.machine.tell("plan", "/X.app").status, 0)
+        self.assertFalse(self.machine.path("/ran").exists())
+        self.assertEqual(self.machine.install().status, 1)
+        self.assertTrue(self.machine.path("/ran").exists())
 
     def test_program_that_is_missing_or_not_executable_is_an_error_of_the_bundle(self):
         step = self.machine.bundle / EXECUTABLE
@@ -494,15 +529,18 @@ class Install(Case):
         self.assertIn("noexec", finding["reason"])
         self.assertEqual(result.returncode, 1)
 
-    def on_a_volume(self, size, *arguments):
-        """What a command tells whose /Library is an empty volume of so many bytes."""
-        mount = self.machine.path("/Library")
+    def on_a_volume(self, options, *arguments, at="/Library", prepare="true", **streams):
+        """What a command tells when an empty volume with these options is mounted at `at`. The
+        shell runs `prepare` in the volume before."""
+        mount = self.machine.path(at)
         mount.mkdir(exist_ok=True)
+        if isinstance(options, int):
+            options = f"size={options}"
         result = subprocess.run(
             ["unshare", *([] if os.geteuid() == 0 else ["--map-root-user"]), "--mount", "sh", "-c",
-             f'mount -t tmpfs -o size={size} tmpfs "$0" && shift 0 && exec "$@"', str(mount),
-             *self.machine.command(*arguments, "--json")],
-            capture_output=True, text=True, check=False)
+             f'mount -t tmpfs -o {options} tmpfs "$0" && (cd "$0" && {prepare}) && exec "$@"',
+             str(mount), *self.machine.command(*arguments, "--json")],
+            **(streams or {"capture_output": True}), text=True, check=False)
         document = json.loads(result.stdout)
         return Told(result.returncode, [finding["id"] for finding in document["findings"]],
                     document)
@@ -520,6 +558,74 @@ class Install(Case):
         self.assertEqual((told.document["bytesFree"], told.document["outcome"]),
                          (needed, "install"))
         self.assertEqual(self.on_a_volume(needed - page, "plan", "/X.app").ids, ["no-space"])
+
+    LOCK = (f'umask 022; mkdir -p ".{BESIDE.removeprefix("/Library")}" && umask 077 && '
+            f'touch ".{BESIDE.removeprefix("/Library")}/.WebResources.lock"')
+
+    def test_volume_without_room_for_the_copy_is_refused_before_the_copy(self):
+        """The lock is there already. A copy would fail: status 2."""
+        page = os.sysconf("SC_PAGESIZE")
+        write_bundle(self.machine.bundle, {"large": os.urandom(1 << 20)})
+        needed = self.machine.tell("plan", "/X.app").document["bytesNeeded"]
+        self.assertGreater(needed, 2 << 20)  # the content and the copy
+        for size in (1 << 19, needed - page):
+            told = self.on_a_volume(size, "install", "/X.app", prepare=self.LOCK)
+            self.assertEqual((told.status, told.ids), (1, ["no-space"]))
+        told = self.on_a_volume(needed + (1 << 20), "install", "/X.app", prepare=self.LOCK)
+        self.assertEqual((told.status, told.ids), (0, []))
+
+    def test_volume_with_too_few_inodes_is_refused(self):
+        write_bundle(self.machine.bundle, {str(number): b"" for number in range(30)})
+        for name, prepare in (("plan", "true"), ("install", "true"), ("install", self.LOCK)):
+            told = self.on_a_volume("nr_inodes=40", name, "/X.app", prepare=prepare)
+            self.assertEqual((told.status, told.ids), (1, ["no-space"]))
+            self.assertIn("inodes", told.document["findings"][0]["reason"])
+        self.assertEqual(self.on_a_volume("nr_inodes=80", "install", "/X.app").status, 0)
+
+    def test_trial_extraction_with_exactly_enough_room(self):
+        page = os.sysconf("SC_PAGESIZE")
+        write_bundle(self.machine.bundle, {"large": b"x" * 2 * page})
+        for options, status in ((2 * page, 0), (page, 2), ("nr_inodes=4", 0), ("nr_inodes=1", 2)):
+            told = self.on_a_volume(options, "check", "--prove", "/X.app", at="/tmp")
+            self.assertEqual(told.status, status, options)
+
+    def test_trial_extraction_without_inodes_for_the_content_is_told(self):
+        write_bundle(self.machine.bundle, {str(number): b"" for number in range(30)})
+        told = self.on_a_volume("nr_inodes=20", "check", "--prove", "/X.app", at="/tmp")
+        self.assertEqual((told.status, told.document["error"]["operation"]), (2, "extract to"))
+        self.assertIn("files and directories", told.document["error"]["reason"])
+
+    def test_volume_that_takes_no_file_is_told(self):
+        site = self.machine.path("/site")
+        site.mkdir()
+        (site / "index.html").write_text("x")
+        pack = ("pack", "/site", "--update-id", "7", "--create", "--output", "/Library")
+        for options, command, reason in (("nr_inodes=1", pack, "No space left on device"),
+                                         ("ro", pack, "Read-only file system"),
+                                         ("ro", ("install", "/X.app"), "Read-only file system")):
+            told = self.on_a_volume(options, *command)
+            self.assertEqual((told.status, told.document["error"]["reason"]), (2, reason), command)
+
+    def test_progress_of_the_installer_is_shown_on_a_terminal(self):
+        """The bar follows the free space of the volume."""
+        write_bundle(self.machine.bundle, {"large": b"x" * 400000})
+        self.write_step("""text=0123456789
+            for i in 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15; do text=$text$text; done
+            read -r line </go; echo $text >/Library/new; read -r line </go""")
+        os.mkfifo(self.machine.path("/go"))
+        master, terminal = pty.openpty()
+        self.addCleanup(os.close, master)
+        self.addCleanup(os.close, terminal)
+        process = threading.Thread(target=lambda: self.on_a_volume(
+            "size=90%", "install", "/X.app", stdout=subprocess.PIPE, stderr=terminal))
+        process.start()
+        shown = b""
+        self.machine.path("/go").write_text("\n")  # waits for the reader
+        while b"] installing" not in shown and select.select([master], [], [], 60)[0]:
+            shown += os.read(master, 10000)
+        self.assertIn(b"] installing", shown)
+        self.machine.path("/go").write_text("\n")
+        process.join()
 
 
 class Receipt(Case):
@@ -1118,6 +1224,51 @@ class Uninstall(Case):
                 self.uninstall("--wait", "0", status=2)
             self.assertRegex(log.recv(1000).decode(), r"^<11>.*: uninstall: update 7 -> 7: failed: "
                              "cannot lock .*: another installation is running$")
+            for words, status in ((("install", "/none"), 2), (("install", "/tmp"), 64),
+                                  (("uninstall", "--root", "/none"), 2)):
+                result = subprocess.run(self.machine.command(*words), capture_output=True,
+                                        check=False)
+                self.assertEqual(result.returncode, status)
+                self.assertRegex(log.recv(1000).decode(), rf"^<11>.*: {words[0]}: "
+                                 "update (7 -> 7|none -> none): failed: cannot (read /none|use /tmp)")
+
+
+class AnotherRoot(Case):
+    """--root: a host whose links lead out of its root would be mistaken for another one."""
+
+    def setUp(self):
+        super().setUp()
+        self.machine.install()
+        self.other = self.machine.path("/other")
+        shutil.copytree(self.machine.path("/Library"), self.other / "Library")
+
+    def statuses(self):
+        statuses = [self.machine.tell(*words, "--root", "/other").status for words in (
+            ("verify", "/X.app"), ("verify",), ("plan", "/X.app"), ("status",),
+            ("uninstall", "--dry-run"), ("installcheck", "/X.app"))]
+        return statuses[:-1], statuses[-1]
+
+    def test_link_that_leads_out_is_told(self):
+        places = ("Library", "Library/Application Support", VENDOR[1:], INSTALL_ROOT[1:],
+                  "Library/Preferences", RECORD[1:], RECEIPT[1:])
+        self.assertEqual(self.statuses(), ([0] * 5, 1))
+        for place in places:
+            kept = self.machine.path("/kept")
+            (self.other / place).rename(kept)
+            (self.other / place).symlink_to("/" + place)
+            self.assertEqual(self.statuses(), ([2] * 5, 3), place)
+            told = self.machine.tell("uninstall", "--root", "/other").document["error"]
+            self.assertEqual(told["reason"], f"a link leads out of the root, to /{place}")
+            (self.other / place).unlink()
+            kept.rename(self.other / place)
+        self.assertEqual(self.machine.verify().status, 0)
+
+    def test_link_that_stays_inside_is_followed(self):
+        (self.other / "Library").rename(self.other / "Real")
+        for target in ("Real", "/other/Real"):
+            (self.other / "Library").symlink_to(target)
+            self.assertEqual(self.statuses(), ([0] * 5, 1), target)
+            (self.other / "Library").unlink()
 
 
 class Diff(Case):
@@ -1136,7 +1287,15 @@ class Diff(Case):
             {"change": "added", "path": "new", "sizeAfter": 3}])
         self.assertEqual(self.machine.tell("diff", "/X.app", "/X.app").status, 0)
         (other / PACKAGE).write_bytes(b"damaged")
-        self.assertEqual(self.machine.tell("diff", "/X.app", "/Y.app").ids, ["package-unreadable"])
+        for bundles in (("/X.app", "/Y.app"), ("/Y.app", "/X.app")):
+            self.assertEqual(self.machine.tell("diff", *bundles).ids, ["package-unreadable"])
+
+    def test_directory_that_is_a_link_is_no_changed_file(self):
+        self.machine.install()
+        shutil.rmtree(self.machine.installed / "css/deep")
+        (self.machine.installed / "css/deep").symlink_to("..")
+        self.assertEqual(self.machine.tell("plan", "/X.app").document["files"],
+                         {"added": 1, "changed": 0, "removed": 0, "unchanged": 3})
 
 
 class Status(Case):

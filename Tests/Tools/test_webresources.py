@@ -577,6 +577,55 @@ class UsageTest(Case):
             self.assertNotEqual(complaint, '')
             self.assertFalse(set(complaint) & set('\x1b\x9b\x7f\x85'), arguments)
 
+    def test_error_and_reason_cannot_speak_to_the_terminal(self):
+        controls = set('\x1b\x9b\x7f\x85')
+        root = self.site / 'root\x1b[31m\x9b\x7f\x85'
+        (root / 'Library').mkdir(parents=True)
+        (root / 'Library').chmod(0o777)  # the reason names the command, with the path
+        result = run('status', '--root', root)
+        self.assertIn('chmod go-w', result.stdout)
+        self.assertFalse(set(result.stdout) & controls)
+        document = json.loads(run('status', '--json', '--root', root).stdout)
+        reasons = [finding['reason'] for finding in document['findings']]
+        self.assertTrue(any('chmod go-w' in reason for reason in reasons))
+        self.assertFalse(set(''.join(reasons)) & controls)
+        result = run('info', '--json', root / 'none')
+        self.assertIn('none', result.stderr)
+        self.assertFalse(set(result.stderr + result.stdout) & controls)
+
+    def test_path_that_is_too_long_is_told(self):
+        path = '/' + './' * 2500
+        for arguments in (['check', path], ['info', path], ['diff', path, path], ['plan', path],
+                          ['verify', path], ['verify', '--root', path], ['status', '--root', path],
+                          ['uninstall', '--root', path], ['installcheck', path],
+                          ['pack', self.site, '--update-id', '7', '--output', path]):
+            result = run(*arguments)
+            self.assertEqual(result.returncode, 2, arguments[0])
+            self.assertTrue('File name too long' in result.stderr + result.stdout, arguments[0])
+
+    def test_tree_that_is_too_deep_to_be_packed_is_told(self):
+        depth, name = 25, 'd' * 200
+        parents = [os.open(self.site, os.O_RDONLY)]
+        for _ in range(depth):
+            os.mkdir(name, dir_fd=parents[-1])
+            parents.append(os.open(name, os.O_RDONLY, dir_fd=parents[-1]))
+        result = run('pack', self.site, '--update-id', '7', '--output', self.resources)
+        self.assertEqual(result.returncode, 2, result.stdout)
+        self.assertIn('File name too long', result.stderr)
+        self.assertEqual(os.listdir(self.resources), [])
+        for directory in reversed(parents):
+            os.close(directory)
+
+    @unittest.skipIf(IS_SANITIZED, 'the sanitizers need more stack themselves')
+    def test_stack_that_is_too_small_is_told(self):
+        for size, status in ((512 << 10, 2), (1 << 20, 0)):
+            result = run('pack', self.site, '--update-id', '7', '--output', self.resources,
+                         preexec_fn=lambda limit=size: resource.setrlimit(
+                             resource.RLIMIT_STACK,
+                             (limit, resource.getrlimit(resource.RLIMIT_STACK)[1])))
+            self.assertEqual(result.returncode, status, result.stderr)
+        self.assertEqual(os.listdir(self.resources) != [], True)
+
     def test_complaint_tells_what_is_missing_or_unknown(self):
         self.assertIn('subcommand is required', run().stderr)
         for arguments in (['--unknown'], ['--unknown', 'status'], ['--json', '--unknown'],

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -240,8 +241,19 @@ void AddDiff(CLI::App& app, CommandLine& line) {
   AddLimits(command, line.diff.limits);
 }
 
+/// Metadata that this command reads may nest so deep that a smaller stack does not hold it.
+void RequireStack() {
+  constexpr rlim_t kLeast = rlim_t{1} << 20U;
+  struct rlimit limit = {};
+  if (getrlimit(RLIMIT_STACK, &limit) == 0 && limit.rlim_cur < kLeast) {
+    throw Error("run", "webresources", "the stack is limited to less than 1 MiB",
+                "raise the limit with ulimit -s 8192");
+  }
+}
+
 int Run(const CommandLine& line) {
   try {
+    RequireStack();
     if (line.isQuiet) {
       Progress::BeQuiet();
     }

@@ -28,4 +28,6 @@ typedef unsigned short nlink_t;
 typedef int64_t off_t;
 typedef int suseconds_t;
 
+#define EBADARCH 86  // of <errno.h>
+
 #endif  // TESTS_DOUBLES_DARWIN_HEADERS_TYPES_H_

@@ -149,13 +149,17 @@ class Scratch {
   std::string path_;
 };
 
-void RequireSpace(std::uint64_t needed, const std::string& path) {
-  const std::uint64_t free = FreeBytesAt(path);
-  if (needed > free) {
-    throw Error("extract to", path,
-                "up to " + std::to_string(needed) + " bytes are needed and " +
-                    std::to_string(free) + " are free: set TMPDIR to a larger volume");
-  }
+void RequireSpace(std::uint64_t bytes, std::uint64_t files, const std::string& path) {
+  const FreeSpace free = FreeSpaceAt(path);
+  const auto require = [&path](std::uint64_t needed, std::uint64_t left, const char* unit) {
+    if (needed > left) {
+      throw Error("extract to", path,
+                  "up to " + std::to_string(needed) + unit + " are needed and " +
+                      std::to_string(left) + " are free: set TMPDIR to a larger volume");
+    }
+  };
+  require(bytes, free.bytes, " bytes");
+  require(files, free.files, " files and directories");
 }
 
 /// The result of a trial extraction.
@@ -169,7 +173,8 @@ struct Proof {
 Prediction Prove(PackageReader& package, const std::string& packagePath, Proof& proof) {
   CatchInterruptions();
   const Scratch scratch;
-  RequireSpace(LargestContent(packagePath), scratch.path());
+  RequireSpace(LargestContent(packagePath), package.EntryCount() + DirectoriesIn(packagePath),
+               scratch.path());
   const std::string destination = scratch.path() + "/" + kFinalName;
   Prediction prediction = PredictAndExtract(package, destination);
   const FileTree predicted = TreeOf(prediction);

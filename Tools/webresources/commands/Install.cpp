@@ -35,7 +35,8 @@ void Run(const InstallOptions& options, const ExpectedBundle& bundle, const Inst
   BegunReceipt begun(options.hostRoot, bundle.UpdateId());
   try {
     ThrowIfInterrupted("install", options.bundle);
-    if (const auto end = RunInstaller(*bundle.files.program, lock.descriptor())) {
+    if (const auto end =
+            RunInstaller(*bundle.files.program, lock.descriptor(), BytesOf(bundle.tree))) {
       Add(report.findings, kStepFailed, options.bundle, *end);
     }
   } catch (const CannotStart&) {
@@ -68,10 +69,10 @@ void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
   report.SetStatus();  // the host's directories can have findings
 }
 
-void Refuse(const InstallPlan& plan, Report& report) {
-  ReportInstallation(plan.host.installation, report);
-  report.findings = plan.findings;
-  const auto updateId = UpdateIdOf(plan.host.installation.record);
+void Refuse(const Installation& installation, const Findings& reasons, Report& report) {
+  ReportInstallation(installation, report);
+  report.findings = reasons;
+  const auto updateId = UpdateIdOf(installation.record);
   Conclude("refused", kHasFindings,
            updateId ? "refused: update " + std::to_string(*updateId) + " stays installed"
                     : "refused: nothing is installed",
@@ -104,7 +105,7 @@ bool IsRefusedUntouched(const InstallOptions& options, LogEntry& entry, Report& 
     if (plan.outcome != InstallPlan::Outcome::Refuse || InstallLock::IsThere(options.hostRoot)) {
       return false;
     }
-    Refuse(plan, report);
+    Refuse(plan.host.installation, plan.findings, report);
     return true;
   } catch (const Error&) {
     if (!InstallLock::IsThere(options.hostRoot)) {
@@ -134,12 +135,17 @@ bool IsUpToDate(const InstallOptions& options, HostState host, Report& report) {
 /// Decides, runs, verifies and writes the receipt from a private copy of the bundle.
 void InstallCopy(const InstallOptions& options, const InstallLock& lock, HostState host,
                  Report& report) {
+  const Findings reasons = FindBeforeCopy(options, host.installation);
+  if (!reasons.empty()) {
+    Refuse(host.installation, reasons, report);
+    return;
+  }
   const PrivateCopy copy(options.hostRoot, options.bundle, options.limits);
   ExpectedBundle bundle = ReadBundle(copy.path(), std::nullopt, options.limits);
   bundle.bytesToCopy = 0;  // the copy is made
   const InstallPlan plan = MakePlan(options, bundle, std::move(host));
   if (plan.outcome == InstallPlan::Outcome::Refuse) {
-    Refuse(plan, report);
+    Refuse(plan.host.installation, plan.findings, report);
   } else if (plan.outcome == InstallPlan::Outcome::UpToDate) {
     LeaveAlone(plan, bundle, report);
   } else {
@@ -177,24 +183,16 @@ std::string OutcomeOf(const Report& report) {
 
 Report Install(const InstallOptions& options) {
   umask(022);
-  RequireBundle(options.bundle);
   CatchInterruptions();
-  LogEntry entry{"install", std::nullopt, std::nullopt, ""};
-  try {
+  return Logged({"install"}, [&options](LogEntry& entry) {
+    RequireBundle(options.bundle);
     const Report report = InstallWith(options, entry);
     const Json& updateId = report.details["record"]["updateId"];
     entry.after = updateId.is_null() ? std::nullopt : std::optional<int>(updateId);
     entry.outcome = OutcomeOf(report);
     entry.isFailure = report.status != kAsItShouldBe;
-    WriteToSystemLog(entry);
     return report;
-  } catch (const std::exception& error) {
-    entry.after = entry.before;
-    entry.outcome = std::string("failed: ") + error.what();
-    entry.isFailure = true;
-    WriteToSystemLog(entry);
-    throw;
-  }
+  });
 }
 
 }  // namespace webresources

@@ -1,5 +1,9 @@
 #include "commands/Plan.h"
 
+#include <unistd.h>
+
+#include <cerrno>
+
 #include "InstallerConstants.h"
 #include "machine/HostCheck.h"
 #include "machine/InstallPlan.h"
@@ -73,13 +77,26 @@ const char* NameOf(Outcome outcome) {
   }
 }
 
+/// Whether this user may not write where a run writes.
+bool NeedsRoot(const Installation& installation) {
+  for (const std::string& path :
+       {installation.installRoot, installation.hostRoot + "/Library/Preferences"}) {
+    if (access(NearestExisting(path).c_str(), W_OK) != 0 && (errno == EACCES || errno == EPERM)) {
+      return true;
+    }
+  }
+  return false;
+}
+
 void ReportPlan(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
   report.details["outcome"] = NameOf(plan.outcome);
   ReportInstallation(plan.host.installation, report);
   report.details["recordAfter"] = RecordAfter(plan, bundle);
   report.details["freshDirectory"] = plan.freshDirectory;
   report.details["bytesNeeded"] = plan.bytesNeeded;
-  report.details["bytesFree"] = plan.bytesFree;
+  report.details["bytesFree"] = plan.free.bytes;
+  report.details["needsRoot"] =
+      plan.outcome == Outcome::Install && NeedsRoot(plan.host.installation);
   ReportInstallationChanges(plan, bundle, report);
   if (plan.outcome == Outcome::Install && plan.freshDirectory != kFinalName) {
     report.summary.push_back("directory: " + plan.freshDirectory + ", renamed to " + kFinalName);
@@ -88,8 +105,11 @@ void ReportPlan(const InstallPlan& plan, const ExpectedBundle& bundle, Report& r
                            std::string(report.details["recordAfter"]["random"] == "drawn"
                                            ? "a new one is drawn"
                                            : "it is kept"));
+  if (report.details["needsRoot"] == true) {
+    report.summary.push_back("permission: run install as root");
+  }
   report.summary.push_back("bytes: " + std::to_string(plan.bytesNeeded) + " needed, " +
-                           std::to_string(plan.bytesFree) + " free");
+                           std::to_string(plan.free.bytes) + " free");
 }
 
 const char* Conclusion(Outcome outcome) {

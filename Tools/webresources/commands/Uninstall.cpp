@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <filesystem>
 
+#include "machine/Access.h"
 #include "machine/InstallLock.h"
 #include "machine/Installation.h"
 #include "machine/Receipt.h"
@@ -124,36 +125,18 @@ Remains RemoveLocked(const UninstallOptions& options) {
   return remains;
 }
 
-Remains RemoveAndLog(const UninstallOptions& options, Remains remains) {
-  LogEntry entry{"uninstall", UpdateIdOf(remains.record), std::nullopt, "nothing was installed"};
-  try {
-    if (!remains.IsEmpty()) {
-      remains = RemoveLocked(options);
-      entry.outcome = "uninstalled";
-    }
-    RemoveEmptyDirectories(options.hostRoot);
-    WriteToSystemLog(entry);
-    return remains;
-  } catch (const std::exception& error) {
-    entry.after = entry.before;
-    entry.outcome = std::string("failed: ") + error.what();
-    entry.isFailure = true;
-    WriteToSystemLog(entry);
-    throw;
-  }
-}
-
-}  // namespace
-
-Report Uninstall(const UninstallOptions& options) {
-  if (!options.hostRoot.empty() && !IsDirectory(options.hostRoot)) {
-    throw Error("read", options.hostRoot, "it is not a directory");
-  }
+Report UninstallWith(const UninstallOptions& options, LogEntry& entry) {
+  RequireHost(options.hostRoot);
   Remains remains = Look(options.hostRoot);
+  entry.before = UpdateIdOf(remains.record);
   const bool wasInstalled = !remains.IsEmpty();
   if (!options.isDryRun) {
-    remains = RemoveAndLog(options, std::move(remains));
+    if (wasInstalled) {
+      remains = RemoveLocked(options);
+    }
+    RemoveEmptyDirectories(options.hostRoot);
   }
+  entry.outcome = wasInstalled ? "uninstalled" : "nothing was installed";
   Report report("uninstall");
   ReportRemains(remains, options, report);
   if (!wasInstalled) {
@@ -161,12 +144,22 @@ Report Uninstall(const UninstallOptions& options) {
   } else if (options.isDryRun) {
     Conclude("uninstall", "uninstall will remove this, and the values of the record", report);
   } else {
-    const auto updateId = UpdateIdOf(remains.record);
-    Conclude("uninstalled",
-             "uninstalled: " + (updateId ? "update " + std::to_string(*updateId) : "no update"),
-             report);
+    Conclude(
+        "uninstalled",
+        "uninstalled: " + (entry.before ? "update " + std::to_string(*entry.before) : "no update"),
+        report);
   }
   return report;
+}
+
+}  // namespace
+
+Report Uninstall(const UninstallOptions& options) {
+  LogEntry none;
+  return options.isDryRun ? UninstallWith(options, none)
+                          : Logged({"uninstall"}, [&options](LogEntry& entry) {
+                              return UninstallWith(options, entry);
+                            });
 }
 
 }  // namespace webresources

@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdlib>
+#include <filesystem>
 #include <optional>
 #include <vector>
 
 #include "AccessControlList.h"
 #include "Descriptor.h"
 #include "InstallerConstants.h"
+#include "MallocPointer.h"
 #include "OSUtils.h"
 #include "machine/Receipt.h"
 #include "report/Rules.h"
@@ -160,6 +163,27 @@ void RepairAccess(const std::string& hostRoot) {
   const uid_t owner = OwnerOf(hostRoot);
   for (const Place& place : PlacesOf(hostRoot, false)) {
     RepairPlace(place, owner);
+  }
+}
+
+void RequireHost(const std::string& hostRoot) {
+  if (hostRoot.empty()) {
+    return;
+  }
+  if (!S_ISDIR(webresources::StatusOf(hostRoot).st_mode)) {
+    throw Error("read", hostRoot, "it is not a directory");
+  }
+  const std::filesystem::path root = RealPath(hostRoot);
+  for (const bool isOfHost : {true, false}) {
+    for (const Place& place : PlacesOf(hostRoot, isOfHost)) {
+      const MallocPointer<char> real(realpath(place.path.c_str(), nullptr));
+      const std::string inside =
+          std::filesystem::path(real ? real.get() : root).lexically_relative(root);
+      if (inside.rfind("..", 0) == 0) {
+        throw Error("read", place.path,
+                    std::string("a link leads out of the root, to ") + real.get());
+      }
+    }
   }
 }
 

@@ -30,6 +30,11 @@ Findings FindInHostAccess(const std::string& hostRoot);
 /// holds the lock. Throws Error if a repair fails.
 void RepairAccess(const std::string& hostRoot);
 
+/// Requires: `hostRoot` is a directory, and no link leads from one of the places to a file or
+/// directory outside. Throws Error otherwise. An empty `hostRoot` means this host, where links may
+/// lead anywhere.
+void RequireHost(const std::string& hostRoot);
+
 /// Returns the user who owns the host's root directory. Throws Error if the owner cannot be read.
 unsigned int OwnerOf(const std::string& hostRoot);
 

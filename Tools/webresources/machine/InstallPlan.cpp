@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "TrialStart.h"
 #include "machine/Access.h"
 #include "machine/HostCheck.h"
 #include "prediction/BundleInspection.h"
@@ -107,6 +108,29 @@ std::uint64_t BytesNeeded(const FileTree& tree) {
   return needed;
 }
 
+void FindInSpace(const std::string& installRoot, const FreeSpace& free, std::uint64_t bytes,
+                 std::uint64_t files, Findings& findings) {
+  const auto find = [&](std::uint64_t needed, std::uint64_t left, const char* unit) {
+    if (needed > left) {
+      Add(findings, kNoSpace, installRoot,
+          "it needs " + std::to_string(needed) + unit + ", and " + std::to_string(left) +
+              " are free");
+    }
+  };
+  constexpr std::uint64_t kOwnFiles = 12;  // the private copy, and temporary files
+  find(bytes, free.bytes, " bytes");
+  find(files + kOwnFiles, free.files, " files and directories (inodes)");
+}
+
+/// Another host may have another processor.
+void FindInStart(const std::string& program, const PlanOptions& options, Findings& findings) {
+  if (options.hostRoot.empty() && !TrialStart::CanStart(program)) {
+    Add(findings, kProgramUnusable, program,
+        "this system cannot start it: it is for another processor or system, or its interpreter is "
+        "missing");
+  }
+}
+
 /// The path of anything that is in the place of the directory that a run would make: the run would
 /// install nothing.
 std::optional<std::string> BlockedPath(const InstallPlan& plan) {
@@ -128,11 +152,9 @@ void FindObstacles(const PlanOptions& options, const ExpectedBundle& bundle, Ins
   if (const auto path = BlockedPath(plan)) {
     Add(plan.findings, kRootBlocked, *path, "it is in the place of a directory");
   }
-  if (plan.bytesNeeded > plan.bytesFree) {
-    Add(plan.findings, kNoSpace, installation.installRoot,
-        "it needs " + std::to_string(plan.bytesNeeded) + " bytes, and " +
-            std::to_string(plan.bytesFree) + " are free");
-  }
+  FindInSpace(installation.installRoot, plan.free, plan.bytesNeeded, bundle.tree.size(),
+              plan.findings);
+  FindInStart(*bundle.files.program, options, plan.findings);
 }
 
 bool IsInstalled(const PlanOptions& options, const ExpectedBundle& bundle, HostState& host) {
@@ -145,6 +167,20 @@ bool IsInstalled(const PlanOptions& options, const ExpectedBundle& bundle, HostS
 
 }  // namespace
 
+Findings FindBeforeCopy(const PlanOptions& options, const Installation& installation) {
+  const BundleFiles files = FindBundleFiles(options.bundle);
+  Findings findings;
+  FindInStart(*files.program, options, findings);
+  FileTree tree;
+  if (FindOutOfBounds(files.package, options.limits).empty()) {
+    PackageReader package(files.package);
+    tree = TreeOf(PredictOutline(package));
+  }
+  FindInSpace(installation.installRoot, FreeSpaceAt(NearestExisting(installation.installRoot)),
+              BytesNeeded(tree) + BytesToCopy(files), tree.size(), findings);
+  return findings;
+}
+
 InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle, HostState host) {
   InstallPlan plan;
   plan.findings = bundle.errors;
@@ -156,7 +192,7 @@ InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle, H
   plan.needsReceipt = !plan.host.receipt || !plan.host.receiptFindings.empty();
   plan.freshDirectory = OSUtils::GetUniqueDirectoryName(plan.host.installation.installRoot);
   plan.bytesNeeded = BytesNeeded(bundle.tree) + bundle.bytesToCopy;
-  plan.bytesFree = FreeBytes(plan.host.installation);
+  plan.free = FreeSpaceAt(NearestExisting(plan.host.installation.installRoot));
   if (isInstalled && !options.isForced) {
     plan.outcome = Outcome::UpToDate;
     return plan;

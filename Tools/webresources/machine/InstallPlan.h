@@ -13,6 +13,7 @@
 #include "prediction/PackageFindings.h"
 #include "report/Finding.h"
 #include "report/Report.h"
+#include "support/Files.h"
 
 namespace webresources {
 
@@ -71,8 +72,13 @@ struct InstallPlan {
   bool needsReceipt = false;      ///< The receipt is missing or does not describe the host.
   std::string freshDirectory;     ///< The bare name of the directory that is filled.
   std::uint64_t bytesNeeded = 0;  ///< Beside the installed content.
-  std::uint64_t bytesFree = 0;
+  FreeSpace free = {};            ///< Where the install root is or will be.
 };
+
+/// Returns why the bundle of `options` must not be copied and run on that host: this system cannot
+/// start its installer, or there is no room for the copy and the content. Reads the directory of
+/// the package, and no data. Throws Error if something cannot be read.
+Findings FindBeforeCopy(const PlanOptions& options, const Installation& installation);
 
 /// Decides what to do with `bundle` on `host`. The installed files are not read if another update
 /// is recorded than that of `bundle`. Changes nothing. Throws Error if something cannot be read.

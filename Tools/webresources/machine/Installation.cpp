@@ -4,7 +4,7 @@
 
 #include "InstallerConstants.h"
 #include "OSUtils.h"
-#include "support/Error.h"
+#include "machine/Access.h"
 #include "support/Files.h"
 #include "support/Text.h"
 
@@ -33,9 +33,7 @@ bool Installation::HasDirectory(const std::string& name) const {
 }
 
 Installation ReadInstallation(const std::string& hostRoot) {
-  if (!hostRoot.empty() && !IsDirectory(hostRoot)) {
-    throw Error("read", hostRoot, "it is not a directory");
-  }
+  RequireHost(hostRoot);
   Installation installation;
   installation.hostRoot = hostRoot;
   installation.installRoot = hostRoot + OSUtils::GetPellamResourceDirectory();
@@ -57,12 +55,11 @@ bool IsBareName(const std::string& name) {
   return name.find('/') == std::string::npos && name != "." && name != "..";
 }
 
-std::uint64_t FreeBytes(const Installation& installation) {
-  std::string path = ParentOf(installation.installRoot);
+std::string NearestExisting(std::string path) {
   while (!path.empty() && !Exists(path)) {
     path = ParentOf(path);
   }
-  return FreeBytesAt(path.empty() ? "/" : path);
+  return path.empty() ? "/" : path;
 }
 
 void ReportInstallation(const Installation& installation, Report& report) {

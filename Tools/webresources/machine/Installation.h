@@ -44,8 +44,8 @@ void ReportInstallation(const Installation& installation, Report& report);
 /// Whether `name` can name an entry of a directory, rather than a path.
 bool IsBareName(const std::string& name);
 
-/// The bytes that are free for this user where the install root is or will be.
-std::uint64_t FreeBytes(const Installation& installation);
+/// Returns `path`, or its nearest parent that exists.
+std::string NearestExisting(std::string path);
 
 }  // namespace webresources
 

@@ -3,12 +3,15 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <new>
+#include <thread>
 
 #include "Descriptor.h"
 #include "Inheritance.h"
@@ -103,12 +106,37 @@ pid_t Start(const std::string& path, int lockDescriptor) {
   return process;
 }
 
+/// Shows how the volume that holds `path` fills, until `hasEnded()`.
+template <typename HasEnded>
+void ShowProgress(const std::string& path, std::uint64_t bytes, HasEnded hasEnded) {
+  constexpr std::chrono::milliseconds kPoll{20};
+  constexpr std::uint64_t kPollsOfASecond = 50;
+  Progress progress("installing", bytes);
+  struct statvfs status = {};
+  std::uint64_t before = 0;
+  for (std::uint64_t poll = 0; !hasEnded(); ++poll) {
+    if (poll % kPollsOfASecond == 0 && statvfs(path.c_str(), &status) == 0) {
+      const std::uint64_t free = std::uint64_t{status.f_bfree} * status.f_frsize;
+      progress.Step(before > free ? before - free : 0);
+      before = free;
+    }
+    std::this_thread::sleep_for(kPoll);
+  }
+}
+
 /// Waits for the end of `process`. Signals are passed on as long as its number is its own.
-int EndOf(pid_t process, const std::string& path) {
+int EndOf(pid_t process, const std::string& path, std::uint64_t bytes) {
   PassInterruptionsTo(process);
   siginfo_t end = {};
-  int result = Uninterrupted(
-      [&] { return waitid(P_PID, static_cast<id_t>(process), &end, WEXITED | WNOWAIT); });
+  const auto wait = [&](int options) {
+    return Uninterrupted([&] {
+      return waitid(P_PID, static_cast<id_t>(process), &end, WEXITED | WNOWAIT | options);
+    });
+  };
+  if (Progress::IsShown()) {
+    ShowProgress(path, bytes, [&] { return wait(WNOHANG) != 0 || end.si_pid != 0; });
+  }
+  int result = wait(0);
   PassInterruptionsTo(0);
   int status = 0;
   if (result == 0) {
@@ -122,8 +150,9 @@ int EndOf(pid_t process, const std::string& path) {
 
 }  // namespace
 
-std::optional<std::string> RunInstaller(const std::string& path, int lockDescriptor) {
-  const int status = EndOf(Start(path, lockDescriptor), path);
+std::optional<std::string> RunInstaller(const std::string& path, int lockDescriptor,
+                                        std::uint64_t bytes) {
+  const int status = EndOf(Start(path, lockDescriptor), path, bytes);
   if (WIFSIGNALED(status)) {
     return "it was ended by signal " + std::to_string(WTERMSIG(status));
   }

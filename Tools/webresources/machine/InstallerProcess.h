@@ -1,6 +1,7 @@
 #ifndef TOOLS_WEBRESOURCES_MACHINE_INSTALLERPROCESS_H_
 #define TOOLS_WEBRESOURCES_MACHINE_INSTALLERPROCESS_H_
 
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -13,9 +14,13 @@ namespace webresources {
 /// the umask and the working directory, too, and passes SIGHUP, SIGINT and SIGTERM on to the
 /// installer; see CatchInterruptions().
 ///
+/// On a terminal, shows how many of the `bytes` that the installer writes are written: once a
+/// second, from the free space of the volume that holds the installer.
+///
 /// Returns the end of the installer, for people; nothing if the exit status was 0. Throws
 /// CannotStart if the installer cannot be started, and Error if its end is unknown.
-std::optional<std::string> RunInstaller(const std::string& path, int lockDescriptor);
+std::optional<std::string> RunInstaller(const std::string& path, int lockDescriptor,
+                                        std::uint64_t bytes);
 
 }  // namespace webresources
 

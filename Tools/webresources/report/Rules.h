@@ -49,7 +49,8 @@ inline constexpr Rule kCaseCollision{"case-collision", Severity::Error,
 inline constexpr Rule kNormalizationCollision{
     "normalization-collision", Severity::Error,
     "rename one of the two: some volumes can hold only one"};
-/// The bundle's installer is missing, not a regular file, or not executable.
+/// The bundle's installer is missing, not a regular file, or not executable. `plan` and `install`: the
+/// installer is for another processor or system.
 inline constexpr Rule kProgramUnusable{
     "program-unusable", Severity::Error,
     "give the installer the mode 0755, or make the bundle again"};
@@ -227,7 +228,8 @@ inline constexpr Rule kReceiptDamaged{"receipt-damaged", Severity::Error,
 /// `plan` and `install`: the host has a newer update than the bundle.
 inline constexpr Rule kNewerInstalled{"newer-installed", Severity::Error,
                                       "install a newer bundle, or use --allow-downgrade"};
-/// `plan` and `install`: the volume has no space for the new content beside the installed content.
+/// `plan` and `install`: the volume has no space, or too few inodes, for the private copy and the new
+/// content beside the installed content.
 inline constexpr Rule kNoSpace{"no-space", Severity::Error, "free space on the volume"};
 /// `install` only: the exit status of the installer was not 0.
 inline constexpr Rule kStepFailed{"step-failed", Severity::Error,

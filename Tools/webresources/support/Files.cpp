@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <limits>
 #include <memory>
 #include <stdexcept>
 
@@ -59,12 +60,14 @@ bool Exists(const std::string& path) {
   return false;
 }
 
-std::uint64_t FreeBytesAt(const std::string& path) {
+FreeSpace FreeSpaceAt(const std::string& path) {
   struct statvfs status = {};
   if (statvfs(path.c_str(), &status) != 0) {
     throw Error::FromErrno("read", path);
   }
-  return std::uint64_t{status.f_bavail} * status.f_frsize;
+  const bool isUnlimited = status.f_files == 0;  // no table of inodes: Btrfs, for example
+  return {std::uint64_t{status.f_bavail} * status.f_frsize,
+          isUnlimited ? std::numeric_limits<std::uint64_t>::max() : status.f_favail};
 }
 
 struct stat StatusOf(const std::string& path) {

@@ -38,9 +38,15 @@ bool IsDirectory(const std::string& path);
 /// Error if it cannot be read.
 std::vector<std::string> NamesIn(const std::string& path);
 
-/// The bytes that an ordinary user may still write to the file system that holds `path`. Throws
-/// Error if that cannot be found out.
-std::uint64_t FreeBytesAt(const std::string& path);
+/// The space that a file system has left for an ordinary user.
+struct FreeSpace {
+  std::uint64_t bytes;
+  std::uint64_t files;  ///< The number of files and directories; the largest number if unlimited.
+};
+
+/// Returns the free space of the file system that holds `path`. Throws Error if the space cannot be
+/// read.
+FreeSpace FreeSpaceAt(const std::string& path);
 
 enum class Links { Refuse, Follow };
 

@@ -17,11 +17,6 @@ constexpr std::uint64_t kWidth = 40;
 
 bool isQuiet = false;
 
-bool IsShown() {
-  static const bool isTerminal = isatty(STDERR_FILENO) == 1;
-  return isTerminal && !isQuiet;
-}
-
 }  // namespace
 
 Progress::Progress(std::string purpose, std::uint64_t total)
@@ -41,6 +36,11 @@ void Progress::Step(std::uint64_t count) {
     std::cerr << "\r[" << std::string(filled, '#') << std::string(kWidth - filled, ' ') << "] "
               << purpose_ << std::flush;
   }
+}
+
+bool Progress::IsShown() {
+  static const bool isTerminal = isatty(STDERR_FILENO) == 1;
+  return isTerminal && !isQuiet;
 }
 
 void Progress::BeQuiet() {

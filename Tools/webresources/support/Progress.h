@@ -22,6 +22,9 @@ class Progress {
   /// Tells that `count` more steps are done.
   void Step(std::uint64_t count = 1);
 
+  /// Whether progress is shown: the error output is a terminal, and BeQuiet() was not called.
+  static bool IsShown();
+
   /// From now on no object of this process shows anything: for --quiet.
   static void BeQuiet();
 
