@@ -216,6 +216,8 @@ class Numbers(unittest.TestCase):
          "Documentation/behaviour.md", "{} characters: -99999999 to 999999999"),
         ("Platform/posix/PropertyList.h", r"kMostLevels = (\d+);",
          "Documentation/internals.md", "more than {} levels"),
+        ("CMakeLists.txt", r"cmake_minimum_required\(VERSION ([\d.]+)",
+         "README.md", "CMake {} or newer"),
         ("CMakeLists.txt", r"INSTALLER_VERSION (\d+\.\d+\.\d+)",
          "Documentation/compatibility.md", "{}"),
         ("CMakeLists.txt", r"project\(WebResourceInstaller VERSION (\d+)\.",
