@@ -1,4 +1,4 @@
-// The cost of hostile input: memory and processor time, in a child process.
+// The cost of hostile input: memory and processor time, measured in a child process.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -34,7 +34,7 @@ std::uint64_t LargestMemory() {
 #endif
 }
 
-/// Whether `act` returns true and takes at most `bytes` of memory.
+/// Returns whether `act` returns true and uses at most `bytes` of memory.
 template <typename Act>
 bool TakesAtMost(std::uint64_t bytes, Act act) {
   return InChild([bytes, &act] {
@@ -48,7 +48,7 @@ bool TakesAtMost(std::uint64_t bytes, Act act) {
   });
 }
 
-/// Whether `act` returns true within `seconds` of processor time: a machine that has other work
+/// Returns whether `act` returns true within `seconds` of processor time. Other work of the machine
 /// does not count.
 template <typename Act>
 bool TakesSecondsOfWork(unsigned int seconds, Act act) {
@@ -59,7 +59,7 @@ bool TakesSecondsOfWork(unsigned int seconds, Act act) {
   });
 }
 
-/// A file of `size` bytes that are all 0, except for the last: `end`. It takes no space.
+/// Makes a sparse file of `size` bytes, all 0 except the last bytes `end`, and returns its path.
 std::string Sparse(const std::string& path, std::uint64_t size, const std::string& end) {
   WriteFile(path, "");
   std::filesystem::resize_file(path, size - end.length());
@@ -70,9 +70,9 @@ std::string Sparse(const std::string& path, std::uint64_t size, const std::strin
 TEST(Bounds, DirectoryOfASparsePackageIsReadInChunks) {
   const ScopedDirectory directory;
   constexpr std::uint32_t kSize = 3U << 30U;
-  std::string end = Zip({});  // an end record
+  std::string end = Zip({});  // an end of central directory record
   for (std::size_t i = 0; i < 4; ++i) {
-    end[12 + i] = static_cast<char>((kSize - 22) >> (8 * i));  // the size of the directory
+    end[12 + i] = static_cast<char>((kSize - 22) >> (8 * i));  // the size of the central directory
   }
   end[8] = end[10] = 1;
   const std::string path = Sparse(directory / kPackageFileName, kSize, end);
@@ -149,8 +149,9 @@ TEST(Bounds, FileOfAnotherSizeThanExpectedIsNotRead) {
   }));
 }
 
-/// Two names of 16 bytes that leave a hash function of this kind in the same state, if it has begun
-/// in the same state: a change of the highest bit in the one half is undone by that in the other.
+/// Returns two names of 16 bytes after which a hash function of this kind has the same state, if
+/// the state before was the same. One half of a name reverses the change of the highest bit in the
+/// other half.
 std::pair<std::string, std::string> Colliding(std::uint64_t& seed) {
   constexpr std::uint64_t kFactor = 0xc6a4a7935bd1e995;
   constexpr std::uint64_t kInverse = 0x5f7a0ea7e59b19bd;
@@ -174,7 +175,8 @@ std::pair<std::string, std::string> Colliding(std::uint64_t& seed) {
   return {first.substr(0, 8) + second.substr(0, 8), first.substr(8) + second.substr(8)};
 }
 
-/// 65,536 paths in 256 directories, all with one value of the C++ library's hash function.
+/// Returns 65,536 paths in 256 directories. The hash function of the C++ library gives one value
+/// for all paths.
 std::vector<std::string> PathsWithOneHash() {
   std::uint64_t seed = 1;
   std::vector<std::string> paths = {""};
@@ -191,7 +193,7 @@ std::vector<std::string> PathsWithOneHash() {
   return paths;
 }
 
-TEST(Bounds, NamesWithOneHashValueTakeNoLongerThanOthers) {
+TEST(Bounds, NamesWithOneHashValueNeedNoMoreTimeThanOthers) {
   const std::vector<std::string> paths = PathsWithOneHash();
 #ifdef __GLIBCXX__
   ASSERT_EQ(std::hash<std::string>()(paths.front()), std::hash<std::string>()(paths.back()));
@@ -215,8 +217,8 @@ TEST(Bounds, NamesWithOneHashValueTakeNoLongerThanOthers) {
   }));
 }
 
-// A receipt of 95 MiB took 7 GiB.
-TEST(Receipt, OfManyBracketsTakesLittleMemory) {
+// Before its limit, the reader used 7 GiB of memory for a receipt of 95 MiB.
+TEST(Receipt, OfManyBracketsNeedsLittleMemory) {
   const ScopedDirectory directory;
   const std::string path = ReceiptPath(directory / "");
   std::filesystem::create_directories(ParentOf(path));

@@ -15,7 +15,7 @@ TEST(BundleFiles, PathMayEndInSlashes) {
   EXPECT_EQ(FindBundleFiles("/").directory, "/");
 }
 
-/// What is said if there are no files of a bundle at `path`.
+/// Returns the message of the error for a `path` without the files of a bundle.
 std::string Refusal(const std::string& path) {
   try {
     FindBundleFiles(path);

@@ -6,8 +6,7 @@
 
 #include "TestFiles.h"
 
-/// Makes an executable file in the place of the installer of the bundle at `bundle`. Nothing runs
-/// it.
+/// Makes an executable file as the installer of the bundle at `bundle`. No test executes the file.
 inline void MakeProgram(const std::string& bundle) {
   const std::string directory = bundle + "/Contents/" BUNDLE_EXECUTABLES "/";
   std::filesystem::create_directories(directory);

@@ -1,4 +1,4 @@
-// What the command does when the system refuses its calls: it says so, and leaves no trace.
+// The behaviour of the command when system calls fail: an error message, and no leftover files.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -41,7 +41,7 @@
 
 using namespace webresources;
 
-// The linker calls it instead of zlib's: see FailingCall.cpp.
+// The linker calls this function instead of zlib's function (see FailingCall.cpp).
 extern "C" int __real_deflateInit2_(z_streamp stream, int level, int method, int windowBits,
                                     int memoryLevel, int strategy, const char* version, int size);
 extern "C" int __wrap_deflateInit2_(z_streamp stream, int level, int method, int windowBits,
@@ -54,7 +54,7 @@ extern "C" int __wrap_deflateInit2_(z_streamp stream, int level, int method, int
 
 namespace {
 
-/// What the Error of `call` says; empty if it throws none.
+/// Returns the message of the Error that `call` throws, or an empty string without an Error.
 template <typename Call>
 std::string Complaint(Call call) {
   try {
@@ -65,7 +65,7 @@ std::string Complaint(Call call) {
   return {};
 }
 
-/// The same, while all calls of `function` fail, from the `first` one on.
+/// As Complaint(call), while all calls of `function` fail, starting with the `first` call.
 template <typename Call>
 std::string ComplaintWithout(const char* function, Call call, int first = 1) {
   const FailingCall fault(function, EIO, first);
@@ -74,7 +74,7 @@ std::string ComplaintWithout(const char* function, Call call, int first = 1) {
 
 const char kInputOutputError[] = "Input/output error";
 
-/// Whether a text reads "cannot do something: Input/output error".
+/// Returns whether `text` has the form "cannot do something: Input/output error".
 bool IsComplaint(const std::string& text) {
   const std::string begin = "cannot ";
   return text.compare(0, begin.length(), begin) == 0 && std::islower(text[begin.length()]) != 0 &&
@@ -83,7 +83,7 @@ bool IsComplaint(const std::string& text) {
 
 #define EXPECT_COMPLAINT(complaint) EXPECT_PRED1(IsComplaint, complaint)
 
-/// A directory with the file "f", which holds "old".
+/// A directory with the file "f", whose content is "old".
 class FailuresTest : public testing::Test {
  protected:
   FailuresTest() { WriteFile(file_, "old"); }
@@ -95,7 +95,7 @@ class FailuresTest : public testing::Test {
   const Tree before_ = {{"f", "old"}};
 };
 
-/// How often `call` opens the file at `path`, counted by the system.
+/// Returns the number of times that `call` opens the file at `path`, counted by the system.
 template <typename Call>
 int OpensOf(const std::string& path, Call call) {
   const Descriptor watch(inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
@@ -117,18 +117,18 @@ TEST(FailingMetadata, FileIsOpenedOnce) {
   }
 }
 
-TEST(FailingMetadata, FileThatCannotBeReadIsNotTakenForAnEmptyOne) {
+TEST(FailingMetadata, FileThatCannotBeReadIsNotTreatedAsEmpty) {
   const char* const unreadable = "/proc/self/mem";  // EIO
   EXPECT_EQ(Complaint([&] { ReadMetadata(unreadable); }),
             Error("read", unreadable, "its content is unknown").what());
 }
 
-TEST_F(FailuresTest, DirectoryThatCannotBeListedToItsEndIsNotTreatedAsAShortOne) {
+TEST_F(FailuresTest, DirectoryThatCannotBeListedToItsEndIsAnError) {
   EXPECT_COMPLAINT(ComplaintWithout(
       "readdir", [&] { NamesIn(directory_ / ""); }, 2));
 }
 
-TEST_F(FailuresTest, FileThatCannotBeLookedAtIsNotTreatedAsMissing) {
+TEST_F(FailuresTest, FileWithoutAReadableStatusIsNotTreatedAsMissing) {
   EXPECT_COMPLAINT(ComplaintWithout("lstat", [&] { Exists(file_); }));
   EXPECT_COMPLAINT(ComplaintWithout("stat", [&] { StateOf(file_); }));
   const auto readTree = [&] { ReadTree(directory_ / "", Checksum::None); };
@@ -137,13 +137,13 @@ TEST_F(FailuresTest, FileThatCannotBeLookedAtIsNotTreatedAsMissing) {
             "cannot read " + file_ + ": Input/output error");
 }
 
-TEST_F(FailuresTest, FileThatDisappearsMeanwhileIsNotInTheTree) {
-  const FailingCall fault("lstat", ENOENT, 2);  // not of the top
+TEST_F(FailuresTest, FileDeletedMeanwhileIsNotInTheTree) {
+  const FailingCall fault("lstat", ENOENT, 2);  // the first call is for the top directory
   const FileTree tree = ReadTree(directory_ / "", Checksum::None);
   EXPECT_EQ(tree.size(), 1U);
 }
 
-TEST_F(FailuresTest, NothingIsThereBelowAFileOrOnceItIsRemoved) {
+TEST_F(FailuresTest, NoEntryExistsBelowAFileOrAfterItsRemoval) {
   EXPECT_EQ(StateOf(file_ + "/x"), FileState::Missing);
   EXPECT_FALSE(Exists(file_ + "/x"));
   const FailingCall fault("access", ENOENT);
@@ -154,17 +154,17 @@ TEST_F(FailuresTest, FileThatMayNotBeReadIsNotTreatedAsMissing) {
   EXPECT_COMPLAINT(ComplaintWithout("access", [&] { StateOf(file_); }));
 }
 
-TEST_F(FailuresTest, DirectoryThatCannotBeMadeIsTold) {
+TEST_F(FailuresTest, DirectoryThatCannotBeMadeIsReported) {
   EXPECT_NE(Complaint([&] { MakeDirectories(file_ + "/d"); }).find(file_ + "/d"),
             std::string::npos);
 }
 
-TEST_F(FailuresTest, OnlyTheVeryFileThatIsOpenIsAtItsPath) {
+TEST_F(FailuresTest, OnlyTheOpenFileIsAtItsPath) {
   WriteFile(directory_ / "g", "old");
   const Descriptor file(open(file_.c_str(), O_RDONLY | O_CLOEXEC));
   EXPECT_TRUE(IsAt(*file, file_));
   EXPECT_FALSE(IsAt(*file, directory_ / "g"));
-  EXPECT_FALSE(IsAt(*file, "/proc"));  // another file system
+  EXPECT_FALSE(IsAt(*file, "/proc"));  // a path on another file system
   EXPECT_FALSE(IsAt(*file, directory_ / "none"));
   EXPECT_FALSE(IsAt(-1, file_));
 }
@@ -173,25 +173,25 @@ TEST_F(FailuresTest, MissingDirectoryHasAnEmptyTree) {
   EXPECT_TRUE(ReadTree(directory_ / "none", Checksum::Sha256).empty());
 }
 
-TEST_F(FailuresTest, VolumeWithoutAnswerHasNoKnownSpace) {
+TEST_F(FailuresTest, VolumeWithoutAStatusHasNoKnownSpace) {
   EXPECT_NE(Complaint([&] { FreeSpaceAt(directory_ / "none"); }), "");
 }
 
-TEST_F(FailuresTest, FileThatCannotBeReadToItsEndIsTold) {
+TEST_F(FailuresTest, FileThatCannotBeReadToItsEndIsReported) {
   const auto ignore = [](const char*, std::size_t) {};
   EXPECT_COMPLAINT(ComplaintWithout(
       "read", [&] { ForEachPortion(file_, ignore); }, 2));
   EXPECT_COMPLAINT(ComplaintWithout("fstat", [&] { ForEachPortion(file_, ignore); }));
 }
 
-TEST_F(FailuresTest, PackageThatCannotBeLaidOutIsTold) {
+TEST_F(FailuresTest, PackageWhoseLayoutCannotBeReadIsReported) {
   WriteFile(file_, Zip({{"a", "1"}}));
   EXPECT_COMPLAINT(ComplaintWithout("fstat", [&] { ReadArchiveLayout(file_); }));
   EXPECT_COMPLAINT(ComplaintWithout("pread", [&] { ReadArchiveLayout(file_); }));
   EXPECT_COMPLAINT(ComplaintWithout("open", [&] { ReadArchiveLayout(file_); }));
 }
 
-TEST_F(FailuresTest, NeitherADirectoryNorAFileThatIsCutMeanwhileHasALayout) {
+TEST_F(FailuresTest, DirectoryAndFileTruncatedMeanwhileHaveNoLayout) {
   EXPECT_FALSE(ReadArchiveLayout(directory_ / ""));
   WriteFile(file_, Zip({{"a", "1"}}));
   ASSERT_TRUE(ReadArchiveLayout(file_));
@@ -199,7 +199,7 @@ TEST_F(FailuresTest, NeitherADirectoryNorAFileThatIsCutMeanwhileHasALayout) {
   EXPECT_FALSE(ReadArchiveLayout(file_));
 }
 
-TEST_F(FailuresTest, DirectoryThatCannotBeMadeEndsAProof) {
+TEST_F(FailuresTest, DirectoryThatCannotBeMadeEndsATrialExtraction) {
   WriteFile(file_, Zip({{"a", "1"}}));
   PackageReader package(file_);
   const FailingCall fault("mkdir", EIO);
@@ -210,15 +210,15 @@ Descriptor OpenNew(const std::string& path) {
   return Descriptor(open(path.c_str(), O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
 }
 
-TEST_F(FailuresTest, FileThatCannotBePackedWholeIsTold) {
+TEST_F(FailuresTest, FileThatCannotBePackedCompletelyIsReported) {
   const Descriptor package = OpenNew(directory_ / "package");
   ArchiveWriter archive(*package, "package", {});
   EXPECT_COMPLAINT(ComplaintWithout("read", [&] { archive.AddFile("f", file_, 3); }));
   EXPECT_NE(Complaint([&] { archive.AddFile("none", directory_ / "none", 3); }), "");
 }
 
-TEST_F(FailuresTest, FileThatChangesWhileItIsPackedIsTold) {
-  for (const char* changed : {"changed", "new"}) {  // in size; in content alone
+TEST_F(FailuresTest, FileThatChangesDuringPackingIsReported) {
+  for (const char* changed : {"changed", "new"}) {  // another size; the same size
     WriteFile(file_, "old");
     const Descriptor package = OpenNew(directory_ / "package");
     ArchiveWriter archive(*package, "package", {});
@@ -230,20 +230,20 @@ TEST_F(FailuresTest, FileThatChangesWhileItIsPackedIsTold) {
   }
 }
 
-TEST_F(FailuresTest, MemoryThatDoesNotSufficeForDeflatingEndsThePacking) {
+TEST_F(FailuresTest, ExhaustedMemoryForDeflatingEndsThePacking) {
   const Descriptor package = OpenNew(directory_ / "package");
   const FailingCall fault("deflateInit2_", 0);
   EXPECT_THROW(ArchiveWriter(*package, "package", {}), std::bad_alloc);
 }
 
-TEST_F(FailuresTest, SourceThatCannotBeLookedAtIsTold) {
+TEST_F(FailuresTest, SourceWithoutAReadableStatusIsReported) {
   EXPECT_COMPLAINT(ComplaintWithout("stat", [&] { CollectSource(directory_ / "", {}); }));
   EXPECT_COMPLAINT(ComplaintWithout("lstat", [&] { CollectSource(directory_ / "", {}); }));
 }
 
 // Check -------------------------------------------------------------------------------------------
 
-/// A bundle whose package has one file. Temporary files are in the directory, too.
+/// A bundle with a package of one file. Temporary files are also in the directory.
 class FailingCheckTest : public FailuresTest {
  protected:
   FailingCheckTest() {
@@ -272,7 +272,7 @@ TEST_F(FailingCheckTest, ExtractionThatDiffersFromThePredictionIsADefect) {
   EXPECT_EQ(TreeOf(directory_ / "tmp"), Tree());
 }
 
-TEST_F(FailingCheckTest, ScratchDirectoryThatCannotBeMadeIsTold) {
+TEST_F(FailingCheckTest, ScratchDirectoryThatCannotBeMadeIsReported) {
   UseForTemporaryFiles("none");
   EXPECT_NE(Complaint([&] { Check(options_); }).find("none/webresources-"), std::string::npos);
 }
@@ -284,21 +284,21 @@ TEST_F(FailingCheckTest, ScratchDirectoryIsInTmpWithoutAnotherPlace) {
   EXPECT_EQ(Check(options_).status, kAsItShouldBe);
 }
 
-TEST_F(FailingCheckTest, FullVolumeIsToldBeforeTheExtraction) {
+TEST_F(FailingCheckTest, FullVolumeIsReportedBeforeTheExtraction) {
   const FailingCall fault("statvfs", FailingCall::kShort);
   EXPECT_NE(Complaint([&] { Check(options_); }).find("7 bytes are needed and 0 are free"),
             std::string::npos);
   EXPECT_EQ(TreeOf(directory_ / "tmp"), Tree());
 }
 
-TEST_F(FailingCheckTest, MissingPackageIsNoHindranceToAProof) {
+TEST_F(FailingCheckTest, MissingPackageAllowsATrialExtraction) {
   std::filesystem::remove(directory_ / "OrloWebResources.zip");
   const Report report = Check(options_);
   ASSERT_EQ(report.findings.size(), 1U);
   EXPECT_STREQ(report.findings[0].rule->id, "package-missing");
 }
 
-TEST_F(FailingCheckTest, ListingTellsWhyAnEntryIsSkipped) {
+TEST_F(FailingCheckTest, ListingHasTheReasonForASkippedEntry) {
   WriteFile(directory_ / "OrloWebResources.zip", Zip({{"a", "content"}, {"d/b", "x"}}));
   const Report report = Check(options_);
   EXPECT_EQ(report.listing,
@@ -309,7 +309,7 @@ TEST_F(FailingCheckTest, ListingTellsWhyAnEntryIsSkipped) {
 }
 
 TEST_F(FailingCheckTest, ScratchDirectoryIsGoneWhenTheExtractionFails) {
-  const FailingCall fault("mkdir", EIO);  // not of mkdtemp(), which the C library calls for itself
+  const FailingCall fault("mkdir", EIO);  // not the call inside mkdtemp()
   EXPECT_NE(Complaint([&] { Check(options_); }), "");
   EXPECT_EQ(TreeOf(directory_ / "tmp"), Tree());
 }
@@ -322,7 +322,7 @@ void Replace(const std::string& path) {
   file.CommitDurably();
 }
 
-TEST_F(FailuresTest, FileThatCannotBeReplacedStaysAndNoOtherIsLeft) {
+TEST_F(FailuresTest, FileThatCannotBeReplacedStaysWithoutLeftovers) {
   for (const char* function : {"fsync", "link", "rename", "write"}) {
     EXPECT_COMPLAINT(ComplaintWithout(function, [&] { Replace(file_); }));
     EXPECT_EQ(Files(), before_) << function;
@@ -340,7 +340,7 @@ void ReplaceBoth(const std::string& path, const std::string& other) {
   AtomicFile::CommitBoth(first, second);
 }
 
-TEST_F(FailuresTest, BothFilesAreOnTheDiskBeforeOneIsReplacedAndTheirDirectoryAfterwards) {
+TEST_F(FailuresTest, BothFilesAreSyncedBeforeTheFirstRenameAndTheDirectoryAfterwards) {
   WriteFile(directory_ / "g", "old");
   const FailingCall none("fsync", EIO, INT_MAX);
   ReplaceBoth(file_, directory_ / "g");
@@ -352,7 +352,7 @@ TEST_F(FailuresTest, BothFilesAreOnTheDiskBeforeOneIsReplacedAndTheirDirectoryAf
   EXPECT_EQ(found, "fsync fsync rename rename fsync ");
 }
 
-TEST_F(FailuresTest, PackSyncsThePackageAndTheMetadataWholeAndTheirDirectory) {
+TEST_F(FailuresTest, PackSyncsTheCompletePackageTheMetadataAndTheirDirectory) {
   PackOptions options;
   options.directory = directory_ / "site";
   std::filesystem::create_directory(options.directory);
@@ -369,27 +369,27 @@ TEST_F(FailuresTest, PackSyncsThePackageAndTheMetadataWholeAndTheirDirectory) {
   EXPECT_EQ(none.Synced(), expected);
 }
 
-TEST_F(FailuresTest, FirstOfTwoFilesIsAsBeforeWhenTheSecondCannotBeReplaced) {
+TEST_F(FailuresTest, FirstOfTwoFilesIsRestoredIfTheSecondCannotBeReplaced) {
   WriteFile(directory_ / "g", "old");
   EXPECT_COMPLAINT(ComplaintWithout(
       "link", [&] { ReplaceBoth(file_, directory_ / "g"); }, 2));
   EXPECT_EQ(Files(), (Tree{{"f", "old"}, {"g", "old"}}));
 }
 
-TEST_F(FailuresTest, WritesThatAreCutShortGoOn) {
+TEST_F(FailuresTest, ShortWritesAreContinued) {
   const FailingCall fault("write", FailingCall::kShort, 1, 1);
   Replace(file_);
   EXPECT_EQ(fault.Count(), 2);
   EXPECT_EQ(Files(), (Tree{{"f", "new"}}));
 }
 
-TEST_F(FailuresTest, DirectoryThatCannotBeSynchronizedIsTold) {
-  constexpr int kOfTheDirectory = 3;  // after those of the new and of the old file
+TEST_F(FailuresTest, DirectoryThatCannotBeSyncedIsReported) {
+  constexpr int kOfTheDirectory = 3;  // after the syncs of the new file and the old file
   EXPECT_COMPLAINT(ComplaintWithout(
       "open", [&] { Replace(file_); }, kOfTheDirectory));
 }
 
-TEST_F(FailuresTest, OldFileKeepsItsSecondNameIfItCannotBeBroughtBack) {
+TEST_F(FailuresTest, OldFileKeepsItsSecondNameIfItCannotBeRestored) {
   WriteFile(directory_ / "g", "old");
   EXPECT_COMPLAINT(ComplaintWithout(
       "rename", [&] { ReplaceBoth(file_, directory_ / "g"); }, 2));
@@ -415,7 +415,7 @@ TEST_F(FailuresTest, FileThatTakesTheNameOfALeftoverIsNotRemoved) {
   EXPECT_EQ(ReadFile(leftover), "new");
 }
 
-TEST_F(FailuresTest, TemporaryFileThatIsRemovedMeanwhileIsMadeOnceMore) {
+TEST_F(FailuresTest, TemporaryFileRemovedMeanwhileIsMadeAgain) {
   const std::string temporary = directory_ / (".f.tmp-" + std::to_string(getpid()));
   const auto remove = [&] { std::filesystem::remove(temporary); };
   {
@@ -427,7 +427,7 @@ TEST_F(FailuresTest, TemporaryFileThatIsRemovedMeanwhileIsMadeOnceMore) {
   EXPECT_NE(Complaint([&] { Replace(file_); }).find("keep removing it"), std::string::npos);
 }
 
-TEST_F(FailuresTest, TemporaryFileThatCannotBeMadeIsTold) {
+TEST_F(FailuresTest, TemporaryFileThatCannotBeMadeIsReported) {
   EXPECT_NE(Complaint([&] { AtomicFile file(directory_ / "none/f"); }), "");
   EXPECT_COMPLAINT(ComplaintWithout("open", [&] { AtomicFile file(file_); }));
 }
@@ -442,7 +442,7 @@ TEST(Interruptions, IgnoredSignalStaysIgnored) {
 
 // Installation ------------------------------------------------------------------------------------
 
-/// A host without anything, whose file system lies in the directory, and its lock.
+/// A host without an installation, whose root is the directory, and its lock.
 class FailingLockTest : public testing::Test {
  protected:
   std::string TryToLock(std::chrono::milliseconds wait = std::chrono::milliseconds(0)) const {
@@ -453,7 +453,7 @@ class FailingLockTest : public testing::Test {
   const std::string path_ = BesideInstallRoot(directory_ / "", ".WebResources.lock");
 };
 
-TEST_F(FailingLockTest, LockThatCannotBeHadIsTold) {
+TEST_F(FailingLockTest, LockThatCannotBeMadeIsReported) {
   for (const char* function : {"mkdir", "open", "flock"}) {
     EXPECT_COMPLAINT(ComplaintWithout(
         function, [&] { InstallLock lock(directory_ / "", std::chrono::milliseconds(0)); }));
@@ -467,7 +467,7 @@ TEST_F(FailingLockTest, InterruptedLockIsTriedAgain) {
   EXPECT_EQ(fault.Count(), 2);
 }
 
-TEST_F(FailingLockTest, LockThatIsRemovedMeanwhileIsMadeOnceMore) {
+TEST_F(FailingLockTest, LockRemovedMeanwhileIsMadeAgain) {
   const FailingCall neighbour("flock", [this] { std::filesystem::remove(path_); });
   EXPECT_EQ(TryToLock(std::chrono::seconds(10)), "");
   EXPECT_EQ(neighbour.Count(), 2);
@@ -503,13 +503,13 @@ TEST_F(FailingLockTest, LockOfAnotherUserOrWritableByOthersIsRefused) {
   EXPECT_EQ(status.st_mode & 07777U, 0600U);
 }
 
-TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenIsTold) {
+TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenIsReported) {
   std::filesystem::create_directories(ParentOf(path_));
   EXPECT_COMPLAINT(ComplaintWithout("write", [&] { WriteReceipt(directory_ / "", {}); }));
   EXPECT_EQ(TreeOf(ParentOf(path_)), Tree());
 }
 
-TEST_F(FailuresTest, RecordThatCannotBeReadIsTold) {
+TEST_F(FailuresTest, RecordThatCannotBeReadIsReported) {
   const std::string root = directory_ / "root";
   std::filesystem::create_directories(root + "/Library/Preferences/" + PLIST_SECTION_KEY +
                                       ".plist");
@@ -519,11 +519,12 @@ TEST_F(FailuresTest, RecordThatCannotBeReadIsTold) {
             0U);
 }
 
-// Step --------------------------------------------------------------------------------------------
+// The installer as a child process ----------------------------------------------------------------
 
 class StepTest : public FailuresTest {
  protected:
-  /// The end of an installer that is this shell script.
+  /// Runs the shell script in place of the installer, and returns the description of the exit
+  /// status.
   std::string ToldOf(const std::string& script) {
     WriteFile(step_, "#!/bin/sh\n" + script);
     chmod(step_.c_str(), 0755);
@@ -539,8 +540,8 @@ class StepTest : public FailuresTest {
   const std::string step_ = directory_ / "step";
 };
 
-// With 297 descriptors open, the lock was among those that were closed. The shell has its script as
-// number 10.
+// With 297 open descriptors, an earlier version also closed the lock. Descriptor 10 is the shell's
+// own script.
 TEST_F(StepTest, HasTheLockAndNoOtherOfThreeHundredDescriptors) {
   std::vector<Descriptor> open;
   for (int i = 0; i < 300; ++i) {
@@ -564,7 +565,7 @@ TEST_F(StepTest, HangUpThatTheCallerIgnoresStaysIgnored) {
   EXPECT_EQ(ToldOf("kill -HUP $$; exit 3\n"), "it was ended by signal 1");
 }
 
-TEST_F(StepTest, ForAnotherProcessorIsTold) {
+TEST_F(StepTest, ForAnotherProcessorIsReported) {
   WriteFile(step_, "\177ELF");
   chmod(step_.c_str(), 0755);
   EXPECT_NE(Complaint([this] { Run(); }).find("for another processor"), std::string::npos);
@@ -590,11 +591,11 @@ TEST_F(StepTest, GetsTheSignalsThatTheCommandBlocks) {
 }
 
 TEST_F(StepTest, RunsWithoutANullDevice) {
-  const FailingCall fault("open", ENXIO, 2);  // after the lock
+  const FailingCall fault("open", ENXIO, 2);  // after the open of the lock
   EXPECT_EQ(ToldOf("[ ! -e /dev/fd/0 ] && exit 3\n"), "it exited with 3");
 }
 
-TEST_F(StepTest, ThatCannotBeRunIsTold) {
+TEST_F(StepTest, ThatCannotBeRunIsReported) {
   EXPECT_NE(Complaint([this] { Run(); }).find("No such file"), std::string::npos);
 }
 

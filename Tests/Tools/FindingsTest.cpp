@@ -1,4 +1,4 @@
-// Each rule about packages: an archive that triggers it, alone.
+// Each rule about packages has an archive that triggers only this rule.
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,7 @@ using namespace webresources;
 namespace {
 
 struct TestedPackage {
-  const char* rule;  ///< Empty: none.
+  const char* rule;  ///< Empty for an archive without a finding.
   const char* what;
   std::string bytes;
 };
@@ -45,29 +45,30 @@ ZipEntry With(ZipEntry entry, Field ZipEntry::*field, Value value) {
   return entry;
 }
 
-/// The archive with another number of entries in its end record.
+/// Returns the archive with another entry count in its end of central directory record.
 std::string WithCount(std::string bytes, char count) {
   bytes[bytes.length() - 22 + 8] = bytes[bytes.length() - 22 + 10] = count;
   return bytes;
 }
 
-/// The archive with another length of the comment in its end record.
+/// Returns the archive with another comment length in its end of central directory record.
 std::string WithCommentLength(std::string bytes, char length) {
   bytes[bytes.length() - 2] = length;
   return bytes;
 }
 
-/// The archive with a comment of its first entry, whose name has one byte.
+/// Returns the archive with a comment of its first entry. Requires: the name of the entry has one
+/// byte.
 std::string WithComment(std::string bytes) {
   const std::size_t begin = bytes.find("PK\1\2");
   bytes[begin + 32] = 1;
   bytes.insert(begin + 47, "c");
-  ++bytes[bytes.length() - 22 + 12];  // the size of the directory
+  ++bytes[bytes.length() - 22 + 12];  // the size of the central directory
   return bytes;
 }
 
-/// The archive with the sizes in the local header of its first entry in fields of 64 bits. The name
-/// has one byte, the stored data four.
+/// Returns the archive with Zip64 sizes in the local header of its first entry. Requires: the name
+/// has one byte, and the stored data has four bytes.
 std::string WithLocalSizesOf64Bits(std::string bytes) {
   const std::string extra("\1\0\20\0\4\0\0\0\0\0\0\0\4\0\0\0\0\0\0\0", 20);
   bytes.replace(18, 8, 8, '\xFF');
@@ -91,8 +92,8 @@ constexpr std::uint16_t kSizesFollow = 8;
 
 std::vector<TestedPackage> Cases() {
   const ZipEntry kText("b", "text");
-  const std::string inner = Zip({kText}).substr(0, 35);  // its local header, name and data
-  // Says that the 64-bit end record is the first byte of the file, where there is none.
+  const std::string inner = Zip({kText}).substr(0, 35);  // header, name, data
+  // Refers to a Zip64 end of central directory record at offset 0, where there is none.
   const std::string locator64 =
       std::string("PK\6\7") + std::string(12, '\0') + std::string("\1\0\0\0", 4);
   return {
@@ -214,7 +215,7 @@ TEST_P(FindingsTest, ArchiveTriggersItsRuleAlone) {
   EXPECT_EQ(IdsOf(FindInPackage(path_, prediction_)), expected);
 }
 
-/// What the findings say of each archive, a line each.
+/// Returns the messages of the findings of each archive, one line for each finding.
 std::string Said() {
   std::string said;
   for (const TestedPackage& tested : Cases()) {
@@ -223,7 +224,7 @@ std::string Said() {
     WriteFile(path, tested.bytes);
     PackageReader package(path);
     for (const Finding& finding : FindInPackage(path, Predict(package))) {
-      if (finding.rule->id != std::string("expansion-ratio")) {  // tells what zlib can do
+      if (finding.rule->id != std::string("expansion-ratio")) {  // the reason depends on zlib
         said += Printable(finding.subject).substr(0, 20) + ": " + finding.reason + "\n";
       }
     }
@@ -231,7 +232,7 @@ std::string Said() {
   return said;
 }
 
-TEST(Findings, SayWhatIsWrong) {
+TEST(Findings, NameTheDefect) {
   EXPECT_EQ(Said(),
             R"(OrloWebResources.zip: the installer cannot open it and installs an empty directory
 OrloWebResources.zip: the installer cannot open it and installs an empty directory
@@ -312,7 +313,7 @@ TEST(Headers, AreComparedBehindLeadingDataToo) {
   EXPECT_EQ(ReadArchiveLayout(directory / "zip")->entries.at(0).DifferingFields(), "name");
 }
 
-TEST_P(FindingsTest, ExtractionLeavesWhatIsPredicted) {
+TEST_P(FindingsTest, ExtractionGivesThePredictedTree) {
   std::string destination = directory_ / "destination";
   ASSERT_TRUE(InstallerUtils::UncompressPackageFiles(path_, destination));
   for (const Difference& difference : CompareWithPackage(path_, destination)) {
@@ -322,7 +323,7 @@ TEST_P(FindingsTest, ExtractionLeavesWhatIsPredicted) {
 
 INSTANTIATE_TEST_SUITE_P(Archives, FindingsTest, testing::ValuesIn(Cases()));
 
-/// All that a prediction says, as text.
+/// Returns the complete prediction as a string.
 std::string TextOf(const Prediction& prediction) {
   std::ostringstream text;
   text << prediction.isOpened << prediction.entryCount << '\n';
@@ -338,8 +339,8 @@ std::string TextOf(const Prediction& prediction) {
   return text.str();
 }
 
-/// Whether the extraction leaves what is predicted of the archive `bytes`, beforehand and while it
-/// is extracted.
+/// Returns whether the extraction of the archive `bytes` gives the tree of both predictions: before
+/// the extraction, and during the extraction.
 bool IsPredicted(const std::string& bytes) {
   ScopedDirectory directory;
   const std::string path = directory / kPackageFileName;
@@ -369,7 +370,7 @@ const std::string kMixed = Zip({{"d/", ""},
                                 {"d/f", "again"},
                                 {"../h", "x"}});
 
-TEST(DamagedArchive, EveryCutIsPredicted) {
+TEST(DamagedArchive, EveryTruncationIsPredicted) {
   for (std::size_t length = 0; length < kMixed.length(); ++length) {
     EXPECT_TRUE(IsPredicted(kMixed.substr(0, length))) << length;
   }
@@ -383,7 +384,8 @@ TEST(DamagedArchive, EveryChangedByteIsPredicted) {
   }
 }
 
-/// `count` entries that all have the data of the first, and state `size` bytes each.
+/// Returns an archive of `count` entries that share the data of the first entry. Each entry states
+/// `size` bytes.
 std::string SharedData(std::size_t count, std::uint32_t size) {
   const std::string text(100000, 'a');
   std::vector<ZipEntry> entries{{"a0", text, kDeflated}};
@@ -424,17 +426,17 @@ TEST(Bounds, SharedDataCountsForEachEntry) {
   EXPECT_EQ(OutOfBounds(SharedData(30, 100000), 3000000), Ids{});
 }
 
-TEST(Bounds, StatedSizeThatNoDataCanHaveDoesNotCount) {
+TEST(Bounds, ImpossibleStatedSizeDoesNotCount) {
   EXPECT_EQ(OutOfBounds(Zip({With(kFile, &ZipEntry::size, 0xFFFFFFFEU)}), 5000), Ids{});
 }
 
-TEST(Bounds, DataThatIsSaidToBecomeNothingCounts) {
+TEST(Bounds, DataWithTheStatedSizeZeroCounts) {
   const std::string bytes = Zip({With(ZipEntry("a", Long(1000)), &ZipEntry::size, 0U)});
   EXPECT_EQ(OutOfBounds(bytes, 999), Ids{"content-too-large"});
   EXPECT_EQ(OutOfBounds(bytes, 1000), Ids{});
 }
 
-TEST(Bounds, StatedNumberThatIsWrongIsFound) {
+TEST(Bounds, WrongEntryCountIsFound) {
   const ScopedDirectory directory;
   WriteFile(directory / "zip", WithCount(Zip({kFile, {"b", "x"}}), 3));
   const Findings findings = FindOutOfBounds(directory / "zip", {1});
@@ -473,7 +475,7 @@ TEST(Rules, MissingPackageIsAFinding) {
             std::vector<std::string>{"package-missing"});
 }
 
-/// The findings of an archive, each with its subject and a blank behind it.
+/// Returns the findings of an archive, each with its subject and a space after it.
 std::string Found(const std::string& bytes) {
   ScopedDirectory directory;
   const std::string path = directory / kPackageFileName;
@@ -486,7 +488,7 @@ std::string Found(const std::string& bytes) {
   return found;
 }
 
-/// The archive with a number of two bytes in the last entry of its directory.
+/// Returns the archive with another two-byte number in the last entry of its central directory.
 std::string WithInLastEntry(std::string bytes, std::size_t place, char low, char high) {
   const std::size_t begin = bytes.rfind("PK\1\2");
   bytes[begin + place] = low;
@@ -494,7 +496,7 @@ std::string WithInLastEntry(std::string bytes, std::size_t place, char low, char
   return bytes;
 }
 
-TEST(Rules, OverlappingEntryWithoutANameIsCalledByItsNumber) {
+TEST(Rules, OverlappingEntryWithoutANameIsReportedByItsNumber) {
   const std::string bytes = Zip({kFile, With(ZipEntry("", "x"), &ZipEntry::offset, 0U)});
   EXPECT_NE(Found(bytes).find("overlapping-entries: entry 2\n"), std::string::npos);
 }
@@ -513,8 +515,9 @@ std::string LittleEndian(std::uint64_t number, int size) {
   return bytes;
 }
 
-/// The archive with its number of entries in an end record of 64 bits. Its locator states no disks,
-/// so that the zip library goes by the other end record, which states one entry.
+/// Returns the archive with `count` in a Zip64 end of central directory record. The locator states
+/// no disks, so the zip library uses the other end of central directory record, which states one
+/// entry.
 std::string WithTwoEndRecords(const std::string& archive, std::uint64_t count) {
   const std::size_t begin = archive.find("PK\1\2");
   const std::size_t end = archive.find("PK\5\6");
@@ -529,14 +532,14 @@ std::string WithTwoEndRecords(const std::string& archive, std::uint64_t count) {
          LittleEndian(0, 2);
 }
 
-TEST(Rules, OverlappingEntryThatTheInstallerDoesNotReachIsCalledByItsNumber) {
+TEST(Rules, OverlappingEntryBehindTheEntryCountIsReportedByItsNumber) {
   const std::string bytes =
       WithTwoEndRecords(Zip({kFile, With(ZipEntry("b", "x"), &ZipEntry::offset, 0U)}), 2);
   EXPECT_EQ(Found(bytes), "overlapping-entries: entry 2\n");
 }
 
-// The zip library reads on where the directory has ended, if the last entry's comment leads there.
-TEST(Rules, EntryBehindTheEndRecordIsNotListed) {
+// If the last entry's comment leads there, the zip library reads on behind the central directory.
+TEST(Rules, EntryBehindTheCentralDirectoryIsNotListed) {
   constexpr std::size_t kCommentLength = 32;
   constexpr char kEndSize = 22;
   const std::string other = Zip({{"b/", ""}});

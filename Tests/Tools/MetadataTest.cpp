@@ -1,4 +1,5 @@
-// Each rule about metadata: a file that triggers it, alone; and how far a run gets with it.
+// Each rule about metadata has a file that triggers only this rule, and the outcome of a run with
+// the file.
 
 #include <gtest/gtest.h>
 
@@ -14,7 +15,7 @@ namespace {
 using RunOutcome = Metadata::RunOutcome;
 
 struct Case {
-  const char* rule;  ///< Empty: none.
+  const char* rule;  ///< Empty for a file without a finding.
   RunOutcome outcome;
   std::string text;
 };
@@ -33,7 +34,7 @@ std::string Said(const std::string& text) {
   return said;
 }
 
-TEST(Metadata, FindingsSayWhatIsWrongInTheOrderOfTheMembers) {
+TEST(Metadata, FindingsNameTheDefectsInTheOrderOfTheMembers) {
   EXPECT_EQ(Said(""), "metadata.txt: it holds no word\n");
   EXPECT_EQ(Said("[1]"),
             "metadata.txt: the installer reads its last word, which is no object: [1]\n");
@@ -131,7 +132,7 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"metadata-updateid-absent", RunOutcome::Complete,
              R"({"clear":true,"updateid":-1,"regenerate":false})"}));
 
-TEST(Metadata, MissingFileEndsTheRunAtOnce) {
+TEST(Metadata, MissingFileEndsTheRunImmediately) {
   ScopedDirectory directory;
   const Metadata metadata = ReadMetadata(directory / "metadata.txt");
   ASSERT_EQ(metadata.findings.size(), 1U);
@@ -139,14 +140,14 @@ TEST(Metadata, MissingFileEndsTheRunAtOnce) {
   EXPECT_EQ(metadata.outcome, RunOutcome::Nothing);
 }
 
-TEST(Metadata, DirectoryInItsPlaceHoldsNoWord) {
+TEST(Metadata, DirectoryInPlaceOfTheFileHasNoWord) {
   ScopedDirectory directory;
   const Metadata metadata = ReadMetadata(directory / "");
   ASSERT_EQ(metadata.findings.size(), 1U);
   EXPECT_STREQ(metadata.findings[0].rule->id, "metadata-not-object");
 }
 
-TEST(Metadata, NestingThatCouldExhaustTheStackIsNotRead) {
+TEST(Metadata, NestingThatCouldOverflowTheStackIsNotRead) {
   ScopedDirectory directory;
   WriteFile(directory / "metadata.txt", std::string(1000000, '['));
   EXPECT_THROW(ReadMetadata(directory / "metadata.txt"), Error);

@@ -16,7 +16,7 @@ TEST(Names, PrintableLeavesTextAloneAndShowsTheRestAsBytes) {
   EXPECT_EQ(Printable("\xE2\x80\xAE"
                       "x"),
             "\\xE2\\x80\\xAEx");                         // right-to-left override
-  EXPECT_EQ(Printable("\xEE\x80\x80"), "\xEE\x80\x80");  // of private use
+  EXPECT_EQ(Printable("\xEE\x80\x80"), "\xEE\x80\x80");  // a character for private use
 }
 
 TEST(Names, FoldingTakesAwayCaseAndNormalization) {

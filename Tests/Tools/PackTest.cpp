@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A directory "site" to pack, and "Resources" to write to.
+/// A directory "site" to pack, and an output directory "Resources".
 class PackTest : public testing::Test {
  protected:
   PackTest() {
@@ -35,7 +35,7 @@ class PackTest : public testing::Test {
   std::string Site(const std::string& name) const { return directory_ / ("site/" + name); }
   std::string Written(const std::string& name) const { return directory_ / ("Resources/" + name); }
 
-  /// The identifiers of the findings, each with a blank after it.
+  /// Returns the identifiers of the findings, each followed by a space.
   std::string Refusals() {
     std::string ids;
     for (const Finding& finding : Pack(options_).findings) {
@@ -44,7 +44,8 @@ class PackTest : public testing::Test {
     return ids;
   }
 
-  /// The names that check finds in the written package, which must be as it should be.
+  /// Returns the names that `check` finds in the written package. Expects that the package is
+  /// correct.
   std::string Packed() {
     CheckOptions options;
     options.path = options_.output;
@@ -74,7 +75,7 @@ TEST_F(PackTest, EntriesStandInTheOrderOfBytesWithEachDirectoryBeforeItsFiles) {
             "{\"clear\":false,\"updateid\":7,\"regenerate\":false}\n");
 }
 
-TEST_F(PackTest, MetadataHoldsWhatIsAskedFor) {
+TEST_F(PackTest, MetadataHasTheRequestedValues) {
   WriteFile(Site("f"), "x");
   options_.clear = options_.regenerate = true;
   options_.updateId = -2;
@@ -93,7 +94,7 @@ TEST_F(PackTest, ModesAndTimesAreNotPacked) {
   EXPECT_EQ(ReadFile(Written("OrloWebResources.zip")), first);
 }
 
-TEST_F(PackTest, ReportCountsWhatIsPacked) {
+TEST_F(PackTest, ReportCountsThePackedFiles) {
   fs::create_directories(Site("a/b"));
   WriteFile(Site("a/b/f"), "12");
   WriteFile(Site("g"), "3");
@@ -113,7 +114,7 @@ TEST_F(PackTest, ReportCountsWhatIsPacked) {
                                       "sha256: " + sha256}));
 }
 
-TEST_F(PackTest, JunkIsLeftOutAndSaidSo) {
+TEST_F(PackTest, JunkIsOmittedAndReported) {
   fs::create_directories(Site("__MACOSX"));
   for (const char* name : {".DS_Store", "._f", "__MACOSX/f", "f"}) {
     WriteFile(Site(name), "x");
@@ -174,7 +175,7 @@ TEST_F(PackTest, FilesThatCouldFillAPackageOf4GiBTogetherAreRefused) {
   WriteFile(Site("a"), "x");
   WriteFile(Site("b"), "");
   WriteFile(Site("c"), "");
-  fs::resize_file(Site("b"), std::uintmax_t{3} << 30U);  // takes no room on the disk
+  fs::resize_file(Site("b"), std::uintmax_t{3} << 30U);  // a sparse file
   fs::resize_file(Site("c"), std::uintmax_t{1} << 30U);
   const Report report = Pack(options_);
   ASSERT_EQ(report.findings.size(), 1U);
@@ -206,7 +207,7 @@ TEST_F(PackTest, UncleanNamesAreRefused) {
   EXPECT_EQ(Refusals(), "name-unclean name-unclean ");
 }
 
-TEST_F(PackTest, DirectoryIsRefusedBeforeWhatIsInIt) {
+TEST_F(PackTest, DirectoryIsRefusedBeforeItsContent) {
   fs::create_directory(Site("a\\b"));
   WriteFile(Site("a\\b/c"), "x");
   const Report report = Pack(options_);
@@ -290,7 +291,7 @@ TEST_F(PackTest, HardLinkPlantedWhereATemporaryFileIsMadeIsNotWrittenTo) {
   }
 }
 
-TEST_F(PackTest, FilesThatKilledRunsLeftAreRemovedAndNoOthers) {
+TEST_F(PackTest, OnlyLeftoversOfKilledRunsAreRemoved) {
   WriteFile(Site("f"), "x");
   for (const char* name :
        {".OrloWebResources.zip.tmp-1", ".OrloWebResources.zip.old-99999999", ".metadata.txt.tmp-7",
@@ -298,7 +299,7 @@ TEST_F(PackTest, FilesThatKilledRunsLeftAreRemovedAndNoOthers) {
     WriteFile(Written(name), "left");
   }
   AtomicFile inUse(Written("metadata.txt"));
-  fs::rename(inUse.temporary(), Written(".metadata.txt.tmp-8"));  // as if another process had it
+  fs::rename(inUse.temporary(), Written(".metadata.txt.tmp-8"));  // as if in use elsewhere
   EXPECT_EQ(Refusals(), "");
   Tree tree = TreeOf(options_.output);
   tree.erase("OrloWebResources.zip");
@@ -327,7 +328,7 @@ TEST_F(PackTest, CollidingNamesAreRefused) {
   WriteFile(Site("A"), "x");
   EXPECT_EQ(Refusals(), "case-collision ");
   for (const char* name : {"A", "a"}) {
-    fs::resize_file(Site(name), std::uintmax_t{2} << 30U);  // takes no room on the disk
+    fs::resize_file(Site(name), std::uintmax_t{2} << 30U);  // a sparse file
   }
   options_.selection.required = {"none"};
   EXPECT_EQ(Refusals(), "case-collision package-too-large required-missing ");
@@ -415,7 +416,7 @@ TEST_F(PackTest, FileThatCannotBeReadLeavesTheOldOutput) {
   EXPECT_EQ(TreeOf(options_.output), before);
 }
 
-/// An archive that is written to the file at `path`, from the offset `begin` on.
+/// An archive that is written to the file at `path`, starting at the offset `begin`.
 struct WrittenArchive {
   explicit WrittenArchive(const std::string& path, const ArchiveWriter::Options& options = {},
                           off_t begin = 0)
@@ -442,11 +443,11 @@ TEST(ArchiveWriter, DataIsStoredWhereDeflatingDoesNotShrinkIt) {
   EXPECT_LT(bytes.length(), 500U);
 }
 
-TEST(ArchiveWriter, FileThatIsNotOpenIsToldAtOnce) {
+TEST(ArchiveWriter, FileThatIsNotOpenIsReportedImmediately) {
   EXPECT_THROW(ArchiveWriter(-1, "zip", {}), Error);
 }
 
-TEST(ArchiveWriter, ArchiveDoesNotDependOnWhatIsKeptInMemory) {
+TEST(ArchiveWriter, ArchiveDoesNotDependOnTheMemoryLimit) {
   ScopedDirectory directory;
   std::minstd_rand generator(1);
   std::string noise;
@@ -514,7 +515,7 @@ TEST(ArchiveWriter, ArchiveOf4GiBIsRefused) {
   constexpr off_t k4GiB = off_t{4} << 30U;
   ScopedDirectory directory;
   const auto isWritten = [&directory](off_t size) {
-    // What the file has before takes no room on the disk.
+    // The file is sparse before this offset.
     WrittenArchive archive(directory / "zip", {}, size - kSize);
     archive.writer.AddDirectory("d/");
     try {
@@ -529,7 +530,7 @@ TEST(ArchiveWriter, ArchiveOf4GiBIsRefused) {
   EXPECT_FALSE(isWritten(k4GiB));
 }
 
-TEST(ArchiveWriter, TimesOutsideTheFormatAreTakenToItsEnds) {
+TEST(ArchiveWriter, TimesOutsideTheFormatBecomeTheNearestTimes) {
   ScopedDirectory directory;
   const auto bytesAt = [&directory](std::int64_t seconds) {
     ArchiveWriter::Options options;

@@ -9,8 +9,8 @@
 
 namespace webresources {
 
-/// How the content of `directory` differs from `expected`. On a volume that ignores case, without
-/// the paths that this volume merges or refuses.
+/// Returns the differences of the content of `directory` from `expected`. On a volume that ignores
+/// case, omits the paths that the volume merges or refuses.
 inline Differences Differing(const FileTree& expected, const std::string& directory,
                              Checksum checksum) {
   Differences differences = Compare(expected, ReadTree(directory, checksum));
@@ -20,8 +20,8 @@ inline Differences Differing(const FileTree& expected, const std::string& direct
   return Topmost(OfContent(std::move(differences)));
 }
 
-/// How the contents of `directory` differ, by SHA-256, from what the package at `path` should
-/// leave.
+/// Returns the differences of `directory`, by SHA-256, from the tree that the package at `path`
+/// gives.
 inline Differences CompareWithPackage(const std::string& path, const std::string& directory) {
   PackageReader package(path);
   EntryDigests digests;

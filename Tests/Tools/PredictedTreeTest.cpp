@@ -32,7 +32,7 @@ TEST_F(PredictedTreeTest, DotsAndEmptyComponentsLeadWhereTheyDoInAFileSystem) {
   }
 }
 
-TEST_F(PredictedTreeTest, PathsThroughWhatIsNotADirectoryLeadNowhere) {
+TEST_F(PredictedTreeTest, PathsThroughAFileDoNotExist) {
   for (const char* path : {"x", "d/x", "x/..", "d/f/", "d/f/.", "d/f/..", "d/f/g"}) {
     EXPECT_FALSE(tree_.Exists(path)) << path;
   }

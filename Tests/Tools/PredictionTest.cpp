@@ -26,7 +26,7 @@ struct Predicted {
     prediction = Predict(*package);
   }
 
-  /// Whether the installer's extraction leaves the predicted tree.
+  /// Returns whether the installer's extraction gives the predicted tree.
   bool IsRight() {
     std::string destination = directory / "destination";
     return InstallerUtils::UncompressPackageFiles(path, destination) &&
@@ -55,7 +55,7 @@ TEST(Prediction, DirectoryEntryMakesItsAncestors) {
   EXPECT_TRUE(predicted.IsRight());
 }
 
-TEST(Prediction, OddDirectoryNamesMakeWhatTheyMakeOnTheDisk) {
+TEST(Prediction, OddDirectoryNamesMakeTheSameDirectoriesAsOnTheDisk) {
   Predicted predicted({{"a//", ""},
                        {"b/./", ""},
                        {"c/../d/", ""},
@@ -69,7 +69,7 @@ TEST(Prediction, OddDirectoryNamesMakeWhatTheyMakeOnTheDisk) {
   EXPECT_TRUE(predicted.IsRight());
 }
 
-TEST(Prediction, FileThatIsInTheWayStopsADirectoryAfterItsAncestors) {
+TEST(Prediction, FileInPlaceOfADirectoryStopsItAfterItsAncestors) {
   Predicted predicted({{"a/", ""}, {"a/f", "x"}, {"a/f/g/", ""}, {"b/f", "x"}});
   EXPECT_EQ(predicted.Paths(), (Paths{"a/", "a/f"}));
   EXPECT_EQ(predicted.prediction.entries[2].action, Action::Skip);
@@ -82,7 +82,7 @@ TEST(Prediction, LaterEntryReplacesAnEarlierOneThroughAnotherName) {
   EXPECT_TRUE(predicted.IsRight());
 }
 
-TEST(Prediction, WhatIsReadBeforeADamageStays) {
+TEST(Prediction, DataReadBeforeADamageStays) {
   std::string text;
   for (int i = 0; i < 20000; ++i) {
     text += static_cast<char>('a' + i * i % 23);
@@ -98,7 +98,7 @@ TEST(Prediction, WhatIsReadBeforeADamageStays) {
   EXPECT_TRUE(predicted.IsRight());
 }
 
-TEST(Prediction, FileWithAWrongChecksumIsWrittenWhole) {
+TEST(Prediction, FileWithAWrongChecksumIsWrittenCompletely) {
   ZipEntry entry("f", "text");
   entry.crc = 1;
   Predicted predicted({entry});
@@ -129,12 +129,12 @@ TEST(Prediction, EntryThatCannotBeOpenedDoesNotEmptyAnEarlierFile) {
   EXPECT_TRUE(predicted.IsRight());
 }
 
-TEST(Prediction, ChecksumOfEachFileIsThatOfItsData) {
+TEST(Prediction, ChecksumOfEachFileIsTheChecksumOfItsData) {
   Predicted predicted({{"f", "text", kDeflated}});
   EXPECT_EQ(ItemsOf(predicted.prediction.tree)[0].node->crc32, Crc("text"));
 }
 
-/// An archive with one file "f" and a comment.
+/// Returns an archive with one file "f" and a comment.
 std::string Commented(const std::string& comment) {
   std::string bytes = Zip({{"f", "text"}});
   bytes[bytes.length() - 2] = static_cast<char>(comment.length() & 0xFFU);
@@ -151,7 +151,7 @@ TEST(Prediction, ArchiveWithACommentOf65514BytesIsNotFound) {
   EXPECT_TRUE(notFound.IsRight());
 }
 
-TEST(Prediction, LastEndRecordCountsEvenInAComment) {
+TEST(Prediction, LastEndOfCentralDirectoryRecordCountsEvenInAComment) {
   Predicted other(Commented(Zip({{"other", "x"}})));
   EXPECT_EQ(other.Paths(), Paths{"other"});
   EXPECT_TRUE(other.IsRight());
@@ -160,7 +160,7 @@ TEST(Prediction, LastEndRecordCountsEvenInAComment) {
   EXPECT_TRUE(signature.IsRight());
 }
 
-TEST(Prediction, ChecksumOfDamagedDataIsThatOfWhatCanBeRead) {
+TEST(Prediction, ChecksumOfDamagedDataIsTheChecksumOfTheReadablePart) {
   ZipEntry early("f", "text");
   early.size = 9;
   Predicted predicted({early});
@@ -181,7 +181,7 @@ TEST(Prediction, EachEntryIsReadOnce) {
 }
 
 TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
-  // The file cannot be made: the extraction reads nothing of it, the prediction all.
+  // The file cannot be made. The extraction reads none of its data, and the prediction reads all.
   Predicted predicted({{"f", "text", kDeflated}});
   std::string destination = predicted.directory / "destination";
   std::filesystem::create_directories(destination + "/f");
@@ -194,7 +194,7 @@ TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
   EXPECT_EQ(differences[0].kind, Difference::Kind::Type);
 }
 
-/// Whether `read`, which sends a signal to its process, ends by an Error.
+/// Returns whether `read`, which sends a signal to its process, throws an Error.
 bool IsStopped(const std::function<void()>& read) {
   return InChild([&read] {
     CatchInterruptions();

@@ -1,4 +1,4 @@
-// What the commands say, word for word, to people and in the document's members.
+// The complete output of the commands, as text and as members of the JSON document.
 
 #include <gtest/gtest.h>
 
@@ -26,7 +26,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A root in which update 7 is installed, and the bundles of updates 7 and 8.
+/// A root with the installed update 7, and the bundles of updates 7 and 8.
 class ReportsTest : public testing::Test {
  protected:
   ReportsTest() {
@@ -53,8 +53,8 @@ class ReportsTest : public testing::Test {
         "{\"clear\":false,\"updateid\":" + std::to_string(updateId) + ",\"regenerate\":false}");
   }
 
-  /// All that `report` says, without what differs from host to host. The members of documents
-  /// have a line each.
+  /// Returns the complete output of `report`, without the parts that depend on the host. Each
+  /// member of a document has a line.
   std::string Said(Report report) const {
     std::string text = "status " + std::to_string(report.status) + "\n";
     for (const std::string& line : report.listing) {
@@ -84,7 +84,7 @@ class ReportsTest : public testing::Test {
   PreferencesDomain record_{PLIST_SECTION_KEY, root_};
 };
 
-TEST_F(ReportsTest, PlanTellsFilesLeftoversRecordAndBytes) {
+TEST_F(ReportsTest, PlanReportsFilesLeftoversRecordAndBytes) {
   PlanOptions options;
   options.hostRoot = root_;
   options.bundle = directory_ / "8.app";
@@ -130,7 +130,7 @@ files {"added":0,
 )");
 }
 
-TEST_F(ReportsTest, PlanOfWhatIsInstalledChangesNothing) {
+TEST_F(ReportsTest, PlanOfTheInstalledUpdateChangesNothing) {
   fs::remove(installRoot_ + "Resource1");
   PlanOptions options;
   options.hostRoot = root_;
@@ -164,7 +164,7 @@ files {"added":0,
 )");
 }
 
-TEST_F(ReportsTest, PlanThatRefusesTellsWhy) {
+TEST_F(ReportsTest, PlanThatRefusesNamesTheReason) {
   record_.SetNumber("iUpdateId", 9);
   record_.Flush();
   PlanOptions options;
@@ -212,7 +212,7 @@ record {"installPath":"Resource0",
 )");
 }
 
-TEST_F(ReportsTest, StatusTellsWhatIsInstalledAndWhetherItIsSound) {
+TEST_F(ReportsTest, StatusReportsTheInstalledUpdateAndItsState) {
   EXPECT_EQ(Said(Status({root_, false})), R"(status 1
 leftover */root/I/Resource1: it is not the installed directory
 update:    7, version 17.011.30138.7
@@ -276,7 +276,7 @@ comparedWith "record"
 )");
 }
 
-TEST_F(ReportsTest, VerifyTellsWhatDiffers) {
+TEST_F(ReportsTest, VerifyReportsTheDifferences) {
   EXPECT_EQ(Said(Verify({directory_ / "8.app", root_, false})), R"(status 1
 file-differs Resource0/d/f: it has 4 bytes instead of 6
 file-extra Resource0/g: it does not belong there
@@ -305,7 +305,7 @@ comparedWith "record"
 )");
 }
 
-TEST_F(ReportsTest, InstallCheckTellsWhyOrWhyNot) {
+TEST_F(ReportsTest, InstallCheckNamesTheReason) {
   EXPECT_EQ(Said(InstallCheck({directory_ / "8.app", root_, false})), R"(status 0
 file-differs Resource0/d/f: it has 4 bytes instead of 6
 file-extra Resource0/g: it does not belong there
@@ -365,7 +365,7 @@ installNeeded false
 )");
 }
 
-TEST_F(ReportsTest, DiffTellsEachChange) {
+TEST_F(ReportsTest, DiffReportsEachChange) {
   DiffOptions options;
   options.before = directory_ / "7.app";
   options.after = directory_ / "8.app";
@@ -390,7 +390,7 @@ files {"added":0,
 )");
 }
 
-TEST_F(ReportsTest, DiffOfEqualBundlesIsAsItShouldBeIfTheyAre) {
+TEST_F(ReportsTest, DiffOfEqualBundlesIsCorrectOnlyIfTheBundlesAre) {
   DiffOptions options;
   options.before = options.after = directory_ / "7.app";
   EXPECT_EQ(Diff(options).status, kAsItShouldBe);
@@ -398,7 +398,7 @@ TEST_F(ReportsTest, DiffOfEqualBundlesIsAsItShouldBeIfTheyAre) {
   EXPECT_EQ(Diff(options).status, kHasFindings);
 }
 
-TEST_F(ReportsTest, CheckTellsEachEntryAndHowFarARunGets) {
+TEST_F(ReportsTest, CheckReportsEachEntryAndTheOutcomeOfARun) {
   CheckOptions options;
   options.path = directory_ / "7.app";
   EXPECT_EQ(Said(Check(options)), R"(status 0
@@ -473,7 +473,7 @@ proof {"agrees":true,
 )");
 }
 
-/// The lines that people see of `report`.
+/// Returns the text output of `report`.
 std::string Printed(const Report& report, Form form) {
   testing::internal::CaptureStdout();
   Print(report, form);
@@ -501,7 +501,7 @@ TEST(Reports, FindingsOfOneRuleAreCountedFromTheSixthOn) {
   EXPECT_EQ(Json::parse(Printed(report, Form::Document))["findings"].size(), 13U);
 }
 
-TEST(Reports, LongListingIsCutUnlessAllIsAskedFor) {
+TEST(Reports, LongListingIsTruncatedWithoutAll) {
   Report report("diff");
   report.listing.assign(15, "line");
   EXPECT_EQ(Printed(report, Form::Brief), Printed(report, Form::Whole));
@@ -514,7 +514,7 @@ TEST(Reports, LongListingIsCutUnlessAllIsAskedFor) {
   EXPECT_EQ(std::count(whole.begin(), whole.end(), '\n'), 21);
 }
 
-TEST(Reports, NameIsReadBackWhateverItsBytes) {
+TEST(Reports, NameOfAnyBytesIsReadBack) {
   for (const std::string name : {"", "a", "\xC3\xA4", "\xE4\x80", "a\nb"}) {
     Json json = Json::object();
     PutName(json, "name", name);
@@ -529,9 +529,9 @@ TEST_F(ReportsTest, FindingOfTheMetadataAloneIsInTheStatusOfCheck) {
   EXPECT_EQ(Check(options).status, 1);
 }
 
-TEST_F(ReportsTest, ProofThatNeedsMoreSpaceThanIsFreeIsNotBegun) {
+TEST_F(ReportsTest, TrialExtractionWithoutEnoughFreeSpaceIsNotStarted) {
   std::vector<ZipEntry> entries;
-  for (int i = 0; i < 20000; ++i) {  // of a megabyte or more each, which could become a gigabyte
+  for (int i = 0; i < 20000; ++i) {  // each: 1 MB or more that could become 1 GB
     ZipEntry entry(std::to_string(i), i == 0 ? std::string(1U << 20U, 'x') : "");
     entry.size = entry.compressed = 0xFFFFFFF0;
     entry.offset = 0;

@@ -1,4 +1,4 @@
-// The one comparison of trees, and what it is made of.
+// The comparison of trees, and its parts.
 
 #include <gtest/gtest.h>
 
@@ -68,7 +68,7 @@ TEST(Trees, AttributesAreComparedWhereBothAreKnown) {
   EXPECT_EQ(Text(OfContent(Compare({expected}, {actual}))), "");
 }
 
-TEST(Trees, DifferencesSayWhatIsWrong) {
+TEST(Trees, DifferencesNameTheDefect) {
   FileItem ours = File("i", "x");
   FileItem strangers = ours;
   ours.mode = 0644;
@@ -94,7 +94,7 @@ TEST(Trees, DifferencesSayWhatIsWrong) {
 }
 
 TEST(Trees, DirectoryIncludesItsContentAtTheTopmostDifference) {
-  // "a-" lies between "a" and "a/b" in the order of bytes.
+  // In the order of bytes, "a-" is between "a" and "a/b".
   const FileTree expected = {Directory("."), Directory("a"), File("a-", "x"), File("a/b", "x")};
   const FileTree actual = {Directory(".")};
   EXPECT_EQ(Text(Compare(expected, actual)), "0a 0a- 0a/b ");
@@ -166,7 +166,7 @@ TEST(Names, HexadecimalIsReadBack) {
   }
 }
 
-TEST(Names, JsonEscapesWhatATerminalMustNotGet) {
+TEST(Names, JsonEscapesTheControlCharactersOfATerminal) {
   EXPECT_EQ(JsonPrintable("{\n\"\x7f\xC2\x9B\xE2\x80\xAE\xF3\xA0\x80\x81\xC3\xA4\"}"),
             "{\n\"\\u007f\\u009b\\u202e\\udb40\\udc01\xC3\xA4\"}");
 }
@@ -183,7 +183,7 @@ TEST(Names, SuggestionIsTheNearestWordWithinTwoChanges) {
   }
 }
 
-TEST(AtomicFile, CommittedFileIsInPlaceAndNothingElse) {
+TEST(AtomicFile, CommittedFileIsInPlaceWithoutLeftovers) {
   ScopedDirectory directory;
   const std::string path = directory / "file";
   WriteFile(path, "old");

@@ -1,4 +1,4 @@
-// Each way in which an installation can be other than a bundle's: found, alone.
+// Each difference between an installation and a bundle is found, and no other difference.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -34,7 +34,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// A bundle, and a root in which it is installed as a run leaves it.
+/// A bundle, and a root with the bundle's installation as a run leaves it.
 class VerifyTest : public testing::Test {
  protected:
   VerifyTest() {
@@ -64,7 +64,7 @@ class VerifyTest : public testing::Test {
     return found;
   }
 
-  /// The same with the reasons.
+  /// Returns the findings with their reasons.
   std::string Told() {
     record_.Flush();
     std::string told;
@@ -80,16 +80,16 @@ class VerifyTest : public testing::Test {
     return Told();
   }
 
-  /// Returns the path of `path` of the host.
+  /// Returns the path of `path` on the host.
   std::string Host(const std::string& path) const { return options_.hostRoot + path; }
 
-  /// What is found without a bundle.
+  /// Returns the findings without a bundle.
   std::string FoundAlone() {
     options_.bundle.reset();
     return Found();
   }
 
-  /// As `install` writes the receipt.
+  /// Writes the receipt as `install` does.
   void WriteReceiptOfTheBundle() const {
     const ExpectedBundle bundle = ReadBundle(*options_.bundle, {}, options_.limits);
     Receipt receipt;
@@ -103,7 +103,8 @@ class VerifyTest : public testing::Test {
     return directory_ / "root/Library/Preferences/" + PLIST_SECTION_KEY + ".plist";
   }
 
-  /// To install where nothing was ever installed. The record cannot be read: it is a directory.
+  /// Returns the options of an installation on a host without an installation. The record cannot be
+  /// read, because the record is a directory.
   InstallOptions OnAFreshHost() {
     fs::remove_all(directory_ / "root");
     fs::create_directories(RecordPath());
@@ -121,7 +122,7 @@ class VerifyTest : public testing::Test {
   VerifyOptions options_;
 };
 
-TEST_F(VerifyTest, InstalledBundleIsAsItShouldBe) {
+TEST_F(VerifyTest, InstalledBundleIsCorrect) {
   EXPECT_EQ(Found(), "");
   EXPECT_EQ(FoundAlone(), "");
 }
@@ -225,7 +226,7 @@ TEST_F(VerifyTest, ReceiptThatOthersCanWriteToOrNotReadIsFound) {
   }
 }
 
-TEST_F(VerifyTest, ForeignOwnersOfRecordAndDirectoriesAreFoundUnlessIgnored) {
+TEST_F(VerifyTest, WrongOwnersOfRecordAndDirectoriesAreFoundUnlessIgnored) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can give files away";
   }
@@ -248,7 +249,7 @@ TEST_F(VerifyTest, OwnerOfTheHostsRootAndRootAreExpectedWhoeverAsks) {
     GTEST_SKIP() << "only root can give files away";
   }
   ASSERT_EQ(chown(Host("").c_str(), 1234, 1234), 0);
-  EXPECT_EQ(Told(), "");  // root owns the rest
+  EXPECT_EQ(Told(), "");  // root owns the other entries
   for (const auto& entry : fs::recursive_directory_iterator(Host(""))) {
     ASSERT_EQ(chown(entry.path().c_str(), 1234, 1234), 0);
   }
@@ -287,7 +288,7 @@ TEST_F(VerifyTest, FileInThePlaceOfADirectoryHasNoModeToCompare) {
   EXPECT_EQ(Found().find("mode-differs"), std::string::npos);
 }
 
-TEST_F(VerifyTest, ForeignOwnerIsFoundUnlessIgnored) {
+TEST_F(VerifyTest, WrongOwnerIsFoundUnlessIgnored) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can give files away";
   }
@@ -314,7 +315,7 @@ TEST_F(VerifyTest, UpdateNumberMinusOneThatIsNotRecordedIsFound) {
 
 TEST_F(VerifyTest, ErrorsOfThePackageCount) {
   WriteFile(resources_ + kPackageFileName, Zip({{"d/", ""}, {"d/f", "text"}, {"g", "x"}}) + "x");
-  EXPECT_EQ(Found(), "");  // a warning does not
+  EXPECT_EQ(Found(), "");  // a warning is no finding
   std::string cut = Zip({{"d/", ""}, {"d/f", "text"}, {"g", "x"}});
   WriteFile(resources_ + kPackageFileName, cut.substr(0, cut.length() - 30));
   EXPECT_EQ(Found().substr(0, 18), "package-unreadable");
@@ -382,7 +383,7 @@ TEST_F(VerifyTest, EachMissingValueOfTheRecordIsFound) {
   }
 }
 
-TEST_F(VerifyTest, ValueOfAnotherTypeIsToldAsWhatItIs) {
+TEST_F(VerifyTest, ValueOfAnotherTypeIsReportedWithItsType) {
   record_.SetText("iUpdateId", "7");
   EXPECT_EQ(Found(), "record-type update number\n");
   record_.SetNumber("iUpdateId", 7);
@@ -413,7 +414,7 @@ TEST_F(VerifyTest, NothingInstalledIsOneFinding) {
   EXPECT_EQ(Found(), "not-installed " + installRoot_ + "\n");
 }
 
-TEST_F(VerifyTest, OneRecordedValueAloneIsMoreThanNothing) {
+TEST_F(VerifyTest, OneRecordedValueAloneNeedsADirectory) {
   fs::remove_all(installRoot_);
   const auto foundWith = [this](auto set) {
     for (const char* key : {"tWebResourceInstallPath", "iUpdateId", "tFullVersion", "irandom"}) {
@@ -438,19 +439,19 @@ TEST_F(VerifyTest, DirectoryGoneUnderItsRecordIsFound) {
             "record-directory installed directory\nnot-installed " + installRoot_ + "Resource0\n");
 }
 
-TEST_F(VerifyTest, RecordThatCannotBeReadCannotTell) {
+TEST_F(VerifyTest, RecordThatCannotBeReadGivesAnUnknownState) {
   const std::string record = RecordPath();
   fs::remove(record);
   fs::create_directory(record);
   EXPECT_THROW(Verify(options_), Error);
 }
 
-TEST_F(VerifyTest, HostThatIsNotThereCannotTell) {
+TEST_F(VerifyTest, MissingHostGivesAnUnknownState) {
   options_.hostRoot = directory_ / "none";
   EXPECT_THROW(Verify(options_), Error);
 }
 
-/// More than 4 GiB, stated by entries that share their data.
+/// Returns a package that states more than 4 GiB, with entries that share their data.
 std::string PackageThatCanHoldTooMuch() {
   std::vector<ZipEntry> entries{{"data", std::string(200000, 'x')}};
   for (int i = 0; i < 40; ++i) {
@@ -467,7 +468,7 @@ TEST_F(VerifyTest, PackageThatCanHoldTooMuchIsNotComparedWithTheTree) {
             "content-too-large OrloWebResources.zip\noverlapping-entries OrloWebResources.zip\n");
 }
 
-TEST_F(VerifyTest, FaultyMetadataCannotTell) {
+TEST_F(VerifyTest, FaultyMetadataGivesAnUnknownState) {
   WriteFile(resources_ + kMetadataFileName, "{}");
   EXPECT_THROW(Verify(options_), Error);
 }
@@ -519,7 +520,7 @@ TEST_F(VerifyTest, InstallCheckCountsTheReceiptsFindings) {
 }
 
 TEST_F(VerifyTest, PlanReadsTheContentOfInstalledFiles) {
-  WriteFile(installed_ + "g", "y");  // as long as before
+  WriteFile(installed_ + "g", "y");  // the same size as before
   PlanOptions options;
   options.hostRoot = options_.hostRoot;
   options.bundle = *options_.bundle;
@@ -534,8 +535,7 @@ TEST_F(VerifyTest, RootsReserveIsNotFree) {
   EXPECT_EQ(FreeSpaceAt(directory_ / "").bytes, 0U);
 }
 
-// Without a bundle, and before an installation
-// -----------------------------------------------------
+// Without a bundle, and before an installation ----------------------------------------------------
 
 TEST_F(VerifyTest, StatusWithoutAReceiptSaysThatOnlyTheRecordWasCompared) {
   struct stat status = {};
@@ -583,7 +583,7 @@ TEST_F(VerifyTest, ReceiptStandsInForAPackageOfItsDigestAndOutline) {
   Receipt receipt;
   receipt.packageSha256 = bundle.packageSha256.value();
   receipt.tree = bundle.tree;
-  const auto standsIn = [&] {  // a digest that the package does not have shows it
+  const auto standsIn = [&] {  // a digest that only the receipt has
     receipt.tree.back().sha256 = Sha256::Digest{};
     return ReadBundle(*options_.bundle, receipt, options_.limits).tree.back().sha256 ==
            Sha256::Digest{};
@@ -602,7 +602,7 @@ TEST_F(VerifyTest, ReceiptStandsInForAPackageOfItsDigestAndOutline) {
   EXPECT_FALSE(standsIn());
 }
 
-TEST_F(VerifyTest, ReceiptOfAnotherUpdateIsTold) {
+TEST_F(VerifyTest, ReceiptOfAnotherUpdateIsReported) {
   Receipt receipt;
   receipt.updateId = 6;
   Findings findings;
@@ -614,7 +614,7 @@ TEST_F(VerifyTest, ReceiptOfAnotherUpdateIsTold) {
   EXPECT_EQ(findings[1].reason, "it is of update 6, and no update is recorded");
 }
 
-TEST(Receipt, TimeIsThatOfGreenwichWhereverTheMachineIs) {
+TEST(Receipt, TimeIsUtcInEveryTimeZone) {
   setenv("TZ", "TEST-05:30", 1);
   tzset();
   EXPECT_EQ(TimeText(1000000000), "2001-09-09T01:46:40Z");
@@ -650,7 +650,7 @@ class ReceiptTest : public VerifyTest {
     return text + "}";
   }
 
-  /// The defect that is found in a receipt with this text; empty if there is none.
+  /// Returns the defect of a receipt with this text, or an empty string.
   std::string DefectOf(const std::string& text) const {
     WriteFile(ReceiptPath(options_.hostRoot), text);
     Findings findings;
@@ -722,7 +722,7 @@ TEST_F(ReceiptTest, OfANewerFormatIsNotRead) {
   }
 }
 
-TEST_F(ReceiptTest, ThatCannotBeReadIsNotTakenForMissing) {
+TEST_F(ReceiptTest, ThatCannotBeReadIsNotTreatedAsMissing) {
   const std::string path = ReceiptPath(options_.hostRoot);
   fs::create_directories(path);
   EXPECT_THROW(Status({options_.hostRoot, false}), Error);
@@ -757,7 +757,7 @@ TEST_F(ReceiptTest, OfABegunInstallationGivesTheBytesBefore) {
   EXPECT_FALSE(fs::exists(path));
 }
 
-TEST_F(VerifyTest, IdentifierThatIsInOrderOnASecondLookIsKept) {
+TEST_F(VerifyTest, IdentifierThatIsValidAtTheSecondReadIsKept) {
   Installation seen = ReadInstallation(options_.hostRoot);
   seen.record.values.random = 0;
   RepairWhatARunKeeps(seen, false);
@@ -771,7 +771,7 @@ TEST_F(VerifyTest, IdentifierOutOfRangeIsRemoved) {
   EXPECT_EQ(record_.GetNumber("irandom"), std::nullopt);
 }
 
-TEST_F(VerifyTest, RepairThatFailsIsTold) {
+TEST_F(VerifyTest, FailedRepairIsReported) {
   record_.SetNumber("irandom", 0);
   record_.Flush();
   const Installation installation = ReadInstallation(options_.hostRoot);
@@ -792,7 +792,7 @@ TEST_F(VerifyTest, RepairThatFailsIsTold) {
   }
 }
 
-TEST_F(VerifyTest, AccessToTheProductsPlacesIsRepaired) {
+TEST_F(VerifyTest, AccessToTheProductsDirectoriesIsRepaired) {
   WriteReceiptOfTheBundle();
   record_.Flush();
   const std::string root = installRoot_.substr(0, installRoot_.length() - 1);
@@ -809,7 +809,7 @@ TEST_F(VerifyTest, AccessToTheProductsPlacesIsRepaired) {
   }
 }
 
-TEST_F(VerifyTest, ForeignOwnerOfTheProductsPlacesIsRepaired) {
+TEST_F(VerifyTest, WrongOwnerOfTheProductsDirectoriesIsRepaired) {
   if (geteuid() != 0) {
     GTEST_SKIP() << "only root can give files away";
   }
@@ -840,7 +840,7 @@ TEST_F(VerifyTest, InstallThatCannotReadTheRecordOfAFreshHostTouchesNothing) {
   EXPECT_FALSE(IsThere(directory_ / "root/Library/Application Support"));
 }
 
-/// Returns whether somebody holds the lock at `path`.
+/// Returns whether a process holds the lock at `path`.
 bool IsLocked(const std::string& path) {
   const Descriptor lock(open(path.c_str(), O_RDWR | O_CLOEXEC));
   return lock && flock(*lock, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK;
@@ -857,7 +857,7 @@ TEST_F(VerifyTest, LockIsHeldWhileTheInstallationIsVerifiedAndTheReceiptWritten)
   options.hostRoot = options_.hostRoot;
   options.bundle = *options_.bundle;
   options.isForced = true;
-  for (const char* call : {"lstat", "fsync"}) {  // of verification and receipt
+  for (const char* call : {"lstat", "fsync"}) {  // calls of the verification and of the receipt
     fs::remove(ran);
     int looks = 0;
     const auto look = [&] {
@@ -872,7 +872,7 @@ TEST_F(VerifyTest, LockIsHeldWhileTheInstallationIsVerifiedAndTheReceiptWritten)
   }
 }
 
-TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMade) {
+TEST_F(VerifyTest, InstallOfAFreshHostReadsAgainUnderTheLockOfAnotherInstallation) {
   const InstallOptions options = OnAFreshHost();
   const std::string lock = BesideInstallRoot(options.hostRoot, ".WebResources.lock");
   const FailingCall neighbour("openat", [&lock] {

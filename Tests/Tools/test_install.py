@@ -1,6 +1,6 @@
 """install, verify and installcheck on a machine: test_install.py [TEST...]
 
-The machine is a private root that holds the command and a bundle. Each test changes one thing."""
+The machine is a chroot with the command and a bundle. Each test changes one thing."""
 
 import collections
 import errno
@@ -56,7 +56,7 @@ def tearDownModule():
 
 
 def write_bundle(bundle, content=None, update=7, clear=False, regenerate=False):
-    """A bundle with the shipped executable."""
+    """Writes a bundle with the shipped executable."""
     if not bundle.exists():
         shutil.copytree(BUNDLE, bundle)
     with zipfile.ZipFile(bundle / PACKAGE, "w", zipfile.ZIP_DEFLATED) as archive:
@@ -71,7 +71,7 @@ INHERITED = "system.posix_acl_default"
 
 
 def let_user_write_in_new_entries(test, directory):
-    """A default access control list: user 1234 may write to what is made in the directory."""
+    """Sets a default access control list: user 1234 may write to new entries of the directory."""
     entries = [(1, 7, 0xffffffff), (2, 7, 1234), (4, 5, 0xffffffff), (16, 7, 0xffffffff),
                (32, 5, 0xffffffff)]
     try:
@@ -104,7 +104,7 @@ class Machine:
         return self.command_of(COMMAND, *arguments)
 
     def command_of(self, *command):
-        """What runs a program whose libraries the root has."""
+        """Returns the command that runs a program whose libraries are in the chroot."""
         return command_in(self.root, *command, proc=SANITIZED, added=True)
 
     def start(self, *arguments, **options):
@@ -112,7 +112,8 @@ class Machine:
                                 stderr=subprocess.PIPE, text=True, **options)
 
     def tell(self, name, *arguments, **options):
-        """What a command tells: its status, the findings' identifiers, and the document."""
+        """Returns the result of a command: the status, the identifiers of the findings, and the
+        document."""
         result = subprocess.run(self.command(name, *arguments, "--json"), capture_output=True,
                                 text=True, timeout=120, check=False, **options)
         document = json.loads(result.stdout)
@@ -130,7 +131,7 @@ class Machine:
         return self.tell("installcheck", "/X.app", *arguments)
 
     def run_step(self, **options):
-        """The step by itself, as without the command."""
+        """Runs the installer directly, without the command."""
         subprocess.run(self.command_of(f"/X.app/{EXECUTABLE}"), check=True, **options)
 
     def record(self):
@@ -145,14 +146,15 @@ class Machine:
         return json.loads(self.path(RECEIPT).read_text())
 
     def everything(self):
-        """All that an installation writes, without what depends on the time."""
+        """Returns everything that an installation writes, without the parts that depend on the
+        time."""
         found = tree(self.path("/Library"))
         receipt = found.get(os.fsencode(RECEIPT.replace("/Library/", "", 1)))
         if receipt is not None:
             found[b"receipt"] = {**json.loads(receipt), "time": None}
             del found[os.fsencode(RECEIPT.replace("/Library/", "", 1))]
         record = os.fsencode(RECORD.replace("/Library/", "", 1))
-        if record in found:  # in any order
+        if record in found:  # the keys may have any order
             found[record] = plistlib.loads(found[record])
         return found
 
@@ -189,7 +191,7 @@ class Install(Case):
         self.assert_installed()
 
     def test_bundle_may_have_a_relative_path(self):
-        """The step has another working directory than the command."""
+        """The installer has another working directory than the command."""
         add_programs(self.machine.root, program("sh"))
         for place, path in (("/", "X.app"), ("/X.app", "."), ("/X.app/Contents", "../")):
             result = subprocess.run(
@@ -200,7 +202,7 @@ class Install(Case):
             self.assert_installed()
 
     def test_set_group_id_bit_and_inherited_list_above_let_an_installation_succeed(self):
-        """Both go on to what is made below, and the list lets another user write."""
+        """New entries inherit the bit and the list, and the list lets another user write."""
         above = self.machine.path("/Library/Application Support")
         above.mkdir(parents=True)
         above.chmod(0o2755)
@@ -234,7 +236,8 @@ class Install(Case):
         self.assert_installed()
 
     def test_resources_directory_is_wrong_usage(self):
-        """The program beside a Resources directory ran as root: it belongs to no bundle."""
+        """The program beside a Resources directory, which belongs to no bundle, once ran as
+        root."""
         shutil.copytree(self.machine.bundle / "Contents/Resources", self.machine.path("/dir/res"))
         self.machine.path("/link").symlink_to("/X.app/Contents/Resources")
         for path in ("/dir/res", "/link", "/X.app/Contents", "/X.app/Contents/Resources"):
@@ -279,7 +282,7 @@ class Install(Case):
         self.assertEqual(self.leftovers(), [])
 
     def test_up_to_date_machine_gets_no_copy(self):
-        """The directory that would hold the copy keeps its time."""
+        """The directory that would get the copy keeps its modification time."""
         self.machine.install()
         before = self.machine.path(BESIDE).stat().st_mtime_ns
         self.assertEqual(self.machine.install().document["outcome"], "up-to-date")
@@ -329,7 +332,8 @@ class Install(Case):
         self.assert_installed({"old": b"old"}, 7)
 
     def test_damaged_bundle_touches_nothing(self):
-        """Cut, with a changed byte, without directory entries: each emptied a working site."""
+        """A truncated package, a changed byte, and missing directory entries once emptied a working
+        site."""
         package = self.machine.bundle / PACKAGE
         whole = package.read_bytes()
         flipped = bytearray(whole)
@@ -358,7 +362,7 @@ class Install(Case):
         self.assertFalse(self.machine.path("/Library").exists())
 
     def test_refusal_makes_no_directory(self):
-        """A newer update is recorded, and nothing else is there."""
+        """A newer update is recorded, and no other file exists."""
         record = self.machine.path(RECORD)
         record.parent.mkdir(parents=True)
         record.write_bytes(plistlib.dumps({"iUpdateId": 8}))
@@ -372,8 +376,8 @@ class Install(Case):
         self.assertEqual(os.listdir(self.machine.path("/Library")), ["Preferences"])
 
     def test_step_has_the_same_surroundings_always(self):
-        """Under any umask, everything is readable by other users and writable by none, the
-        directories above and the receipt included."""
+        """For every umask, other users can read everything and write nothing, the directories above
+        and the receipt included."""
         for umask in (0o077, 0):
             shutil.rmtree(self.machine.path("/Library"), ignore_errors=True)
             self.assertEqual(self.machine.install(umask=umask, env={
@@ -385,7 +389,7 @@ class Install(Case):
                 self.assertEqual(path.stat().st_mode & 0o777, expected, path)
 
     def write_step(self, script):
-        """A shell script in the place of the executable."""
+        """Writes a shell script in place of the executable."""
         add_programs(self.machine.root, program("sh"), program("sleep"))
         step = self.machine.bundle / EXECUTABLE
         step.write_text(f"#!{program('sh')}\n{script}\n")
@@ -399,7 +403,7 @@ class Install(Case):
         self.assertEqual(self.machine.receipt()["state"], "begun")
 
     def test_installation_that_is_not_ended_is_a_finding_until_the_next_one(self):
-        """The receipt was removed first, and a truncated file then counted as correct."""
+        """Once, the receipt was removed first, and a truncated file then counted as correct."""
         self.machine.install()
         step = self.machine.bundle / EXECUTABLE
         shipped = step.read_bytes()
@@ -530,8 +534,8 @@ class Install(Case):
         self.assertEqual(result.returncode, 1)
 
     def on_a_volume(self, options, *arguments, at="/Library", prepare="true", **streams):
-        """What a command tells when an empty volume with these options is mounted at `at`. The
-        shell runs `prepare` in the volume before."""
+        """Returns the result of a command with an empty volume mounted at `at`. `options` are mount
+        options, or the size in bytes. A shell runs `prepare` in the volume before the command."""
         mount = self.machine.path(at)
         mount.mkdir(exist_ok=True)
         if isinstance(options, int):
@@ -710,7 +714,8 @@ class Receipt(Case):
 
 
 class Advice(Case):
-    """Messages that tell the cause, the place and the remedy. The advice works when followed."""
+    """Messages name the cause, the place and the remedy. The remedy works when the test follows the
+    advice."""
 
     def output(self, *arguments):
         result = subprocess.run(self.machine.command(*arguments), capture_output=True, text=True,
@@ -718,7 +723,7 @@ class Advice(Case):
         return result.stdout + result.stderr
 
     def follow(self, advice):
-        self.assertRegex(advice, "^webresources install ")  # the tests are root in the root
+        self.assertRegex(advice, "^webresources install ")  # the tests are root in the chroot
         words = shlex.split(advice)
         self.assertEqual(subprocess.run(self.machine.command(*words[1:]), check=False,
                                         stdout=subprocess.DEVNULL).returncode, 0, advice)
@@ -796,8 +801,8 @@ class Advice(Case):
 
 
 class Fleet(Case):
-    """The ways in which machines break, each told truthfully and, where it can be, repaired by one
-    install."""
+    """Each way in which machines break is reported correctly and, if possible, repaired by one
+    `install`."""
 
     def setUp(self):
         super().setUp()
@@ -810,7 +815,7 @@ class Fleet(Case):
             os.chown(path, 1234, 1234)
 
     def half_finished(self):
-        """As a run leaves it that is killed after the new directory is recorded."""
+        """Makes the state of a run that was killed after the new directory was recorded."""
         (self.root / "Resource1").mkdir()
         (self.root / "Resource1/index.html").write_bytes(b"<p>")
         self.machine.change_record(tWebResourceInstallPath="Resource1")
@@ -823,7 +828,7 @@ class Fleet(Case):
         self.page.rename(target)
         self.page.symlink_to("/elsewhere")
 
-    # What verify finds with the bundle, and without it: then there are the receipt and the record.
+    # The findings of verify with the bundle, and with only the receipt and the record.
     BREAKAGES = {
         "delete": (lambda t: t.page.unlink(), ["file-missing"], ["file-missing"]),
         "change": (lambda t: t.page.write_bytes(t.page.read_bytes().replace(b"hello", b"Hello")),
@@ -899,8 +904,8 @@ class Fleet(Case):
         self.assertEqual((self.machine.verify().status, self.machine.install().status), (2, 2))
 
     def test_what_blocks_the_step_is_refused_and_told(self):
-        """A dangling link in the place of the fresh directory, and a file in that of the
-        root: the step would install nothing."""
+        """A dangling link at the path of the new directory, or a file at the path of the root. The
+        installer would install nothing."""
         shutil.rmtree(self.machine.installed)
         self.machine.installed.symlink_to("nowhere")
         before = self.machine.everything()
@@ -928,7 +933,7 @@ class Fleet(Case):
 
 
 class Together(Case):
-    """Several installations at once, and installations that are killed."""
+    """Concurrent installations, and installations that are killed."""
 
     def install_at_once(self, count, *arguments):
         started = [self.machine.start("install", "/X.app", *arguments) for _ in range(count)]
@@ -940,15 +945,16 @@ class Together(Case):
             self.assert_installed()
 
     def test_four_first_installations_at_once_leave_one_whole_installation(self):
-        """None has made the lock yet that keeps the others from looking at what changes."""
+        """No process has made the lock yet, which keeps other processes from reading a changing
+        state."""
         for _ in range(5):
             shutil.rmtree(self.machine.path("/Library"), ignore_errors=True)
             self.assertEqual(self.install_at_once(4, "--force"), [0] * 4)
             self.assert_installed()
 
     def slow_step(self):
-        """The step, which waits for a file before it does its work, as long as its root is there: if
-        the test is ended, nothing goes on."""
+        """Makes the installer wait for a file before its work, as long as its root exists. If the
+        test ends early, no process stays."""
         add_programs(self.machine.root, program("sh"), program("sleep"))
         step = self.machine.bundle / EXECUTABLE
         shutil.move(step, step.with_name("Step"))
@@ -965,7 +971,8 @@ class Together(Case):
         self.fail(path)
 
     def test_package_that_changes_during_the_wait_is_checked_again(self):
-        """It was checked before the wait, and a truncated one replaced a site by nothing."""
+        """Once, the package was checked before the wait, and a truncated package then replaced a
+        site."""
         self.machine.install()
         self.slow_step()
         first = self.machine.start("install", "/X.app", "--force")
@@ -979,7 +986,8 @@ class Together(Case):
         told = json.loads(second.communicate()[0])
         self.assertEqual((second.returncode, told["outcome"]), (1, "refused"))
         package.write_bytes(whole)
-        self.assertEqual(self.machine.verify(bundle=None).status, 1)  # the first ran the shell's
+        # The first installation's script ran the installer in /X.app, beside the truncated package.
+        self.assertEqual(self.machine.verify(bundle=None).status, 1)
 
     def test_interrupted_installation_waits_for_the_installer_and_leaves_no_copy(self):
         self.slow_step()
@@ -1009,7 +1017,7 @@ class Together(Case):
         self.slow_step()
         first = self.machine.start("install", "/X.app")
         self.wait_for("/begun")
-        first.kill()  # what runs it has become it
+        first.kill()  # the installer has replaced the process that starts it
         first.communicate()
         self.assertEqual(self.machine.install("--wait", "0").status, 2)
         self.machine.path("/go").touch()
@@ -1027,7 +1035,7 @@ class Together(Case):
         first.wait()
         self.assertEqual(self.machine.install("--wait", "0").status, 2)
         self.machine.path("/go").touch()
-        self.assertEqual(install().wait(), 2)  # it cannot say what it has done
+        self.assertEqual(install().wait(), 2)  # the command cannot report its result
         self.assert_installed()
 
     def test_waiting_is_said_on_a_terminal(self):
@@ -1042,7 +1050,7 @@ class Together(Case):
             said += os.read(master, 10000)
         begin = time.monotonic()
         self.assertEqual(second.wait(), 2)
-        self.assertLess(abs(time.monotonic() - begin - 5), 4.5)  # a second, on a busy machine
+        self.assertLess(abs(time.monotonic() - begin - 5), 4.5)  # about a second, on a busy machine
         os.close(master)
         os.close(terminal)
         self.machine.path("/go").touch()
@@ -1201,7 +1209,7 @@ class Uninstall(Case):
         self.machine.install()
         path = self.machine.path("/dev/log")
         with socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM) as log:
-            os.chdir(path.parent)  # the whole path may be too long for a socket
+            os.chdir(path.parent)  # the complete path may be too long for a socket
             log.bind("log")
             os.chdir("/")
             log.settimeout(10)

@@ -1,6 +1,6 @@
-"""The plan against what install then does, on random machines with random bundles.
+"""Compares the plan with the result of install, on random machines with random bundles.
 
-test_plan.py [TEST...]; PLANS in the environment says how many, SEED the first seed."""
+test_plan.py [TEST...]; the environment variable PLANS is the number, and SEED is the first seed."""
 
 import json
 import os
@@ -13,7 +13,7 @@ from private_root import INSTALL_ROOT, RECORD, full_version, tree
 from test_install import METADATA, PACKAGE, TEMPORARY, Machine, write_bundle
 
 PLANS = int(os.environ.get("PLANS", "25"))
-SEED = int(os.environ.get("SEED", "101"))  # by default: of 25 plans with all three outcomes
+SEED = int(os.environ.get("SEED", "101"))  # 25 plans from the default seed have all three outcomes
 NAMES = ["a", "b", "c", "d/a", "d/b", "d/e/a", "d", "d-e"]
 
 
@@ -22,7 +22,7 @@ def tearDownModule():
 
 
 def random_content(chance):
-    """Files, with their directories announced before."""
+    """Returns files, each after the entries of its directories."""
     content = {}
     for name in chance.sample(NAMES, chance.randrange(len(NAMES))):
         parents = [name[:i + 1] for i, letter in enumerate(name) if letter == "/"]
@@ -43,7 +43,7 @@ def write_tree(directory, content):
 
 
 def random_value(chance, usual):
-    """A value of the record, which may be of another type, or absent."""
+    """Returns a value of the record, which may have another type, or None."""
     return chance.choice([usual, usual, usual, None, "text", 5, True])
 
 
@@ -83,7 +83,7 @@ class Plans(unittest.TestCase):
 
     def random_bundle(self, chance):
         bundle = self.machine.bundle
-        if chance.random() < 0.6:  # else the one that may be installed
+        if chance.random() < 0.6:  # otherwise, the content that may be installed already
             write_bundle(bundle, random_content(chance), update=chance.randrange(5, 9),
                          clear=chance.random() < 0.5, regenerate=chance.random() < 0.3)
         elif not (bundle / METADATA).exists():
@@ -110,12 +110,12 @@ class Plans(unittest.TestCase):
                 if not path.endswith((b".receipt.json", b".WebResources.lock"))}
 
     def changes(self, before, after):
-        """What becomes of each path, without sizes."""
+        """Returns the change of each path, without sizes."""
         return {path: "removed" if path not in after else "added" if path not in before
                 else "changed" for path in {*before, *after} if before.get(path) != after.get(path)}
 
     def expected_record(self, before, plan):
-        """What the plan says of the record, as it is stored."""
+        """Returns the planned record in its stored form."""
         after = plan["recordAfter"]
         return {"tWebResourceInstallPath": after["installPath"], "iUpdateId": after["updateId"],
                 "tFullVersion": after["fullVersion"]}

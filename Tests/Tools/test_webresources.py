@@ -1,4 +1,4 @@
-"""The command webresources as it is installed: test_webresources.py BUILD-DIRECTORY [TEST...]"""
+"""The installed command webresources: test_webresources.py BUILD-DIRECTORY [TEST...]"""
 
 import errno
 import hashlib
@@ -35,7 +35,7 @@ COMMAND = PREFIX / 'bin/webresources'
 COMMANDS = ('pack', 'check', 'info', 'diff', 'plan', 'install', 'verify', 'installcheck', 'status',
             'uninstall')
 OUTPUT = ('--json', '--quiet', '--all')  # before or after the command
-INSTALL_ROOT = private_root.INSTALL_ROOT.lstrip('/')  # below a private root
+INSTALL_ROOT = private_root.INSTALL_ROOT.lstrip('/')  # relative to a chroot
 RECORD = private_root.RECORD.lstrip('/')
 WEB_PACKAGE = pathlib.Path('/usr/share/javascript/dojox')
 IS_SANITIZED = '-fsanitize' in (BUILD / 'CMakeCache.txt').read_text()
@@ -67,7 +67,7 @@ def output_on_a_terminal(command, environment):
         try:
             while part := os.read(master, 4096):
                 shown += part
-        except OSError as error:  # Linux ends it so; the kernel passes the bytes on when it has time
+        except OSError as error:  # Linux reports the end so; the kernel passes the bytes on later
             if error.errno != errno.EIO:
                 raise
     os.close(master)
@@ -79,7 +79,7 @@ def as_ordinary_user():
 
 
 def tree_of(directory):
-    """Relative paths of files with their contents, of directories with None."""
+    """Returns a map of relative paths to the content of a file, or to None for a directory."""
     return {str(path.relative_to(directory)): path.read_bytes() if path.is_file() else None
             for path in pathlib.Path(directory).rglob('*')}
 
@@ -114,7 +114,7 @@ class Case(unittest.TestCase):
             '{"clear":false,"updateid":7,"regenerate":false}\n')
 
     def write_archive(self, entries):
-        warnings.simplefilter('ignore')  # of duplicate names
+        warnings.simplefilter('ignore')  # zipfile warns about duplicate names
         with zipfile.ZipFile(self.package, 'w') as archive:
             for name, data in entries:
                 archive.writestr(name, data)
@@ -137,7 +137,7 @@ class InstallTest(Case):
             self.assertIn('Example: webresources ' + command, run(command, '--help').stdout)
 
     def completed(self, *words):
-        """What bash offers for the last of the words."""
+        """Returns bash's completions of the last word."""
         script = ('. "$0" && COMP_WORDS=("$@") && COMP_CWORD=$(($# - 1)) && _webresources "$1" && '
                   'printf "%s\\n" "${COMPREPLY[@]}"')
         completion = PREFIX / 'share/bash-completion/completions/webresources'
@@ -260,7 +260,7 @@ class PackTest(Case):
 
     def test_interruption_inside_a_file_of_2_gib_leaves_nothing(self):
         (self.site / 'A').touch()  # the first entry
-        os.truncate(self.site / 'A', 2 << 30)  # takes no room on the disk
+        os.truncate(self.site / 'A', 2 << 30)  # a sparse file
         for number in (signal.SIGINT, signal.SIGTERM):
             process = subprocess.Popen(
                 [COMMAND, 'pack', self.site, '--update-id', '8', '--output', self.resources],
@@ -314,7 +314,7 @@ class PackTest(Case):
 
     def test_progress_is_shown_on_a_terminal_only(self):
         self.assertEqual(self.pack().stderr, '')
-        for i in range(50):  # more than the bar has columns
+        for i in range(50):  # more files than columns of the bar
             (self.site / str(i)).touch()
         (self.site / 'large').write_bytes(os.urandom(2 << 20))
         for command in (['pack', self.site, '--update-id', '7', '--output', self.resources],
@@ -327,7 +327,7 @@ class PackTest(Case):
                 bars = b''
                 while not bars.endswith(b'.'):
                     bars += os.read(master, 100000)
-                self.assertRegex(bars,  # whole at last, and removed
+                self.assertRegex(bars,  # complete at the end, and then removed
                                  rb'(?s)^\r\[# {39}\].*\r\[#{40}\][^\r]*\r\x1b\[K\.$'
                                  if shown else rb'^\.$')
                 os.close(master)
@@ -336,7 +336,7 @@ class PackTest(Case):
     def test_metadata_that_cannot_be_written_whole_is_an_error(self):
         result = run('pack', self.site, '--update-id', '7', '--output', self.resources,
                      preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (10, 10)),
-                     restore_signals=False)  # Python ignores the signal, and so does the command
+                     restore_signals=False)  # Python ignores the signal by default
         self.assertEqual(result.returncode, 2, result.stdout)
         self.assertIn('File too large', result.stderr)
         self.assertEqual(os.listdir(self.resources), [])
@@ -421,7 +421,7 @@ class CheckTest(Case):
             (self.resources / name).unlink()
 
     def write_package_of_755_gigabytes(self):
-        """An entry that becomes 690 MB, and 1094 more that have its data."""
+        """Writes an entry of 690 MB when extracted, and 1094 entries that share its data."""
         deflate = zlib.compressobj(9, wbits=-15)
         block = bytes(1 << 20)
         data = b''.join(deflate.compress(block) for _ in range(658)) + deflate.flush()
@@ -696,7 +696,7 @@ class UsageTest(Case):
 
 
 class EndToEndTest(Case):
-    """Packs, checks, runs the shipped installer in a private root, and verifies."""
+    """Packs, checks, runs the shipped installer in a chroot, and verifies."""
 
     def install(self):
         root = self.directory / 'root'
@@ -748,7 +748,7 @@ class EndToEndTest(Case):
         elsewhere = self.directory / 'elsewhere'
         output = elsewhere / 'output'
         output.mkdir(parents=True)
-        # Copied backwards: another order on the disk.
+        # The copy is made in reverse, so that the directory entries have another order on the disk.
         for path in sorted(WEB_PACKAGE.rglob('*'), reverse=True):
             if path.is_file():
                 copy = elsewhere / 'site' / path.relative_to(WEB_PACKAGE)
@@ -775,8 +775,8 @@ class EndToEndTest(Case):
         self.assertEqual(self.status('verify', self.resources), 0)
 
     def verified(self):
-        """The status of verify and what it finds: identifiers with the last component of each
-        subject."""
+        """Returns the status and the findings of verify: identifiers with the last component of
+        each subject."""
         result = run('verify', '--json', '--root', self.directory / 'root', self.resources)
         return result.returncode, [
             (finding['id'], finding['subject'].rpartition('/')[2])
