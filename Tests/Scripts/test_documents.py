@@ -199,6 +199,8 @@ class Numbers(unittest.TestCase):
          "Documentation/webresources.md", "more than {} MiB"),
         ("Tools/webresources/report/Report.cpp", r"kScreen = (\d+);",
          "Documentation/webresources.md", "at most {} lines"),
+        ("Tools/webresources/main.cpp", r"kLeast = rlim_t\{(\d+)\} << 20U",
+         "Documentation/webresources.md", "stack limit below {} MiB"),
         ("Include/OSUtils.h", r"kLargestRandom = (\d+);",
          "Documentation/findings.md", "from 1 to {}"),
         ("Include/OSUtils.h", r"kLargestRandom = (\d+);",
