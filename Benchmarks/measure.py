@@ -198,7 +198,7 @@ class Bench:
         self.report.update(place.name, web, runs.Series(commands, rounds, on_disk=place.is_disk))
 
     def installed(self, command):
-        """Installs what `command` then updates."""
+        """Installs the site that `command` then updates."""
         runs.seconds(command, on_disk=True)
 
     def start(self, ten):
@@ -278,7 +278,7 @@ class Bench:
                             if row.get("aggregate_name") == "median"})
 
     def benchmark(self, choice, *arguments):
-        """Returns the rows of one run of ValuesBenchmark in a process of its own."""
+        """Returns the rows of one run of ValuesBenchmark in a separate process."""
         result = subprocess.run(
             [str(self.bench / "build/Benchmarks/ValuesBenchmark"), "--benchmark_format=json",
              "--benchmark_min_time=0.05", "--benchmark_filter=" + choice, *arguments],

@@ -75,7 +75,6 @@ class OSUtils {
   /// Records the name of the installed directory, without the install root.
   static bool RegisterWebResourcePath(const std::string& path);
 
-  /// Records the number of the installed update.
   static bool RegisterUpdateID(int id);
 
   /// Returns the full version string: "17.011.30138.", the installer's release, followed by `build`

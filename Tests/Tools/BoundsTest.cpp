@@ -59,7 +59,7 @@ bool TakesSecondsOfWork(unsigned int seconds, Act act) {
   });
 }
 
-/// Makes a sparse file of `size` bytes, all 0 except the last bytes `end`, and returns its path.
+/// Makes a sparse file of `size` bytes, all 0 except the last bytes `end`, and returns the path.
 std::string Sparse(const std::string& path, std::uint64_t size, const std::string& end) {
   WriteFile(path, "");
   std::filesystem::resize_file(path, size - end.length());
@@ -217,7 +217,7 @@ TEST(Bounds, NamesWithOneHashValueNeedNoMoreTimeThanOthers) {
   }));
 }
 
-// Before its limit, the reader used 7 GiB of memory for a receipt of 95 MiB.
+// Without a limit, the reader used 7 GiB of memory for a receipt of 95 MiB.
 TEST(Receipt, OfManyBracketsNeedsLittleMemory) {
   const ScopedDirectory directory;
   const std::string path = ReceiptPath(directory / "");

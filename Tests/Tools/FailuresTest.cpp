@@ -442,7 +442,7 @@ TEST(Interruptions, IgnoredSignalStaysIgnored) {
 
 // Installation ------------------------------------------------------------------------------------
 
-/// A host without an installation, whose root is the directory, and its lock.
+/// A host without an installation, whose root is the directory, and the lock.
 class FailingLockTest : public testing::Test {
  protected:
   std::string TryToLock(std::chrono::milliseconds wait = std::chrono::milliseconds(0)) const {

@@ -45,19 +45,19 @@ ZipEntry With(ZipEntry entry, Field ZipEntry::*field, Value value) {
   return entry;
 }
 
-/// Returns the archive with another entry count in its end of central directory record.
+/// Returns the archive with another entry count in the end of central directory record.
 std::string WithCount(std::string bytes, char count) {
   bytes[bytes.length() - 22 + 8] = bytes[bytes.length() - 22 + 10] = count;
   return bytes;
 }
 
-/// Returns the archive with another comment length in its end of central directory record.
+/// Returns the archive with another comment length in the end of central directory record.
 std::string WithCommentLength(std::string bytes, char length) {
   bytes[bytes.length() - 2] = length;
   return bytes;
 }
 
-/// Returns the archive with a comment of its first entry. Requires: the name of the entry has one
+/// Returns the archive with a comment of the first entry. Requires: the name of the entry has one
 /// byte.
 std::string WithComment(std::string bytes) {
   const std::size_t begin = bytes.find("PK\1\2");
@@ -67,7 +67,7 @@ std::string WithComment(std::string bytes) {
   return bytes;
 }
 
-/// Returns the archive with Zip64 sizes in the local header of its first entry. Requires: the name
+/// Returns the archive with Zip64 sizes in the first local header. Requires: the name
 /// has one byte, and the stored data has four bytes.
 std::string WithLocalSizesOf64Bits(std::string bytes) {
   const std::string extra("\1\0\20\0\4\0\0\0\0\0\0\0\4\0\0\0\0\0\0\0", 20);
@@ -475,7 +475,7 @@ TEST(Rules, MissingPackageIsAFinding) {
             std::vector<std::string>{"package-missing"});
 }
 
-/// Returns the findings of an archive, each with its subject and a space after it.
+/// Returns the findings of an archive, each followed by the subject and a space.
 std::string Found(const std::string& bytes) {
   ScopedDirectory directory;
   const std::string path = directory / kPackageFileName;
@@ -488,7 +488,7 @@ std::string Found(const std::string& bytes) {
   return found;
 }
 
-/// Returns the archive with another two-byte number in the last entry of its central directory.
+/// Returns the archive with another two-byte number in the last entry of the central directory.
 std::string WithInLastEntry(std::string bytes, std::size_t place, char low, char high) {
   const std::size_t begin = bytes.rfind("PK\1\2");
   bytes[begin + place] = low;

@@ -181,7 +181,8 @@ TEST(Prediction, EachEntryIsReadOnce) {
 }
 
 TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
-  // The file cannot be made. The extraction reads none of its data, and the prediction reads all.
+  // The file cannot be made. The extraction reads no data of the file, and the prediction reads all
+  // data.
   Predicted predicted({{"f", "text", kDeflated}});
   std::string destination = predicted.directory / "destination";
   std::filesystem::create_directories(destination + "/f");
@@ -194,7 +195,7 @@ TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
   EXPECT_EQ(differences[0].kind, Difference::Kind::Type);
 }
 
-/// Returns whether `read`, which sends a signal to its process, throws an Error.
+/// Returns whether `read`, which sends a signal to this process, throws an Error.
 bool IsStopped(const std::function<void()>& read) {
   return InChild([&read] {
     CatchInterruptions();

@@ -1,4 +1,4 @@
-// The comparison of trees, and its parts.
+// The comparison of trees, and the parts of the comparison.
 
 #include <gtest/gtest.h>
 

@@ -282,7 +282,7 @@ class Install(Case):
         self.assertEqual(self.leftovers(), [])
 
     def test_up_to_date_machine_gets_no_copy(self):
-        """The directory that would get the copy keeps its modification time."""
+        """The directory that would get the copy keeps the old modification time."""
         self.machine.install()
         before = self.machine.path(BESIDE).stat().st_mtime_ns
         self.assertEqual(self.machine.install().document["outcome"], "up-to-date")
@@ -1035,7 +1035,7 @@ class Together(Case):
         first.wait()
         self.assertEqual(self.machine.install("--wait", "0").status, 2)
         self.machine.path("/go").touch()
-        self.assertEqual(install().wait(), 2)  # the command cannot report its result
+        self.assertEqual(install().wait(), 2)  # the command cannot report the result
         self.assert_installed()
 
     def test_waiting_is_said_on_a_terminal(self):

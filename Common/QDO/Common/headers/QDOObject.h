@@ -58,7 +58,6 @@ class QDOObject {
   QDOObject& operator=(const QDOObject& other) { return set(other); }
   QDOObject& operator=(QDOObject&& other) noexcept;
 
-  /// Returns a Bool with `value`.
   static QDOObject makeBool(bool value) noexcept;
 
   // Setters. Each setter replaces the old value and returns this value. The old value is released
