@@ -279,11 +279,14 @@ class Tools(CMakePackageTestCase):
         program[18:20] = b"\xf0\xf0"  # the processor in an ELF header: none that exists
         self.command.write_bytes(program)
         toolchain = self.directory / "toolchain.cmake"
-        toolchain.write_text(
-            "set(CMAKE_SYSTEM_NAME Linux)\nset(CMAKE_SYSTEM_PROCESSOR other)\n"
-            f"set(CMAKE_FIND_ROOT_PATH {self.prefix})\n"
-            "set(CMAKE_FIND_ROOT_PATH_MODE_PACKAGE ONLY)\n"
-            f"set(WebResourceInstaller_COMMAND {os.environ['WEBRESOURCES']})\n")
+        guide = (SOURCE / "Documentation/embedding.md").read_text()
+        [example] = re.findall(r"^```cmake\n(set\(CMAKE_SYSTEM_NAME .*?)^```$", guide,
+                               re.MULTILINE | re.DOTALL)
+        for path, here in (("/opt/aarch64", self.prefix),
+                           ("/usr/bin/webresources", os.environ["WEBRESOURCES"])):
+            self.assertIn(path, example)
+            example = example.replace(path, str(here))
+        toolchain.write_text(example)
         status, output = run("cmake", "-S", self.directory, "-B", self.build_directory, "-G",
                              self.generator, f"-DCMAKE_TOOLCHAIN_FILE={toolchain}")
         self.assertEqual(status, 0, output)
