@@ -217,7 +217,7 @@ class Install(Case):
         self.assertNotIn(INHERITED, os.listxattr(root))
         self.assertIn(INHERITED, os.listxattr(above))
 
-    def test_open_directory_of_the_host_is_told_with_the_command_and_left_alone(self):
+    def test_open_directory_of_the_host_is_reported_with_the_command_and_not_changed(self):
         above = self.machine.path("/Library/Application Support")
         above.mkdir(parents=True)
         above.chmod(0o777)
@@ -294,7 +294,7 @@ class Install(Case):
                          (0, "plan", "install"))
         self.assertFalse(self.machine.path("/Library").exists())
 
-    def test_up_to_date_machine_is_left_alone(self):
+    def test_up_to_date_machine_is_not_changed(self):
         self.machine.install()
         before = self.machine.installed.stat().st_ino
         receipt = self.machine.path(RECEIPT).stat().st_ino
@@ -303,14 +303,14 @@ class Install(Case):
         self.assertEqual((told.status, told.document["outcome"]), (0, "up-to-date"))
         self.assertEqual(self.machine.installed.stat().st_ino, before)
 
-    def test_force_runs_the_step_all_the_same(self):
+    def test_force_runs_the_installer_anyway(self):
         self.machine.install()
         before = self.machine.installed.stat().st_ctime_ns
         self.assertEqual(self.machine.install("--force").document["outcome"], "installed")
         self.assertNotEqual(self.machine.installed.stat().st_ctime_ns, before)
         self.assert_installed()
 
-    def test_update_replaces_what_is_installed(self):
+    def test_update_replaces_the_installed_files(self):
         self.machine.install()
         content = {"other": b"other"}
         write_bundle(self.machine.bundle, content, update=8)
@@ -369,13 +369,13 @@ class Install(Case):
         self.assertEqual(self.machine.install().ids, ["newer-installed"])
         self.assertEqual(os.listdir(self.machine.path("/Library")), ["Preferences"])
 
-    def test_machine_that_cannot_be_looked_at_gets_no_directory(self):
+    def test_machine_that_cannot_be_examined_gets_no_directory(self):
         record = self.machine.path(RECORD)
         record.mkdir(parents=True)
         self.assertEqual(self.machine.install().status, 2)
         self.assertEqual(os.listdir(self.machine.path("/Library")), ["Preferences"])
 
-    def test_step_has_the_same_surroundings_always(self):
+    def test_installer_always_has_the_same_environment(self):
         """For every umask, other users can read everything and write nothing, the directories above
         and the receipt included."""
         for umask in (0o077, 0):
@@ -395,14 +395,14 @@ class Install(Case):
         step.write_text(f"#!{program('sh')}\n{script}\n")
         step.chmod(0o755)
 
-    def test_step_that_fails_is_told(self):
+    def test_installer_that_fails_is_reported(self):
         self.write_step("exit 3")
         told = self.machine.install()
         self.assertEqual(told.ids, ["step-failed", "not-installed"])
         self.assertEqual((told.status, told.document["outcome"]), (1, "failed"))
         self.assertEqual(self.machine.receipt()["state"], "begun")
 
-    def test_installation_that_is_not_ended_is_a_finding_until_the_next_one(self):
+    def test_unfinished_installation_is_a_finding_until_the_next_installation(self):
         """Once, the receipt was removed first, and a truncated file then counted as correct."""
         self.machine.install()
         step = self.machine.bundle / EXECUTABLE
@@ -421,7 +421,7 @@ class Install(Case):
         self.assertEqual(self.machine.install().status, 0)
         self.assert_installed()
 
-    def test_surroundings_of_the_step(self):
+    def test_environment_of_the_installer(self):
         self.write_step("""{ umask; pwd; } >/told
             export -p >/environment
             for i in 3 4 5 6 7 8 9; do (: >&$i) 2>/dev/null && echo $i >>/descriptors; done
@@ -439,7 +439,7 @@ class Install(Case):
         self.assertEqual(len(self.machine.path("/descriptors").read_text().split()), 1)  # the lock
         self.assertIn("signal 15", told.document["findings"][0]["reason"])
 
-    def test_step_inherits_the_lock_alone_however_many_descriptors_are_open(self):
+    def test_installer_inherits_only_the_lock_of_many_open_descriptors(self):
         add_programs(self.machine.root, program("bash"))
         self.write_step(f"""exec {program("bash")} -c '
             for ((i = 3; i < 400; ++i)); do {{ : >&$i; }} 2>/dev/null && echo $i; done
@@ -451,7 +451,7 @@ class Install(Case):
             os.close(descriptor)
         self.assertEqual(len(self.machine.path("/descriptors").read_text().split()), 1)
 
-    def test_step_that_cannot_be_run_cannot_tell(self):
+    def test_installer_that_cannot_be_run_gives_status_2(self):
         self.machine.install()
         receipt = self.machine.path(RECEIPT).read_bytes()
         step = self.machine.bundle / EXECUTABLE
@@ -515,13 +515,13 @@ class Install(Case):
         self.assertEqual(self.machine.tell("check", "/X.app/Contents/Resources").status, 0)
         self.assertFalse(self.machine.path("/Library").exists())
 
-    def test_aborted_run_is_told_when_the_caller_ignores_its_children(self):
+    def test_aborted_run_is_reported_when_the_caller_ignores_its_children(self):
         self.write_step("kill -ABRT $$")
         told = self.machine.install(
             preexec_fn=lambda: signal.signal(signal.SIGCHLD, signal.SIG_IGN))
         self.assertEqual((told.status, told.ids[0]), (1, "step-failed"))
 
-    def test_volume_without_programs_is_told(self):
+    def test_volume_without_programs_is_reported(self):
         mount = self.machine.path("/Library")
         mount.mkdir()
         result = subprocess.run(
@@ -554,7 +554,7 @@ class Install(Case):
         told = self.on_a_volume(2 << 20, "install", "/X.app")
         self.assertEqual((told.status, told.ids), (1, ["no-space"]))
 
-    def test_volume_with_exactly_enough_room_is_enough(self):
+    def test_volume_with_exactly_enough_space_is_enough(self):
         needed = self.machine.tell("plan", "/X.app").document["bytesNeeded"]
         page = os.sysconf("SC_PAGESIZE")
         self.assertEqual(needed % page, 0)
@@ -654,7 +654,7 @@ class Receipt(Case):
         page.symlink_to("empty")
         self.assertEqual(self.machine.verify(bundle=None).ids, ["file-type"])
 
-    def test_verify_without_a_bundle_and_a_receipt_says_what_it_compared(self):
+    def test_verify_without_a_bundle_and_a_receipt_reports_the_compared_parts(self):
         self.machine.run_step()
         told = self.machine.verify(bundle=None)
         self.assertEqual((told.status, told.document["comparedWith"]), (0, "record"))
@@ -702,7 +702,7 @@ class Receipt(Case):
         self.machine.install()
         self.assert_installed()
 
-    def test_receipt_that_cannot_be_read_ends_the_installation_before_the_step(self):
+    def test_receipt_that_cannot_be_read_ends_the_installation_before_the_installer_runs(self):
         self.machine.install()
         record = self.machine.record()
         self.machine.path(RECEIPT).unlink()
@@ -745,7 +745,7 @@ class Advice(Case):
         self.follow(self.machine.verify().document["advice"])
         self.assert_installed({"old": b"old"}, 7)
 
-    def test_of_a_bundle_with_a_blank_and_a_quote_is_one_word(self):
+    def test_of_a_bundle_with_a_space_and_a_quote_is_one_word(self):
         shutil.copytree(self.machine.bundle, self.machine.path("/a b'c.app"))
         self.follow(self.machine.verify(bundle="/a b'c.app").document["advice"])
         self.assert_installed()
@@ -766,13 +766,13 @@ class Advice(Case):
         (self.machine.bundle / PACKAGE).unlink()
         self.assertIsNone(self.machine.verify().document["advice"])
 
-    def test_installer_without_permission_to_run_is_told(self):
+    def test_installer_without_permission_to_run_is_reported(self):
         (self.machine.bundle / EXECUTABLE).chmod(0o644)
         self.assertIn(f"[program-unusable] /X.app/{EXECUTABLE}: it is not executable\n"
                       "    fix: give the installer the mode 0755, or make the bundle again\n",
                       self.output("install", "/X.app"))
 
-    def test_damaged_receipt_is_told_without_the_words_of_a_library(self):
+    def test_damaged_receipt_is_reported_without_the_words_of_a_library(self):
         self.machine.install()
         receipt = self.machine.path(RECEIPT)
         for text, reason in (('{"tool"', "it is not JSON: byte 8 is wrong"),
@@ -787,13 +787,13 @@ class Advice(Case):
         self.assertIn("it is not a regular file; remove it, then run webresources install",
                       self.output("status"))
 
-    def test_refusal_tells_the_update_that_stays(self):
+    def test_refusal_names_the_update_that_stays(self):
         write_bundle(self.machine.bundle, update=8)
         self.machine.install()
         write_bundle(self.machine.bundle, update=7)
         self.assertIn("\nrefused: update 8 stays installed\n", self.output("install", "/X.app"))
 
-    def test_missing_metadata_is_told(self):
+    def test_missing_metadata_is_reported(self):
         (self.machine.bundle / METADATA).unlink()
         self.assertRegex(self.output("verify", "/X.app"),
                          f"^webresources verify: cannot use /X.app/{METADATA}: "
@@ -879,7 +879,7 @@ class Fleet(Case):
             lambda t: [os.chown(path, 1234, 1234) for path in (t.root, t.machine.path(RECORD))],
             ["owner-differs"] * 2, ["owner-differs"] * 2)
 
-    def test_each_breakage_is_told_and_repaired(self):
+    def test_each_defect_is_reported_and_repaired(self):
         for name, (breaks, with_bundle, alone) in self.BREAKAGES.items():
             with self.subTest(name):
                 breaks(self)
@@ -897,13 +897,13 @@ class Fleet(Case):
                 self.assertEqual((told.status, told.document["outcome"]), (0, "installed"))
                 self.assert_installed()
 
-    def test_record_that_cannot_be_read_cannot_tell(self):
+    def test_record_that_cannot_be_read_gives_status_2(self):
         record = self.machine.path(RECORD)
         record.unlink()
         record.mkdir()
         self.assertEqual((self.machine.verify().status, self.machine.install().status), (2, 2))
 
-    def test_what_blocks_the_step_is_refused_and_told(self):
+    def test_entry_that_blocks_the_installer_is_refused_and_reported(self):
         """A dangling link at the path of the new directory, or a file at the path of the root. The
         installer would install nothing."""
         shutil.rmtree(self.machine.installed)
@@ -939,12 +939,12 @@ class Together(Case):
         started = [self.machine.start("install", "/X.app", *arguments) for _ in range(count)]
         return [(process.communicate()[0], process.returncode)[1] for process in started]
 
-    def test_four_at_once_leave_one_whole_installation(self):
+    def test_four_concurrent_installations_leave_one_complete_installation(self):
         for _ in range(5):
             self.assertEqual(self.install_at_once(4, "--force"), [0] * 4)
             self.assert_installed()
 
-    def test_four_first_installations_at_once_leave_one_whole_installation(self):
+    def test_four_concurrent_first_installations_leave_one_complete_installation(self):
         """No process has made the lock yet, which keeps other processes from reading a changing
         state."""
         for _ in range(5):
@@ -1013,7 +1013,7 @@ class Together(Case):
         first.communicate()
         self.assertEqual(first.returncode, 0)
 
-    def test_step_of_a_killed_install_keeps_the_lock(self):
+    def test_installer_of_a_killed_install_keeps_the_lock(self):
         self.slow_step()
         first = self.machine.start("install", "/X.app")
         self.wait_for("/begun")
@@ -1024,7 +1024,7 @@ class Together(Case):
         self.assertEqual(self.machine.install("--wait", "60").status, 0)
         self.assert_installed()
 
-    def test_step_keeps_the_lock_when_the_standard_streams_are_closed(self):
+    def test_installer_keeps_the_lock_when_the_standard_streams_are_closed(self):
         def install():
             return subprocess.Popen(self.machine.command_of(
                 program("sh"), "-c", f"exec {COMMAND} install /X.app --wait 60 <&- >&- 2>&-"))
@@ -1038,7 +1038,7 @@ class Together(Case):
         self.assertEqual(install().wait(), 2)  # the command cannot report the result
         self.assert_installed()
 
-    def test_waiting_is_said_on_a_terminal(self):
+    def test_waiting_is_reported_on_a_terminal(self):
         self.slow_step()
         first = self.machine.start("install", "/X.app")
         self.wait_for("/begun")
@@ -1056,7 +1056,7 @@ class Together(Case):
         self.machine.path("/go").touch()
         first.communicate()
 
-    def test_lock_that_cannot_be_opened_is_told(self):
+    def test_lock_that_cannot_be_opened_is_reported(self):
         self.machine.path(f"{BESIDE}/.WebResources.lock").mkdir(parents=True)
         told = self.machine.install()
         self.assertEqual((told.status, told.document["error"]["operation"]), (2, "lock"))
@@ -1067,7 +1067,7 @@ class Together(Case):
         lock = self.machine.path(f"{BESIDE}/.WebResources.lock")
         self.assertEqual(lock.stat().st_mode & 0o777, 0o600)
 
-    def test_killed_anywhere_the_next_one_ends_as_if_undisturbed(self):
+    def test_installation_after_a_kill_at_any_point_ends_as_if_undisturbed(self):
         write_bundle(self.machine.bundle, {f"file{i}": os.urandom(200) for i in range(200)})
         reference = Machine()
         shutil.copy(self.machine.bundle / PACKAGE, reference.bundle / PACKAGE)
@@ -1103,7 +1103,7 @@ class Uninstall(Case):
         self.assertFalse(self.machine.path(VENDOR).exists())
         self.assertFalse(self.machine.path(RECORD).exists())
 
-    def test_everything_goes_and_a_second_time_nothing_is_made(self):
+    def test_everything_is_removed_and_a_second_uninstall_makes_nothing(self):
         self.machine.install()
         leftover = self.machine.path(f"{BESIDE}/.WebResources.bundle/deep")
         leftover.mkdir(parents=True)
@@ -1123,7 +1123,7 @@ class Uninstall(Case):
         self.assertEqual(self.uninstall()["outcome"], "not-installed")
         self.assertFalse(self.machine.path("/Library").exists())
 
-    def test_dry_run_tells_and_changes_nothing(self):
+    def test_dry_run_reports_and_changes_nothing(self):
         self.machine.install()
         before = self.machine.everything()
         document = self.uninstall("--dry-run")
@@ -1178,7 +1178,7 @@ class Uninstall(Case):
         self.assertFalse(self.machine.path("/other" + VENDOR).exists())
         self.assertFalse(self.machine.path("/other" + RECORD).exists())
 
-    def test_held_lock_is_waited_for(self):
+    def test_uninstall_waits_for_a_held_lock(self):
         self.machine.install()
         lock = self.machine.path(f"{BESIDE}/.WebResources.lock")
         with open(lock, "rb") as file:
@@ -1192,7 +1192,7 @@ class Uninstall(Case):
         self.assertEqual(waiting.returncode, 0)
         self.assert_gone()
 
-    def test_with_installations_at_the_same_time_the_last_one_decides(self):
+    def test_last_of_concurrent_installations_and_removals_decides(self):
         for _ in range(5):
             processes = [self.machine.start(*words) for words in
                          (("install", "/X.app", "--force"), ("uninstall",)) * 3]
@@ -1256,7 +1256,7 @@ class AnotherRoot(Case):
             ("uninstall", "--dry-run"), ("installcheck", "/X.app"))]
         return statuses[:-1], statuses[-1]
 
-    def test_link_that_leads_out_is_told(self):
+    def test_link_that_leads_out_is_reported(self):
         places = ("Library", "Library/Application Support", VENDOR[1:], INSTALL_ROOT[1:],
                   "Library/Preferences", RECORD[1:], RECEIPT[1:])
         self.assertEqual(self.statuses(), ([0] * 5, 1))
@@ -1319,7 +1319,7 @@ class Status(Case):
         self.assertRegex(output, r"update: +7, version 17.*\n.*/Resource0\n.* 4 files.*\n"
                                  r".*\nreceipt: +installed, .*\nsound: +yes")
 
-    def test_content_is_there_since_the_receipt_was_written(self):
+    def test_since_is_the_time_of_the_receipt(self):
         self.machine.install()
         os.utime(self.machine.installed, (0, 0))
         self.assertEqual(self.machine.tell("status").document["since"],

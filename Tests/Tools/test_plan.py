@@ -155,7 +155,7 @@ class Plans(unittest.TestCase):
         self.assertEqual(record, self.expected_record(before_record, plan))
         return "install"
 
-    def test_install_does_what_was_planned(self):
+    def test_install_performs_the_plan(self):
         outcomes = {"install": 0, "refuse": 0, "up-to-date": 0}
         for seed in range(SEED, SEED + PLANS):
             with self.subTest(seed=seed):

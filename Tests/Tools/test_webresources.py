@@ -191,7 +191,7 @@ class PackTest(Case):
         self.pack(output=output, **as_ordinary_user())
         self.assertEqual(tree_of(output), first)
 
-    def test_readers_find_every_one_of_65536_entries(self):
+    def test_other_tools_find_all_65536_entries(self):
         for number in range(65535):
             (self.site / str(number)).mkdir()
         shutil.rmtree(self.site / 'css')
@@ -201,7 +201,7 @@ class PackTest(Case):
         listed = subprocess.run(['unzip', '-Z1', self.package], check=True, capture_output=True)
         self.assertEqual(len(listed.stdout.splitlines()), 65536)
 
-    def test_strangers_tools_unpack_the_same_tree(self):
+    def test_other_tools_unpack_the_same_tree(self):
         self.pack()
         for tool in (['unzip', '-q', self.package, '-d'], ['bsdtar', '-xf', self.package, '-C']):
             target = self.directory / tool[0]
@@ -229,7 +229,7 @@ class PackTest(Case):
         self.assertIn('SOURCE_DATE_EPOCH',
                       self.pack(env={'SOURCE_DATE_EPOCH': 'today'}, status=2).stderr)
 
-    def test_result_is_as_it_should_be_for_check(self):
+    def test_check_accepts_the_result(self):
         self.pack()
         result = run('check', '--prove', self.directory / 'X.app')
         self.assertEqual((result.returncode, result.stderr), (0, ''), result.stdout)
@@ -272,7 +272,7 @@ class PackTest(Case):
             self.assertIn('/A: interrupted', process.communicate()[1])
             self.assertEqual((process.returncode, tree_of(self.resources)), (2, {}))
 
-    def test_file_of_a_killed_run_does_not_survive_the_next_one(self):
+    def test_file_of_a_killed_run_is_removed_by_the_next_run(self):
         for i in range(3000):
             (self.site / str(i)).write_bytes(os.urandom(3000))
         process = subprocess.Popen(
@@ -285,7 +285,7 @@ class PackTest(Case):
         self.pack()
         self.assertEqual(sorted(tree_of(self.resources)), ['OrloWebResources.zip', 'metadata.txt'])
 
-    def test_two_at_once_leave_a_whole_bundle(self):
+    def test_two_concurrent_runs_leave_a_complete_bundle(self):
         for i in range(300):
             (self.site / str(i)).write_bytes(os.urandom(3000))
         processes = [subprocess.Popen([COMMAND, 'pack', self.site, '--update-id', '8', '--output',
@@ -333,7 +333,7 @@ class PackTest(Case):
                 os.close(master)
                 os.close(terminal)
 
-    def test_metadata_that_cannot_be_written_whole_is_an_error(self):
+    def test_metadata_that_cannot_be_written_completely_is_an_error(self):
         result = run('pack', self.site, '--update-id', '7', '--output', self.resources,
                      preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (10, 10)),
                      restore_signals=False)  # Python ignores the signal by default
@@ -343,7 +343,7 @@ class PackTest(Case):
 
 
 class CheckTest(Case):
-    def test_packages_of_three_strangers_trigger_nothing(self):
+    def test_packages_of_three_other_tools_trigger_nothing(self):
         (self.site / 'b\u00e4r').unlink()
         self.write_metadata()
         for tool in (['zip', '-qr', self.package, '.'], [SEVEN_ZIP, 'a', '-tzip', self.package, '.'],
@@ -353,7 +353,7 @@ class CheckTest(Case):
             result = run('check', '--prove', self.resources)
             self.assertEqual(result.returncode, 0, result.stdout)
 
-    def test_people_get_the_entries_the_findings_and_the_summary(self):
+    def test_text_output_has_the_entries_the_findings_and_the_summary(self):
         self.write_archive([('a', '1'), ('a~', '')])
         finding = ("warning [junk-file] a~: it is an editor's backup\n"
                    '    fix: pack it again without the file, as pack does\n')
@@ -371,7 +371,7 @@ class CheckTest(Case):
         for path in ('X.app', 'X.app/', 'X.app/Contents', 'X.app/Contents/Resources'):
             self.assertEqual(run('check', self.directory / path).returncode, 0, path)
 
-    def test_info_pack_and_check_tell_the_same_digest_of_the_package(self):
+    def test_info_pack_and_check_report_the_same_digest_of_the_package(self):
         packed = json.loads(self.pack('--json').stdout)
         told = json.loads(run('info', self.directory / 'X.app', '--json').stdout)
         digest = hashlib.sha256(self.package.read_bytes()).hexdigest()
@@ -394,15 +394,15 @@ class CheckTest(Case):
     def test_missing_files_are_findings(self):
         self.assertEqual(self.check_ids(), ['package-missing', 'metadata-missing'])
 
-    def test_nothing_at_the_path_cannot_tell(self):
+    def test_missing_path_gives_status_2(self):
         result = run('check', self.directory / 'nowhere')
         self.assertEqual(result.returncode, 2)
         self.assertRegex(result.stderr, 'cannot read .*nowhere: No such file or directory')
 
-    def test_file_in_the_place_of_a_bundle_cannot_tell(self):
+    def test_file_in_place_of_a_bundle_gives_status_2(self):
         self.assertEqual(run('check', self.site / 'index.html').returncode, 2)
 
-    def test_unreadable_package_and_directory_cannot_tell(self):
+    def test_unreadable_package_and_directory_give_status_2(self):
         self.pack()
         for path in (self.package, self.resources / 'metadata.txt', self.resources):
             mode = stat.S_IMODE(path.stat().st_mode)
@@ -433,7 +433,7 @@ class CheckTest(Case):
         self.package.write_bytes(local + central + end)
         self.write_metadata()
 
-    def test_small_package_that_holds_755_gigabytes_is_refused_in_seconds(self):
+    def test_small_zip_bomb_of_755_gigabytes_is_refused_in_seconds(self):
         self.write_package_of_755_gigabytes()
         self.assertLess(self.package.stat().st_size, 959_000)
         for options in ([], ['--prove'], ['--json']):
@@ -444,7 +444,7 @@ class CheckTest(Case):
             self.assertIn('content-too-large', result.stdout)
             self.assertIn('overlapping-entries', result.stdout)
 
-    def test_largest_size_is_up_to_the_user(self):
+    def test_user_can_set_the_largest_size(self):
         self.pack()
         for size, status in (('1K', 1), ('40k', 0), ('0', 1), ('1G', 0), ('3', 1)):
             self.assertEqual(run('check', '--max-size', size, self.resources).returncode, status)
@@ -466,7 +466,7 @@ class CheckTest(Case):
             self.assertIn('interrupted', process.communicate()[1])
             self.assertEqual((process.returncode, list(scratch.iterdir())), (2, []))
 
-    def test_names_cannot_speak_to_the_terminal(self):
+    def test_names_cannot_send_control_characters_to_the_terminal(self):
         self.write_archive([('\x1b[31mred', 'x'), ('a\nb', 'x')])
         output = run('check', self.resources).stdout
         self.assertNotIn('\x1b', output)
@@ -532,7 +532,7 @@ class JsonTest(Case):
             self.assertEqual((error['object'], error['reason']),
                              ('SOURCE_DATE_EPOCH', f'it is not a number of seconds: {printable}'))
 
-    def test_name_that_is_not_utf8_is_whole_in_hexadecimal(self):
+    def test_name_that_is_not_utf8_is_complete_in_hexadecimal(self):
         self.write_archive([('X', 'x')])
         self.package.write_bytes(self.package.read_bytes().replace(b'X', b'\xe4'))
         document = self.document('check', self.resources)
@@ -565,13 +565,13 @@ class UsageTest(Case):
             self.assertEqual((result.returncode, result.stdout), (64, ''), arguments)
             self.assertNotEqual(result.stderr, '')
 
-    def test_mistyped_command_is_answered_by_the_one_that_was_meant(self):
+    def test_error_of_a_mistyped_command_suggests_a_command(self):
         for typed, meant in (('instal', 'install'), ('verfy', 'verify'), ('stats', 'status')):
             self.assertIn(f'Did you mean {meant}?', run(typed).stderr)
         self.assertNotIn('Did you mean', run('unknown').stderr)
         self.assertIn('there is no command unknown', run('unknown').stderr)
 
-    def test_wrong_usage_cannot_speak_to_the_terminal(self):
+    def test_wrong_usage_cannot_send_control_characters_to_the_terminal(self):
         for arguments in (['\x1b[31m'], ['check', '--\x9b31m'], ['check', '.', '\x7f\x85\x9b']):
             complaint = run(*arguments).stderr
             self.assertNotEqual(complaint, '')
@@ -626,7 +626,7 @@ class UsageTest(Case):
             self.assertEqual(result.returncode, status, result.stderr)
         self.assertEqual(os.listdir(self.resources) != [], True)
 
-    def test_complaint_tells_what_is_missing_or_unknown(self):
+    def test_error_names_the_missing_or_unknown_word(self):
         self.assertIn('subcommand is required', run().stderr)
         for arguments in (['--unknown'], ['--unknown', 'status'], ['--json', '--unknown'],
                           ['status', '--unknown']):
@@ -634,7 +634,7 @@ class UsageTest(Case):
         self.assertIn('--root: the name is empty', run('status', '--root', '').stderr)
         self.assertIn('Did you mean install?', run('help', 'instal').stderr)
 
-    def test_help_tells_each_option_in_its_order(self):
+    def test_help_lists_the_options_in_order(self):
         output = ('--json Write one JSON document --quiet Say nothing but findings and errors '
                   '--all List all findings, also many of one rule')
         size = '--max-size Refuse a package that can hold more (default: 4G)'
@@ -687,7 +687,7 @@ class UsageTest(Case):
         for command in COMMANDS:
             self.assertEqual(run('help', command).stdout, run(command, '--help').stdout)
 
-    def test_form_of_the_output_may_be_told_before_the_command(self):
+    def test_form_of_the_output_may_precede_the_command(self):
         self.pack()
         for option in OUTPUT:
             self.assertEqual(run(option, 'check', self.resources).stdout,
@@ -712,7 +712,7 @@ class EndToEndTest(Case):
     def status(self, command, *arguments):
         return run(command, '--root', self.directory / 'root', *arguments).returncode
 
-    def test_what_is_packed_is_installed_and_verified(self):
+    def test_packed_files_are_installed_and_verified(self):
         self.pack()
         root = self.install()
         installed = root / INSTALL_ROOT / 'Resource0'
@@ -731,7 +731,7 @@ class EndToEndTest(Case):
         self.pack()
         self.assertEqual(self.status('installcheck', self.resources), 0)
 
-    def test_predicted_tree_is_what_the_shipped_installer_leaves(self):
+    def test_predicted_tree_is_the_tree_of_the_shipped_installer(self):
         self.write_archive([('css/', ''), ('css/a', 'a'), ('unannounced/a', 'x'), ('../out', 'x'),
                             ('/absolute', 'x'), ('css/a', 'again'), ('css', 'x'), ('b/./', '')])
         predicted = json.loads(run('check', '--json', self.resources).stdout)['tree']
@@ -742,7 +742,7 @@ class EndToEndTest(Case):
              for path, data in tree_of(installed).items()})
 
     @unittest.skipIf(IS_SANITIZED, 'large: runs without sanitizers')
-    def test_real_web_package_is_the_same_packed_anywhere_and_unpacked_by_anyone(self):
+    def test_real_web_package_has_the_same_bytes_everywhere_and_unpacks_with_every_tool(self):
         self.site = WEB_PACKAGE
         self.pack()
         elsewhere = self.directory / 'elsewhere'
@@ -819,13 +819,13 @@ class EndToEndTest(Case):
         path.write_bytes(plistlib.dumps(record))
         self.assertEqual(self.verified(), (0, []))
 
-    def test_file_that_an_ordinary_user_may_not_read_is_told_with_the_remedy(self):
+    def test_file_that_an_ordinary_user_may_not_read_is_reported_with_the_remedy(self):
         self.pack()
         self.package.chmod(0)
         result = run('check', '--json', self.resources, **as_ordinary_user())
         self.assertEqual(json.loads(result.stdout)['error']['remedy'], 'run it as root')
 
-    def test_unreadable_installation_cannot_tell(self):
+    def test_unreadable_installation_gives_status_2(self):
         self.pack()
         root = self.install()
         installed = root / INSTALL_ROOT / 'Resource0'
