@@ -1,9 +1,10 @@
-#ifndef TESTS_DOUBLES_DARWIN_HEADERS_SYS_ACL_H_
-#define TESTS_DOUBLES_DARWIN_HEADERS_SYS_ACL_H_
+#ifndef TESTS_DOUBLES_SYS_ACL_H_
+#define TESTS_DOUBLES_SYS_ACL_H_
 
-// What the product uses of a Mac's <sys/acl.h>, from its manual pages.
+// The parts of a Mac's <sys/acl.h> that the product and its tests use, from the manual pages.
 
 enum acl_perm_t {
+  ACL_READ_DATA = 1 << 1,
   ACL_WRITE_DATA = 1 << 2,
   ACL_DELETE = 1 << 4,
   ACL_APPEND_DATA = 1 << 5,
@@ -39,4 +40,4 @@ int acl_set_fd_np(int file, acl_t list, acl_type_t type);
 
 }  // extern "C"
 
-#endif  // TESTS_DOUBLES_DARWIN_HEADERS_SYS_ACL_H_
+#endif  // TESTS_DOUBLES_SYS_ACL_H_
