@@ -19,7 +19,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
+#include <utility>
 
 namespace {
 
@@ -70,21 +72,29 @@ bool Exists(int directory, const std::string& path) {
   return real(directory, path.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
-bool hasRemoved = false;  // something, since the last entry of a listing
+int removals = 0;
 
-int Noted(int result) {
-  hasRemoved = hasRemoved || result == 0;
+int Counted(int result) {
+  removals += result == 0 ? 1 : 0;
   return result;
 }
 
+/// For each listing, the value of `removals` when it gave its last entry.
+std::map<DIR*, int>& Listings() {
+  static auto& listings = *new std::map<DIR*, int>;
+  return listings;
+}
+
+/// The mode skipping passes over an entry after a removal during the listing.
 template <typename Entry>
 Entry* NextEntry(const char* function, DIR* stream) {
   auto* const real = Real<Entry*(DIR*)>(function);
   const char* const mode = std::getenv("DARWIN_FILES_MODE");
   Entry* const entry = real(stream);
-  const bool isSkipped = mode != nullptr && std::strcmp(mode, "skipping") == 0 && hasRemoved;
-  hasRemoved = false;
-  return isSkipped && entry != nullptr ? real(stream) : entry;
+  const auto [listing, isFirst] = Listings().insert({stream, removals});
+  const bool hasChanged = !isFirst && std::exchange(listing->second, removals) != removals;
+  const bool isSkipping = mode != nullptr && std::strcmp(mode, "skipping") == 0;
+  return isSkipping && hasChanged && entry != nullptr ? real(stream) : entry;
 }
 
 /// The entry of the directory at `path` that is called `name` in another case; `name` without one.
@@ -193,7 +203,7 @@ mode_t ModeOf(int flags, va_list arguments) {
   STAND_BEFORE(int, function, parameters) {                    \
     static auto* const real = Real<int parameters>(#function); \
     const Path found(path, directory);                         \
-    return found ? Noted(real(__VA_ARGS__)) : -1;              \
+    return found ? Counted(real(__VA_ARGS__)) : -1;            \
   }
 
 #define WITH_TWO_PATHS(function, parameters, fromDirectory, toDirectory, ...)               \
@@ -257,6 +267,16 @@ STAND_BEFORE(dirent*, readdir, (DIR * stream)) {
 }
 STAND_BEFORE(dirent64*, readdir64, (DIR * stream)) {
   return NextEntry<dirent64>("readdir64", stream);
+}
+STAND_BEFORE(int, closedir, (DIR * stream)) {
+  static auto* const real = Real<int(DIR*)>("closedir");
+  Listings().erase(stream);
+  return real(stream);
+}
+STAND_BEFORE(void, rewinddir, (DIR * stream)) {
+  static auto* const real = Real<void(DIR*)>("rewinddir");
+  Listings().erase(stream);
+  real(stream);
 }
 WITH_PATH(int, -1, chmod, (const char* path, mode_t mode), AT_FDCWD, *found, mode)
 WITH_PATH(int, -1, fchmodat, (int at, const char* path, mode_t mode, int flags), at, at, *found,

@@ -11,9 +11,13 @@ import sys
 import tempfile
 import unittest
 
-END_TO_END = pathlib.Path(__file__).resolve().parents[1] / "EndToEnd"
+DOUBLES = pathlib.Path(__file__).resolve().parent
+END_TO_END = DOUBLES.parent / "EndToEnd"
 PLACE = tempfile.TemporaryDirectory()
 DARWIN_FILES = os.path.join(PLACE.name, "darwin_files.so")
+
+TOO_LONG = {
+    "test_tree_with_paths_too_long_to_remove_keeps_its_name_and_the_new_one_its_number"}
 
 SKIPPED = {
     "SourceTest": {
@@ -36,8 +40,8 @@ SKIPPED = {
         "PackTest.CollidingNamesAreRefused",
         "PackTest.NameThatIsNotUtf8IsRefused",
     },
-    "test_run.py": {
-        "test_tree_with_paths_too_long_to_remove_keeps_its_name_and_the_new_one_its_number"},
+    "test_run.py": TOO_LONG,
+    "test_run.Installation": TOO_LONG,
     "test_surroundings.py": {"test_resources_path_of_1023_bytes_is_the_longest"},
 }
 
@@ -54,9 +58,10 @@ def tearDownModule():
     PLACE.cleanup()
 
 
-def on_darwin_files(*command, **options):
+def on_darwin_files(*command, mode="", **options):
     """Runs a command there, and returns the completed process."""
-    return subprocess.run(command, env={**os.environ, "LD_PRELOAD": DARWIN_FILES}, text=True,
+    return subprocess.run(command, text=True, env={
+                              **os.environ, "LD_PRELOAD": DARWIN_FILES, "DARWIN_FILES_MODE": mode},
                           stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                           stderr=subprocess.STDOUT, check=False, **options)
 
@@ -69,11 +74,12 @@ class FileSystem(unittest.TestCase):
         self.addCleanup(directory.cleanup)
         self.directory = pathlib.Path(directory.name)
 
-    def result_of(self, statement):
+    def result_of(self, statement, **options):
         """What a statement of Python prints there, or the number of the error it ends with."""
         program = ("import os, pathlib, shutil\n"
                    f"try:\n  {statement}\nexcept OSError as error:\n  print(error.errno)")
-        return on_darwin_files(sys.executable, "-c", program, cwd=self.directory).stdout.strip()
+        result = on_darwin_files(sys.executable, "-c", program, cwd=self.directory, **options)
+        return result.stdout.strip()
 
     def test_ordinary_user_is_on_it_wherever_the_build_is(self):
         for place in (pathlib.Path(DARWIN_FILES), *pathlib.Path(DARWIN_FILES).parents):
@@ -108,9 +114,7 @@ class FileSystem(unittest.TestCase):
             (self.directory / "d").mkdir(exist_ok=True)
             for i in range(100):
                 (self.directory / "d" / str(i)).touch()
-            os.environ["DARWIN_FILES_MODE"] = mode
-            self.addCleanup(os.environ.pop, "DARWIN_FILES_MODE", None)
-            self.assertEqual(self.result_of(removal) != "0", skips)
+            self.assertEqual(self.result_of(removal, mode=mode) != "0", skips)
 
 
 class Tests(unittest.TestCase):
@@ -129,14 +133,20 @@ class Tests(unittest.TestCase):
                 skipped = re.findall(r"^\[  SKIPPED \] (\S+) \(", result.stdout, re.MULTILINE)
                 self.assert_passes_but(os.path.basename(program), result, skipped)
 
-    def end_to_end(self, name):
+    def end_to_end(self, name, directory=END_TO_END, **options):
         result = on_darwin_files(sys.executable, "-B", "-W", "ignore::UserWarning:zipfile", "-m",
-                                 "unittest", "-v", name, cwd=END_TO_END)
+                                 "unittest", "-v", name, cwd=directory, **options)
         skipped = re.findall(r"^(\w+) \(.*\) \.\.\. skipped", result.stdout, re.MULTILINE)
         self.assert_passes_but(name, result, skipped)
 
     def test_run(self):
         self.end_to_end("test_run.py")
+
+    def test_old_content_is_deleted_on_a_volume_that_skips(self):
+        self.end_to_end("test_run.Installation", mode="skipping")
+
+    def test_installation(self):
+        self.end_to_end("test_mac_installation.py", DOUBLES)
 
     def test_metadata(self):
         self.end_to_end("test_metadata.py")

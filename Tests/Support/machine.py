@@ -35,8 +35,8 @@ CONTENT = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}"}
 NEEDS_PROC = SANITIZED or BACKEND == "apple"
 
 ENVIRONMENT = {"PATH": os.environ["PATH"], "ASAN_OPTIONS": "detect_leaks=1",
-               **{name: os.environ[name] for name in ("LD_PRELOAD", "PRIVATE_ROOT_SHARE")
-                  if name in os.environ}}
+               **{name: os.environ[name] for name in (
+                   "DARWIN_FILES_MODE", "LD_PRELOAD", "PRIVATE_ROOT_SHARE") if name in os.environ}}
 
 resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
 
