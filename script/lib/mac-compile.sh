@@ -1,14 +1,19 @@
 #!/usr/bin/env bash
-# Compiles what a Mac builds, for both architectures, the oldest supported macOS and a new one, without
-# a Mac: nothing is linked or run. The C++ library's headers are clang's with the availability of a Mac's;
-# Tests/Doubles declares CoreFoundation, CommonCrypto and the POSIX headers that differ on a Mac. The
-# rest of the C library is musl's, whose headers serve every architecture, without the functions
-# that a Mac's headers do not declare (Tests/Doubles/darwin-headers/not-declared).
+# Compiles the sources that a Mac builds, without a Mac. Nothing is linked or run.
 #
-# Not covered: the test programs that need GoogleTest's own platform code beyond its headers.
+#   mac-compile.sh product        the product, for the oldest supported macOS on both processors
+#   mac-compile.sh tests          the tests of a Mac's build and their support library, for the same
+#   mac-compile.sh newest         the product, for a new macOS: deprecated calls are errors
+#
+# The headers of the C++ library are clang's with the availability of a Mac's. Tests/Doubles declares
+# CoreFoundation, CommonCrypto and the POSIX headers that differ on a Mac. The rest of the C library
+# is musl's, without the functions that a Mac's headers do not declare
+# (Tests/Doubles/darwin-headers/not-declared). Of GoogleTest, only the headers are used.
 set -euo pipefail
 cd "$(dirname "$0")/../.."
 . script/lib/commands.sh
+part=${1:-}
+require_one_of "$part" product tests newest
 
 require_packages clang libc++-dev musl-dev libgtest-dev "${build_packages[@]}"
 
@@ -17,7 +22,7 @@ first_header() { # OPTION HEADER
   echo "#include <$2>" | clang++ "$1" -x c++ -E -H - 2>&1 >/dev/null | sed -n 's/^\. //p'
 }
 
-headers=build/mac-compile
+headers=build/mac-compile-$part
 rm -rf "$headers"
 mkdir -p "$headers"
 for name in zlib.h minizip utf8proc.h CLI nlohmann gtest; do
@@ -75,34 +80,49 @@ mapfile -t product < <(git ls-files 'Common/*.cpp' 'Source/*.cpp' 'Platform/appl
 mapfile -t tests < <(git ls-files 'Tests/Common/*.cpp' 'Tests/Source/*.cpp' 'Tests/Tools/*.cpp' \
   'Tests/Support/*.cpp' Tests/Platform/PreferencesDomainTest.cpp Tests/Platform/Sha256Test.cpp |
   grep -vE '/(StoredRecordPosix|Failing.*|FailuresTest|VerifyTest)\.cpp$')
-for target in x86_64-apple-macos11 arm64-apple-macos11; do
-  refuse "$target" 'only available on macOS 13.0 or newer' \
-    '#include <sys/stat.h>
-    int main() { return mkfifoat(0, "", 0); }'
-  refuse "$target" "undeclared identifier 'renameat2'" \
-    '#include <fcntl.h>
-    #include <unistd.h>
-    int main() { return renameat2(0, "", 0, "", 0); }'
-  refuse "$target" "undeclared identifier 'mkdtemp'" \
-    '#include <cstdlib>
-    int main() { char path[] = "/tmp/XXXXXX"; return mkdtemp(path) == nullptr; }'
-  refuse "$target" "'to_chars' is unavailable" \
-    '#include <charconv>
-    int main() { char text[64]; return std::to_chars(text, text + 64, 0.5).ptr == text; }'
-  refuse "$target" 'implicit conversion' \
-    '#include <sys/stat.h>
-    mode_t Mode(unsigned int mode) { return mode; }'
-  compile "$target" "${product[@]}" "${tests[@]}"
-  echo "$target: ${#product[@]} sources and ${#tests[@]} tests compile"
-done
-refuse x86_64-apple-macos10.14 'introduced in macOS 10.15' \
-  '#include <filesystem>
-  int main() { return std::filesystem::exists("x"); }'
 
-# A warning of what the newest system calls deprecated would end a build there.
-newest=arm64-apple-macos26
-refuse "$newest" 'deprecated in macOS 26.0' \
-  '#include <spawn.h>
-  int Change(posix_spawn_file_actions_t* a) { return posix_spawn_file_actions_addchdir_np(a, "/"); }'
-compile "$newest" "${product[@]}"
-echo "$newest: ${#product[@]} sources compile"
+# Compiles sources for the oldest supported macOS. Each call that a Mac does not have is an error.
+compile_for_oldest() { # SOURCE...
+  local target
+  for target in x86_64-apple-macos11 arm64-apple-macos11; do
+    refuse "$target" 'only available on macOS 13.0 or newer' \
+      '#include <sys/stat.h>
+      int main() { return mkfifoat(0, "", 0); }'
+    refuse "$target" "undeclared identifier 'renameat2'" \
+      '#include <fcntl.h>
+      #include <unistd.h>
+      int main() { return renameat2(0, "", 0, "", 0); }'
+    refuse "$target" "undeclared identifier 'mkdtemp'" \
+      '#include <cstdlib>
+      int main() { char path[] = "/tmp/XXXXXX"; return mkdtemp(path) == nullptr; }'
+    refuse "$target" "'to_chars' is unavailable" \
+      '#include <charconv>
+      int main() { char text[64]; return std::to_chars(text, text + 64, 0.5).ptr == text; }'
+    refuse "$target" 'implicit conversion' \
+      '#include <sys/stat.h>
+      mode_t Mode(unsigned int mode) { return mode; }'
+    compile "$target" "$@"
+    echo "$target: $# sources compile"
+  done
+  refuse x86_64-apple-macos10.14 'introduced in macOS 10.15' \
+    '#include <filesystem>
+    int main() { return std::filesystem::exists("x"); }'
+}
+
+# Compiles sources for a new macOS. A deprecated call is an error, because warnings are.
+compile_for_newest() { # SOURCE...
+  local target=arm64-apple-macos26
+  refuse "$target" 'deprecated in macOS 26.0' \
+    '#include <spawn.h>
+    int Change(posix_spawn_file_actions_t* a) {
+      return posix_spawn_file_actions_addchdir_np(a, "/");
+    }'
+  compile "$target" "$@"
+  echo "$target: $# sources compile"
+}
+
+case $part in
+  product) compile_for_oldest "${product[@]}" ;;
+  tests) compile_for_oldest "${tests[@]}" ;;
+  newest) compile_for_newest "${product[@]}" ;;
+esac

@@ -102,6 +102,9 @@ CFPropertyListRef CFPropertyListCreateWithData(CFAllocatorRef allocator, CFDataR
 
 extern const CFStringRef kCFPreferencesAnyUser CF_DOUBLE_SINCE(10.0);
 extern const CFStringRef kCFPreferencesCurrentHost CF_DOUBLE_SINCE(10.0);
+/// The double refuses these two, which compile on a Mac.
+extern const CFStringRef kCFPreferencesCurrentUser CF_DOUBLE_SINCE(10.0);
+extern const CFStringRef kCFPreferencesAnyHost CF_DOUBLE_SINCE(10.0);
 
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user,
                                          CFStringRef host) CF_DOUBLE_SINCE(10.0);

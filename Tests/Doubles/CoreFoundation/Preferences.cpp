@@ -10,6 +10,8 @@ namespace fs = std::filesystem;
 
 const Object kAnyUser{Kind::kString};
 const Object kCurrentHost{Kind::kString};
+const Object kCurrentUser{Kind::kString};
+const Object kAnyHost{Kind::kString};
 
 /// A change that is not synchronized. The key is retained, not copied: its text must stay alive.
 struct Change {
@@ -136,6 +138,8 @@ extern "C" {
 
 const CFStringRef kCFPreferencesAnyUser = As<CFStringRef>(&kAnyUser);
 const CFStringRef kCFPreferencesCurrentHost = As<CFStringRef>(&kCurrentHost);
+const CFStringRef kCFPreferencesCurrentUser = As<CFStringRef>(&kCurrentUser);
+const CFStringRef kCFPreferencesAnyHost = As<CFStringRef>(&kAnyHost);
 
 CFPropertyListRef CFPreferencesCopyValue(CFStringRef key, CFStringRef application, CFStringRef user,
                                          CFStringRef host) {
