@@ -23,8 +23,7 @@
 #include "ZipBuilder.h"
 #include "bundle/ArchiveLayout.h"
 #include "bundle/Metadata.h"
-#include "commands/Check.h"
-#include "commands/Pack.h"
+#include "commands/Commands.h"
 #include "machine/InstallLock.h"
 #include "machine/Installation.h"
 #include "machine/InstallerProcess.h"
@@ -505,7 +504,10 @@ TEST_F(FailingLockTest, LockOfAnotherUserOrWritableByOthersIsRefused) {
 
 TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenIsReported) {
   std::filesystem::create_directories(ParentOf(path_));
-  EXPECT_COMPLAINT(ComplaintWithout("write", [&] { WriteReceipt(directory_ / "", {}); }));
+  EXPECT_COMPLAINT(ComplaintWithout("write", [&] {
+    AtomicFile file(ReceiptPath(directory_ / ""));
+    WriteReceipt(file, {});
+  }));
   EXPECT_EQ(TreeOf(ParentOf(path_)), Tree());
 }
 

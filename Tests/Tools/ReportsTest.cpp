@@ -12,11 +12,7 @@
 #include "PreferencesDomain.h"
 #include "Support.h"
 #include "ZipBuilder.h"
-#include "commands/Check.h"
-#include "commands/Diff.h"
-#include "commands/Plan.h"
-#include "commands/Status.h"
-#include "commands/Verify.h"
+#include "commands/Commands.h"
 #include "report/Rules.h"
 #include "support/Text.h"
 
@@ -84,8 +80,8 @@ class ReportsTest : public testing::Test {
   PreferencesDomain record_{PLIST_SECTION_KEY, root_};
 };
 
-TEST_F(ReportsTest, PlanReportsFilesLeftoversRecordAndBytes) {
-  PlanOptions options;
+TEST_F(ReportsTest, PlanTellsFilesLeftoversRecordAndBytes) {
+  HostOptions options;
   options.hostRoot = root_;
   options.bundle = directory_ / "8.app";
   EXPECT_EQ(Said(Plan(options)), R"(status 0
@@ -132,7 +128,7 @@ files {"added":0,
 
 TEST_F(ReportsTest, PlanOfTheInstalledUpdateChangesNothing) {
   fs::remove(installRoot_ + "Resource1");
-  PlanOptions options;
+  HostOptions options;
   options.hostRoot = root_;
   options.bundle = directory_ / "7.app";
   EXPECT_EQ(Said(Plan(options)), R"(status 0
@@ -167,7 +163,7 @@ files {"added":0,
 TEST_F(ReportsTest, PlanThatRefusesNamesTheReason) {
   record_.SetNumber("iUpdateId", 9);
   record_.Flush();
-  PlanOptions options;
+  HostOptions options;
   options.hostRoot = root_;
   options.bundle = directory_ / "8.app";
   EXPECT_EQ(Said(Plan(options)), R"(status 1
@@ -198,7 +194,7 @@ files {"added":0,
   "removed":0,
   "unchanged":3}
 )");
-  WriteFile(options.bundle + "/Contents/Resources/" + kPackageFileName, "");
+  WriteFile(*options.bundle + "/Contents/Resources/" + kPackageFileName, "");
   EXPECT_EQ(Said(Plan(options)), R"(status 1
 package-unreadable OrloWebResources.zip: the installer cannot open it and installs
     an empty directory
@@ -212,8 +208,8 @@ record {"installPath":"Resource0",
 )");
 }
 
-TEST_F(ReportsTest, StatusReportsTheInstalledUpdateAndItsState) {
-  EXPECT_EQ(Said(Status({root_, false})), R"(status 1
+TEST_F(ReportsTest, StatusTellsWhatIsInstalledAndWhetherItIsSound) {
+  EXPECT_EQ(Said(Status({std::nullopt, root_})), R"(status 1
 leftover */root/I/Resource1: it is not the installed directory
 update:    7, version 17.011.30138.7
 directory: */root/I/Resource0
@@ -234,7 +230,7 @@ receipt null
 comparedWith "record"
 )");
   fs::remove(installRoot_ + "Resource1");
-  EXPECT_EQ(Said(Status({root_, false})), R"(status 0
+  EXPECT_EQ(Said(Status({std::nullopt, root_})), R"(status 0
 update:    7, version 17.011.30138.7
 directory: */root/I/Resource0
 content:   3 files, 5 bytes
@@ -254,7 +250,7 @@ receipt null
 comparedWith "record"
 )");
   fs::remove_all(directory_ / "root/Library");
-  EXPECT_EQ(Said(Status({root_, false})), R"(status 1
+  EXPECT_EQ(Said(Status({std::nullopt, root_})), R"(status 1
 not-installed */root/I/: neither directory nor record is there
 update:    none, version none
 directory: none
@@ -365,11 +361,8 @@ installNeeded false
 )");
 }
 
-TEST_F(ReportsTest, DiffReportsEachChange) {
-  DiffOptions options;
-  options.before = directory_ / "7.app";
-  options.after = directory_ / "8.app";
-  EXPECT_EQ(Said(Diff(options)), R"(status 1
+TEST_F(ReportsTest, DiffTellsEachChange) {
+  EXPECT_EQ(Said(Diff(directory_ / "7.app", directory_ / "8.app", {})), R"(status 1
 changed  d/f  (4 -> 6 bytes)
 removed  g  (1 bytes)
 added  new  (directory)
@@ -390,12 +383,11 @@ files {"added":0,
 )");
 }
 
-TEST_F(ReportsTest, DiffOfEqualBundlesIsCorrectOnlyIfTheBundlesAre) {
-  DiffOptions options;
-  options.before = options.after = directory_ / "7.app";
-  EXPECT_EQ(Diff(options).status, kAsItShouldBe);
+TEST_F(ReportsTest, DiffOfEqualBundlesIsAsItShouldBeIfTheyAre) {
+  const std::string bundle = directory_ / "7.app";
+  EXPECT_EQ(Diff(bundle, bundle, {}).status, kAsItShouldBe);
   WriteFile(directory_ / "7.app/Contents/Resources/OrloWebResources.zip", "");
-  EXPECT_EQ(Diff(options).status, kHasFindings);
+  EXPECT_EQ(Diff(bundle, bundle, {}).status, kHasFindings);
 }
 
 TEST_F(ReportsTest, CheckReportsEachEntryAndTheOutcomeOfARun) {

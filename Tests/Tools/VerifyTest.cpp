@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <map>
+#include <memory>
 
 #include "BundlePrograms.h"
 #include "Descriptor.h"
@@ -16,13 +17,10 @@
 #include "PreferencesDomain.h"
 #include "Support.h"
 #include "ZipBuilder.h"
-#include "commands/Diff.h"
-#include "commands/Install.h"
-#include "commands/Plan.h"
-#include "commands/Status.h"
-#include "commands/Verify.h"
+#include "commands/Commands.h"
 #include "machine/Access.h"
 #include "machine/HostCheck.h"
+#include "machine/InstallPlan.h"
 #include "machine/Receipt.h"
 #include "report/Rules.h"
 #include "support/Files.h"
@@ -96,19 +94,19 @@ class VerifyTest : public testing::Test {
     receipt.updateId = 7;
     receipt.packageSha256 = bundle.packageSha256.value();
     receipt.tree = bundle.tree;
-    WriteReceipt(options_.hostRoot, receipt);
+    AtomicFile file(ReceiptPath(options_.hostRoot));
+    WriteReceipt(file, receipt);
   }
 
   std::string RecordPath() const {
     return directory_ / "root/Library/Preferences/" + PLIST_SECTION_KEY + ".plist";
   }
 
-  /// Returns the options of an installation on a host without an installation. The record cannot be
-  /// read, because the record is a directory.
-  InstallOptions OnAFreshHost() {
+  /// To install where nothing was ever installed. The record cannot be read: it is a directory.
+  HostOptions OnAFreshHost() {
     fs::remove_all(directory_ / "root");
     fs::create_directories(RecordPath());
-    InstallOptions options;
+    HostOptions options;
     options.hostRoot = options_.hostRoot;
     options.bundle = *options_.bundle;
     return options;
@@ -119,7 +117,7 @@ class VerifyTest : public testing::Test {
   std::string installRoot_ = directory_ / ("root" + OSUtils::GetPellamResourceDirectory());
   std::string installed_ = installRoot_ + kFinalName + "/";
   PreferencesDomain record_{PLIST_SECTION_KEY, directory_ / "root"};
-  VerifyOptions options_;
+  HostOptions options_;
 };
 
 TEST_F(VerifyTest, InstalledBundleIsCorrect) {
@@ -495,7 +493,7 @@ TEST_F(VerifyTest, InstallCheckTellsAHostThatCannotBeReadFromABundle) {
 
 TEST_F(VerifyTest, PlanSaysWhenRootIsNeeded) {
   WriteFile(installed_ + "g", "changed");
-  PlanOptions options;
+  HostOptions options;
   options.hostRoot = options_.hostRoot;
   options.bundle = *options_.bundle;
   record_.Flush();
@@ -520,8 +518,8 @@ TEST_F(VerifyTest, InstallCheckCountsTheReceiptsFindings) {
 }
 
 TEST_F(VerifyTest, PlanReadsTheContentOfInstalledFiles) {
-  WriteFile(installed_ + "g", "y");  // the same size as before
-  PlanOptions options;
+  WriteFile(installed_ + "g", "y");  // as long as before
+  HostOptions options;
   options.hostRoot = options_.hostRoot;
   options.bundle = *options_.bundle;
   record_.Flush();
@@ -540,7 +538,7 @@ TEST_F(VerifyTest, RootsReserveIsNotFree) {
 TEST_F(VerifyTest, StatusWithoutAReceiptSaysThatOnlyTheRecordWasCompared) {
   struct stat status = {};
   ASSERT_EQ(stat(installed_.c_str(), &status), 0);
-  StatusOptions options;
+  HostOptions options;
   options.hostRoot = options_.hostRoot;
   const Report report = Status(options);
   EXPECT_EQ(report.status, 0);
@@ -549,7 +547,7 @@ TEST_F(VerifyTest, StatusWithoutAReceiptSaysThatOnlyTheRecordWasCompared) {
 }
 
 TEST_F(VerifyTest, PlanDrawsANewIdentifierForOneOutOfRange) {
-  PlanOptions options;
+  HostOptions options;
   options.hostRoot = options_.hostRoot;
   options.bundle = *options_.bundle;
   options.isForced = true;
@@ -567,7 +565,7 @@ TEST_F(VerifyTest, PlanDrawsANewIdentifierForOneOutOfRange) {
 
 TEST_F(VerifyTest, StatusWithoutADirectoryCountsNoFiles) {
   fs::rename(installed_, installRoot_ + "other");
-  EXPECT_EQ(Status({options_.hostRoot, false}).details["files"], 0);
+  EXPECT_EQ(Status(options_).details["files"], 0);
 }
 
 TEST_F(VerifyTest, PackageBeyondTheLimitsIsNotRead) {
@@ -626,6 +624,16 @@ TEST(Receipt, TimeIsUtcInEveryTimeZone) {
 
 class ReceiptTest : public VerifyTest {
  protected:
+  /// Replaces the receipt by the receipt of an installation that has begun.
+  std::unique_ptr<AtomicFile> Begin() const {
+    auto file = std::make_unique<AtomicFile>(ReceiptPath(options_.hostRoot));
+    Receipt begun;
+    begun.isBegun = true;
+    begun.updateId = 8;
+    WriteReceipt(*file, begun);
+    return file;
+  }
+
   static constexpr char kTree[] =
       R"([{"type":"directory","path":".","mode":"0755"},)"
       R"({"type":"file","path":"a","size":1,"mode":"0644","sha256":)"
@@ -715,7 +723,7 @@ TEST_F(ReceiptTest, OfANewerFormatIsNotRead) {
   members_["format"] = "2";
   WriteFile(ReceiptPath(options_.hostRoot), Text());
   try {
-    Status({options_.hostRoot, false});
+    Status(options_);
     ADD_FAILURE() << "it is read";
   } catch (const Error& error) {
     EXPECT_EQ(error.reason(), "it was written by a newer webresources: use that version");
@@ -725,20 +733,20 @@ TEST_F(ReceiptTest, OfANewerFormatIsNotRead) {
 TEST_F(ReceiptTest, ThatCannotBeReadIsNotTreatedAsMissing) {
   const std::string path = ReceiptPath(options_.hostRoot);
   fs::create_directories(path);
-  EXPECT_THROW(Status({options_.hostRoot, false}), Error);
+  EXPECT_THROW(Status(options_), Error);
   EXPECT_EQ(InstallCheck(options_).status, 3);
   fs::remove(path);
   ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
-  EXPECT_THROW(Status({options_.hostRoot, false}), Error);
+  EXPECT_THROW(Status(options_), Error);
   fs::remove(path);
   WriteFile(path, Text());
   fs::resize_file(path, (std::uint64_t{64} << 20U) + 1);
-  EXPECT_THROW(Status({options_.hostRoot, false}), Error);
+  EXPECT_THROW(Status(options_), Error);
 }
 
 TEST_F(ReceiptTest, OfABegunInstallationIsAFinding) {
-  const BegunReceipt begun(options_.hostRoot, 8);
-  const Report report = Status({options_.hostRoot, false});
+  const auto receipt = Begin();
+  const Report report = Status(options_);
   EXPECT_EQ(report.status, 1);
   EXPECT_EQ(report.findings.back().rule, &kInstallUnfinished);
   EXPECT_EQ(report.details["receipt"]["state"], "begun");
@@ -750,10 +758,10 @@ TEST_F(ReceiptTest, OfABegunInstallationIsAFinding) {
 TEST_F(ReceiptTest, OfABegunInstallationGivesTheBytesBefore) {
   const std::string path = ReceiptPath(options_.hostRoot);
   WriteFile(path, Text());
-  BegunReceipt(options_.hostRoot, 8).PutBack();
+  Begin()->Rollback();
   EXPECT_EQ(ReadFile(path), Text());
   fs::remove(path);
-  BegunReceipt(options_.hostRoot, 8).PutBack();
+  Begin()->Rollback();
   EXPECT_FALSE(fs::exists(path));
 }
 
@@ -853,7 +861,7 @@ TEST_F(VerifyTest, LockIsHeldWhileTheInstallationIsVerifiedAndTheReceiptWritten)
   fs::create_directory(ParentOf(program));
   WriteFile(program, "#!/bin/sh\n: >'" + ran + "'\n");
   chmod(program.c_str(), 0755);
-  InstallOptions options;
+  HostOptions options;
   options.hostRoot = options_.hostRoot;
   options.bundle = *options_.bundle;
   options.isForced = true;
@@ -872,8 +880,8 @@ TEST_F(VerifyTest, LockIsHeldWhileTheInstallationIsVerifiedAndTheReceiptWritten)
   }
 }
 
-TEST_F(VerifyTest, InstallOfAFreshHostReadsAgainUnderTheLockOfAnotherInstallation) {
-  const InstallOptions options = OnAFreshHost();
+TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMade) {
+  const HostOptions options = OnAFreshHost();
   const std::string lock = BesideInstallRoot(options.hostRoot, ".WebResources.lock");
   const FailingCall neighbour("openat", [&lock] {
     fs::create_directories(fs::path(lock).parent_path());

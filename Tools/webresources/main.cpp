@@ -9,15 +9,7 @@
 #include <iostream>
 #include <sstream>
 
-#include "commands/Check.h"
-#include "commands/Diff.h"
-#include "commands/Info.h"
-#include "commands/Install.h"
-#include "commands/Pack.h"
-#include "commands/Plan.h"
-#include "commands/Status.h"
-#include "commands/Uninstall.h"
-#include "commands/Verify.h"
+#include "commands/Commands.h"
 #include "support/Progress.h"
 #include "support/Text.h"
 
@@ -33,15 +25,10 @@ struct CommandLine {
   bool showsAll = false;
   PackOptions pack;
   CheckOptions check;
-  InfoOptions info;
-  VerifyOptions verify;
-  InstallOptions install;
-  bool isDryRun = false;
+  std::string path;   ///< A bundle or its Resources directory.
+  std::string after;  ///< Another bundle.
+  HostOptions host;
   long long waitSeconds = 600;
-  PlanOptions plan;
-  StatusOptions status;
-  UninstallOptions uninstall;
-  DiffOptions diff;
 };
 
 /// Adds the options that may stand before the command, too.
@@ -51,7 +38,7 @@ void AddOutputOptions(CLI::App& app, CommandLine& line) {
   app.add_flag("--all", line.showsAll, "List all findings, also many of one rule");
 }
 
-/// An option or argument that names a file or directory. An empty name is wrong usage.
+/// Adds an option or argument that names a file or directory. An empty name is wrong usage.
 template <typename Name>
 CLI::Option* AddPath(CLI::App* command, const std::string& option, Name& path,
                      const std::string& purpose) {
@@ -71,9 +58,71 @@ CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
   AddOutputOptions(*command, line);
   command->callback([&line, name, run] {
     line.name = name;
+    line.host.wait = std::chrono::seconds(line.waitSeconds);
+    line.check.limits = line.host.limits;
+    line.check.asJson = line.asJson;
     line.run = run;
   });
   return command;
+}
+
+// The options that several commands share.
+
+void AddBundleOrResources(CLI::App* command, std::string& path) {
+  AddPath(command, "BUNDLE_OR_RESOURCES", path, "A bundle, or its Resources directory")->required();
+}
+
+CLI::Option* AddBundle(CLI::App* command, CommandLine& line, const std::string& purpose) {
+  return AddPath(command, "BUNDLE", line.host.bundle, purpose);
+}
+
+void AddRoot(CLI::App* command, CommandLine& line) {
+  AddPath(command, "--root", line.host.hostRoot, "Where the installed system's files are")
+      ->type_name("PREFIX");
+}
+
+void AddIgnoreModes(CLI::App* command, CommandLine& line) {
+  command->add_flag("--ignore-modes", line.host.ignoresModes, "Do not compare modes and owners");
+}
+
+/// Adds the limit that keeps a hostile package from being read for hours.
+void AddLimits(CLI::App* command, CommandLine& line) {
+  constexpr bool kSteps1000 = false;
+  command
+      ->add_option("--max-size", line.host.limits.maxSize,
+                   "Refuse a package that can hold more (default: 4G)")
+      ->transform(CLI::AsSizeValue(kSteps1000))
+      // Runs first: the conversion would make a large number of a negative one.
+      ->transform(CLI::Validator(
+          [](const std::string& text) {
+            return text.rfind('-', 0) == 0 ? "the size must not be negative" : std::string();
+          },
+          ""))
+      ->type_name("BYTES");
+}
+
+/// Adds the options of `install` and `plan`.
+void AddDecision(CLI::App* command, CommandLine& line) {
+  AddBundle(command, line, "The bundle to install")->required();
+  command->add_flag("--force", line.host.isForced, "Run the step even if nothing would change");
+  command->add_flag("--allow-downgrade", line.host.allowsDowngrade, "Install over a newer update");
+  AddIgnoreModes(command, line);
+  AddLimits(command, line);
+}
+
+/// Adds the options of `install` and `uninstall`.
+void AddChange(CLI::App* command, CommandLine& line, const std::string& dryRun) {
+  command->add_flag("--dry-run", line.host.isDryRun, dryRun);
+  command
+      ->add_option("--wait", line.waitSeconds,
+                   "How long to wait while another installation runs (default: 600)")
+      ->type_name("SECONDS")
+      ->check(CLI::Range(0, 86400));
+}
+
+void AddGlobs(CLI::App* command, const std::string& option, std::vector<std::string>& globs,
+              const std::string& purpose, const std::string& type = "GLOB") {
+  command->add_option(option, globs, purpose)->type_name(type)->allow_extra_args(false);
 }
 
 void AddPack(CLI::App& app, CommandLine& line) {
@@ -92,156 +141,87 @@ void AddPack(CLI::App& app, CommandLine& line) {
   AddPath(command, "--output", options.output, "A bundle, or its Resources directory")->required();
   command->add_flag("--clear", options.clear, "Wipe foreign keys from the record first");
   command->add_flag("--regenerate", options.regenerate, "Draw a new random identifier");
-  command->add_option("--exclude", options.selection.excluded, "Leave out what matches GLOB")
-      ->type_name("GLOB")
-      ->allow_extra_args(false);
+  AddGlobs(command, "--exclude", options.selection.excluded, "Leave out what matches GLOB");
   command->add_flag("--follow", options.selection.followLinks, "Pack what symbolic links lead to");
-  command->add_option("--keep", options.selection.kept, "Pack what matches GLOB, junk or not")
-      ->type_name("GLOB")
-      ->allow_extra_args(false);
-  command->add_option("--require", options.selection.required, "Refuse if there is no such file")
-      ->type_name("PATH")
-      ->allow_extra_args(false);
+  AddGlobs(command, "--keep", options.selection.kept, "Pack what matches GLOB, junk or not");
+  AddGlobs(command, "--require", options.selection.required, "Refuse if there is no such file",
+           "PATH");
   command->add_flag("--create", options.createsOutput,
                     "Write to any directory, make it if missing");
   command->add_flag("--allow-warnings", options.allowsWarnings, "Refuse after errors only");
 }
 
-/// Adds the limit that keeps a hostile package from being read for hours.
-void AddLimits(CLI::App* command, Limits& limits) {
-  constexpr bool kSteps1000 = false;
-  command
-      ->add_option("--max-size", limits.maxSize,
-                   "Refuse a package that can hold more (default: 4G)")
-      ->transform(CLI::AsSizeValue(kSteps1000))
-      // Runs first: the conversion would make a large number of a negative one.
-      ->transform(CLI::Validator(
-          [](const std::string& text) {
-            return text.rfind('-', 0) == 0 ? "the size must not be negative" : std::string();
-          },
-          ""))
-      ->type_name("BYTES");
-}
+/// Adds the commands that read bundles only.
+void AddOfBundles(CLI::App& app, CommandLine& line) {
+  CLI::App* check = AddCommand(app, line, "check", "Tell what the installer will do with a bundle",
+                               "check --prove X.app", "0 no findings, 1 findings, 2 unknown",
+                               [&line] { return Check(line.check); });
+  AddBundleOrResources(check, line.check.path);
+  check->add_flag("--prove", line.check.prove, "Also extract into a scratch directory, compare");
+  AddLimits(check, line);
 
-void AddCheck(CLI::App& app, CommandLine& line) {
-  CLI::App* command =
-      AddCommand(app, line, "check", "Tell what the installer will do with a bundle",
-                 "check --prove X.app", "0 no findings, 1 findings, 2 unknown", [&line] {
-                   line.check.asJson = line.asJson;
-                   return Check(line.check);
-                 });
-  AddPath(command, "BUNDLE_OR_RESOURCES", line.check.path, "A bundle, or its Resources directory")
-      ->required();
-  command->add_flag("--prove", line.check.prove, "Also extract into a scratch directory, compare");
-  AddLimits(command, line.check.limits);
-}
-
-void AddInfo(CLI::App& app, CommandLine& line) {
-  CLI::App* command =
+  CLI::App* info =
       AddCommand(app, line, "info", "Tell what a bundle holds, without a check", "info X.app",
-                 "0 printed, 2 failed", [&line] { return Info(line.info); });
-  AddPath(command, "BUNDLE_OR_RESOURCES", line.info.path, "A bundle, or its Resources directory")
-      ->required();
+                 "0 printed, 2 failed", [&line] { return Info(line.path); });
+  AddBundleOrResources(info, line.path);
+
+  CLI::App* diff = AddCommand(app, line, "diff", "Tell what changes from one bundle to another",
+                              "diff 6/X.app 7/X.app", "0 equal, 1 changes or errors, 2 unknown",
+                              [&line] { return Diff(line.path, line.after, line.host.limits); });
+  AddPath(diff, "BEFORE", line.path, "A bundle")->required();
+  AddPath(diff, "AFTER", line.after, "The bundle that replaces it")->required();
+  AddLimits(diff, line);
 }
 
-void AddRoot(CLI::App* command, std::string& root) {
-  AddPath(command, "--root", root, "Where the installed system's files are")->type_name("PREFIX");
-}
+/// Adds the commands that install, and `uninstall`.
+void AddOfInstallation(CLI::App& app, CommandLine& line) {
+  CLI::App* plan =
+      AddCommand(app, line, "plan", "Tell what install would change on this machine", "plan X.app",
+                 "0 install will not refuse, 1 install will refuse, 2 unknown",
+                 [&line] { return Plan(line.host); });
+  AddDecision(plan, line);
+  AddRoot(plan, line);
 
-/// The options of what `verify` and `installcheck` share.
-void AddVerifyOptions(CLI::App* command, VerifyOptions& options) {
-  AddRoot(command, options.hostRoot);
-  command->add_flag("--ignore-modes", options.ignoresModes, "Do not compare modes and owners");
-  AddLimits(command, options.limits);
-}
-
-void AddVerify(CLI::App& app, CommandLine& line) {
-  CLI::App* command = AddCommand(
-      app, line, "verify", "Compare the installation with a bundle, or with the receipt",
-      "verify X.app", "0 correct, 1 findings, 2 unknown", [&line] { return Verify(line.verify); });
-  AddPath(command, "BUNDLE", line.verify.bundle, "The bundle that should be installed");
-  AddVerifyOptions(command, line.verify);
-}
-
-void AddInstallCheck(CLI::App& app, CommandLine& line) {
-  CLI::App* command = AddCommand(
-      app, line, "installcheck", "Exit with 0 if a bundle is to be installed, 1 if not",
-      "installcheck X.app", "0 install needed, 1 up to date, 2 bundle unusable, 3 host unreadable",
-      [&line] { return InstallCheck(line.verify); });
-  AddPath(command, "BUNDLE", line.verify.bundle, "The bundle that should be installed")->required();
-  AddVerifyOptions(command, line.verify);
-}
-
-/// The options of what `install` and `plan` share.
-void AddPlanOptions(CLI::App* command, PlanOptions& options) {
-  AddPath(command, "BUNDLE", options.bundle, "The bundle to install")->required();
-  command->add_flag("--force", options.isForced, "Run the step even if nothing would change");
-  command->add_flag("--allow-downgrade", options.allowsDowngrade, "Install over a newer update");
-  command->add_flag("--ignore-modes", options.ignoresModes, "Do not compare modes and owners");
-  AddLimits(command, options.limits);
-}
-
-void AddWait(CLI::App* command, long long& seconds) {
-  command
-      ->add_option("--wait", seconds,
-                   "How long to wait while another installation runs (default: 600)")
-      ->type_name("SECONDS")
-      ->check(CLI::Range(0, 86400));
-}
-
-void AddInstall(CLI::App& app, CommandLine& line) {
-  CLI::App* command = AddCommand(
-      app, line, "install", "Run a bundle's installer step on this machine, and verify",
-      "install X.app", "0 installed or up to date, 1 refused or not correct, 2 failed", [&line] {
-        line.install.wait = std::chrono::seconds(line.waitSeconds);
-        return line.isDryRun ? Plan(line.install) : Install(line.install);
-      });
-  AddPlanOptions(command, line.install);
-  command->add_flag("--dry-run", line.isDryRun,
-                    "Change nothing, and tell what would be done: plan");
-  AddWait(command, line.waitSeconds);
+  CLI::App* install =
+      AddCommand(app, line, "install", "Run a bundle's installer step on this machine, and verify",
+                 "install X.app", "0 installed or up to date, 1 refused or not correct, 2 failed",
+                 [&line] { return line.host.isDryRun ? Plan(line.host) : Install(line.host); });
+  AddDecision(install, line);
+  AddChange(install, line, "Change nothing, and tell what would be done: plan");
 }
 
 void AddUninstall(CLI::App& app, CommandLine& line) {
-  CLI::App* command =
-      AddCommand(app, line, "uninstall", "Remove everything that was installed",
-                 "uninstall --dry-run", "0 nothing is installed any more, 2 failed", [&line] {
-                   line.uninstall.wait = std::chrono::seconds(line.waitSeconds);
-                   return Uninstall(line.uninstall);
-                 });
-  AddRoot(command, line.uninstall.hostRoot);
-  command->add_flag("--dry-run", line.uninstall.isDryRun,
-                    "Change nothing, and tell what would be removed");
-  AddWait(command, line.waitSeconds);
+  CLI::App* uninstall = AddCommand(
+      app, line, "uninstall", "Remove everything that was installed", "uninstall --dry-run",
+      "0 nothing is installed any more, 2 failed", [&line] { return Uninstall(line.host); });
+  AddRoot(uninstall, line);
+  AddChange(uninstall, line, "Change nothing, and tell what would be removed");
 }
 
-void AddPlan(CLI::App& app, CommandLine& line) {
-  CLI::App* command =
-      AddCommand(app, line, "plan", "Tell what install would change on this machine", "plan X.app",
-                 "0 install will not refuse, 1 install will refuse, 2 unknown",
-                 [&line] { return Plan(line.plan); });
-  AddPlanOptions(command, line.plan);
-  AddRoot(command, line.plan.hostRoot);
-}
-
-void AddStatus(CLI::App& app, CommandLine& line) {
-  CLI::App* command =
+/// Adds the commands that compare an installation.
+void AddOfComparison(CLI::App& app, CommandLine& line) {
+  const std::string bundle = "The bundle that should be installed";
+  CLI::App* verify = AddCommand(
+      app, line, "verify", "Compare the installation with a bundle, or with the receipt",
+      "verify X.app", "0 correct, 1 findings, 2 unknown", [&line] { return Verify(line.host); });
+  AddBundle(verify, line, bundle);
+  CLI::App* check = AddCommand(
+      app, line, "installcheck", "Exit with 0 if a bundle is to be installed, 1 if not",
+      "installcheck X.app", "0 install needed, 1 up to date, 2 bundle unusable, 3 host unreadable",
+      [&line] { return InstallCheck(line.host); });
+  AddBundle(check, line, bundle)->required();
+  CLI::App* status =
       AddCommand(app, line, "status", "Tell what is installed here, and if it is sound", "status",
-                 "0 correct, 1 findings, 2 unknown", [&line] { return Status(line.status); });
-  AddRoot(command, line.status.hostRoot);
-  command->add_flag("--ignore-modes", line.status.ignoresModes, "Do not compare modes and owners");
+                 "0 correct, 1 findings, 2 unknown", [&line] { return Status(line.host); });
+  for (CLI::App* command : {verify, check, status}) {
+    AddRoot(command, line);
+    AddIgnoreModes(command, line);
+  }
+  AddLimits(verify, line);
+  AddLimits(check, line);
 }
 
-void AddDiff(CLI::App& app, CommandLine& line) {
-  CLI::App* command = AddCommand(app, line, "diff", "Tell what changes from one bundle to another",
-                                 "diff 6/X.app 7/X.app", "0 equal, 1 changes or errors, 2 unknown",
-                                 [&line] { return Diff(line.diff); });
-  AddPath(command, "BEFORE", line.diff.before, "A bundle")->required();
-  AddPath(command, "AFTER", line.diff.after, "The bundle that replaces it")->required();
-  AddLimits(command, line.diff.limits);
-}
-
-/// Metadata that this command reads may nest so deep that a smaller stack does not hold it.
+/// Metadata may nest so deep that a smaller stack overflows.
 void RequireStack() {
   constexpr rlim_t kLeast = rlim_t{1} << 20U;
   struct rlimit limit = {};
@@ -329,8 +309,9 @@ void AddHelp(CLI::App& app) {
   });
 }
 
-/// Opens the standard streams that the caller has closed, as what cannot be written. A file of ours
-/// would get their numbers: what is printed would be written to it, and a step would lose the lock.
+/// Opens the standard streams that the caller has closed, as a directory that nobody can write. A
+/// file of this process would get their numbers: output would go to the file, and the installer
+/// would lose the lock.
 void OpenClosedStreams() {
   int file = -1;
   do {
@@ -346,8 +327,7 @@ int ParseAndRun(int argc, char** argv) {
   app.require_subcommand(1);
   CommandLine line;
   AddOutputOptions(app, line);
-  for (const auto add : {AddPack, AddCheck, AddInfo, AddDiff, AddPlan, AddInstall, AddVerify,
-                         AddInstallCheck, AddStatus, AddUninstall}) {
+  for (const auto add : {AddPack, AddOfBundles, AddOfInstallation, AddOfComparison, AddUninstall}) {
     add(app, line);
   }
   AddHelp(app);

@@ -1,5 +1,3 @@
-#include "commands/Check.h"
-
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +8,7 @@
 
 #include "InstallerConstants.h"
 #include "OSUtils.h"
+#include "commands/Commands.h"
 #include "prediction/BundleInspection.h"
 #include "prediction/TreeComparison.h"
 #include "support/Files.h"
@@ -22,28 +21,12 @@ using RunOutcome = Metadata::RunOutcome;
 
 namespace {
 
-const char* NameOf(Action action) {
-  switch (action) {
-    case Action::MakeDirectory:
-      return "directory";
-    case Action::WriteFile:
-      return "file";
-    default:
-      return "skip";
-  }
-}
+// The names in documents, each list in the order of the enumerators.
+constexpr const char* kActions[] = {"directory", "file", "skip"};
+constexpr const char* kReaches[] = {"nothing", "extracted", "all-but-random", "complete"};
 
-const char* NameOf(RunOutcome outcome) {
-  switch (outcome) {
-    case RunOutcome::Nothing:
-      return "nothing";
-    case RunOutcome::Extracted:
-      return "extracted";
-    case RunOutcome::AllButRandom:
-      return "all-but-random";
-    default:
-      return "complete";
-  }
+const char* NameOf(Action action) {
+  return kActions[static_cast<int>(action)];
 }
 
 std::string Line(const EntryPrediction& entry) {
@@ -118,7 +101,7 @@ void ReportOutcome(const Metadata& metadata, Report& report) {
   report.details["metadata"] = ToJson(metadata);
   Json& outcome = report.details["outcome"];
   outcome["end"] = completes ? "exit" : "abort";
-  outcome["reach"] = NameOf(metadata.outcome);
+  outcome["reach"] = kReaches[static_cast<int>(metadata.outcome)];
   outcome["description"] = Describe(metadata.outcome);
   const Json meaning = ToJson(metadata);
   report.summary.push_back("clear: " + meaning["clear"].dump() +
@@ -129,7 +112,7 @@ void ReportOutcome(const Metadata& metadata, Report& report) {
 
 // Proof -----------------------------------------------------------------------------------------
 
-/// Owns a new directory for one extraction and removes it with everything in it.
+/// Owns a new directory for one extraction. The destructor removes the directory with all contents.
 class Scratch {
  public:
   Scratch() {
@@ -169,7 +152,7 @@ struct Proof {
 };
 
 /// Predicts while the installer's code extracts, then compares the prediction with the disk. The
-/// two share nothing but the reading of the data, which the comparison checks by its checksums.
+/// two share only the reading of the data. The comparison of checksums covers the reading.
 Prediction Prove(PackageReader& package, const std::string& packagePath, Proof& proof) {
   CatchInterruptions();
   const Scratch scratch;

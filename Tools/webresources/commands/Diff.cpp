@@ -1,25 +1,16 @@
-#include "commands/Diff.h"
-
+#include "commands/Commands.h"
 #include "prediction/BundleInspection.h"
 #include "prediction/TreeComparison.h"
 
 namespace webresources {
 
-namespace {
-
-FileTree Inspect(const std::string& path, const DiffOptions& options, Report& report) {
-  FileTree tree;
-  Append(report.findings, ErrorsOf(InspectBundle(path, options.limits, &tree).findings));
-  return tree;
-}
-
-}  // namespace
-
-Report Diff(const DiffOptions& options) {
+Report Diff(const std::string& before, const std::string& after, const Limits& limits) {
   Report report("diff");
-  const FileTree before = Inspect(options.before, options, report);
-  const FileTree after = Inspect(options.after, options, report);
-  const TreeChanges changes = ChangesBetween(before, after);
+  FileTree trees[2];
+  for (const auto& [path, tree] : {std::pair(before, &trees[0]), std::pair(after, &trees[1])}) {
+    Append(report.findings, ErrorsOf(InspectBundle(path, limits, tree).findings));
+  }
+  const TreeChanges changes = ChangesBetween(trees[0], trees[1]);
   ReportChanges(changes, report);
   report.SetStatus();
   if (!changes.differences.empty()) {

@@ -1,18 +1,17 @@
-#include "commands/Info.h"
-
 #include "bundle/BundleFiles.h"
 #include "bundle/Metadata.h"
+#include "commands/Commands.h"
 #include "prediction/FileTree.h"
 #include "support/Error.h"
 #include "support/Files.h"
 
 namespace webresources {
 
-Report Info(const InfoOptions& options) {
-  const BundleFiles bundle = FindBundleFiles(options.path);
-  for (const std::string& path : {bundle.package, bundle.metadata}) {
-    if (StateOf(path) == FileState::Missing) {
-      throw Error("read", path, "there is no such file", "make it with webresources pack");
+Report Info(const std::string& path) {
+  const BundleFiles bundle = FindBundleFiles(path);
+  for (const std::string& file : {bundle.package, bundle.metadata}) {
+    if (StateOf(file) == FileState::Missing) {
+      throw Error("read", file, "there is no such file", "make it with webresources pack");
     }
   }
   const Metadata metadata = ReadMetadata(bundle.metadata);

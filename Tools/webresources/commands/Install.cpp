@@ -1,10 +1,11 @@
-#include "commands/Install.h"
-
 #include <sys/stat.h>
 
+#include "commands/Commands.h"
 #include "machine/InstallLock.h"
+#include "machine/InstallPlan.h"
 #include "machine/InstallerProcess.h"
 #include "machine/PrivateCopy.h"
+#include "machine/Receipt.h"
 #include "report/Rules.h"
 #include "support/Error.h"
 #include "support/Progress.h"
@@ -25,29 +26,34 @@ void WriteReceiptOf(const ExpectedBundle& bundle, const std::string& hostRoot) {
   receipt.updateId = bundle.UpdateId();
   receipt.packageSha256 = bundle.packageSha256.value_or("");
   receipt.tree = bundle.tree;
-  WriteReceipt(hostRoot, receipt);
+  AtomicFile file(ReceiptPath(hostRoot));
+  WriteReceipt(file, receipt);
 }
 
 /// Runs the installer of the copy. The receipt says from here on that an installation has begun; if
 /// the installer cannot be started, the receipt is as before.
-void Run(const InstallOptions& options, const ExpectedBundle& bundle, const InstallLock& lock,
+void Run(const HostOptions& options, const ExpectedBundle& bundle, const InstallLock& lock,
          Report& report) {
-  BegunReceipt begun(options.hostRoot, bundle.UpdateId());
+  Receipt begun;
+  begun.isBegun = true;
+  begun.updateId = bundle.UpdateId();
+  AtomicFile file(ReceiptPath(options.hostRoot));
+  WriteReceipt(file, begun);
   try {
-    ThrowIfInterrupted("install", options.bundle);
+    ThrowIfInterrupted("install", *options.bundle);
     if (const auto end =
             RunInstaller(*bundle.files.program, lock.descriptor(), BytesOf(bundle.tree))) {
-      Add(report.findings, kStepFailed, options.bundle, *end);
+      Add(report.findings, kStepFailed, *options.bundle, *end);
     }
   } catch (const CannotStart&) {
-    begun.PutBack();
+    file.Rollback();
     throw;
   }
-  ThrowIfInterrupted("install", options.bundle);
+  ThrowIfInterrupted("install", *options.bundle);
 }
 
-void RunAndVerify(const InstallOptions& options, const ExpectedBundle& bundle,
-                  const InstallLock& lock, const InstallPlan& plan, Report& report) {
+void RunAndVerify(const HostOptions& options, const ExpectedBundle& bundle, const InstallLock& lock,
+                  const InstallPlan& plan, Report& report) {
   RepairWhatARunKeeps(plan.host.installation, options.ignoresModes);
   Run(options, bundle, lock, report);
   HostState after = ReadHost(options.hostRoot);
@@ -93,14 +99,14 @@ void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& r
 /// machine that has none yet, and a refusal must not touch anything. If another first installation
 /// has made the lock meanwhile, the host may be in the middle of that: the decision is made under
 /// the lock.
-bool IsRefusedUntouched(const InstallOptions& options, LogEntry& entry, Report& report) {
+bool IsRefusedUntouched(const HostOptions& options, LogEntry& entry, Report& report) {
   if (InstallLock::IsThere(options.hostRoot)) {
     return false;
   }
   try {
     HostState host = ReadHost(options.hostRoot);
     entry.before = UpdateIdOf(host.installation.record);
-    const ExpectedBundle bundle = ReadBundle(options.bundle, host.receipt, options.limits);
+    const ExpectedBundle bundle = ReadBundle(*options.bundle, host.receipt, options.limits);
     const InstallPlan plan = MakePlan(options, bundle, std::move(host));
     if (plan.outcome != InstallPlan::Outcome::Refuse || InstallLock::IsThere(options.hostRoot)) {
       return false;
@@ -116,14 +122,14 @@ bool IsRefusedUntouched(const InstallOptions& options, LogEntry& entry, Report& 
 }
 
 /// Returns whether the receipt proves that this very package is installed: then nothing is copied.
-bool IsUpToDate(const InstallOptions& options, HostState host, Report& report) {
-  const BundleFiles files = FindBundleFiles(options.bundle);
+bool IsUpToDate(const HostOptions& options, HostState host, Report& report) {
+  const BundleFiles files = FindBundleFiles(*options.bundle);
   if (options.isForced || !host.receipt || host.receipt->isBegun ||
       host.receipt->updateId != ReadMetadata(files.metadata).updateId ||
       host.receipt->packageSha256 != DigestOfPackage(files.package)) {
     return false;
   }
-  const ExpectedBundle bundle = ReadBundle(options.bundle, host.receipt, options.limits);
+  const ExpectedBundle bundle = ReadBundle(*options.bundle, host.receipt, options.limits);
   const InstallPlan plan = MakePlan(options, bundle, std::move(host));
   if (plan.outcome != InstallPlan::Outcome::UpToDate || plan.needsReceipt) {
     return false;
@@ -133,14 +139,14 @@ bool IsUpToDate(const InstallOptions& options, HostState host, Report& report) {
 }
 
 /// Decides, runs, verifies and writes the receipt from a private copy of the bundle.
-void InstallCopy(const InstallOptions& options, const InstallLock& lock, HostState host,
+void InstallCopy(const HostOptions& options, const InstallLock& lock, HostState host,
                  Report& report) {
   const Findings reasons = FindBeforeCopy(options, host.installation);
   if (!reasons.empty()) {
     Refuse(host.installation, reasons, report);
     return;
   }
-  const PrivateCopy copy(options.hostRoot, options.bundle, options.limits);
+  const PrivateCopy copy(options.hostRoot, *options.bundle, options.limits);
   ExpectedBundle bundle = ReadBundle(copy.path(), std::nullopt, options.limits);
   bundle.bytesToCopy = 0;  // the copy is made
   const InstallPlan plan = MakePlan(options, bundle, std::move(host));
@@ -153,8 +159,8 @@ void InstallCopy(const InstallOptions& options, const InstallLock& lock, HostSta
   }
 }
 
-/// Installs, and fills `entry` as far as it becomes known.
-Report InstallWith(const InstallOptions& options, LogEntry& entry) {
+/// Installs, and fills the known members of `entry`.
+Report InstallWith(const HostOptions& options, LogEntry& entry) {
   Report report("install");
   if (IsRefusedUntouched(options, entry, report)) {
     return report;
@@ -169,7 +175,7 @@ Report InstallWith(const InstallOptions& options, LogEntry& entry) {
   return report;
 }
 
-/// The outcome of the report and the reason for it, for people.
+/// Returns the outcome of the report with the reason, for people.
 std::string OutcomeOf(const Report& report) {
   std::string outcome = report.details["outcome"];
   if (!report.findings.empty()) {
@@ -181,11 +187,11 @@ std::string OutcomeOf(const Report& report) {
 
 }  // namespace
 
-Report Install(const InstallOptions& options) {
+Report Install(const HostOptions& options) {
   umask(022);
   CatchInterruptions();
   return Logged({"install"}, [&options](LogEntry& entry) {
-    RequireBundle(options.bundle);
+    RequireBundle(*options.bundle);
     const Report report = InstallWith(options, entry);
     const Json& updateId = report.details["record"]["updateId"];
     entry.after = updateId.is_null() ? std::nullopt : std::optional<int>(updateId);

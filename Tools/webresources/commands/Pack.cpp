@@ -1,5 +1,3 @@
-#include "commands/Pack.h"
-
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
@@ -7,6 +5,7 @@
 
 #include "bundle/BundleFiles.h"
 #include "bundle/Metadata.h"
+#include "commands/Commands.h"
 #include "packing/ArchiveWriter.h"
 #include "support/AtomicFile.h"
 #include "support/Files.h"
@@ -21,7 +20,7 @@ namespace fs = std::filesystem;
 
 constexpr std::int64_t kFixedTime = 315532800;  // 1980-01-01, the first that the format has
 
-/// The time of all entries, so that it is not the machine's.
+/// Returns the time of all entries. The time does not depend on the machine.
 std::int64_t EntryTime() {
   const char* text = std::getenv("SOURCE_DATE_EPOCH");
   if (text == nullptr || *text == '\0') {

@@ -1,10 +1,9 @@
-#include "commands/Plan.h"
-
 #include <unistd.h>
 
 #include <cerrno>
 
 #include "InstallerConstants.h"
+#include "commands/Commands.h"
 #include "machine/HostCheck.h"
 #include "machine/InstallPlan.h"
 #include "prediction/TreeComparison.h"
@@ -32,7 +31,7 @@ FileTree InstalledTree(const Installation& installation, const FileTree& expecte
                                Checksum::Sha256);
 }
 
-/// What goes beside the installed directory.
+/// Returns the entries beside the installed directory.
 std::vector<std::string> LeftoversOf(const Installation& installation) {
   std::vector<std::string> leftovers;
   for (const std::string& name : installation.names) {
@@ -66,16 +65,13 @@ void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bu
                            (installs ? std::to_string(bundle.UpdateId()) : recorded));
 }
 
-const char* NameOf(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::UpToDate:
-      return "up-to-date";
-    case Outcome::Refuse:
-      return "refuse";
-    default:
-      return "install";
-  }
-}
+/// The words for each outcome, in the order of the outcomes.
+constexpr struct {
+  const char* name;
+  const char* conclusion;
+} kOutcomes[] = {{"up-to-date", "up to date: install will change nothing"},
+                 {"refuse", "install will refuse the bundle and change nothing"},
+                 {"install", "install will run the installer"}};
 
 /// Whether this user may not write where a run writes.
 bool NeedsRoot(const Installation& installation) {
@@ -89,8 +85,6 @@ bool NeedsRoot(const Installation& installation) {
 }
 
 void ReportPlan(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
-  report.details["outcome"] = NameOf(plan.outcome);
-  ReportInstallation(plan.host.installation, report);
   report.details["recordAfter"] = RecordAfter(plan, bundle);
   report.details["freshDirectory"] = plan.freshDirectory;
   report.details["bytesNeeded"] = plan.bytesNeeded;
@@ -112,34 +106,23 @@ void ReportPlan(const InstallPlan& plan, const ExpectedBundle& bundle, Report& r
                            std::to_string(plan.free.bytes) + " free");
 }
 
-const char* Conclusion(Outcome outcome) {
-  switch (outcome) {
-    case Outcome::UpToDate:
-      return "up to date: install will change nothing";
-    case Outcome::Refuse:
-      return "install will refuse the bundle and change nothing";
-    default:
-      return "install will run the installer";
-  }
-}
-
 }  // namespace
 
-Report Plan(const PlanOptions& options) {
-  RequireBundle(options.bundle);
+Report Plan(const HostOptions& options) {
+  RequireBundle(*options.bundle);
   HostState host = ReadHost(options.hostRoot);
-  const ExpectedBundle bundle = ReadBundle(options.bundle, host.receipt, options.limits);
+  const ExpectedBundle bundle = ReadBundle(*options.bundle, host.receipt, options.limits);
   const InstallPlan plan = MakePlan(options, bundle, std::move(host));
   Report report("plan");
   report.findings = plan.findings;
   report.SetStatus();
+  const auto& words = kOutcomes[static_cast<int>(plan.outcome)];
+  report.details["outcome"] = words.name;
+  ReportInstallation(plan.host.installation, report);
   if (bundle.errors.empty()) {
     ReportPlan(plan, bundle, report);
-  } else {
-    report.details["outcome"] = NameOf(plan.outcome);
-    ReportInstallation(plan.host.installation, report);
   }
-  report.summary.push_back(Conclusion(plan.outcome));
+  report.summary.push_back(words.conclusion);
   return report;
 }
 

@@ -1,5 +1,4 @@
-#include "commands/Status.h"
-
+#include "commands/Commands.h"
 #include "machine/Advice.h"
 #include "machine/HostCheck.h"
 #include "prediction/FileTree.h"
@@ -40,15 +39,13 @@ std::string Soundness(const HostState& host) {
 
 }  // namespace
 
-Report Status(const StatusOptions& options) {
+Report Status(const HostOptions& options) {
   HostState host = ReadHost(options.hostRoot);
   CompareWithReceipt(host, options.ignoresModes);
   const Installation& installation = host.installation;
   Report report("status");
-  report.findings = host.findings;
-  Append(report.findings, host.receiptFindings);
-  Append(report.findings, host.hostFindings);
-  Advise({"", options.hostRoot, false, options.ignoresModes}, report);
+  report.findings = host.AllFindings();
+  Advise(options, report);
   report.SetStatus();
   ReportInstallation(installation, report);
   const bool isThere = !installation.directory.empty();

@@ -1,11 +1,10 @@
-#include "commands/Uninstall.h"
-
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 
+#include "commands/Commands.h"
 #include "machine/Access.h"
 #include "machine/InstallLock.h"
 #include "machine/Installation.h"
@@ -20,7 +19,6 @@ namespace webresources {
 
 namespace {
 
-constexpr char kOwnPrefix[] = ".WebResources.";
 constexpr int kOwnDirectories = 3;  // above the install root
 
 /// The remains of an installation on a host.
@@ -52,14 +50,8 @@ Remains Look(const std::string& hostRoot) {
       remains.paths.push_back(path);
     }
   }
-  const std::string directory = ParentOf(root);
-  for (const std::string& name :
-       IsDirectory(directory) ? NamesIn(directory) : std::vector<std::string>()) {
-    const std::string path = directory + "/" + name;
-    if (name.rfind(kOwnPrefix, 0) == 0 && path != InstallLock::PathOf(hostRoot)) {
-      remains.paths.push_back(path);
-    }
-  }
+  const std::vector<std::string> temporary = TemporaryEntries(hostRoot);
+  remains.paths.insert(remains.paths.end(), temporary.begin(), temporary.end());
   return remains;
 }
 
@@ -83,7 +75,7 @@ void Remove(const std::string& hostRoot, const Remains& remains) {
   }
 }
 
-/// Another process can make a directory again, or put a file into it.
+/// Another process can make a directory again, or put a file there.
 void RemoveEmptyDirectories(const std::string& hostRoot) {
   std::string path = ParentOf(BesideInstallRoot(hostRoot, ""));
   for (int i = 0; i < kOwnDirectories; ++i, path = ParentOf(path)) {
@@ -97,7 +89,7 @@ void RemoveEmptyDirectories(const std::string& hostRoot) {
   }
 }
 
-void ReportRemains(const Remains& remains, const UninstallOptions& options, Report& report) {
+void ReportRemains(const Remains& remains, const HostOptions& options, Report& report) {
   PutName(report.details, "installRoot", BesideInstallRoot(options.hostRoot, "WebResources/"));
   report.details["record"] = ToJson(remains.record.values);
   report.details["dryRun"] = options.isDryRun;
@@ -115,8 +107,8 @@ void Conclude(const char* outcome, const std::string& text, Report& report) {
   report.summary.push_back(text);
 }
 
-/// Removes what is there by the time that the lock is held.
-Remains RemoveLocked(const UninstallOptions& options) {
+/// Takes the lock, then looks again and removes the remains.
+Remains RemoveLocked(const HostOptions& options) {
   umask(022);
   const InstallLock lock(options.hostRoot, options.wait);
   Remains remains = Look(options.hostRoot);
@@ -125,7 +117,7 @@ Remains RemoveLocked(const UninstallOptions& options) {
   return remains;
 }
 
-Report UninstallWith(const UninstallOptions& options, LogEntry& entry) {
+Report UninstallWith(const HostOptions& options, LogEntry& entry) {
   RequireHost(options.hostRoot);
   Remains remains = Look(options.hostRoot);
   entry.before = UpdateIdOf(remains.record);
@@ -154,7 +146,7 @@ Report UninstallWith(const UninstallOptions& options, LogEntry& entry) {
 
 }  // namespace
 
-Report Uninstall(const UninstallOptions& options) {
+Report Uninstall(const HostOptions& options) {
   LogEntry none;
   return options.isDryRun ? UninstallWith(options, none)
                           : Logged({"uninstall"}, [&options](LogEntry& entry) {

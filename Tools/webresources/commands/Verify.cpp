@@ -1,5 +1,4 @@
-#include "commands/Verify.h"
-
+#include "commands/Commands.h"
 #include "machine/Advice.h"
 #include "machine/HostCheck.h"
 #include "machine/InstallPlan.h"
@@ -17,31 +16,27 @@ void RequireComplete(const ExpectedBundle& bundle) {
   }
 }
 
-void VerifyWithBundle(const VerifyOptions& options, Report& report) {
+void VerifyWithBundle(const HostOptions& options, Report& report) {
   HostState host = ReadHost(options.hostRoot);
   const ExpectedBundle bundle = ReadBundle(*options.bundle, host.receipt, options.limits);
   RequireComplete(bundle);
   CompareWithBundle(host, bundle, options.ignoresModes);
   ReportInstallation(host.installation, report);
   report.findings = bundle.errors;
-  Append(report.findings, host.findings);
-  Append(report.findings, host.receiptFindings);
-  Append(report.findings, host.hostFindings);
+  Append(report.findings, host.AllFindings());
   if (bundle.errors.empty()) {
-    Advise({*options.bundle, options.hostRoot, IsNewerInstalled(host.installation, bundle),
-            options.ignoresModes},
-           report);
+    HostOptions repair = options;
+    repair.allowsDowngrade = IsNewerInstalled(host.installation, bundle);
+    Advise(repair, report);
   }
 }
 
-void VerifyAlone(const VerifyOptions& options, Report& report) {
+void VerifyAlone(const HostOptions& options, Report& report) {
   HostState host = ReadHost(options.hostRoot);
   CompareWithReceipt(host, options.ignoresModes);
   ReportInstallation(host.installation, report);
-  report.findings = host.findings;
-  Append(report.findings, host.receiptFindings);
-  Append(report.findings, host.hostFindings);
-  Advise({"", options.hostRoot, false, options.ignoresModes}, report);
+  report.findings = host.AllFindings();
+  Advise(options, report);
   report.details["comparedWith"] = host.isCompared ? "receipt" : "record";
   if (!host.isCompared) {
     report.summary.push_back(
@@ -51,7 +46,7 @@ void VerifyAlone(const VerifyOptions& options, Report& report) {
 
 }  // namespace
 
-Report Verify(const VerifyOptions& options) {
+Report Verify(const HostOptions& options) {
   CatchInterruptions();
   Report report("verify");
   if (options.bundle) {
@@ -86,7 +81,7 @@ void Conclude(int status, const std::string& text, Report& report) {
   report.summary.push_back(text);
 }
 
-void CheckHost(const VerifyOptions& options, const ExpectedBundle& bundle, HostState& host,
+void CheckHost(const HostOptions& options, const ExpectedBundle& bundle, HostState& host,
                Report& report) {
   CompareWithBundle(host, bundle, options.ignoresModes);
   ReportInstallation(host.installation, report);
@@ -98,14 +93,14 @@ void CheckHost(const VerifyOptions& options, const ExpectedBundle& bundle, HostS
     Conclude(kIsUpToDate, "up to date", report);
   } else {
     Conclude(kIsNeeded, "install needed: " + Text(report.findings.front()), report);
-    Advise({*options.bundle, options.hostRoot, false, options.ignoresModes}, report);
+    Advise(options, report);
   }
   Append(report.findings, host.hostFindings);  // no installation repairs them
 }
 
 }  // namespace
 
-Report InstallCheck(const VerifyOptions& options) {
+Report InstallCheck(const HostOptions& options) {
   Report report("installcheck");
   int failure = kIsUnknown;
   try {

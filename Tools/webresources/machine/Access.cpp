@@ -31,14 +31,15 @@ constexpr mode_t kWriting = S_IWGRP | S_IWOTH;
 /// A file or directory whose access is examined.
 struct Place {
   std::string path;
-  mode_t mode;  ///< Other users need its permissions; a repair sets it.
+  mode_t mode;  ///< Other users need these permissions; a repair sets the mode.
   bool isOfHost = false;
 
   bool IsDirectory() const { return (mode & S_IXUSR) != 0; }
 };
 
 /// Returns the product's places or those of the host, the outermost directory first.
-std::vector<Place> PlacesOf(const std::string& hostRoot, bool isOfHost) {
+std::vector<Place> PlacesOf(const std::string& hostRoot, Places which) {
+  const bool isOfHost = which == Places::Host;
   constexpr mode_t kEntered = 0711;  // other users need not read the names
   const std::string preferences = hostRoot + "/Library/Preferences";
   const std::string root = OSUtils::GetPellamResourceDirectory();  // ends in "/"
@@ -118,15 +119,6 @@ void FindInPlace(const Place& place, uid_t owner, Findings& findings) {
   }
 }
 
-Findings FindInAccess(const std::string& hostRoot, bool isOfHost) {
-  const uid_t owner = OwnerOf(hostRoot);
-  Findings findings;
-  for (const Place& place : PlacesOf(hostRoot, isOfHost)) {
-    FindInPlace(place, owner, findings);
-  }
-  return findings;
-}
-
 void RepairPlace(const Place& place, uid_t owner) {
   constexpr auto kKeptGroup = static_cast<gid_t>(-1);
   const Descriptor file(open(place.path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -151,17 +143,18 @@ void RepairPlace(const Place& place, uid_t owner) {
 
 }  // namespace
 
-Findings FindInProductAccess(const std::string& hostRoot) {
-  return FindInAccess(hostRoot, false);
-}
-
-Findings FindInHostAccess(const std::string& hostRoot) {
-  return FindInAccess(hostRoot, true);
+Findings FindInAccess(const std::string& hostRoot, Places places) {
+  const uid_t owner = OwnerOf(hostRoot);
+  Findings findings;
+  for (const Place& place : PlacesOf(hostRoot, places)) {
+    FindInPlace(place, owner, findings);
+  }
+  return findings;
 }
 
 void RepairAccess(const std::string& hostRoot) {
   const uid_t owner = OwnerOf(hostRoot);
-  for (const Place& place : PlacesOf(hostRoot, false)) {
+  for (const Place& place : PlacesOf(hostRoot, Places::Product)) {
     RepairPlace(place, owner);
   }
 }
@@ -174,8 +167,8 @@ void RequireHost(const std::string& hostRoot) {
     throw Error("read", hostRoot, "it is not a directory");
   }
   const std::filesystem::path root = RealPath(hostRoot);
-  for (const bool isOfHost : {true, false}) {
-    for (const Place& place : PlacesOf(hostRoot, isOfHost)) {
+  for (const Places places : {Places::Host, Places::Product}) {
+    for (const Place& place : PlacesOf(hostRoot, places)) {
       const MallocPointer<char> real(realpath(place.path.c_str(), nullptr));
       const std::string inside =
           std::filesystem::path(real ? real.get() : root).lexically_relative(root);

@@ -15,14 +15,12 @@ namespace webresources {
 /// that does not exist has no defect. A set-group-ID bit is no defect. Nor are entries of an access
 /// control list that deny, that let read, or that only new entries of the directory inherit.
 
-/// Returns the defects of the product's places: RepairAccess() repairs them. Throws Error if a
-/// place cannot be examined.
-Findings FindInProductAccess(const std::string& hostRoot);
+enum class Places { Product, Host };
 
-/// Returns the defects of the host's places. The reason of each finding names the command that
-/// repairs the defect: `install` leaves these places alone. Throws Error if a place cannot be
-/// examined.
-Findings FindInHostAccess(const std::string& hostRoot);
+/// Returns the defects of these places. RepairAccess() repairs the defects of the product's places.
+/// `install` leaves the host's places alone: the reason of each finding names the command that
+/// repairs the defect. Throws Error if a place cannot be examined.
+Findings FindInAccess(const std::string& hostRoot, Places places);
 
 /// Gives the product's places the owner of the host's root directory and the mode 0755 or 0644
 /// where they have defects. Removes the rights that new entries would inherit. A link, or a file

@@ -20,21 +20,30 @@ std::string Absolute(const std::string& path) {
   return absolute;
 }
 
-std::string InstallOf(const std::string& bundle, const Repair& repair) {
-  return std::string("webresources install ") + (repair.isDowngrade ? "--allow-downgrade " : "") +
-         (repair.ignoresModes ? "--ignore-modes " : "") + bundle;
+std::string InstallOf(const std::string& bundle, const HostOptions& options) {
+  return std::string("webresources install ") +
+         (options.allowsDowngrade ? "--allow-downgrade " : "") +
+         (options.ignoresModes ? "--ignore-modes " : "") + bundle;
 }
 
-std::string InChroot(const Repair& repair, const std::string& sudo) {
-  const std::string root = Absolute(repair.hostRoot);
-  const std::string bundle = Absolute(repair.bundle);
+std::string CommandLineOf(const HostOptions& options) {
+  const std::string sudo = geteuid() == 0 ? "" : "sudo ";
+  const std::string bundle = options.bundle ? Absolute(*options.bundle) : "";
+  const std::string word = options.bundle ? ShellQuoted(bundle) : "BUNDLE";
+  if (options.hostRoot.empty()) {
+    return sudo + InstallOf(word, options);
+  }
+  const std::string root = Absolute(options.hostRoot);
   const std::string chroot = sudo + "chroot " + ShellQuoted(root) + " ";
+  if (!options.bundle) {
+    return chroot + InstallOf(word, options);
+  }
   if (bundle.rfind(root + "/", 0) == 0) {
-    return chroot + InstallOf(ShellQuoted(bundle.substr(root.length())), repair);
+    return chroot + InstallOf(ShellQuoted(bundle.substr(root.length())), options);
   }
   const std::string copied = "/" + LastOf(bundle);
   return sudo + "cp -R " + ShellQuoted(bundle + "/.") + " " + ShellQuoted(root + copied) + " && " +
-         chroot + InstallOf(ShellQuoted(copied), repair);
+         chroot + InstallOf(ShellQuoted(copied), options);
 }
 
 bool IsRepairedByInstall(const Finding& finding) {
@@ -43,21 +52,9 @@ bool IsRepairedByInstall(const Finding& finding) {
 
 }  // namespace
 
-std::string CommandLineOf(const Repair& repair) {
-  const std::string sudo = geteuid() == 0 ? "" : "sudo ";
-  if (repair.bundle.empty()) {
-    const std::string root = repair.hostRoot.empty()
-                                 ? std::string()
-                                 : "chroot " + ShellQuoted(Absolute(repair.hostRoot)) + " ";
-    return sudo + root + InstallOf("BUNDLE", repair);
-  }
-  return repair.hostRoot.empty() ? sudo + InstallOf(ShellQuoted(Absolute(repair.bundle)), repair)
-                                 : InChroot(repair, sudo);
-}
-
-void Advise(const Repair& repair, Report& report) {
+void Advise(const HostOptions& options, Report& report) {
   if (std::any_of(report.findings.begin(), report.findings.end(), IsRepairedByInstall)) {
-    report.advice = CommandLineOf(repair);
+    report.advice = CommandLineOf(options);
   }
 }
 

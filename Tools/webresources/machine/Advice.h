@@ -1,26 +1,16 @@
 #ifndef TOOLS_WEBRESOURCES_MACHINE_ADVICE_H_
 #define TOOLS_WEBRESOURCES_MACHINE_ADVICE_H_
 
-#include <string>
-
+#include "machine/Installation.h"
 #include "report/Report.h"
 
 namespace webresources {
 
-/// An installation that repairs a host.
-struct Repair {
-  std::string bundle;    ///< Empty if the reader has to choose the bundle.
-  std::string hostRoot;  ///< Where the host's file system is mounted; empty for this host.
-  bool isDowngrade = false;
-  bool ignoresModes = false;
-};
-
-/// Returns the command line that makes `repair`, for a shell in any directory: with sudo for an
-/// ordinary user, and in a chroot for another host. A bundle outside the root is copied into it.
-std::string CommandLineOf(const Repair& repair);
-
-/// Sets the advice of `report` to that command line if an installation repairs one of its findings.
-void Advise(const Repair& repair, Report& report);
+/// Sets the advice of `report` if an installation with `options` repairs one of its findings. The
+/// advice is a command line for a shell in any directory: with sudo for an ordinary user, and in a
+/// chroot for another host. A bundle outside the root is copied into the root. Without a bundle in
+/// `options`, the reader has to choose the bundle.
+void Advise(const HostOptions& options, Report& report);
 
 }  // namespace webresources
 

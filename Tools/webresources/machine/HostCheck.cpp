@@ -13,8 +13,12 @@
 namespace webresources {
 
 void RepairWhatARunKeeps(const Installation& installation, bool ignoresModes) {
-  if (IsRandomUnusable(installation.record)) {
-    RemoveUnusableRandom(installation.hostRoot);
+  // The record is read once more: a value that cannot be read looks like an unusable one.
+  if (IsRandomUnusable(installation.record) &&
+      IsRandomUnusable(ReadHostRecord(installation.hostRoot)) &&
+      !RemoveRandom(installation.hostRoot)) {
+    throw Error("write", RecordLocation(installation.hostRoot),
+                "the random identifier cannot be removed");
   }
   if (!ignoresModes) {
     RepairAccess(installation.hostRoot);
@@ -27,22 +31,9 @@ using Kind = Difference::Kind;
 
 const char kPathName[] = "installed directory";
 
-const Rule& RuleOf(Kind kind) {
-  switch (kind) {
-    case Kind::Missing:
-      return kFileMissing;
-    case Kind::Extra:
-      return kFileExtra;
-    case Kind::Type:
-      return kFileType;
-    case Kind::Content:
-      return kFileDiffers;
-    case Kind::Mode:
-      return kModeDiffers;
-    default:
-      return kOwnerDiffers;
-  }
-}
+/// The rule of each kind of difference, in the order of the kinds.
+const Rule* const kRules[] = {&kFileMissing, &kFileExtra,   &kFileType,
+                              &kFileDiffers, &kModeDiffers, &kOwnerDiffers};
 
 /// Returns `tree` without differences that give nobody access: a directory inherits the
 /// set-group-ID bit from the directory above, and root may own a file in the place of `owner`.
@@ -65,14 +56,15 @@ class InstallationFinder {
 
   Findings Find() {
     if (!installation_.isRootUsable) {
-      AddFinding(kRootBlocked, installation_.installRoot,
-                 "something other than a directory is there");
+      Add(findings_, kRootBlocked, installation_.installRoot,
+          "something other than a directory is there");
     } else if (installation_.IsEmpty()) {
-      AddFinding(kNotInstalled, installation_.installRoot, "neither directory nor record is there");
+      Add(findings_, kNotInstalled, installation_.installRoot,
+          "neither directory nor record is there");
     } else {
       FindInDirectory();
       if (!expected_.ignoresModes) {
-        Append(findings_, FindInProductAccess(installation_.hostRoot));
+        Append(findings_, FindInAccess(installation_.hostRoot, Places::Product));
       }
       FindInTree();
       FindLeftovers();
@@ -88,13 +80,13 @@ class InstallationFinder {
       AddMissing(findings_, kPathName, installation_.record.installPath);
     } else if (installation_.directory != recorded &&
                (!installation_.directory.empty() || !IsBareName(recorded))) {
-      AddFinding(kRecordDirectory, kPathName, "there is no directory " + recorded);
+      Add(findings_, kRecordDirectory, kPathName, "there is no directory " + recorded);
     } else if (installation_.directory == recorded && recorded != kFinalName) {
-      AddFinding(kRecordDiffers, kPathName, "it is " + recorded + " instead of " + kFinalName);
+      Add(findings_, kRecordDiffers, kPathName, "it is " + recorded + " instead of " + kFinalName);
     }
     if (installation_.directory.empty()) {
-      AddFinding(kNotInstalled, installation_.installRoot + kFinalName,
-                 "there is no such directory");
+      Add(findings_, kNotInstalled, installation_.installRoot + kFinalName,
+          "there is no such directory");
     }
   }
 
@@ -116,8 +108,8 @@ class InstallationFinder {
     for (const Difference& difference : Topmost(Compare(tree, actual))) {
       const bool isFinders = difference.kind == Kind::Extra && IsFinders(difference.path);
       if (!isFinders && (difference.kind < Kind::Mode || !expected_.ignoresModes)) {
-        AddFinding(RuleOf(difference.kind), installation_.directory + "/" + difference.path,
-                   difference.reason);
+        Add(findings_, *kRules[static_cast<int>(difference.kind)],
+            installation_.directory + "/" + difference.path, difference.reason);
       }
     }
     if (!expected_.ignoresModes) {
@@ -128,7 +120,7 @@ class InstallationFinder {
   void FindInLists(const std::string& directory, const FileTree& tree) {
     for (const FileItem& item : tree) {
       if (LetsOthersWrite(directory + "/" + item.path)) {
-        AddFinding(kModeDiffers, installation_.directory + "/" + item.path, kListReason);
+        Add(findings_, kModeDiffers, installation_.directory + "/" + item.path, kListReason);
       }
     }
   }
@@ -136,14 +128,10 @@ class InstallationFinder {
   void FindLeftovers() {
     for (const std::string& name : installation_.names) {
       if (name != installation_.directory && !IsFinders(name)) {
-        AddFinding(kLeftover, installation_.installRoot + name,
-                   "it is not the installed directory");
+        Add(findings_, kLeftover, installation_.installRoot + name,
+            "it is not the installed directory");
       }
     }
-  }
-
-  void AddFinding(const Rule& rule, const std::string& subject, const std::string& reason) {
-    Add(findings_, rule, subject, reason);
   }
 
   const Installation& installation_;
@@ -156,6 +144,13 @@ class InstallationFinder {
 
 Findings FindInInstallation(const Installation& installation, const Expectation& expected) {
   return InstallationFinder(installation, expected).Find();
+}
+
+Findings HostState::AllFindings() const {
+  Findings all = findings;
+  Append(all, receiptFindings);
+  Append(all, hostFindings);
+  return all;
 }
 
 HostState ReadHost(const std::string& hostRoot) {
@@ -172,7 +167,7 @@ void CompareWithReceipt(HostState& host, bool ignoresModes) {
       host.installation,
       {host.isCompared ? &host.receipt->tree : nullptr, std::nullopt, ignoresModes});
   if (!ignoresModes) {
-    host.hostFindings = FindInHostAccess(host.installation.hostRoot);
+    host.hostFindings = FindInAccess(host.installation.hostRoot, Places::Host);
   }
 }
 

@@ -12,23 +12,21 @@
 
 namespace webresources {
 
-/// What is wrong on a machine that a run leaves as it finds it, and how `install` repairs it.
-
-/// Repairs the defects that the installer keeps: removes an unusable random identifier, so that the
-/// run draws a new one, and calls RepairAccess() unless `ignoresModes`. Requires: the caller holds
-/// the lock. Throws Error if a repair fails.
+/// Repairs the defects of a host that the installer keeps: removes an unusable random identifier,
+/// so that the run draws a new one, and calls RepairAccess() unless `ignoresModes`. Requires: the
+/// caller holds the lock. Throws Error if a repair fails.
 void RepairWhatARunKeeps(const Installation& installation, bool ignoresModes);
 
-/// What should be installed. What is not stated is not compared.
+/// The expected installation. An absent member is not compared.
 struct Expectation {
-  const FileTree* tree = nullptr;  ///< The installed directory; null if nobody knows.
+  const FileTree* tree = nullptr;  ///< The installed directory; null if unknown.
   std::optional<int> updateId;     ///< None: the record has to agree with itself only.
   bool ignoresModes = false;       ///< Modes and owners are not compared.
 };
 
-/// All that is not as it should be on a host and that an installation repairs: the installed tree,
-/// what lies beside it, the access to the product's places, and the record. Reads each installed
-/// file once if a tree is expected. Throws Error if something cannot be read.
+/// Returns the defects of a host that an installation repairs: of the installed tree, of entries
+/// beside the tree, of the access to the product's places, and of the record. Reads each installed
+/// file once if a tree is expected. Throws Error if a file or the record cannot be read.
 Findings FindInInstallation(const Installation& installation, const Expectation& expected);
 
 /// The installation of a host and the findings about it.
@@ -38,15 +36,18 @@ struct HostState {
   bool isCompared = false;         ///< With a receipt that describes the recorded installation.
   Findings findings;               ///< Of tree, record, modes and owners.
   Findings receiptFindings;        ///< Of the receipt alone.
-  Findings hostFindings;           ///< Of FindInHostAccess(): no run changes them.
+  Findings hostFindings;           ///< Of FindInAccess(): no run changes them.
+
+  /// Returns all findings, in the order of the members.
+  Findings AllFindings() const;
 };
 
 /// Reads the installation and the receipt of the host mounted at `hostRoot`, each once. The only
-/// findings are those of a damaged receipt. Throws Error if something cannot be read.
+/// findings are those of a damaged receipt. Throws Error if a file or the record cannot be read.
 HostState ReadHost(const std::string& hostRoot);
 
 /// Adds the findings of a comparison of the host with its receipt; without a usable receipt, the
-/// record is compared with itself only. Throws Error if something cannot be read.
+/// values of the record are compared with each other only. Throws Error if a file cannot be read.
 void CompareWithReceipt(HostState& host, bool ignoresModes);
 
 }  // namespace webresources

@@ -10,31 +10,31 @@ namespace webresources {
 
 /// The right to change a host's installation: one holder at a time.
 ///
-/// The lock is on a file beside the install root, which the run empties; only the user who
-/// installs can open it, so that nobody else can keep an installation waiting. The kernel gives it
-/// free when the last process that has the descriptor ends. The step inherits the descriptor: if
-/// its parent is killed, no second run begins before the step has ended.
+/// The file of the lock is beside the install root, because a run empties the root. Only the user
+/// who installs can open the file: nobody else can keep an installation waiting. The kernel
+/// releases the lock when the last process with the descriptor ends. The installer inherits the
+/// descriptor: if `install` is killed, no second run begins before the end of the installer.
 class InstallLock {
  public:
   /// The name of the file, beside the install root.
   static constexpr char kFileName[] = ".WebResources.lock";
 
-  /// Waits for the lock of the host whose file system lies at `hostRoot`, at most `wait`, and says
-  /// so on a terminal. Makes the directory that holds the install root if it is missing. Throws
-  /// Error if the lock cannot be had.
+  /// Waits at most `wait` for the lock of the host mounted at `hostRoot`, and says so on a
+  /// terminal. Makes the directory above the install root if the directory is missing. Throws Error
+  /// if the lock cannot be taken.
   InstallLock(const std::string& hostRoot, std::chrono::milliseconds wait);
 
-  /// The path of the lock's file.
+  /// Returns the path of the lock's file.
   static std::string PathOf(const std::string& hostRoot);
 
-  /// Whether the lock's file is there: an `install` has been run there before.
+  /// Returns whether the lock's file exists: an `install` changed the host before.
   static bool IsThere(const std::string& hostRoot);
 
-  /// Removes the lock's file. The lock is held until the end of this object; a process that waits
-  /// for it then takes the lock of a new file. Throws Error if the removal fails.
+  /// Removes the lock's file. The lock is held until the end of this object. A process that waits
+  /// then takes the lock of a new file. Throws Error if the removal fails.
   void RemoveFile() const;
 
-  /// The descriptor that holds the lock.
+  /// Returns the descriptor with the lock. The object closes the descriptor.
   int descriptor() const { return *file_; }
 
  private:

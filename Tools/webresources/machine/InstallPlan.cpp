@@ -42,7 +42,7 @@ bool IsOutlineOf(const std::string& package, const FileTree& tree) {
   return OfContent(Compare(TreeOf(PredictOutline(reader)), tree)).empty();
 }
 
-/// Whether the receipt proves that the package is free of errors and tells its tree.
+/// Returns whether the package has no errors and the tree of the receipt.
 bool IsProof(const std::optional<Receipt>& receipt, const ExpectedBundle& bundle) {
   return receipt && !receipt->isBegun && receipt->isOwnersOwn &&
          receipt->packageSha256 == bundle.packageSha256 &&
@@ -87,7 +87,7 @@ void CompareWithBundle(HostState& host, const ExpectedBundle& bundle, bool ignor
         "it is of another package than the one that is installed");
   }
   if (!ignoresModes) {
-    host.hostFindings = FindInHostAccess(host.installation.hostRoot);
+    host.hostFindings = FindInAccess(host.installation.hostRoot, Places::Host);
   }
 }
 
@@ -123,7 +123,7 @@ void FindInSpace(const std::string& installRoot, const FreeSpace& free, std::uin
 }
 
 /// Another host may have another processor.
-void FindInStart(const std::string& program, const PlanOptions& options, Findings& findings) {
+void FindInStart(const std::string& program, const HostOptions& options, Findings& findings) {
   if (options.hostRoot.empty() && !TrialStart::CanStart(program)) {
     Add(findings, kProgramUnusable, program,
         "this system cannot start it: it is for another processor or system, or its interpreter is "
@@ -142,7 +142,7 @@ std::optional<std::string> BlockedPath(const InstallPlan& plan) {
   return Exists(fresh) ? std::optional(fresh) : std::nullopt;
 }
 
-void FindObstacles(const PlanOptions& options, const ExpectedBundle& bundle, InstallPlan& plan) {
+void FindObstacles(const HostOptions& options, const ExpectedBundle& bundle, InstallPlan& plan) {
   const Installation& installation = plan.host.installation;
   if (!options.allowsDowngrade && IsNewerInstalled(installation, bundle)) {
     Add(plan.findings, kNewerInstalled, installation.installRoot,
@@ -157,7 +157,7 @@ void FindObstacles(const PlanOptions& options, const ExpectedBundle& bundle, Ins
   FindInStart(*bundle.files.program, options, plan.findings);
 }
 
-bool IsInstalled(const PlanOptions& options, const ExpectedBundle& bundle, HostState& host) {
+bool IsInstalled(const HostOptions& options, const ExpectedBundle& bundle, HostState& host) {
   if (UpdateIdOf(host.installation.record) != bundle.UpdateId()) {
     return false;
   }
@@ -167,8 +167,8 @@ bool IsInstalled(const PlanOptions& options, const ExpectedBundle& bundle, HostS
 
 }  // namespace
 
-Findings FindBeforeCopy(const PlanOptions& options, const Installation& installation) {
-  const BundleFiles files = FindBundleFiles(options.bundle);
+Findings FindBeforeCopy(const HostOptions& options, const Installation& installation) {
+  const BundleFiles files = FindBundleFiles(*options.bundle);
   Findings findings;
   FindInStart(*files.program, options, findings);
   FileTree tree;
@@ -181,7 +181,7 @@ Findings FindBeforeCopy(const PlanOptions& options, const Installation& installa
   return findings;
 }
 
-InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle, HostState host) {
+InstallPlan MakePlan(const HostOptions& options, const ExpectedBundle& bundle, HostState host) {
   InstallPlan plan;
   plan.findings = bundle.errors;
   plan.host = std::move(host);

@@ -12,22 +12,21 @@
 #include "prediction/FileTree.h"
 #include "prediction/PackageFindings.h"
 #include "report/Finding.h"
-#include "report/Report.h"
 #include "support/Files.h"
 
 namespace webresources {
 
-/// What a run of a bundle should leave on any machine.
+/// The installation that a run of a bundle makes on any host.
 struct ExpectedBundle {
   BundleFiles files;
   Metadata metadata;
   FileTree tree;       ///< The installed directory.
-  bool isRead = true;  ///< False if the package can hold too much: there is no tree then.
+  bool isRead = true;  ///< False if the package is beyond the limits: there is no tree then.
   std::optional<std::string> packageSha256;  ///< In hexadecimal; nothing without a package.
   Findings errors;                           ///< Defects of the bundle; warnings are left out.
   std::uint64_t bytesToCopy = 0;  ///< Of the private copy that `install` makes of the bundle.
 
-  /// The update number. Requires: a run completes, which `errors` tells.
+  /// Returns the update number. Requires: `errors` is empty.
   int UpdateId() const { return *metadata.updateId; }
 };
 
@@ -35,29 +34,19 @@ struct ExpectedBundle {
 /// Throws Error if the package cannot be read.
 std::optional<std::string> DigestOfPackage(const std::string& path);
 
-/// Reads the bundle at `path`. A receipt of the same package that belongs to the owner of the host,
-/// and whose paths and sizes are those of the package's directory, proves that the package is free
-/// of errors and tells its tree: then the package is not inflated. A package that can hold more
-/// than the limits allow is not read at all. Throws Error if something cannot be read.
+/// Reads the bundle at `path`. A package beyond the limits is not read at all. The tree comes from
+/// the receipt, and the package is not inflated, if the receipt belongs to the owner of the host
+/// and has the digest, the paths and the sizes of the package. Throws Error if a file cannot be
+/// read.
 ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>& receipt,
                           const Limits& limits);
 
-/// Adds the findings of a comparison of the host with `bundle`. Throws Error if something cannot be
+/// Adds the findings of a comparison of the host with `bundle`. Throws Error if a file cannot be
 /// read.
 void CompareWithBundle(HostState& host, const ExpectedBundle& bundle, bool ignoresModes);
 
-/// Whether the recorded update is a newer one than that of `bundle`.
+/// Returns whether the recorded update is newer than the update of `bundle`.
 bool IsNewerInstalled(const Installation& installation, const ExpectedBundle& bundle);
-
-/// What to install, and what to accept.
-struct PlanOptions {
-  std::string bundle;
-  std::string hostRoot;          ///< Of the installed system's files; empty for this one's.
-  bool isForced = false;         ///< Run the step even if nothing would change.
-  bool allowsDowngrade = false;  ///< Run it even if a newer update is installed.
-  bool ignoresModes = false;     ///< Do not compare modes and owners.
-  Limits limits = {};
-};
 
 /// The decision of `install` on one host.
 struct InstallPlan {
@@ -78,11 +67,11 @@ struct InstallPlan {
 /// Returns why the bundle of `options` must not be copied and run on that host: this system cannot
 /// start its installer, or there is no room for the copy and the content. Reads the directory of
 /// the package, and no data. Throws Error if something cannot be read.
-Findings FindBeforeCopy(const PlanOptions& options, const Installation& installation);
+Findings FindBeforeCopy(const HostOptions& options, const Installation& installation);
 
 /// Decides what to do with `bundle` on `host`. The installed files are not read if another update
 /// is recorded than that of `bundle`. Changes nothing. Throws Error if something cannot be read.
-InstallPlan MakePlan(const PlanOptions& options, const ExpectedBundle& bundle, HostState host);
+InstallPlan MakePlan(const HostOptions& options, const ExpectedBundle& bundle, HostState host);
 
 }  // namespace webresources
 

@@ -5,6 +5,7 @@
 #include "InstallerConstants.h"
 #include "OSUtils.h"
 #include "machine/Access.h"
+#include "machine/InstallLock.h"
 #include "support/Files.h"
 #include "support/Text.h"
 
@@ -49,6 +50,18 @@ Installation ReadInstallation(const std::string& hostRoot) {
 
 std::string BesideInstallRoot(const std::string& hostRoot, const std::string& name) {
   return ParentOf(ParentOf(hostRoot + OSUtils::GetPellamResourceDirectory())) + "/" + name;
+}
+
+std::vector<std::string> TemporaryEntries(const std::string& hostRoot) {
+  constexpr char kPrefix[] = ".WebResources.";
+  const std::string directory = BesideInstallRoot(hostRoot, "");
+  std::vector<std::string> paths;
+  for (const std::string& name : IsDirectory(directory) ? NamesIn(directory) : paths) {
+    if (name.rfind(kPrefix, 0) == 0 && name != InstallLock::kFileName) {
+      paths.push_back(directory + name);
+    }
+  }
+  return paths;
 }
 
 bool IsBareName(const std::string& name) {

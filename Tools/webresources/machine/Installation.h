@@ -1,47 +1,65 @@
 #ifndef TOOLS_WEBRESOURCES_MACHINE_INSTALLATION_H_
 #define TOOLS_WEBRESOURCES_MACHINE_INSTALLATION_H_
 
-#include <cstdint>
+#include <chrono>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "machine/Record.h"
+#include "prediction/PackageFindings.h"
 #include "report/Report.h"
 
 namespace webresources {
 
-/// What is installed on a host: the record, and the names under the install root. Contents of files
-/// are not read; see ReadTree().
+/// The options of the commands that look at a host or change it. A command ignores the options that
+/// it does not have.
+struct HostOptions {
+  std::optional<std::string> bundle;  ///< The bundle to install or to compare with.
+  std::string hostRoot;          ///< Where the host's file system is mounted; empty for this host.
+  bool ignoresModes = false;     ///< Do not compare modes and owners.
+  bool isForced = false;         ///< Run the installer even if nothing would change.
+  bool allowsDowngrade = false;  ///< Install over a newer update.
+  bool isDryRun = false;         ///< Change nothing.
+  std::chrono::seconds wait{0};  ///< The longest wait for another installation.
+  Limits limits = {};            ///< Of the bundle's package.
+};
+
+/// The installation of a host: the record, and the names under the install root. ReadTree() reads
+/// the content of files.
 struct Installation {
-  std::string hostRoot;      ///< Where the host's file system lies; empty for this host.
+  std::string hostRoot;      ///< The mount point of the host's file system; empty for this host.
   std::string installRoot;   ///< The install root below `hostRoot`; ends in "/".
-  bool isRootUsable = true;  ///< False if something other than a directory is in its place.
+  bool isRootUsable = true;  ///< False if a file or a dangling link is at that path.
   InstallRecord record;
-  std::vector<std::string> names;  ///< What is under the install root, sorted.
-  /// The bare name of the directory that is installed: the recorded one or, if there is no such
-  /// directory, the final one; empty if there is neither.
+  std::vector<std::string> names;  ///< The entries under the install root, sorted.
+  /// The bare name of the installed directory: the recorded name or, if there is no such directory,
+  /// the final name. Empty if neither exists.
   std::string directory;
 
-  /// Whether neither an entry under the root nor any value of the record is there.
+  /// Returns whether there is no entry under the root and no value in the record.
   bool IsEmpty() const;
 
-  /// Whether `name` is a directory under the root, not a link to one.
+  /// Returns whether `name` is a directory under the root. A link to a directory does not count.
   bool HasDirectory(const std::string& name) const;
 };
 
-/// Reads what is installed on the host whose file system lies at `hostRoot`; empty for this host.
-/// Throws Error if that cannot be read.
+/// Reads the installation of the host mounted at `hostRoot`; an empty `hostRoot` means this host.
+/// Throws Error if a file or the record cannot be read, and as RequireHost() does.
 Installation ReadInstallation(const std::string& hostRoot);
 
-/// The path of `name` beside the install root of that host: what has to survive a run, which
-/// empties the root, lies there.
+/// Returns the path of `name` beside the install root of that host. A run empties the root and
+/// leaves the entries beside the root.
 std::string BesideInstallRoot(const std::string& hostRoot, const std::string& name);
 
-/// Members of the document that tell where the host's installation is and what it records.
+/// Returns the paths of the private copies and temporary files beside the install root of that
+/// host. Throws Error if the directory cannot be read.
+std::vector<std::string> TemporaryEntries(const std::string& hostRoot);
+
+/// Adds the install root and the record to the document.
 void ReportInstallation(const Installation& installation, Report& report);
 
-/// Whether `name` can name an entry of a directory, rather than a path.
+/// Returns whether `name` is the name of an entry, and not a path.
 bool IsBareName(const std::string& name);
 
 /// Returns `path`, or its nearest parent that exists.

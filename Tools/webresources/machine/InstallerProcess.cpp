@@ -124,7 +124,7 @@ void ShowProgress(const std::string& path, std::uint64_t bytes, HasEnded hasEnde
   }
 }
 
-/// Waits for the end of `process`. Signals are passed on as long as its number is its own.
+/// Waits for the end of `process`. Passes signals on until the number of the process can be reused.
 int EndOf(pid_t process, const std::string& path, std::uint64_t bytes) {
   PassInterruptionsTo(process);
   siginfo_t end = {};

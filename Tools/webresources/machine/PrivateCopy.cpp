@@ -6,13 +6,12 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <string_view>
+#include <filesystem>
 
 #include "Descriptor.h"
 #include "InstallerConstants.h"
 #include "OSUtils.h"
 #include "Uninterrupted.h"
-#include "machine/InstallLock.h"
 #include "machine/Installation.h"
 #include "support/Error.h"
 #include "support/Files.h"
@@ -39,7 +38,7 @@ void WriteAll(const Descriptor& file, const char* bytes, std::size_t length,
   }
 }
 
-/// Copies one regular file, at most `most` bytes of it. A block of zeros becomes a hole.
+/// Copies a regular file of at most `most` bytes. A block of zeros becomes a hole.
 void CopyFile(const std::string& from, const std::string& to, mode_t mode, std::uint64_t most) {
   InputFile input(from, Links::Follow);
   const Descriptor output(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
@@ -109,18 +108,9 @@ PrivateCopy::~PrivateCopy() {
 }
 
 void RemoveLeftovers(const std::string& hostRoot) {
-  constexpr std::string_view kPrivate = ".WebResources.";
-  const std::string directory = BesideInstallRoot(hostRoot, "");
-  for (const std::string& name : NamesIn(directory)) {
-    if (name.compare(0, kPrivate.length(), kPrivate) == 0 && name != InstallLock::kFileName) {
-      const std::string path = directory + name;
-      struct stat status = {};
-      if (lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
-        OSUtils::DeleteDir(path);
-      } else {
-        unlink(path.c_str());
-      }
-    }
+  for (const std::string& path : TemporaryEntries(hostRoot)) {
+    std::error_code ignored;
+    std::filesystem::remove_all(path, ignored);
   }
 }
 

@@ -8,9 +8,9 @@
 
 namespace webresources {
 
-/// A copy of a bundle that only its user can reach, beside the install root: the bytes that are
-/// checked are the bytes that run, whatever happens to the bundle meanwhile. The destructor removes
-/// the copy; after a kill, the next RemoveLeftovers() does.
+/// A copy of a bundle beside the install root that no other user can reach. The checked bytes are
+/// the bytes that run, even if the bundle changes. The destructor removes the copy. If the process
+/// was killed, the next RemoveLeftovers() removes the copy.
 class PrivateCopy {
  public:
   /// Copies the installer, Info.plist if there is one, the package and the metadata of the bundle

@@ -58,8 +58,7 @@ std::string TextOf(const Receipt& receipt) {
   return Text(json);
 }
 
-// Reading. Each function throws std::exception if the file is not a receipt.
-// -----------------------
+// Reading. Each function throws std::exception if the file is not a receipt. ----------------------
 
 void Require(bool isSo, const char* defect) {
   if (!isSo) {
@@ -118,8 +117,8 @@ void SortAndCheck(FileTree& tree) {
   Require(same == tree.end() && !tree.empty(), "the tree is empty or has a path twice");
 }
 
-/// Parses a receipt. Each item of the tree is converted and dropped when it is
-/// complete, and nothing nests deeper than an item: the memory is that of the tree.
+/// Parses a receipt. Converts and drops each complete item of the tree, and refuses deeper nesting:
+/// only the tree takes memory.
 class Parser {
  public:
   explicit Parser(std::FILE* stream) {
@@ -233,19 +232,9 @@ std::optional<Receipt> ReadReceipt(const std::string& hostRoot, Findings& findin
   return std::nullopt;
 }
 
-void WriteReceipt(const std::string& hostRoot, const Receipt& receipt) {
-  AtomicFile file(ReceiptPath(hostRoot));
+void WriteReceipt(AtomicFile& file, const Receipt& receipt) {
   file.Write(TextOf(receipt));
   file.CommitDurably();
-}
-
-BegunReceipt::BegunReceipt(const std::string& hostRoot, int updateId)
-    : file_(ReceiptPath(hostRoot)) {
-  Receipt receipt;
-  receipt.isBegun = true;
-  receipt.updateId = updateId;
-  file_.Write(TextOf(receipt));
-  file_.CommitDurably();
 }
 
 bool FindInReceipt(const Receipt& receipt, const Installation& installation, Findings& findings) {

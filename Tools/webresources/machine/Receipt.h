@@ -30,23 +30,10 @@ std::string ReceiptPath(const std::string& hostRoot);
 /// be read, has more than 64 MiB, or was written by a newer version of the command.
 std::optional<Receipt> ReadReceipt(const std::string& hostRoot, Findings& findings);
 
-/// Replaces the receipt of that host by `receipt` with the present time. Requires: the caller holds
-/// the lock. Throws Error if the receipt cannot be written.
-void WriteReceipt(const std::string& hostRoot, const Receipt& receipt);
-
-/// The receipt of an installation that has begun. Requires: the caller holds the lock.
-class BegunReceipt {
- public:
-  /// Replaces the receipt of that host by one that says that the installation of `updateId` has
-  /// begun. Throws Error if the receipt cannot be written.
-  BegunReceipt(const std::string& hostRoot, int updateId);
-
-  /// Puts the bytes of the replaced receipt back, or removes the receipt if there was none.
-  void PutBack() { file_.Rollback(); }
-
- private:
-  AtomicFile file_;
-};
+/// Replaces the receipt `file`, which has the path ReceiptPath(), by `receipt` with the present
+/// time. file.Rollback() restores the old receipt. Requires: the caller holds the lock. Throws
+/// Error if the receipt cannot be written.
+void WriteReceipt(AtomicFile& file, const Receipt& receipt);
 
 /// Adds a finding if `receipt` does not describe the recorded installation. Returns whether the
 /// receipt does.

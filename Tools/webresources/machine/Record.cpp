@@ -120,10 +120,4 @@ Json RecordAfter(const InstallRecord& record, int updateId, bool regenerates) {
   return json;
 }
 
-void RemoveUnusableRandom(const std::string& hostRoot) {
-  if (IsRandomUnusable(ReadHostRecord(hostRoot)) && !RemoveRandom(hostRoot)) {
-    throw Error("write", RecordLocation(hostRoot), "the random identifier cannot be removed");
-  }
-}
-
 }  // namespace webresources

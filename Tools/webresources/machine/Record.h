@@ -38,11 +38,6 @@ Json ToJson(const WebRegInfo& record);
 /// identifier is "drawn" if the run draws a new one.
 Json RecordAfter(const InstallRecord& record, int updateId, bool regenerates);
 
-/// Removes an unusable random identifier from that host's record, so that the next run draws one.
-/// The record is read once more before: a value that cannot be read looks like an unusable one.
-/// Requires: the caller holds the lock. Throws Error if the removal fails.
-void RemoveUnusableRandom(const std::string& hostRoot);
-
 }  // namespace webresources
 
 #endif  // TOOLS_WEBRESOURCES_MACHINE_RECORD_H_
