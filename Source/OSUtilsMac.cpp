@@ -77,40 +77,28 @@ bool ChildPath(PathBuffer& path, const std::string& directory, const char* separ
   return directory.length() + std::strlen(separator) + 1 < sizeof path;
 }
 
-bool RemoveTree(const std::string& path);
-
 /// Deletes the directory entry `entry` at `path`. Symbolic links are deleted, never followed.
-/// Returns whether the entry is gone.
-bool RemoveEntry(const char* path, const dirent& entry) {
-  return entry.d_type == DT_DIR ? RemoveTree(path) : std::remove(path) == 0;
+void RemoveEntry(const char* path, const dirent& entry) {
+  if (entry.d_type == DT_DIR) {
+    OSUtils::DeleteDir(path);
+  } else {
+    std::remove(path);
+  }
 }
 
-/// Lists `stream` once and deletes every entry except ".", ".." and the entry named `keep`. A null
-/// `keep` keeps no entry. Returns whether there were such entries and all of them are gone.
-bool RemoveListedEntries(DIR* stream, const std::string& directory, const char* separator,
-                         const char* keep) {
+/// Deletes every entry that `stream` lists, except ".", ".." and the entry named `keep`. A null
+/// `keep` keeps no entry.
+void RemoveEntries(DIR* stream, const std::string& directory, const char* separator,
+                   const char* keep) {
   const auto isKept = [keep](const char* name) {
     return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0 ||
            (keep != nullptr && std::strcmp(name, keep) == 0);
   };
-  bool isAnyGone = false;
-  bool isAnyLeft = false;
   while (const dirent* entry = readdir(stream)) {
     PathBuffer path;
     if (!isKept(entry->d_name) && ChildPath(path, directory, separator, entry->d_name)) {
-      (RemoveEntry(path, *entry) ? isAnyGone : isAnyLeft) = true;
+      RemoveEntry(path, *entry);
     }
-  }
-  return isAnyGone && !isAnyLeft;
-}
-
-/// As RemoveListedEntries(). HFS+ may skip entries of a directory that changes while it is listed,
-/// so the directory is listed again until nothing is left to delete. An entry that cannot be
-/// deleted ends the repetition: no entry is tried twice, on purpose.
-void RemoveEntries(DIR* stream, const std::string& directory, const char* separator,
-                   const char* keep) {
-  while (RemoveListedEntries(stream, directory, separator, keep)) {
-    rewinddir(stream);
   }
 }
 
@@ -126,17 +114,6 @@ DIR* OpenDirectoryItself(const char* path) {
     close(descriptor);
   }
   return stream;
-}
-
-/// Deletes the directory tree at `path`. Returns whether the directory is gone.
-bool RemoveTree(const std::string& path) {
-  DIR* stream = OpenDirectoryItself(path.c_str());
-  if (stream == nullptr) {
-    return false;
-  }
-  RemoveEntries(stream, path, "/", nullptr);
-  closedir(stream);
-  return rmdir(path.c_str()) == 0;
 }
 
 /// The streams that stay open until the process ends, on purpose. The list keeps them reachable for
@@ -162,7 +139,11 @@ bool OSUtils::EnsureDirectoryExists(const std::string& path) {
 }
 
 bool OSUtils::DeleteDir(const std::string& path) {
-  RemoveTree(path);
+  if (DIR* stream = OpenDirectoryItself(path.c_str())) {
+    RemoveEntries(stream, path, "/", nullptr);
+    closedir(stream);
+    rmdir(path.c_str());
+  }
   return true;
 }
 

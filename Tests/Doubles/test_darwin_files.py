@@ -16,9 +16,6 @@ END_TO_END = DOUBLES.parent / "EndToEnd"
 PLACE = tempfile.TemporaryDirectory()
 DARWIN_FILES = os.path.join(PLACE.name, "darwin_files.so")
 
-TOO_LONG = {
-    "test_tree_with_paths_too_long_to_remove_keeps_its_name_and_the_new_one_its_number"}
-
 SKIPPED = {
     "SourceTest": {
         "DeleteAllButOne.PathsOver1023BytesAreTruncated",
@@ -40,8 +37,8 @@ SKIPPED = {
         "PackTest.CollidingNamesAreRefused",
         "PackTest.NameThatIsNotUtf8IsRefused",
     },
-    "test_run.py": TOO_LONG,
-    "test_run.Installation": TOO_LONG,
+    "test_run.py": {
+        "test_tree_with_paths_too_long_to_remove_keeps_its_name_and_the_new_one_its_number"},
     "test_surroundings.py": {"test_resources_path_of_1023_bytes_is_the_longest"},
 }
 
@@ -142,11 +139,11 @@ class Tests(unittest.TestCase):
     def test_run(self):
         self.end_to_end("test_run.py")
 
-    def test_old_content_is_deleted_on_a_volume_that_skips(self):
-        self.end_to_end("test_run.Installation", mode="skipping")
+    def test_volume_that_skips(self):
+        self.end_to_end("test_mac_installation.Skipping", DOUBLES, mode="skipping")
 
     def test_installation(self):
-        self.end_to_end("test_mac_installation.py", DOUBLES)
+        self.end_to_end("test_mac_installation.Verify", DOUBLES)
 
     def test_metadata(self):
         self.end_to_end("test_metadata.py")

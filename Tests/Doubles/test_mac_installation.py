@@ -1,19 +1,39 @@
-"""The properties that a correct installation on a Mac can have, and `verify` does not report. Runs
-on the double of a Mac's file system (test_darwin_files.py)."""
+"""Installations on the double of a Mac's file system (test_darwin_files.py)."""
 
 import errno
 import os
 import unittest
 
-from machine import APPLICATION, CONTENT, InstallerTestCase
+from machine import APPLICATION, CONTENT, InstallerTestCase, as_tree, metadata, tree
 
-COMMAND = os.environ["WEBRESOURCES"]
+COMMAND = os.environ.get("WEBRESOURCES")
 COMPOSED, DECOMPOSED = "\u00e9.html", "e\u0301.html"
 ATTRIBUTES = {"user.com.apple.quarantine": b"0081;5f0e;Safari;", "user.com.apple.macl": b"\0" * 72}
 
 
+class Skipping(InstallerTestCase):
+    """On a volume whose listing skips entries during a removal, each directory is listed once, on
+    purpose."""
+
+    def test_new_content_is_complete_and_later_runs_remove_the_old(self):
+        old = {f"{number}.html": b"old" for number in range(40)}
+        self.machine.pack(old)
+        self.machine.run()
+        self.machine.pack(CONTENT)
+        self.machine.write_metadata(metadata(updateid=2))
+        names = []
+        for _ in range(10):
+            self.assertEqual(self.machine.run().returncode, 0)
+            current = self.machine.record()["tWebResourceInstallPath"]
+            self.assertEqual(tree(self.machine.install_root / current), as_tree(CONTENT))
+            names.append(set(os.listdir(self.machine.install_root)))
+        self.assertEqual(names[0], {"Resource0", "Resource1"})  # a part of the old content
+        self.assertEqual(names[-1], {"Resource0"})
+
+
 class Verify(InstallerTestCase):
-    """Each test installs by the command, then gives the installation one property."""
+    """The properties that a correct installation on a Mac can have, and `verify` does not report.
+    Each test installs by the command, then gives the installation one property."""
 
     def setUp(self):
         super().setUp()
