@@ -100,6 +100,12 @@ TEST_F(AppleBackEnd, RecordOfAnotherHostIsNotReadable) {
   EXPECT_FALSE(ReadRecord("/other host"));
 }
 
+TEST_F(AppleBackEnd, RecordIsInTheFileOfItsWholeIdentifier) {
+  ASSERT_TRUE(OSUtils::RegisterUpdateID(7));
+  EXPECT_TRUE(std::filesystem::exists(
+      "/Library/Preferences/com.veltrane.orlisk.2017.WebResource.plist.plist"));
+}
+
 // Where CoreFoundation fails --------------------------------------------------------------------
 
 class AppleBackEndWithout : public AppleBackEnd, public testing::WithParamInterface<const char*> {};

@@ -1,7 +1,7 @@
 #ifndef TESTS_DOUBLES_DARWIN_HEADERS_DIRENT_H_
 #define TESTS_DOUBLES_DARWIN_HEADERS_DIRENT_H_
 
-// What the product and its tests use of a Mac's <dirent.h>, from its manual pages.
+// The parts of a Mac's <dirent.h> that the product and its tests use, from its manual pages.
 
 #include <sys/types.h>
 

@@ -1,7 +1,7 @@
 #ifndef TESTS_DOUBLES_DARWIN_HEADERS_FCNTL_H_
 #define TESTS_DOUBLES_DARWIN_HEADERS_FCNTL_H_
 
-// What the product and its tests use of a Mac's <fcntl.h>, from its manual pages.
+// The parts of a Mac's <fcntl.h> that the product and its tests use, from its manual pages.
 
 #include <sys/types.h>
 
@@ -24,6 +24,7 @@
 #define F_GETFL 3
 #define F_SETFL 4
 #define F_FULLFSYNC 51
+#define F_DUPFD_CLOEXEC 67
 #define FD_CLOEXEC 1
 
 #define AT_FDCWD -2

@@ -1,7 +1,7 @@
 #ifndef TESTS_DOUBLES_DARWIN_HEADERS_SPAWN_H_
 #define TESTS_DOUBLES_DARWIN_HEADERS_SPAWN_H_
 
-// What the product and its tests use of a Mac's <spawn.h>, from its manual pages.
+// The parts of a Mac's <spawn.h> that the product and its tests use, from its manual pages.
 
 #include <signal.h>
 #include <sys/types.h>
@@ -33,6 +33,7 @@ int posix_spawn_file_actions_addopen(posix_spawn_file_actions_t* actions, int fi
 int posix_spawn_file_actions_destroy(posix_spawn_file_actions_t* actions);
 int posix_spawn_file_actions_init(posix_spawn_file_actions_t* actions);
 int posix_spawnattr_destroy(posix_spawnattr_t* attributes);
+int posix_spawnattr_getflags(const posix_spawnattr_t* attributes, short* flags);
 int posix_spawnattr_init(posix_spawnattr_t* attributes);
 int posix_spawnattr_setflags(posix_spawnattr_t* attributes, short flags);
 int posix_spawnattr_setpgroup(posix_spawnattr_t* attributes, pid_t group);

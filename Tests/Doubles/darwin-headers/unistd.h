@@ -1,7 +1,7 @@
 #ifndef TESTS_DOUBLES_DARWIN_HEADERS_UNISTD_H_
 #define TESTS_DOUBLES_DARWIN_HEADERS_UNISTD_H_
 
-// What the product and its tests use of a Mac's <unistd.h>, from its manual pages.
+// The parts of a Mac's <unistd.h> that the product and its tests use, from its manual pages.
 
 #include <sys/types.h>
 

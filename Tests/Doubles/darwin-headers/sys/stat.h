@@ -1,7 +1,7 @@
 #ifndef TESTS_DOUBLES_DARWIN_HEADERS_SYS_STAT_H_
 #define TESTS_DOUBLES_DARWIN_HEADERS_SYS_STAT_H_
 
-// What the product and its tests use of a Mac's <sys/stat.h>, from its manual pages. The times have
+// The parts of a Mac's <sys/stat.h> that the product and its tests use, from its manual pages. The times have
 // other names there than elsewhere.
 
 #include <sys/types.h>
@@ -24,6 +24,7 @@
 #define S_IWUSR 0000200
 #define S_IXUSR 0000100
 #define S_IRWXG 0000070
+#define S_IRGRP 0000040
 #define S_IWGRP 0000020
 #define S_IXGRP 0000010
 #define S_IRWXO 0000007
