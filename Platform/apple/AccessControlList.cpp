@@ -38,7 +38,7 @@ bool IsForNewEntriesOnly(acl_entry_t entry) {
          acl_get_flag_np(flags, ACL_ENTRY_ONLY_INHERIT) == 1;
 }
 
-/// Returns whether the reason `error` for which there is no list means that the file has none.
+/// Returns whether `error`, the reason of a failed read, means that the file has no list.
 bool IsWithoutList(int error) {
   return error == ENOENT || error == ENOTSUP;
 }

@@ -3,7 +3,7 @@
 #include "ScopedCFTypeRef.h"
 
 bool Bundle::GetResourcesDirectory(char* buffer, std::size_t size) {
-  if (size < 2) {  // for the terminating zero alone: the conversion would write beyond it
+  if (size < 2) {  // the conversion writes beyond a buffer for the terminating zero alone
     return false;
   }
   const CFBundleRef bundle = CFBundleGetMainBundle();
@@ -11,7 +11,7 @@ bool Bundle::GetResourcesDirectory(char* buffer, std::size_t size) {
     return false;
   }
   const ScopedCFTypeRef<CFURLRef> url(CFBundleCopyResourcesDirectoryURL(bundle));
-  // The URL is relative to the bundle's: unresolved, its path would be so to the working directory.
+  // The URL is relative to the URL of the bundle. Its path alone is no absolute path.
   constexpr Boolean kResolveAgainstBase = true;
   return url != nullptr && CFURLGetFileSystemRepresentation(url.get(), kResolveAgainstBase,
                                                             reinterpret_cast<UInt8*>(buffer),

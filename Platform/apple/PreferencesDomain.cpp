@@ -13,8 +13,8 @@ using ScopedNumber = ScopedCFTypeRef<CFNumberRef>;
 using ScopedString = ScopedCFTypeRef<CFStringRef>;
 using ScopedValue = ScopedCFTypeRef<CFPropertyListRef>;
 
-/// `text` as a string that shares its bytes, which must outlive it; null when it is not UTF-8 or
-/// has a zero byte.
+/// Returns a string that shares the bytes of `text`. Returns null if `text` is not UTF-8 or has a
+/// zero byte. Requires: `text` outlives the string.
 ScopedString Wrap(const std::string& text) {
   if (text.find('\0') != std::string::npos) {
     return nullptr;
@@ -23,8 +23,8 @@ ScopedString Wrap(const std::string& text) {
                                                       kCFStringEncodingUTF8, kCFAllocatorNull));
 }
 
-/// As Wrap(), for identifiers and keys: the store retains the strings it was given as such, so the
-/// bytes they share have to live as long as the process. The set is never destroyed, on purpose.
+/// As Wrap(), for identifiers and keys. CoreFoundation retains these strings, so the shared bytes
+/// live as long as the process. The set is never destroyed, on purpose.
 ScopedString WrapForever(const std::string& name) {
   static auto& names = *new std::set<std::string>;
   return Wrap(*names.insert(name).first);
@@ -44,7 +44,7 @@ ScopedValue CopyValue(const std::string& key, const std::string& applicationIden
                                             kCFPreferencesCurrentHost));
 }
 
-/// A null `value` removes the key.
+/// Sets the value of `key`. A null `value` removes the key.
 void SetValue(const std::string& key, CFPropertyListRef value,
               const std::string& applicationIdentifier) {
   const ScopedString application = WrapForever(applicationIdentifier);
@@ -55,8 +55,8 @@ void SetValue(const std::string& key, CFPropertyListRef value,
   }
 }
 
-/// `string` in UTF-8; nothing when it has no such form. The buffer always has room for the longest
-/// form: the conversion writes beyond one that has room for the terminating zero alone.
+/// Returns `string` in UTF-8, or nothing if the string has no UTF-8 form. The buffer has room for
+/// the longest form: the conversion writes beyond a buffer for the terminating zero alone.
 std::optional<std::string> ToUTF8(CFStringRef string) {
   const CFIndex size =
       CFStringGetMaximumSizeForEncoding(CFStringGetLength(string), kCFStringEncodingUTF8) + 1;
@@ -79,11 +79,11 @@ std::optional<int> NumberOf(const ScopedValue& value) {
   if (value == nullptr || CFGetTypeID(value.get()) != CFNumberGetTypeID()) {
     return std::nullopt;
   }
-  int number;  // holds what did fit of the value when the conversion fails
+  int number;  // is set to other bits if the conversion fails
   if (!CFNumberGetValue(static_cast<CFNumberRef>(value.get()), kCFNumberIntType, &number)) {
     return std::nullopt;
   }
-  // The conversion takes the last unsigned 64-bit numbers for negative ones, and says it fits.
+  // The conversion of an unsigned number from 2^63 on succeeds, with a negative number.
   const ScopedNumber same = MakeNumber(number);
   if (same == nullptr || !CFEqual(value.get(), same.get())) {
     return std::nullopt;
@@ -93,13 +93,14 @@ std::optional<int> NumberOf(const ScopedValue& value) {
 
 }  // namespace
 
-// Only this host is reached: others have a name that no domain can have, as it is not UTF-8.
+// The back end reaches this host only. A domain of another host gets a name that is not UTF-8, so
+// no call finds the domain.
 PreferencesDomain::PreferencesDomain(const std::string& applicationIdentifier,
                                      const std::string& root)
     : name_(root.empty() ? applicationIdentifier : "\xFF") {}
 
 void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
-  // The store keeps a copy of a text, so its bytes need only live until it is set.
+  // CoreFoundation copies the text, so the bytes can go after this call.
   if (const ScopedString text = Wrap(value)) {
     SetValue(key, text.get(), name_);
   }
@@ -115,7 +116,7 @@ void PreferencesDomain::Remove(const std::string& key) {
   SetValue(key, nullptr, name_);
 }
 
-// Each key is the system's own string: a copy of its text would lose a key without a UTF-8 form.
+// The keys are the system's own strings: some keys have no UTF-8 form.
 bool PreferencesDomain::RemoveAll() {
   const ScopedString application = WrapForever(name_);
   if (application == nullptr) {
@@ -155,8 +156,8 @@ bool PreferencesDomain::Flush() {
                                   kCFPreferencesCurrentHost);
 }
 
-// CoreFoundation does not say whether it could read a domain of this host. Not a flush's result:
-// that may be false for a process that cannot write, even when it has nothing to write.
+// CoreFoundation does not report whether a domain of this host was readable. The result of a flush
+// does not show this either: a flush may fail for a process without the right to write.
 std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
     const std::vector<std::string>& keys) const {
   if (WrapForever(name_) == nullptr) {
@@ -171,11 +172,11 @@ std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
   return values;
 }
 
-// The system's daemon owns the file, and keeps it.
+// The file belongs to the system's daemon, which keeps the file.
 bool PreferencesDomain::Erase(const std::vector<std::string>& keys) {
   for (const std::string& key : keys) {
     Remove(key);
   }
-  errno = EACCES;  // CoreFoundation tells no reason; a missing right is the usual one
+  errno = EACCES;  // CoreFoundation gives no reason; the usual reason is a missing right
   return Flush();
 }

@@ -1,5 +1,5 @@
-// The back end of a Mac where the system refuses, and the double itself: whether its modes differ.
-// To be run in a private root.
+// The back end of a Mac where the system refuses a call, and the modes of the double. Runs in a
+// private root.
 
 #include <gtest/gtest.h>
 
@@ -20,9 +20,9 @@ namespace {
 const char kIdentifier[] = "com.example.BackEndTest.plist";
 const char kFile[] = "/Library/Preferences/com.example.BackEndTest.plist.plist";
 
-const char* program = nullptr;  // the path this process was executed by
+const char* program = nullptr;  // the path of this program
 
-/// The double behaves otherwise as long as one lives.
+/// Sets the mode of the double as long as the object lives.
 class ScopedMode {
  public:
   explicit ScopedMode(const std::string& mode) { setenv("COREFOUNDATION_DOUBLE", mode.c_str(), 1); }
@@ -31,7 +31,7 @@ class ScopedMode {
   ScopedMode& operator=(const ScopedMode&) = delete;
 };
 
-/// The number under "key" as another process sees it; -1 for none.
+/// Returns the number under "key" that another process sees, or -1 for none.
 std::string SeenElsewhere() {
   return OutputOfProcess(program, {"print"});
 }
@@ -49,7 +49,7 @@ class AppleBackEnd : public testing::Test {
     ASSERT_TRUE(domain_.Flush());
   }
 
-  /// What the back end makes of the XML `element` as a value.
+  /// Returns the number that the back end reads from the XML `element`.
   std::optional<int> NumberFrom(const std::string& element) {
     std::filesystem::create_directories("/Library/Preferences");
     std::ofstream(kFile) << "<plist version=\"1.0\"><dict><key>key</key>" << element
@@ -81,7 +81,7 @@ TEST_F(AppleBackEnd, FlushWithoutRightsIsFalseAndChangesStayPending) {
   EXPECT_EQ("2", SeenElsewhere());
 }
 
-// The result of the system's call is the result of a registration, whatever was to be written.
+// The result of the system's call is the result, even without a value to write.
 TEST_F(AppleBackEnd, RestoringNothingWithoutRightsIsFalse) {
   const ScopedMode mode("unprivileged");
   WebRegInfo info;

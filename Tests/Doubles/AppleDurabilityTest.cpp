@@ -1,4 +1,4 @@
-// The synchronization of a Mac, against doubles of its two calls that record what they are asked.
+// The synchronization of a Mac, with doubles of the two calls. The doubles record their arguments.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,10 +14,10 @@
 namespace {
 
 std::vector<std::string> asked;  // the calls and their arguments
-int result = 0;                  // the number of the error that a call fails with
-int failures = 0;                // how many calls fail
+int result = 0;                  // the error number of a failed call
+int failures = 0;                // the number of calls that fail
 
-/// Whether the call is to fail. Counts it.
+/// Records the call. Returns whether the call fails.
 bool Fails(const std::string& call) {
   asked.push_back(call);
   return failures-- > 0;
@@ -25,7 +25,7 @@ bool Fails(const std::string& call) {
 
 }  // namespace
 
-// As on a Mac: the error is what the call returns, and errno stays as it was.
+// As on a Mac, the call returns the error number and does not change errno.
 int sync_volume_np(const char* path, int flags) {
   return Fails(std::string(path) + " " + std::to_string(flags)) ? result : 0;
 }

@@ -1,9 +1,9 @@
-// A file system as a Mac has it, for tests: preloaded, it stands before the C library's functions
-// that take a path. A path of 1,024 bytes or more is ENAMETOOLONG, one that is not UTF-8 is EILSEQ,
-// and a name finds an entry that differs from it in the case of ASCII letters only. What is created
-// keeps the case it is given. With DARWIN_FILES_MODE=skipping, a listing passes over the entry that
-// follows a removal, as HFS+ documents for a directory that changes while it is listed. System
-// directories are left as they are: nothing is tested there.
+// The file system of a Mac, for tests. This library is preloaded and replaces the functions of the
+// C library that take a path. A path of 1,024 bytes or more is ENAMETOOLONG, one that is not UTF-8
+// is EILSEQ, and a name finds an entry that differs from it in the case of ASCII letters only. What
+// is created keeps the case it is given. With DARWIN_FILES_MODE=skipping, a listing passes over the
+// entry that follows a removal, as HFS+ documents for a directory that changes while it is listed.
+// System directories are left as they are: nothing is tested there.
 
 #include <dirent.h>
 #include <dlfcn.h>
@@ -32,7 +32,7 @@ Function* Real(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-/// Restores errno, which the looking around changes.
+/// Restores errno after calls that change errno.
 class ScopedErrno {
  public:
   ScopedErrno() : before_(errno) {}
@@ -44,7 +44,7 @@ class ScopedErrno {
   int before_;
 };
 
-/// How many bytes follow the first one of a character in UTF-8; -1 if none begins so.
+/// Returns the number of bytes after the first byte of a UTF-8 character, or -1 for another byte.
 int Following(unsigned char first) {
   if (first < 0x80) {
     return 0;
@@ -166,7 +166,7 @@ class Path {
   int refusal_ = 0;
 };
 
-/// Where a file that is moved from `from` goes to: a change of the case alone has to take place.
+/// Returns the path to which `from` is moved. A change of the case alone takes effect.
 std::string Destination(int fromDirectory, const char* from, int toDirectory, const char* to,
                         const char* given) {
   const ScopedErrno restored;

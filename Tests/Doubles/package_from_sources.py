@@ -1,7 +1,7 @@
 """script/package-macos from the download to the finished payload, with real sources of the libraries.
 
-SOURCES is a directory of Debian's source archives, which stand in for the downloads. Replaced are
-the commands that only a Mac has, and of the compiler's arguments those that only a Mac's takes.
+SOURCES is a directory of Debian's source archives, which replace the downloads. The commands that
+only a Mac has are doubles, and the arguments of a Mac's compiler are left out.
 """
 
 import hashlib

@@ -1,5 +1,5 @@
-"""All C++ tests, and the installer's end-to-end tests, on a file system as a Mac has it
-(darwin_files.cpp): all pass, and just those are skipped whose paths it refuses."""
+"""All C++ tests and the installer's end-to-end tests with the file system of a Mac
+(darwin_files.cpp). All pass; only tests whose paths the double refuses are skipped."""
 
 import errno
 import os
@@ -44,8 +44,8 @@ SKIPPED = {
 
 
 def setUpModule():
-    """Copies the double to a place that every user can read: a build can be in a closed directory,
-    and ld.so complains to the standard error about a library that it cannot read."""
+    """Copies the double to a place that every user can read. A build can be in a closed directory,
+    and ld.so prints an error about a library that is not readable."""
     os.chmod(PLACE.name, 0o755)
     shutil.copy(os.environ["DARWIN_FILES"], DARWIN_FILES)
     os.chmod(DARWIN_FILES, 0o755)
@@ -72,7 +72,7 @@ class FileSystem(unittest.TestCase):
         self.directory = pathlib.Path(directory.name)
 
     def result_of(self, statement, **options):
-        """What a statement of Python prints there, or the number of the error it ends with."""
+        """Returns the output of a statement of Python there, or the number of its error."""
         program = ("import os, pathlib, shutil\n"
                    f"try:\n  {statement}\nexcept OSError as error:\n  print(error.errno)")
         result = on_darwin_files(sys.executable, "-c", program, cwd=self.directory, **options)

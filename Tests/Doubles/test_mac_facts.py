@@ -1,4 +1,4 @@
-"""script/mac-facts to its end, with doubles of a Mac's commands that only say what was asked."""
+"""script/mac-facts to its end, with doubles of a Mac's commands that print their names."""
 
 import os
 import pathlib

@@ -47,7 +47,7 @@ class PackageMacOS(unittest.TestCase):
         return self.run_script(*options, "my site", "7", "my product.pkg", **others)
 
     def calls(self):
-        """What was called, without its arguments but with a subcommand."""
+        """Returns the names of the commands that ran."""
         calls = self.tools / "calls"
         lines = calls.read_text().splitlines() if calls.exists() else []
         return [line.split()[0] for line in lines]

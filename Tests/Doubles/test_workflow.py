@@ -10,7 +10,7 @@ import unittest
 SOURCE = pathlib.Path(__file__).resolve().parents[2]
 WORKFLOW = SOURCE / ".github/workflows/ci.yml"
 
-# As root's own sudo, with the variables that it removes even where it is to preserve them all.
+# As root's own sudo: some variables are removed even with --preserve-env.
 SUDO = """#!/bin/sh
 [ "$1" = --preserve-env ] || exit 64
 shift

@@ -2,14 +2,14 @@
 // host. One line an answer.
 //
 //   mac-facts synchronize     the result with nothing to write
-//   mac-facts get | keys      what this process sees
+//   mac-facts get | keys      the value or the number of keys in this process
 //   mac-facts hold NUMBER     sets the number, waits two seconds, synchronizes, waits again
 //   mac-facts remove          removes the key, synchronizes
 //   mac-facts resources       the main bundle's Resources directory, for buffers of several sizes
 //   mac-facts exclusive FILE  whether fopen() with "x" refuses a file that exists
 //   mac-facts unlink PATH     whether unlink() removes this directory
-//   mac-facts listing PATH    how many of 1,000 new files in this directory stay when each one is
-//                             removed as soon as it is listed
+//   mac-facts listing PATH    the number of files that stay when each of 1,000 new files in this
+//                             directory is removed during the listing
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <dirent.h>

@@ -1,27 +1,26 @@
 #ifndef TESTS_DOUBLES_COREFOUNDATION_COREFOUNDATION_H_
 #define TESTS_DOUBLES_COREFOUNDATION_COREFOUNDATION_H_
 
-// A double of CoreFoundation for tests: the functions that the back end in Platform/apple and its
-// tests use, declared from their public documentation, and no others. An object is released once
-// for each Create or Copy. A call that a Mac would not survive (a null object, an object released
-// twice) ends the process with one line.
+// A test double of CoreFoundation. The double declares only the functions that Platform/apple and
+// the tests use, from the public documentation. An object is released once for each Create or Copy.
+// A call that crashes on a Mac, for example a second release, ends the process with a message.
 //
-// The environment variable COREFOUNDATION_DOUBLE says how preferences behave; it is read at every
-// call, so a test may change it:
+// Every call reads the environment variable COREFOUNDATION_DOUBLE, so a test may change the
+// variable:
 //
-//   stock           (or unset) values are seen by other processes, and are in the file, after
-//                   CFPreferencesSynchronize(); what others write is seen after it, too
-//   eager           every change is seen by other processes at once, and theirs by this one
-//   asynchronous    as stock, but the file is written later: when another process needs the domain
-//   unprivileged    CFPreferencesSynchronize() returns false even with nothing to write
-//   failing         every function that can fail does
+//   stock           the default: changes reach the file and other processes with
+//                   CFPreferencesSynchronize(), and so do changes of other processes
+//   eager           every change reaches every process immediately
+//   asynchronous    as stock, but the file is written when another process needs the domain
+//   unprivileged    CFPreferencesSynchronize() returns false, even without a change
+//   failing         every function fails that can fail
 //   failing NAME    the function NAME fails
 //
 // The domains are in /Library/Preferences: to be used in a private root.
 
 #include <stdint.h>
 
-// On a Mac, the compiler refuses a call of what the oldest supported system does not have.
+// On a Mac, the compiler refuses a function that the oldest supported system does not have.
 #ifdef __APPLE__
 #define CF_DOUBLE_SINCE(version) __attribute__((availability(macos, introduced = version)))
 #else

@@ -13,7 +13,8 @@ const Object kCurrentHost{Kind::kString};
 const Object kCurrentUser{Kind::kString};
 const Object kAnyHost{Kind::kString};
 
-/// A change that is not synchronized. The key is retained, not copied: its text must stay alive.
+/// A change that is not synchronized. The key is retained, not copied, so the shared text must
+/// live.
 struct Change {
   const Object* key;
   std::optional<Value> value;  ///< None removes the key.
@@ -21,7 +22,7 @@ struct Change {
 
 struct Domain {
   std::vector<Change> pending{};
-  std::optional<Contents> seen{};  ///< What the domain held when this process last looked.
+  std::optional<Contents> seen{};  ///< The content at the last read of this process.
 };
 
 std::string Text(CFStringRef string) {
@@ -34,7 +35,7 @@ fs::path File(const std::string& application) {
   return "/Library/Preferences/" + application + ".plist";
 }
 
-/// What the system knows and has not written yet, in the mode asynchronous.
+/// The file of values that the system has not written yet, in the mode asynchronous.
 fs::path Unwritten(const std::string& application) {
   return "/Library/Preferences/.unwritten-" + application;
 }
@@ -64,7 +65,7 @@ bool Store(const std::string& application, const Contents& contents) {
 
 // The domain ------------------------------------------------------------------------------------
 
-/// Another process that needs a domain is what has the system write its file.
+/// The system writes the file of a domain when another process needs the domain.
 void WriteWhatIsUnwritten(const std::string& application) {
   std::error_code error;
   fs::rename(Unwritten(application), File(application), error);
@@ -89,7 +90,7 @@ void Apply(const std::vector<Change>& changes, Contents& contents) {
   }
 }
 
-/// What this process sees.
+/// Returns the content that this process sees.
 Contents Current(const std::string& application) {
   Domain& domain = Find(application);
   if (!domain.seen || Mode() == "eager") {
@@ -189,7 +190,7 @@ void CFPreferencesSetMultiple(CFDictionaryRef values, CFArrayRef removed, CFStri
   }
 }
 
-// Concerns the domains of the current user alone, of which nothing is kept here.
+// Concerns the domains of the current user only. The double has none of them.
 Boolean CFPreferencesAppSynchronize(CFStringRef application) {
   Text(application);
   return 1;

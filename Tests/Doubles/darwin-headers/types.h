@@ -1,9 +1,8 @@
 #ifndef TESTS_DOUBLES_DARWIN_HEADERS_TYPES_H_
 #define TESTS_DOUBLES_DARWIN_HEADERS_TYPES_H_
 
-// Included before every source that is compiled for a Mac here: the types that a Mac's C library
-// defines otherwise than the one whose headers stand in for it, and the names by which those
-// headers know that they are defined.
+// The types that a Mac defines differently from musl. The compilation for a Mac includes this file
+// before every source. The names tell musl's headers that the types are defined.
 
 #define __DEFINED_blkcnt_t
 #define __DEFINED_blksize_t
