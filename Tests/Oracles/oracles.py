@@ -1,4 +1,4 @@
-"""Random packages and records against the shipped program, judged by what was written twice.
+"""Compares the shipped installer with a second implementation, on random packages and records.
 
     oracles.py [--sample N] [--jobs N] [ORACLE...]
 
@@ -19,7 +19,7 @@ BATCH = 50
 
 
 def run_batch(task):
-    """The faults and the counts of some cases."""
+    """Runs some cases and returns the differences and the counts."""
     name, numbers = task
     oracle = ORACLES[name][0]()
     counts = collections.Counter()

@@ -1,25 +1,25 @@
-"""What the installer extracts from any bytes in the place of the package: a reader of archives that
-shares nothing with the product's. It reads as the zip library does, whose leniency is part of what
-is installed from a damaged package."""
+"""A second implementation of the extraction, for any bytes as a package. The reader shares no code
+with the product. The reader is as lenient as the zip library, because the leniency decides the content
+that is installed from a damaged package."""
 
 import zlib
 
 from expected import LONGEST_NAME, Destination, climbs_out
 
-PORTION = 8192  # what is written at a time: of data that turns out damaged, whole portions stay
-CHUNK = 16384   # what the library reads at a time
+PORTION = 8192  # bytes of one write; of damaged data, the whole buffers before the damage stay
+CHUNK = 16384   # bytes of one read of the library
 STORED, DEFLATED = 0, 8
 SIZES_FOLLOW = 8
 CENTRAL, LOCAL, END = b"PK\1\2", b"PK\3\4", b"PK\5\6"
 
 
 class Damaged(Exception):
-    """The bytes end early, or are not what they should be."""
+    """The bytes end early or are wrong."""
 
 
 def numbers(data, at, sizes):
-    """Little-endian numbers of these sizes, one after the other. Bytes behind the archive's end are
-    no error: they equal the last byte of the number that was read, or else zero."""
+    """Returns consecutive little-endian numbers of the given sizes. A byte after the end of the archive
+    is no error: its value is the last byte read of the same number, or zero."""
     require(at >= 0)
     for size in sizes:
         there = data[at:at + size]
@@ -34,7 +34,7 @@ def require(holds):
 
 
 class Entry:
-    """One entry of the central directory, at a place in the archive."""
+    """One entry of the central directory."""
 
     def __init__(self, data, at):
         (_, _, _, _, self.method, _, _, self.crc, self.compressed, self.size, self.name_length,
@@ -51,7 +51,7 @@ class Entry:
 
 
 class Archive:
-    """Raises Damaged when the library opens no such archive."""
+    """An archive. The constructor raises Damaged if the library does not open the archive."""
 
     def __init__(self, data):
         self.data = data
@@ -60,11 +60,11 @@ class Archive:
         _, disk, directory_disk, here, self.count, size, offset = numbers(
             data, end, (4, 2, 2, 2, 2, 4, 4))
         require(here == self.count and disk == directory_disk == 0 and offset + size <= end)
-        self.before = end - (offset + size)  # what is before the archive
+        self.before = end - (offset + size)  # bytes before the archive
         self.directory = offset + self.before
 
     def entries(self):
-        """The entries that can be read; the first that cannot ends the list."""
+        """Yields the entries up to the first that cannot be read."""
         at = self.directory
         for _ in range(self.count):
             try:
@@ -75,7 +75,7 @@ class Archive:
             at = entry.next
 
     def content(self, entry):
-        """What is written of a file; raises Damaged when it cannot be opened."""
+        """Yields the bytes that are written for a file. Raises Damaged if the entry cannot be opened."""
         at = entry.offset + self.before
         (_, _, flags, method, _, _, crc, compressed, size, name_length, extra_length) = numbers(
             self.data, at, (4, 2, 2, 2, 2, 2, 4, 4, 4, 2, 2))
@@ -91,7 +91,7 @@ class Archive:
 
 
 def portions(read, size):
-    """The portions of a file of this size up to the first that cannot be read whole."""
+    """Yields the buffers of a file of this size, up to the first that cannot be read completely."""
     done = 0
     while done < size:
         try:
@@ -146,7 +146,7 @@ class Source:
 
 
 def extracted(data):
-    """The tree that a package of these bytes makes."""
+    """Returns the tree that a package of these bytes gives."""
     destination = Destination()
     try:
         archive = Archive(data)

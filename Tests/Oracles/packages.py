@@ -1,4 +1,4 @@
-"""Random packages, installed by the shipped program, against package_oracle.py."""
+"""Compares random packages, installed by the shipped installer, with package_oracle.py."""
 
 import shutil
 

@@ -1,4 +1,4 @@
-"""Random packages: sound ones, and ones that are damaged in every part."""
+"""Makes random packages: correct ones, and packages with damage in any part."""
 
 from zip_bytes import (DEFLATED, ENCRYPTED, SIZES_FOLLOW, STORED, UTF8, Entry, archive, descriptor,
                        extra)
@@ -11,7 +11,7 @@ SIZES = (0, 1, 100, 8191, 8192, 8193, 16384, 30_000)
 
 
 def name(random):
-    if random.random() < 0.5:  # in a directory that is announced most of the time
+    if random.random() < 0.5:  # in a directory that usually has an entry
         return random.choice(DIRECTORIES) + random.choice((b"x", b"y", b"X", b"index.html"))
     parts = random.choices(COMPONENTS, WEIGHTS, k=random.choice((1, 1, 1, 2, 2, 3, 4)))
     made = b"/".join(parts) + (b"/" if random.random() < 0.4 else b"")
@@ -31,7 +31,7 @@ def content(random):
 
 
 def damaged(random, data):
-    """Other bytes than these: cut, changed in one place, continued, or others altogether."""
+    """Returns other bytes: truncated, changed in one place, extended, or replaced."""
     if not data:
         return b"damage"
     at = random.randrange(len(data))
@@ -61,14 +61,14 @@ def entry(random, names):
 
 
 def stream(made, data):
-    """The sizes and the checksum follow the data."""
+    """Writes the sizes and the checksum after the data."""
     made.local.update(flags=made.local["flags"] | SIZES_FOLLOW, crc=0, compressed=0, size=0)
     made.central["flags"] |= SIZES_FOLLOW
     made.after = descriptor(data, made.data)
 
 
 def spoil(random, made):
-    """One field of one header, or of both, is wrong."""
+    """Makes one field of one header or of both headers wrong."""
     field = random.choice(("crc", "size", "compressed", "method", "signature", "name", "flags"))
     value = {"name": b"other", "size": random.randrange(40_000),
              "compressed": random.randrange(40_000)}.get(field, random.randrange(1 << 16))
@@ -77,7 +77,7 @@ def spoil(random, made):
 
 
 def package(random):
-    """The bytes of a package."""
+    """Returns the bytes of a random package."""
     names = [name(random) for _ in range(random.randrange(1, 9))]
     entries = [Entry(part) for part in DIRECTORIES[1:] if random.random() < 0.7]
     entries += [entry(random, names) for _ in range(random.randrange(0, 12))]
@@ -101,12 +101,12 @@ def package(random):
 
 
 def spoiled(random, data):
-    """Bytes are cut off, changed, or added, wherever they are."""
+    """Removes, changes or adds bytes anywhere."""
     if random.random() < 0.4:
         return data[:random.randrange(len(data) + 1)]
     changed = bytearray(data)
     for _ in range(random.randrange(1, 9)):
-        # Most bytes are contents: the directory is at the end.
+        # Most bytes are content. The central directory is at the end.
         at = random.randrange(len(data)) if random.random() < 0.4 else -random.randrange(
             1, min(len(data), 400) + 1)
         changed[at] = random.randrange(256)

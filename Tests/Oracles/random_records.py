@@ -1,4 +1,4 @@
-"""Random property lists in the place of the record: sound ones in both forms, and damaged ones."""
+"""Makes random property lists as records: correct lists in both forms, and damaged lists."""
 
 import datetime
 import plistlib
@@ -37,7 +37,7 @@ def dictionary(random, depth):
 
 
 def known(random):
-    """The four values: right ones, ones at the limits, and ones of other types."""
+    """Returns the four values: correct values, values at the limits, and values of other types."""
     texts = ["Resource0", "", "x" * 126, "x" * 127, "x" * 128, "ä" * 63, "ä" * 64]
     numbers = [4711, 5.0, *INTEGERS, *REALS]
     choices = {RANDOM: numbers, UPDATE: numbers, PATH: texts, VERSION: texts}
@@ -50,8 +50,8 @@ def values(random):
 
 
 def damaged(random, data):
-    """Truncated, or with a few bytes changed; never to a control character, which plistlib does not
-    read."""
+    """Truncates the data, or changes a few bytes. No byte becomes a control character, which plistlib
+    refuses."""
     if random.random() < 0.5:
         return data[:random.randrange(len(data))]
     changed = bytearray(data)
@@ -60,11 +60,11 @@ def damaged(random, data):
     return bytes(changed)
 
 
-# What makes a list malformed in the place of a value.
+# Each of these, as a value, makes a list malformed.
 MALFORMED = ("<key>no value</key>", "<true/><true/>", "<true/>text", "text<true/>", "",
              "<array>" * 101 + "</array>" * 101, "<array></dict>", "<array a='\"'/>",
              "<true/><!-- -- -->", "<string>\0</string>", "</dict><dict>")
-# What stays as it is, although plistlib reads only some of it, and differently.
+# Values that the installer keeps unchanged. plistlib reads only some of them, and differently.
 KEPT = ("<integer>12abc</integer>", "<integer/>", "<integer>123456789012345678901234567890</integer>",
         "<integer>0x1F</integer>", "<real>1.5x</real>", "<date>2001-13-01T00:00:00.5Z</date>",
         "<data>!!!</data>", "<string>&nbsp; & </string>", "<null/>", "<string> \r\n </string>",
@@ -79,13 +79,13 @@ CHARACTERS = "019aAefxTZ:+-.=/_!&; "
 
 
 def with_value(random, value):
-    """A list in XML that is sound, except perhaps for this value."""
+    """Returns a list in XML that is correct apart from `value`."""
     data = plistlib.dumps(values(random)).decode().replace("<dict/>", "<dict></dict>")
     return data.replace("<dict>", f"<dict><key>strange</key>{value}", 1).encode()
 
 
 def changed_value(random):
-    """A scalar with one character left out, replaced or inserted."""
+    """Returns a scalar with one character removed, replaced or inserted."""
     name = random.choice(list(SCALARS))
     value = random.choice(SCALARS[name])
     at = random.randrange(len(value))
@@ -95,8 +95,8 @@ def changed_value(random):
 
 
 def record(random):
-    """The bytes of a file, and the values that it was made of; MALFORMED of one that must be set
-    aside; a text of one that must keep it; None of one that may be set aside."""
+    """Returns the bytes of a file and the expected result: the values of a correct list, MALFORMED if
+    the file must be renamed, a text that the file must keep, or None if the file may be renamed."""
     form = random.random()
     if form < 0.1:
         return with_value(random, random.choice(MALFORMED)), MALFORMED

@@ -1,14 +1,13 @@
-"""What the installer makes of any record that it finds: the values by Python's plistlib, and the
-rules of a run, written once more."""
+"""A second implementation of the rules for the record. Python's plistlib reads the values."""
 
 from contract import PATH, RANDOM, UPDATE, VERSION
 from private_root import record_of
 
-LONGEST_CARRIED = 127  # bytes of a text that survives a wipe
+LONGEST_CARRIED = 127  # bytes of a string that is restored after the record was cleared
 
 
 def carried_number(value):
-    """A number that fits 32 bits; -1 counts as absent."""
+    """Returns the number if it fits 32 bits. -1 counts as absent."""
     if type(value) not in (int, float) or not -2**31 <= value < 2**31 or value != int(value):
         return None
     return int(value) if value != -1 else None
@@ -21,15 +20,15 @@ def carried_text(value):
 
 
 def wiped(values):
-    """What a wipe leaves of the values."""
+    """Returns the values that are restored after the record was cleared."""
     kept = {key: carried_number(values.get(key)) for key in (RANDOM, UPDATE)}
     kept.update((key, carried_text(values.get(key))) for key in (PATH, VERSION))
     return {key: value for key, value in kept.items() if value is not None}
 
 
 def after_run(values, clear, regenerate, installed):
-    """The record after a run that has installed the update of this number, or None, and whether it
-    draws a random identifier."""
+    """Returns the record after a run that installed the update of this number, or None, and whether
+    the run draws a random identifier."""
     kept = wiped(values) if clear else dict(values)
     draws = regenerate or RANDOM not in kept
     return {**kept, **({} if installed is None else record_of(installed))}, draws

@@ -1,4 +1,4 @@
-"""Random records, found by the shipped program, against record_oracle.py."""
+"""Compares runs of the shipped installer on random records with record_oracle.py."""
 
 import os
 import plistlib
@@ -44,8 +44,8 @@ class Records:
         return [self.judge(number, data, values, clear, regenerate, installed)]
 
     def judge(self, number, data, values, *run):
-        """Sound lists are merged, and malformed ones set aside. Damaged ones are merged as plistlib
-        reads them, or set aside."""
+        """Requires that a correct list is merged and that a malformed list is renamed. A damaged list is
+        merged as plistlib reads the list, or renamed."""
         clear = run[0]
         aside, found = self.aside(), self.stage.record_bytes() or b""
         if aside is not None:
@@ -74,7 +74,7 @@ class Records:
             self.faults.append(f"{number}: of {values} makes {found} and {drawn}, not {wanted}")
 
     def judge_bytes(self, number, data, found, clear):
-        """Of a list that plistlib does not read: the keys stay."""
+        """Requires that the keys of a list that plistlib does not read stay."""
         keys = set(KEY_LINE.findall(data)) - {f"<key>{key}</key>".encode() for key in KNOWN}
         lost = keys - set(KEY_LINE.findall(found.replace(b"<key/>", b"<key></key>")))
         if lost and not clear:
@@ -90,7 +90,7 @@ class Records:
 
 
 def read_root(data):
-    """The values of a list, whatever is damaged before or after the root of one in XML."""
+    """Returns the values of a list, also of a list in XML with damage before or after the root."""
     values = read_record(data)
     root = re.search(rb"<dict.*</dict>|<dict/>", data, re.DOTALL)
     return read_record(b"<plist>%s</plist>" % root[0]) if values is None and root else values
