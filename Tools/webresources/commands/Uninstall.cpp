@@ -91,7 +91,7 @@ void RemoveEmptyDirectories(const std::string& hostRoot) {
 
 void ReportRemains(const Remains& remains, const HostOptions& options, Report& report) {
   PutName(report.details, "installRoot", BesideInstallRoot(options.hostRoot, "WebResources/"));
-  report.details["record"] = ToJson(remains.record.values);
+  report.details["record"] = webresources::ToJson(remains.record.values);
   report.details["dryRun"] = options.isDryRun;
   Json& removed = report.details["removed"] = Json::array();
   for (const std::string& path : remains.paths) {
