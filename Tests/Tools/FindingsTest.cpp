@@ -370,14 +370,17 @@ const std::string kMixed = Zip({{"d/", ""},
                                 {"d/f", "again"},
                                 {"../h", "x"}});
 
+// The sanitizers slow each archive down. They get a fifth of the archives.
+constexpr std::size_t kStep = SANITIZED != 0 ? 5 : 1;
+
 TEST(DamagedArchive, EveryTruncationIsPredicted) {
-  for (std::size_t length = 0; length < kMixed.length(); ++length) {
+  for (std::size_t length = 0; length < kMixed.length(); length += kStep) {
     EXPECT_TRUE(IsPredicted(kMixed.substr(0, length))) << length;
   }
 }
 
 TEST(DamagedArchive, EveryChangedByteIsPredicted) {
-  for (std::size_t place = 0; place < kMixed.length(); ++place) {
+  for (std::size_t place = 0; place < kMixed.length(); place += kStep) {
     std::string changed = kMixed;
     changed[place] = static_cast<char>(changed[place] ^ 0x41);
     EXPECT_TRUE(IsPredicted(changed)) << place;

@@ -211,16 +211,18 @@ build_preset() { # PRESET
   }
 }
 
-# Runs the tests of a preset and shows, of hundreds, those that fail and the summary. What they
-# write is in memory: on a disk they wait half of the time until it is durable. Two more run than
-# there are processors: some wait for locks and for the end of other processes.
+# Runs the tests of a preset and shows, of hundreds, those that fail and the summary. The tests with
+# the label "elsewhere" are for script/test-elsewhere. The files of the tests are in memory: on a disk,
+# the tests wait half of the time until the files are durable. Two more tests run than there are
+# processors: some tests wait for locks and for the end of other processes.
 run_tests() { # PRESET
   local log status=0 in_memory=()
   [ "$(uname)" = Darwin ] || in_memory=(Tests/Support/in-memory)
   log=$(mktemp)
   echo "== $1: test"
   with_progress "$1: test" "$log" \
-    "${in_memory[@]}" ctest --preset "$1" --parallel "$(($(nproc) + 2))" || status=$?
+    "${in_memory[@]}" ctest --preset "$1" --label-exclude elsewhere \
+    --parallel "$(($(nproc) + 2))" || status=$?
   sed -e '/^ *Start /d' -e '/ Passed /d' "$log"
   return "$status"
 }
