@@ -1,24 +1,24 @@
 # shellcheck shell=bash
 # Sourced by the commands of script/. Each calls begin first.
 
-# Everything the build needs, test libraries excepted.
+# The Debian packages for the build without tests.
 # shellcheck disable=SC2034 # used where this file is sourced
 build_packages=(cmake ninja-build g++ pkgconf zlib1g-dev libminizip-dev libpugixml-dev
   libcli11-dev nlohmann-json3-dev libutf8proc-dev nettle-dev)
 
-# What the tests need besides: makers and readers of other hands, and a real web package.
+# The additional packages for the tests, with other zip programs and a real web package.
 # shellcheck disable=SC2034
 test_packages=(libgtest-dev nlohmann-json3-dev python3 python3-jsonschema strace util-linux zip unzip
   7zip libarchive-tools valgrind libc6-dbg libjs-dojo-dojox e2fsprogs exfat-fuse exfatprogs
   procps make)
 
-# What the fuzzers need besides the build.
+# The additional packages for the fuzzers.
 # shellcheck disable=SC2034
 fuzz_packages=(clang libclang-rt-dev python3)
 
 # Usage --------------------------------------------------------------------------------------------
 
-# The comment that a command begins with. $0 may be relative to a directory that was left since.
+# Prints the first comment of the command. $0 may be relative to an earlier working directory.
 print_usage() {
   local here=${BASH_SOURCE[0]%/*} command=${0##*/}
   local file=$here/../$command
@@ -41,7 +41,7 @@ handle_help() { # ARGUMENT...
   esac
 }
 
-# Fails with the usage for a word that is none of the others.
+# Fails with the usage if the word is not one of the choices.
 require_one_of() { # WORD CHOICE...
   local word=$1 choice
   shift
@@ -51,14 +51,14 @@ require_one_of() { # WORD CHOICE...
   usage_error "unknown argument: $word"
 }
 
-# What a command leaves behind: nothing ------------------------------------------------------------
+# Cleanup ------------------------------------------------------------------------------------------
 
-job=''       # the process group that is waited for
-watcher=''   # the process group that shows how far it is
+job=''       # the process group of the running job
+watcher=''   # the process group that shows the progress
 leftovers=() # directories to remove at the end
 
-# Answers --help, and gives this command and all that it starts a directory for temporary files.
-# Whatever ends the command ends all that it has started and removes the directory.
+# Answers --help and makes a directory for the temporary files of this command and its children. At
+# the end, also by a signal, the command ends its children and removes the directory.
 begin() { # ARGUMENT...
   handle_help "$@"
   [ -z "${RECORD:-}" ] || record "$@"
@@ -80,7 +80,7 @@ finish() {
   rm -rf --one-file-system "${leftovers[@]}"
 }
 
-# Ends a process group: politely, so that its programs clean up, then after five seconds at once.
+# Ends a process group: by SIGTERM, so that programs clean up, and after five seconds by SIGKILL.
 end_group() { # [GROUP]
   [ -n "$1" ] || return 0
   local left=50
@@ -91,7 +91,7 @@ end_group() { # [GROUP]
   kill -KILL -- "-$1" 2>/dev/null || true
 }
 
-# Runs a command in a process group, which finish() ends as a whole.
+# Runs a command in a process group, which finish() ends.
 in_group() { # COMMAND...
   local status=0
   set -m
@@ -105,7 +105,7 @@ in_group() { # COMMAND...
 
 # Output -------------------------------------------------------------------------------------------
 
-# Runs a command whose output is of interest only when it fails.
+# Runs a command, and prints the output only if the command fails.
 quietly() { # COMMAND...
   local log status=0
   log=$(mktemp)
@@ -115,7 +115,7 @@ quietly() { # COMMAND...
   return "$status"
 }
 
-# The same, and shows how far it is: on a terminal by a counter, elsewhere by a line twice a minute.
+# Runs a command and shows the progress: a counter on a terminal, or a line twice a minute.
 with_progress() { # WHAT LOG COMMAND...
   local what=$1 log=$2 status=0
   shift 2
@@ -145,8 +145,8 @@ show_progress() { # WHAT LOG
   done
 }
 
-# Runs this command again, and exits. If the command succeeds, writes each line of its output as a row
-# of Documentation/testing-figures.md, in the place of the rows that the file has of this command.
+# Runs this command again, and exits. If the command succeeds, each line of the output replaces the
+# rows of this command in Documentation/testing-figures.md.
 record() { # ARGUMENT...
   local command="${0##*/} $*" file=Documentation/testing-figures.md output commit when
   output=$(RECORD='' "script/${0##*/}" "$@" | tee >(cat >&2))
@@ -156,7 +156,7 @@ record() { # ARGUMENT...
     sed '/^|---/q' "$file"
     {
       sed '1,/^|---/d' "$file" | awk -F' [|] ' -v of="| \`$command\`" '$1 != of'
-      # Without the lines that only tell how far a command is.
+      # Without the lines that only show the progress.
       sed -e '/^   /d' -e '/^==/d' -e '/^$/d' -e 's/^ *//' -e 's/|/\\|/g' \
         -e "s~.*~| \`$command\` | & | $when | $commit |~" <<<"$output"
     } | LC_ALL=C sort -s -t'|' -k2,2
@@ -167,8 +167,7 @@ record() { # ARGUMENT...
 
 # Building and testing -----------------------------------------------------------------------------
 
-# Installs those of the Debian packages that are missing. On another system they are left to the
-# person and the build says what it does not find.
+# Installs the missing Debian packages. On another system, the build names missing libraries.
 require_packages() { # PACKAGE...
   command -v dpkg-query >/dev/null || return 0
   local missing
@@ -189,8 +188,8 @@ require_packages() { # PACKAGE...
   local log install=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive
     apt-get -qq install --no-install-recommends "${missing[@]}")
   log=$(mktemp)
-  # In the foreground: sudo may need the terminal. Package lists that are missing or too old show as
-  # a failure.
+  # In the foreground, because sudo may need the terminal. A failure may mean that package lists are
+  # missing or too old.
   "${install[@]}" >"$log" 2>&1 ||
     { "${as_root[@]}" apt-get -qq update && "${install[@]}"; } >"$log" 2>&1 || {
     cat "$log" >&2
@@ -211,10 +210,10 @@ build_preset() { # PRESET
   }
 }
 
-# Runs the tests of a preset and shows, of hundreds, those that fail and the summary. The tests with
-# the label "elsewhere" are for script/test-elsewhere. The files of the tests are in memory: on a disk,
-# the tests wait half of the time until the files are durable. Two more tests run than there are
-# processors: some tests wait for locks and for the end of other processes.
+# Runs the tests of a preset, and prints the failed tests and the summary. The tests with the label
+# "elsewhere" are for script/test-elsewhere. The files of the tests are in memory, because on a disk
+# the tests wait half of the time for syncs. Two tests more than processors run at the same time,
+# because some tests wait for locks and for other processes.
 run_tests() { # PRESET
   local log status=0 in_memory=()
   [ "$(uname)" = Darwin ] || in_memory=(Tests/Support/in-memory)
