@@ -105,11 +105,14 @@ def run_campaign(command, pool, sample):
 
 
 def run_model(command, model, pool, sample):
-    count = len(COMMANDS[command].subjects)
-    share = None if sample is None else max(1, sample // count)
+    """Runs all subjects. A sample has each subject under one of the models."""
+    subjects = range(len(COMMANDS[command].subjects))
+    share = None if sample is None else max(1, sample // len(subjects))
+    if share is not None:
+        subjects = subjects[MODELS.index(model)::len(MODELS)]
     counts, windows, faults = collections.Counter(), collections.Counter(), []
     for part in pool.imap_unordered(run_share, [(command, model, index, share)
-                                                for index in range(count)]):
+                                                for index in subjects]):
         counts += part[0]
         windows += part[1]
         faults += part[2]

@@ -29,6 +29,8 @@ HARMLESS = set("""
 
 LINE = re.compile(r"(\d+) +(\w+)\((.*)\) += (-?\w+|\?)(?: .*)?$")
 UNFINISHED = re.compile(r"(\d+ +\w+\(.*) <unfinished \.\.\.>$")
+# A process that is killed when the call begins: strace cannot read the call, and the kernel skips it.
+SKIPPED = re.compile(r"\d+ +(\?\?\?\(|<\.\.\. \?\?\? resumed>)")
 RESUMED = re.compile(r"(\d+) +<\.\.\. \w+ resumed>(.*)$")
 TEXT = re.compile(r'"((?:\\x[0-9a-f]{2})*)"(\.\.\.)?')
 
@@ -46,6 +48,8 @@ def parsed(lines):
     begun = {}
     for line in lines:
         line = line.rstrip("\n")
+        if SKIPPED.match(line):
+            continue
         unfinished, resumed = UNFINISHED.match(line), RESUMED.match(line)
         if unfinished:
             begun[line.split()[0]] = unfinished.group(1)
