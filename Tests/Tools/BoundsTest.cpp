@@ -108,8 +108,8 @@ TEST(Bounds, DirectoriesOfAPackageAreCountedOnce) {
                                     {"f", "x"},
                                     {"a/b/c/", ""},
                                     {"x/y", ""}}));
-  EXPECT_EQ(DirectoriesIn(directory / "zip"), 5U);
-  EXPECT_EQ(DirectoriesIn(directory / "none"), 0U);
+  EXPECT_EQ(LargestWorkOf(directory / "zip").directories, 5U);
+  EXPECT_EQ(LargestWorkOf(directory / "none").directories, 0U);
 }
 
 TEST(Bounds, PackageThatAsksForMillionsOfDirectoriesIsNotRead) {

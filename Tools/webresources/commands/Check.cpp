@@ -156,8 +156,8 @@ struct Proof {
 Prediction Prove(PackageReader& package, const std::string& packagePath, Proof& proof) {
   CatchInterruptions();
   const Scratch scratch;
-  RequireSpace(LargestContent(packagePath), package.EntryCount() + DirectoriesIn(packagePath),
-               scratch.path());
+  const LargestWork work = LargestWorkOf(packagePath);
+  RequireSpace(work.bytes, package.EntryCount() + work.directories, scratch.path());
   const std::string destination = scratch.path() + "/" + kFinalName;
   Prediction prediction = PredictAndExtract(package, destination);
   const FileTree predicted = TreeOf(prediction);

@@ -171,13 +171,20 @@ Findings FindBeforeCopy(const HostOptions& options, const Installation& installa
   const BundleFiles files = FindBundleFiles(*options.bundle);
   Findings findings;
   FindInStart(*files.program, options, findings);
-  FileTree tree;
-  if (FindOutOfBounds(files.package, options.limits).empty()) {
-    PackageReader package(files.package);
-    tree = TreeOf(PredictOutline(package));
+  // As the central directory states the sizes: one pass, and no tree.
+  std::uint64_t bytes = kBlock;  // of the top
+  std::uint64_t count = 1;
+  PackageReader package(files.package);
+  for (std::uint64_t content = 0; package.Next(); ++count) {
+    const std::uint64_t size = package.entry().size;
+    if (size > options.limits.maxSize - content) {
+      return findings;  // the inspection refuses the package
+    }
+    content += size;
+    bytes += RoundedUp(size) + kBlock;
   }
   FindInSpace(installation.installRoot, FreeSpaceAt(NearestExisting(installation.installRoot)),
-              BytesNeeded(tree) + BytesToCopy(files), tree.size(), findings);
+              bytes + BytesToCopy(files), count, findings);
   return findings;
 }
 

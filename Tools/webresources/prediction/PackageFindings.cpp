@@ -24,7 +24,7 @@ constexpr std::uint64_t kLargestRatio = 1032;
 
 /// What reading `entry` of a package of `fileSize` bytes costs at most: its data or, if that is
 /// more, what comes out of it. Both end where the stated size or the file ends.
-std::uint64_t LargestWork(const PackageEntry& entry, std::uint64_t fileSize) {
+std::uint64_t WorkOf(const PackageEntry& entry, std::uint64_t fileSize) {
   if (entry.kind != PackageEntry::Kind::File) {
     return 0;
   }
@@ -41,25 +41,10 @@ std::uint64_t SizeOfFile(const std::string& path) {
 
 }  // namespace
 
-std::uint64_t LargestContent(const std::string& path) {
-  const std::uint64_t fileSize = SizeOfFile(path);
-  PackageReader package(path);
-  std::uint64_t sum = 0;
-  while (package.Next()) {
-    const std::uint64_t work = LargestWork(package.entry(), fileSize);
-    sum += std::min(work, std::numeric_limits<std::uint64_t>::max() - sum);
-  }
-  return sum;
-}
+namespace {
 
-std::uint64_t DirectoriesIn(const std::string& path) {
-  std::vector<std::string> names;
-  PackageReader package(path);
-  while (package.Next()) {
-    if (package.entry().kind == PackageEntry::Kind::Directory) {
-      names.emplace_back(package.entry().name);
-    }
-  }
+/// Returns how many directories `names` ask for, each counted once.
+std::uint64_t DirectoriesIn(std::vector<std::string> names) {
   std::sort(names.begin(), names.end());
   std::uint64_t count = 0;
   std::string before;
@@ -72,22 +57,37 @@ std::uint64_t DirectoriesIn(const std::string& path) {
   return count;
 }
 
-namespace {
-
 void FindInSize(const std::string& path, const Limits& limits, Findings& findings) {
-  if (const std::uint64_t size = LargestContent(path); size > limits.maxSize) {
+  const LargestWork work = LargestWorkOf(path);
+  if (work.bytes > limits.maxSize) {
     Add(findings, kContentTooLarge, kPackageFileName,
-        "its entries can hold " + std::to_string(size) + " bytes, and " +
+        "its entries can hold " + std::to_string(work.bytes) + " bytes, and " +
             std::to_string(limits.maxSize) + " are allowed: no data is read");
   }
-  if (const std::uint64_t count = DirectoriesIn(path); count > limits.maxDirectories) {
+  if (work.directories > limits.maxDirectories) {
     Add(findings, kTooManyDirectories, kPackageFileName,
-        "its entries ask for " + std::to_string(count) + " directories, and " +
+        "its entries ask for " + std::to_string(work.directories) + " directories, and " +
             std::to_string(limits.maxDirectories) + " are allowed: no data is read");
   }
 }
 
 }  // namespace
+
+LargestWork LargestWorkOf(const std::string& path) {
+  const std::uint64_t fileSize = SizeOfFile(path);
+  PackageReader package(path);
+  LargestWork largest;
+  std::vector<std::string> directories;
+  while (package.Next()) {
+    const std::uint64_t work = WorkOf(package.entry(), fileSize);
+    largest.bytes += std::min(work, std::numeric_limits<std::uint64_t>::max() - largest.bytes);
+    if (package.entry().kind == PackageEntry::Kind::Directory) {
+      directories.emplace_back(package.entry().name);
+    }
+  }
+  largest.directories = DirectoriesIn(std::move(directories));
+  return largest;
+}
 
 Findings FindOutOfBounds(const std::string& path, const Limits& limits) {
   Findings findings;

@@ -23,15 +23,17 @@ struct Limits {
   std::uint64_t maxDirectories = 1000000;
 };
 
-/// Returns how many bytes the installer reads or writes at most for all entries of the package at
-/// `path` together. Reads its directory, no data. Returns 0 if the package is missing or cannot be
-/// opened.
-std::uint64_t LargestContent(const std::string& path);
+/// The largest work that a package can cause.
+struct LargestWork {
+  std::uint64_t bytes = 0;  ///< That the installer reads or writes for all entries together.
+  /// That the entries ask for, each counted once; a name with "." or ".." components can count
+  /// more.
+  std::uint64_t directories = 0;
+};
 
-/// Returns how many directories the entries of the package at `path` ask for, each counted once; a
-/// name with "." or ".." components can count more. Reads its directory, no data. Returns 0 if the
-/// package is missing or cannot be opened.
-std::uint64_t DirectoriesIn(const std::string& path);
+/// Returns the largest work for the package at `path`. Reads the central directory once, and no
+/// data. Returns no work if the package is missing or cannot be opened.
+LargestWork LargestWorkOf(const std::string& path);
 
 /// Returns why the package at `path` must not be read: its entries hold more than `limits` allow.
 /// Says also whether they share data and whether their number is wrong. Returns no findings
