@@ -14,9 +14,10 @@ HEAD = """# Findings
 Every finding of `webresources` has one of these identifiers. `script/lib/findings.py` writes this
 page from the rules of the program.
 
-- **error**: the installation is incorrect, or the installer will not install the content as packed.
-  `pack` and `install` refuse such content.
+- **error**: the installation is incorrect, or a run does not install the content unchanged on every
+  system. `pack` refuses content with errors, and `install` refuses a bundle with errors.
 - **warning**: the result can differ from the intention, or other tools can reject the package.
+  `pack` refuses warnings, too, unless `--allow-warnings` is given. `install` accepts warnings.
 
 The column "Remedy" is the text after `fix:` in the output, and the member `fix` in JSON. Identifiers
 and severities stay stable: [compatibility.md](compatibility.md).

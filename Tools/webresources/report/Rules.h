@@ -49,11 +49,11 @@ inline constexpr Rule kCaseCollision{"case-collision", Severity::Error,
 inline constexpr Rule kNormalizationCollision{
     "normalization-collision", Severity::Error,
     "rename one of the two: some volumes can hold only one"};
-/// The bundle's installer is missing, not a regular file, or not executable. `plan` and `install`: the
-/// installer is for another processor or system.
+/// The bundle's installer is missing, is no regular file, or is not executable. `plan` and
+/// `install` also report an installer for another processor or system.
 inline constexpr Rule kProgramUnusable{
     "program-unusable", Severity::Error,
-    "give the installer the mode 0755, or make the bundle again"};
+    "give the installer the mode 0755, or make the bundle again for this system"};
 
 // An entry of the package.
 
@@ -85,7 +85,7 @@ inline constexpr Rule kNameUnflagged{
 inline constexpr Rule kNameUnclean{
     "name-unclean", Severity::Warning,
     "pack with plain relative names and \"/\" between their components"};
-/// A later entry writes the same file, or makes the same directory.
+/// Two entries write the same file, or make the same directory. The last entry counts.
 inline constexpr Rule kDuplicateEntry{"duplicate-entry", Severity::Error,
                                       "remove one of the entries"};
 /// The entry is neither stored nor deflated.
@@ -97,7 +97,7 @@ inline constexpr Rule kEncrypted{"encrypted", Severity::Error, "pack without a p
 inline constexpr Rule kHeadersDiffer{
     "headers-differ", Severity::Error,
     "pack the directory again: the two headers of an entry must agree"};
-/// The local header of the entry is damaged. A file with this defect is skipped.
+/// The local header of the entry is damaged. The installer skips a file, and makes a directory.
 inline constexpr Rule kDamagedEntry{"damaged-entry", Severity::Error, "pack the directory again"};
 /// The data is damaged or ends early. The bytes before the damage are installed.
 inline constexpr Rule kDamagedData{"damaged-data", Severity::Error, "pack the directory again"};
@@ -158,7 +158,8 @@ inline constexpr Rule kMetadataMemberType{
 /// The update number does not fit 32 bits. The run aborts.
 inline constexpr Rule kMetadataUpdateidRange{"metadata-updateid-range", Severity::Error,
                                              "use a number from -2147483648 to 2147483647"};
-/// The update number is so large that the installer records another number.
+/// The update number is out of range, but the overflow in the scanner gives a number of 32 bits.
+/// The installer records that other number.
 inline constexpr Rule kMetadataUpdateidMisread{"metadata-updateid-misread", Severity::Error,
                                                "use a number from -2147483648 to 2147483647"};
 /// The full version holds only 9 characters of the update number.
@@ -178,7 +179,7 @@ inline constexpr Rule kNotInstalled{"not-installed", Severity::Error, kRunInstal
 inline constexpr Rule kFileMissing{"file-missing", Severity::Error, kRunInstall};
 /// The content of a file differs from the package.
 inline constexpr Rule kFileDiffers{"file-differs", Severity::Error, kRunInstall};
-/// An installed entry is a file, a directory or a link, and the package has another type.
+/// An installed entry has another type (file, directory, link) than the entry of the package.
 inline constexpr Rule kFileType{"file-type", Severity::Error, kRunInstall};
 /// The installed directory has a file or directory that is not in the package.
 inline constexpr Rule kFileExtra{"file-extra", Severity::Error,
@@ -199,20 +200,23 @@ inline constexpr Rule kRecordVersion{"record-version", Severity::Error, kRunInst
 /// The random identifier is not from 1 to 10000.
 inline constexpr Rule kRecordRandom{"record-random", Severity::Error,
                                     "run webresources install, which draws a new one"};
-/// The place of the install root, or of the new directory, has an entry of another type.
+/// Another entry is at the path of the install root or of the new directory, so the directory
+/// cannot be made.
 inline constexpr Rule kRootBlocked{"root-blocked", Severity::Error,
                                    "remove the entry that is in the place of the directory"};
-/// A mode is not 0755 or 0644, or the access of other users to a place of the product is wrong.
+/// A mode of the content is not 0755 or 0644, or other users can write or cannot read a directory
+/// or file of the product.
 inline constexpr Rule kModeDiffers{"mode-differs", Severity::Error,
-                                   "run webresources install, or use --ignore-modes"};
-/// A file or place of the product belongs neither to root nor to the owner of the topmost
+                                   "run webresources install; --ignore-modes omits this check"};
+/// A file or directory of the product belongs neither to root nor to the owner of the host's root
 /// directory.
 inline constexpr Rule kOwnerDiffers{"owner-differs", Severity::Error,
-                                    "run webresources install, or use --ignore-modes"};
+                                    "run webresources install; --ignore-modes omits this check"};
 /// A directory above the product belongs to another user, or other users can write to the directory
 /// or cannot enter it.
-inline constexpr Rule kDirectoryAccess{"directory-access", Severity::Error,
-                                       "run the command in the reason, or use --ignore-modes"};
+inline constexpr Rule kDirectoryAccess{
+    "directory-access", Severity::Error,
+    "run the command in the reason; --ignore-modes omits this check"};
 /// The receipt describes another update or package. A run without `install` came later.
 inline constexpr Rule kReceiptDiffers{"receipt-differs", Severity::Error,
                                       "run webresources install"};
@@ -228,12 +232,13 @@ inline constexpr Rule kReceiptDamaged{"receipt-damaged", Severity::Error,
 /// `plan` and `install`: the host has a newer update than the bundle.
 inline constexpr Rule kNewerInstalled{"newer-installed", Severity::Error,
                                       "install a newer bundle, or use --allow-downgrade"};
-/// `plan` and `install`: the volume has no space, or too few inodes, for the private copy and the new
-/// content beside the installed content.
+/// `plan` and `install`: the volume has no space, or too few inodes, for the private copy and the
+/// new content beside the installed content.
 inline constexpr Rule kNoSpace{"no-space", Severity::Error, "free space on the volume"};
-/// `install` only: the exit status of the installer was not 0.
+/// `install` only: the installer ended with a signal, or with another exit status than 0.
 inline constexpr Rule kStepFailed{"step-failed", Severity::Error,
-                                  "run the bundle's installer to find the cause"};
+                                  "compare the installer in Contents/MacOS with the original; "
+                                  "after SIGKILL, look for a lack of memory"};
 
 }  // namespace webresources
 
