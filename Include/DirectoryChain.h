@@ -10,15 +10,15 @@ constexpr std::size_t kPathSize = 1024;
 
 /// Makes the directory `path` and its missing ancestors, outermost first.
 ///
-/// OSUtils::EnsureDirectoryExists() calls this function for the disk. The companion command calls
-/// the function for a predicted tree, which therefore gets its directories in the same order.
+/// OSUtils::EnsureDirectoryExists() calls this function for the disk. `webresources` calls the
+/// function for a predicted tree, so both trees get their directories in the same order.
 ///
 /// `isReadable(path)` returns whether `path` exists and is readable. `makeDirectory(path)` makes
 /// one directory and returns whether that succeeded. Both get a zero-terminated path.
 ///
 /// Returns true if `path` was readable or was made. Returns false after the first failed
-/// `makeDirectory`: the ancestors made before stay. A path of 1,024 bytes or more is truncated to
-/// 1,023 bytes.
+/// `makeDirectory`. Ancestors that were made before stay. A path of 1,024 bytes or more is
+/// truncated to 1,023 bytes.
 template <typename IsReadable, typename MakeDirectory>
 bool MakeDirectoryChain(const std::string& path, IsReadable isReadable,
                         MakeDirectory makeDirectory) {
@@ -31,7 +31,7 @@ bool MakeDirectoryChain(const std::string& path, IsReadable isReadable,
   if (length > 0 && buffer[length - 1] == '/') {
     buffer[length - 1] = '\0';
   }
-  // The search starts at the second character: no directory ends at the leading "/".
+  // The search starts at the second character, because the leading "/" ends no name.
   for (char* end = buffer; *end != '\0' && (end = std::strchr(end + 1, '/')) != nullptr;) {
     *end = '\0';
     if (!isReadable(buffer) && !makeDirectory(buffer)) {

@@ -13,7 +13,8 @@
 /// parameter `hostRoot` is the directory at which the host's file system is mounted. An empty
 /// `hostRoot` means this host. On a Mac, only this host is supported.
 struct InstallRecord {
-  /// The state of a stored value. WebRegInfo gives Absent and Unusable values the same default.
+  /// The state of a stored value. In `values`, an Absent or Unusable number is -1, and an Absent or
+  /// Unusable string is empty.
   enum class State {
     Absent,
     Usable,

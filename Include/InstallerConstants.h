@@ -6,7 +6,8 @@
 /// The release year, a part of both strings below.
 #define PRODUCT_YEAR "2017"
 
-// Each source unit that includes this header builds its own copy of both strings before main().
+// Each source file has its own copy of both strings, made before main(). Do not use the strings in
+// the initialization of another static object.
 
 /// The application identifier of the preferences domain. The suffix ".plist" belongs to the
 /// identifier on purpose, and no code strips the suffix.

@@ -18,11 +18,12 @@ class InstallerUtils {
   InstallerUtils() = delete;
 
   /// Extracts every entry of the zip archive at `zipPath` into the directory `destDir`. Makes
-  /// `destDir` and its missing ancestors, even if the archive is missing. Changes neither argument.
+  /// `destDir` and its missing ancestors, even if the archive is missing. Changes neither argument:
+  /// the signature with non-const references is fixed.
   ///
-  /// Returns false only if `destDir` cannot be made or is a symbolic link. Lenient on purpose: a
-  /// missing or damaged archive is ignored without a message, like an entry that cannot be opened,
-  /// read or written. Bytes that were written before such a failure stay.
+  /// Returns false only if `destDir` cannot be made or is a symbolic link. The extraction is
+  /// lenient on purpose: it ignores a missing or damaged archive, and an entry that cannot be
+  /// opened, read or written. Bytes that were written before such a failure stay.
   ///
   /// Each subdirectory must have a directory entry (a name that ends in "/") before the entries of
   /// the files in the subdirectory. A file whose directory does not exist is skipped. An entry is
@@ -33,12 +34,13 @@ class InstallerUtils {
   ///  - a regular file with one link is truncated and rewritten, and keeps its mode and owner; a
   ///    file that the user cannot write is skipped;
   ///  - a symbolic link, a file with several hard links, a FIFO, a socket or a device is removed
-  ///    first, because a write could change a file elsewhere or wait without end.
+  ///    first, because a write could change a file elsewhere or wait without end;
+  ///  - a directory stays, and the entry is skipped.
   static bool UncompressPackageFiles(std::string& zipPath, std::string& destDir);
 
   /// Extracts `package` as UncompressPackageFiles() does. Calls `afterEntry` after each entry,
-  /// skipped entries included: package.entry() and package.data() then describe that entry. The
-  /// companion command predicts from these descriptions and reads no data a second time.
+  /// skipped entries included. During the call, package.entry() and package.data() describe the
+  /// entry. `webresources` predicts from these two objects, and so reads no data a second time.
   /// Requires: package.Next() was never called.
   static bool UncompressPackage(PackageReader& package, const std::string& destDir,
                                 const std::function<void()>& afterEntry);

@@ -14,7 +14,8 @@
 class MetadataHelper {
  public:
   /// Returns the single instance. The first call reads the file. Throws QDOException with code 3 if
-  /// the last word does not start a JSON object; the next call then reads the file again.
+  /// the last word does not start a JSON object. After this exception, the next call reads the file
+  /// again.
   static MetadataHelper& getInstance();
 
   /// Makes an instance that answers from `object`, independent of getInstance(). Throws
@@ -39,9 +40,9 @@ class MetadataHelper {
   MetadataHelper(const MetadataHelper&) = delete;
   MetadataHelper& operator=(const MetadataHelper&) = delete;
 
-  // Each query returns the value of its member. Throws QDOException with code 3 if the member is
-  // missing or has another type; a missing member is inserted as Undefined. The number 1 is no
-  // boolean. The update number must fit a signed 32-bit integer.
+  // Each query returns the value of its member. A query throws QDOException with code 3 if the
+  // member is missing or has another type. A query for a missing member first inserts the member as
+  // Undefined. The number 1 is no boolean. The update number must fit a signed 32-bit integer.
 
   bool shouldClearRegistry();     ///< "clear": clear the install record first.
   int getUpdateId();              ///< "updateid": the update number to record.

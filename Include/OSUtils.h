@@ -4,7 +4,8 @@
 #include <cstdint>
 #include <string>
 
-/// The four values of the install record. A caller keeps them here while the domain is cleared.
+/// The four values of the install record. A run keeps the values in this structure while the domain
+/// is cleared.
 struct WebRegInfo {
   std::int32_t random = -1;    ///< Random identifier, 1 to 10000; -1 when absent.
   std::int32_t updateId = -1;  ///< Number of the installed update; -1 when absent.
@@ -23,7 +24,8 @@ class OSUtils {
 
   // Locations -----------------------------------------------------------------------------------
 
-  /// Returns the install root, which ends in "/". The directory need not exist.
+  /// Returns the install root, which ends in "/". The directory need not exist. The name of this
+  /// operation is fixed, and "Pellam" has no meaning here.
   static std::string GetPellamResourceDirectory();
 
   /// Returns `a` followed by `b`. Adds, removes and normalises no separator: a directory in `a`
@@ -39,8 +41,9 @@ class OSUtils {
 
   // Resource directories ------------------------------------------------------------------------
 
-  /// Returns the first of "Resource0", "Resource1", … that is not readable under `root`. The test
-  /// is for readable, not for existing, on purpose: an unreadable entry counts as free.
+  /// Returns the first of "Resource0", "Resource1", … that is not readable under `root`. On
+  /// purpose, the function tests whether an entry is readable, and not whether an entry exists: an
+  /// unreadable entry counts as free.
   /// Requires: `root` ends in "/".
   static std::string GetUniqueDirectoryName(const std::string& root);
 
@@ -48,8 +51,8 @@ class OSUtils {
   /// may be relative or absolute, may end in "/", and is truncated to 1,023 bytes.
   ///
   /// Returns true if `path` was readable or was made. Returns false after the first directory that
-  /// cannot be made: the ancestors made before stay. An existing path that is not readable
-  /// therefore gives false.
+  /// cannot be made. Ancestors that were made before stay. Also returns false for an existing path
+  /// that is not readable, because a directory cannot be made there.
   static bool EnsureDirectoryExists(const std::string& path);
 
   /// Deletes the directory tree at `path`, except the entries that cannot be deleted. Symbolic
@@ -59,7 +62,8 @@ class OSUtils {
 
   /// Deletes every entry of the directory `root` except the entry named `keep`: files, symbolic
   /// links, and directories with their contents. `root` itself stays. Always returns true. The
-  /// directory stream of `root` stays open until the process ends, on purpose.
+  /// directory stream of `root` stays open until the process ends, on purpose: the process is
+  /// short, and the rename that follows does not need a closed stream.
   /// Requires: `root` ends in "/".
   static bool DeleteAllDirectoryExceptOne(const std::string& root, const std::string& keep);
 
@@ -69,8 +73,9 @@ class OSUtils {
 
   // Install record ------------------------------------------------------------------------------
   //
-  // Each Register operation sets one value in the preferences domain PLIST_SECTION_KEY and flushes
-  // the domain. Returns whether the flush succeeded.
+  // Each Register operation sets one value in the preferences domain PLIST_SECTION_KEY, flushes the
+  // domain, and returns whether the flush succeeded. After a failure, the next flush writes the
+  // value.
 
   /// Records the name of the installed directory, without the install root.
   static bool RegisterWebResourcePath(const std::string& path);
@@ -87,7 +92,7 @@ class OSUtils {
   /// The largest random identifier; the smallest is 1.
   static constexpr int kLargestRandom = 10000;
 
-  /// Draws a random identifier from 1 to kLargestRandom and records the identifier, in place of a
+  /// Draws a random identifier from 1 to kLargestRandom and records the identifier. Replaces a
   /// recorded identifier. The seed is the time in seconds: two calls within one second record the
   /// same identifier.
   static bool RegisterRandom();
@@ -100,11 +105,12 @@ class OSUtils {
   static void OldInfo(WebRegInfo* info);
 
   /// Removes every key of the domain, the keys of other programs included, and flushes the domain.
-  /// Returns whether the flush succeeded. Returns false, without a flush, if the domain has no
-  /// keys.
+  /// Returns whether the flush succeeded. Also returns false if the domain has no keys: then there
+  /// is nothing to flush.
   static bool ClearRegistry();
 
-  /// Records the values in `*info` that are not absent. Returns whether the final flush succeeded.
+  /// Records the values in `*info` that are not absent, with up to three flushes. Returns whether
+  /// the last flush succeeded, which writes all pending values.
   static bool MakeFreshRegistry(WebRegInfo* info);
 };
 

@@ -34,7 +34,7 @@ struct PackageEntry {
 /// The result of reading the data of an entry.
 struct EntryData {
   enum class End {
-    Unread,    ///< The data was not opened, or was not read to the end.
+    Unread,    ///< The data was not opened, or the caller closed the data early.
     Complete,  ///< The data has the stated size and checksum.
     Early,     ///< The data ended before the stated size.
     Damaged,   ///< A read failed.
@@ -56,8 +56,8 @@ struct EntryData {
 ///       }
 ///     }
 ///
-/// No other code calls the zip library. Extraction, prediction and comparison read through this
-/// class, and therefore stop at the same errors. Reading ends after the entry count that the
+/// No other code reads with the zip library. Extraction, prediction and comparison read through
+/// this class, so all three stop at the same errors. Reading ends after the entry count that the
 /// archive states, or at the first entry that cannot be found. All entries share one buffer for
 /// names and one buffer for data. No operation throws. Not thread-safe.
 class PackageReader {
@@ -72,8 +72,8 @@ class PackageReader {
   bool IsOpen() const { return archive_ != nullptr; }
 
   /// Returns the number of entries that the archive states, or 0 if the number cannot be read. The
-  /// first call of EntryCount() or Next() reads the number, after the extraction has made its
-  /// destination.
+  /// first call of EntryCount() or Next() reads the number. In a run, the destination directory
+  /// exists before that call.
   std::uint64_t EntryCount();
 
   /// Moves to the first entry at the first call, and to the next entry at each later call. Returns
@@ -94,8 +94,8 @@ class PackageReader {
   /// Returns the bytes of the last Read(). Valid until the next Read().
   const char* portion() const { return portion_; }
 
-  /// Makes a Read() fail while `isStopped` returns true. The companion command thus stops in the
-  /// middle of a large entry. Default: reading never stops, as in the installer.
+  /// Makes each Read() fail while `isStopped` returns true. With this function, `webresources`
+  /// stops in the middle of a large entry. Default: reading never stops, as in the installer.
   void StopWhen(bool (*isStopped)()) { isStopped_ = isStopped; }
 
   /// Closes the opened data.
@@ -106,8 +106,8 @@ class PackageReader {
   const EntryData& data() const { return data_; }
 
   /// Returns the kind of an entry with the zero-terminated `name` and the stored name length
-  /// `length`. Never returns Unreadable. If `length` is kNameSize or more, `name` may be truncated
-  /// and without a terminating zero, and is not read.
+  /// `length`. Never returns Unreadable. If `length` is kNameSize or more, the function does not
+  /// read `name`, which may then lack a terminating zero.
   static PackageEntry::Kind KindOf(const char* name, unsigned long length);
 
  private:

@@ -54,12 +54,18 @@ class QDOJSONText {
   QDOJSONText(const unsigned char* input, unsigned int length) : input_(input), length_(length) {}
 
   // Each operation reads at the current position and moves the position. A bool result tells
-  // whether the operation succeeded.
+  // whether the operation succeeded. After a failure, advance(), take() and takeInText() have not
+  // moved. After a failure of another operation, the position is unspecified.
 
-  /// On failure, `number` is 0: a double if the scanner has read a decimal point, else an integer.
+  /// Reads a number. On failure, `number` is 0. The 0 is a double after a decimal point, and an
+  /// integer otherwise.
   bool scanNumber(Number& number);
+  /// Reads an optional exponent. Without an exponent, succeeds and changes neither argument. After
+  /// "-", `positive` is false and `exponent` is not positive.
   bool scanExponent(long long& exponent, bool& positive);
+  /// Reads digits as an integer, which wraps at 64 bits. Fails without a digit; `value` is then 0.
   bool adv_digits(long long& value);
+  /// Reads the digits of a fraction. Fails without a digit; `value` is then 0.
   bool adv_decimal_digits(double& value);
 
   bool scanRestOfNull() { return scanRestOfLiteral("ull", 3); }
@@ -78,8 +84,8 @@ class QDOJSONText {
   /// Skips one UTF-8 character. Returns false, and does not move, if no valid character follows.
   bool advance();
 
-  /// Returns the byte `offset` bytes after the position. Requires: the bytes from the position up
-  /// to `offset` are not zero. The zero byte after the text therefore ends every look-ahead.
+  /// Returns the byte `offset` bytes after the position. Requires: no byte from the position to the
+  /// byte before `offset` is zero. So no look-ahead passes the zero byte after the text.
   unsigned char byteAt(unsigned int offset) const { return input_[position_ + offset]; }
   bool isContinuation(unsigned int offset) const { return (byteAt(offset) & 0xC0U) == 0x80U; }
   bool isDigit(unsigned int offset) const { return byteAt(offset) >= '0' && byteAt(offset) <= '9'; }
@@ -105,9 +111,9 @@ class QDOJSONText {
 ///
 /// A syntax error makes succeeded() return false. The root keeps the members or elements before the
 /// error, and drops the member or element with the error: `{"a":1,"b":[2,tru]}` gives an object
-/// with only "a". A root string without an end keeps the bytes up to its last escape sequence. Text
-/// after the root value is ignored. Each level of nesting uses stack; the depth has no limit. Not
-/// thread-safe, except that several threads may call const operations.
+/// with only "a". A root string without a closing quote keeps only the bytes up to the last escape
+/// sequence. Text after the root value is ignored. Each level of nesting uses stack; the depth has
+/// no limit. Not thread-safe, except that several threads may call const operations.
 ///
 /// These quirks are kept on purpose:
 ///  - vertical tab and form feed are whitespace;
@@ -164,8 +170,8 @@ class QDOJSONScanner : public QDOJSONText {
         target_.becomeNull(value);
         return scanRestOfNull();
       default:
-        // Any other byte leaves the value unset, on purpose. The caller rejects or accepts the
-        // byte.
+        // A digit, "-" or "." starts a number. Any other byte leaves the value unset, on purpose:
+        // the caller accepts or rejects the byte.
         return !(isDigit(0) || byteAt(0) == '-' || byteAt(0) == '.') || parseNumber(value);
     }
   }
@@ -254,7 +260,8 @@ class QDOJSONScanner : public QDOJSONText {
 };
 
 /// The target of a scanner that makes a tree. The scanner reads a JSON value into a Value, which is
-/// unset at first. A Child is a value, and a Key is a key, before their insertion into a container.
+/// unset at first. A Child holds a value before its insertion into a container. A Key holds the
+/// name of a member before its insertion.
 struct QDOJSONTree {
   using Value = QDOJSONValue;
   using Child = std::shared_ptr<QDOJSONValue>;
@@ -298,8 +305,9 @@ struct QDOJSONTree {
   /// Returns whether the target accepts the key. The scanner treats another key as a syntax error.
   static bool takesKey(const UTF8String& /*text*/) { return true; }
   static Key makeKey(const UTF8String& text) { return text; }
-  /// Inserts the member, unless the object has an equal key. Does not call emplace(): the order of
-  /// the empty key is inconsistent, and emplace() of some libraries then drops a new key.
+  /// Inserts the member, unless the object has an equal key. Does not call emplace():
+  /// UTF8String::compare() orders the empty key inconsistently, and emplace() of some libraries
+  /// then drops a new key.
   static void insert(Object* object, Key key, Child member) {
     object->insert(Object::value_type(std::move(key), std::move(member)));
   }

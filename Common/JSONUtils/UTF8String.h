@@ -43,14 +43,15 @@ class UTF8String {
   /// Returns a negative number, 0 or a positive number: the order of the bytes as unsigned numbers,
   /// then the difference of the lengths.
   ///
-  /// Two quirks are kept on purpose. The difference is truncated to 16 bits: one byte "a" equals
-  /// 65,537 bytes "a". An empty string and any other string are each less than the other: a map may
-  /// miss an empty key, or hold the key twice.
+  /// Two quirks are kept on purpose. The difference of the lengths is truncated to 16 bits: one "a"
+  /// equals 65,537 times "a". An empty string and any other string are each less than the other: a
+  /// map may miss an empty key, or hold the key twice.
   std::int16_t compare(const UTF8String& other) const;
 
   /// Reads the string as an unsigned decimal number into `out`. Overflow wraps at 64 bits. Returns
-  /// whether every byte is a digit; a sign and whitespace are no digits. If not, `out` is the
-  /// number before the first other byte. An empty string gives true and 0.
+  /// whether every byte is a digit; a sign and whitespace are no digits. If a byte is no digit,
+  /// `out` is the number before that byte. An empty string gives true and 0. The name "WS" is
+  /// fixed: the function skips no whitespace.
   bool scanWSInt64(long long& out) const;
 
  private:

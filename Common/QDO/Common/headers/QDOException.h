@@ -5,11 +5,11 @@
 
 class QDOObject;
 
-/// A failure of an operation on dynamic values, described by a code from 0 to 13.
+/// A failure of an operation on dynamic values. The codes 0 to 13 have messages.
 ///
-/// The operations throw the codes 1 (memory exhausted), 2 (null) and 3 (wrong type). Throw
-/// exceptions by value and catch them by reference. No operation allocates memory. An object never
-/// changes, so several threads may read the object.
+/// The operations of QDOObject throw only the codes 1 (memory exhausted), 2 (null) and 3 (wrong
+/// type). Throw exceptions by value and catch them by reference. The functions of this class
+/// allocate no memory. An exception never changes, so several threads may read the same exception.
 class QDOException : public std::exception {
  public:
   explicit QDOException(int code) noexcept : code_(code) {}

@@ -23,9 +23,10 @@
 /// depth, because a destruction uses a bounded part of the stack.
 ///
 /// Do not put a container into itself: the cycle of references is not detected and is never freed.
-/// A setter, destroy() or a clear operation such as clearMap() on the inner value breaks the cycle.
-/// The call may destroy the inner value: do not use the reference that a setter returns. Do not
-/// break the cycle through the container itself: see getVector() and getMap().
+/// To break the cycle, call a setter, destroy() or a clear operation such as clearMap() on the
+/// value inside the container. This call may destroy that value, so do not use the reference that a
+/// setter returns. Do not break the cycle through the container itself: see getVector() and
+/// getMap().
 ///
 /// Only one thread at a time may use a value. Different threads may copy and destroy different
 /// values that share a string or a container.
@@ -45,8 +46,8 @@ class QDOObject {
     Map = 9,
     Handle = 10,  ///< A shared object of a class that is defined elsewhere.
     Set = 11,
-    ProxyId = 12,
-    Null = 13,  ///< A null value, for example JSON's null.
+    ProxyId = 12,  ///< An unsigned 32-bit identifier, written "12^" in JSON.
+    Null = 13,     ///< A null value, for example JSON's null.
   };
 
   QDOObject() noexcept = default;
@@ -61,8 +62,8 @@ class QDOObject {
   static QDOObject makeBool(bool value) noexcept;
 
   // Setters. Each setter replaces the old value and returns this value. The old value is released
-  // last, so the argument may be a part of the old value. A setter that makes a string or a
-  // container throws QDOException with code 1 if memory is exhausted; this value is then Undefined.
+  // last, so the argument may be a part of the old value. If memory is exhausted, a setter that
+  // makes a string or a container throws QDOException with code 1 and leaves this value Undefined.
 
   QDOObject& set(const long long& value);  ///< Makes an Int64.
   /// Makes an Int64, from every integer type whose values all fit.
@@ -81,27 +82,28 @@ class QDOObject {
   /// Makes the initial value of `type`: false, 0, an empty string or container, or a Handle without
   /// content. A type above Null makes Undefined.
   QDOObject& set(Type type);
-  /// Makes a copy of `other` in constant time. The copy of a string or a container is shared. A
-  /// copy of a value to itself makes the value Undefined, on purpose. Throws std::bad_alloc, and
-  /// leaves this value Undefined, if memory is exhausted.
+  /// Makes a copy of `other` in constant time. The copy of a string or a container is shared.
+  /// `value.set(value)` makes the value Undefined: this quirk is kept on purpose. Throws
+  /// std::bad_alloc, and leaves this value Undefined, if memory is exhausted.
   ///
-  /// Throws QDOObjectException with code 2 and a null object if `other` is without content: a
-  /// Handle, or a String, Vector, Map or Set after a clear operation. This value is then a String
-  /// without content if `other` is a String, else Undefined, on purpose.
+  /// Throws QDOObjectException with code 2 and a null object if `other` has no content. A Handle
+  /// has no content, and neither has a String, Vector, Map or Set after a clear operation. This
+  /// value is then a String without content if `other` is a String, else Undefined, on purpose.
   QDOObject& set(const QDOObject& other);
   /// Makes a String from the zero-terminated `text`. Requires: `text` is not null.
   void setString(const char* text);
   /// Makes a ProxyId from another ProxyId, or from a value that satisfies IsUInt(). Any other value
-  /// gives the identifier 0. If `source` is this value, the identifier is the low 32 bits of the
-  /// old number, on purpose.
+  /// gives the identifier 0. If `source` is this value, the new identifier has the low 32 bits of
+  /// the old number. This quirk is kept on purpose.
   QDOObject& setProxyId(const QDOObject& source);
 
   void createVector();  ///< Makes an empty Vector.
   void createMap();     ///< Makes an empty Map.
   void createSet();     ///< Makes an empty Set.
 
-  // Each operation releases this value's reference to its content, if the value has the type in the
-  // name. The type stays, and the value is then without content. Other copies keep the content.
+  // Each operation releases the content if the value has the type in the operation's name, and does
+  // nothing otherwise. The type stays, and the value then has no content. Other copies keep the
+  // content.
 
   void clearString() noexcept { clear(String); }
   void clearVector() noexcept { clear(Vector); }
@@ -150,8 +152,8 @@ class QDOObject {
   }
 
   /// Returns the map's member named `key`. A missing member is inserted as Undefined. Throws
-  /// QDOObjectException with code 3 and this value if the value is no Map: another class than
-  /// getMap() throws, on purpose.
+  /// QDOObjectException with code 3 and this value if the value is no Map. On purpose, getMap()
+  /// throws another class, QDOException.
   QDOObject& operator[](const std::string& key);
 
  private:
@@ -179,8 +181,8 @@ class QDOObject {
   Element& element(Type type) const;
 
   Type type_ = Undefined;
-  /// The bits of the value, the address of a Holder that this value owns, or null. The member is
-  /// one integer, so that a read of any type gets defined bits after a write of another type.
+  /// The bits of the value, the address of an owned Holder, or null. One integer serves all types,
+  /// so the bits are defined even if one type is written and another type is read.
   std::uint64_t payload_ = 0;
 };
 

@@ -15,16 +15,16 @@ class QDOJSONParser {
  public:
   QDOJSONParser() = delete;
 
-  /// Returns the value of `text`. A syntax error is no failure: the result is the value read before
-  /// the error, or Undefined if the text starts with no value. Integers become Int64, other numbers
+  /// Returns the value of `text`. A syntax error is ignored: the result is the value before the
+  /// error, or Undefined if the text starts with no value. Integers become Int64, other numbers
   /// Double, and unset nodes Undefined. QDOJSONScanner describes the quirks.
   ///
   /// With `proxyConvention`, a string that ends in "^" becomes a ProxyId from its leading decimal
   /// digits, for example "12^". A string that ends in "^^" loses one "^" and stays a string. The
   /// string "^" stays as well.
   ///
-  /// Throws QDOException with code 1 or std::bad_alloc if memory is exhausted. Uses the length of
-  /// the text modulo 2^32.
+  /// If memory is exhausted, throws either QDOException with code 1 or std::bad_alloc: catch both.
+  /// Uses the length of the text modulo 2^32.
   static QDOObject fromJSON(const std::string& text, bool proxyConvention);
 };
 
