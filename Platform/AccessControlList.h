@@ -4,26 +4,26 @@
 #include <optional>
 #include <string>
 
-/// The access control lists of files and directories: the rights that a mode does not tell. A file
-/// system without such lists has empty ones.
+/// The access control lists of files and directories: rights in addition to the mode. On a file
+/// system without such lists, every list is empty.
 ///
 /// One back end is compiled in: `apple/` on macOS, `posix/` elsewhere (Linux).
 class AccessControlList {
  public:
   AccessControlList() = delete;
 
-  /// The command for people that removes a list, without the path.
+  /// A shell command that removes a list. The reader appends the path.
   static const char* const kRemovalCommand;
 
-  /// Returns whether the list of `path`, links followed, lets a user write, delete or change beyond
-  /// the mode's bits. Entries that deny, that let read, or that only new entries of a directory
-  /// inherit, do not count. Returns nothing if the list cannot be read; errno then tells the
-  /// reason.
+  /// Returns whether the list of `path` lets a user write, delete or change although the mode does
+  /// not. Follows links. Three kinds of list entries do not count: denials, rights to read, and
+  /// rights that only new files and directories inherit. Returns nothing if the list cannot be
+  /// read; errno then has the reason.
   static std::optional<bool> LetsWrite(const std::string& path);
 
-  /// Takes from the list of the open file or directory the rights to write, delete or change beyond
-  /// the mode's bits, and the rights that new entries would inherit. Returns false if that fails;
-  /// errno then tells the reason.
+  /// Removes two kinds of rights from the list of the open file or directory: to write, delete or
+  /// change although the mode does not, and rights that new files and directories would inherit.
+  /// May remove the whole list. Returns false on failure; errno then has the reason.
   static bool Restrict(int descriptor);
 };
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-/// The start of a program that is not meant to run.
+/// A test whether this system can start a program. The program does not run.
 ///
 /// One back end is compiled in: `apple/` on macOS, `posix/` elsewhere (Linux).
 class TrialStart {
@@ -13,8 +13,8 @@ class TrialStart {
   /// Returns false if this system cannot start the program at `path`: the program is for another
   /// processor or system, or its interpreter is missing. The system itself decides: the program is
   /// started in a stopped process, which is killed before it executes an instruction. Returns true
-  /// if the trial fails for another reason: a real start then tells the reason. Changes the
-  /// handling of SIGCHLD to the default.
+  /// if the trial fails for another reason, for example for lack of memory: a real start then shows
+  /// the reason. Resets the action of SIGCHLD to the default.
   static bool CanStart(const std::string& path);
 };
 

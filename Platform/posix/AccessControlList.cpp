@@ -6,7 +6,8 @@
 
 const char* const AccessControlList::kRemovalCommand = "setfacl -b";
 
-// The group's bits of a mode are the mask of the list: no entry lets more than the mode shows.
+// On Linux, the group's bits of the mode are the mask of the list: no entry gives more rights than
+// the mode shows.
 std::optional<bool> AccessControlList::LetsWrite(const std::string& /*path*/) {
   return false;
 }

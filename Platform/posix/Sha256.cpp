@@ -18,6 +18,6 @@ void Sha256::Update(const void* data, std::size_t length) {
 
 Sha256::Digest Sha256::Finish() {
   Digest digest = {};
-  sha256_digest(&context_->state, digest.size(), digest.data());  // which starts again
+  sha256_digest(&context_->state, digest.size(), digest.data());  // also resets the state
   return digest;
 }

@@ -13,8 +13,8 @@
 
 namespace {
 
-/// Becomes the program when the parent allows that. If the parent is killed before, the program is
-/// not started.
+/// Executes the program after the parent has written a byte to `allowed`. If the parent is killed
+/// before, the program is not started.
 [[noreturn]] void StartWhenAllowed(const std::string& path, int allowed) {
   char* const arguments[] = {const_cast<char*>(path.c_str()), nullptr};
   char* const environment[] = {nullptr};
@@ -26,8 +26,8 @@ namespace {
   _exit(0);
 }
 
-/// Returns the error of the start in `child`, or 0. A child that did not exit has become the
-/// program, and has not run: it is killed.
+/// Returns the error of the start in `child`, or 0. A child that did not exit has executed the
+/// program and is stopped before the first instruction: this function kills the child.
 int ErrorOf(pid_t child) {
   int status = 0;
   const bool isKnown = Uninterrupted([&] { return waitpid(child, &status, 0); }) == child;
@@ -57,7 +57,7 @@ bool TrialStart::CanStart(const std::string& path) {
   if (child < 0) {
     return true;
   }
-  // The child stops when it has become the program, and ends with this process.
+  // The child stops after execve(), and ends with this process.
   constexpr long kOptions = PTRACE_O_TRACEEXEC | PTRACE_O_EXITKILL;
   if (ptrace(PTRACE_SEIZE, child, nullptr, kOptions) != 0 ||
       Uninterrupted([&] { return write(*writing, "", 1); }) != 1) {

@@ -52,7 +52,7 @@ CLI::App* AddCommand(CLI::App& app, CommandLine& line, const std::string& name,
                      const std::string& statuses, const std::function<Report()>& run) {
   CLI::App* command = app.add_subcommand(name, purpose);
   command->group("Subcommands");  // completions look for this heading
-  // The example stands first: newer versions of CLI11 join and wrap the lines.
+  // The example is first, because newer versions of CLI11 join and wrap the lines.
   command->footer("Example: webresources " + example + "\nExit status: " + statuses +
                   ", 64 wrong usage");
   AddOutputOptions(*command, line);
@@ -85,14 +85,14 @@ void AddIgnoreModes(CLI::App* command, CommandLine& line) {
   command->add_flag("--ignore-modes", line.host.ignoresModes, "Do not compare modes and owners");
 }
 
-/// Adds the limit that keeps a hostile package from being read for hours.
+/// Adds the limit for the size of a package. A zip bomb would otherwise be read for hours.
 void AddLimits(CLI::App* command, CommandLine& line) {
   constexpr bool kSteps1000 = false;
   command
       ->add_option("--max-size", line.host.limits.maxSize,
                    "Refuse a package that can hold more (default: 4G)")
       ->transform(CLI::AsSizeValue(kSteps1000))
-      // Runs first: the conversion would make a large number of a negative one.
+      // Runs before the conversion, which would change a negative number to a large number.
       ->transform(CLI::Validator(
           [](const std::string& text) {
             return text.rfind('-', 0) == 0 ? "the size must not be negative" : std::string();
@@ -221,7 +221,8 @@ void AddOfComparison(CLI::App& app, CommandLine& line) {
   AddLimits(check, line);
 }
 
-/// Metadata may nest so deep that a smaller stack overflows.
+/// Throws Error if the stack is smaller than 1 MiB: deeply nested metadata would overflow the
+/// stack.
 void RequireStack() {
   constexpr rlim_t kLeast = rlim_t{1} << 20U;
   struct rlimit limit = {};
@@ -269,13 +270,13 @@ std::string NoSuchCommand(const std::string& word, const std::vector<std::string
   return "there is no command " + word + (meant.empty() ? "" : ". Did you mean " + meant + "?");
 }
 
-/// Explains wrong usage, or shows the help that was asked for. Returns the exit status.
+/// Explains wrong usage, or shows the requested help. Returns the exit status.
 int Explain(const CLI::App& app, const CLI::ParseError& error) {
   std::ostringstream complaint;
   if (app.exit(error, std::cout, complaint) == 0) {
     return 0;
   }
-  const std::vector<std::string> unknown = app.remaining();  // that no command has taken
+  const std::vector<std::string> unknown = app.remaining();  // arguments of no command
   if (unknown.empty()) {
     PrintError(complaint.str());
   } else if (unknown.front().front() == '-') {
@@ -303,20 +304,20 @@ void AddHelp(CLI::App& app) {
     const bool isOfOne = command->count() != 0;
     const CLI::App* explained = isOfOne ? app.get_subcommand(command->as<std::string>()) : &app;
     const std::string name = app.get_name() + (isOfOne ? " " + explained->get_name() : "");
-    // Not App::help(), which explains the command that is running: this one.
+    // App::help() would explain the running command, which is `help`.
     std::cout << app.get_formatter()->make_help(explained, name, CLI::AppFormatMode::Normal);
     throw CLI::Success();
   });
 }
 
-/// Opens the standard streams that the caller has closed, as a directory that nobody can write. A
-/// file of this process would get their numbers: output would go to the file, and the installer
-/// would lose the lock.
+/// Opens the standard streams that the caller has closed, as a directory: a write then fails.
+/// Otherwise a file of this process would get the number of a stream. Output would then go to the
+/// file, and the installer would lose the lock.
 void OpenClosedStreams() {
   int file = -1;
   do {
     file = open("/", O_RDONLY);
-  } while (static_cast<unsigned int>(file) <= STDERR_FILENO);  // a failure is beyond, too
+  } while (static_cast<unsigned int>(file) <= STDERR_FILENO);  // ends also after a failure
   close(file);
 }
 
@@ -340,7 +341,7 @@ int ParseAndRun(int argc, char** argv) {
     return Run(line);
   } catch (const std::exception& error) {
     PrintError("webresources " + line.name + ": " +
-               error.what());  // the document of an error could not be written, either
+               error.what());  // the JSON document of the error cannot be written
     return kCouldNotTell;
   }
 }

@@ -151,8 +151,9 @@ struct Proof {
   std::vector<std::string> notCompared;  ///< Paths that depend on the volume.
 };
 
-/// Predicts while the installer's code extracts, then compares the prediction with the disk. The
-/// two share only the reading of the data. The comparison of checksums covers the reading.
+/// Predicts the result during an extraction by the installer's code. Then compares the prediction
+/// with the extracted tree. Prediction and extraction share the reading of the data; the comparison
+/// of checksums tests the reading.
 Prediction Prove(PackageReader& package, const std::string& packagePath, Proof& proof) {
   CatchInterruptions();
   const Scratch scratch;
@@ -173,7 +174,7 @@ Json PathWithReason(const std::string& path, const std::string& reason) {
   return json;
 }
 
-/// Reports the digest that a receipt has of the same package.
+/// Reports the digest of the package, for a comparison with the digest in a receipt.
 void ReportDigest(const std::string& package, Report& report) {
   const bool isThere = StateOf(package) == FileState::Present;
   const std::string digest = isThere ? DigestText(DigestOfFile(RealPath(package))) : "";

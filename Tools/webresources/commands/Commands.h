@@ -11,8 +11,8 @@
 
 namespace webresources {
 
-/// The commands. Each returns a report and prints nothing. Each throws Error if the answer cannot
-/// be found, or if the work fails; InstallCheck() reports failures in its status instead.
+/// The commands. Each command returns a report and prints nothing. Each command throws Error on
+/// failure, except InstallCheck(): this command reports a failure by the status.
 
 struct PackOptions {
   std::string directory;        ///< The directory to pack.
@@ -25,13 +25,13 @@ struct PackOptions {
   Selection selection;          ///< The files that are packed.
 };
 
-/// Packs a directory and writes package and metadata, both or neither. Writes nothing if the report
-/// has findings that refuse. SIGHUP, SIGINT and SIGTERM end the command with an Error; no temporary
-/// file stays.
+/// Packs a directory and writes package and metadata, both or neither. Writes nothing after an
+/// error or, without `allowsWarnings`, after a warning. SIGHUP, SIGINT and SIGTERM end the command
+/// with an Error; no temporary file stays.
 Report Pack(const PackOptions& options);
 
-/// The range of update numbers that fit the full version: the version has nine characters for the
-/// number. Pack() refuses -1 by a finding: for the installer, -1 means that no number is recorded.
+/// The range of update numbers: the full version has nine characters for the number. Pack() refuses
+/// -1 by a finding, because -1 means "no number" in the record.
 constexpr std::int32_t kSmallestUpdateId = -99999999;
 constexpr std::int32_t kLargestUpdateId = 999999999;
 
@@ -42,16 +42,17 @@ std::string ProblemOfUpdateId(const std::string& text);
 struct CheckOptions {
   std::string path;    ///< A bundle or its Resources directory.
   bool prove = false;  ///< Also extract the package, as the installer does, and compare.
-  /// Fill the report's details with an object for each entry and file, instead of the listing with
-  /// a line for each entry. A large package does not need the memory of both.
+  /// True: fill the report's details with an object for each entry and file. False: fill the
+  /// report's listing with a line for each entry. Both together would need too much memory for a
+  /// large package.
   bool asJson = false;
   Limits limits = {};
 };
 
 /// Reports the result of a run of the installer with a bundle, and the defects of the bundle. The
 /// data of a package beyond the limits is not read: the report then has no entries, no tree and no
-/// proof. Writes nothing except, for a proof, below the directory for temporary files. All of that
-/// is removed again, also after SIGHUP, SIGINT and SIGTERM.
+/// proof. Writes nothing without `prove`. With `prove`, makes a directory for temporary files, and
+/// removes this directory again, also after SIGHUP, SIGINT and SIGTERM.
 Report Check(const CheckOptions& options);
 
 /// Reports the contents of the bundle or Resources directory at `path` as its two files state them:
@@ -76,30 +77,32 @@ Report Plan(const HostOptions& options);
 ///    changes nothing.
 /// 4. The bundle is copied; see PrivateCopy. Only the copy is inspected. A bundle with errors, or
 ///    older than the installed update, is refused.
-/// 5. Defects that the installer keeps are repaired; see RepairWhatARunKeeps(). The receipt gets
-///    the state "begun". The installer of the copy runs; see RunInstaller().
+/// 5. Defects that the installer does not repair are repaired; see RepairWhatARunKeeps(). The
+///    receipt gets the state "begun". The installer of the copy runs; see RunInstaller().
 /// 6. Tree, record and modes are compared with the bundle, and the receipt is written.
 ///
 /// The status is 0 if the bundle's update is installed correctly, 1 if the bundle was refused or
-/// the installation is not correct. A process that is killed at any point leaves nothing that the
-/// next call does not repair.
+/// the installation is not correct. The next call repairs the results of a process that was killed
+/// at any point.
 Report Install(const HostOptions& options);
 
 /// Removes everything that Install() and the installer make on a host: receipt, record, installed
 /// tree, temporary files and lock, then the directories above if they are empty. Keys and files of
 /// other programs stay. Where nothing is installed, nothing is made and the status is 0.
 ///
-/// The record is removed before the files: readers of the record never find a part of a tree. If
-/// the process is killed, the next call removes the rest.
+/// Removes first the receipt, then the record, then the files: a reader of the record never finds
+/// an incomplete tree. If the process is killed, the next call removes the rest.
 Report Uninstall(const HostOptions& options);
 
 /// Reports the differences between the installation and a bundle or, without a bundle, the receipt.
-/// Errors of the bundle's package count, too. Changes nothing.
+/// Errors of the bundle are findings, too. Changes nothing. Throws Error also if the metadata would
+/// abort a run.
 Report Verify(const HostOptions& options);
 
-/// Verify() for management systems. The status is 0 if Install() would change the installation, 1
-/// if the bundle's update or a newer one is installed correctly, 2 if Install() would refuse the
-/// bundle, 3 if the installation is unknown. Requires: `options` has a bundle.
+/// Verify() for management systems. The status is 0 if an installation is needed, and 1 if the
+/// bundle's update is installed correctly or a newer update is recorded. The status is 2 if the
+/// bundle has errors or cannot be read, and 3 if the host cannot be read. Requires: `options` has a
+/// bundle.
 Report InstallCheck(const HostOptions& options);
 
 /// Reports the installation in six lines: update and version, directory, content, time, receipt,

@@ -30,8 +30,8 @@ void WriteReceiptOf(const ExpectedBundle& bundle, const std::string& hostRoot) {
   WriteReceipt(file, receipt);
 }
 
-/// Runs the installer of the copy. The receipt says from here on that an installation has begun; if
-/// the installer cannot be started, the receipt is as before.
+/// Writes a receipt with the state "begun", and runs the installer of the copy. If the installer
+/// cannot be started, the old receipt is restored.
 void Run(const HostOptions& options, const ExpectedBundle& bundle, const InstallLock& lock,
          Report& report) {
   Receipt begun;
@@ -72,7 +72,7 @@ void RunAndVerify(const HostOptions& options, const ExpectedBundle& bundle, cons
                std::to_string(FilesOf(bundle.tree)) + " files, " +
                std::to_string(BytesOf(bundle.tree)) + " bytes",
            report);
-  report.SetStatus();  // the host's directories can have findings
+  report.SetStatus();  // the host's places can have findings
 }
 
 void Refuse(const Installation& installation, const Findings& reasons, Report& report) {
@@ -95,10 +95,10 @@ void LeaveAlone(const InstallPlan& plan, const ExpectedBundle& bundle, Report& r
   report.SetStatus();
 }
 
-/// Returns whether the bundle is refused before the lock is taken. The lock makes directories on a
-/// machine that has none yet, and a refusal must not touch anything. If another first installation
-/// has made the lock meanwhile, the host may be in the middle of that: the decision is made under
-/// the lock.
+/// Returns whether the bundle is refused before the lock is taken. A refusal must change nothing,
+/// and the lock makes directories on a host without an installation. If another process makes the
+/// lock's file during this function, that process may be changing the host. In this case the
+/// decision is made again under the lock.
 bool IsRefusedUntouched(const HostOptions& options, LogEntry& entry, Report& report) {
   if (InstallLock::IsThere(options.hostRoot)) {
     return false;
@@ -121,7 +121,8 @@ bool IsRefusedUntouched(const HostOptions& options, LogEntry& entry, Report& rep
   }
 }
 
-/// Returns whether the receipt proves that this very package is installed: then nothing is copied.
+/// Returns whether the receipt proves that exactly this package is installed. The bundle is then
+/// not copied.
 bool IsUpToDate(const HostOptions& options, HostState host, Report& report) {
   const BundleFiles files = FindBundleFiles(*options.bundle);
   if (options.isForced || !host.receipt || host.receipt->isBegun ||
@@ -138,7 +139,8 @@ bool IsUpToDate(const HostOptions& options, HostState host, Report& report) {
   return true;
 }
 
-/// Decides, runs, verifies and writes the receipt from a private copy of the bundle.
+/// Makes a private copy of the bundle. Decides, runs the installer, verifies and writes the receipt
+/// with this copy only.
 void InstallCopy(const HostOptions& options, const InstallLock& lock, HostState host,
                  Report& report) {
   const Findings reasons = FindBeforeCopy(options, host.installation);

@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::int64_t kFixedTime = 315532800;  // 1980-01-01, the first that the format has
+constexpr std::int64_t kFixedTime = 315532800;  // 1980-01-01, the first time of the format
 
 /// Returns the time of all entries. The time does not depend on the machine.
 std::int64_t EntryTime() {
@@ -35,8 +35,8 @@ std::int64_t EntryTime() {
   return seconds;
 }
 
-/// Finds the files to write. A directory that is no bundle is most likely a mistake: the two files
-/// would be of no use there.
+/// Finds the files to write. Throws Error for a directory that is no bundle, unless the options
+/// allow any directory: the caller has most likely made a mistake.
 BundleFiles FindOutput(const PackOptions& options) {
   BundleFiles files = FindBundleFiles(options.output);
   if (!options.createsOutput && LastOf(RealPath(files.directory)) != "Resources") {
@@ -47,8 +47,8 @@ BundleFiles FindOutput(const PackOptions& options) {
   return files;
 }
 
-/// Requires an output that is outside of the directory to pack: the package must not become part of
-/// a package. Makes nothing.
+/// Throws Error if the output is inside the directory to pack: a package must not contain a
+/// package. Makes no directory.
 void RequireOutput(const PackOptions& options) {
   const bool isMissing = options.createsOutput && !Exists(options.output);
   const std::string directory = isMissing ? options.output : FindOutput(options).directory;

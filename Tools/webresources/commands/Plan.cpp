@@ -65,7 +65,7 @@ void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bu
                            (installs ? std::to_string(bundle.UpdateId()) : recorded));
 }
 
-/// The words for each outcome, in the order of the outcomes.
+/// The words for each outcome, in the order of the enumerators.
 constexpr struct {
   const char* name;
   const char* conclusion;
@@ -73,7 +73,7 @@ constexpr struct {
                  {"refuse", "install will refuse the bundle and change nothing"},
                  {"install", "install will run the installer"}};
 
-/// Whether this user may not write where a run writes.
+/// Returns whether this user has no right to write in the directories that a run changes.
 bool NeedsRoot(const Installation& installation) {
   for (const std::string& path :
        {installation.installRoot, installation.hostRoot + "/Library/Preferences"}) {

@@ -9,7 +9,8 @@ namespace webresources {
 
 namespace {
 
-/// When the directory was filled: by the receipt, else by its time of modification.
+/// Returns the time of the installation: the time of the receipt, or without a usable receipt, the
+/// time of the directory's last change.
 std::string Since(const HostState& host, const std::string& directory) {
   if (host.isCompared) {
     return host.receipt->time;

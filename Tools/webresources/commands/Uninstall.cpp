@@ -30,8 +30,8 @@ struct Remains {
   bool IsEmpty() const { return paths.empty() && webresources::IsEmpty(record) && !hasLock; }
 };
 
-/// Returns the record of the host; none on a Mac that looks at another host, whose record it cannot
-/// reach: only files are removed there.
+/// Returns the record of the host. A Mac cannot read the record of another host: the function then
+/// returns an empty record, and only files are removed.
 InstallRecord ReachableRecord(const std::string& hostRoot) {
   const auto record = ReadRecord(hostRoot);
   if (!record && errno != ENOTSUP) {
@@ -64,7 +64,8 @@ void RemoveTree(const std::string& path) {
   }
 }
 
-/// The receipt is the first path: a receipt claims that the rest is there.
+/// Removes first the receipt, because a receipt states that the other files exist. Then removes the
+/// record, then the remaining paths.
 void Remove(const std::string& hostRoot, const Remains& remains) {
   RemoveTree(ReceiptPath(hostRoot));
   if (!IsEmpty(remains.record) && !RemoveRecord(hostRoot)) {
@@ -75,7 +76,7 @@ void Remove(const std::string& hostRoot, const Remains& remains) {
   }
 }
 
-/// Another process can make a directory again, or put a file there.
+/// Keeps a directory that is not empty: another process can add a file or make the directory again.
 void RemoveEmptyDirectories(const std::string& hostRoot) {
   std::string path = ParentOf(BesideInstallRoot(hostRoot, ""));
   for (int i = 0; i < kOwnDirectories; ++i, path = ParentOf(path)) {
@@ -107,7 +108,7 @@ void Conclude(const char* outcome, const std::string& text, Report& report) {
   report.summary.push_back(text);
 }
 
-/// Takes the lock, then looks again and removes the remains.
+/// Takes the lock, finds the remains again, and removes the remains.
 Remains RemoveLocked(const HostOptions& options) {
   umask(022);
   const InstallLock lock(options.hostRoot, options.wait);

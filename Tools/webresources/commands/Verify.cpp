@@ -95,7 +95,7 @@ void CheckHost(const HostOptions& options, const ExpectedBundle& bundle, HostSta
     Conclude(kIsNeeded, "install needed: " + Text(report.findings.front()), report);
     Advise(options, report);
   }
-  Append(report.findings, host.hostFindings);  // no installation repairs them
+  Append(report.findings, host.hostFindings);  // an installation does not repair these defects
 }
 
 }  // namespace

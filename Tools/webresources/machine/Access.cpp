@@ -76,7 +76,8 @@ std::optional<struct stat> StatusOf(const Place& place) {
   return IsAsExpected(place, status) ? std::optional(status) : std::nullopt;
 }
 
-/// In a directory of the host with the sticky bit, nobody can replace the entry of a trusted owner.
+/// Returns whether `mode` lets other users change `place`. In a directory of the host with the
+/// sticky bit, other users cannot replace an entry of a trusted owner.
 bool IsWritable(const Place& place, mode_t mode) {
   return (mode & kWriting) != 0 && !(place.isOfHost && (mode & S_ISVTX) != 0);
 }

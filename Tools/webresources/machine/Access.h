@@ -8,43 +8,43 @@
 namespace webresources {
 
 /// The access of other users to an installation. Other users are all except root and the owner of
-/// the host's root directory. They can read everything, and write, delete or change nothing.
+/// the host's root directory. On a correct host, other users can read all places, and cannot write
+/// to, delete or change any place.
 ///
 /// The product's places are the directories from "Veltrane" to the install root, the record and the
-/// receipt. The host's places are the directories above "Veltrane", and that of the record. A place
-/// that does not exist has no defect. A set-group-ID bit is no defect. Nor are entries of an access
-/// control list that deny, that let read, or that only new entries of the directory inherit.
+/// receipt. The host's places are the directories above "Veltrane", and the directory of the
+/// record. A missing place and a set-group-ID bit are no defects. Three kinds of entries in an
+/// access control list are no defects: denials, rights to read, and rights that only new files and
+/// directories inherit.
 
 enum class Places { Product, Host };
 
 /// Returns the defects of these places. RepairAccess() repairs the defects of the product's places.
-/// `install` leaves the host's places alone: the reason of each finding names the command that
+/// `install` does not change the host's places: the reason of each finding names the command that
 /// repairs the defect. Throws Error if a place cannot be examined.
 Findings FindInAccess(const std::string& hostRoot, Places places);
 
 /// Gives the product's places the owner of the host's root directory and the mode 0755 or 0644
-/// where they have defects. Removes the rights that new entries would inherit. A link, or a file
-/// that has other names, is left alone: the change would be made elsewhere. Requires: the caller
-/// holds the lock. Throws Error if a repair fails.
+/// where they have defects. Removes the rights that new files and directories would inherit. Skips
+/// links and files with several names, because the change would affect another path. Requires: the
+/// caller holds the lock. Throws Error if a repair fails.
 void RepairAccess(const std::string& hostRoot);
 
-/// Requires: `hostRoot` is a directory, and no link leads from one of the places to a file or
-/// directory outside. Throws Error otherwise. An empty `hostRoot` means this host, where links may
-/// lead anywhere.
+/// Throws Error if `hostRoot` is not a directory, or if a link in the path of a place leads out of
+/// `hostRoot`. An empty `hostRoot` means this host: links may then lead anywhere.
 void RequireHost(const std::string& hostRoot);
 
 /// Returns the user who owns the host's root directory. Throws Error if the owner cannot be read.
 unsigned int OwnerOf(const std::string& hostRoot);
 
-/// Returns whether files of `user` are safe from other users, where `owner` owns the root
-/// directory.
+/// Returns whether `user` is root or `owner`, the owner of the host's root directory.
 bool IsTrustedOwner(unsigned int user, unsigned int owner);
 
-/// Returns whether the access control list of `path` lets a user write beyond the mode's bits.
+/// Returns whether the access control list of `path` lets a user write although the mode does not.
 /// Throws Error if the list cannot be read.
 bool LetsOthersWrite(const std::string& path);
 
-/// The reason of a finding about such a list.
+/// The reason in a finding about an access control list that lets other users write.
 inline constexpr char kListReason[] = "its access control list lets other users write to it";
 
 }  // namespace webresources

@@ -6,10 +6,11 @@
 
 namespace webresources {
 
-/// Sets the advice of `report` if an installation with `options` repairs one of its findings. The
-/// advice is a command line for a shell in any directory: with sudo for an ordinary user, and in a
-/// chroot for another host. A bundle outside the root is copied into the root. Without a bundle in
-/// `options`, the reader has to choose the bundle.
+/// Sets the advice of `report` to a command line that installs with `options`. Does nothing unless
+/// the fix of a finding in `report` contains the text "run webresources install". A shell in any
+/// directory can run the command line: with sudo for an ordinary user, and in a chroot for another
+/// host. A bundle outside the root is copied into the root. Without a bundle in `options`, the
+/// command line has the word BUNDLE for the reader to replace.
 void Advise(const HostOptions& options, Report& report);
 
 }  // namespace webresources

@@ -13,7 +13,7 @@
 namespace webresources {
 
 void RepairWhatARunKeeps(const Installation& installation, bool ignoresModes) {
-  // The record is read once more: a value that cannot be read looks like an unusable one.
+  // A second read: after a failed read, a usable value could look like an unusable value.
   if (IsRandomUnusable(installation.record) &&
       IsRandomUnusable(ReadHostRecord(installation.hostRoot)) &&
       !RemoveRandom(installation.hostRoot)) {
@@ -90,8 +90,8 @@ class InstallationFinder {
     }
   }
 
-  /// Whether a Mac's Finder makes such an entry in a directory at which somebody looks. The next
-  /// run removes it.
+  /// Returns whether a Mac's Finder makes an entry with this name in each directory that a user
+  /// opens. The next run removes the entry.
   static bool IsFinders(const std::string& path) { return LastOf(path) == ".DS_Store"; }
 
   void FindInTree() {

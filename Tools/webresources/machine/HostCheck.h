@@ -12,31 +12,33 @@
 
 namespace webresources {
 
-/// Repairs the defects of a host that the installer keeps: removes an unusable random identifier,
-/// so that the run draws a new one, and calls RepairAccess() unless `ignoresModes`. Requires: the
-/// caller holds the lock. Throws Error if a repair fails.
+/// Repairs the defects of a host that the installer does not repair. Removes an unusable random
+/// identifier, so that the run draws a new identifier. Calls RepairAccess() unless `ignoresModes`.
+/// Requires: the caller holds the lock. Throws Error if a repair fails.
 void RepairWhatARunKeeps(const Installation& installation, bool ignoresModes);
 
 /// The expected installation. An absent member is not compared.
 struct Expectation {
   const FileTree* tree = nullptr;  ///< The installed directory; null if unknown.
-  std::optional<int> updateId;     ///< None: the record has to agree with itself only.
-  bool ignoresModes = false;       ///< Modes and owners are not compared.
+  /// If absent, the values of the record are compared with each other only.
+  std::optional<int> updateId;
+  bool ignoresModes = false;  ///< Modes and owners are not compared.
 };
 
-/// Returns the defects of a host that an installation repairs: of the installed tree, of entries
-/// beside the tree, of the access to the product's places, and of the record. Reads each installed
-/// file once if a tree is expected. Throws Error if a file or the record cannot be read.
+/// Returns the defects of a host that an installation repairs: of the installed tree, of other
+/// entries under the install root, of the access to the product's places, and of the record. Reads
+/// each installed file once if a tree is expected. Throws Error if a file or the record cannot be
+/// read.
 Findings FindInInstallation(const Installation& installation, const Expectation& expected);
 
 /// The installation of a host and the findings about it.
 struct HostState {
   Installation installation;
-  std::optional<Receipt> receipt;  ///< Nothing if there is none, or a damaged one.
-  bool isCompared = false;         ///< With a receipt that describes the recorded installation.
-  Findings findings;               ///< Of tree, record, modes and owners.
-  Findings receiptFindings;        ///< Of the receipt alone.
-  Findings hostFindings;           ///< Of FindInAccess(): no run changes them.
+  std::optional<Receipt> receipt;  ///< Absent if missing or damaged.
+  bool isCompared = false;         ///< Whether the receipt describes the record.
+  Findings findings;               ///< The defects of tree, record, modes and owners.
+  Findings receiptFindings;        ///< The defects of the receipt.
+  Findings hostFindings;           ///< The defects of the host's places.
 
   /// Returns all findings, in the order of the members.
   Findings AllFindings() const;

@@ -21,8 +21,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kPoll{20};
 
-/// Makes the directory with its missing ancestors. Not OSUtils::EnsureDirectoryExists(), which
-/// fails if another first installation makes one of them at the same time.
+/// Makes the directory with its missing ancestors. OSUtils::EnsureDirectoryExists() would fail if
+/// another process made one of these directories at the same time.
 bool MakeDirectories(const std::string& path) {
   constexpr mode_t kMode = 0777;  // before the umask
   return MakeDirectoryChain(
@@ -30,7 +30,8 @@ bool MakeDirectories(const std::string& path) {
       [](const char* one) { return mkdir(one, kMode) == 0 || errno == EEXIST; });
 }
 
-/// Another user who can open the file can keep installations waiting for ever.
+/// Throws Error if another user owns `file` or can write to `file`. Removes the rights of other
+/// users to read: a user who can open the file could block installations forever.
 void RequireOwnFile(const Descriptor& file, const std::string& path) {
   struct stat status = {};
   if (fstat(*file, &status) != 0) {

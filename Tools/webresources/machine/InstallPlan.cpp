@@ -22,7 +22,7 @@ std::uint64_t RoundedUp(std::uint64_t size) {
   return (size + kBlock - 1) / kBlock * kBlock;
 }
 
-/// The bytes that the files take on the disk: a hole takes none.
+/// Returns the bytes that the files take on the disk. A hole takes no bytes.
 std::uint64_t BytesToCopy(const BundleFiles& files) {
   std::uint64_t bytes = 0;
   for (const std::string& path : {files.package, files.metadata, files.program.value_or("")}) {
@@ -36,7 +36,7 @@ std::uint64_t BytesToCopy(const BundleFiles& files) {
   return bytes;
 }
 
-/// Whether `tree` has the paths, types and sizes that the directory of the package states.
+/// Returns whether `tree` has the paths, types and sizes in the central directory of the package.
 bool IsOutlineOf(const std::string& package, const FileTree& tree) {
   PackageReader reader(package);
   return OfContent(Compare(TreeOf(PredictOutline(reader)), tree)).empty();
@@ -122,7 +122,8 @@ void FindInSpace(const std::string& installRoot, const FreeSpace& free, std::uin
   find(files + kOwnFiles, free.files, " files and directories (inodes)");
 }
 
-/// Another host may have another processor.
+/// Adds a finding if this system cannot start the installer. Only this host is examined, because
+/// another host may have another processor.
 void FindInStart(const std::string& program, const HostOptions& options, Findings& findings) {
   if (options.hostRoot.empty() && !TrialStart::CanStart(program)) {
     Add(findings, kProgramUnusable, program,
@@ -131,8 +132,8 @@ void FindInStart(const std::string& program, const HostOptions& options, Finding
   }
 }
 
-/// The path of anything that is in the place of the directory that a run would make: the run would
-/// install nothing.
+/// Returns the path of an entry that prevents a run from making the new directory: the run would
+/// install nothing. Returns nothing if there is no such entry.
 std::optional<std::string> BlockedPath(const InstallPlan& plan) {
   const Installation& installation = plan.host.installation;
   if (!installation.isRootUsable) {
@@ -171,7 +172,7 @@ Findings FindBeforeCopy(const HostOptions& options, const Installation& installa
   const BundleFiles files = FindBundleFiles(*options.bundle);
   Findings findings;
   FindInStart(*files.program, options, findings);
-  // As the central directory states the sizes: one pass, and no tree.
+  // The sizes come from the central directory: one pass, and no tree.
   std::uint64_t bytes = kBlock;  // of the top
   std::uint64_t count = 1;
   PackageReader package(files.package);

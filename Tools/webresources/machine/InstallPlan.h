@@ -16,7 +16,7 @@
 
 namespace webresources {
 
-/// The installation that a run of a bundle makes on any host.
+/// The expected result of a run of a bundle on any host, and the defects of the bundle.
 struct ExpectedBundle {
   BundleFiles files;
   Metadata metadata;
@@ -24,9 +24,10 @@ struct ExpectedBundle {
   bool isRead = true;  ///< False if the package is beyond the limits: there is no tree then.
   std::optional<std::string> packageSha256;  ///< In hexadecimal; nothing without a package.
   Findings errors;                           ///< Defects of the bundle; warnings are left out.
-  std::uint64_t bytesToCopy = 0;  ///< Of the private copy that `install` makes of the bundle.
+  std::uint64_t bytesToCopy = 0;             ///< The size of the private copy.
 
-  /// Returns the update number. Requires: `errors` is empty.
+  /// Returns the update number. Requires: `metadata.updateId` has a value, for example because
+  /// `errors` is empty.
   int UpdateId() const { return *metadata.updateId; }
 };
 
@@ -34,43 +35,47 @@ struct ExpectedBundle {
 /// Throws Error if the package cannot be read.
 std::optional<std::string> DigestOfPackage(const std::string& path);
 
-/// Reads the bundle at `path`. A package beyond the limits is not read at all. The tree comes from
-/// the receipt, and the package is not inflated, if the receipt belongs to the owner of the host
-/// and has the digest, the paths and the sizes of the package. Throws Error if a file cannot be
+/// Reads the bundle at `path`. A package beyond the limits is not read at all. The package is not
+/// inflated if `receipt` belongs to the owner of the host and has the digest, the paths and the
+/// sizes of the package. The tree then comes from the receipt. Throws Error if a file cannot be
 /// read.
 ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>& receipt,
                           const Limits& limits);
 
 /// Adds the findings of a comparison of the host with `bundle`. Throws Error if a file cannot be
-/// read.
+/// read. Requires: `bundle.metadata.updateId` has a value.
 void CompareWithBundle(HostState& host, const ExpectedBundle& bundle, bool ignoresModes);
 
-/// Returns whether the recorded update is newer than the update of `bundle`.
+/// Returns whether the recorded update is newer than the update of `bundle`. Returns false if no
+/// update is recorded. Requires: `bundle.metadata.updateId` has a value.
 bool IsNewerInstalled(const Installation& installation, const ExpectedBundle& bundle);
 
 /// The decision of `install` on one host.
 struct InstallPlan {
   enum class Outcome {
     UpToDate,  ///< Do nothing: the bundle is installed correctly.
-    Refuse,    ///< Do nothing: `findings` say why.
+    Refuse,    ///< Do nothing: `findings` has the reasons.
     Install,   ///< Run the installer.
   };
   Outcome outcome = Outcome::Refuse;
   Findings findings;
-  HostState host;                 ///< Before the installation.
+  HostState host;                 ///< The state before the installation.
   bool needsReceipt = false;      ///< The receipt is missing or does not describe the host.
   std::string freshDirectory;     ///< The bare name of the directory that is filled.
-  std::uint64_t bytesNeeded = 0;  ///< Beside the installed content.
-  FreeSpace free = {};            ///< Where the install root is or will be.
+  std::uint64_t bytesNeeded = 0;  ///< In addition to the installed content.
+  FreeSpace free = {};            ///< The free space of the install root's volume.
 };
 
-/// Returns why the bundle of `options` must not be copied and run on that host: this system cannot
-/// start its installer, or there is no room for the copy and the content. Reads the directory of
-/// the package, and no data. Throws Error if something cannot be read.
+/// Returns the reasons against a copy of the bundle of `options`: this system cannot start the
+/// installer, or the volume has too little space for the copy and the content. Reads the central
+/// directory of the package, and no data. Throws Error if a file cannot be read. Requires:
+/// RequireBundle() accepts `options.bundle`.
 Findings FindBeforeCopy(const HostOptions& options, const Installation& installation);
 
-/// Decides what to do with `bundle` on `host`. The installed files are not read if another update
-/// is recorded than that of `bundle`. Changes nothing. Throws Error if something cannot be read.
+/// Decides whether to install `bundle` on `host`. Does not read the installed files if the recorded
+/// update number differs from the number of `bundle`. Changes nothing. Throws Error if a file
+/// cannot be read. Requires: `bundle.files.program` has a value, and `bundle.metadata.updateId` has
+/// a value unless `bundle.errors` has findings.
 InstallPlan MakePlan(const HostOptions& options, const ExpectedBundle& bundle, HostState host);
 
 }  // namespace webresources

@@ -12,8 +12,8 @@
 
 namespace webresources {
 
-/// The options of the commands that look at a host or change it. A command ignores the options that
-/// it does not have.
+/// The options of the commands that examine or change a host. A command ignores the options of
+/// other commands.
 struct HostOptions {
   std::optional<std::string> bundle;  ///< The bundle to install or to compare with.
   std::string hostRoot;          ///< Where the host's file system is mounted; empty for this host.
@@ -30,7 +30,7 @@ struct HostOptions {
 struct Installation {
   std::string hostRoot;      ///< The mount point of the host's file system; empty for this host.
   std::string installRoot;   ///< The install root below `hostRoot`; ends in "/".
-  bool isRootUsable = true;  ///< False if a file or a dangling link is at that path.
+  bool isRootUsable = true;  ///< False if the path has a file or a dangling link.
   InstallRecord record;
   std::vector<std::string> names;  ///< The entries under the install root, sorted.
   /// The bare name of the installed directory: the recorded name or, if there is no such directory,
@@ -48,18 +48,18 @@ struct Installation {
 /// Throws Error if a file or the record cannot be read, and as RequireHost() does.
 Installation ReadInstallation(const std::string& hostRoot);
 
-/// Returns the path of `name` beside the install root of that host. A run empties the root and
-/// leaves the entries beside the root.
+/// Returns the path of `name` in the directory that holds the host's install root. A run empties
+/// the root and does not change the entries beside the root.
 std::string BesideInstallRoot(const std::string& hostRoot, const std::string& name);
 
-/// Returns the paths of the private copies and temporary files beside the install root of that
-/// host. Throws Error if the directory cannot be read.
+/// Returns the paths of the private copies and temporary files beside the host's install root.
+/// Throws Error if the directory cannot be read.
 std::vector<std::string> TemporaryEntries(const std::string& hostRoot);
 
-/// Adds the install root and the record to the document.
+/// Adds the install root and the record to the JSON document of `report`.
 void ReportInstallation(const Installation& installation, Report& report);
 
-/// Returns whether `name` is the name of an entry, and not a path.
+/// Returns whether `name` has no "/" and is neither "." nor "..".
 bool IsBareName(const std::string& name);
 
 /// Returns `path`, or its nearest parent that exists.

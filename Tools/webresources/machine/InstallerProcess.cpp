@@ -64,7 +64,7 @@ class Surroundings {
 
   void SetStreams() {
     for (int stream = 0; stream <= STDERR_FILENO; ++stream) {
-      // Without a null device the streams are closed: the installer uses none of them.
+      // Without a null device the streams are closed, because the installer uses no stream.
       if (null_) {
         posix_spawn_file_actions_adddup2(&actions_, *null_, stream);
       } else {
@@ -78,8 +78,8 @@ class Surroundings {
   posix_spawn_file_actions_t actions_;
 };
 
-/// The directory of the installer is the caller's own, so that only the volume can forbid the
-/// start.
+/// Returns the reason of a failed start. The installer is in a directory of this user, so only the
+/// mount options of the volume can deny the start.
 std::string ReasonOf(int error) {
   const std::string reason = std::generic_category().message(error);
   return error == EACCES    ? reason + ": the volume may be mounted with noexec"
@@ -92,7 +92,7 @@ pid_t Start(const std::string& path, int lockDescriptor) {
   if (chdir("/") != 0) {
     throw CannotStart("run", path, std::generic_category().message(errno));
   }
-  // A caller that ignores the end of its children would hide the status.
+  // If the caller ignores SIGCHLD, the exit status of the installer is lost.
   std::signal(SIGCHLD, SIG_DFL);
   const Surroundings surroundings(lockDescriptor);
   char* const arguments[] = {const_cast<char*>(path.c_str()), nullptr};
@@ -106,7 +106,7 @@ pid_t Start(const std::string& path, int lockDescriptor) {
   return process;
 }
 
-/// Shows how the volume that holds `path` fills, until `hasEnded()`.
+/// Shows the progress by the free space of the volume that holds `path`, until `hasEnded()`.
 template <typename HasEnded>
 void ShowProgress(const std::string& path, std::uint64_t bytes, HasEnded hasEnded) {
   constexpr std::chrono::milliseconds kPoll{20};
@@ -124,7 +124,7 @@ void ShowProgress(const std::string& path, std::uint64_t bytes, HasEnded hasEnde
   }
 }
 
-/// Waits for the end of `process`. Passes signals on until the number of the process can be reused.
+/// Waits for the end of `process`. Forwards signals only while the process number is not reused.
 int EndOf(pid_t process, const std::string& path, std::uint64_t bytes) {
   PassInterruptionsTo(process);
   siginfo_t end = {};

@@ -7,18 +7,19 @@
 
 namespace webresources {
 
-/// Runs the installer at the absolute `path` and waits for the end. The surroundings do not depend
-/// on those of the caller: umask 022, working directory "/", no environment, signals as they are by
-/// default, the null device as the three standard streams, and `lockDescriptor` as the only other
-/// descriptor. A SIGHUP that the caller ignores stays ignored, as `nohup` asks. This process gets
-/// the umask and the working directory, too, and passes SIGHUP, SIGINT and SIGTERM on to the
-/// installer; see CatchInterruptions().
+/// Runs the installer at the absolute `path`, and waits for the end of the installer. The installer
+/// has a fixed environment: umask 022, working directory "/", no environment variables, default
+/// signal actions, and the null device as standard streams. The only other descriptor is
+/// `lockDescriptor`. If the caller ignores SIGHUP, the installer ignores SIGHUP, too, as `nohup`
+/// requires. This process also gets the umask and the working directory. SIGHUP, SIGINT and SIGTERM
+/// are forwarded to the installer; see CatchInterruptions().
 ///
-/// On a terminal, shows how many of the `bytes` that the installer writes are written: once a
-/// second, from the free space of the volume that holds the installer.
+/// On a terminal, shows the written part of `bytes` once a second. The written part is the decrease
+/// of free space on the volume that holds the installer.
 ///
-/// Returns the end of the installer, for people; nothing if the exit status was 0. Throws
-/// CannotStart if the installer cannot be started, and Error if the end is unknown.
+/// Returns nothing after the exit status 0. Returns a text about any other exit status, or about
+/// the signal that ended the installer. Throws CannotStart if the installer cannot be started, and
+/// Error if the exit status is unknown.
 std::optional<std::string> RunInstaller(const std::string& path, int lockDescriptor,
                                         std::uint64_t bytes);
 

@@ -66,7 +66,7 @@ void CopyFile(const std::string& from, const std::string& to, mode_t mode, std::
   }
 }
 
-/// Copies the file at `name` if there is one. The inspection of the copy finds a missing file.
+/// Copies the file `name` if the file exists. The inspection of the copy reports a missing file.
 void CopyIfThere(const std::string& from, const std::string& to, const std::string& name,
                  mode_t mode, std::uint64_t most) {
   if (Exists(from + name)) {

@@ -8,22 +8,22 @@
 
 namespace webresources {
 
-/// A copy of a bundle beside the install root that no other user can reach. The checked bytes are
-/// the bytes that run, even if the bundle changes. The destructor removes the copy. If the process
-/// was killed, the next RemoveLeftovers() removes the copy.
+/// A private copy of a bundle, beside the install root. No other user can open the copy, so nobody
+/// else can change the checked bytes before the run. The destructor removes the copy. If the
+/// process is killed, the next RemoveLeftovers() removes the copy.
 class PrivateCopy {
  public:
   /// Copies the installer, Info.plist if there is one, the package and the metadata of the bundle
   /// at `bundle`, in the layout of a bundle. Each file is opened once; holes are kept. Requires:
-  /// the caller holds the lock of the host mounted at `hostRoot`. Throws Error if something cannot
-  /// be copied, if the package is larger than the limits allow, and after an interruption.
+  /// the caller holds the lock of the host mounted at `hostRoot`. Throws Error if a file cannot be
+  /// copied, if the package exceeds `limits`, and after an interruption.
   PrivateCopy(const std::string& hostRoot, const std::string& bundle, const Limits& limits);
   ~PrivateCopy();
 
   PrivateCopy(const PrivateCopy&) = delete;
   PrivateCopy& operator=(const PrivateCopy&) = delete;
 
-  /// The path of the copy, which is a bundle.
+  /// Returns the path of the copy. The copy is a bundle.
   const std::string& path() const { return path_; }
 
  private:

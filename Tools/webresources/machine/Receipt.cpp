@@ -66,7 +66,7 @@ void Require(bool isSo, const char* defect) {
   }
 }
 
-/// A whole number from `least` to `most`.
+/// Returns the integer `name` of `json`. Throws if the member is no integer from `least` to `most`.
 std::int64_t NumberIn(const Json& json, const char* name, std::int64_t least, std::int64_t most) {
   const Json& member = json.at(name);
   Require(member.is_number_integer(), "a number is not an integer");
@@ -107,7 +107,7 @@ bool IsOneOf(const Names& names, std::string_view name) {
   return std::find(std::begin(names), std::end(names), name) != std::end(names);
 }
 
-/// Sorts the tree and checks that no path is there twice.
+/// Sorts the tree. Throws if a path occurs twice.
 void SortAndCheck(FileTree& tree) {
   std::sort(tree.begin(), tree.end(),
             [](const FileItem& a, const FileItem& b) { return a.path < b.path; });
@@ -117,8 +117,8 @@ void SortAndCheck(FileTree& tree) {
   Require(same == tree.end() && !tree.empty(), "the tree is empty or has a path twice");
 }
 
-/// Parses a receipt. Converts and drops each complete item of the tree, and refuses deeper nesting:
-/// only the tree takes memory.
+/// Parses a receipt. Converts each complete item of the tree and drops the JSON of the item, so
+/// that only the tree takes memory. Refuses deeper nesting.
 class Parser {
  public:
   explicit Parser(std::FILE* stream) {

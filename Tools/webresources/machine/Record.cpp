@@ -80,7 +80,7 @@ Findings FindInRecord(const InstallRecord& record, std::optional<int> updateId) 
   return findings;
 }
 
-// A text may be recorded and empty: the text counts as missing.
+// A recorded text that is empty counts as missing.
 void AddMissing(Findings& findings, const char* name, InstallRecord::State state) {
   if (state == State::Unusable) {
     Add(findings, kRecordType, name, "its value is of another type, or out of range");

@@ -23,19 +23,20 @@ std::optional<int> UpdateIdOf(const InstallRecord& record);
 /// keeps such a value.
 bool IsRandomUnusable(const InstallRecord& record);
 
-/// Returns the defects of update number, version and random identifier. Without `updateId`, the
-/// values have to agree with one another only.
+/// Returns the defects of update number, version and random identifier. Without `updateId`,
+/// compares the values with each other only.
 Findings FindInRecord(const InstallRecord& record, std::optional<int> updateId);
 
-/// Returns the finding for a recorded text or number called `name` that is absent or unusable.
+/// Adds the finding about the absent or unusable value `name` of the record: kRecordType if `state`
+/// is Unusable, else kRecordMissing.
 void AddMissing(Findings& findings, const char* name, InstallRecord::State state);
 
-/// Returns `record` as a member of a document. An absent value is null, and so is the number -1,
-/// which the installer treats as absent.
+/// Returns `record` as a member of a JSON document. An absent value is null. The number -1 is null,
+/// too, because the installer treats -1 as absent.
 Json ToJson(const WebRegInfo& record);
 
-/// Returns the record after a run that installs the update `updateId`, as ToJson() does; the random
-/// identifier is "drawn" if the run draws a new one.
+/// Returns the record after an installation of the update `updateId`, in the form of ToJson(). The
+/// random identifier is "drawn" if the run draws a new identifier.
 Json RecordAfter(const InstallRecord& record, int updateId, bool regenerates);
 
 }  // namespace webresources

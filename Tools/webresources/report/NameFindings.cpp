@@ -23,7 +23,7 @@ std::optional<std::string> UncleanPart(const std::string& name) {
   if (name.find('\\') != std::string::npos) {
     return "its name has a backslash, which the installer does not treat as a separator";
   }
-  // Some packers begin each name with "./", which every reader ignores.
+  // Some packers begin each name with "./". Every reader ignores this prefix.
   const std::size_t start = name.compare(0, 2, "./") == 0 ? 2 : 0;
   const std::string framed = "/" + name.substr(start) + (name.back() == '/' ? "" : "/");
   for (const char* part : {"//", "/./", "/../"}) {

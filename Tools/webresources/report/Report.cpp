@@ -68,7 +68,8 @@ constexpr std::size_t kLargestListedGroup = 5;
 constexpr std::size_t kExamples = 3;
 constexpr std::size_t kScreen = 15;  // lines of a listing
 
-/// A group in one line: the count, some of the subjects and, if it is the same for all, the reason.
+/// Returns a line for a group: the count, some subjects and, if all have the same reason, the
+/// reason.
 std::string Summary(const Group& group) {
   std::string text = std::to_string(group.size()) + " times: ";
   for (std::size_t i = 0; i < kExamples; ++i) {
@@ -126,7 +127,7 @@ void Append(Findings& findings, const Findings& more) {
 Report ReportOf(const std::string& command, const std::exception& error) {
   Report report(command);
   report.status = kCouldNotTell;
-  // The cast's own test for null is the compiler's.
+  // The compiler adds a test for null to the cast; no test reaches that branch.
   const auto* const known = dynamic_cast<const Error*>(&error);  // GCOVR_EXCL_BR_LINE
   const Error parts = known != nullptr ? *known : Error("run", command, error.what());
   Json& json = report.details["error"];
