@@ -1,7 +1,6 @@
 #ifndef PLATFORM_PREFERENCESDOMAIN_H_
 #define PLATFORM_PREFERENCESDOMAIN_H_
 
-#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -34,17 +33,17 @@ class PreferencesDomain {
   /// Removes every key of the domain, also one that is not UTF-8. Returns false if there is none.
   bool RemoveAll();
 
-  /// Whether `key` has a value, of whatever type.
-  bool Has(const std::string& key) const;
+  /// A value, as Read() finds it.
+  struct Value {
+    bool isPresent = false;           ///< Whether there is a value, of whatever type.
+    std::optional<int> number;        ///< A number that is exactly a signed 32-bit integer.
+    std::optional<std::string> text;  ///< A text of any length.
+  };
 
-  /// Copies the text under `key`, zero-terminated, into `buffer` of `size` bytes. Returns false,
-  /// with the contents of `buffer` unspecified, when there is no value, when it is not a text, or
-  /// when it does not fit together with its terminating zero.
-  bool GetText(const std::string& key, char* buffer, std::size_t size) const;
-
-  /// The number under `key`; nothing when there is no value, when it is not a number (a boolean is
-  /// not), or when it is not exactly representable as a signed 32-bit integer.
-  std::optional<int> GetNumber(const std::string& key) const;
+  /// Stores the values of `keys`, in their order and all from one read, through `values`. A boolean
+  /// is no number. A domain that does not exist has no values. Returns false if the domain cannot
+  /// be read: then errno tells the reason, and `values` has the changes of this process only.
+  bool Read(const std::vector<std::string>& keys, std::vector<Value>* values) const;
 
   /// Writes this process's changes to the disk. Returns whether that succeeded. Keys that another
   /// process has written meanwhile are kept, and seen from then on at the latest. Without changes
@@ -56,18 +55,6 @@ class PreferencesDomain {
   /// cannot remove the file keeps it. Makes no file and no directory, and does not touch a file
   /// that is no domain. Returns whether that succeeded; if not, errno tells the reason.
   bool Erase(const std::vector<std::string>& keys);
-
-  /// The value of a key at the moment of Read().
-  struct Value {
-    bool isPresent = false;           ///< Whether there is a value, of whatever type.
-    std::optional<int> number;        ///< As GetNumber() gives it.
-    std::optional<std::string> text;  ///< If the value is a text: of any length.
-  };
-
-  /// Returns the values of `keys`, in their order, all from one read. A domain that does not exist
-  /// has no values. Returns nothing if the domain cannot be read; errno then tells the reason.
-  /// Changes nothing.
-  std::optional<std::vector<Value>> Read(const std::vector<std::string>& keys) const;
 
   /// The place of the domain, for people: the path of its file, or its name.
   const std::string& location() const { return name_; }

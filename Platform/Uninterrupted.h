@@ -1,7 +1,10 @@
 #ifndef PLATFORM_UNINTERRUPTED_H_
 #define PLATFORM_UNINTERRUPTED_H_
 
+#include <unistd.h>
+
 #include <cerrno>
+#include <cstddef>
 
 /// Makes the system call `call` and repeats it while it fails with EINTR, at most 100 times:
 /// signals that never end must not keep the process for ever. Returns what the last call returned;
@@ -14,6 +17,37 @@ auto Uninterrupted(Call call) {
     result = call();
   }
   return result;
+}
+
+/// Reads the bytes from `offset` on into `buffer`: `size` of them, or as many as the file has.
+/// Returns their number, or -1 with errno set if a call fails.
+inline ssize_t ReadAt(int file, off_t offset, char* buffer, std::size_t size) {
+  std::size_t done = 0;
+  while (done < size) {
+    const ssize_t count = Uninterrupted(
+        [&] { return pread(file, buffer + done, size - done, offset + static_cast<off_t>(done)); });
+    if (count < 0) {
+      return -1;
+    }
+    if (count == 0) {
+      break;
+    }
+    done += static_cast<std::size_t>(count);
+  }
+  return static_cast<ssize_t>(done);
+}
+
+/// Writes all `size` bytes. Returns false, with errno set, if a call fails.
+inline bool WriteAll(int file, const char* bytes, std::size_t size) {
+  while (size > 0) {
+    const ssize_t count = Uninterrupted([&] { return write(file, bytes, size); });
+    if (count < 0) {
+      return false;
+    }
+    bytes += count;
+    size -= static_cast<std::size_t>(count);
+  }
+  return true;
 }
 
 #endif  // PLATFORM_UNINTERRUPTED_H_

@@ -187,19 +187,33 @@ bool Register(const char* key, int number) {
   return record.Flush();
 }
 
-std::string CarriedText(const PreferencesDomain& record, const char* key) {
-  char text[kCarriedTextSize] = {};
-  if (!record.GetText(key, text, sizeof text)) {
-    return {};
-  }
-  return text;
+using State = InstallRecord::State;
+
+State StateOf(const PreferencesDomain::Value& value, bool isUsable) {
+  return isUsable ? State::Usable : value.isPresent ? State::Unusable : State::Absent;
 }
 
-void Capture(const PreferencesDomain& record, WebRegInfo* info) {
-  info->random = record.GetNumber(kRandomKey).value_or(kAbsent);
-  info->updateId = record.GetNumber(kUpdateIdKey).value_or(kAbsent);
-  info->installPath = CarriedText(record, kInstallPathKey);
-  info->fullVersion = CarriedText(record, kFullVersionKey);
+State Capture(const PreferencesDomain::Value& value, std::int32_t& number) {
+  number = value.number.value_or(kAbsent);
+  return StateOf(value, value.number.has_value());
+}
+
+State Capture(const PreferencesDomain::Value& value, std::string& text) {
+  const bool isUsable = value.text && value.text->length() < kCarriedTextSize;
+  text = isUsable ? *value.text : std::string();
+  return StateOf(value, isUsable);
+}
+
+/// Returns false if `domain` cannot be read; errno then tells the reason.
+bool Capture(const PreferencesDomain& domain, InstallRecord& record) {
+  std::vector<PreferencesDomain::Value> values;
+  const bool isRead =
+      domain.Read({kRandomKey, kUpdateIdKey, kInstallPathKey, kFullVersionKey}, &values);
+  record.random = Capture(values[0], record.values.random);
+  record.updateId = Capture(values[1], record.values.updateId);
+  record.installPath = Capture(values[2], record.values.installPath);
+  record.fullVersion = Capture(values[3], record.values.fullVersion);
+  return isRead;
 }
 
 }  // namespace
@@ -229,11 +243,15 @@ bool OSUtils::RegisterRandom() {
 }
 
 bool OSUtils::isRandomPresent() {
-  return Record().Has(kRandomKey);
+  InstallRecord record;
+  Capture(Record(), record);
+  return record.random != State::Absent;
 }
 
 void OSUtils::OldInfo(WebRegInfo* info) {
-  Capture(Record(), info);
+  InstallRecord record;
+  Capture(Record(), record);
+  *info = record.values;
 }
 
 bool OSUtils::ClearRegistry() {
@@ -260,39 +278,10 @@ bool OSUtils::MakeFreshRegistry(WebRegInfo* info) {
 
 // For programs that examine an installation ------------------------------------------------------
 
-namespace {
-
-using State = InstallRecord::State;
-
-State StateOf(const PreferencesDomain::Value& value, bool isUsable) {
-  return isUsable ? State::Usable : value.isPresent ? State::Unusable : State::Absent;
-}
-
-State Capture(const PreferencesDomain::Value& value, std::int32_t& number) {
-  number = value.number.value_or(kAbsent);
-  return StateOf(value, value.number.has_value());
-}
-
-State Capture(const PreferencesDomain::Value& value, std::string& text) {
-  const bool isUsable = value.text && value.text->length() < kCarriedTextSize;
-  text = isUsable ? *value.text : std::string();
-  return StateOf(value, isUsable);
-}
-
-}  // namespace
-
 std::optional<InstallRecord> ReadRecord(const std::string& hostRoot) {
-  const auto values = PreferencesDomain(PLIST_SECTION_KEY, hostRoot)
-                          .Read({kRandomKey, kUpdateIdKey, kInstallPathKey, kFullVersionKey});
-  if (!values) {
-    return std::nullopt;
-  }
   InstallRecord record;
-  record.random = Capture((*values)[0], record.values.random);
-  record.updateId = Capture((*values)[1], record.values.updateId);
-  record.installPath = Capture((*values)[2], record.values.installPath);
-  record.fullVersion = Capture((*values)[3], record.values.fullVersion);
-  return record;
+  return Capture(PreferencesDomain(PLIST_SECTION_KEY, hostRoot), record) ? std::optional(record)
+                                                                         : std::nullopt;
 }
 
 std::string RecordLocation(const std::string& hostRoot) {

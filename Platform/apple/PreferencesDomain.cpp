@@ -1,7 +1,6 @@
 #include "PreferencesDomain.h"
 
 #include <cerrno>
-#include <cstring>
 #include <set>
 #include <utility>
 
@@ -132,23 +131,6 @@ bool PreferencesDomain::RemoveAll() {
   return count > 0;
 }
 
-bool PreferencesDomain::Has(const std::string& key) const {
-  return CopyValue(key, name_) != nullptr;
-}
-
-bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_t size) const {
-  const auto text = TextOf(CopyValue(key, name_));
-  if (!text || text->length() >= size) {
-    return false;
-  }
-  std::memcpy(buffer, text->c_str(), text->length() + 1);
-  return true;
-}
-
-std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
-  return NumberOf(CopyValue(key, name_));
-}
-
 bool PreferencesDomain::Flush() {
   const ScopedString application = WrapForever(name_);
   return application != nullptr &&
@@ -158,18 +140,15 @@ bool PreferencesDomain::Flush() {
 
 // CoreFoundation does not report whether a domain of this host was readable. The result of a flush
 // does not show this either: a flush may fail for a process without the right to write.
-std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
-    const std::vector<std::string>& keys) const {
-  if (WrapForever(name_) == nullptr) {
-    errno = ENOTSUP;
-    return std::nullopt;
-  }
-  std::vector<Value> values;
+bool PreferencesDomain::Read(const std::vector<std::string>& keys,
+                             std::vector<Value>* values) const {
+  values->clear();
   for (const std::string& key : keys) {
     const ScopedValue value = CopyValue(key, name_);
-    values.push_back({value != nullptr, NumberOf(value), TextOf(value)});
+    values->push_back({value != nullptr, NumberOf(value), TextOf(value)});
   }
-  return values;
+  errno = ENOTSUP;
+  return WrapForever(name_) != nullptr;
 }
 
 // The file belongs to the system's daemon, which keeps the file.

@@ -1,6 +1,6 @@
 #include "PreferencesDomain.h"
 
-#include <cstring>
+#include <cerrno>
 #include <utility>
 
 #include "PropertyListFile.h"
@@ -21,24 +21,11 @@ void Change(const std::string& path, const std::string& key,
   }
 }
 
-/// The values of `list`, with the changes of this process to the file.
-PropertyList::Contents WithPending(PropertyList list, const std::string& path) {
-  list.Apply(Pending(path));
-  return list.Values();
-}
-
-PropertyList::Contents Current(const std::string& path) {
-  return WithPending(ReadPropertyList(path).value_or(PropertyList()), path);
-}
-
-template <typename T>
-std::optional<T> Find(const std::string& path, const std::string& key) {
-  PropertyList::Contents contents = Current(path);
-  const auto found = contents.find(key);
-  if (found == contents.end() || !std::holds_alternative<T>(found->second)) {
-    return {};
-  }
-  return std::get<T>(std::move(found->second));
+/// The values of the file, of which `list` was read, with the changes of this process.
+PropertyList::Contents WithPending(std::optional<PropertyList> list, const std::string& path) {
+  PropertyList current = std::move(list).value_or(PropertyList());
+  current.Apply(Pending(path));
+  return current.Values();
 }
 
 }  // namespace
@@ -63,65 +50,46 @@ void PreferencesDomain::Remove(const std::string& key) {
 }
 
 bool PreferencesDomain::RemoveAll() {
-  const PropertyList::Contents contents = Current(name_);
+  const PropertyList::Contents contents = WithPending(ReadPropertyList(name_), name_);
   for (const auto& [key, value] : contents) {
     Remove(key);
   }
   return !contents.empty();
 }
 
-bool PreferencesDomain::Has(const std::string& key) const {
-  return Current(name_).count(key) != 0;
-}
-
-bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_t size) const {
-  const auto text = Find<std::string>(name_, key);
-  if (!text || text->length() >= size) {
-    return false;
+bool PreferencesDomain::Read(const std::vector<std::string>& keys,
+                             std::vector<Value>* values) const {
+  auto list = ReadPropertyList(name_);
+  const bool isRead = list.has_value();
+  const int reason = errno;
+  PropertyList::Contents contents = WithPending(std::move(list), name_);
+  values->clear();
+  for (const std::string& key : keys) {
+    values->push_back(contents[key]);
   }
-  std::memcpy(buffer, text->c_str(), text->length() + 1);
-  return true;
-}
-
-std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
-  return Find<int>(name_, key);
+  errno = reason;
+  return isRead;
 }
 
 bool PreferencesDomain::Flush() {
   PropertyList::Changes& pending = Pending(name_);
-  const bool isFlushed =
-      pending.empty() ? ReadPropertyList(name_).has_value() : ChangePropertyList(name_, pending);
+  const bool isFlushed = pending.empty() ? ReadPropertyList(name_).has_value()
+                                         : ChangePropertyList(name_, pending, Emptied::Keep);
   if (isFlushed) {
     pending.clear();
   }
   return isFlushed;
 }
 
-std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
-    const std::vector<std::string>& keys) const {
-  auto list = ReadPropertyList(name_);
-  if (!list) {
-    return std::nullopt;
-  }
-  PropertyList::Contents contents = WithPending(*std::move(list), name_);
-  std::vector<Value> values(keys.size());
-  for (std::size_t i = 0; i < keys.size(); ++i) {
-    const auto found = contents.find(keys[i]);
-    if (found != contents.end()) {
-      values[i].isPresent = true;
-      if (const int* number = std::get_if<int>(&found->second)) {
-        values[i].number = *number;
-      } else if (std::string* text = std::get_if<std::string>(&found->second)) {
-        values[i].text = std::move(*text);
-      }
-    }
-  }
-  return values;
-}
-
 bool PreferencesDomain::Erase(const std::vector<std::string>& keys) {
+  const auto list = ReadPropertyList(name_);
+  const auto contents = list ? list->Values() : PropertyList::Contents();
+  PropertyList::Changes changes;
   for (const std::string& key : keys) {
     Pending(name_).erase(key);
+    if (contents.count(key) != 0) {
+      changes[key] = std::nullopt;
+    }
   }
-  return RemoveFromPropertyList(name_, keys);
+  return list && (changes.empty() || ChangePropertyList(name_, changes, Emptied::Remove));
 }

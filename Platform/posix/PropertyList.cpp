@@ -94,7 +94,7 @@ std::string Encoded(const std::string& text) {
 }
 
 /// Decimal with a sign, or hexadecimal. A real number may have a fraction and an exponent.
-PropertyList::Value NumberIn(const std::string& text, bool isInteger) {
+std::optional<int> NumberIn(const std::string& text, bool isInteger) {
   using Limits = std::numeric_limits<int>;
   const bool isHexadecimal = isInteger && text.find_first_of("xX") != std::string::npos;
   const char* const characters = isHexadecimal ? " \t\n0123456789abcdefABCDEFxX"
@@ -104,21 +104,19 @@ PropertyList::Value NumberIn(const std::string& text, bool isInteger) {
   const double number = std::strtod(text.c_str(), &end);
   const bool isNumber = end != text.c_str() && end[std::strspn(end, " \t\n")] == '\0' &&
                         text.find_first_not_of(characters) == std::string::npos;
-  if (isNumber && number >= Limits::min() && number <= Limits::max() &&
-      number == static_cast<int>(number)) {
-    return static_cast<int>(number);
-  }
-  return PropertyList::OtherType();
+  const bool isExact = isNumber && number >= Limits::min() && number <= Limits::max() &&
+                       number == static_cast<int>(number);
+  return isExact ? std::optional(static_cast<int>(number)) : std::nullopt;
 }
 
-PropertyList::Value ValueOf(xml_node element) {
+PreferencesDomain::Value ValueOf(xml_node element) {
   const auto text = TextOf(element);
-  if (text && Is(element, "string")) {
-    return *text;
+  if (Is(element, "string")) {
+    return {true, std::nullopt, text};
   }
   const bool isInteger = Is(element, "integer");
-  return text && (isInteger || Is(element, "real")) ? NumberIn(*text, isInteger)
-                                                    : PropertyList::OtherType();
+  const bool isNumber = text && (isInteger || Is(element, "real"));
+  return {true, isNumber ? NumberIn(*text, isInteger) : std::nullopt, std::nullopt};
 }
 
 /// Makes `element` one of that type with `text` in it.

@@ -8,13 +8,13 @@
 #include <string>
 #include <variant>
 
+#include "PreferencesDomain.h"
+
 /// An XML property list whose root is a dictionary. It keeps the bytes of every value that it does
 /// not change. Values of other types than string and integer can only be removed or replaced.
 class PropertyList {
  public:
-  struct OtherType {};
-  using Value = std::variant<OtherType, std::string, int>;
-  using Contents = std::map<std::string, Value>;
+  using Contents = std::map<std::string, PreferencesDomain::Value>;
   /// The keys to change, with a new value or, to remove a key, none.
   using Changes = std::map<std::string, std::optional<std::variant<std::string, int>>>;
 
@@ -38,8 +38,7 @@ class PropertyList {
   /// Whether a list can hold `text` as a value or a key: any UTF-8 without a zero byte.
   static bool IsText(const std::string& text);
 
-  /// The keys with their values; the first value of a key that occurs several times. A number that
-  /// is not exactly a signed 32-bit integer, and a boolean, are of other type.
+  /// The keys with their values; the first value of a key that occurs several times.
   Contents Values() const;
 
   /// A key that gets a new value keeps its place; new keys follow the others. Of a changed key that

@@ -9,50 +9,20 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <utility>
 
 #include "Descriptor.h"
+#include "Durability.h"
 #include "Uninterrupted.h"
 
 namespace {
-
-// System calls ----------------------------------------------------------------------------------
 
 // Both whatever the umask: everybody can read the preferences.
 constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kFileMode = 0644;
 constexpr int kCorruptFilesKept = 100;
-
-bool ReadAll(int file, std::string& bytes) {
-  std::size_t length = 0;
-  ssize_t count = 0;
-  while ((count = Uninterrupted(
-              [&] { return read(file, &bytes[length], bytes.size() - length); })) > 0) {
-    length += static_cast<std::size_t>(count);
-  }
-  bytes.resize(length);
-  return count == 0;
-}
-
-bool WriteAll(int file, const std::string& bytes) {
-  for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t count =
-        Uninterrupted([&] { return write(file, &bytes[done], bytes.size() - done); });
-    if (count <= 0) {
-      return false;
-    }
-    done += static_cast<std::size_t>(count);
-  }
-  return true;
-}
-
-bool Synchronize(int file) {
-  return Uninterrupted([&] { return fsync(file); }) == 0;
-}
 
 /// Only a directory that is made here gets the mode.
 bool MakeDirectories(const std::string& path) {
@@ -66,8 +36,6 @@ bool MakeDirectories(const std::string& path) {
   }
   return true;
 }
-
-// The file --------------------------------------------------------------------------------------
 
 /// The bytes of the file called `name` in `directory`, or those of an empty list if it is absent;
 /// nothing if it cannot be read or is no regular file. Does not wait for the other end of a FIFO.
@@ -86,7 +54,12 @@ std::optional<std::string> Load(int directory, const std::string& name) {
     return {};
   }
   std::string bytes(static_cast<std::size_t>(status.st_size), '\0');
-  return ReadAll(*file, bytes) ? std::optional(std::move(bytes)) : std::nullopt;
+  const ssize_t length = ReadAt(*file, 0, bytes.data(), bytes.size());
+  if (length < 0) {
+    return {};
+  }
+  bytes.resize(static_cast<std::size_t>(length));
+  return bytes;
 }
 
 std::string TemporaryPrefix(const std::string& name) {
@@ -96,18 +69,13 @@ std::string TemporaryPrefix(const std::string& name) {
 /// Removes the temporary files of killed writers, unless another writer has the lock, which ends
 /// with its descriptor and leaves no file. A writer that went on without the lock can lose its
 /// temporary file to this, and fails then: only a complete file is ever renamed into place.
-void RemoveLeftovers(int directory, const std::string& name) {
+void RemoveLeftovers(int directory, const std::string& path, const std::string& name) {
   if (flock(directory, LOCK_EX | LOCK_NB) != 0) {
     return;
   }
-  const int descriptor = openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const std::unique_ptr<DIR, int (*)(DIR*)> stream(fdopendir(descriptor), closedir);
-  if (!stream) {
-    const Descriptor unused(descriptor);
-    return;
-  }
   const std::string prefix = TemporaryPrefix(name);
-  while (const dirent* entry = readdir(stream.get())) {
+  const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(path.c_str()), closedir);
+  while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
     if (std::strncmp(entry->d_name, prefix.c_str(), prefix.length()) == 0) {
       unlinkat(directory, entry->d_name, 0);
     }
@@ -119,7 +87,7 @@ bool MoveAside(int directory, const std::string& name) {
   std::string aside = name + ".corrupt";
   for (int i = 1; i <= kCorruptFilesKept; ++i) {
     if (renameat2(directory, name.c_str(), directory, aside.c_str(), RENAME_NOREPLACE) == 0) {
-      return Synchronize(directory);
+      return Durability::SyncFile(directory);
     }
     if (errno != EEXIST) {
       return false;
@@ -139,21 +107,18 @@ std::string TemporaryName(const std::string& name) {
   return TemporaryPrefix(name) + std::to_string(random);
 }
 
-bool WriteFile(int directory, const std::string& name, const std::string& bytes) {
-  const Descriptor file(openat(directory, name.c_str(),
-                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR));
-  return file && WriteAll(*file, bytes) && fchmod(*file, kFileMode) == 0 && Synchronize(*file);
-}
-
 /// Puts a file of `bytes` in the place of `name`.
 bool Replace(int directory, const std::string& name, const std::string& bytes) {
   const std::string temporary = TemporaryName(name);
-  if (!WriteFile(directory, temporary, bytes) ||
-      renameat(directory, temporary.c_str(), directory, name.c_str()) != 0) {
+  const Descriptor file(openat(directory, temporary.c_str(),
+                               O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR));
+  const bool isReplaced = file && WriteAll(*file, bytes.data(), bytes.size()) &&
+                          fchmod(*file, kFileMode) == 0 && Durability::SyncFile(*file) &&
+                          renameat(directory, temporary.c_str(), directory, name.c_str()) == 0;
+  if (!isReplaced) {
     unlinkat(directory, temporary.c_str(), 0);
-    return false;
   }
-  return Synchronize(directory);
+  return isReplaced && Durability::SyncFile(directory);
 }
 
 }  // namespace
@@ -163,7 +128,8 @@ std::optional<PropertyList> ReadPropertyList(const std::string& path) {
   return bytes ? std::optional(PropertyList::Parse(*bytes).value_or(PropertyList())) : std::nullopt;
 }
 
-bool ChangePropertyList(const std::string& path, const PropertyList::Changes& changes) {
+bool ChangePropertyList(const std::string& path, const PropertyList::Changes& changes,
+                        Emptied emptied) {
   const std::size_t slash = path.rfind('/');
   const std::string parent = path.substr(0, slash);
   const std::string name = path.substr(slash + 1);
@@ -172,7 +138,7 @@ bool ChangePropertyList(const std::string& path, const PropertyList::Changes& ch
   if (!directory) {
     return false;
   }
-  RemoveLeftovers(*directory, name);
+  RemoveLeftovers(*directory, parent, name);
   const auto bytes = Load(*directory, name);
   if (!bytes) {
     return false;
@@ -181,37 +147,11 @@ bool ChangePropertyList(const std::string& path, const PropertyList::Changes& ch
   const bool isCorrupt = !list;
   PropertyList changed = std::move(list).value_or(PropertyList());
   changed.Apply(changes);
+  if (emptied == Emptied::Remove && changed.Values().empty()) {
+    return isCorrupt ||
+           (unlinkat(*directory, name.c_str(), 0) == 0 && Durability::SyncFile(*directory));
+  }
   const std::string changedBytes = changed.Print();
   return changedBytes.size() <= PropertyList::kLargest &&
          (!isCorrupt || MoveAside(*directory, name)) && Replace(*directory, name, changedBytes);
-}
-
-bool RemoveFromPropertyList(const std::string& path, const std::vector<std::string>& keys) {
-  const std::size_t slash = path.rfind('/');
-  const std::string name = path.substr(slash + 1);
-  const Descriptor directory(
-      open(path.substr(0, slash).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory) {
-    return errno == ENOENT;
-  }
-  RemoveLeftovers(*directory, name);
-  const auto bytes = Load(*directory, name);
-  if (!bytes) {
-    return false;
-  }
-  auto list = PropertyList::Parse(*bytes);
-  PropertyList::Changes changes;
-  for (const std::string& key : keys) {
-    if (list && list->Values().count(key) != 0) {
-      changes[key] = std::nullopt;
-    }
-  }
-  if (changes.empty()) {
-    return true;
-  }
-  list->Apply(changes);
-  if (!list->Values().empty()) {
-    return Replace(*directory, name, list->Print());
-  }
-  return unlinkat(*directory, name.c_str(), 0) == 0 && Synchronize(*directory);
 }

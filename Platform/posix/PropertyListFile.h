@@ -3,7 +3,6 @@
 
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "PropertyList.h"
 
@@ -15,19 +14,19 @@
 /// nothing if the file cannot be read.
 std::optional<PropertyList> ReadPropertyList(const std::string& path);
 
+/// What happens to a file that has no keys left.
+enum class Emptied { Keep, Remove };
+
 /// Reads the file and replaces it by one with `changes`. Makes missing directories. A file that is
 /// no property list is renamed to the first free name of PATH.corrupt, PATH.corrupt.1, …, and
 /// counts as empty. A process that is killed here leaves the old file or the new one, and possibly
 /// a temporary file that the next call removes. What another process writes at the same moment may
 /// be lost.
 ///
-/// Returns false if the file cannot be read, moved aside or replaced, or if the new one would
-/// exceed PropertyList::kLargest. The file then is as it was, unless only the last fsync failed.
-bool ChangePropertyList(const std::string& path, const PropertyList::Changes& changes);
-
-/// Reads the file and replaces it by one without `keys`, or removes the file if it has no other
-/// key. Nothing is changed if the file has none of `keys`, is absent or is no property list.
-/// Returns false if the file cannot be read, replaced or removed; errno then tells the reason.
-bool RemoveFromPropertyList(const std::string& path, const std::vector<std::string>& keys);
+/// Returns false if the file cannot be read, moved aside, replaced or removed, or if the new one
+/// would exceed PropertyList::kLargest; errno then tells the reason, except for the size. The file
+/// then is as it was, unless only the last fsync failed.
+bool ChangePropertyList(const std::string& path, const PropertyList::Changes& changes,
+                        Emptied emptied);
 
 #endif  // PLATFORM_POSIX_PROPERTYLISTFILE_H_

@@ -31,6 +31,12 @@ class ScopedMode {
   ScopedMode& operator=(const ScopedMode&) = delete;
 };
 
+PreferencesDomain::Value ValueOf(const PreferencesDomain& domain, const std::string& key) {
+  std::vector<PreferencesDomain::Value> values;
+  domain.Read({key}, &values);
+  return values.at(0);
+}
+
 /// Returns the number under "key" that another process sees, or -1 for none.
 std::string SeenElsewhere() {
   return OutputOfProcess(program, {"print"});
@@ -55,13 +61,15 @@ class AppleBackEnd : public testing::Test {
     std::ofstream(kFile) << "<plist version=\"1.0\"><dict><key>key</key>" << element
                          << "</dict></plist>";
     EXPECT_TRUE(domain_.Flush());
-    return domain_.GetNumber("key");
+    return Read("key").number;
   }
 
   static std::string FileContent() {
     std::ifstream stream(kFile);
     return std::string(std::istreambuf_iterator<char>(stream), {});
   }
+
+  PreferencesDomain::Value Read(const std::string& key) { return ValueOf(domain_, key); }
 
   PreferencesDomain domain_{kIdentifier};
 };
@@ -74,7 +82,7 @@ TEST_F(AppleBackEnd, FlushWithoutRightsIsFalseAndChangesStayPending) {
     const ScopedMode mode("unprivileged");
     domain_.SetNumber("key", 2);
     EXPECT_FALSE(domain_.Flush());
-    EXPECT_EQ(2, domain_.GetNumber("key"));
+    EXPECT_EQ(2, Read("key").number);
     EXPECT_EQ("1", SeenElsewhere());
   }
   EXPECT_TRUE(domain_.Flush());
@@ -117,9 +125,8 @@ TEST_P(AppleBackEndWithout, NothingIsFoundAndNoResultIsMadeUp) {
   {
     const ScopedMode mode(GetParam());
     char buffer[1024] = "before";
-    const auto number = domain_.GetNumber("key");
-    EXPECT_TRUE(!number || *number == 1);
-    EXPECT_TRUE(!domain_.GetText("text", buffer, sizeof buffer) || std::string(buffer) == "x");
+    EXPECT_EQ(Read("key").number.value_or(1), 1);
+    EXPECT_EQ(Read("text").text.value_or("x"), "x");
     domain_.SetNumber("key", 1);
     domain_.SetText("text", "x");
     domain_.Flush();
@@ -150,8 +157,8 @@ TEST_F(AppleBackEnd, FailuresShowInTheResults) {
     return !call();
   };
   const auto flush = [this] { return domain_.Flush(); };
-  const auto number = [this] { return domain_.GetNumber("key").has_value(); };
-  const auto text = [&] { return domain_.GetText("text", buffer, sizeof buffer); };
+  const auto number = [this] { return Read("key").number.has_value(); };
+  const auto text = [this] { return Read("text").text.has_value(); };
   const auto clear = [this] { return domain_.RemoveAll(); };
   const auto resources = [&] { return Bundle::GetResourcesDirectory(buffer, sizeof buffer); };
   EXPECT_TRUE(fails("CFPreferencesSynchronize", flush));
@@ -172,9 +179,8 @@ TEST_F(AppleBackEnd, EveryObjectIsReleased) {
     char buffer[1024];
     Store(1);
     domain_.SetText("text", "x");
-    domain_.GetText("text", buffer, sizeof buffer);
-    domain_.GetText("key", buffer, sizeof buffer);
-    domain_.GetNumber("text");
+    Read("text");
+    Read("key");
     domain_.Remove("text");
     domain_.RemoveAll();
     domain_.Flush();
@@ -203,11 +209,11 @@ TEST_F(AppleBackEnd, KeyOutsideAsciiIsRemovedWithTheOthers) {
       << "<plist version=\"1.0\"><dict><key>key</key><integer>1</integer>"
          "<key>schl\xC3\xBCssel e\xCC\x81</key><integer>2</integer></dict></plist>";
   ASSERT_TRUE(domain_.Flush());
-  ASSERT_EQ(domain_.GetNumber("schl\xC3\xBCssel e\xCC\x81"), 2);
+  ASSERT_EQ(Read("schl\xC3\xBCssel e\xCC\x81").number, 2);
   EXPECT_TRUE(domain_.RemoveAll());
   ASSERT_TRUE(domain_.Flush());
-  EXPECT_FALSE(domain_.Has("schl\xC3\xBCssel e\xCC\x81"));
-  EXPECT_FALSE(domain_.Has("key"));
+  EXPECT_FALSE(Read("schl\xC3\xBCssel e\xCC\x81").isPresent);
+  EXPECT_FALSE(Read("key").isPresent);
 }
 
 // Numbers ---------------------------------------------------------------------------------------
@@ -288,7 +294,7 @@ TEST_F(AppleBackEndDeathTest, MisuseEndsTheProcess) {
 /// The other process.
 int Obey(const std::vector<std::string>& arguments) {
   if (arguments.at(0) == "print") {
-    std::printf("%d", PreferencesDomain(kIdentifier).GetNumber("key").value_or(-1));
+    std::printf("%d", ValueOf(PreferencesDomain(kIdentifier), "key").number.value_or(-1));
     return 0;
   }
   std::string buffer(2048, '-');

@@ -28,7 +28,7 @@ COULD_NOT_TELL = 2
 REMOVES = {*STATUS, "close", "fcntl", "getdents64", "openat", "rmdir", "unlink", "unlinkat"}
 # If one of these calls fails, a command may report a finding: a file that cannot be read is
 # incorrect.
-LOOKS = {*STATUS, "access", "lseek", "openat", "read"}
+LOOKS = {*STATUS, "access", "lseek", "openat", "pread64", "read"}
 
 
 class Command:

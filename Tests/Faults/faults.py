@@ -182,7 +182,7 @@ class FailingCalls(Campaign):
 
     scenarios = scenarios.chosen("fresh: small", "installed: deep, clear",
                                  "corrupt: large, regenerate")
-    LOAD = {*STATUS, "openat", "read"}
+    LOAD = {*STATUS, "openat", "pread64", "read"}
     FLUSH = {*LOAD, "chmod", "fchmod", "fsync", "getrandom", "mkdir", "renameat",
              "renameat2", "write"}
     LEADS_TO = {  # the permitted results, each with the calls whose failure permits the result

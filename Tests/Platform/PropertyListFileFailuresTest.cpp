@@ -31,7 +31,7 @@ class PropertyListFileFailuresTest : public testing::Test {
   }
 
   bool Set(const std::string& key, int number) const {
-    return ChangePropertyList(path_, {{key, number}});
+    return ChangePropertyList(path_, {{key, number}}, Emptied::Keep);
   }
   bool Has(const std::string& key) const {
     return ReadPropertyList(path_).value_or(PropertyList()).Values().count(key) != 0;
@@ -82,7 +82,7 @@ class PropertyListFileFailuresTest : public testing::Test {
 
 TEST_F(PropertyListFileFailuresTest, FailedCallFailsTheChangeAndKeepsTheFile) {
   ExpectFailure("fstat", EIO);
-  ExpectFailure("read", EIO);
+  ExpectFailure("pread", EIO);
   ExpectFailure("getrandom", ENOSYS);
   ExpectFailure("write", ENOSPC);
   ExpectFailure("fchmod", EPERM);
@@ -95,7 +95,7 @@ TEST_F(PropertyListFileFailuresTest, TruncatedRandomNumberFailsTheChange) {
 }
 
 TEST_F(PropertyListFileFailuresTest, FileThatCannotBeReadReadsAsEmptyAndFailsAFlushOfNothing) {
-  for (const char* function : {"fstat", "read"}) {
+  for (const char* function : {"fstat", "pread"}) {
     const FailingCall fault(function, EIO);
     EXPECT_FALSE(Has("old")) << function;
     EXPECT_FALSE(ReadPropertyList(path_)) << function;
@@ -140,7 +140,7 @@ TEST_F(PropertyListFileFailuresTest, TemporaryFileIsNewAndClosedToOthers) {
 }
 
 TEST_F(PropertyListFileFailuresTest, InterruptedCallsAreRepeatedAHundredTimes) {
-  for (const char* function : {"read", "write", "fsync", "getrandom"}) {
+  for (const char* function : {"pread", "write", "fsync", "getrandom"}) {
     EXPECT_TRUE(SetsWith(function, EINTR, 1, kInterruptionsBorne)) << function;
   }
 }
@@ -152,7 +152,7 @@ TEST_F(PropertyListFileFailuresTest, SuccessfulCallAfterAnInterruptionIsNotRepea
 }
 
 TEST_F(PropertyListFileFailuresTest, CallThatIsAlwaysInterruptedFails) {
-  for (const char* function : {"read", "write", "fsync", "getrandom"}) {
+  for (const char* function : {"pread", "write", "fsync", "getrandom"}) {
     EXPECT_FALSE(SetsWith(function, EINTR, 1, kInterruptionsBorne + 1)) << function;
   }
   EXPECT_EQ(old_, Bytes());
@@ -160,7 +160,7 @@ TEST_F(PropertyListFileFailuresTest, CallThatIsAlwaysInterruptedFails) {
 }
 
 TEST_F(PropertyListFileFailuresTest, OtherErrorsAreNotTriedAgain) {
-  for (const char* function : {"read", "write", "fsync", "getrandom"}) {
+  for (const char* function : {"pread", "write", "fsync", "getrandom"}) {
     const FailingCall fault(function, EAGAIN);
     EXPECT_FALSE(Set("new", 1)) << function;
     EXPECT_EQ(1, fault.Count()) << function;
@@ -169,12 +169,12 @@ TEST_F(PropertyListFileFailuresTest, OtherErrorsAreNotTriedAgain) {
 
 TEST_F(PropertyListFileFailuresTest, BytesTransferredInPartsAreComplete) {
   const std::string text(100000, 'x');
-  for (const char* function : {"read", "write"}) {
+  for (const char* function : {"pread", "write"}) {
     const FailingCall fault(function, FailingCall::kShort);
-    ASSERT_TRUE(ChangePropertyList(path_, {{"text", text}})) << function;
+    ASSERT_TRUE(ChangePropertyList(path_, {{"text", text}}, Emptied::Keep)) << function;
     const auto contents = ReadPropertyList(path_)->Values();
     EXPECT_EQ(1U, contents.count("old"));
-    EXPECT_EQ(text, std::get<std::string>(contents.at("text"))) << function;
+    EXPECT_EQ(text, contents.at("text").text) << function;
     EXPECT_GT(fault.Count(), 2) << function;
   }
 }
@@ -192,7 +192,7 @@ TEST_F(PropertyListFileFailuresTest, LockIsTriedOnce) {
 TEST_F(PropertyListFileFailuresTest, DirectoryThatCannotBeListedKeepsItsLeftovers) {
   std::ofstream(path_ + ".tmp-1") << "left";
   const int descriptors = Descriptors();
-  EXPECT_TRUE(SetsWith("fdopendir", ENOMEM));
+  EXPECT_TRUE(SetsWith("opendir", ENOMEM));
   EXPECT_EQ(descriptors, Descriptors());
   EXPECT_TRUE(Has("new"));
   EXPECT_EQ((Names{"x.plist", "x.plist.tmp-1"}), NamesLeft());

@@ -31,7 +31,7 @@ using Names = std::set<std::string>;
 class PropertyListFileTest : public testing::Test {
  protected:
   bool Set(const std::string& key, int number) {
-    return ChangePropertyList(path_, {{key, number}});
+    return ChangePropertyList(path_, {{key, number}}, Emptied::Keep);
   }
   PropertyList::Contents Read() {
     return ReadPropertyList(path_).value_or(PropertyList()).Values();
@@ -88,14 +88,14 @@ TEST_F(PropertyListFileTest, AbsentFileReadsAsEmpty) {
 }
 
 TEST_F(PropertyListFileTest, ChangesAreWrittenAsXml) {
-  ASSERT_TRUE(ChangePropertyList(path_, {{"text", "a<b"}, {"number", -7}}));
+  ASSERT_TRUE(ChangePropertyList(path_, {{"text", "a<b"}, {"number", -7}}, Emptied::Keep));
   EXPECT_EQ(0U, BytesOf(path_).find("<?xml"));
   EXPECT_TRUE(Python("assert plistlib.load(open(path, 'rb')) == {'text': 'a<b', 'number': -7}"));
 }
 
 TEST_F(PropertyListFileTest, RemovingTheLastKeyLeavesAnEmptyDictionary) {
   ASSERT_TRUE(Set("key", 1));
-  ASSERT_TRUE(ChangePropertyList(path_, {{"key", std::nullopt}}));
+  ASSERT_TRUE(ChangePropertyList(path_, {{"key", std::nullopt}}, Emptied::Keep));
   EXPECT_TRUE(Python("assert plistlib.load(open(path, 'rb')) == {}"));
 }
 
@@ -156,12 +156,12 @@ TEST_F(PropertyListFileTest, LockIsFreeAfterwards) {
 
 TEST_F(PropertyListFileTest, KillLeavesAWholeFileAndTheNextWriterNoLeftovers) {
   const std::string text(200000, 'x');
-  ASSERT_TRUE(ChangePropertyList(path_, {{"text", text}}));
+  ASSERT_TRUE(ChangePropertyList(path_, {{"text", text}}, Emptied::Keep));
   for (int i = 0; i < 100; ++i) {
     const pid_t child = fork();
     if (child == 0) {
       for (int number = 0;; ++number) {
-        ChangePropertyList(path_, {{"number", number}});
+        ChangePropertyList(path_, {{"number", number}}, Emptied::Keep);
       }
     }
     usleep(static_cast<useconds_t>(100 + i * 97 % 5000));
@@ -169,7 +169,7 @@ TEST_F(PropertyListFileTest, KillLeavesAWholeFileAndTheNextWriterNoLeftovers) {
     waitpid(child, nullptr, 0);
     const auto contents = Read();
     ASSERT_EQ(1U, contents.count("text")) << i;
-    ASSERT_EQ(text, std::get<std::string>(contents.at("text"))) << i;
+    ASSERT_EQ(text, contents.at("text").text) << i;
   }
   EXPECT_TRUE(Set("last", 1));
   EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
@@ -271,7 +271,7 @@ TEST_F(PropertyListFileTest, FifoInItsPlaceFailsAndDoesNotHang) {
 }
 
 TEST_F(PropertyListFileTest, LinkInItsPlaceFailsAndIsNotFollowed) {
-  ASSERT_TRUE(ChangePropertyList(root_ / "target", {{"secret", 1}}));
+  ASSERT_TRUE(ChangePropertyList(root_ / "target", {{"secret", 1}}, Emptied::Keep));
   const std::string before = BytesOf(root_ / "target");
   for (const char* target : {"target", "nowhere", "/dev/zero"}) {
     fs::remove(path_);
@@ -298,20 +298,20 @@ TEST_F(PropertyListFileTest, FileOfOneMiBIsReadAndALargerOneFailsAndStays) {
 }
 
 TEST_F(PropertyListFileTest, ChangeThatMakesTheFileLargerThanOneMiBFailsAndTheFileStays) {
-  ASSERT_TRUE(ChangePropertyList(path_, {{"text", ""}, {"key", 1}}));
+  ASSERT_TRUE(ChangePropertyList(path_, {{"text", ""}, {"key", 1}}, Emptied::Keep));
   const std::string text(PropertyList::kLargest - fs::file_size(path_), 'x');
-  EXPECT_TRUE(ChangePropertyList(path_, {{"text", text}}));
+  EXPECT_TRUE(ChangePropertyList(path_, {{"text", text}}, Emptied::Keep));
   EXPECT_EQ(PropertyList::kLargest, fs::file_size(path_));
-  EXPECT_FALSE(ChangePropertyList(path_, {{"text", text + "x"}}));
+  EXPECT_FALSE(ChangePropertyList(path_, {{"text", text + "x"}}, Emptied::Keep));
   EXPECT_EQ(PropertyList::kLargest, fs::file_size(path_));
-  EXPECT_TRUE(std::get<std::string>(Read().at("text")) == text);
+  EXPECT_TRUE(Read().at("text").text == text);
   EXPECT_EQ(Names{"x.plist"}, NamesIn(root_));
 }
 
 TEST_F(PropertyListFileTest, FileInPlaceOfItsDirectoryFails) {
   Write("x");
-  EXPECT_FALSE(ChangePropertyList(path_ + "/y.plist", {{"key", 1}}));
-  EXPECT_FALSE(ChangePropertyList(path_ + "/d/y.plist", {{"key", 1}}));
+  EXPECT_FALSE(ChangePropertyList(path_ + "/y.plist", {{"key", 1}}, Emptied::Keep));
+  EXPECT_FALSE(ChangePropertyList(path_ + "/d/y.plist", {{"key", 1}}, Emptied::Keep));
   EXPECT_EQ("x", BytesOf(path_));
 }
 
@@ -343,7 +343,8 @@ TEST_F(PropertyListFileTest, UnwritableDirectoryFailsAndKeepsTheFile) {
   fs::permissions(root_, fs::perms(0555));
   EXPECT_TRUE(InChild([&] {
     BecomeOrdinary();
-    return !Set("other", 1) && Has("key") && !ChangePropertyList(root_ / "d/x.plist", {{"key", 1}});
+    return !Set("other", 1) && Has("key") &&
+           !ChangePropertyList(root_ / "d/x.plist", {{"key", 1}}, Emptied::Keep);
   }));
   Write("corrupt");
   EXPECT_TRUE(InChild([&] {

@@ -41,24 +41,24 @@ std::string Changed(const std::string& bytes, const PropertyList::Changes& chang
 
 // Values ----------------------------------------------------------------------------------------
 
-/// Returns the value of the key "k" in a list with `value` for that key.
-PropertyList::Value ValueIn(const std::string& value) {
+/// Returns the value of the key "k" in a list with `value` for that key; an absent value if that is
+/// no list.
+PreferencesDomain::Value ValueIn(const std::string& value) {
   const auto list = PropertyList::Parse(Xml("<key>k</key>" + value));
-  return list ? list->Values().at("k") : PropertyList::Value("(no list)");
+  return list ? list->Values().at("k") : PreferencesDomain::Value();
 }
 
 bool IsNumber(const std::string& value, int number) {
-  const PropertyList::Value found = ValueIn(value);
-  return std::holds_alternative<int>(found) && std::get<int>(found) == number;
+  return ValueIn(value).number == number;
 }
 
 bool IsOther(const std::string& value) {
-  return std::holds_alternative<PropertyList::OtherType>(ValueIn(value));
+  const PreferencesDomain::Value found = ValueIn(value);
+  return found.isPresent && !found.number && !found.text;
 }
 
 std::string TextIn(const std::string& value) {
-  const PropertyList::Value found = ValueIn(value);
-  return std::holds_alternative<std::string>(found) ? std::get<std::string>(found) : "(no text)";
+  return ValueIn(value).text.value_or("(no text)");
 }
 
 TEST(PropertyListTest, IntegersOf32BitsAreNumbers) {
@@ -125,7 +125,7 @@ TEST(PropertyListTest, EveryTextIsWrittenAndReadAgain) {
     list.Apply({{text, text}});
     const auto again = PropertyList::Parse(list.Print());
     ASSERT_TRUE(again) << text;
-    EXPECT_EQ(text, std::get<std::string>(again->Values().at(text)));
+    EXPECT_EQ(text, again->Values().at(text).text);
   }
 }
 
@@ -195,7 +195,7 @@ TEST(PropertyListTest, FirstOfEqualKeysCountsAndAChangeRemovesTheOthers) {
   const std::string bytes = Xml(
       "<key>a</key><integer>1</integer><key>b</key><true/><key>a</key><!-- c --><string>2</string>"
       "<key>&#97;</key><integer>3</integer>");
-  EXPECT_EQ(1, std::get<int>(PropertyList::Parse(bytes)->Values().at("a")));
+  EXPECT_EQ(1, PropertyList::Parse(bytes)->Values().at("a").number);
   EXPECT_EQ(Changed(bytes, {{"a", 7}}), Xml("<key>a</key><integer>7</integer><key>b</key><true/>"));
   EXPECT_EQ(Changed(bytes, {{"a", std::nullopt}}), Xml("<key>b</key><true/>"));
   EXPECT_EQ(Changed(bytes, {{"b", std::nullopt}}).find("<key>b</key>"), std::string::npos);

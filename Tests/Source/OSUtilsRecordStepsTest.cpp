@@ -64,21 +64,6 @@ void PreferencesDomain::Remove(const std::string& key) {
   store.steps += "-" + key + " ";
 }
 
-bool PreferencesDomain::Has(const std::string& key) const {
-  return store.values.count(key) != 0;
-}
-
-bool PreferencesDomain::GetText(const std::string& key, char* buffer, std::size_t size) const {
-  const auto* text = Find<std::string>(key);
-  return text != nullptr && text->length() < size &&
-         (text->copy(buffer, size), buffer[text->length()] = '\0', true);
-}
-
-std::optional<int> PreferencesDomain::GetNumber(const std::string& key) const {
-  const auto* number = Find<int>(key);
-  return number != nullptr ? std::optional<int>(*number) : std::nullopt;
-}
-
 bool PreferencesDomain::RemoveAll() {
   const bool hasKeys = !store.values.empty();
   while (!store.values.empty()) {
@@ -96,9 +81,19 @@ bool PreferencesDomain::Erase(const std::vector<std::string>&) {
   return false;
 }
 
-std::optional<std::vector<PreferencesDomain::Value>> PreferencesDomain::Read(
-    const std::vector<std::string>&) const {
-  return std::nullopt;
+bool PreferencesDomain::Read(const std::vector<std::string>& keys,
+                             std::vector<Value>* values) const {
+  values->clear();
+  for (const std::string& key : keys) {
+    Value& value = values->emplace_back();
+    value.isPresent = store.values.count(key) != 0;
+    if (const int* number = Find<int>(key)) {
+      value.number = *number;
+    } else if (const auto* text = Find<std::string>(key)) {
+      value.text = *text;
+    }
+  }
+  return true;
 }
 
 namespace {

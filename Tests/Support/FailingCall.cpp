@@ -103,6 +103,7 @@ LET_FAIL(-1, int, link, (const char* old, const char* name), (old, name))
 LET_FAIL(-1, off_t, lseek, (int file, off_t offset, int from), (file, offset, from))
 LET_FAIL(-1, int, lstat, (const char* path, struct stat* status), (path, status))
 LET_FAIL(-1, int, mkdir, (const char* path, mode_t mode), (path, mode))
+LET_FAIL(nullptr, DIR*, opendir, (const char* path), (path))
 LET_FAIL(nullptr, dirent*, readdir, (DIR * stream), (stream))
 LET_FAIL(-1, int, rename, (const char* old, const char* name), (old, name))
 LET_FAIL(-1, int, renameat, (int from, const char* old, int to, const char* name),

@@ -769,14 +769,14 @@ TEST_F(VerifyTest, IdentifierThatIsValidAtTheSecondReadIsKept) {
   Installation seen = ReadInstallation(options_.hostRoot);
   seen.record.values.random = 0;
   RepairWhatARunKeeps(seen, false);
-  EXPECT_EQ(record_.GetNumber("irandom"), 42);
+  EXPECT_EQ(ReadRecord(options_.hostRoot).value().values.random, 42);
 }
 
 TEST_F(VerifyTest, IdentifierOutOfRangeIsRemoved) {
   record_.SetNumber("irandom", 0);
   record_.Flush();
   RepairWhatARunKeeps(ReadInstallation(options_.hostRoot), false);
-  EXPECT_EQ(record_.GetNumber("irandom"), std::nullopt);
+  EXPECT_EQ(ReadRecord(options_.hostRoot).value().values.random, -1);
 }
 
 TEST_F(VerifyTest, FailedRepairIsReported) {
