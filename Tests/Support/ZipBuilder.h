@@ -46,8 +46,12 @@ struct ZipEntry {
   std::uint32_t localSignature = 0x04034b50;
   std::uint32_t centralSignature = 0x02014b50;
   std::uint32_t attributes = 0;
+  std::uint16_t version = 20;  ///< Needed to extract.
   std::uint16_t flags = 0;
-  std::optional<std::string> localName;  ///< The name in the local header, if different.
+  std::string extra;  ///< The extra fields of the central header.
+  std::string localExtra;
+  std::optional<std::uint16_t> localFlags;  ///< The flags in the local header, if different.
+  std::optional<std::string> localName;     ///< The name in the local header, if different.
   std::optional<std::uint32_t> localCrc;
   std::optional<std::uint32_t> offset;  ///< The stated offset of the local header.
 
@@ -74,28 +78,30 @@ inline std::string Zip(const std::vector<ZipEntry>& entries) {
     const auto offset = static_cast<std::uint32_t>(bytes.length());
     // Writes the fields of both headers, from "version needed" to the length of the extra field.
     const auto common = [&put, &entry](std::string& to, std::uint16_t method, std::uint32_t crc,
-                                       const std::string& name) {
-      put(to, 20, 2);
-      put(to, entry.flags, 2);
+                                       const std::string& name, std::uint16_t flags,
+                                       const std::string& extra) {
+      put(to, entry.version, 2);
+      put(to, flags, 2);
       put(to, method, 2);
       put(to, 0x00210000, 4);  // 1980-01-01
       put(to, crc, 4);
       put(to, entry.compressed, 4);
       put(to, entry.size, 4);
       put(to, static_cast<std::uint32_t>(name.length()), 2);
-      put(to, 0, 2);
+      put(to, extra.length(), 2);
     };
     put(bytes, entry.localSignature, 4);
     const std::string& localName = entry.localName ? *entry.localName : entry.name;
-    common(bytes, entry.localMethod, entry.localCrc.value_or(entry.crc), localName);
-    bytes += localName + entry.data;
+    common(bytes, entry.localMethod, entry.localCrc.value_or(entry.crc), localName,
+           entry.localFlags.value_or(entry.flags), entry.localExtra);
+    bytes += localName + entry.localExtra + entry.data;
     put(central, entry.centralSignature, 4);
     put(central, 0x0314, 2);  // made on a system with file modes
-    common(central, entry.method, entry.crc, entry.name);
+    common(central, entry.method, entry.crc, entry.name, entry.flags, entry.extra);
     put(central, 0, 6);
     put(central, entry.attributes, 4);
     put(central, entry.offset.value_or(offset), 4);
-    central += entry.name;
+    central += entry.name + entry.extra;
   }
   const auto count = static_cast<std::uint32_t>(entries.size());
   const auto offset = static_cast<std::uint32_t>(bytes.length());

@@ -170,6 +170,19 @@ std::vector<TestedPackage> Cases() {
        Zip({With(Flagged(kFile, kSizesFollow), &ZipEntry::localCrc, 1U)})},
       {"headers-differ", "method",
        Zip({With(kFile, &ZipEntry::localMethod, std::uint16_t{kDeflated})})},
+      {"unportable-entry", "an extra field that ends early",
+       Zip({With(kFile, &ZipEntry::extra, std::string("\x55\x54\5\0\1", 5))})},
+      {"unportable-entry", "an extra field of a local header that ends early",
+       Zip({With(kFile, &ZipEntry::localExtra, std::string("\x55\x54\5\0\1", 5))})},
+      {"unportable-entry", "flag bit 5", Zip({Flagged(kFile, 0x20)})},
+      {"unportable-entry", "flag bit 6 of a local header",
+       Zip({With(kFile, &ZipEntry::localFlags, std::uint16_t{0x40})})},
+      {"unportable-entry", "a version above 4.5",
+       Zip({With(kFile, &ZipEntry::version, std::uint16_t{46})})},
+      {"", "version 4.5, and another system's byte",
+       Zip({With(kFile, &ZipEntry::version, std::uint16_t{0x032D})})},
+      {"", "an extra field",
+       Zip({With(kFile, &ZipEntry::extra, std::string("\x55\x54\1\0\1", 5))})},
       {"damaged-entry", "no local header", Zip({With(kFile, &ZipEntry::localSignature, 0U)})},
       {"damaged-entry", "a directory without local header",
        Zip({kFile, With(ZipEntry("d/", ""), &ZipEntry::localSignature, 0U)})},
@@ -283,6 +296,11 @@ a: its local and its central header have different values: name
 a: its local and its central header have different values: checksum
 a: its local and its central header have different values: checksum
 a: its local and its central header have different values: method
+a: other tools refuse it: an extra field ends early
+a: other tools refuse it: an extra field ends early
+a: other tools refuse it: flag bit 5 or 6 is set
+a: other tools refuse it: flag bit 5 or 6 is set
+a: other tools refuse it: the format's version that it needs is above 4.5
 a: its local header is damaged or contradicts the directory: it is not installed
 d/: its local header is damaged: other tools refuse the archive
 a: its data is damaged: 0 of 99 bytes can be read
@@ -502,6 +520,20 @@ std::string WithInLastEntry(std::string bytes, std::size_t place, char low, char
 TEST(Rules, OverlappingEntryWithoutANameIsReportedByItsNumber) {
   const std::string bytes = Zip({kFile, With(ZipEntry("", "x"), &ZipEntry::offset, 0U)});
   EXPECT_NE(Found(bytes).find("overlapping-entries: entry 2\n"), std::string::npos);
+}
+
+TEST(Layout, Zip64FieldWithoutItsNumbersIsToldInEachHeader) {
+  const ScopedDirectory directory;
+  const auto refusals = [&directory](auto extra, const std::string& field) {
+    ZipEntry entry = With(kFile, &ZipEntry::size, 0xFFFFFFFFU);
+    WriteFile(directory / "zip", Zip({With(entry, extra, field)}));
+    return ReadArchiveLayout(directory / "zip")->entries.at(0).Refusals();
+  };
+  const std::string eight("\1\0\x8\0\4\0\0\0\0\0\0\0", 12);
+  const std::string four("\1\0\4\0\4\0\0\0", 8);
+  EXPECT_EQ(refusals(&ZipEntry::extra, eight), std::nullopt);
+  EXPECT_EQ(refusals(&ZipEntry::extra, four), "the Zip64 field is too short");
+  EXPECT_EQ(refusals(&ZipEntry::localExtra, four), "the Zip64 field is too short");
 }
 
 TEST(Findings, OfOverlapsComeBeforeThoseOfCollisions) {

@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <iterator>
+#include <initializer_list>
 #include <numeric>
 
 #include "Descriptor.h"
@@ -85,21 +85,12 @@ class File {
       return Bytes({});
     }
     std::string bytes(static_cast<std::size_t>(std::min(length, size_ - offset)), '\0');
-    std::size_t done = 0;
-    while (done < bytes.size()) {
-      const ssize_t count = Uninterrupted([&] {
-        return pread(*descriptor_, &bytes[done], bytes.size() - done,
-                     static_cast<off_t>(offset + done));
-      });
-      if (count < 0) {
-        throw Error::FromErrno("read", path_);
-      }
-      if (count == 0) {
-        break;  // somebody has cut the file since it was opened
-      }
-      done += static_cast<std::size_t>(count);
+    const ssize_t count =
+        ReadAt(*descriptor_, static_cast<off_t>(offset), bytes.data(), bytes.size());
+    if (count < 0) {
+      throw Error::FromErrno("read", path_);
     }
-    bytes.resize(done);
+    bytes.resize(static_cast<std::size_t>(count));  // fewer if somebody has cut the file
     return Bytes(std::move(bytes));
   }
 
@@ -194,11 +185,14 @@ std::optional<End> FindEnd(const File& file) {
 /// What a header, local or central, says of its entry.
 struct Header {
   std::string name;
+  unsigned int version = 0;  ///< Of the format, needed to extract.
   unsigned int flags = 0;
   unsigned int method = 0;
   std::uint32_t crc32 = 0;
   std::uint64_t compressedSize = 0;
   std::uint64_t size = 0;
+  bool isExtraCut = false;    ///< An extra field ends early.
+  bool isZip64Short = false;  ///< The field of Zip64 lacks a number that it should have.
 };
 
 /// Replaces the fields that say "see the 64-bit extra field" by those in `extra`, which has them in
@@ -207,6 +201,8 @@ struct Header {
 void ReadExtra64(const Bytes& extra, Header& header, std::uint64_t* offset) {
   for (std::size_t field = 0; field + 4 <= extra.size();) {
     std::size_t next = field + 4;
+    const std::size_t end = next + extra.At16(field + 2);
+    header.isExtraCut = end > extra.size();
     if (extra.At16(field) == 1) {
       for (std::uint64_t* value : {&header.size, &header.compressedSize, offset}) {
         if (value != nullptr && *value == kIn64Bits) {
@@ -214,21 +210,44 @@ void ReadExtra64(const Bytes& extra, Header& header, std::uint64_t* offset) {
           next += 8;
         }
       }
-      return;
+      header.isZip64Short = next > end;
     }
-    field = next + extra.At16(field + 2);
+    field = end;
   }
 }
 
-/// The five fields that a local and a central header share, from `start` on.
+/// The fields that a local and a central header share, from `start` on.
 Header ReadHeader(const Bytes& bytes, std::size_t start) {
   Header header;
-  header.flags = bytes.At16(start);
-  header.method = bytes.At16(start + 2);
-  header.crc32 = bytes.At32(start + 8);
-  header.compressedSize = bytes.At32(start + 12);
-  header.size = bytes.At32(start + 16);
+  header.version = bytes.At16(start) & 0xffU;  // the other byte is a system
+  header.flags = bytes.At16(start + 2);
+  header.method = bytes.At16(start + 4);
+  header.crc32 = bytes.At32(start + 10);
+  header.compressedSize = bytes.At32(start + 14);
+  header.size = bytes.At32(start + 18);
   return header;
+}
+
+std::uint8_t BitsOf(std::initializer_list<bool> values) {
+  unsigned int bits = 0;
+  unsigned int bit = 1;
+  for (const bool value : values) {
+    bits |= value ? bit : 0;
+    bit <<= 1U;
+  }
+  return static_cast<std::uint8_t>(bits);
+}
+
+/// The names of the bits that are set; nothing if there is none.
+std::optional<std::string> NamesOf(unsigned int bits, std::initializer_list<const char*> names) {
+  std::optional<std::string> found;
+  for (const char* name : names) {
+    if ((bits & 1U) != 0) {
+      found = (found ? *found + ", " : "") + name;
+    }
+    bits >>= 1U;
+  }
+  return found;
 }
 
 /// One bit for each field in which the two headers of an entry contradict each other.
@@ -239,17 +258,18 @@ std::uint8_t DifferencesOf(const Header& local, const Header& central) {
   const auto differ = [follow](std::uint64_t inLocal, std::uint64_t inCentral) {
     return inLocal != inCentral && !(follow && inLocal == 0);
   };
-  const bool differing[] = {local.name != central.name,
-                            (local.flags & kMeaningful) != (central.flags & kMeaningful),
-                            local.method != central.method,
-                            differ(local.crc32, central.crc32),
-                            differ(local.compressedSize, central.compressedSize),
-                            differ(local.size, central.size)};
-  unsigned int bits = 0;
-  for (std::size_t i = 0; i < std::size(differing); ++i) {
-    bits |= (differing[i] ? 1U : 0U) << i;
-  }
-  return static_cast<std::uint8_t>(bits);
+  return BitsOf(
+      {local.name != central.name, (local.flags & kMeaningful) != (central.flags & kMeaningful),
+       local.method != central.method, differ(local.crc32, central.crc32),
+       differ(local.compressedSize, central.compressedSize), differ(local.size, central.size)});
+}
+
+/// One bit for each reason why other readers refuse an entry with that header.
+std::uint8_t RefusalsOf(const Header& header) {
+  constexpr unsigned int kRefusedFlags = 0x60;  // patch data, strong encryption
+  constexpr unsigned int kNewestVersion = 45;   // Zip64
+  return BitsOf({header.isExtraCut, header.isZip64Short, (header.flags & kRefusedFlags) != 0,
+                 header.version > kNewestVersion});
 }
 
 /// Reads the local header of `entry`, whose place is known, and with it where the data ends.
@@ -266,11 +286,12 @@ void ReadLocal(const File& file, const Header& central, ArchiveLayout::Entry& en
   if (length > kUsual) {
     bytes = file.Read(entry.begin, length);
   }
-  Header local = ReadHeader(bytes, 6);
+  Header local = ReadHeader(bytes, 4);
   local.name = bytes.Text(kLocalSize, nameLength);
   ReadExtra64(Bytes(bytes.Text(kLocalSize + nameLength, extraLength)), local, nullptr);
   entry.hasLocalHeader = true;
   entry.differences = DifferencesOf(local, central);
+  entry.refusals |= RefusalsOf(local);
   entry.end = entry.begin + length;
   entry.end += std::min(central.compressedSize, ~entry.end);  // a stated size may be anything
 }
@@ -287,12 +308,13 @@ void ReadDirectory(const File& file, const End& end, ArchiveLayout& layout) {
     const std::size_t nameLength = fixed.At16(28);
     const std::size_t extraLength = fixed.At16(30);
     const Bytes rest = directory.Read(next + kCentralSize, nameLength + extraLength);
-    Header central = ReadHeader(fixed, 8);
+    Header central = ReadHeader(fixed, 6);
     central.name = rest.Text(0, nameLength);
     std::uint64_t offset = fixed.At32(42);
     ReadExtra64(Bytes(rest.Text(nameLength, extraLength)), central, &offset);
     ArchiveLayout::Entry& entry = layout.entries.emplace_back();
     entry.begin = offset + layout.leadingBytes;
+    entry.refusals = RefusalsOf(central);
     ReadLocal(file, central, entry);
     next += kCentralSize + nameLength + extraLength + fixed.At16(32);
   }
@@ -302,16 +324,13 @@ void ReadDirectory(const File& file, const End& end, ArchiveLayout& layout) {
 }  // namespace
 
 std::optional<std::string> ArchiveLayout::Entry::DifferingFields() const {
-  // In the order of DifferencesOf().
-  constexpr const char* kNames[] = {"name",     "flags",           "method",
-                                    "checksum", "compressed size", "size"};
-  std::optional<std::string> fields;
-  for (std::size_t i = 0; i < std::size(kNames); ++i) {
-    if ((differences >> i & 1U) != 0) {
-      fields = (fields ? *fields + ", " : "") + kNames[i];
-    }
-  }
-  return fields;
+  return NamesOf(differences, {"name", "flags", "method", "checksum", "compressed size", "size"});
+}
+
+std::optional<std::string> ArchiveLayout::Entry::Refusals() const {
+  return NamesOf(refusals,
+                 {"an extra field ends early", "the Zip64 field is too short",
+                  "flag bit 5 or 6 is set", "the format's version that it needs is above 4.5"});
 }
 
 std::vector<std::size_t> ArchiveLayout::Overlapping() const {

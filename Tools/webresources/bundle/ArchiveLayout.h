@@ -20,10 +20,14 @@ struct ArchiveLayout {
     std::uint64_t end = 0;         ///< Of the data; 0 without a local header.
     bool hasLocalHeader = false;   ///< Whether there is one where the directory says.
     std::uint8_t differences = 0;  ///< Of the two headers; see DifferingFields().
+    std::uint8_t refusals = 0;     ///< See Refusals().
 
     /// The fields in which local and central header contradict each other, for people: "name,
     /// size". Nothing if there is none, or no local header.
     std::optional<std::string> DifferingFields() const;
+
+    /// The reasons why other readers refuse the entry, for people. Nothing if there is none.
+    std::optional<std::string> Refusals() const;
   };
 
   std::uint64_t leadingBytes = 0;    ///< Before the archive.

@@ -227,6 +227,9 @@ class PackageFinder {
     if (fields) {
       AddHere(kHeadersDiffer, "its local and its central header have different values: " + *fields);
     }
+    if (const auto reasons = IsInLayout(index) ? layout_.entries[index].Refusals() : std::nullopt) {
+      AddHere(kUnportableEntry, "other tools refuse it: " + *reasons);
+    }
     if (entry.failure == Failure::Missing) {
       AddHere(kMissingDirectoryEntry, *Problem(entry));
     } else if (entry.failure != Failure::None && entry.failure != Failure::ComponentTooLong) {

@@ -97,6 +97,10 @@ inline constexpr Rule kEncrypted{"encrypted", Severity::Error, "pack without a p
 inline constexpr Rule kHeadersDiffer{
     "headers-differ", Severity::Error,
     "pack the directory again: the two headers of an entry must agree"};
+/// Other readers refuse the entry: an extra field ends early, the field of Zip64 is too short, flag
+/// bit 5 or 6 is set, or the entry needs a version of the format above 4.5.
+inline constexpr Rule kUnportableEntry{"unportable-entry", Severity::Error,
+                                       "pack the directory again with plain entries, as pack does"};
 /// The local header of the entry is damaged. The installer skips a file, and makes a directory.
 inline constexpr Rule kDamagedEntry{"damaged-entry", Severity::Error, "pack the directory again"};
 /// The data is damaged or ends early. The bytes before the damage are installed.
