@@ -155,8 +155,9 @@ class InstallTest(Case):
     def test_every_rule_is_expected_by_a_test_of_findings(self):
         tests = ''.join(path.read_text() for pattern in ('*Test.cpp', 'test_install.py')
                         for path in (SOURCE / 'Tests/Tools').glob(pattern))
-        rules = re.findall(r'\{"([a-z0-9-]+)",\s*Severity::',
-                           (SOURCE / 'Tools/webresources/report/Rules.h').read_text())
+        source = (SOURCE / 'Tools/webresources/report/Rules.h').read_text()
+        rules = re.findall(r'\{\s*"([a-z0-9-]+)",\s*Severity::', source)
+        self.assertEqual(len(rules), source.count('constexpr Rule '))
         self.assertEqual([rule for rule in rules if not re.search(f'"{rule}[ "]', tests)], [])
 
 
