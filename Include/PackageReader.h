@@ -3,9 +3,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 /// One entry of a package, as described by the central directory.
 struct PackageEntry {
@@ -94,9 +96,10 @@ class PackageReader {
   /// Returns the bytes of the last Read(). Valid until the next Read().
   const char* portion() const { return portion_; }
 
-  /// Makes each Read() fail while `isStopped` returns true. With this function, `webresources`
+  /// Makes each Read() fail while `isStopped` returns true. Each Read() calls `isStopped` once, so
+  /// that a caller can count the calls. With this function, `webresources`
   /// stops in the middle of a large entry. Default: reading never stops, as in the installer.
-  void StopWhen(bool (*isStopped)()) { isStopped_ = isStopped; }
+  void StopWhen(std::function<bool()> isStopped) { isStopped_ = std::move(isStopped); }
 
   /// Closes the opened data.
   void Close();
@@ -120,7 +123,7 @@ class PackageReader {
   std::unique_ptr<void, Closer> archive_;
   std::optional<std::uint64_t> count_;
   std::uint64_t visited_ = 0;
-  bool (*isStopped_)() = nullptr;
+  std::function<bool()> isStopped_;
   PackageEntry entry_;
   EntryData data_;
   char name_[kNameSize] = {};

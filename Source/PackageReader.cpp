@@ -62,7 +62,7 @@ bool PackageReader::Open() {
 }
 
 int PackageReader::Read() {
-  const bool isStopped = isStopped_ != nullptr && isStopped_();
+  const bool isStopped = isStopped_ && isStopped_();
   const int count =
       isStopped ? UNZ_ERRNO : unzReadCurrentFile(archive_.get(), portion_, sizeof portion_);
   if (count > 0) {

@@ -108,8 +108,8 @@ TEST(Bounds, DirectoriesOfAPackageAreCountedOnce) {
                                     {"f", "x"},
                                     {"a/b/c/", ""},
                                     {"x/y", ""}}));
-  EXPECT_EQ(LargestWorkOf(directory / "zip").directories, 5U);
-  EXPECT_EQ(LargestWorkOf(directory / "none").directories, 0U);
+  EXPECT_EQ(ExtentOf(directory / "zip").directories, 5U);
+  EXPECT_EQ(ExtentOf(directory / "none").directories, 0U);
 }
 
 TEST(Bounds, PackageThatAsksForMillionsOfDirectoriesIsNotRead) {
@@ -143,9 +143,10 @@ TEST(Bounds, FileOfAnotherSizeThanExpectedIsNotRead) {
   FileItem same = empty;
   same.path = "same";
   same.size = 1;
+  const FileTree expected = {empty, same};
   FileTree tree;
   EXPECT_TRUE(TakesSecondsOfWork(5, [&] {
-    tree = ReadTreeAgainst({empty, same}, directory / "", Checksum::Sha256);
+    tree = ReadTree(directory / "", Checksum::Sha256, &expected);
     return tree.size() == 3 && !tree[1].sha256 && tree[2].sha256;
   }));
 }
@@ -214,7 +215,7 @@ TEST(Bounds, NamesWithOneHashValueNeedNoMoreTimeThanOthers) {
   EXPECT_TRUE(TakesSecondsOfWork(10, [&tree] { return !Topmost(Compare(tree, {})).empty(); }));
   EXPECT_TRUE(TakesSecondsOfWork(30, [&directory] {
     PackageReader package(directory / kPackageFileName);
-    return Predict(package).entries.size() == 65535;
+    return Predict(package, 0).entries.size() == 65535;
   }));
 }
 

@@ -205,7 +205,7 @@ class FindingsTest : public testing::TestWithParam<TestedPackage> {
   FindingsTest() {
     WriteFile(path_, GetParam().bytes);
     package_.emplace(path_);
-    prediction_ = Predict(*package_);
+    prediction_ = Predict(*package_, 0);
   }
 
   ScopedDirectory directory_;
@@ -236,7 +236,7 @@ std::string Said() {
     const std::string path = directory / kPackageFileName;
     WriteFile(path, tested.bytes);
     PackageReader package(path);
-    for (const Finding& finding : FindInPackage(path, Predict(package))) {
+    for (const Finding& finding : FindInPackage(path, Predict(package, 0))) {
       if (finding.rule->id != std::string("expansion-ratio")) {  // the reason depends on zlib
         said += Printable(finding.subject).substr(0, 20) + ": " + finding.reason + "\n";
       }
@@ -366,8 +366,8 @@ bool IsPredicted(const std::string& bytes) {
   WriteFile(path, bytes);
   PackageReader package(path);
   PackageReader extracted(path);
-  const Prediction prediction = Predict(package);
-  const Prediction whileExtracting = PredictAndExtract(extracted, destination);
+  const Prediction prediction = Predict(package, 0);
+  const Prediction whileExtracting = PredictAndExtract(extracted, 0, destination);
   EXPECT_EQ(TextOf(whileExtracting), TextOf(prediction));
   FindInPackage(path, prediction);
   return CompareWithPackage(path, destination).empty() &&
@@ -379,7 +379,7 @@ TEST_P(FindingsTest, PredictionWhileExtractingIsThePrediction) {
 }
 
 TEST_P(FindingsTest, PackageIsWithinBounds) {
-  EXPECT_TRUE(FindOutOfBounds(path_, {std::uint64_t{2} << 20U}).empty());
+  EXPECT_TRUE(FindOutOfBounds(path_, ExtentOf(path_), {std::uint64_t{2} << 20U}).empty());
 }
 
 const std::string kMixed = Zip({{"d/", ""},
@@ -423,7 +423,7 @@ std::string SharedData(std::size_t count, std::uint32_t size) {
 std::vector<std::string> OutOfBounds(const std::string& bytes, std::uint64_t maxSize) {
   ScopedDirectory directory;
   WriteFile(directory / "zip", bytes);
-  return IdsOf(FindOutOfBounds(directory / "zip", {maxSize}));
+  return IdsOf(FindOutOfBounds(directory / "zip", ExtentOf(directory / "zip"), {maxSize}));
 }
 
 using Ids = std::vector<std::string>;
@@ -460,7 +460,7 @@ TEST(Bounds, DataWithTheStatedSizeZeroCounts) {
 TEST(Bounds, WrongEntryCountIsFound) {
   const ScopedDirectory directory;
   WriteFile(directory / "zip", WithCount(Zip({kFile, {"b", "x"}}), 3));
-  const Findings findings = FindOutOfBounds(directory / "zip", {1});
+  const Findings findings = FindOutOfBounds(directory / "zip", ExtentOf(directory / "zip"), {1});
   EXPECT_EQ(IdsOf(findings), (Ids{"content-too-large", "directory-damaged"}));
   EXPECT_EQ(findings.back().reason, "it states 3 entries and lists 2");
 }
@@ -476,7 +476,7 @@ TEST(Bounds, PackageBeyondThemIsNotRead) {
 }
 
 TEST(Bounds, MissingPackageIsWithinBounds) {
-  EXPECT_TRUE(FindOutOfBounds("/nowhere/zip", {0}).empty());
+  EXPECT_TRUE(FindOutOfBounds("/nowhere/zip", ExtentOf("/nowhere/zip"), {0}).empty());
   EXPECT_EQ(OutOfBounds("no archive", 0), Ids{});
 }
 
@@ -485,14 +485,14 @@ TEST(Findings, OfANameComeBeforeThoseOfItsData) {
   const std::string path = directory / kPackageFileName;
   WriteFile(path, Zip({With(ZipEntry("a\\b", "text"), &ZipEntry::crc, 1U)}));
   PackageReader package(path);
-  EXPECT_EQ(IdsOf(FindInPackage(path, Predict(package))), (Ids{"name-unclean", "wrong-crc"}));
+  EXPECT_EQ(IdsOf(FindInPackage(path, Predict(package, 0))), (Ids{"name-unclean", "wrong-crc"}));
 }
 
 TEST(Rules, MissingPackageIsAFinding) {
   ScopedDirectory directory;
   const std::string path = directory / kPackageFileName;
   PackageReader package(path);
-  EXPECT_EQ(IdsOf(FindInPackage(path, Predict(package))),
+  EXPECT_EQ(IdsOf(FindInPackage(path, Predict(package, 0))),
             std::vector<std::string>{"package-missing"});
 }
 
@@ -503,7 +503,7 @@ std::string Found(const std::string& bytes) {
   WriteFile(path, bytes);
   PackageReader package(path);
   std::string found;
-  for (const Finding& finding : FindInPackage(path, Predict(package))) {
+  for (const Finding& finding : FindInPackage(path, Predict(package, 0))) {
     found += std::string(finding.rule->id) + ": " + finding.subject + "\n";
   }
   return found;

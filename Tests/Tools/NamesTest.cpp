@@ -44,7 +44,7 @@ TEST(NameFindings, JunkIsKnownByEachOfItsComponents) {
        {"a/.DS_Store", "__MACOSX/a", "a/._b", "Thumbs.db", "a/desktop.ini", "Desktop.ini",
         ".git/HEAD", "a/.git", ".svn/", ".hg/x", ".bzr/x", "_darcs/x", "a/CVS/Root", "index.html~",
         ".index.html.swp", ".index.html.swo", "#index.html#"}) {
-    EXPECT_NE(JunkReason(path), "") << path;
+    EXPECT_TRUE(JunkReason(path)) << path;
   }
 }
 
@@ -52,7 +52,7 @@ TEST(NameFindings, NamesThatResembleJunkAreNone) {
   for (const char* path :
        {"a/.b/_c", "a/x.DS_Store", "Thumbs.dbx", ".gitignore", "cvs/a", "a~b", ".swp", "index.swp",
         "#index.html", "index.html#", ".well-known/a", ""}) {
-    EXPECT_EQ(JunkReason(path), "") << path;
+    EXPECT_FALSE(JunkReason(path)) << path;
   }
 }
 

@@ -25,7 +25,7 @@ inline Differences Differing(const FileTree& expected, const std::string& direct
 inline Differences CompareWithPackage(const std::string& path, const std::string& directory) {
   PackageReader package(path);
   EntryDigests digests;
-  const Prediction prediction = Predict(package, digests.Sink());
+  const Prediction prediction = Predict(package, 0, digests.Sink());
   return Differing(TreeOf(prediction, &digests), directory, Checksum::Sha256);
 }
 

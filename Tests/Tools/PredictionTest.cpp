@@ -23,7 +23,7 @@ struct Predicted {
   explicit Predicted(const std::string& bytes) {
     WriteFile(path, bytes);
     package.emplace(path);
-    prediction = Predict(*package);
+    prediction = Predict(*package, 0);
   }
 
   /// Returns whether the installer's extraction gives the predicted tree.
@@ -174,7 +174,7 @@ TEST(Prediction, EachEntryIsReadOnce) {
   WriteFile(directory / "zip", Zip({{"a", "one"}, {"d/b", "two", kDeflated}, {"a", "three"}}));
   std::string read;
   PackageReader package(directory / "zip");
-  Predict(package, [&read](std::size_t entry, const char* bytes, std::size_t length) {
+  Predict(package, 0, [&read](std::size_t entry, const char* bytes, std::size_t length) {
     read += std::to_string(entry) + std::string(bytes, length) + " ";
   });
   EXPECT_EQ(read, "0one 1two 2three ");
@@ -187,7 +187,7 @@ TEST(Prediction, ExtractionThatMissesAFileIsSeen) {
   std::string destination = predicted.directory / "destination";
   std::filesystem::create_directories(destination + "/f");
   PackageReader package(predicted.path);
-  const Prediction whileExtracting = PredictAndExtract(package, destination);
+  const Prediction whileExtracting = PredictAndExtract(package, 0, destination);
   EXPECT_EQ(whileExtracting.entries[0].size, 4U);
   const Differences differences =
       OfContent(Compare(TreeOf(whileExtracting), ReadTree(destination, Checksum::Crc32)));
@@ -217,7 +217,7 @@ TEST(Prediction, IsStoppedInTheMiddleOfAnEntry) {
       raise(SIGTERM);
       ASSERT_EQ(++portions, 1);
     };
-    Predict(package, stop);
+    Predict(package, 0, stop);
   }));
 }
 
@@ -227,7 +227,7 @@ TEST(Prediction, ExtractionIsStoppedInTheMiddleOfAnEntry) {
   EXPECT_TRUE(IsStopped([&] {
     PackageReader package(predicted.path);
     raise(SIGINT);
-    PredictAndExtract(package, destination);
+    PredictAndExtract(package, 0, destination);
   }));
   EXPECT_EQ(std::filesystem::file_size(destination + "/a"), 0U);
   EXPECT_FALSE(IsThere(destination + "/b"));

@@ -266,8 +266,8 @@ std::vector<std::string> CommandsOf(const CLI::App& app) {
 }
 
 std::string NoSuchCommand(const std::string& word, const std::vector<std::string>& commands) {
-  const std::string meant = Suggestion(word, commands);
-  return "there is no command " + word + (meant.empty() ? "" : ". Did you mean " + meant + "?");
+  const auto meant = Suggestion(word, commands);
+  return "there is no command " + word + (meant ? ". Did you mean " + *meant + "?" : "");
 }
 
 /// Explains wrong usage, or shows the requested help. Returns the exit status.

@@ -79,7 +79,7 @@ class MetadataFinder {
   explicit MetadataFinder(const std::string& path) : path_(path) {}
 
   Metadata Find() {
-    if (StateOf(path_) == FileState::Missing) {
+    if (!IsPresent(path_)) {
       AddHere(kMetadataMissing, "the run ends before anything is written");
     } else {
       FindInFile();

@@ -154,13 +154,12 @@ struct Proof {
 /// Predicts the result during an extraction by the installer's code. Then compares the prediction
 /// with the extracted tree. Prediction and extraction share the reading of the data; the comparison
 /// of checksums tests the reading.
-Prediction Prove(PackageReader& package, const std::string& packagePath, Proof& proof) {
+Prediction Prove(PackageReader& package, const PackageExtent& extent, Proof& proof) {
   CatchInterruptions();
   const Scratch scratch;
-  const LargestWork work = LargestWorkOf(packagePath);
-  RequireSpace(work.bytes, package.EntryCount() + work.directories, scratch.path());
+  RequireSpace(extent.bytes, package.EntryCount() + extent.directories, scratch.path());
   const std::string destination = scratch.path() + "/" + kFinalName;
-  Prediction prediction = PredictAndExtract(package, destination);
+  Prediction prediction = PredictAndExtract(package, extent.bytes, destination);
   const FileTree predicted = TreeOf(prediction);
   proof.notCompared = PathsForSomeVolumesOnly(predicted);
   proof.differences = Topmost(OfContent(
@@ -176,8 +175,8 @@ Json PathWithReason(const std::string& path, const std::string& reason) {
 
 /// Reports the digest of the package, for a comparison with the digest in a receipt.
 void ReportDigest(const std::string& package, Report& report) {
-  const bool isThere = StateOf(package) == FileState::Present;
-  const std::string digest = isThere ? DigestText(DigestOfFile(RealPath(package))) : "";
+  const bool isThere = IsPresent(package);
+  const std::string digest = isThere ? DigestText(DigestOfFile(package)) : "";
   PutOptional(report.details, "sha256", digest);
   if (isThere) {
     report.summary.push_back("SHA-256: " + digest);
@@ -208,11 +207,11 @@ void ReportProof(const Proof& proof, Report& report) {
 
 Report Check(const CheckOptions& options) {
   Proof proof;
-  BundleInspection bundle =
-      InspectBundle(options.path, options.limits,
-                    [&options, &proof](PackageReader& package, const std::string& path) {
-                      return options.prove ? Prove(package, path, proof) : Predict(package);
-                    });
+  BundleInspection bundle = InspectBundle(
+      options.path, options.limits,
+      [&options, &proof](PackageReader& package, const PackageExtent& extent) {
+        return options.prove ? Prove(package, extent, proof) : Predict(package, extent.bytes);
+      });
   Report report("check");
   PutName(report.details, "resources", bundle.files.directory);
   ReportDigest(bundle.files.package, report);

@@ -10,12 +10,12 @@ namespace webresources {
 Report Info(const std::string& path) {
   const BundleFiles bundle = FindBundleFiles(path);
   for (const std::string& file : {bundle.package, bundle.metadata}) {
-    if (StateOf(file) == FileState::Missing) {
+    if (!IsPresent(file)) {
       throw Error("read", file, "there is no such file", "make it with webresources pack");
     }
   }
   const Metadata metadata = ReadMetadata(bundle.metadata);
-  const std::string sha256 = DigestText(DigestOfFile(RealPath(bundle.package)));
+  const std::string sha256 = DigestText(DigestOfFile(bundle.package));
   PackageReader package(bundle.package);
   const FileTree tree = TreeOf(PredictOutline(package));
 

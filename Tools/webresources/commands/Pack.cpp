@@ -97,7 +97,6 @@ Totals WritePackage(const SourceTree& tree, const AtomicFile& package, std::int6
   Sha256 hash;
   ForEachPortion(package.descriptor(), package.temporary(),
                  [&](const char* bytes, std::size_t length) {
-                   ThrowIfInterrupted("pack", package.temporary());
                    hash.Update(bytes, length);
                    totals.packedBytes += length;
                  });

@@ -27,8 +27,8 @@ Json RecordAfter(const InstallPlan& plan, const ExpectedBundle& bundle) {
 FileTree InstalledTree(const Installation& installation, const FileTree& expected) {
   return installation.directory.empty()
              ? FileTree()
-             : ReadTreeAgainst(expected, installation.installRoot + installation.directory,
-                               Checksum::Sha256);
+             : ReadTree(installation.installRoot + installation.directory, Checksum::Sha256,
+                        &expected);
 }
 
 /// Returns the entries beside the installed directory.

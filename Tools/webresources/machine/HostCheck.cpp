@@ -104,7 +104,7 @@ class InstallationFinder {
       item.owner = owner;
     }
     const std::string directory = installation_.installRoot + installation_.directory;
-    const FileTree actual = Normalized(ReadTreeAgainst(tree, directory, Checksum::Sha256), owner);
+    const FileTree actual = Normalized(ReadTree(directory, Checksum::Sha256, &tree), owner);
     for (const Difference& difference : Topmost(Compare(tree, actual))) {
       const bool isFinders = difference.kind == Kind::Extra && IsFinders(difference.path);
       if (!isFinders && (difference.kind < Kind::Mode || !expected_.ignoresModes)) {

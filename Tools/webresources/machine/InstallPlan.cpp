@@ -52,9 +52,7 @@ bool IsProof(const std::optional<Receipt>& receipt, const ExpectedBundle& bundle
 }  // namespace
 
 std::optional<std::string> DigestOfPackage(const std::string& path) {
-  return StateOf(path) == FileState::Missing
-             ? std::nullopt
-             : std::optional(DigestText(DigestOfFile(RealPath(path))));
+  return !IsPresent(path) ? std::nullopt : std::optional(DigestText(DigestOfFile(path)));
 }
 
 ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>& receipt,

@@ -41,7 +41,7 @@ Installation ReadInstallation(const std::string& hostRoot) {
   installation.record = ReadHostRecord(hostRoot);
   const std::string root = ParentOf(installation.installRoot);
   installation.isRootUsable = !Exists(root) || IsDirectory(root);
-  if (installation.isRootUsable && StateOf(root) == FileState::Present) {
+  if (installation.isRootUsable && IsPresent(root)) {
     installation.names = NamesIn(root);
   }
   installation.directory = InstalledDirectory(installation);

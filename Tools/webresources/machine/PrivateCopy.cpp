@@ -26,41 +26,29 @@ constexpr char kProgramDirectory[] = "/Contents/" BUNDLE_EXECUTABLES;
 constexpr char kInfo[] = "/Contents/Info.plist";
 constexpr char kResources[] = "/Contents/Resources";
 
-void WriteAll(const Descriptor& file, const char* bytes, std::size_t length,
-              const std::string& path) {
-  while (length > 0) {
-    const ssize_t count = Uninterrupted([&] { return write(*file, bytes, length); });
-    if (count < 0) {
-      throw Error::FromErrno("write", path);
-    }
-    bytes += count;
-    length -= static_cast<std::size_t>(count);
-  }
-}
-
 /// Copies a regular file of at most `most` bytes. A block of zeros becomes a hole.
 void CopyFile(const std::string& from, const std::string& to, mode_t mode, std::uint64_t most) {
-  InputFile input(from, Links::Follow);
+  const InputFile input(from, Links::Follow);
   const Descriptor output(open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
   if (!output) {
     throw Error::FromErrno("write", to);
   }
-  char buffer[1U << 16U];
+  Progress progress("copying " + from, static_cast<std::uint64_t>(input.status().st_size));
   std::uint64_t size = 0;
-  while (const std::size_t count = input.Read(buffer, sizeof buffer)) {
-    ThrowIfInterrupted("copy", from);
+  ForEachPortion(input.descriptor(), from, [&](const char* bytes, std::size_t count) {
     size += count;
     if (size > most) {
       throw Error("copy", from,
                   "it has more than " + std::to_string(most) +
                       " bytes: raise --max-size if it is meant to be so large");
     }
-    if (std::all_of(buffer, buffer + count, [](char byte) { return byte == 0; })) {
+    if (std::all_of(bytes, bytes + count, [](char byte) { return byte == 0; })) {
       lseek(*output, static_cast<off_t>(count), SEEK_CUR);
-    } else {
-      WriteAll(output, buffer, count, to);
+    } else if (!WriteAll(*output, bytes, count)) {
+      throw Error::FromErrno("write", to);
     }
-  }
+    progress.Step(count);
+  });
   if (Uninterrupted([&] { return ftruncate(*output, static_cast<off_t>(size)); }) != 0) {
     throw Error::FromErrno("write", to);
   }

@@ -68,10 +68,6 @@ const char* JunkOwner(std::string_view component) {
   return junk != std::end(kJunk) ? junk->owner : nullptr;
 }
 
-}  // namespace
-
-namespace {
-
 /// Debian 12's zip library cannot read sizes and offsets of Zip64.
 constexpr std::uint64_t kTooLarge = std::uint64_t{4} << 30U;
 
@@ -132,9 +128,9 @@ class Collector {
   }
 
   bool IsLeftOut(const std::string& name) {
-    const std::string junk = JunkReason(LastOf(name));
-    if (!junk.empty() && FindMatching(selection_.kept, name) == nullptr) {
-      tree_.leftOut.push_back({name, "junk: " + junk});
+    const auto junk = JunkReason(LastOf(name));
+    if (junk && FindMatching(selection_.kept, name) == nullptr) {
+      tree_.leftOut.push_back({name, "junk: " + *junk});
       return true;
     }
     const std::string* const glob = FindMatching(selection_.excluded, name);
@@ -215,7 +211,7 @@ SourceTree CollectSource(const std::string& path, const Selection& selection) {
   return Collector(selection).Collect(path);
 }
 
-std::string JunkReason(const std::string& path) {
+std::optional<std::string> JunkReason(const std::string& path) {
   for (std::size_t start = 0; start < path.length();) {
     const std::size_t end = std::min(path.find('/', start), path.length());
     if (const char* owner = JunkOwner(std::string_view(path).substr(start, end - start))) {
@@ -223,7 +219,7 @@ std::string JunkReason(const std::string& path) {
     }
     start = end + 1;
   }
-  return {};
+  return std::nullopt;
 }
 
 }  // namespace webresources

@@ -2,6 +2,7 @@
 #define TOOLS_WEBRESOURCES_PACKING_SOURCETREE_H_
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -42,9 +43,9 @@ struct SourceTree {
 SourceTree CollectSource(const std::string& path, const Selection& selection);
 
 /// Says whose file or folder `path` is, or is in, if no product needs it: macOS's, Windows's, that
-/// of a version-control system, or an editor's backup. Returns an empty string for any other path.
-/// Only names count. A directory's path may end in "/".
-std::string JunkReason(const std::string& path);
+/// of a version-control system, or an editor's backup. Returns nothing for any other path. Only
+/// names count. A directory's path may end in "/".
+std::optional<std::string> JunkReason(const std::string& path);
 
 }  // namespace webresources
 

@@ -1,5 +1,7 @@
 #include "prediction/BundleInspection.h"
 
+#include "support/Files.h"
+
 namespace webresources {
 
 BundleInspection InspectBundle(const std::string& path, const Limits& limits,
@@ -7,11 +9,13 @@ BundleInspection InspectBundle(const std::string& path, const Limits& limits,
   BundleInspection bundle;
   bundle.files = FindBundleFiles(path);
   bundle.metadata = ReadMetadata(bundle.files.metadata);
-  bundle.findings = FindOutOfBounds(bundle.files.package, limits);
+  const bool isThere = IsPresent(bundle.files.package);  // or an Error tells why it is unreadable
+  const PackageExtent extent = isThere ? ExtentOf(bundle.files.package) : PackageExtent();
+  bundle.findings = FindOutOfBounds(bundle.files.package, extent, limits);
   bundle.isRead = bundle.findings.empty();
   if (bundle.isRead) {
     PackageReader package(bundle.files.package);
-    bundle.prediction = read(package, bundle.files.package);
+    bundle.prediction = read(package, extent);
     bundle.findings = FindInPackage(bundle.files.package, bundle.prediction);
   }
   Append(bundle.findings, bundle.metadata.findings);
@@ -22,8 +26,8 @@ BundleInspection InspectBundle(const std::string& path, const Limits& limits,
 BundleInspection InspectBundle(const std::string& path, const Limits& limits, FileTree* tree) {
   EntryDigests digests;
   BundleInspection bundle =
-      InspectBundle(path, limits, [&digests](PackageReader& package, const std::string&) {
-        return Predict(package, digests.Sink());
+      InspectBundle(path, limits, [&digests](PackageReader& package, const PackageExtent& extent) {
+        return Predict(package, extent.bytes, digests.Sink());
       });
   *tree = bundle.isRead ? TreeOf(bundle.prediction, &digests) : FileTree();
   bundle.prediction = {};

@@ -22,8 +22,9 @@ struct BundleInspection {
   Findings findings;      ///< Of the package, then of the metadata.
 };
 
-/// Predicts what a run leaves of `package`, which lies at `path`, and may do more with it.
-using PackageReading = std::function<Prediction(PackageReader& package, const std::string& path)>;
+/// Predicts the result of a run for `package`, which has that extent, and may do more with it.
+using PackageReading =
+    std::function<Prediction(PackageReader& package, const PackageExtent& extent)>;
 
 /// Inspects the bundle at `path`: a bundle, its Contents or its Resources directory. The package is
 /// read by `read`, unless the package exceeds `limits`. Throws Error if something cannot be read;

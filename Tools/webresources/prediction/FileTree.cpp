@@ -60,20 +60,24 @@ void AddEntries(const std::string& directory, const std::string& prefix, FileTre
   }
 }
 
-std::uint32_t Crc32Of(const std::string& path) {
-  uLong crc = 0;
-  ForEachPortion(path, [&crc](const char* bytes, std::size_t length) {
-    crc = crc32_z(crc, reinterpret_cast<const Bytef*>(bytes), length);
-  });
-  return static_cast<std::uint32_t>(crc);
-}
-
-void AddChecksum(const std::string& directory, Checksum checksum, FileItem& item) {
+void AddChecksum(const std::string& directory, Checksum checksum, Progress& progress,
+                 FileItem& item) {
   const std::string path = directory + "/" + item.path;
+  const InputFile file(path, Links::Refuse);
+  Sha256 hash;
+  uLong crc = 0;
+  ForEachPortion(file.descriptor(), path, [&](const char* bytes, std::size_t length) {
+    if (checksum == Checksum::Sha256) {
+      hash.Update(bytes, length);
+    } else {
+      crc = crc32_z(crc, reinterpret_cast<const Bytef*>(bytes), length);
+    }
+    progress.Step(length);
+  });
   if (checksum == Checksum::Sha256) {
-    item.sha256 = DigestOfFile(path);
-  } else if (checksum == Checksum::Crc32) {
-    item.crc32 = Crc32Of(path);
+    item.sha256 = hash.Finish();
+  } else {
+    item.crc32 = static_cast<std::uint32_t>(crc);
   }
 }
 
@@ -83,28 +87,6 @@ bool HasFile(const FileTree& tree, const std::string& path, std::uint64_t size) 
       [](const FileItem& one, const std::string& that) { return one.path < that; });
   return item != tree.end() && item->path == path && item->type == FileItem::Type::File &&
          item->size == size;
-}
-
-FileTree ReadItems(const std::string& directory) {
-  FileTree tree;
-  if (auto top = Look(directory, kTop)) {
-    tree.push_back(*std::move(top));
-    AddEntries(directory, "", tree);
-  }
-  Sort(tree);
-  return tree;
-}
-
-void AddChecksums(const std::string& directory, Checksum checksum, const FileTree* expected,
-                  FileTree& tree) {
-  Progress progress("reading what is installed", BytesOf(tree));
-  for (FileItem& item : tree) {
-    if (item.type == FileItem::Type::File &&
-        (expected == nullptr || HasFile(*expected, item.path, item.size))) {
-      AddChecksum(directory, checksum, item);
-    }
-    progress.Step(item.size);
-  }
 }
 
 FileItem ItemOf(const TreeItem& predicted, EntryDigests* digests) {
@@ -163,16 +145,24 @@ FileTree TreeOf(const Prediction& prediction, EntryDigests* digests) {
   return tree;
 }
 
-FileTree ReadTree(const std::string& directory, Checksum checksum) {
-  FileTree tree = ReadItems(directory);
-  AddChecksums(directory, checksum, nullptr, tree);
-  return tree;
-}
-
-FileTree ReadTreeAgainst(const FileTree& expected, const std::string& directory,
-                         Checksum checksum) {
-  FileTree tree = ReadItems(directory);
-  AddChecksums(directory, checksum, &expected, tree);
+FileTree ReadTree(const std::string& directory, Checksum checksum, const FileTree* expected) {
+  FileTree tree;
+  if (auto top = Look(directory, kTop)) {
+    tree.push_back(*std::move(top));
+    AddEntries(directory, "", tree);
+  }
+  Sort(tree);
+  Progress progress("reading what is installed", BytesOf(tree));
+  for (FileItem& item : tree) {
+    if (checksum == Checksum::None || item.type != FileItem::Type::File) {
+      continue;
+    }
+    if (expected == nullptr || HasFile(*expected, item.path, item.size)) {
+      AddChecksum(directory, checksum, progress, item);
+    } else {
+      progress.Step(item.size);
+    }
+  }
   return tree;
 }
 

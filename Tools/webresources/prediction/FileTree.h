@@ -63,14 +63,12 @@ FileTree TreeOf(const Prediction& prediction, EntryDigests* digests = nullptr);
 
 enum class Checksum { Sha256, Crc32, None };
 
-/// The tree at the directory `directory`, with the asked checksum of each file, modes and owners.
-/// Nothing is followed and nothing except regular files is opened. Throws Error if something cannot
-/// be read; what disappears meanwhile is left out.
-FileTree ReadTree(const std::string& directory, Checksum checksum);
-
-/// Does the same for a comparison with `expected`. A file that is not expected, or not with its
-/// size, is not read and has no checksum: its size tells enough.
-FileTree ReadTreeAgainst(const FileTree& expected, const std::string& directory, Checksum checksum);
+/// Returns the tree at the directory `directory`, with the asked checksum of each file, modes and
+/// owners. If a tree is `expected`, a file that is not in it, or not with its size, is not read and
+/// has no checksum: the size tells enough. No link is followed, and only regular files are opened.
+/// Throws Error if something cannot be read; what disappears meanwhile is left out.
+FileTree ReadTree(const std::string& directory, Checksum checksum,
+                  const FileTree* expected = nullptr);
 
 /// The bytes of all files of `tree`.
 std::uint64_t BytesOf(const FileTree& tree);

@@ -34,17 +34,8 @@ std::uint64_t WorkOf(const PackageEntry& entry, std::uint64_t fileSize) {
   return std::max(data, output);
 }
 
-std::uint64_t SizeOfFile(const std::string& path) {
-  struct stat status = {};
-  return stat(path.c_str(), &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
-}
-
-}  // namespace
-
-namespace {
-
-/// Returns how many directories `names` ask for, each counted once.
-std::uint64_t DirectoriesIn(std::vector<std::string> names) {
+/// Counts each directory once that an entry called one of `names` asks for.
+std::uint64_t CountDirectories(std::vector<std::string> names) {
   std::sort(names.begin(), names.end());
   std::uint64_t count = 0;
   std::string before;
@@ -57,42 +48,38 @@ std::uint64_t DirectoriesIn(std::vector<std::string> names) {
   return count;
 }
 
-void FindInSize(const std::string& path, const Limits& limits, Findings& findings) {
-  const LargestWork work = LargestWorkOf(path);
-  if (work.bytes > limits.maxSize) {
-    Add(findings, kContentTooLarge, kPackageFileName,
-        "its entries can hold " + std::to_string(work.bytes) + " bytes, and " +
-            std::to_string(limits.maxSize) + " are allowed: no data is read");
-  }
-  if (work.directories > limits.maxDirectories) {
-    Add(findings, kTooManyDirectories, kPackageFileName,
-        "its entries ask for " + std::to_string(work.directories) + " directories, and " +
-            std::to_string(limits.maxDirectories) + " are allowed: no data is read");
-  }
-}
-
 }  // namespace
 
-LargestWork LargestWorkOf(const std::string& path) {
-  const std::uint64_t fileSize = SizeOfFile(path);
-  PackageReader package(path);
-  LargestWork largest;
+PackageExtent ExtentOf(const std::string& path) {
+  struct stat status = {};
+  const bool isThere = stat(path.c_str(), &status) == 0;
+  const std::uint64_t fileSize = isThere ? static_cast<std::uint64_t>(status.st_size) : 0;
+  PackageExtent extent;
   std::vector<std::string> directories;
+  PackageReader package(path);
   while (package.Next()) {
     const std::uint64_t work = WorkOf(package.entry(), fileSize);
-    largest.bytes += std::min(work, std::numeric_limits<std::uint64_t>::max() - largest.bytes);
+    extent.bytes += std::min(work, std::numeric_limits<std::uint64_t>::max() - extent.bytes);
     if (package.entry().kind == PackageEntry::Kind::Directory) {
       directories.emplace_back(package.entry().name);
     }
   }
-  largest.directories = DirectoriesIn(std::move(directories));
-  return largest;
+  extent.directories = CountDirectories(std::move(directories));
+  return extent;
 }
 
-Findings FindOutOfBounds(const std::string& path, const Limits& limits) {
+Findings FindOutOfBounds(const std::string& path, const PackageExtent& extent,
+                         const Limits& limits) {
   Findings findings;
-  if (StateOf(path) == FileState::Present) {
-    FindInSize(path, limits, findings);
+  if (extent.bytes > limits.maxSize) {
+    Add(findings, kContentTooLarge, kPackageFileName,
+        "its entries can hold " + std::to_string(extent.bytes) + " bytes, and " +
+            std::to_string(limits.maxSize) + " are allowed: no data is read");
+  }
+  if (extent.directories > limits.maxDirectories) {
+    Add(findings, kTooManyDirectories, kPackageFileName,
+        "its entries ask for " + std::to_string(extent.directories) + " directories, and " +
+            std::to_string(limits.maxDirectories) + " are allowed: no data is read");
   }
   if (findings.empty()) {
     return findings;
@@ -201,8 +188,8 @@ class PackageFinder {
     if (!IsAscii(name)) {
       FindInEncoding(entry);
     }
-    if (const std::string junk = JunkReason(name); !junk.empty()) {
-      AddHere(kJunkFile, junk);
+    if (const auto junk = JunkReason(name)) {
+      AddHere(kJunkFile, *junk);
     }
     if (entry.replacedBy) {
       AddHere(kDuplicateEntry, *Problem(entry));
@@ -383,7 +370,7 @@ std::optional<std::string> Problem(const EntryPrediction& entry) {
 
 Findings FindInPackage(const std::string& path, const Prediction& prediction) {
   Findings findings;
-  if (StateOf(path) == FileState::Missing) {
+  if (!IsPresent(path)) {
     Add(findings, kPackageMissing, kPackageFileName, "the installer installs an empty directory");
     return findings;
   }

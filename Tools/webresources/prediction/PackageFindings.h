@@ -23,23 +23,24 @@ struct Limits {
   std::uint64_t maxDirectories = 1000000;
 };
 
-/// The largest work that a package can cause.
-struct LargestWork {
+/// The work that a package can cause at most, by its directory.
+struct PackageExtent {
   std::uint64_t bytes = 0;  ///< That the installer reads or writes for all entries together.
-  /// That the entries ask for, each counted once; a name with "." or ".." components can count
-  /// more.
+  /// Directories that the entries ask for, each counted once. A name with "." or ".." components
+  /// can count more.
   std::uint64_t directories = 0;
 };
 
-/// Returns the largest work for the package at `path`. Reads the central directory once, and no
-/// data. Returns no work if the package is missing or cannot be opened.
-LargestWork LargestWorkOf(const std::string& path);
+/// Returns the extent of the package at `path`, of nothing if the package is missing or cannot be
+/// opened. Reads the directory of the package, no data.
+PackageExtent ExtentOf(const std::string& path);
 
-/// Returns why the package at `path` must not be read: its entries hold more than `limits` allow.
-/// Says also whether they share data and whether their number is wrong. Returns no findings
-/// if the package is within bounds or missing. Call it before Predict() for any package that
-/// somebody else has made. Throws Error if the package is there and cannot be read.
-Findings FindOutOfBounds(const std::string& path, const Limits& limits);
+/// Returns why the package at `path` must not be read: its `extent` exceeds `limits`. Says also
+/// whether its entries share data and whether their number is wrong. Returns no findings if the
+/// package is within bounds. Call it before Predict() for any package that somebody else has made.
+/// Throws Error if the package cannot be read.
+Findings FindOutOfBounds(const std::string& path, const PackageExtent& extent,
+                         const Limits& limits);
 
 /// Returns what is wrong with the package at `path`: in its frame, then entry by entry, then in
 /// entries together. `prediction` is what the installer will leave of it. That there is no package

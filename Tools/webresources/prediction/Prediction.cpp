@@ -101,8 +101,6 @@ Failure PredictedTree::Add(const std::string& path, bool isDirectory, Node** add
   return Failure::None;
 }
 
-using Failure = PredictedTree::Failure;
-
 namespace {
 
 /// Makes the directory that an entry called `name` announces. Returns what stopped it, if anything.
@@ -140,15 +138,20 @@ EntryPrediction Describe(const PackageReader& package) {
 
 class Predictor {
  public:
-  Predictor(PackageReader& package, const PortionSink& sink, bool readsData)
+  Predictor(PackageReader& package, std::uint64_t bytes, const PortionSink& sink, bool readsData)
       : package_(package),
         sink_(sink),
         readsData_(readsData),
-        progress_("reading the package", package.EntryCount()) {
-    package.StopWhen(IsInterrupted);
+        progress_("reading the package", bytes / PackageReader::kPortionSize) {
+    package.StopWhen([this] {
+      progress_.Step();
+      return IsInterrupted();
+    });
     prediction_.isOpened = package.IsOpen();
     prediction_.entryCount = package.EntryCount();
   }
+
+  ~Predictor() { package_.StopWhen(nullptr); }
 
   /// Predicts the package's current entry.
   void PredictEntry() {
@@ -159,7 +162,6 @@ class Predictor {
       PredictFile(entry);
     }
     ThrowIfInterrupted("read", kPackageFileName);
-    progress_.Step();
   }
 
   Prediction Take() { return std::move(prediction_); }
@@ -247,7 +249,9 @@ class Predictor {
   Progress progress_;
 };
 
-Prediction PredictAll(PackageReader& package, Predictor predictor) {
+Prediction PredictAll(PackageReader& package, std::uint64_t bytes, const PortionSink& sink,
+                      bool readsData) {
+  Predictor predictor(package, bytes, sink, readsData);
   while (package.Next()) {
     predictor.PredictEntry();
   }
@@ -266,18 +270,18 @@ void AddItems(const PredictedTree::Node& directory, const std::string& prefix,
 
 }  // namespace
 
-Prediction Predict(PackageReader& package, const PortionSink& sink) {
-  return PredictAll(package, Predictor(package, sink, true));
+Prediction Predict(PackageReader& package, std::uint64_t bytes, const PortionSink& sink) {
+  return PredictAll(package, bytes, sink, true);
 }
 
 Prediction PredictOutline(PackageReader& package) {
-  const PortionSink none;
-  return PredictAll(package, Predictor(package, none, false));
+  return PredictAll(package, 0, {}, false);
 }
 
-Prediction PredictAndExtract(PackageReader& package, const std::string& directory) {
+Prediction PredictAndExtract(PackageReader& package, std::uint64_t bytes,
+                             const std::string& directory) {
   const PortionSink none;
-  Predictor predictor(package, none, true);
+  Predictor predictor(package, bytes, none, true);
   const auto predict = [&predictor] { predictor.PredictEntry(); };
   if (!InstallerUtils::UncompressPackage(package, directory, predict)) {
     throw Error("extract to", directory, "the directory cannot be made");

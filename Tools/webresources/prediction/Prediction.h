@@ -107,9 +107,10 @@ using PortionSink = std::function<void(std::size_t entry, const char* bytes, std
 
 /// Predicts what the installer will leave of `package`, which must be at its beginning. Reads the
 /// data of each entry once and passes it to `sink`, if there is one; an entry whose data is damaged
-/// is read a second time, for its checksum. Memory grows with the number of entries, not with their
-/// size. Throws Error if the user stops the command; see CatchInterruptions().
-Prediction Predict(PackageReader& package, const PortionSink& sink = {});
+/// is read a second time, for its checksum. The progress is shown as a part of `bytes`, which the
+/// entries hold together. Memory grows with the number of entries, not with their size. Throws
+/// Error if the user stops the command; see CatchInterruptions().
+Prediction Predict(PackageReader& package, std::uint64_t bytes, const PortionSink& sink = {});
 
 /// Predicts the tree from the directory of `package` alone: reads no data and takes each file for
 /// complete, with the size that the directory states.
@@ -118,7 +119,8 @@ Prediction PredictOutline(PackageReader& package);
 /// Does the same while the installer extracts `package` to `directory`. Data that the extraction
 /// reads is not read again: the prediction takes its size and checksum from there and decides
 /// everything else for itself. Throws Error if the directory cannot be made, or as Predict() does.
-Prediction PredictAndExtract(PackageReader& package, const std::string& directory);
+Prediction PredictAndExtract(PackageReader& package, std::uint64_t bytes,
+                             const std::string& directory);
 
 /// One directory or file of a predicted tree.
 struct TreeItem {

@@ -98,6 +98,14 @@ bool IsBelow(std::string path, const std::set<std::string>& directories) {
   return false;
 }
 
+/// `differences` without those that `isLeftOut`.
+template <typename Predicate>
+Differences Filtered(Differences differences, Predicate isLeftOut) {
+  differences.erase(std::remove_if(differences.begin(), differences.end(), isLeftOut),
+                    differences.end());
+  return differences;
+}
+
 }  // namespace
 
 Differences Compare(const FileTree& expected, const FileTree& actual) {
@@ -105,10 +113,8 @@ Differences Compare(const FileTree& expected, const FileTree& actual) {
 }
 
 Differences OfContent(Differences differences) {
-  differences.erase(std::remove_if(differences.begin(), differences.end(),
-                                   [](const Difference& one) { return one.kind >= Kind::Mode; }),
-                    differences.end());
-  return differences;
+  return Filtered(std::move(differences),
+                  [](const Difference& one) { return one.kind >= Kind::Mode; });
 }
 
 std::vector<std::string> PathsForSomeVolumesOnly(const FileTree& tree) {
@@ -128,22 +134,20 @@ std::vector<std::string> PathsForSomeVolumesOnly(const FileTree& tree) {
 
 Differences Without(const std::vector<std::string>& paths, Differences differences) {
   const std::set<std::string> left(paths.begin(), paths.end());
-  differences.erase(std::remove_if(differences.begin(), differences.end(),
-                                   [&left](const Difference& one) {
-                                     return left.count(one.path) != 0 || IsBelow(one.path, left);
-                                   }),
-                    differences.end());
-  return differences;
+  return Filtered(std::move(differences), [&left](const Difference& one) {
+    return left.count(one.path) != 0 || IsBelow(one.path, left);
+  });
 }
 
 Differences Topmost(Differences differences) {
   Differences topmost;
   std::set<std::string> whole;
   for (Difference& difference : differences) {
-    if (difference.kind < Kind::Content) {
-      if (IsBelow(difference.path, whole)) {
-        continue;
-      }
+    const bool isWhole = difference.kind < Kind::Content;
+    if (isWhole && IsBelow(difference.path, whole)) {
+      continue;
+    }
+    if (isWhole) {
       whole.insert(difference.path);
     }
     topmost.push_back(std::move(difference));
@@ -152,8 +156,6 @@ Differences Topmost(Differences differences) {
 }
 
 namespace {
-
-using Kind = Difference::Kind;
 
 const char* NameOf(Kind kind) {
   return kind == Kind::Missing ? "removed" : kind == Kind::Extra ? "added" : "changed";
@@ -200,11 +202,9 @@ void Count(const Difference& difference, TreeChanges& changes) {
 
 TreeChanges ChangesBetween(const FileTree& before, const FileTree& after) {
   TreeChanges changes;
-  changes.differences = OfContent(Compare(before, after));
   // A tree without its top is no tree yet, or no longer: that is no change in it.
-  changes.differences.erase(std::remove_if(changes.differences.begin(), changes.differences.end(),
-                                           [](const Difference& one) { return one.path == "."; }),
-                            changes.differences.end());
+  changes.differences = Filtered(OfContent(Compare(before, after)),
+                                 [](const Difference& one) { return one.path == "."; });
   std::size_t kept = FilesOf(before);
   for (const Difference& difference : changes.differences) {
     Count(difference, changes);

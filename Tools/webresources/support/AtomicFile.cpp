@@ -110,13 +110,8 @@ AtomicFile::~AtomicFile() {
 }
 
 void AtomicFile::Write(const std::string& bytes) {
-  for (std::size_t done = 0; done < bytes.size();) {
-    const ssize_t count =
-        Uninterrupted([&] { return write(*file_, bytes.data() + done, bytes.size() - done); });
-    if (count < 0) {
-      throw Error::FromErrno("write", temporary_);
-    }
-    done += static_cast<std::size_t>(count);
+  if (!WriteAll(*file_, bytes.data(), bytes.size())) {
+    throw Error::FromErrno("write", temporary_);
   }
 }
 

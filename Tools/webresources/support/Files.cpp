@@ -23,17 +23,11 @@
 
 namespace webresources {
 
-namespace {
-
-constexpr std::size_t kPortion = std::size_t{64} << 10;
-
-}  // namespace
-
-FileState StateOf(const std::string& path) {
+bool IsPresent(const std::string& path) {
   struct stat status = {};
   if (stat(path.c_str(), &status) != 0) {
     if (errno == ENOENT || errno == ENOTDIR) {
-      return FileState::Missing;
+      return false;
     }
     throw Error::FromErrno("read", path);
   }
@@ -41,10 +35,10 @@ FileState StateOf(const std::string& path) {
     throw Error("read", path, "it is not a regular file");
   }
   if (access(path.c_str(), R_OK) == 0) {
-    return FileState::Present;
+    return true;
   }
   if (errno == ENOENT) {
-    return FileState::Missing;  // removed since stat()
+    return false;  // removed since stat()
   }
   throw Error::FromErrno("read", path);
 }
@@ -117,14 +111,6 @@ InputFile::InputFile(std::string path, Links links)
   }
 }
 
-std::size_t InputFile::Read(char* buffer, std::size_t size) {
-  const ssize_t count = Uninterrupted([&] { return read(*descriptor_, buffer, size); });
-  if (count < 0) {
-    throw Error::FromErrno("read", path_);
-  }
-  return static_cast<std::size_t>(count);
-}
-
 std::unique_ptr<std::FILE, int (*)(std::FILE*)> InputFile::TakeStream() {
   std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(fdopen(*descriptor_, "rb"), std::fclose);
   if (!stream) {
@@ -134,20 +120,10 @@ std::unique_ptr<std::FILE, int (*)(std::FILE*)> InputFile::TakeStream() {
   return stream;
 }
 
-void ForEachPortion(const std::string& path,
-                    const std::function<void(const char* bytes, std::size_t length)>& take) {
-  InputFile file(path, Links::Refuse);
-  char portion[kPortion];
-  while (const std::size_t count = file.Read(portion, sizeof portion)) {
-    ThrowIfInterrupted("read", path);
-    take(portion, count);
-  }
-}
-
 void ForEachPortion(int file, const std::string& path,
                     const std::function<void(const char* bytes, std::size_t length)>& take) {
   lseek(file, 0, SEEK_SET);
-  char portion[kPortion];
+  char portion[1U << 16U];
   ssize_t count = 0;
   while ((count = Uninterrupted([&] { return read(file, portion, sizeof portion); })) > 0) {
     ThrowIfInterrupted("read", path);
@@ -182,9 +158,13 @@ bool IsAt(int descriptor, const std::string& path) {
 }
 
 Sha256::Digest DigestOfFile(const std::string& path) {
+  const InputFile file(path, Links::Follow);
+  Progress progress("reading " + path, static_cast<std::uint64_t>(file.status().st_size));
   Sha256 hash;
-  ForEachPortion(path,
-                 [&hash](const char* bytes, std::size_t length) { hash.Update(bytes, length); });
+  ForEachPortion(file.descriptor(), path, [&](const char* bytes, std::size_t length) {
+    hash.Update(bytes, length);
+    progress.Step(length);
+  });
   return hash.Finish();
 }
 

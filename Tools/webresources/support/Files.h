@@ -17,12 +17,10 @@ namespace webresources {
 
 /// Questions about files that end in an answer or in an Error.
 
-enum class FileState { Missing, Present };
-
-/// Whether there is a file or directory at `path` that can be opened. Throws Error if that cannot
-/// be found out, if it cannot be read, or if it is neither a regular file nor a directory: to open
-/// anything else could wait for ever.
-FileState StateOf(const std::string& path);
+/// Returns whether there is a file or directory at `path` that can be opened. Throws Error if the
+/// answer cannot be found out, if `path` cannot be read, or if `path` is neither a regular file nor
+/// a directory: to open anything else could wait for ever.
+bool IsPresent(const std::string& path);
 
 /// Whether anything is at `path`; a link counts, wherever it leads. Throws Error if that cannot be
 /// found out.
@@ -60,9 +58,8 @@ class InputFile {
 
   const struct stat& status() const { return status_; }
 
-  /// Reads at most `size` bytes into `buffer`. Returns their number, 0 at the end. Throws Error if
-  /// the file cannot be read.
-  std::size_t Read(char* buffer, std::size_t size);
+  /// The file, which the object closes.
+  int descriptor() const { return *descriptor_; }
 
   /// Returns a stream of the bytes that are left. The object can be read no more. Throws Error if
   /// there is no memory for the stream.
@@ -74,13 +71,9 @@ class InputFile {
   struct stat status_ = {};
 };
 
-/// Gives the content of the regular file at `path` to `take` in portions; a link there is not
-/// followed. Throws Error if it cannot be read, if it is not a regular file, or if the user stops
+/// Gives the content of the file that is open as `file` to `take` in chunks, from its beginning.
+/// `path` names the file in errors. Throws Error if the file cannot be read, or if the user stops
 /// the command; see CatchInterruptions().
-void ForEachPortion(const std::string& path,
-                    const std::function<void(const char* bytes, std::size_t length)>& take);
-
-/// The same for the file that is open as `file`, from its beginning. `path` names it in errors.
 void ForEachPortion(int file, const std::string& path,
                     const std::function<void(const char* bytes, std::size_t length)>& take);
 
@@ -97,8 +90,8 @@ bool IsAt(int descriptor, const std::string& path);
 
 /// SHA-256 digests of files, and as text.
 
-/// The digest of the regular file at `path`; a link there is not followed. Throws Error if it
-/// cannot be read, or if it is not a regular file.
+/// Returns the digest of the regular file at `path`, links followed, and shows the progress. Throws
+/// Error if the file cannot be read, or if the user stops the command.
 Sha256::Digest DigestOfFile(const std::string& path);
 
 /// `digest` in hexadecimal.

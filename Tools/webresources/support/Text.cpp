@@ -84,38 +84,39 @@ bool IsAscii(const std::string& name) {
                      [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
 }
 
-std::string Printable(const std::string& name) {
-  std::string text;
-  for (std::size_t i = 0; i < name.length();) {
+namespace {
+
+/// `text` with `escape(bytes, point)` in place of each character that is not visible, and of each
+/// byte that is not UTF-8.
+template <typename Escape>
+std::string WithEscapes(const std::string& text, Escape escape) {
+  std::string escaped;
+  for (std::size_t i = 0; i < text.length();) {
     utf8proc_int32_t point = 0;
-    const auto length =
-        static_cast<std::size_t>(std::max<utf8proc_ssize_t>(Character(name, i, &point), 0));
-    if (length > 0 && IsVisible(point)) {
-      text.append(name, i, length);
-    } else {
-      for (std::size_t j = 0; j < std::max<std::size_t>(length, 1); ++j) {
-        text += Escaped(name[i + j]);
-      }
-    }
-    i += std::max<std::size_t>(length, 1);
+    const utf8proc_ssize_t length = Character(text, i, &point);
+    const std::string bytes(text, i, length > 0 ? static_cast<std::size_t>(length) : 1);
+    escaped += length > 0 && IsVisible(point) ? bytes : escape(bytes, point);
+    i += bytes.length();
   }
-  return text;
+  return escaped;
+}
+
+}  // namespace
+
+std::string Printable(const std::string& name) {
+  return WithEscapes(name, [](const std::string& bytes, utf8proc_int32_t /*point*/) {
+    std::string escaped;
+    for (const char byte : bytes) {
+      escaped += Escaped(byte);
+    }
+    return escaped;
+  });
 }
 
 std::string JsonPrintable(const std::string& json) {
-  std::string text;
-  for (std::size_t i = 0; i < json.length();) {
-    utf8proc_int32_t point = 0;
-    const auto length =
-        static_cast<std::size_t>(std::max<utf8proc_ssize_t>(Character(json, i, &point), 1));
-    if (json[i] == '\n' || IsVisible(point)) {
-      text.append(json, i, length);
-    } else {
-      text += JsonEscaped(point);
-    }
-    i += length;
-  }
-  return text;
+  return WithEscapes(json, [](const std::string& bytes, utf8proc_int32_t point) {
+    return point == '\n' ? bytes : JsonEscaped(point);
+  });
 }
 
 std::string Hexadecimal(const std::string& bytes) {
@@ -231,8 +232,9 @@ std::size_t Changes(const std::string& from, const std::string& to) {
 
 }  // namespace
 
-std::string Suggestion(const std::string& typed, const std::vector<std::string>& words) {
-  std::string nearest;
+std::optional<std::string> Suggestion(const std::string& typed,
+                                      const std::vector<std::string>& words) {
+  std::optional<std::string> nearest;
   std::size_t fewest = std::min(kMostChanges + 1, typed.length());
   for (const std::string& word : words) {
     const std::size_t changes = Changes(typed, word);

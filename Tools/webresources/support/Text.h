@@ -2,6 +2,7 @@
 #define TOOLS_WEBRESOURCES_SUPPORT_TEXT_H_
 
 #include <ctime>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -57,9 +58,10 @@ std::string LastOf(const std::string& path);
 std::string TimeText(std::time_t seconds);
 
 /// The one of `words` that somebody who typed `typed` has probably meant: the one that the fewest
-/// changes of a letter lead to, at most two and fewer than the letters typed. Returns an empty
-/// string if there is none.
-std::string Suggestion(const std::string& typed, const std::vector<std::string>& words);
+/// changes of a letter lead to, at most two and fewer than the letters typed. Returns nothing if
+/// there is none.
+std::optional<std::string> Suggestion(const std::string& typed,
+                                      const std::vector<std::string>& words);
 
 }  // namespace webresources
 
