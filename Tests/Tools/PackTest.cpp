@@ -446,26 +446,32 @@ TEST(ArchiveWriter, FileThatIsNotOpenIsReportedImmediately) {
   EXPECT_THROW(ArchiveWriter(-1, "zip", {}), Error);
 }
 
-TEST(ArchiveWriter, ArchiveDoesNotDependOnTheMemoryLimit) {
+TEST(ArchiveWriter, LargeDataThatDoesNotShrinkIsStoredAndWhatFollowsIsWhole) {
   ScopedDirectory directory;
   std::minstd_rand generator(1);
   std::string noise;
-  while (noise.length() < 1000000) {
+  while (noise.length() < 300000) {
     noise += static_cast<char>(generator() >> 8U);
   }
-  WriteFile(directory / "f", noise + std::string(100000, 'a'));
-  ArchiveWriter::Options options;
-  const auto bytesWith = [&directory, &options](std::size_t spoolLimit) {
-    options.spoolLimit = spoolLimit;
-    WrittenArchive archive(directory / "zip", options);
-    archive.writer.AddFile("f", directory / "f", 1100000);
-    archive.writer.Close();
-    return ReadFile(directory / "zip");
-  };
-  const std::string bytes = bytesWith(options.spoolLimit);
-  EXPECT_LT(bytes.length(), 1050000U);
-  EXPECT_EQ(bytesWith(0), bytes);
-  EXPECT_EQ(bytesWith(100000), bytes);
+  WriteFile(directory / "noise", noise);
+  WriteFile(directory / "text", noise + std::string(100000, 'a'));
+  WrittenArchive archive(directory / "zip");
+  archive.writer.AddFile("noise", directory / "noise", 300000);
+  archive.writer.AddFile("text", directory / "text", 400000);
+  archive.writer.Close();
+  EXPECT_EQ(ReadFile(directory / "zip").find(noise), 30U + 5U);
+  EXPECT_LT(fs::file_size(directory / "zip"), 650000U);
+  PackageReader package(directory / "zip");
+  for (const char* name : {"noise", "text"}) {
+    ASSERT_TRUE(package.Next() && package.Open());
+    std::string data;
+    for (int count = 0; (count = package.Read()) > 0;) {
+      data.append(package.portion(), static_cast<std::size_t>(count));
+    }
+    package.Close();
+    EXPECT_TRUE(data == ReadFile(directory / name)) << name;
+    EXPECT_EQ(package.data().end, EntryData::End::Complete) << name;
+  }
 }
 
 TEST(ArchiveWriter, FileOfAnotherSizeIsRefusedBeforeItsEndIsReached) {

@@ -1,65 +1,58 @@
 #include "packing/ArchiveWriter.h"
 
-#include <fcntl.h>
 #include <unistd.h>
-#include <zip.h>
 
 #include <algorithm>
-#include <cstring>
 #include <ctime>
+#include <initializer_list>
+#include <new>
+#include <utility>
 
-#include "Descriptor.h"
 #include "Uninterrupted.h"
 #include "support/Error.h"
+#include "support/Files.h"
 #include "support/Text.h"
 
 namespace webresources {
 
 namespace {
 
-constexpr std::size_t kBufferSize = 65536;
-constexpr off_t kLargestArchive = 0xffffffff;
+constexpr std::size_t kChunk = 65536;
+constexpr std::uint64_t kLargestArchive = 0xffffffff;
 constexpr std::uint64_t kSizeOfZip64 = 0xffffffff;  // the first that takes the fields of Zip64
 constexpr std::uint64_t kEntriesOfZip64 = 0xffff;
 
-constexpr unsigned long kMadeBy = (3U << 8U) | 20U;  // Unix, version 2.0
-constexpr unsigned long kFileAttributes = 0100644UL << 16U;
-constexpr unsigned long kDirectoryAttributes = (040755UL << 16U) | 0x10U;  // and the bit of DOS
-constexpr unsigned long kUtf8Flag = 0x800;
+constexpr unsigned int kVersion = 20;  // of the format: directories and deflated data
+constexpr unsigned int kVersionZip64 = 45;
+constexpr unsigned int kSystemUnix = 3U << 8U;
+constexpr unsigned int kFileAttributes = 0100644U << 16U;
+constexpr unsigned int kDirectoryAttributes = (040755U << 16U) | 0x10U;  // and the bit of DOS
+constexpr unsigned int kUtf8Flag = 0x800;
 
-unsigned long DosTime(std::int64_t seconds) {
+unsigned int DosTime(std::int64_t seconds) {
   constexpr std::int64_t kFirst = 315532800;  // 1980-01-01 00:00:00
   constexpr std::int64_t kLast = 4354819198;  // 2107-12-31 23:59:58
   const std::time_t time = std::clamp(seconds, kFirst, kLast);
   std::tm utc = {};
   gmtime_r(&time, &utc);
   const auto field = [](int value, unsigned int shift) {
-    return static_cast<unsigned long>(value) << shift;
+    return static_cast<unsigned int>(value) << shift;
   };
   return field(utc.tm_year - 80, 25) | field(utc.tm_mon + 1, 21) | field(utc.tm_mday, 16) |
          field(utc.tm_hour, 11) | field(utc.tm_min, 5) | field(utc.tm_sec / 2, 0);
 }
 
-std::string LittleEndian(std::uint64_t number, int size) {
+/// Numbers with their sizes in bytes.
+using Fields = std::initializer_list<std::pair<std::uint64_t, int>>;
+
+std::string LittleEndian(Fields fields) {
   std::string bytes;
-  for (int i = 0; i < size; ++i) {
-    bytes += static_cast<char>(number >> (8 * i));
+  for (const auto& [number, size] : fields) {
+    for (int i = 0; i < size; ++i) {
+      bytes += static_cast<char>(number >> (8 * i));
+    }
   }
   return bytes;
-}
-
-/// Begins an archive in `file`, which stays open when the archive is closed. Returns null if there
-/// is no file, or not enough memory.
-void* OpenArchive(std::FILE* file) {
-  if (file == nullptr) {
-    return nullptr;
-  }
-  zlib_filefunc64_def functions;
-  fill_fopen64_filefunc(&functions);
-  functions.opaque = file;
-  functions.zopen64_file = [](void* opaque, const void*, int) { return opaque; };
-  functions.zclose_file = [](void*, void*) { return 0; };
-  return zipOpen2_64("", APPEND_STATUS_CREATE, nullptr, &functions);
 }
 
 }  // namespace
@@ -70,24 +63,61 @@ struct ArchiveWriter::Source {
   const std::string& path;
   std::uint64_t size;
 
-  [[noreturn]] void ThrowChanged() const {
-    throw Error("pack", path, "it changed while it was packed: pack again");
+  void RequireSame(bool isSame) const {
+    if (!isSame) {
+      throw Error("pack", path, "it changed while it was packed: pack again");
+    }
   }
 };
 
-void ArchiveWriter::CloseArchive::operator()(void* archive) const {
-  zipClose(archive, nullptr);
-}
+struct ArchiveWriter::Entry {
+  const std::string& name;
+  unsigned int attributes = 0;
+  std::uint64_t offset = 0;  ///< Of the local header.
+  std::uint64_t size = 0;
+  std::uint64_t packedSize = 0;
+  std::uint32_t crc32 = 0;
+
+  bool isZip64() const { return size >= kSizeOfZip64; }
+
+  std::string LocalHeader(unsigned int time) const {
+    // A local header has both sizes in the field, or none.
+    const std::string extra =
+        isZip64() ? LittleEndian({{1, 2}, {16, 2}, {size, 8}, {packedSize, 8}}) : "";
+    return "PK\3\4" + Common(time, isZip64() ? kSizeOfZip64 : packedSize, extra) + name + extra;
+  }
+
+  std::string CentralHeader(unsigned int time) const {
+    const std::string extra = isZip64() ? LittleEndian({{1, 2}, {8, 2}, {size, 8}}) : "";
+    return "PK\1\2" + LittleEndian({{kSystemUnix | kVersion, 2}}) +
+           Common(time, packedSize, extra) +
+           LittleEndian({{0, 2}, {0, 2}, {0, 2}, {attributes, 4}, {offset, 4}}) + name + extra;
+  }
+
+ private:
+  /// The part that the two headers share.
+  std::string Common(unsigned int time, std::uint64_t packed, const std::string& extra) const {
+    return LittleEndian({{isZip64() ? kVersionZip64 : kVersion, 2},
+                         {IsAscii(name) ? 0 : kUtf8Flag, 2},
+                         {packedSize < size ? Z_DEFLATED : 0, 2},
+                         {time, 4},
+                         {crc32, 4},
+                         {packed, 4},
+                         {std::min(size, kSizeOfZip64), 4},
+                         {name.length(), 2},
+                         {extra.length(), 2}});
+  }
+};
 
 ArchiveWriter::ArchiveWriter(int file, std::string path, Options options)
-    : path_(std::move(path)),
+    : file_(file),
+      path_(std::move(path)),
       options_(std::move(options)),
-      dosTime_(DosTime(options_.seconds)),
-      file_(fdopen(fcntl(file, F_DUPFD_CLOEXEC, 0), "r+b")),
-      archive_(OpenArchive(file_.get())),
-      input_(kBufferSize),
-      output_(kBufferSize) {
-  Require(archive_ != nullptr);
+      time_(DosTime(options_.seconds)),
+      output_(kChunk) {
+  const off_t begin = lseek(file_, 0, SEEK_CUR);
+  Require(begin >= 0);
+  position_ = static_cast<std::uint64_t>(begin);
   if (deflateInit2(&deflater_, Z_DEFAULT_COMPRESSION, Z_DEFLATED, -MAX_WBITS, MAX_MEM_LEVEL - 1,
                    Z_DEFAULT_STRATEGY) != Z_OK) {
     throw std::bad_alloc();
@@ -99,150 +129,106 @@ ArchiveWriter::~ArchiveWriter() {
 }
 
 void ArchiveWriter::AddDirectory(const std::string& name) {
-  OpenEntry(name, kDirectoryAttributes, false, 0);
-  CloseEntry(0, 0);
+  const Entry entry = {name, kDirectoryAttributes, position_};
+  Append(entry.LocalHeader(time_));
+  AddToDirectory(entry);
 }
 
 void ArchiveWriter::AddFile(const std::string& name, const std::string& path, std::uint64_t size) {
-  // Not blocking: a FIFO may have taken the place of the file.
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  if (!file) {
-    throw Error::FromErrno("read", path);
+  const InputFile file(path, Links::Follow);
+  const Source source = {file.descriptor(), path, size};
+  Entry entry = {name, kFileAttributes, position_, size};
+  Append(entry.LocalHeader(time_));  // checksum and sizes are not known yet
+  const std::uint64_t begin = position_;
+  deflateReset(&deflater_);
+  entry.crc32 =
+      Read(source, [this](const char* bytes, std::size_t length) { Deflate(bytes, length); });
+  Deflate(nullptr, 0);
+  entry.packedSize = std::min(position_ - begin, size);
+  const bool isStored = entry.packedSize == size;
+  if (isStored) {
+    GoBackTo(begin);
   }
-  const Source source = {*file, path, size};
-  std::uint64_t deflatedSize = 0;
-  const uLong crc = Measure(source, deflatedSize);
-  const bool isDeflated = deflatedSize < size;
-  OpenEntry(name, kFileAttributes, isDeflated, size);
   // In any case: bytes that were read while the file changed may be bytes that it never held.
-  const bool isSpooled = spool_.size() == deflatedSize;
-  if (ReadAgain(source, isDeflated, isSpooled) != crc) {
-    source.ThrowChanged();
-  }
-  CloseEntry(size, crc);
+  const std::uint32_t again = Read(source, [this, isStored](const char* bytes, std::size_t length) {
+    Append({bytes, isStored ? length : 0});
+  });
+  source.RequireSame(again == entry.crc32);
+  const std::string header = entry.LocalHeader(time_);
+  Require(Uninterrupted([&] {
+            return pwrite(file_, header.data(), header.size(), static_cast<off_t>(entry.offset));
+          }) == static_cast<ssize_t>(header.size()));
+  AddToDirectory(entry);
 }
 
 void ArchiveWriter::Close() {
-  Require(zipClose(archive_.release(), nullptr) == ZIP_OK);
+  const std::uint64_t offset = position_;
+  const std::uint64_t size = directory_.size();
+  std::string end = std::move(directory_);
   if (entryCount_ >= kEntriesOfZip64) {
-    AddZip64Records();
+    end += "PK\6\6" +
+           LittleEndian({{44, 8},
+                         {kVersionZip64, 2},
+                         {kVersionZip64, 2},
+                         {0, 4},
+                         {0, 4},
+                         {entryCount_, 8},
+                         {entryCount_, 8},
+                         {size, 8},
+                         {offset, 8}}) +
+           "PK\6\7" + LittleEndian({{0, 4}, {offset + size, 8}, {1, 4}});
   }
-  Require(std::fflush(file_.get()) == 0);
-  if (ftello(file_.get()) > kLargestArchive) {
-    throw Error("write", path_, "the package would have 4 GiB or more");
-  }
-}
-
-uLong ArchiveWriter::Measure(const Source& source, std::uint64_t& deflatedSize) {
-  spool_.clear();
-  deflateReset(&deflater_);
-  const auto spool = [&](const unsigned char* bytes, std::size_t length) {
-    if (spool_.size() == deflatedSize && spool_.size() + length <= options_.spoolLimit) {
-      spool_.insert(spool_.end(), bytes, bytes + length);
-    }
-    deflatedSize += length;
-  };
-  return Read(source, [&](const unsigned char* bytes, std::size_t length) {
-    Deflate(bytes, length, spool);
-  });
-}
-
-uLong ArchiveWriter::ReadAgain(const Source& source, bool isDeflated, bool isSpooled) {
-  const auto write = [this](const unsigned char* bytes, std::size_t length) {
-    WriteData(bytes, length);
-  };
-  if (isDeflated && isSpooled) {
-    write(spool_.data(), spool_.size());
-  }
-  deflateReset(&deflater_);
-  return Read(source, [&](const unsigned char* bytes, std::size_t length) {
-    if (!isDeflated) {
-      write(bytes, length);
-    } else if (!isSpooled) {
-      Deflate(bytes, length, write);
-    }
-  });
+  const std::uint64_t count = std::min(entryCount_, kEntriesOfZip64);
+  end += "PK\5\6" +
+         LittleEndian({{0, 2}, {0, 2}, {count, 2}, {count, 2}, {size, 4}, {offset, 4}, {0, 2}});
+  Append(end);
+  // Deflated data that was given up can reach beyond the end.
+  Require(Uninterrupted([&] { return ftruncate(file_, static_cast<off_t>(position_)); }) == 0);
 }
 
 template <typename Take>
-uLong ArchiveWriter::Read(const Source& source, Take take) {
-  lseek(source.file, 0, SEEK_SET);
+std::uint32_t ArchiveWriter::Read(const Source& source, Take take) const {
   std::uint64_t size = 0;
   uLong crc = 0;
-  for (std::size_t length = 1; length > 0;) {
-    const ssize_t count =
-        Uninterrupted([&] { return read(source.file, input_.data(), input_.size()); });
-    if (count < 0) {
-      throw Error::FromErrno("read", source.path);
-    }
-    length = static_cast<std::size_t>(count);
+  ForEachPortion(source.file, source.path, [&](const char* bytes, std::size_t length) {
     options_.onRead(source.path, length);
     size += length;
-    if (size > source.size || (length == 0 && size < source.size)) {
-      source.ThrowChanged();
-    }
-    crc = crc32(crc, input_.data(), static_cast<unsigned int>(length));
-    take(input_.data(), length);
-  }
-  return crc;
+    source.RequireSame(size <= source.size);
+    crc = crc32_z(crc, reinterpret_cast<const Bytef*>(bytes), length);
+    take(bytes, length);
+  });
+  source.RequireSame(size == source.size);
+  return static_cast<std::uint32_t>(crc);
 }
 
-template <typename Take>
-void ArchiveWriter::Deflate(const unsigned char* bytes, std::size_t length, Take take) {
-  deflater_.next_in = const_cast<unsigned char*>(bytes);  // zlib does not write there
+void ArchiveWriter::Deflate(const char* bytes, std::size_t length) {
+  // zlib does not write there.
+  deflater_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes));
   deflater_.avail_in = static_cast<unsigned int>(length);
   do {
-    deflater_.next_out = output_.data();
+    deflater_.next_out = reinterpret_cast<Bytef*>(output_.data());
     deflater_.avail_out = static_cast<unsigned int>(output_.size());
     deflate(&deflater_, length == 0 ? Z_FINISH : Z_NO_FLUSH);
-    take(output_.data(), output_.size() - deflater_.avail_out);
+    Append({output_.data(), output_.size() - deflater_.avail_out});
   } while (deflater_.avail_out == 0);
 }
 
-void ArchiveWriter::OpenEntry(const std::string& name, unsigned long attributes, bool isDeflated,
-                              std::uint64_t size) {
-  zip_fileinfo info = {};
-  info.dosDate = dosTime_;
-  info.external_fa = attributes;
-  constexpr int kIsRaw = 1;
-  const int needsZip64 = size >= kSizeOfZip64 ? 1 : 0;
-  // In raw mode the library neither deflates nor encrypts: most parameters are not used.
-  Require(zipOpenNewFileInZip4_64(archive_.get(), name.c_str(), &info, nullptr, 0, nullptr, 0,
-                                  nullptr, isDeflated ? Z_DEFLATED : 0, Z_DEFAULT_COMPRESSION,
-                                  kIsRaw, -MAX_WBITS, MAX_MEM_LEVEL - 1, Z_DEFAULT_STRATEGY,
-                                  nullptr, 0, kMadeBy, IsAscii(name) ? 0 : kUtf8Flag,
-                                  needsZip64) == ZIP_OK);
+void ArchiveWriter::AddToDirectory(const Entry& entry) {
+  directory_ += entry.CentralHeader(time_);
   ++entryCount_;
 }
 
-void ArchiveWriter::WriteData(const unsigned char* bytes, std::size_t length) {
-  Require(zipWriteInFileInZip(archive_.get(), bytes, static_cast<unsigned int>(length)) == ZIP_OK);
-}
-
-void ArchiveWriter::CloseEntry(std::uint64_t size, uLong crc) {
-  Require(zipCloseFileInZipRaw64(archive_.get(), size, crc) == ZIP_OK);
-}
-
-void ArchiveWriter::AddZip64Records() {
-  constexpr int kLocatorSize = 20;
-  constexpr int kEndSize = 22;
-  char tail[kLocatorSize + kEndSize];
-  Require(fseeko(file_.get(), -off_t{sizeof tail}, SEEK_END) == 0 &&
-          std::fread(tail, sizeof tail, 1, file_.get()) == 1);
-  if (std::memcmp(tail, "PK\6\7", 4) == 0) {
-    return;  // a newer zip library has written the records
+void ArchiveWriter::Append(std::string_view bytes) {
+  position_ += bytes.size();
+  if (position_ > kLargestArchive) {
+    throw Error("write", path_, "the package would have 4 GiB or more");
   }
-  const std::string end(tail + kLocatorSize, kEndSize);
-  const std::string zeros(4, '\0');
-  const std::string count = LittleEndian(entryCount_, 8);
-  const auto position = static_cast<std::uint64_t>(ftello(file_.get())) - kEndSize;
-  const std::string record = "PK\6\6" + LittleEndian(44, 8) + LittleEndian(45, 2) +
-                             LittleEndian(45, 2) + zeros + zeros + count + count +
-                             end.substr(12, 4) + zeros + end.substr(16, 4) + zeros;
-  const std::string locator = "PK\6\7" + zeros + LittleEndian(position, 8) + LittleEndian(1, 4);
-  const std::string records = record + locator + end;
-  Require(fseeko(file_.get(), -off_t{kEndSize}, SEEK_END) == 0 &&
-          std::fwrite(records.data(), records.size(), 1, file_.get()) == 1);
+  Require(WriteAll(file_, bytes.data(), bytes.size()));
+}
+
+void ArchiveWriter::GoBackTo(std::uint64_t position) {
+  Require(lseek(file_, static_cast<off_t>(position), SEEK_SET) >= 0);
+  position_ = position;
 }
 
 void ArchiveWriter::Require(bool isDone) const {
