@@ -8,6 +8,7 @@ import contextlib
 import os
 import pathlib
 import shutil
+import subprocess
 import sys
 import tempfile
 import zipfile
@@ -140,6 +141,37 @@ def entries(count):
     return case
 
 
+def pack(machine, site):
+    """Returns the exit status of `webresources pack`."""
+    return subprocess.run([os.environ["WEBRESOURCES"], "pack", site, "--update-id", "1", "--output",
+                           machine.package.parent], stdout=subprocess.DEVNULL,
+                          check=False).returncode
+
+
+def packed_entries(machine):
+    """200,000 entries, packed by `pack`: all"""
+    with tempfile.TemporaryDirectory() as site:
+        write_tree(pathlib.Path(site), {f"d{directory}/f{file}": b"%d" % file
+                                        for directory in range(200) for file in range(999)})
+        is_packed = pack(machine, site) == 0
+        yield machine.installation()
+        yield (is_packed and
+               machines.tree(machine.install_root / "Resource0") == machines.tree(site))
+
+
+def packed_file_of_4_gib(machine):
+    """a file of 4 GiB less one byte, packed by `pack`: complete; a file of 4 GiB: refused"""
+    with tempfile.TemporaryDirectory() as site:
+        large = pathlib.Path(site, "large")
+        large.touch()
+        os.truncate(large, 4 * GIB)
+        is_refused = pack(machine, site) == 1
+        os.truncate(large, 4 * GIB - 1)
+        is_packed = pack(machine, site) == 0
+        yield machine.installation()
+        yield is_refused and is_packed and whole(machine, "large")
+
+
 def leftovers(machine):
     """10,000 leftovers: removed"""
     for number in range(10_000):
@@ -176,7 +208,8 @@ def nesting(opening, innermost, closing, unit):
 
 
 CASES = [
-    entry_of_1_gib, entry_of_5_gib, archive_of_5_gib, entries(1000), entries(100_000), leftovers,
+    entry_of_1_gib, entry_of_5_gib, archive_of_5_gib, entries(1000), entries(100_000),
+    packed_entries, packed_file_of_4_gib, leftovers,
     nesting("[", "", "]", "arrays"), nesting('{"a":', "0", "}", "objects"),
 ]
 
