@@ -1,5 +1,6 @@
 """The installed command webresources: test_webresources.py BUILD-DIRECTORY [TEST...]"""
 
+import contextlib
 import errno
 import hashlib
 import json
@@ -463,9 +464,64 @@ class CheckTest(Case):
                                        preexec_fn=heed_signals)
             while process.poll() is None and not list(scratch.glob('*/Resource0/0*')):
                 pass
-            process.send_signal(number)
+            while process.poll() is None:  # also while the files are removed
+                process.send_signal(number)
             self.assertIn('interrupted', process.communicate()[1])
             self.assertEqual((process.returncode, list(scratch.iterdir())), (2, []))
+
+    def interrupt(self, process, path):
+        """Sends SIGTERM to the process while it has the file open. Returns the file."""
+        file = None
+        while process.poll() is None and file is None:
+            for name in os.listdir(f'/proc/{process.pid}/fd'):
+                with contextlib.suppress(OSError):
+                    link = f'/proc/{process.pid}/fd/{name}'
+                    file = open(link, 'rb') if re.fullmatch(path, os.readlink(link)) else file
+        process.send_signal(signal.SIGTERM)
+        return file
+
+    def test_trial_extraction_is_stopped_inside_a_file_of_2_gib(self):
+        size = 2 << 30
+        common = struct.pack('<HHHHHLLLHH', 20, 0, 0, 0, 0x21, 0, size, size, 1, 0)
+        with (self.resources / 'OrloWebResources.zip').open('wb') as package:
+            package.write(b'PK\3\4' + common + b'A')
+            package.seek(size, os.SEEK_CUR)  # takes no room on the disk
+            begin = package.tell()
+            package.write(b'PK\1\2\x14\3' + common + bytes(14) + b'A')
+            package.write(b'PK\5\6' + struct.pack('<HHHHLLH', 0, 0, 1, 1, package.tell() - begin,
+                                                  begin, 0))
+        scratch = self.directory / 'scratch'
+        scratch.mkdir()
+        process = subprocess.Popen([COMMAND, 'check', '--prove', self.resources],
+                                   stdout=subprocess.DEVNULL, stderr=subprocess.PIPE,
+                                   env={**os.environ, 'TMPDIR': str(scratch)}, text=True)
+        with self.interrupt(process, f'{scratch}/.*/A') as file:
+            self.assertIn('interrupted', process.communicate()[1])
+            self.assertLess(os.fstat(file.fileno()).st_size, size)
+        self.assertEqual((process.returncode, list(scratch.iterdir())), (2, []))
+
+    def test_verification_is_stopped_inside_a_file_of_2_gib(self):
+        root = self.directory / 'host'
+        installed = root / INSTALL_ROOT / 'Resource0'
+        installed.mkdir(parents=True)
+        (installed / 'A').touch()
+        os.truncate(installed / 'A', 2 << 30)
+        (root / RECORD).parent.mkdir(parents=True)
+        (root / RECORD).write_bytes(plistlib.dumps(
+            {'tWebResourceInstallPath': 'Resource0', 'iUpdateId': 7,
+             'tFullVersion': full_version(7), 'irandom': 1}))
+        receipt = {'tool': 'webresources', 'version': '1', 'format': 1, 'state': 'installed',
+                   'time': 'x', 'product': pathlib.Path(RECORD).name.removesuffix('.plist'),
+                   'updateId': 7, 'packageSha256': '0' * 64,
+                   'tree': [{'type': 'directory', 'path': '.', 'mode': '0755'},
+                            {'type': 'file', 'path': 'A', 'size': 2 << 30, 'sha256': '0' * 64,
+                             'mode': '0644'}]}
+        (installed.parent.parent / 'WebResources.receipt.json').write_text(json.dumps(receipt))
+        process = subprocess.Popen([COMMAND, 'verify', '--root', root], stdout=subprocess.DEVNULL,
+                                   stderr=subprocess.PIPE, text=True)
+        with self.interrupt(process, f'{installed}/A'):
+            self.assertIn('/A: interrupted', process.communicate()[1])
+        self.assertEqual(process.returncode, 2)
 
     def test_names_cannot_send_control_characters_to_the_terminal(self):
         self.write_archive([('\x1b[31mred', 'x'), ('a\nb', 'x')])
