@@ -3,7 +3,7 @@
 
 #include <cstddef>
 
-/// Where the running program's application bundle keeps its resources.
+/// The location of the resources in the application bundle of the running program.
 ///
 /// One back end is compiled in: `apple/` asks CoreFoundation for the main bundle, `posix/` works
 /// from the path by which the program was executed.
@@ -14,9 +14,8 @@ class Bundle {
   /// Writes the absolute path of the main bundle's Resources directory, zero-terminated and without
   /// a trailing "/", into `buffer` of `size` bytes.
   ///
-  /// Returns false, with the contents of `buffer` unspecified, when there is no such path or when
-  /// it does not fit together with its terminating zero. A path is never cut. Whether the directory
-  /// exists is not examined.
+  /// Returns false, with the contents of `buffer` unspecified, if there is no such path, or if path
+  /// and terminating zero do not fit. A path is never truncated. The directory need not exist.
   static bool GetResourcesDirectory(char* buffer, std::size_t size);
 };
 

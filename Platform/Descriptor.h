@@ -5,8 +5,8 @@
 
 #include <utility>
 
-/// Owns one POSIX file descriptor and closes it. A negative number is no descriptor: it is never
-/// closed. The result of close() is ignored: call fsync() before, where it matters.
+/// Owns and closes one POSIX file descriptor. A negative number is no descriptor and is never
+/// closed. The result of close() is ignored: the owner of important data calls fsync() before.
 class Descriptor {
  public:
   /// Takes ownership of `descriptor`, which may be the -1 of a call that failed; errno is left
@@ -26,7 +26,7 @@ class Descriptor {
   explicit operator bool() const noexcept { return descriptor_ >= 0; }
   int operator*() const noexcept { return descriptor_; }
 
-  /// Gives the descriptor to the caller, who must close it.
+  /// Returns the descriptor and gives up the ownership: the caller closes the descriptor.
   int Release() noexcept { return std::exchange(descriptor_, -1); }
 
  private:

@@ -10,13 +10,12 @@ class Durability {
  public:
   Durability() = delete;
 
-  /// Waits until everything on the file system that holds the directory `path` is on the disk: the
-  /// contents of all files and the names of all entries, those of the directories above `path`
-  /// included, whoever wrote them. One call for a whole tree: a call for each file takes many times
-  /// as long.
+  /// Syncs the file system that holds the directory `path`: the contents of all files and the names
+  /// of all entries, also those of other processes. One call serves a whole tree: a call for each
+  /// file takes many times as long.
   ///
-  /// A failure is not reported: nothing on the disk is changed by it, and the caller could do no
-  /// more. An interrupted call is repeated a bounded number of times.
+  /// A failure is not reported: the caller could do no more. An interrupted call is repeated a
+  /// bounded number of times.
   static void SyncFileSystem(const std::string& path);
 
   /// Waits until the open file or directory `descriptor` is synced: on a Mac, out of the cache of

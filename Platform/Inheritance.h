@@ -10,10 +10,10 @@ class Inheritance {
  public:
   Inheritance() = delete;
 
-  /// Lets a program that posix_spawn() starts with `attributes` and `actions` inherit `descriptor`,
-  /// perhaps under another number, and its three standard streams, and no other descriptor, however
-  /// many this process has open. Requires: `descriptor` is above 2, and the actions for the
-  /// standard streams are added already. Returns whether the memory sufficed.
+  /// Restricts the descriptors of a program that posix_spawn() starts with `attributes` and
+  /// `actions`: to `descriptor`, perhaps under another number, and the three standard streams.
+  /// Requires: `descriptor` is above 2, and the actions for the standard streams are added already.
+  /// Returns whether the memory sufficed.
   static bool Restrict(posix_spawnattr_t* attributes, posix_spawn_file_actions_t* actions,
                        int descriptor);
 };

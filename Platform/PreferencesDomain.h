@@ -8,17 +8,17 @@
 /// One preferences domain: the values stored under an application identifier, for all users, on the
 /// current host.
 ///
-/// An object is a cheap name for its domain; it holds no values itself. All objects with the same
-/// identifier in one process see the same domain, including changes that are not yet flushed.
-/// A change is visible to this process at once, and to others at the latest after the next
-/// successful Flush(); after a failed one it stays pending. Nothing here throws (memory exhaustion
-/// apart), prints, or aborts on what it finds on the disk.
+/// An object is a cheap name for a domain and holds no values. All objects with the same identifier
+/// in one process see the same domain, with the changes that are not flushed. This process sees a
+/// change at once, other processes at the latest after the next successful Flush(). After a failed
+/// Flush() the change stays pending. Whatever is on the disk, no operation prints, aborts or
+/// throws, except if memory is exhausted.
 ///
 /// Keys and texts are UTF-8 without a zero byte; setting anything else changes nothing.
 ///
 /// One back end is compiled in: `apple/` stores in CoreFoundation preferences, `posix/` in a
-/// property-list file. A back end only stores and reads: what the values mean, and what counts as
-/// absent, is decided by its callers.
+/// property-list file. A back end only stores and reads. Callers decide the meaning of values, and
+/// which values count as absent.
 class PreferencesDomain {
  public:
   /// `root`: where the file system of the host lies, empty for this host. A back end that reaches
@@ -33,7 +33,7 @@ class PreferencesDomain {
   /// Removes every key of the domain, also one that is not UTF-8. Returns false if there is none.
   bool RemoveAll();
 
-  /// A value, as Read() finds it.
+  /// The result of Read() for one key.
   struct Value {
     bool isPresent = false;           ///< Whether there is a value, of whatever type.
     std::optional<int> number;        ///< A number that is exactly a signed 32-bit integer.
@@ -51,16 +51,16 @@ class PreferencesDomain {
   /// write the domain.
   bool Flush();
 
-  /// Removes `keys` from the disk, and the domain's file if no other key is in it; a back end that
-  /// cannot remove the file keeps it. Makes no file and no directory, and does not touch a file
-  /// that is no domain. Returns whether that succeeded; if not, errno tells the reason.
+  /// Removes `keys` from the disk, and the file of the domain if no other key is left. A back end
+  /// that cannot remove the file keeps the file. Makes no file and no directory. Leaves a file that
+  /// is no domain as before. Returns false on failure; errno then tells the reason.
   bool Erase(const std::vector<std::string>& keys);
 
-  /// The place of the domain, for people: the path of its file, or its name.
+  /// Returns the location of the domain, for people: the path of the file, or the name.
   const std::string& location() const { return name_; }
 
  private:
-  std::string name_;  ///< What the back end calls the domain.
+  std::string name_;  ///< The name of the domain in the back end.
 };
 
 #endif  // PLATFORM_PREFERENCESDOMAIN_H_

@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstddef>
 
-/// Makes the system call `call` and repeats it while it fails with EINTR, at most 100 times:
-/// signals that never end must not keep the process for ever. Returns what the last call returned;
-/// a negative result is a failure.
+/// Makes the system call `call`, and repeats the call while the error is EINTR, at most 100 times:
+/// endless signals must not keep the process for ever. Returns the result of the last call. A
+/// negative result is a failure.
 template <typename Call>
 auto Uninterrupted(Call call) {
   constexpr int kMostRepetitions = 100;

@@ -10,7 +10,7 @@
 
 namespace {
 
-/// `path` without its last component and the "/" before it; empty for an empty one.
+/// Returns `path` without the last component and the "/" before; empty for an empty path.
 std::string Parent(const std::string& path) {
   return path.substr(0, path.rfind('/'));
 }
@@ -24,8 +24,8 @@ bool Bundle::GetResourcesDirectory(char* buffer, std::size_t size) {
   if (!executable) {
     return false;
   }
-  // An executable in …/Contents/<any one directory>/ is in a bundle; another has its resources
-  // beside it.
+  // An executable in …/Contents/<any one directory>/ is in a bundle. Every other executable has the
+  // resources in the same directory.
   const std::string directory = Parent(executable.get());
   const std::string above = Parent(directory);
   const bool isInBundle = above.substr(above.rfind('/') + 1) == "Contents";

@@ -30,7 +30,7 @@ PropertyList::Contents WithPending(std::optional<PropertyList> list, const std::
 
 }  // namespace
 
-// The identifier is not examined for the suffix: one that ends in ".plist" gets it a second time.
+// An identifier that ends in ".plist" gets the suffix a second time.
 PreferencesDomain::PreferencesDomain(const std::string& applicationIdentifier,
                                      const std::string& root)
     : name_(root + "/Library/Preferences/" + applicationIdentifier + ".plist") {}

@@ -18,8 +18,8 @@ namespace {
 using pugi::xml_node;
 using std::string_view;
 
-// Every byte of a text stays as it is: references are neither resolved nor made, and line ends are
-// not changed. Text outside the root element is read, so that it is not lost unseen.
+// Every byte of a text stays: references are neither resolved nor made, and line ends stay. Text
+// outside the root element is read, so that such text is not lost unseen.
 constexpr unsigned kReading =
     (pugi::parse_full | pugi::parse_ws_pcdata | pugi::parse_fragment) &
     ~(pugi::parse_escapes | pugi::parse_eol | pugi::parse_wconv_attribute);
@@ -63,7 +63,8 @@ bool Is(xml_node element, const char* name) {
   return std::strcmp(element.name(), name) == 0;
 }
 
-/// The text in an element, as XML reads it; nothing if there is another element, or no text.
+/// Returns the text in an element by the rules of XML; nothing if the element holds no text, or
+/// another element.
 std::optional<std::string> TextOf(xml_node element) {
   pugi::xml_document resolved;
   Load(resolved, Printed(element), pugi::parse_default | pugi::parse_ws_pcdata);
@@ -77,8 +78,8 @@ std::optional<std::string> TextOf(xml_node element) {
   return PropertyList::IsText(text) ? std::optional(std::move(text)) : std::nullopt;
 }
 
-/// `text` as XML. XML reads a carriage return as a line feed. It has no control characters: a file
-/// with such a text is only read by this program.
+/// Returns `text` as XML. XML reads a carriage return as a line feed, and allows no control
+/// characters: only this program reads a file with such a text.
 std::string Encoded(const std::string& text) {
   std::string encoded;
   for (const char character : text) {
@@ -119,7 +120,7 @@ PreferencesDomain::Value ValueOf(xml_node element) {
   return {true, isNumber ? NumberIn(*text, isInteger) : std::nullopt, std::nullopt};
 }
 
-/// Makes `element` one of that type with `text` in it.
+/// Gives `element` that type and `text` as the only content.
 void Fill(xml_node element, const char* type, const std::string& text) {
   element.set_name(type);
   element.remove_attributes();
@@ -158,7 +159,7 @@ std::vector<xml_node> PartsOf(xml_node node) {
   return parts;
 }
 
-/// The element of that name in `node`; null unless it is the only part.
+/// Returns the element of that name in `node`; null unless there is no other part.
 xml_node OnlyPart(xml_node node, const char* name) {
   const std::vector<xml_node> parts = PartsOf(node);
   return parts.size() == 1 && Is(parts[0], name) ? parts[0] : xml_node();
@@ -179,7 +180,7 @@ std::optional<std::vector<Item>> ItemsOf(xml_node dictionary) {
   return dictionary ? std::optional(std::move(items)) : std::nullopt;
 }
 
-/// Removes the item, all between its key and its value, and the white space before it.
+/// Removes the item, the nodes between key and value, and the whitespace before the key.
 void RemoveItem(xml_node dictionary, const Item& item) {
   if (const xml_node before = item.key.previous_sibling(); IsBlank(before)) {
     dictionary.remove_child(before);
@@ -204,9 +205,9 @@ void AddItem(xml_node dictionary, const std::string& key,
   Fill(add(pugi::node_element), value);
 }
 
-/// Whether a document is in UTF-8, no element in it is too deep, and it is written as it was read.
-/// The XML library writes attributes between double quotes; it reads comments that XML does not
-/// allow, and writes others in their place.
+/// Accepts a document in UTF-8 without elements too deep, whose bytes the XML library reproduces.
+/// The library writes attributes between double quotes. The library reads comments that XML does
+/// not allow, and writes other comments.
 class Check : public pugi::xml_tree_walker {
  public:
   bool for_each(xml_node& node) override {

@@ -10,8 +10,8 @@
 
 #include "PreferencesDomain.h"
 
-/// An XML property list whose root is a dictionary. It keeps the bytes of every value that it does
-/// not change. Values of other types than string and integer can only be removed or replaced.
+/// An XML property list with a dictionary as root. The bytes of unchanged values stay. Values of
+/// other types than string and integer can only be removed or replaced.
 class PropertyList {
  public:
   using Contents = std::map<std::string, PreferencesDomain::Value>;
@@ -41,8 +41,8 @@ class PropertyList {
   /// The keys with their values; the first value of a key that occurs several times.
   Contents Values() const;
 
-  /// A key that gets a new value keeps its place; new keys follow the others. Of a changed key that
-  /// occurs several times, the other values are removed.
+  /// A changed key keeps the position, and new keys follow the others. If a changed key occurs
+  /// several times, the other values are removed.
   ///
   /// Requires: every text and key satisfies IsText().
   void Apply(const Changes& changes);

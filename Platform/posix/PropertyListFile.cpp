@@ -37,8 +37,8 @@ bool MakeDirectories(const std::string& path) {
   return true;
 }
 
-/// The bytes of the file called `name` in `directory`, or those of an empty list if it is absent;
-/// nothing if it cannot be read or is no regular file. Does not wait for the other end of a FIFO.
+/// Returns the bytes of the file called `name` in `directory`; of an empty list if the file is
+/// absent; nothing if the file cannot be read or is no regular file. Does not wait for a FIFO.
 std::optional<std::string> Load(int directory, const std::string& name) {
   const Descriptor file(
       openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
@@ -67,8 +67,8 @@ std::string TemporaryPrefix(const std::string& name) {
 }
 
 /// Removes the temporary files of killed writers, unless another writer has the lock, which ends
-/// with its descriptor and leaves no file. A writer that went on without the lock can lose its
-/// temporary file to this, and fails then: only a complete file is ever renamed into place.
+/// with the descriptor and leaves no file. This function can remove the temporary file of a writer
+/// without the lock. That writer then fails: only a complete file is ever renamed.
 void RemoveLeftovers(int directory, const std::string& path, const std::string& name) {
   if (flock(directory, LOCK_EX | LOCK_NB) != 0) {
     return;

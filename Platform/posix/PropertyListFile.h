@@ -14,13 +14,13 @@
 /// nothing if the file cannot be read.
 std::optional<PropertyList> ReadPropertyList(const std::string& path);
 
-/// What happens to a file that has no keys left.
+/// Whether a file without keys stays.
 enum class Emptied { Keep, Remove };
 
 /// Reads the file and replaces it by one with `changes`. Makes missing directories. A file that is
 /// no property list is renamed to the first free name of PATH.corrupt, PATH.corrupt.1, …, and
 /// counts as empty. A process that is killed here leaves the old file or the new one, and possibly
-/// a temporary file that the next call removes. What another process writes at the same moment may
+/// a temporary file that the next call removes. Changes of another process at the same moment may
 /// be lost.
 ///
 /// Returns false if the file cannot be read, moved aside, replaced or removed, or if the new one

@@ -100,7 +100,7 @@ class File {
   std::uint64_t size_ = 0;
 };
 
-/// A part of a file that is read in order and in chunks: its stated size may be anything.
+/// A part of a file that is read in order and in chunks. The stated size may be anything.
 class Stretch {
  public:
   Stretch(const File& file, std::uint64_t begin, std::uint64_t size)
@@ -135,8 +135,8 @@ struct End {
   std::uint64_t directoryOffset = 0;
 };
 
-/// The last place in the file's tail with the record `signature`. What follows it is not examined,
-/// because the installer's reader does not examine it.
+/// Returns the last position of the record `signature` in the tail of the file. The bytes after the
+/// signature are not examined, as in the installer's reader.
 std::optional<std::uint64_t> FindLast(const File& file, std::uint32_t signature) {
   const std::uint64_t start = file.size() - std::min<std::uint64_t>(file.size(), kSearchedTail);
   const Bytes tail = file.Read(start, kSearchedTail);
@@ -148,7 +148,7 @@ std::optional<std::uint64_t> FindLast(const File& file, std::uint32_t signature)
   return std::nullopt;
 }
 
-/// Corrects `end` by its 64-bit form, if there is one.
+/// Corrects `end` by the Zip64 record, if there is one.
 void ReadEnd64(const File& file, End& end) {
   const auto locator = FindLast(file, kLocator64Signature);
   if (!locator) {
@@ -182,7 +182,7 @@ std::optional<End> FindEnd(const File& file) {
   return fits ? std::optional(end) : std::nullopt;
 }
 
-/// What a header, local or central, says of its entry.
+/// The fields of a local or central header.
 struct Header {
   std::string name;
   unsigned int version = 0;  ///< Of the format, needed to extract.
@@ -192,7 +192,7 @@ struct Header {
   std::uint64_t compressedSize = 0;
   std::uint64_t size = 0;
   bool isExtraCut = false;    ///< An extra field ends early.
-  bool isZip64Short = false;  ///< The field of Zip64 lacks a number that it should have.
+  bool isZip64Short = false;  ///< The Zip64 field lacks a required number.
 };
 
 /// Replaces the fields that say "see the 64-bit extra field" by those in `extra`, which has them in
@@ -272,7 +272,7 @@ std::uint8_t RefusalsOf(const Header& header) {
                  header.version > kNewestVersion});
 }
 
-/// Reads the local header of `entry`, whose place is known, and with it where the data ends.
+/// Reads the local header of `entry` at the known position, and computes the end of the data.
 void ReadLocal(const File& file, const Header& central, ArchiveLayout::Entry& entry) {
   // Most names and extra fields fit; a second read is for those that do not.
   constexpr std::size_t kUsual = kLocalSize + 160;

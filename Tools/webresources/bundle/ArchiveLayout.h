@@ -8,13 +8,13 @@
 
 namespace webresources {
 
-/// Where things lie in the bytes of a zip file, for what the installer's reader does not show:
-/// where entries begin and end, and whether their two headers agree.
+/// The positions of the parts of a zip file, and the defects that the installer's reader does not
+/// show: shared bytes, and headers that contradict each other.
 ///
-/// A damaged file gives what can be found in it. Memory grows with the number of entries; the size
-/// of the directory is never trusted beyond that of the file.
+/// A damaged file has the parts that can be found. Memory grows with the number of entries. The
+/// stated size of the directory never counts for more than the size of the file.
 struct ArchiveLayout {
-  /// One entry of the archive's directory, in its order.
+  /// One entry of the central directory.
   struct Entry {
     std::uint64_t begin = 0;       ///< Of the local header, in the file.
     std::uint64_t end = 0;         ///< Of the data; 0 without a local header.
@@ -32,8 +32,8 @@ struct ArchiveLayout {
 
   std::uint64_t leadingBytes = 0;    ///< Before the archive.
   std::uint64_t trailingBytes = 0;   ///< After the archive.
-  std::uint64_t missingBytes = 0;    ///< Of the end record and its comment, at the file's end.
-  std::uint64_t entryCount = 0;      ///< As the end record states it.
+  std::uint64_t missingBytes = 0;    ///< Of the end record or the comment, at the end.
+  std::uint64_t entryCount = 0;      ///< As stated in the end record.
   std::uint64_t directoryBegin = 0;  ///< In the file.
   bool isDirectoryWhole = false;     ///< The entries found are as many and as long as stated.
   std::vector<Entry> entries;        ///< As many as were found, at most `entryCount`.

@@ -8,7 +8,7 @@
 
 namespace webresources {
 
-/// Where a bundle has the two files that the installer reads.
+/// The paths of the two files that the installer reads in a bundle.
 struct BundleFiles {
   std::string directory;  ///< The Resources directory, without a trailing "/".
   std::string package;    ///< The path of the package.
@@ -17,15 +17,15 @@ struct BundleFiles {
   std::optional<std::string> program;
 };
 
-/// Finds the files of the bundle at `path`, which may also be the bundle's Contents directory or
-/// its Resources directory. The two files need not exist. Throws Error if `path` is not a
-/// directory, or if its contents cannot be read.
+/// Returns the files of the bundle at `path`, which may also be the Contents directory or the
+/// Resources directory of a bundle. The two files need not exist. Throws Error if `path` is not a
+/// directory, or if the directory cannot be read.
 BundleFiles FindBundleFiles(std::string path);
 
-/// Throws UsageError if the directory at `path` is not a bundle: it holds no Contents/Resources.
+/// Throws UsageError if the directory at `path` is not a bundle: there is no Contents/Resources.
 void RequireBundle(const std::string& path);
 
-/// Returns a finding if `files` are of a bundle and its installer is missing, no regular file or
+/// Returns a finding if `files` belong to a bundle whose installer is missing, no regular file or
 /// not executable.
 Findings FindInProgram(const BundleFiles& files);
 

@@ -22,7 +22,7 @@ namespace {
 /// The scanner is recursive and does not limit the nesting, so this does: each level takes stack.
 constexpr int kContainersRead = 1000;
 
-/// The answer of one query; nothing if it aborts the run.
+/// Returns the answer of one query; nothing if the query aborts the run.
 template <typename Query>
 auto Ask(Query query) -> std::optional<decltype(query())> {
   try {
@@ -42,7 +42,7 @@ Metadata::RunOutcome OutcomeOf(const Metadata& metadata) {
   return metadata.regenerate ? Metadata::RunOutcome::Complete : Metadata::RunOutcome::AllButRandom;
 }
 
-/// A text as a reader of standard JSON reads it, to compare with the installer's reading.
+/// The content of a text for a reader of standard JSON, to compare with the installer's result.
 struct StandardReading {
   explicit StandardReading(const std::string& text) {
     std::set<std::string> seen;

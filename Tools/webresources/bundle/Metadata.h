@@ -8,7 +8,7 @@
 
 namespace webresources {
 
-/// What a metadata file makes a run do. The answers come from the installer's own MetadataHelper.
+/// The effect of a metadata file on a run. The answers come from the installer's MetadataHelper.
 struct Metadata {
   /// How far a run gets on a machine where everything else succeeds.
   enum class RunOutcome {
@@ -24,7 +24,7 @@ struct Metadata {
   std::optional<bool> regenerate;
 
   RunOutcome outcome = RunOutcome::Nothing;
-  Findings findings;  ///< What is wrong or surprising in the file.
+  Findings findings;  ///< Defects and surprises in the file.
 };
 
 /// Reads the metadata file at `path`. A file that is missing is a finding. Throws Error if the file
@@ -37,8 +37,8 @@ void AddUpdateIdFindings(Findings& findings, int updateId);
 /// Returns the three values as a member of a document; null for a value that aborts the run.
 Json ToJson(const Metadata& metadata);
 
-/// Says what a run with `outcome` does, for people, as the rest of a sentence that begins with "a
-/// run".
+/// Returns a description of a run with `outcome`, for people: the rest of a sentence that begins
+/// with "a run".
 std::string Describe(Metadata::RunOutcome outcome);
 
 }  // namespace webresources

@@ -57,7 +57,7 @@ std::string LittleEndian(Fields fields) {
 
 }  // namespace
 
-/// A file that is open for reading, and the size that it must have.
+/// A file that is open for reading, and the required size.
 struct ArchiveWriter::Source {
   int file;
   const std::string& path;
@@ -149,7 +149,7 @@ void ArchiveWriter::AddFile(const std::string& name, const std::string& path, st
   if (isStored) {
     GoBackTo(begin);
   }
-  // In any case: bytes that were read while the file changed may be bytes that it never held.
+  // In any case: a change during the first reading can give bytes that the file never held.
   const std::uint32_t again = Read(source, [this, isStored](const char* bytes, std::size_t length) {
     Append({bytes, isStored ? length : 0});
   });

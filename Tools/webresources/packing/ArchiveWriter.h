@@ -11,9 +11,9 @@
 
 namespace webresources {
 
-/// Writes a zip archive of less than 4 GiB. Its bytes depend on the names, the data and the time
-/// that the caller gives, and on the version of zlib; on nothing else. Every operation throws Error
-/// if it fails; the archive is then unusable, and the caller removes the file.
+/// Writes a zip archive of less than 4 GiB. The bytes depend only on the names, the data and the
+/// time that the caller gives, and on the version of zlib. Every operation throws Error on failure.
+/// The archive is then unusable, and the caller removes the file.
 class ArchiveWriter {
  public:
   struct Options {
@@ -27,8 +27,8 @@ class ArchiveWriter {
                                                                                 std::size_t) {};
   };
 
-  /// Writes to the file that is open for writing as `file`, from its position on. The caller closes
-  /// `file`, after the end of this object. `path` names the file in errors.
+  /// Writes to the file that is open for writing as `file`, from the current position on. The
+  /// caller closes `file` after the end of this object. `path` names the file in errors.
   ArchiveWriter(int file, std::string path, Options options);
   ~ArchiveWriter();
   ArchiveWriter(const ArchiveWriter&) = delete;
@@ -38,7 +38,7 @@ class ArchiveWriter {
   void AddDirectory(const std::string& name);
 
   /// Adds the file at `path` under `name`, deflated or stored, whichever is smaller. Throws Error
-  /// also if the file has not `size` bytes, or changes while it is read.
+  /// also if the file has not `size` bytes, or changes meanwhile.
   void AddFile(const std::string& name, const std::string& path, std::uint64_t size);
 
   /// Completes the archive. Nothing can be added afterwards. Throws Error also if the archive has
@@ -49,7 +49,7 @@ class ArchiveWriter {
   struct Source;
   struct Entry;
 
-  /// Reads `source` from its beginning and calls `take(bytes, length)` for each chunk. Returns the
+  /// Reads `source` from the beginning, and calls `take(bytes, length)` for each chunk. Returns the
   /// checksum of the data.
   template <typename Take>
   std::uint32_t Read(const Source& source, Take take) const;

@@ -140,7 +140,8 @@ class Collector {
     return glob != nullptr;
   }
 
-  /// The first of `globs` that matches the path `name` or, without a "/", its last component.
+  /// Returns the first of `globs` that matches the path `name` or, without a "/", the last
+  /// component.
   static const std::string* FindMatching(const std::vector<std::string>& globs,
                                          const std::string& name) {
     const auto found = std::find_if(globs.begin(), globs.end(), [&name](const std::string& glob) {
@@ -168,7 +169,7 @@ class Collector {
     tree_.items.push_back({name, path, isDirectory, size});
   }
 
-  /// Data that does not shrink is stored, so the package may have as many bytes as its files.
+  /// Data that does not shrink is stored, so the package may be as large as the files together.
   void RefuseSize() {
     if (tree_.bytes >= kTooLarge) {
       Refuse(kPackageTooLarge, kPackageFileName,

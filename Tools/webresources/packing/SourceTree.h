@@ -10,13 +10,13 @@
 
 namespace webresources {
 
-/// What of a directory goes into a package. A glob without "/" is compared with the name of a file
-/// or directory, any other with its path; "*" matches "/", too.
+/// The selection of the files of a directory for a package. A glob without "/" is compared with
+/// the name of a file or directory, every other glob with the path. "*" also matches "/".
 struct Selection {
-  std::vector<std::string> kept;      ///< Globs: what is packed although it is junk.
-  std::vector<std::string> excluded;  ///< Globs: what is not packed.
+  std::vector<std::string> kept;      ///< Globs: packed although they are junk.
+  std::vector<std::string> excluded;  ///< Globs: not packed.
   std::vector<std::string> required;  ///< Paths of files that must be packed.
-  bool followLinks = false;           ///< Pack what symbolic links point to, or refuse them.
+  bool followLinks = false;           ///< Pack the targets of symbolic links, or refuse links.
 };
 
 /// The contents of a directory that is to be packed.
@@ -33,18 +33,18 @@ struct SourceTree {
   };
 
   std::vector<Item> items;       ///< In the order of the bytes of their names.
-  std::vector<LeftOut> leftOut;  ///< What was excluded, or is junk.
+  std::vector<LeftOut> leftOut;  ///< Excluded files, and junk.
   std::uint64_t bytes = 0;       ///< Of all files together.
-  Findings refused;              ///< Why the package would not be installed as it should be.
+  Findings refused;              ///< The reasons why no correct installation is possible.
 };
 
-/// Lists the directory at `path` with everything in it. Reads no file. Throws Error if the
-/// directory, or one in it, cannot be read.
+/// Lists the directory at `path` with all entries below. Reads no file. Throws Error if a directory
+/// cannot be read.
 SourceTree CollectSource(const std::string& path, const Selection& selection);
 
-/// Says whose file or folder `path` is, or is in, if no product needs it: macOS's, Windows's, that
-/// of a version-control system, or an editor's backup. Returns nothing for any other path. Only
-/// names count. A directory's path may end in "/".
+/// Returns the reason why no product needs `path`: the file or a directory above belongs to macOS,
+/// Windows or a version-control system, or is the backup of an editor. Returns nothing for any
+/// other path. Only names count. A directory's path may end in "/".
 std::optional<std::string> JunkReason(const std::string& path);
 
 }  // namespace webresources

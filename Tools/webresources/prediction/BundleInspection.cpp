@@ -9,7 +9,7 @@ BundleInspection InspectBundle(const std::string& path, const Limits& limits,
   BundleInspection bundle;
   bundle.files = FindBundleFiles(path);
   bundle.metadata = ReadMetadata(bundle.files.metadata);
-  const bool isThere = IsPresent(bundle.files.package);  // or an Error tells why it is unreadable
+  const bool isThere = IsPresent(bundle.files.package);  // throws Error if unreadable
   const PackageExtent extent = isThere ? ExtentOf(bundle.files.package) : PackageExtent();
   bundle.findings = FindOutOfBounds(bundle.files.package, extent, limits);
   bundle.isRead = bundle.findings.empty();

@@ -13,22 +13,22 @@
 
 namespace webresources {
 
-/// All that a bundle's two files say: what a run will leave, and what is wrong with them.
+/// The result of a run for a bundle, and the defects of the two files.
 struct BundleInspection {
   BundleFiles files;
   Metadata metadata;
   bool isRead = true;     ///< False if the package exceeds the limits.
-  Prediction prediction;  ///< What a run leaves; empty if `isRead` is false.
+  Prediction prediction;  ///< The result of a run; empty if `isRead` is false.
   Findings findings;      ///< Of the package, then of the metadata.
 };
 
-/// Predicts the result of a run for `package`, which has that extent, and may do more with it.
+/// Predicts the result of a run for `package`, which has that extent, and may do more.
 using PackageReading =
     std::function<Prediction(PackageReader& package, const PackageExtent& extent)>;
 
-/// Inspects the bundle at `path`: a bundle, its Contents or its Resources directory. The package is
-/// read by `read`, unless the package exceeds `limits`. Throws Error if something cannot be read;
-/// that the package or the metadata is missing is a finding.
+/// Inspects the bundle at `path`, which may also be a Contents or Resources directory. `read` reads
+/// the package, unless the package exceeds `limits`. Throws Error if a file cannot be read. A
+/// missing package, or missing metadata, is a finding.
 BundleInspection InspectBundle(const std::string& path, const Limits& limits,
                                const PackageReading& read);
 

@@ -27,7 +27,7 @@ FileItem::Type TypeOf(mode_t mode) {
                          : FileItem::Type::Other;
 }
 
-/// What lies at a path; nothing if it has disappeared.
+/// Returns the entry at a path; nothing if the entry has disappeared.
 std::optional<FileItem> Look(const std::string& directory, const std::string& path) {
   struct stat status = {};
   if (lstat((directory + "/" + path).c_str(), &status) != 0) {
@@ -45,7 +45,7 @@ std::optional<FileItem> Look(const std::string& directory, const std::string& pa
   return item;
 }
 
-/// Adds what is in the directory `prefix`, which is empty or ends in "/", below `directory`.
+/// Adds the entries of the directory `prefix`, which is empty or ends in "/", below `directory`.
 void AddEntries(const std::string& directory, const std::string& prefix, FileTree& tree) {
   for (const std::string& name : NamesIn(directory + "/" + prefix)) {
     auto item = Look(directory, prefix + name);

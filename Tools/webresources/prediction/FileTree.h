@@ -24,15 +24,14 @@ struct FileItem {
   std::string path;  ///< Relative to the top, without a trailing "/"; "." is the top itself.
   Type type = Type::Directory;
   std::uint64_t size = 0;                ///< Of a file, in bytes.
-  std::optional<Sha256::Digest> sha256;  ///< Of a file's content; none if it is not known.
+  std::optional<Sha256::Digest> sha256;  ///< Of the content of a file; none if unknown.
   std::optional<std::uint32_t> crc32;    ///< The same, for comparisons that trust both sides.
   std::optional<unsigned int> mode;      ///< The permission bits, set-user-ID and so on included.
   std::optional<unsigned int> owner;     ///< The user's number; none if any will do.
 };
 
-/// A tree of files: its top and everything below it, sorted by the bytes of the paths. The same
-/// model serves a package, a directory on the disk and a receipt, so that Compare() compares any
-/// two of them.
+/// A tree of files: the top and all entries below, sorted by the bytes of the paths. The same model
+/// serves a package, a directory on the disk and a receipt, so that Compare() compares any two.
 using FileTree = std::vector<FileItem>;
 
 /// The modes that a run under a umask of 022 gives.
@@ -42,11 +41,11 @@ constexpr unsigned int kFileMode = 0644;
 /// Computes the SHA-256 digests of the entries of a package while Predict() reads them.
 class EntryDigests {
  public:
-  /// What Predict() gives the data to. The object must outlive it.
+  /// Returns the sink for Predict(). Requires: the object outlives the sink.
   PortionSink Sink();
 
-  /// The digest of the data of the entry `index`, of no bytes if none was read. Requires: the
-  /// package has been read to its end.
+  /// Returns the digest of the data of the entry `index`, of no bytes if none was read. Requires:
+  /// the whole package has been read.
   Sha256::Digest Of(std::size_t index);
 
  private:
@@ -57,16 +56,16 @@ class EntryDigests {
   std::deque<std::pair<std::size_t, Sha256::Digest>> digests_;  ///< In the order of entries.
 };
 
-/// The tree that a run leaves of a package, with CRC-32 checksums and, if `digests` are given,
-/// those of the content. Modes are those under a umask of 022; there are no owners.
+/// Returns the tree that a run makes from a package, with CRC-32 checksums and, if given,
+/// `digests`. The modes are those under a umask of 022. There are no owners.
 FileTree TreeOf(const Prediction& prediction, EntryDigests* digests = nullptr);
 
 enum class Checksum { Sha256, Crc32, None };
 
-/// Returns the tree at the directory `directory`, with the asked checksum of each file, modes and
-/// owners. If a tree is `expected`, a file that is not in it, or not with its size, is not read and
-/// has no checksum: the size tells enough. No link is followed, and only regular files are opened.
-/// Throws Error if something cannot be read; what disappears meanwhile is left out.
+/// Returns the tree at the directory `directory`, with the requested checksum of each file, modes
+/// and owners. If a tree is `expected`, only its files of the same size are read; the other files
+/// have no checksum. No link is followed, and only regular files are opened. Leaves out entries
+/// that disappear meanwhile. Throws Error if an entry cannot be read.
 FileTree ReadTree(const std::string& directory, Checksum checksum,
                   const FileTree* expected = nullptr);
 

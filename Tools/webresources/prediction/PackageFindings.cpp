@@ -22,8 +22,8 @@ namespace {
 /// No deflated byte becomes more: a match of 258 bytes takes at least two bits.
 constexpr std::uint64_t kLargestRatio = 1032;
 
-/// What reading `entry` of a package of `fileSize` bytes costs at most: its data or, if that is
-/// more, what comes out of it. Both end where the stated size or the file ends.
+/// Returns the largest number of bytes that reading `entry` of a package of `fileSize` bytes takes:
+/// compressed or not, whichever is more. The stated size and the size of the file are limits.
 std::uint64_t WorkOf(const PackageEntry& entry, std::uint64_t fileSize) {
   if (entry.kind != PackageEntry::Kind::File) {
     return 0;
@@ -119,7 +119,7 @@ bool IsSupported(const EntryPrediction& entry) {
   return entry.method == kStored || entry.method == kDeflated;
 }
 
-/// Collects the findings of one package: of its frame, of each entry, and of entries together.
+/// Collects the findings of one package: of the archive, of each entry, and of entries together.
 class PackageFinder {
  public:
   PackageFinder(const Prediction& prediction, const ArchiveLayout& layout)

@@ -10,11 +10,10 @@
 
 namespace webresources {
 
-/// How much work a package can cause, found from its directory before any data is read. A small
-/// package can claim, and with entries that share their data even hold, so much that reading it
-/// takes hours and fills every disk.
+/// The bounds of a package, found from the central directory before any data is read. A small
+/// package can be a zip bomb, also by entries that share data: reading takes hours and fills disks.
 
-/// How much of a package is read, if somebody else has made it.
+/// The limits for a package of unknown origin.
 struct Limits {
   /// The largest content, in bytes. `pack` makes no package that exceeds the default.
   std::uint64_t maxSize = std::uint64_t{4} << 30U;
@@ -23,7 +22,7 @@ struct Limits {
   std::uint64_t maxDirectories = 1000000;
 };
 
-/// The work that a package can cause at most, by its directory.
+/// The work that a package can cause at most, by the central directory.
 struct PackageExtent {
   std::uint64_t bytes = 0;  ///< That the installer reads or writes for all entries together.
   /// Directories that the entries ask for, each counted once. A name with "." or ".." components
@@ -35,21 +34,20 @@ struct PackageExtent {
 /// opened. Reads the directory of the package, no data.
 PackageExtent ExtentOf(const std::string& path);
 
-/// Returns why the package at `path` must not be read: its `extent` exceeds `limits`. Says also
-/// whether its entries share data and whether their number is wrong. Returns no findings if the
-/// package is within bounds. Call it before Predict() for any package that somebody else has made.
+/// Returns the findings that forbid to read the package at `path`: the `extent` exceeds `limits`.
+/// Adds whether entries share data, and whether their number is wrong. Returns no findings if the
+/// package is within bounds. Requires: Predict() of a package of unknown origin comes afterwards.
 /// Throws Error if the package cannot be read.
 Findings FindOutOfBounds(const std::string& path, const PackageExtent& extent,
                          const Limits& limits);
 
-/// Returns what is wrong with the package at `path`: in its frame, then entry by entry, then in
-/// entries together. `prediction` is what the installer will leave of it. That there is no package
-/// is a finding. Reads the directory of the package, and no data. Throws Error if it cannot be
-/// read.
+/// Returns the defects of the package at `path`: of the archive as a whole, of each entry, and of
+/// entries together. `prediction` is the result of a run. A missing package is a finding. Reads the
+/// central directory, and no data. Throws Error if the package cannot be read.
 Findings FindInPackage(const std::string& path, const Prediction& prediction);
 
-/// Returns why the installer skips `entry`, or installs something else than its data, for people.
-/// Returns nothing if it installs the entry as it is.
+/// Returns the reason why the installer skips `entry`, or installs other bytes, for people. Returns
+/// nothing if the installer installs the entry unchanged.
 std::optional<std::string> Problem(const EntryPrediction& entry);
 
 }  // namespace webresources

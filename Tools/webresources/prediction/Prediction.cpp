@@ -19,7 +19,7 @@ using Failure = PredictedTree::Failure;
 
 namespace {
 
-/// Moves `*node` to what `component` means in that directory.
+/// Moves `*node` to the entry called `component` of that directory.
 Failure Step(const std::string& component, PredictedTree::Node** node) {
   if (!(*node)->isDirectory) {
     return Failure::NotADirectory;
@@ -103,7 +103,7 @@ Failure PredictedTree::Add(const std::string& path, bool isDirectory, Node** add
 
 namespace {
 
-/// Makes the directory that an entry called `name` announces. Returns what stopped it, if anything.
+/// Makes the directory of an entry called `name`. Returns the reason of a failure, if there is one.
 Failure EnsureDirectoryExists(PredictedTree& tree, const std::string& name) {
   Failure failure = Failure::None;
   MakeDirectoryChain(
@@ -121,7 +121,7 @@ bool IsLink(const PackageEntry& entry) {
          S_ISLNK(static_cast<mode_t>(entry.externalAttributes >> 16U));
 }
 
-/// What the package's directory says of its current entry.
+/// Returns the fields of the current entry in the central directory.
 EntryPrediction Describe(const PackageReader& package) {
   const PackageEntry& entry = package.entry();
   EntryPrediction prediction;
@@ -196,7 +196,7 @@ class Predictor {
   }
 
   EntryData DataOf() {
-    // An extraction that runs at the same time reads all data but that of files it cannot make.
+    // A simultaneous extraction reads all data, except the data of files that cannot be made.
     if (package_.data().end == EntryData::End::Unread) {
       ReadData(sink_);
     }

@@ -16,8 +16,8 @@ namespace webresources {
 
 /// A tree of directories and files in memory that resolves paths as a POSIX file system does: ".",
 /// "..", empty components and a trailing "/" mean the same, and names are compared by their bytes.
-/// It has no links. Paths are relative to its root; a leading "/" is an empty component. The nodes
-/// belong to the tree and live as long as it does.
+/// The tree has no links. Paths are relative to the root; a leading "/" is an empty component. The
+/// nodes belong to the tree and live as long.
 class PredictedTree {
  public:
   /// Why an operation cannot be done.
@@ -26,14 +26,14 @@ class PredictedTree {
   /// One directory or file.
   struct Node {
     bool isDirectory = true;
-    bool hasEntry = false;   ///< Of a directory: an entry makes it, not only a longer path.
+    bool hasEntry = false;   ///< Of a directory: an entry names exactly this path.
     Node* parent = nullptr;  ///< The directory; the root's is itself.
     std::map<std::string, std::unique_ptr<Node>> children;  ///< Of a directory, by name.
 
     // Of a file.
-    std::optional<std::size_t> writer;  ///< The index of the entry whose data it holds.
+    std::optional<std::size_t> writer;  ///< The index of the entry with the data.
     std::uint64_t size = 0;             ///< In bytes.
-    std::uint32_t crc32 = 0;            ///< Of the data it holds.
+    std::uint32_t crc32 = 0;            ///< Of the data.
   };
 
   PredictedTree() { root_->parent = root_.get(); }
@@ -47,11 +47,11 @@ class PredictedTree {
   /// not meaningful.
   Failure Find(const std::string& path, Node** found) const;
 
-  /// Does what mkdir() does: makes the last component of `path` in an existing directory.
+  /// Makes the last component of `path` in an existing directory, as mkdir() does.
   Failure MakeDirectory(const std::string& path);
 
-  /// Does what fopen() for writing does: stores the file at `path`, which is made if it does not
-  /// exist, through `file`.
+  /// Stores the file at `path` through `file`, and makes a missing file, as fopen() for writing
+  /// does.
   Failure OpenFile(const std::string& path, Node** file);
 
  private:
@@ -61,24 +61,24 @@ class PredictedTree {
   std::unique_ptr<Node> root_ = std::make_unique<Node>();
 };
 
-/// What the installer will do with one entry of a package.
+/// The treatment of one entry of a package by the installer.
 struct EntryPrediction {
   enum class Action { MakeDirectory, WriteFile, Skip };
 
   using DataEnd = EntryData::End;
 
-  // What the package's directory says.
+  // From the central directory of the package.
 
   PackageEntry::Kind kind = PackageEntry::Kind::Unreadable;
   bool isLink = false;               ///< A symbolic link, as Unix packers store it.
   std::uint16_t flags = 0;           ///< Of the format: see IsEncrypted() and HasUtf8Flag().
   std::uint16_t method = 0;          ///< Of compression.
   std::uint32_t nameLength = 0;      ///< In bytes, as stored.
-  std::string name;                  ///< Up to its first zero byte, and to 511 bytes.
+  std::string name;                  ///< Up to the first zero byte, at most 511 bytes.
   std::uint64_t compressedSize = 0;  ///< In bytes.
   std::uint64_t statedSize = 0;      ///< In bytes.
 
-  // What the installer does.
+  // The result of the installer.
 
   Action action = Action::Skip;
   /// Why a directory or file cannot be made. None if it can, or if the installer does not try.
@@ -93,23 +93,23 @@ struct EntryPrediction {
   bool HasUtf8Flag() const { return (flags & 0x800U) != 0; }
 };
 
-/// What the installer will leave of a package in an empty directory, on a file system that tells
-/// names apart by their bytes.
+/// The result of the extraction of a package into an empty directory, on a file system that
+/// distinguishes names by their bytes.
 struct Prediction {
   bool isOpened = false;                ///< If false, the installer treats the package as missing.
-  std::uint64_t entryCount = 0;         ///< As the package states it.
+  std::uint64_t entryCount = 0;         ///< As stated in the package.
   std::deque<EntryPrediction> entries;  ///< May be fewer than stated. Grows without being copied.
   PredictedTree tree;
 };
 
-/// Is given each portion of data that is read, in order, with the index of its entry.
+/// Receives each chunk of data in order, with the index of the entry.
 using PortionSink = std::function<void(std::size_t entry, const char* bytes, std::size_t length)>;
 
-/// Predicts what the installer will leave of `package`, which must be at its beginning. Reads the
-/// data of each entry once and passes it to `sink`, if there is one; an entry whose data is damaged
-/// is read a second time, for its checksum. The progress is shown as a part of `bytes`, which the
-/// entries hold together. Memory grows with the number of entries, not with their size. Throws
-/// Error if the user stops the command; see CatchInterruptions().
+/// Predicts the result of the extraction of `package`. Reads the data of each entry once, and
+/// passes the data to `sink`, if there is one. Damaged data is read a second time, for the
+/// checksum. Shows the progress as a part of `bytes`, the size of all entries. Memory grows with
+/// the number of entries, not with their size. Throws Error if the user stops the command; see
+/// CatchInterruptions(). Requires: no entry of `package` has been read.
 Prediction Predict(PackageReader& package, std::uint64_t bytes, const PortionSink& sink = {});
 
 /// Predicts the tree from the directory of `package` alone: reads no data and takes each file for
@@ -117,8 +117,8 @@ Prediction Predict(PackageReader& package, std::uint64_t bytes, const PortionSin
 Prediction PredictOutline(PackageReader& package);
 
 /// Does the same while the installer extracts `package` to `directory`. Data that the extraction
-/// reads is not read again: the prediction takes its size and checksum from there and decides
-/// everything else for itself. Throws Error if the directory cannot be made, or as Predict() does.
+/// reads is not read again: the prediction takes size and checksum from there and decides the rest
+/// independently. Throws Error if the directory cannot be made, or as Predict() does.
 Prediction PredictAndExtract(PackageReader& package, std::uint64_t bytes,
                              const std::string& directory);
 
@@ -128,8 +128,8 @@ struct TreeItem {
   const PredictedTree::Node* node;
 };
 
-/// All directories and files of `tree` except its root, by path in the order of bytes. They point
-/// into `tree`.
+/// Returns all directories and files of `tree` except the root, sorted by the bytes of the paths.
+/// The items point into `tree`.
 std::vector<TreeItem> ItemsOf(const PredictedTree& tree);
 
 }  // namespace webresources

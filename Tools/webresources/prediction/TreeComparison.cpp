@@ -202,7 +202,7 @@ void Count(const Difference& difference, TreeChanges& changes) {
 
 TreeChanges ChangesBetween(const FileTree& before, const FileTree& after) {
   TreeChanges changes;
-  // A tree without its top is no tree yet, or no longer: that is no change in it.
+  // A tree without a top does not exist yet, or no longer. The top is therefore no change.
   changes.differences = Filtered(OfContent(Compare(before, after)),
                                  [](const Difference& one) { return one.path == "."; });
   std::size_t kept = FilesOf(before);

@@ -15,8 +15,8 @@ struct Difference {
   Kind kind;
   std::string path;                  ///< As FileItem::path.
   std::string reason;                ///< For people.
-  std::optional<FileItem> expected;  ///< None if it is extra.
-  std::optional<FileItem> actual;    ///< None if it is missing.
+  std::optional<FileItem> expected;  ///< None if extra.
+  std::optional<FileItem> actual;    ///< None if missing.
 };
 
 using Differences = std::vector<Difference>;
@@ -40,7 +40,7 @@ std::vector<std::string> PathsForSomeVolumesOnly(const FileTree& tree);
 /// `differences` without those at `paths` and below them.
 Differences Without(const std::vector<std::string>& paths, Differences differences);
 
-/// What becomes of the files of a tree when another tree takes its place.
+/// The changes of the files of a tree that another tree replaces.
 struct TreeChanges {
   Differences differences;  ///< Of content alone: modes and owners are no changes.
   /// Files. One that becomes a directory, or the other way round, is changed.

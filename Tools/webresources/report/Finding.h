@@ -6,27 +6,27 @@
 
 namespace webresources {
 
-/// The vocabulary of findings: what every command says about what is not as it should be.
+/// Findings: the defects that every command reports in the same form.
 
 enum class Severity { Error, Warning };
 
 /// A kind of finding. Rules.h has all of them.
 struct Rule {
-  const char* id;     ///< Stable: scripts may depend on it. For example kWrongCrc.
+  const char* id;     ///< Stable, because scripts may use the text. Example: "wrong-crc".
   Severity severity;  ///< Whether the content that is installed is wrong, or may surprise.
-  const char* fix;    ///< What the reader should do, as an imperative sentence.
+  const char* fix;    ///< The remedy, as an imperative sentence.
 };
 
-/// One thing that is not as it should be.
+/// One defect.
 struct Finding {
   const Rule* rule;     ///< One of Rules.h; never null.
   std::string subject;  ///< The entry, file, metadata member or record value.
-  std::string reason;   ///< What is wrong with it, for people.
+  std::string reason;   ///< The defect, for people.
 };
 
 using Findings = std::vector<Finding>;
 
-/// `findings` without its warnings.
+/// Returns the errors among `findings`.
 Findings ErrorsOf(const Findings& findings);
 
 /// Adds a finding of `rule` to `findings`. Requires: `rule` is one of Rules.h.

@@ -16,9 +16,9 @@ namespace webresources {
 /// in "/".
 void AddCollisions(Findings& findings, const std::vector<std::string>& paths);
 
-/// What is unusual in the entry name `name`: a leading "/", a backslash, an empty, "." or ".."
-/// component, or a control character. Returns nothing if the name is as usual. Requires: `name` is
-/// not empty.
+/// Returns the unusual part of the entry name `name`: a leading "/", a backslash, an empty, "." or
+/// ".." component, or a control character. Returns nothing if there is no such part. Requires:
+/// `name` is not empty.
 std::optional<std::string> UncleanPart(const std::string& name);
 
 }  // namespace webresources

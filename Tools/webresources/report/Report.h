@@ -25,7 +25,7 @@ enum class Form {
   Document,  ///< One JSON document, which is always complete.
 };
 
-/// What a command has to say: to people, and in one JSON document.
+/// The result of a command, for people and as one JSON document.
 struct Report {
   explicit Report(std::string commandName) : command(std::move(commandName)) {}
 
@@ -35,15 +35,15 @@ struct Report {
   Findings findings;
   std::vector<std::string> summary;  ///< Lines for people after them.
   std::string advice;                ///< A command line that repairs the findings, or empty.
-  std::string refusal;               ///< Says that nothing was done. `--quiet` does not hide it.
+  std::string refusal;               ///< The text for a refusal. `--quiet` prints the text, too.
   Json details = Json::object();     ///< Members of the document beside the common ones.
 
   /// Sets the status by the findings.
   void SetStatus() { status = findings.empty() ? kAsItShouldBe : kHasFindings; }
 };
 
-/// A report that says only what kept `command` from telling. Of an exception that is no Error the
-/// document has the text as the reason.
+/// Returns a report with only the error that ended `command`. The text of an exception that is no
+/// Error becomes the reason.
 Report ReportOf(const std::string& command, const std::exception& error);
 
 /// Puts the bytes `name` under `key`: as they are when they are UTF-8, else printable, with all the

@@ -39,7 +39,7 @@ bool IsLeftover(const std::string& name, const std::string& path) {
   });
 }
 
-/// Opens the file at `path` and locks it. Has no descriptor if there is no such file, or if another
+/// Opens and locks the file at `path`. Has no descriptor if there is no such file, or if another
 /// process holds the lock. The lock ends with the process, however that ends.
 Descriptor OpenLocked(const std::string& path) {
   Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
@@ -48,13 +48,13 @@ Descriptor OpenLocked(const std::string& path) {
   return isLocked ? std::move(file) : Descriptor(-1);
 }
 
-/// Removes what processes that were killed have left beside `path`. What cannot be removed stays.
+/// Removes the temporary files of killed processes beside `path`, as far as possible.
 void RemoveLeftovers(const std::string& path) {
   const std::string directory = ParentOf(path) + "/";
   for (const std::string& name : NamesIn(ParentOf(path))) {
     if (IsLeftover(name, path)) {
       const Descriptor file = OpenLocked(directory + name);
-      // Another process may have removed the file, and its owner made it once more.
+      // Another process may have removed the file, and the owner made the file once more.
       if (file && IsAt(*file, directory + name)) {
         unlink((directory + name).c_str());
       }
@@ -62,8 +62,8 @@ void RemoveLeftovers(const std::string& path) {
   }
 }
 
-/// Makes an empty file at `path`, which must not exist, and locks it. Between the two another
-/// process may treat the file as a leftover and remove it: then it is made once more.
+/// Makes and locks an empty file at `path`, which must not exist. Before the lock, another process
+/// may remove the file as a leftover: then the file is made once more.
 Descriptor MakeLocked(const std::string& path) {
   constexpr int kAttempts = 100;
   for (int i = 0; i < kAttempts; ++i) {

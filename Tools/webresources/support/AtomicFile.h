@@ -8,16 +8,16 @@
 
 namespace webresources {
 
-/// Replaces a file by a new one that is complete, or leaves it as it is: nobody ever sees half a
-/// file. Every operation throws Error when it fails.
+/// Replaces a file by a complete new file, or leaves the old file: nobody ever sees half a file.
+/// Every operation throws Error on failure.
 ///
 ///     AtomicFile file(path);
 ///     file.Write(bytes);
 ///     file.CommitDurably();
 ///
 /// Without Commit(), the destructor removes the new file. If the process is killed, the temporary
-/// file stays; the next AtomicFile for the same path removes it. The files of processes that still
-/// run are locked and therefore left alone.
+/// file stays until the next AtomicFile for the same path. The files of running processes are
+/// locked, and therefore stay.
 class AtomicFile {
  public:
   /// Makes an empty temporary file beside `path`, and removes those that killed processes left.
@@ -26,7 +26,7 @@ class AtomicFile {
   AtomicFile(const AtomicFile&) = delete;
   AtomicFile& operator=(const AtomicFile&) = delete;
 
-  /// The new file, open for reading and writing. The object closes it.
+  /// Returns the new file, open for reading and writing. The object closes the file.
   int descriptor() const { return *file_; }
 
   /// The path of the new file, for messages. Do not open the path: another process may have put
@@ -36,7 +36,7 @@ class AtomicFile {
   /// Adds `bytes` at the end of the new file.
   void Write(const std::string& bytes);
 
-  /// Waits until the new file is on the disk, whoever wrote it.
+  /// Syncs the new file.
   void Synchronize() const;
 
   /// Puts the new file in the place of the old one.
@@ -54,7 +54,7 @@ class AtomicFile {
  private:
   std::string path_;
   std::string temporary_;
-  Descriptor file_;     ///< The new file. Its lock shows other processes that it is in use.
+  Descriptor file_;     ///< The new file. A lock tells other processes that the file is in use.
   std::string backup_;  ///< A second name of the old file, or empty.
   std::optional<Descriptor> backupLock_;
 };

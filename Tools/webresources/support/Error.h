@@ -10,14 +10,14 @@
 
 namespace webresources {
 
-/// The reason why a command cannot answer, or cannot do its work: the operation that failed, its
-/// object, the reason and the remedy. An Error is thrown by value and caught by reference; main()
+/// The reason why a command cannot answer or cannot work: the failed operation, the object, the
+/// reason and the remedy. An Error is thrown by value and caught by reference; main()
 /// prints the text, and --json puts the parts into the document.
 class Error : public std::runtime_error {
  public:
   /// Makes an error that reads "cannot `operation` `object`: `reason`; `remedy`", for example
   /// "cannot read site/a: Permission denied; run it as root". An empty remedy is left out. The
-  /// object is in its own bytes: see Printable().
+  /// object has the original bytes: see Printable().
   Error(std::string operation, std::string object, std::string reason, std::string remedy = {})
       : std::runtime_error("cannot " + operation + " " + object + ": " + reason +
                            (remedy.empty() ? "" : "; " + remedy)),
@@ -34,8 +34,8 @@ class Error : public std::runtime_error {
                  isDenied ? "run it as root" : "");
   }
 
-  // The parts of what(), for documents: the operation as an infinitive ("read"), the path or thing
-  // that the operation was tried on, the reason, and the remedy as an imperative, or empty.
+  // The parts of the message, for documents. The operation is an infinitive ("read"). The object is
+  // a path or another noun. The remedy is an imperative, or empty.
 
   const std::string& operation() const { return operation_; }
   const std::string& object() const { return object_; }
@@ -55,7 +55,7 @@ class UsageError : public Error {
   using Error::Error;
 };
 
-/// A program that could not be started: nothing of it ran.
+/// The failed start of a program: no instruction of the program ran.
 class CannotStart : public Error {
  public:
   using Error::Error;

@@ -83,7 +83,7 @@ std::vector<std::string> NamesIn(const std::string& path) {
     throw Error::FromErrno("read", path);
   }
   std::vector<std::string> entries;
-  errno = 0;  // by it alone readdir() tells a failure from the end
+  errno = 0;  // only errno distinguishes a failure from the end
   while (const dirent* entry = readdir(stream.get())) {
     const std::string name = entry->d_name;
     if (name != "." && name != "..") {

@@ -15,25 +15,25 @@
 
 namespace webresources {
 
-/// Questions about files that end in an answer or in an Error.
+/// Operations on files that end in an answer or in an Error.
 
 /// Returns whether there is a file or directory at `path` that can be opened. Throws Error if the
 /// answer cannot be found out, if `path` cannot be read, or if `path` is neither a regular file nor
 /// a directory: to open anything else could wait for ever.
 bool IsPresent(const std::string& path);
 
-/// Whether anything is at `path`; a link counts, wherever it leads. Throws Error if that cannot be
-/// found out.
+/// Returns whether there is an entry at `path`. Every link counts. Throws Error if the answer
+/// cannot be found out.
 bool Exists(const std::string& path);
 
-/// What the system says of `path`, with links followed. Throws Error if that cannot be found out.
+/// Returns the status of `path`, with links followed. Throws Error if the status cannot be read.
 struct stat StatusOf(const std::string& path);
 
 /// Whether `path`, with links followed, is a directory. Returns false if that cannot be found out.
 bool IsDirectory(const std::string& path);
 
 /// The names in the directory at `path` without "." and "..", in the order of their bytes. Throws
-/// Error if it cannot be read.
+/// Error if the directory cannot be read.
 std::vector<std::string> NamesIn(const std::string& path);
 
 /// The space that a file system has left for an ordinary user.
@@ -71,7 +71,7 @@ class InputFile {
   struct stat status_ = {};
 };
 
-/// Gives the content of the file that is open as `file` to `take` in chunks, from its beginning.
+/// Gives the content of the file that is open as `file` to `take` in chunks, from the beginning.
 /// `path` names the file in errors. Throws Error if the file cannot be read, or if the user stops
 /// the command; see CatchInterruptions().
 void ForEachPortion(int file, const std::string& path,
@@ -80,12 +80,12 @@ void ForEachPortion(int file, const std::string& path,
 /// `path` as an absolute path without links. Throws Error if there is nothing at `path`.
 std::string RealPath(const std::string& path);
 
-/// Makes the directory at `path` with its missing parents. Throws Error if it is not there
+/// Makes the directory at `path` with all missing parents. Throws Error if there is no directory
 /// afterwards.
 void MakeDirectories(const std::string& path);
 
-/// Whether the file open as `descriptor` is the one at `path`, links not followed: another process
-/// may have removed or replaced it since it was opened.
+/// Returns whether the file open as `descriptor` is the file at `path`, links not followed. Another
+/// process may have removed or replaced the file since the opening.
 bool IsAt(int descriptor, const std::string& path);
 
 /// SHA-256 digests of files, and as text.

@@ -38,8 +38,8 @@ class Progress {
   std::uint64_t shown_ = 0;  ///< The part of the bar that is on the terminal, in columns.
 };
 
-/// Lets a command that has temporary files end by an exception when the user stops it, so that
-/// their owners remove them.
+/// Ends a command by an exception when the user stops the command, so that the owners of temporary
+/// files remove them.
 
 /// From now on, SIGHUP, SIGINT and SIGTERM do not end the process but make ThrowIfInterrupted()
 /// throw. A signal that is ignored stays ignored. May be called more than once.
@@ -49,7 +49,7 @@ void CatchInterruptions();
 bool IsInterrupted();
 
 /// Throws Error("interrupted") with `operation` and `object` if one of these signals has arrived.
-/// Long loops call it for each file and each chunk of a file.
+/// Long loops call this function for each file and each chunk of a file.
 void ThrowIfInterrupted(const std::string& operation, const std::string& object);
 
 /// From now on, each of these signals is sent to `process`, too; one that has arrived is sent now.

@@ -34,7 +34,7 @@ std::string Escaped(char byte) {
   return text;
 }
 
-/// A character beyond 16 bits becomes two escapes, its surrogates.
+/// A character beyond 16 bits becomes two escapes, the surrogates.
 std::string JsonEscaped(utf8proc_int32_t point) {
   constexpr utf8proc_int32_t kPlane = 0x10000;
   if (point >= kPlane) {

@@ -8,8 +8,8 @@
 
 namespace webresources {
 
-/// What names mean to people, terminals and file systems. Names are byte strings; paths have "/"
-/// between their components.
+/// Names for people, terminals and file systems. Names are byte strings. Paths have "/" between
+/// their components.
 
 /// The longest component of a path that file systems take, in bytes.
 constexpr std::size_t kComponentLimit = 255;
@@ -17,8 +17,8 @@ constexpr std::size_t kComponentLimit = 255;
 bool IsUtf8(const std::string& name);
 bool IsAscii(const std::string& name);
 
-/// `name` as a terminal may be given it: what is not UTF-8, and every control or invisible
-/// formatting character, stands as \xNN per byte.
+/// Returns `name` in a form that is safe for a terminal: bytes that are not UTF-8, and control or
+/// invisible formatting characters, become \xNN for each byte.
 std::string Printable(const std::string& name);
 
 /// The text of a JSON document with every control or invisible formatting character escaped as
@@ -32,8 +32,8 @@ std::string Hexadecimal(const std::string& bytes);
 /// The bytes that Hexadecimal() made `text` of. Returns an empty string if `text` is not so made.
 std::string FromHexadecimal(const std::string& text);
 
-/// What a file system that ignores case and normalisation takes `name` for. A name that is not
-/// UTF-8 stands for itself.
+/// Returns the form of `name` that all names share which a file system without case and
+/// normalization cannot distinguish. Returns a name that is not UTF-8 unchanged.
 std::string Folded(const std::string& name);
 
 /// Two paths of one directory that such a file system takes for one.
@@ -43,23 +43,23 @@ struct Collision {
   bool differsInCase;  ///< False: in normalisation only.
 };
 
-/// All collisions among `paths` (no trailing "/"), each path against the first that it collides
-/// with. Paths below colliding directories are not compared: the directories stand for them.
+/// Returns all collisions among `paths`, each path with the first path of the same form. Paths
+/// below colliding directories are not compared. Requires: no path ends in "/".
 std::vector<Collision> Collisions(const std::vector<std::string>& paths);
 
 /// Returns `text` as one word of a shell's command line: in single quotes if that is needed.
 std::string ShellQuoted(const std::string& text);
 
-/// `path` without its last component and the "/" before it, and that component.
+/// ParentOf() returns `path` without the last component and the "/" before; LastOf() returns the
+/// last component.
 std::string ParentOf(const std::string& path);
 std::string LastOf(const std::string& path);
 
 /// `seconds` since 1970 as ISO 8601 writes them, in UTC.
 std::string TimeText(std::time_t seconds);
 
-/// The one of `words` that somebody who typed `typed` has probably meant: the one that the fewest
-/// changes of a letter lead to, at most two and fewer than the letters typed. Returns nothing if
-/// there is none.
+/// Returns the word of `words` that is nearest to `typed`: the word with the fewest changed
+/// letters, at most two, and fewer than the letters of `typed`. Returns nothing if there is none.
 std::optional<std::string> Suggestion(const std::string& typed,
                                       const std::vector<std::string>& words);
 
