@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <deque>
 #include <iomanip>
 #include <sstream>
+#include <utility>
 
 #include "InstallerConstants.h"
 #include "OSUtils.h"
@@ -79,21 +81,23 @@ void PutEntries(const Prediction& prediction, Json& details) {
   }
 }
 
-void ReportEntries(const Prediction& prediction, const CheckOptions& options, Report& report) {
-  if (options.asJson) {
-    PutEntries(prediction, report.details);
-  } else {
-    for (const EntryPrediction& entry : prediction.entries) {
-      report.listing.push_back(Line(entry));
-    }
-  }
-  const auto count = [&prediction](Action action) {
+void ReportEntries(Prediction prediction, const CheckOptions& options, Report& report) {
+  std::deque<EntryPrediction>& entries = prediction.entries;
+  const auto count = [&entries](Action action) {
     return std::to_string(
-        std::count_if(prediction.entries.begin(), prediction.entries.end(),
+        std::count_if(entries.begin(), entries.end(),
                       [action](const EntryPrediction& entry) { return entry.action == action; }));
   };
   report.summary.push_back("directories: " + count(Action::MakeDirectory) + ", files: " +
                            count(Action::WriteFile) + ", skipped: " + count(Action::Skip));
+  if (options.asJson) {
+    PutEntries(prediction, report.details);
+    return;
+  }
+  prediction.tree = PredictedTree();  // the lines take the memory of the tree and of the entries
+  for (; !entries.empty(); entries.pop_front()) {
+    report.listing.push_back(Line(entries.front()));
+  }
 }
 
 void ReportOutcome(const Metadata& metadata, Report& report) {
@@ -218,7 +222,7 @@ Report Check(const CheckOptions& options) {
   report.findings = std::move(bundle.findings);
   report.SetStatus();
   if (bundle.isRead) {
-    ReportEntries(bundle.prediction, options, report);
+    ReportEntries(std::move(bundle.prediction), options, report);
   }
   ReportOutcome(bundle.metadata, report);
   if (bundle.isRead && options.prove) {
