@@ -40,7 +40,7 @@ class InstallerUtils {
 
   /// Extracts `package` as UncompressPackageFiles() does. Calls `afterEntry` after each entry,
   /// skipped entries included. During the call, package.entry() and package.data() describe the
-  /// entry. `webresources` predicts from these two objects, and so reads no data a second time.
+  /// entry. So `webresources` can predict the entry without a second read of the data.
   /// Requires: package.Next() was never called.
   static bool UncompressPackage(PackageReader& package, const std::string& destDir,
                                 const std::function<void()>& afterEntry);

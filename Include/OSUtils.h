@@ -109,8 +109,8 @@ class OSUtils {
   /// is nothing to flush.
   static bool ClearRegistry();
 
-  /// Records the values in `*info` that are not absent, with up to three flushes. Returns whether
-  /// the last flush succeeded, which writes all pending values.
+  /// Records the values in `*info` that are not absent, with up to three flushes. The last flush
+  /// writes every pending value. Returns whether the last flush succeeded.
   static bool MakeFreshRegistry(WebRegInfo* info);
 };
 

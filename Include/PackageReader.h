@@ -74,8 +74,8 @@ class PackageReader {
   bool IsOpen() const { return archive_ != nullptr; }
 
   /// Returns the number of entries that the archive states, or 0 if the number cannot be read. The
-  /// first call of EntryCount() or Next() reads the number. In a run, the destination directory
-  /// exists before that call.
+  /// first call of EntryCount() or Next() reads the number. The extraction makes its destination
+  /// directory before the first call of Next().
   std::uint64_t EntryCount();
 
   /// Moves to the first entry at the first call, and to the next entry at each later call. Returns

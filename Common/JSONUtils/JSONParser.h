@@ -84,8 +84,8 @@ class QDOJSONText {
   /// Skips one UTF-8 character. Returns false, and does not move, if no valid character follows.
   bool advance();
 
-  /// Returns the byte `offset` bytes after the position. Requires: no byte from the position to the
-  /// byte before `offset` is zero. So no look-ahead passes the zero byte after the text.
+  /// Returns the byte `offset` bytes after the position. Requires: the `offset` bytes from the
+  /// position on are not zero. So no read goes beyond the zero byte after the text.
   unsigned char byteAt(unsigned int offset) const { return input_[position_ + offset]; }
   bool isContinuation(unsigned int offset) const { return (byteAt(offset) & 0xC0U) == 0x80U; }
   bool isDigit(unsigned int offset) const { return byteAt(offset) >= '0' && byteAt(offset) <= '9'; }

@@ -21,7 +21,7 @@ struct PackOptions {
   std::int32_t updateId = 0;    ///< The update number to record.
   bool clear = false;           ///< The installer clears keys of other programs first.
   bool regenerate = false;      ///< The installer draws a new random identifier.
-  bool allowsWarnings = false;  ///< Write both files after warnings; only errors refuse.
+  bool allowsWarnings = false;  ///< Write both files in spite of warnings.
   Selection selection;          ///< The files that are packed.
 };
 

@@ -19,9 +19,9 @@ namespace webresources {
 
 enum class Places { Product, Host };
 
-/// Returns the defects of these places. RepairAccess() repairs the defects of the product's places.
-/// `install` does not change the host's places: the reason of each finding names the command that
-/// repairs the defect. Throws Error if a place cannot be examined.
+/// Returns the defects of the host's or the product's places. RepairAccess() repairs the defects of
+/// the product's places. `install` does not change the host's places: the reason of each finding
+/// names the command that repairs the defect. Throws Error if a place cannot be examined.
 Findings FindInAccess(const std::string& hostRoot, Places places);
 
 /// Gives the product's places the owner of the host's root directory and the mode 0755 or 0644

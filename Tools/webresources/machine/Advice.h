@@ -7,10 +7,10 @@
 namespace webresources {
 
 /// Sets the advice of `report` to a command line that installs with `options`. Does nothing unless
-/// the fix of a finding in `report` contains the text "run webresources install". A shell in any
-/// directory can run the command line: with sudo for an ordinary user, and in a chroot for another
-/// host. A bundle outside the root is copied into the root. Without a bundle in `options`, the
-/// command line has the word BUNDLE for the reader to replace.
+/// the fix of a finding in `report` contains the text "run webresources install". The command
+/// line has absolute paths. For an ordinary user, the command line begins with sudo. For another
+/// host, the command line uses chroot, and first copies a bundle from outside the root into the
+/// root. Without a bundle in `options`, the reader replaces the word BUNDLE.
 void Advise(const HostOptions& options, Report& report);
 
 }  // namespace webresources

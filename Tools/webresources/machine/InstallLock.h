@@ -31,8 +31,8 @@ class InstallLock {
   /// Returns whether the lock's file exists.
   static bool IsThere(const std::string& hostRoot);
 
-  /// Removes the lock's file. This object holds the lock until the destruction. A waiting process
-  /// then makes and locks a new file. Throws Error if the removal fails.
+  /// Removes the lock's file. From then on, another process can make and lock a new file, although
+  /// this object still holds the lock of the old file. Throws Error if the removal fails.
   void RemoveFile() const;
 
   /// Returns the descriptor with the lock. The object closes the descriptor.

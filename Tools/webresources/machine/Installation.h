@@ -30,7 +30,7 @@ struct HostOptions {
 struct Installation {
   std::string hostRoot;      ///< The mount point of the host's file system; empty for this host.
   std::string installRoot;   ///< The install root below `hostRoot`; ends in "/".
-  bool isRootUsable = true;  ///< False if the path has a file or a dangling link.
+  bool isRootUsable = true;  ///< False if the root is a file or a dangling link.
   InstallRecord record;
   std::vector<std::string> names;  ///< The entries under the install root, sorted.
   /// The bare name of the installed directory: the recorded name or, if there is no such directory,

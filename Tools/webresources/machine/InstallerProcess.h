@@ -11,11 +11,11 @@ namespace webresources {
 /// has a fixed environment: umask 022, working directory "/", no environment variables, default
 /// signal actions, and the null device as standard streams. The only other descriptor is
 /// `lockDescriptor`. If the caller ignores SIGHUP, the installer ignores SIGHUP, too, as `nohup`
-/// requires. This process also gets the umask and the working directory. SIGHUP, SIGINT and SIGTERM
-/// are forwarded to the installer; see CatchInterruptions().
+/// requires. The calling process keeps this umask and this working directory after the call.
+/// SIGHUP, SIGINT and SIGTERM are forwarded to the installer; see CatchInterruptions().
 ///
-/// On a terminal, shows the written part of `bytes` once a second. The written part is the decrease
-/// of free space on the volume that holds the installer.
+/// `bytes` is the size of the content. On a terminal, shows once a second which part of `bytes` is
+/// written: the decrease of free space on the volume that holds the installer.
 ///
 /// Returns nothing after the exit status 0. Returns a text about any other exit status, or about
 /// the signal that ended the installer. Throws CannotStart if the installer cannot be started, and

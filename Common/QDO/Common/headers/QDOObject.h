@@ -24,9 +24,9 @@
 ///
 /// Do not put a container into itself: the cycle of references is not detected and is never freed.
 /// To break the cycle, call a setter, destroy() or a clear operation such as clearMap() on the
-/// value inside the container. This call may destroy that value, so do not use the reference that a
-/// setter returns. Do not break the cycle through the container itself: see getVector() and
-/// getMap().
+/// value inside the container. The call may destroy this value: do not use the reference that a
+/// setter returns. Do not change the cyclic container itself: getVector() and getMap() have the
+/// reason.
 ///
 /// Only one thread at a time may use a value. Different threads may copy and destroy different
 /// values that share a string or a container.
@@ -66,7 +66,7 @@ class QDOObject {
   // makes a string or a container throws QDOException with code 1 and leaves this value Undefined.
 
   QDOObject& set(const long long& value);  ///< Makes an Int64.
-  /// Makes an Int64, from every integer type whose values all fit.
+  /// Makes an Int64. Accepts each integer type whose values all fit a long long.
   template <typename Integer,
             typename = std::enable_if_t<std::is_integral_v<Integer> &&
                                         std::numeric_limits<Integer>::digits <=
@@ -86,9 +86,9 @@ class QDOObject {
   /// `value.set(value)` makes the value Undefined: this quirk is kept on purpose. Throws
   /// std::bad_alloc, and leaves this value Undefined, if memory is exhausted.
   ///
-  /// Throws QDOObjectException with code 2 and a null object if `other` has no content. A Handle
-  /// has no content, and neither has a String, Vector, Map or Set after a clear operation. This
-  /// value is then a String without content if `other` is a String, else Undefined, on purpose.
+  /// Throws QDOObjectException if `other` has no content: a Handle, or a String, Vector, Map or Set
+  /// after a clear operation. The exception has code 2 and no object. On purpose, this value is
+  /// then a String without content if `other` is a String, and Undefined otherwise.
   QDOObject& set(const QDOObject& other);
   /// Makes a String from the zero-terminated `text`. Requires: `text` is not null.
   void setString(const char* text);
