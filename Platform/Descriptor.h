@@ -6,11 +6,11 @@
 #include <utility>
 
 /// Owns and closes one POSIX file descriptor. A negative number is no descriptor and is never
-/// closed. The result of close() is ignored: the owner of important data calls fsync() before.
+/// closed. The result of close() is ignored: if write errors matter, call fsync() before the
+/// destruction.
 class Descriptor {
  public:
-  /// Takes ownership of `descriptor`, which may be the -1 of a call that failed; errno is left
-  /// alone.
+  /// Takes ownership of `descriptor`, which may be the -1 of a failed call. Does not change errno.
   explicit Descriptor(int descriptor) noexcept : descriptor_(descriptor) {}
   Descriptor(Descriptor&& other) noexcept : descriptor_(other.Release()) {}
   ~Descriptor() {
@@ -22,7 +22,7 @@ class Descriptor {
   Descriptor& operator=(const Descriptor&) = delete;
   Descriptor& operator=(Descriptor&&) = delete;
 
-  /// Whether there is a descriptor.
+  /// Returns whether the object has a descriptor.
   explicit operator bool() const noexcept { return descriptor_ >= 0; }
   int operator*() const noexcept { return descriptor_; }
 

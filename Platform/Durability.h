@@ -11,15 +11,15 @@ class Durability {
   Durability() = delete;
 
   /// Syncs the file system that holds the directory `path`: the contents of all files and the names
-  /// of all entries, also those of other processes. One call serves a whole tree: a call for each
+  /// of all entries, also the data of other processes. One call syncs a whole tree: a call for each
   /// file takes many times as long.
   ///
-  /// A failure is not reported: the caller could do no more. An interrupted call is repeated a
-  /// bounded number of times.
+  /// A failure is not reported, because the caller could do nothing more. An interrupted call is
+  /// repeated a bounded number of times.
   static void SyncFileSystem(const std::string& path);
 
-  /// Waits until the open file or directory `descriptor` is synced: on a Mac, out of the cache of
-  /// the drive, too. Returns false, with errno set, if the call fails.
+  /// Syncs the open file or directory `descriptor`: on a Mac, also the cache of the drive. Returns
+  /// false, with errno set, if the call fails.
   static bool SyncFile(int descriptor);
 };
 

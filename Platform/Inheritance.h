@@ -11,9 +11,9 @@ class Inheritance {
   Inheritance() = delete;
 
   /// Restricts the descriptors of a program that posix_spawn() starts with `attributes` and
-  /// `actions`: to `descriptor`, perhaps under another number, and the three standard streams.
-  /// Requires: `descriptor` is above 2, and the actions for the standard streams are added already.
-  /// Returns whether the memory sufficed.
+  /// `actions`. The program inherits only the three standard streams and `descriptor`, perhaps with
+  /// another number. Returns false if memory is exhausted. Requires: `descriptor` is above 2, and
+  /// `actions` has the actions for the standard streams.
   static bool Restrict(posix_spawnattr_t* attributes, posix_spawn_file_actions_t* actions,
                        int descriptor);
 };

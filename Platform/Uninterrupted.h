@@ -6,8 +6,8 @@
 #include <cerrno>
 #include <cstddef>
 
-/// Makes the system call `call`, and repeats the call while the error is EINTR, at most 100 times:
-/// endless signals must not keep the process for ever. Returns the result of the last call. A
+/// Makes the system call `call`, and repeats the call while the error is EINTR, at most 100 times.
+/// The limit prevents an endless loop under endless signals. Returns the result of the last call. A
 /// negative result is a failure.
 template <typename Call>
 auto Uninterrupted(Call call) {
@@ -19,8 +19,8 @@ auto Uninterrupted(Call call) {
   return result;
 }
 
-/// Reads the bytes from `offset` on into `buffer`: `size` of them, or as many as the file has.
-/// Returns their number, or -1 with errno set if a call fails.
+/// Reads `size` bytes from `offset` on into `buffer`, or fewer bytes at the end of the file.
+/// Returns the number of bytes. Returns -1, with errno set, if a call fails.
 inline ssize_t ReadAt(int file, off_t offset, char* buffer, std::size_t size) {
   std::size_t done = 0;
   while (done < size) {

@@ -22,8 +22,8 @@ ScopedString Wrap(const std::string& text) {
                                                       kCFStringEncodingUTF8, kCFAllocatorNull));
 }
 
-/// As Wrap(), for identifiers and keys. CoreFoundation retains these strings, so the shared bytes
-/// live as long as the process. The set is never destroyed, on purpose.
+/// Returns a string as Wrap() does, for identifiers and keys. CoreFoundation retains these strings,
+/// so the shared bytes live as long as the process. The set is never destroyed, on purpose.
 ScopedString WrapForever(const std::string& name) {
   static auto& names = *new std::set<std::string>;
   return Wrap(*names.insert(name).first);

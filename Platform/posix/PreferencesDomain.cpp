@@ -7,8 +7,8 @@
 
 namespace {
 
-/// The changes of this process that are not flushed, for each file. Never destroyed: a domain may
-/// be used until the process ends.
+/// Returns the pending changes of this process for the file at `path`. The changes are never
+/// destroyed, because a domain can be used until the process ends.
 PropertyList::Changes& Pending(const std::string& path) {
   static auto& pending = *new std::map<std::string, PropertyList::Changes>;
   return pending[path];
@@ -21,7 +21,7 @@ void Change(const std::string& path, const std::string& key,
   }
 }
 
-/// The values of the file, of which `list` was read, with the changes of this process.
+/// Returns the values of `list`, the content of the file at `path`, with the pending changes.
 PropertyList::Contents WithPending(std::optional<PropertyList> list, const std::string& path) {
   PropertyList current = std::move(list).value_or(PropertyList());
   current.Apply(Pending(path));

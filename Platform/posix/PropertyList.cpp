@@ -18,8 +18,8 @@ namespace {
 using pugi::xml_node;
 using std::string_view;
 
-// Every byte of a text stays: references are neither resolved nor made, and line ends stay. Text
-// outside the root element is read, so that such text is not lost unseen.
+// These flags keep every byte of a text, for example references and line ends. Text outside the
+// root element is read, so that the text is not lost.
 constexpr unsigned kReading =
     (pugi::parse_full | pugi::parse_ws_pcdata | pugi::parse_fragment) &
     ~(pugi::parse_escapes | pugi::parse_eol | pugi::parse_wconv_attribute);
@@ -32,8 +32,8 @@ const char kEmptyList[] =
     " \"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
     "<plist version=\"1.0\">\n<dict>\n</dict>\n</plist>\n";
 
-/// Lets an allocation of the XML library fail as all others of this program do. Otherwise a list
-/// would count as damaged, or lose a part, when memory is exhausted.
+/// Makes the XML library allocate with `operator new`, which throws if memory is exhausted.
+/// Otherwise a list could count as damaged, or lose a part, if memory is exhausted.
 [[maybe_unused]] const bool allocatesWithNew = [] {
   pugi::set_memory_management_functions([](std::size_t size) { return ::operator new(size); },
                                         [](void* block) { ::operator delete(block); });
@@ -94,7 +94,8 @@ std::string Encoded(const std::string& text) {
   return encoded;
 }
 
-/// Decimal with a sign, or hexadecimal. A real number may have a fraction and an exponent.
+/// Returns the number in `text`. An integer is decimal with a sign, or hexadecimal. A real number
+/// can have a fraction and an exponent. Returns nothing if the number is no signed 32-bit integer.
 std::optional<int> NumberIn(const std::string& text, bool isInteger) {
   using Limits = std::numeric_limits<int>;
   const bool isHexadecimal = isInteger && text.find_first_of("xX") != std::string::npos;
@@ -120,7 +121,7 @@ PreferencesDomain::Value ValueOf(xml_node element) {
   return {true, isNumber ? NumberIn(*text, isInteger) : std::nullopt, std::nullopt};
 }
 
-/// Gives `element` that type and `text` as the only content.
+/// Gives `element` the type `type`, with `text` as the only content.
 void Fill(xml_node element, const char* type, const std::string& text) {
   element.set_name(type);
   element.remove_attributes();
@@ -147,7 +148,7 @@ bool IsBlank(xml_node node) {
          node.value()[std::strspn(node.value(), " \t\r\n")] == '\0';
 }
 
-/// The elements and texts in `node`, except for white space.
+/// Returns the elements and texts in `node`, without whitespace.
 std::vector<xml_node> PartsOf(xml_node node) {
   std::vector<xml_node> parts;
   for (const xml_node child : node.children()) {
@@ -159,13 +160,13 @@ std::vector<xml_node> PartsOf(xml_node node) {
   return parts;
 }
 
-/// Returns the element of that name in `node`; null unless there is no other part.
+/// Returns the element `name` in `node`; null if `node` has another part, too, or no such element.
 xml_node OnlyPart(xml_node node, const char* name) {
   const std::vector<xml_node> parts = PartsOf(node);
   return parts.size() == 1 && Is(parts[0], name) ? parts[0] : xml_node();
 }
 
-/// Nothing unless keys, each with a text, and values alternate.
+/// Returns the items of `dictionary`. Returns nothing unless keys with a text and values alternate.
 std::optional<std::vector<Item>> ItemsOf(xml_node dictionary) {
   const std::vector<xml_node> parts = PartsOf(dictionary);
   std::vector<Item> items;
@@ -205,9 +206,9 @@ void AddItem(xml_node dictionary, const std::string& key,
   Fill(add(pugi::node_element), value);
 }
 
-/// Accepts a document in UTF-8 without elements too deep, whose bytes the XML library reproduces.
-/// The library writes attributes between double quotes. The library reads comments that XML does
-/// not allow, and writes other comments.
+/// Accepts a document in UTF-8 that has no element below kMostLevels and that the XML library
+/// writes without a change. The library writes attributes between double quotes. The library also
+/// reads comments that XML does not allow, and writes them in another form.
 class Check : public pugi::xml_tree_walker {
  public:
   bool for_each(xml_node& node) override {

@@ -15,43 +15,44 @@
 class PropertyList {
  public:
   using Contents = std::map<std::string, PreferencesDomain::Value>;
-  /// The keys to change, with a new value or, to remove a key, none.
+  /// The keys to change. A key with a value gets this value; a key without a value is removed.
   using Changes = std::map<std::string, std::optional<std::variant<std::string, int>>>;
 
   /// The largest file, in bytes, that is read or written.
   static constexpr std::size_t kLargest = std::size_t{1} << 20;
-  /// The levels of elements below `plist`, of which the dictionary is the first. Removing an
-  /// element recurses.
+  /// The largest depth of elements below `plist`; the dictionary has the depth 1. The limit bounds
+  /// the stack, because the removal of an element is recursive.
   static constexpr int kMostLevels = 100;
 
-  /// An empty dictionary.
+  /// Makes a list without keys.
   PropertyList();
 
   /// Returns the list in `bytes`. Returns nothing if
-  ///  - they are not XML in UTF-8, as far as the XML library can tell, or not written as they were
-  ///    read: a comment with "--" or an attribute with a double quote in it;
-  ///  - there is anything but one `plist` with one `dict`, in which keys and values alternate;
-  ///  - a key is no text, as IsText() says;
-  ///  - there are more than kMostLevels levels.
+  ///  - the XML library cannot read `bytes` as XML in UTF-8, or would write other bytes: for a
+  ///    comment with "--", or an attribute with a double quote;
+  ///  - the root is not one `plist` with one `dict`, in which keys and values alternate;
+  ///  - a key does not satisfy IsText();
+  ///  - an element is deeper than kMostLevels.
   static std::optional<PropertyList> Parse(const std::string& bytes);
 
-  /// Whether a list can hold `text` as a value or a key: any UTF-8 without a zero byte.
+  /// Returns whether a list can hold `text` as a value or a key: `text` is UTF-8 without a zero
+  /// byte.
   static bool IsText(const std::string& text);
 
-  /// The keys with their values; the first value of a key that occurs several times.
+  /// Returns the keys with their values. A key that occurs several times has the first value.
   Contents Values() const;
 
-  /// A changed key keeps the position, and new keys follow the others. If a changed key occurs
-  /// several times, the other values are removed.
+  /// Makes `changes`. A changed key keeps the position, and new keys follow the others. If a
+  /// changed key occurs several times, the other values of the key are removed.
   ///
   /// Requires: every text and key satisfies IsText().
   void Apply(const Changes& changes);
 
-  /// The list as bytes that Parse() reads.
+  /// Returns the list in the form that Parse() reads.
   std::string Print() const;
 
  private:
-  /// Null if the document is no list.
+  /// Returns the root's dictionary; null if the document is no list.
   pugi::xml_node Dictionary() const;
 
   pugi::xml_document document_;

@@ -19,12 +19,12 @@
 
 namespace {
 
-// Both whatever the umask: everybody can read the preferences.
+// These modes do not depend on the umask, so that every user can read the preferences.
 constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kFileMode = 0644;
 constexpr int kCorruptFilesKept = 100;
 
-/// Only a directory that is made here gets the mode.
+/// Makes `path` with missing parents. The mode of an existing directory does not change.
 bool MakeDirectories(const std::string& path) {
   for (std::size_t end = 0; end != std::string::npos;) {
     end = path.find('/', end + 1);
@@ -37,8 +37,9 @@ bool MakeDirectories(const std::string& path) {
   return true;
 }
 
-/// Returns the bytes of the file called `name` in `directory`; of an empty list if the file is
-/// absent; nothing if the file cannot be read or is no regular file. Does not wait for a FIFO.
+/// Returns the bytes of the file `name` in `directory`. Returns the bytes of an empty list if the
+/// file is absent. Returns nothing if the file cannot be read, is too large or is no regular file.
+/// Does not wait for a FIFO.
 std::optional<std::string> Load(int directory, const std::string& name) {
   const Descriptor file(
       openat(directory, name.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
@@ -66,9 +67,10 @@ std::string TemporaryPrefix(const std::string& name) {
   return name + ".tmp-";
 }
 
-/// Removes the temporary files of killed writers, unless another writer has the lock, which ends
-/// with the descriptor and leaves no file. This function can remove the temporary file of a writer
-/// without the lock. That writer then fails: only a complete file is ever renamed.
+/// Removes the temporary files of killed writers, unless another writer has the lock on the
+/// directory. The lock ends with the descriptor, and no lock file exists. This function can remove
+/// the temporary file of a writer that works without the lock. The rename of that writer then
+/// fails.
 void RemoveLeftovers(int directory, const std::string& path, const std::string& name) {
   if (flock(directory, LOCK_EX | LOCK_NB) != 0) {
     return;
@@ -82,7 +84,8 @@ void RemoveLeftovers(int directory, const std::string& path, const std::string& 
   }
 }
 
-/// Synced before the next file takes the name: a power failure must not leave that file alone.
+/// Renames the file `name` to the first free name with ".corrupt". Syncs the rename: after a power
+/// failure, the damaged file exists if the next file `name` exists.
 bool MoveAside(int directory, const std::string& name) {
   std::string aside = name + ".corrupt";
   for (int i = 1; i <= kCorruptFilesKept; ++i) {
@@ -97,17 +100,18 @@ bool MoveAside(int directory, const std::string& name) {
   return false;
 }
 
-/// A name that no other writer uses; empty when the system gives no random numbers.
+/// Returns a name that no other writer uses. Returns an empty string if the system has no random
+/// numbers.
 std::string TemporaryName(const std::string& name) {
   std::uint64_t random = 0;
-  // Not getentropy(), which repeats an interrupted call for ever.
+  // getentropy() would repeat an interrupted call forever.
   if (Uninterrupted([&] { return getrandom(&random, sizeof random, 0); }) != sizeof random) {
     return {};
   }
   return TemporaryPrefix(name) + std::to_string(random);
 }
 
-/// Puts a file of `bytes` in the place of `name`.
+/// Replaces the file `name` by a file with `bytes`.
 bool Replace(int directory, const std::string& name, const std::string& bytes) {
   const std::string temporary = TemporaryName(name);
   const Descriptor file(openat(directory, temporary.c_str(),

@@ -31,7 +31,7 @@ constexpr std::size_t kLocator64Size = 20;
 constexpr std::size_t kSearchedTail = 0xffff;
 constexpr std::uint32_t kIn64Bits = 0xffffffff;
 
-/// Bytes of a file, read as little-endian numbers. Past their end everything is 0.
+/// Bytes of a file, read as little-endian numbers. A number past the end of the bytes is 0.
 class Bytes {
  public:
   explicit Bytes(std::string bytes) : bytes_(std::move(bytes)) {}
@@ -65,7 +65,7 @@ class Bytes {
   std::string bytes_;
 };
 
-/// A file that is open for reading at any place.
+/// A file that is open for reading at any offset.
 class File {
  public:
   explicit File(const std::string& path)
@@ -79,7 +79,7 @@ class File {
 
   std::uint64_t size() const { return size_; }
 
-  /// The bytes from `offset` on: `length`, or as many as there are.
+  /// Returns `length` bytes from `offset` on, or fewer bytes at the end.
   Bytes Read(std::uint64_t offset, std::uint64_t length) const {
     if (offset >= size_) {
       return Bytes({});
@@ -90,7 +90,8 @@ class File {
     if (count < 0) {
       throw Error::FromErrno("read", path_);
     }
-    bytes.resize(static_cast<std::size_t>(count));  // fewer if somebody has cut the file
+    // fewer if another process has truncated the file
+    bytes.resize(static_cast<std::size_t>(count));
     return Bytes(std::move(bytes));
   }
 
@@ -100,13 +101,13 @@ class File {
   std::uint64_t size_ = 0;
 };
 
-/// A part of a file that is read in order and in chunks. The stated size may be anything.
+/// A part of a file that is read in order and in chunks. The part may exceed the file.
 class Stretch {
  public:
   Stretch(const File& file, std::uint64_t begin, std::uint64_t size)
       : file_(file), begin_(begin), size_(size) {}
 
-  /// The bytes from `offset` on: `length`, or as many as there are.
+  /// Returns `length` bytes from `offset` on, or fewer bytes at the end.
   Bytes Read(std::uint64_t offset, std::uint64_t length) {
     constexpr std::uint64_t kChunk = std::uint64_t{64} << 10U;
     length = std::min(length, size_ - std::min(offset, size_));
@@ -126,10 +127,10 @@ class Stretch {
   Bytes chunk_{{}};
 };
 
-/// Where the directory lies, by the end record.
+/// The position of the central directory, from the end of central directory record.
 struct End {
-  std::uint64_t position = 0;  ///< Of the record that counts.
-  std::uint64_t end = 0;       ///< Of the archive.
+  std::uint64_t position = 0;  ///< The position of the record, with Zip64 of the Zip64 record.
+  std::uint64_t end = 0;       ///< The end of the archive.
   std::uint64_t entryCount = 0;
   std::uint64_t directorySize = 0;
   std::uint64_t directoryOffset = 0;
@@ -148,7 +149,7 @@ std::optional<std::uint64_t> FindLast(const File& file, std::uint32_t signature)
   return std::nullopt;
 }
 
-/// Corrects `end` by the Zip64 record, if there is one.
+/// Replaces the values of `end` by the values of the Zip64 record, if the file has this record.
 void ReadEnd64(const File& file, End& end) {
   const auto locator = FindLast(file, kLocator64Signature);
   if (!locator) {
@@ -185,7 +186,7 @@ std::optional<End> FindEnd(const File& file) {
 /// The fields of a local or central header.
 struct Header {
   std::string name;
-  unsigned int version = 0;  ///< Of the format, needed to extract.
+  unsigned int version = 0;  ///< The format's version that the entry needs.
   unsigned int flags = 0;
   unsigned int method = 0;
   std::uint32_t crc32 = 0;
@@ -195,8 +196,8 @@ struct Header {
   bool isZip64Short = false;  ///< The Zip64 field lacks a required number.
 };
 
-/// Replaces the fields that say "see the 64-bit extra field" by those in `extra`, which has them in
-/// this order and leaves out the others. `offset` is null for a local header.
+/// Replaces the fields with the largest 32-bit value by the numbers of the Zip64 field in `extra`.
+/// This field has the replaced numbers only, in this order. `offset` is null for a local header.
 // NOLINTNEXTLINE(readability-non-const-parameter): `offset` is written to, through `value`
 void ReadExtra64(const Bytes& extra, Header& header, std::uint64_t* offset) {
   for (std::size_t field = 0; field + 4 <= extra.size();) {
@@ -216,10 +217,10 @@ void ReadExtra64(const Bytes& extra, Header& header, std::uint64_t* offset) {
   }
 }
 
-/// The fields that a local and a central header share, from `start` on.
+/// Returns the fields that a local and a central header share. They begin at `start`.
 Header ReadHeader(const Bytes& bytes, std::size_t start) {
   Header header;
-  header.version = bytes.At16(start) & 0xffU;  // the other byte is a system
+  header.version = bytes.At16(start) & 0xffU;  // the other byte is the operating system
   header.flags = bytes.At16(start + 2);
   header.method = bytes.At16(start + 4);
   header.crc32 = bytes.At32(start + 10);
@@ -238,7 +239,7 @@ std::uint8_t BitsOf(std::initializer_list<bool> values) {
   return static_cast<std::uint8_t>(bits);
 }
 
-/// The names of the bits that are set; nothing if there is none.
+/// Returns the names of the set bits. Returns nothing if no bit is set.
 std::optional<std::string> NamesOf(unsigned int bits, std::initializer_list<const char*> names) {
   std::optional<std::string> found;
   for (const char* name : names) {
@@ -250,9 +251,10 @@ std::optional<std::string> NamesOf(unsigned int bits, std::initializer_list<cons
   return found;
 }
 
-/// One bit for each field in which the two headers of an entry contradict each other.
+/// Returns one bit for each field in which the two headers of an entry contradict each other.
 std::uint8_t DifferencesOf(const Header& local, const Header& central) {
-  constexpr unsigned int kSizesFollow = 8;     // the data, and a local header may leave them out
+  // the sizes follow the data, and the local header may have 0
+  constexpr unsigned int kSizesFollow = 8;
   constexpr unsigned int kMeaningful = 0x809;  // encrypted, sizes follow, UTF-8
   const bool follow = (local.flags & kSizesFollow) != 0;
   const auto differ = [follow](std::uint64_t inLocal, std::uint64_t inCentral) {
@@ -264,7 +266,7 @@ std::uint8_t DifferencesOf(const Header& local, const Header& central) {
        differ(local.compressedSize, central.compressedSize), differ(local.size, central.size)});
 }
 
-/// One bit for each reason why other readers refuse an entry with that header.
+/// Returns one bit for each reason why other readers refuse an entry with `header`.
 std::uint8_t RefusalsOf(const Header& header) {
   constexpr unsigned int kRefusedFlags = 0x60;  // patch data, strong encryption
   constexpr unsigned int kNewestVersion = 45;   // Zip64
@@ -274,7 +276,7 @@ std::uint8_t RefusalsOf(const Header& header) {
 
 /// Reads the local header of `entry` at the known position, and computes the end of the data.
 void ReadLocal(const File& file, const Header& central, ArchiveLayout::Entry& entry) {
-  // Most names and extra fields fit; a second read is for those that do not.
+  // Most names and extra fields fit. Longer names and fields need a second read.
   constexpr std::size_t kUsual = kLocalSize + 160;
   Bytes bytes = file.Read(entry.begin, kUsual);
   if (bytes.size() < kLocalSize || bytes.At32(0) != kLocalSignature) {
@@ -293,10 +295,11 @@ void ReadLocal(const File& file, const Header& central, ArchiveLayout::Entry& en
   entry.differences = DifferencesOf(local, central);
   entry.refusals |= RefusalsOf(local);
   entry.end = entry.begin + length;
-  entry.end += std::min(central.compressedSize, ~entry.end);  // a stated size may be anything
+  // a sum beyond 64 bits becomes the largest number
+  entry.end += std::min(central.compressedSize, ~entry.end);
 }
 
-/// Reads the directory's entries until their number is reached or there is none.
+/// Reads the entries of the central directory, up to the stated number or up to a damaged entry.
 void ReadDirectory(const File& file, const End& end, ArchiveLayout& layout) {
   Stretch directory(file, layout.directoryBegin, end.directorySize);
   std::uint64_t next = 0;

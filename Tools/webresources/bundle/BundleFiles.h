@@ -13,7 +13,7 @@ struct BundleFiles {
   std::string directory;  ///< The Resources directory, without a trailing "/".
   std::string package;    ///< The path of the package.
   std::string metadata;   ///< The path of the metadata.
-  /// The path of the installer; nothing if a Contents or Resources directory was given.
+  /// The path of the installer. Absent if the given path is a Contents or Resources directory.
   std::optional<std::string> program;
 };
 
@@ -25,8 +25,8 @@ BundleFiles FindBundleFiles(std::string path);
 /// Throws UsageError if the directory at `path` is not a bundle: there is no Contents/Resources.
 void RequireBundle(const std::string& path);
 
-/// Returns a finding if `files` belong to a bundle whose installer is missing, no regular file or
-/// not executable.
+/// Returns a finding if the bundle's installer is missing, no regular file or not executable.
+/// Returns none if `files.program` is absent.
 Findings FindInProgram(const BundleFiles& files);
 
 }  // namespace webresources

@@ -19,7 +19,7 @@ namespace webresources {
 
 namespace {
 
-/// The scanner is recursive and does not limit the nesting, so this does: each level takes stack.
+/// The scanner is recursive and has no limit for the nesting. This limit bounds the stack.
 constexpr int kContainersRead = 1000;
 
 /// Returns the answer of one query; nothing if the query aborts the run.
@@ -42,7 +42,7 @@ Metadata::RunOutcome OutcomeOf(const Metadata& metadata) {
   return metadata.regenerate ? Metadata::RunOutcome::Complete : Metadata::RunOutcome::AllButRandom;
 }
 
-/// The content of a text for a reader of standard JSON, to compare with the installer's result.
+/// The result of a standard JSON parser, for a comparison with the installer's result.
 struct StandardReading {
   explicit StandardReading(const std::string& text) {
     std::set<std::string> seen;
@@ -60,10 +60,10 @@ struct StandardReading {
     }
   }
 
-  /// The number of the member `name`; nothing if that is no number.
+  /// Returns the number of the member `name`. Returns nothing if the member is no number.
   std::optional<double> Number(const char* name) const {
     const auto member = json.find(name);
-    // The installer has read a number there.
+    // The installer has read the member as a number.
     if (member == json.end() || !member->is_number()) {  // GCOVR_EXCL_BR_LINE
       return std::nullopt;
     }
@@ -157,7 +157,7 @@ class MetadataFinder {
     }
   }
 
-  /// The scanner lets large integers wrap around, and the result may fit 32 bits.
+  /// Large integers wrap around in the scanner, and the result may fit 32 bits.
   void FindMisreading(const StandardReading& standard, int updateId) {
     const std::optional<double> written = standard.Number("updateid");
     if (written && *written != updateId) {

@@ -8,13 +8,13 @@
 
 namespace webresources {
 
-/// The effect of a metadata file on a run. The answers come from the installer's MetadataHelper.
+/// The effect of a metadata file on a run. The values come from the installer's MetadataHelper.
 struct Metadata {
-  /// How far a run gets on a machine where everything else succeeds.
+  /// The end of a run on a host where everything else succeeds.
   enum class RunOutcome {
     Nothing,       ///< Aborts before anything is written.
     Extracted,     ///< Aborts when the new directory is filled and recorded; nothing is deleted.
-    AllButRandom,  ///< Aborts before the random identifier is settled.
+    AllButRandom,  ///< Aborts before the decision on the random identifier.
     Complete,      ///< Exits with 0.
   };
 
@@ -27,8 +27,8 @@ struct Metadata {
   Findings findings;  ///< Defects and surprises in the file.
 };
 
-/// Reads the metadata file at `path`. A file that is missing is a finding. Throws Error if the file
-/// cannot be read, or nests deeper than the installer's stack is sure to hold.
+/// Reads the metadata file at `path`. A missing file is a finding. Throws Error if the file cannot
+/// be read, or has more than 1,000 arrays and objects: the installer's stack might overflow.
 Metadata ReadMetadata(const std::string& path);
 
 /// Adds the findings about the update number of a metadata file.

@@ -37,7 +37,7 @@ struct Place {
   bool IsDirectory() const { return (mode & S_IXUSR) != 0; }
 };
 
-/// Returns the product's places or those of the host, the outermost directory first.
+/// Returns the product's places or the host's places, the outermost directory first.
 std::vector<Place> PlacesOf(const std::string& hostRoot, Places which) {
   const bool isOfHost = which == Places::Host;
   constexpr mode_t kEntered = 0711;  // other users need not read the names

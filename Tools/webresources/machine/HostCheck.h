@@ -45,7 +45,7 @@ struct HostState {
 };
 
 /// Reads the installation and the receipt of the host mounted at `hostRoot`, each once. The only
-/// findings are those of a damaged receipt. Throws Error if a file or the record cannot be read.
+/// finding is a damaged receipt. Throws Error if a file or the record cannot be read.
 HostState ReadHost(const std::string& hostRoot);
 
 /// Adds the findings of a comparison of the host with its receipt; without a usable receipt, the

@@ -28,7 +28,7 @@ std::uint64_t BytesToCopy(const BundleFiles& files) {
   for (const std::string& path : {files.package, files.metadata, files.program.value_or("")}) {
     struct stat status = {};
     if (stat(path.c_str(), &status) == 0) {
-      constexpr std::uint64_t kUnit = 512;  // of st_blocks
+      constexpr std::uint64_t kUnit = 512;  // the unit of st_blocks
       const std::uint64_t taken = static_cast<std::uint64_t>(status.st_blocks) * kUnit;
       bytes += std::min(taken, RoundedUp(static_cast<std::uint64_t>(status.st_size)));
     }
@@ -171,7 +171,7 @@ Findings FindBeforeCopy(const HostOptions& options, const Installation& installa
   Findings findings;
   FindInStart(*files.program, options, findings);
   // The sizes come from the central directory: one pass, and no tree.
-  std::uint64_t bytes = kBlock;  // of the top
+  std::uint64_t bytes = kBlock;  // for the new directory
   std::uint64_t count = 1;
   PackageReader package(files.package);
   for (std::uint64_t content = 0; package.Next(); ++count) {

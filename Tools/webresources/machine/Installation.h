@@ -22,7 +22,7 @@ struct HostOptions {
   bool allowsDowngrade = false;  ///< Install over a newer update.
   bool isDryRun = false;         ///< Change nothing.
   std::chrono::seconds wait{0};  ///< The longest wait for another installation.
-  Limits limits = {};            ///< Of the bundle's package.
+  Limits limits = {};            ///< The limits for the bundle's package.
 };
 
 /// The installation of a host: the record, and the names under the install root. ReadTree() reads

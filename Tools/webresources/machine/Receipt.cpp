@@ -179,7 +179,8 @@ class Parser {
 
   Json json_;
   FileTree tree_;
-  std::set<std::string> members_[kItemDepth + 2];  ///< Of the open object at each depth.
+  /// The members of the open object at each depth.
+  std::set<std::string> members_[kItemDepth + 2];
 };
 
 }  // namespace

@@ -14,12 +14,12 @@ namespace webresources {
 /// The content that `install` left on a host, in one JSON file beside the install root. The
 /// installer does not know the receipt: a run without `install` leaves the receipt out of date.
 struct Receipt {
-  bool isBegun = false;       ///< From the start of the installer to a successful verification.
+  bool isBegun = false;       ///< True from the start of the installer to a successful check.
   int updateId = 0;           ///< The update number of the bundle.
   std::string packageSha256;  ///< The digest in hexadecimal; empty if `isBegun`.
   FileTree tree;              ///< The installed tree, with digests and modes; empty if `isBegun`.
   std::string time;           ///< The time of the writing, in UTC and ISO 8601.
-  bool isOwnersOwn = true;    ///< Whether the owner is root or OwnerOf() the host.
+  bool isOwnersOwn = true;    ///< The file's owner passes IsTrustedOwner().
 };
 
 /// Returns the path of the receipt of the host mounted at `hostRoot`.

@@ -19,10 +19,10 @@ namespace {
 
 constexpr std::size_t kChunk = 65536;
 constexpr std::uint64_t kLargestArchive = 0xffffffff;
-constexpr std::uint64_t kSizeOfZip64 = 0xffffffff;  // the first that takes the fields of Zip64
+constexpr std::uint64_t kSizeOfZip64 = 0xffffffff;  // the smallest size that needs Zip64
 constexpr std::uint64_t kEntriesOfZip64 = 0xffff;
 
-constexpr unsigned int kVersion = 20;  // of the format: directories and deflated data
+constexpr unsigned int kVersion = 20;  // the format's version with directories and deflated data
 constexpr unsigned int kVersionZip64 = 45;
 constexpr unsigned int kSystemUnix = 3U << 8U;
 constexpr unsigned int kFileAttributes = 0100644U << 16U;
@@ -73,7 +73,7 @@ struct ArchiveWriter::Source {
 struct ArchiveWriter::Entry {
   const std::string& name;
   unsigned int attributes = 0;
-  std::uint64_t offset = 0;  ///< Of the local header.
+  std::uint64_t offset = 0;  ///< The position of the local header.
   std::uint64_t size = 0;
   std::uint64_t packedSize = 0;
   std::uint32_t crc32 = 0;
@@ -95,7 +95,7 @@ struct ArchiveWriter::Entry {
   }
 
  private:
-  /// The part that the two headers share.
+  /// Returns the part that the two headers share.
   std::string Common(unsigned int time, std::uint64_t packed, const std::string& extra) const {
     return LittleEndian({{isZip64() ? kVersionZip64 : kVersion, 2},
                          {IsAscii(name) ? 0 : kUtf8Flag, 2},
@@ -149,7 +149,8 @@ void ArchiveWriter::AddFile(const std::string& name, const std::string& path, st
   if (isStored) {
     GoBackTo(begin);
   }
-  // In any case: a change during the first reading can give bytes that the file never held.
+  // Also for deflated data: a change during the first reading can give bytes that the file never
+  // had.
   const std::uint32_t again = Read(source, [this, isStored](const char* bytes, std::size_t length) {
     Append({bytes, isStored ? length : 0});
   });
@@ -182,7 +183,7 @@ void ArchiveWriter::Close() {
   end += "PK\5\6" +
          LittleEndian({{0, 2}, {0, 2}, {count, 2}, {count, 2}, {size, 4}, {offset, 4}, {0, 2}});
   Append(end);
-  // Deflated data that was given up can reach beyond the end.
+  // Deflated data that stored data has replaced can reach beyond the end.
   Require(Uninterrupted([&] { return ftruncate(file_, static_cast<off_t>(position_)); }) == 0);
 }
 
@@ -202,7 +203,7 @@ std::uint32_t ArchiveWriter::Read(const Source& source, Take take) const {
 }
 
 void ArchiveWriter::Deflate(const char* bytes, std::size_t length) {
-  // zlib does not write there.
+  // zlib does not write to the input.
   deflater_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(bytes));
   deflater_.avail_in = static_cast<unsigned int>(length);
   do {

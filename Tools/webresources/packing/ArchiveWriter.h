@@ -17,12 +17,13 @@ namespace webresources {
 class ArchiveWriter {
  public:
   struct Options {
-    /// The time of all entries, since 1970 in UTC. The format rounds the time down to even seconds
-    /// and holds 1980 to 2107 only.
+    /// The time of all entries, in seconds since 1970 in UTC. The format has only even seconds: a
+    /// time is rounded down. A time outside the years 1980 to 2107 becomes the first or the last
+    /// time of the format.
     std::int64_t seconds = 0;
 
-    /// Called for each chunk that is read, with the path of the file and the number of bytes.
-    /// Every file is read twice. An exception ends the packing.
+    /// Called for each chunk that is read, with the path of the file and the number of bytes. Every
+    /// file is read twice. An exception of `onRead` ends the packing.
     std::function<void(const std::string& path, std::size_t bytes)> onRead = [](const std::string&,
                                                                                 std::size_t) {};
   };
@@ -38,7 +39,7 @@ class ArchiveWriter {
   void AddDirectory(const std::string& name);
 
   /// Adds the file at `path` under `name`, deflated or stored, whichever is smaller. Throws Error
-  /// also if the file has not `size` bytes, or changes meanwhile.
+  /// also if the file has another size than `size`, or changes during the call.
   void AddFile(const std::string& name, const std::string& path, std::uint64_t size);
 
   /// Completes the archive. Nothing can be added afterwards. Throws Error also if the archive has
@@ -54,21 +55,21 @@ class ArchiveWriter {
   template <typename Take>
   std::uint32_t Read(const Source& source, Take take) const;
 
-  /// Adds the result of deflating `length` bytes; with the length 0, the end of the data.
+  /// Deflates `length` bytes and appends the result. The length 0 ends the data.
   void Deflate(const char* bytes, std::size_t length);
 
   void AddToDirectory(const Entry& entry);
   void Append(std::string_view bytes);
-  /// Lets the next bytes replace those from `position` on.
+  /// The next Append() writes at `position`, over the bytes there.
   void GoBackTo(std::uint64_t position);
-  /// Throws Error unless `isDone`, with the reason in errno.
+  /// Throws Error with the reason in errno if `isDone` is false.
   void Require(bool isDone) const;
 
   const int file_;
   const std::string path_;
   const Options options_;
-  const unsigned int time_;     ///< The time of all entries, in the format's form.
-  std::uint64_t position_ = 0;  ///< In the file: the end of the archive so far.
+  const unsigned int time_;     ///< The time of all entries, in the form of DOS.
+  std::uint64_t position_ = 0;  ///< The end of the archive so far, in the file.
   std::string directory_;       ///< The central headers of the entries.
   std::uint64_t entryCount_ = 0;
   z_stream deflater_ = {};

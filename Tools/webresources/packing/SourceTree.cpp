@@ -20,10 +20,10 @@ namespace webresources {
 
 namespace {
 
-/// Components that begin and end in certain ways, and who leaves such files behind.
+/// Components with a certain begin and end, and the program that makes such files.
 struct Junk {
   std::string_view begin;
-  std::string_view end;  ///< Without data if the component is `begin` and nothing else.
+  std::string_view end;  ///< Without data if the component must equal `begin`.
   const char* owner;
 
   bool Is(std::string_view component) const {
@@ -203,7 +203,7 @@ class Collector {
 
   const Selection& selection_;
   SourceTree tree_;
-  std::set<std::pair<dev_t, ino_t>> above_;  ///< The directories that are being listed.
+  std::set<std::pair<dev_t, ino_t>> above_;  ///< The directories above the current entry.
 };
 
 }  // namespace

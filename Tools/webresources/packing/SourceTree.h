@@ -10,31 +10,31 @@
 
 namespace webresources {
 
-/// The selection of the files of a directory for a package. A glob without "/" is compared with
-/// the name of a file or directory, every other glob with the path. "*" also matches "/".
+/// The selection of the files of a directory for a package. A glob is compared with the path of a
+/// file or directory. A glob without "/" is also compared with the name. "*" also matches "/".
 struct Selection {
-  std::vector<std::string> kept;      ///< Globs: packed although they are junk.
-  std::vector<std::string> excluded;  ///< Globs: not packed.
+  std::vector<std::string> kept;      ///< Globs of junk that is packed.
+  std::vector<std::string> excluded;  ///< Globs of entries that are not packed.
   std::vector<std::string> required;  ///< Paths of files that must be packed.
-  bool followLinks = false;           ///< Pack the targets of symbolic links, or refuse links.
+  bool followLinks = false;           ///< True: pack the targets of links. False: refuse links.
 };
 
 /// The contents of a directory that is to be packed.
 struct SourceTree {
   struct Item {
-    std::string name;  ///< In the package: a directory's ends in "/".
-    std::string path;  ///< On the disk.
+    std::string name;  ///< The name in the package. A directory has a "/" at the end.
+    std::string path;  ///< The path on the disk.
     bool isDirectory;
-    std::uint64_t size;  ///< Of a file, in bytes.
+    std::uint64_t size;  ///< The size of a file in bytes.
   };
   struct LeftOut {
     std::string name;
     std::string reason;
   };
 
-  std::vector<Item> items;       ///< In the order of the bytes of their names.
+  std::vector<Item> items;       ///< Sorted by the bytes of the names.
   std::vector<LeftOut> leftOut;  ///< Excluded files, and junk.
-  std::uint64_t bytes = 0;       ///< Of all files together.
+  std::uint64_t bytes = 0;       ///< The size of all files together.
   Findings refused;              ///< The reasons why no correct installation is possible.
 };
 

@@ -19,10 +19,11 @@ struct BundleInspection {
   Metadata metadata;
   bool isRead = true;     ///< False if the package exceeds the limits.
   Prediction prediction;  ///< The result of a run; empty if `isRead` is false.
-  Findings findings;      ///< Of the package, then of the metadata.
+  Findings findings;      ///< The defects of the package, then of the metadata.
 };
 
-/// Predicts the result of a run for `package`, which has that extent, and may do more.
+/// Predicts the result of a run for `package`, which has the extent `extent`. The function may also
+/// extract the package.
 using PackageReading =
     std::function<Prediction(PackageReader& package, const PackageExtent& extent)>;
 
@@ -32,8 +33,8 @@ using PackageReading =
 BundleInspection InspectBundle(const std::string& path, const Limits& limits,
                                const PackageReading& read);
 
-/// Does the same and stores the tree that a run leaves, with SHA-256 digests, through `tree`. Reads
-/// the data of each entry once. The result has no prediction.
+/// Inspects the bundle at `path` in the same way. Stores the tree that a run makes, with SHA-256
+/// digests, through `tree`. Reads the data of each entry once. `prediction` stays empty.
 BundleInspection InspectBundle(const std::string& path, const Limits& limits, FileTree* tree);
 
 }  // namespace webresources

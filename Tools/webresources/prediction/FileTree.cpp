@@ -27,7 +27,7 @@ FileItem::Type TypeOf(mode_t mode) {
                          : FileItem::Type::Other;
 }
 
-/// Returns the entry at a path; nothing if the entry has disappeared.
+/// Returns the entry at `path` below `directory`. Returns nothing if the entry has disappeared.
 std::optional<FileItem> Look(const std::string& directory, const std::string& path) {
   struct stat status = {};
   if (lstat((directory + "/" + path).c_str(), &status) != 0) {

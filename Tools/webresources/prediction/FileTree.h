@@ -13,28 +13,28 @@
 
 namespace webresources {
 
-/// One file, directory or other thing of a tree.
+/// One file, directory or other entry of a tree.
 struct FileItem {
   enum class Type {
     Directory,
     File,   ///< A regular file.
-    Other,  ///< A link, a FIFO, a device: nothing that a run leaves.
+    Other,  ///< A link, a FIFO or a device. A run makes no such entry.
   };
 
   std::string path;  ///< Relative to the top, without a trailing "/"; "." is the top itself.
   Type type = Type::Directory;
-  std::uint64_t size = 0;                ///< Of a file, in bytes.
-  std::optional<Sha256::Digest> sha256;  ///< Of the content of a file; none if unknown.
-  std::optional<std::uint32_t> crc32;    ///< The same, for comparisons that trust both sides.
-  std::optional<unsigned int> mode;      ///< The permission bits, set-user-ID and so on included.
-  std::optional<unsigned int> owner;     ///< The user's number; none if any will do.
+  std::uint64_t size = 0;                ///< The size of a file in bytes.
+  std::optional<Sha256::Digest> sha256;  ///< The digest of a file; absent if unknown.
+  std::optional<std::uint32_t> crc32;    ///< The checksum of a file; absent if unknown.
+  std::optional<unsigned int> mode;      ///< The permission bits and the set-ID and sticky bits.
+  std::optional<unsigned int> owner;     ///< The user's number; absent if every owner is correct.
 };
 
 /// A tree of files: the top and all entries below, sorted by the bytes of the paths. The same model
 /// serves a package, a directory on the disk and a receipt, so that Compare() compares any two.
 using FileTree = std::vector<FileItem>;
 
-/// The modes that a run under a umask of 022 gives.
+/// The modes that a run sets under a umask of 022.
 constexpr unsigned int kDirectoryMode = 0755;
 constexpr unsigned int kFileMode = 0644;
 
@@ -53,26 +53,27 @@ class EntryDigests {
 
   Sha256 hash_;
   std::optional<std::size_t> current_;  ///< The entry whose data is in `hash_`.
-  std::deque<std::pair<std::size_t, Sha256::Digest>> digests_;  ///< In the order of entries.
+  /// Sorted by the index of the entry.
+  std::deque<std::pair<std::size_t, Sha256::Digest>> digests_;
 };
 
 /// Returns the tree that a run makes from a package, with CRC-32 checksums and, if given,
-/// `digests`. The modes are those under a umask of 022. There are no owners.
+/// `digests`. The modes are the modes under a umask of 022. The owners are absent.
 FileTree TreeOf(const Prediction& prediction, EntryDigests* digests = nullptr);
 
 enum class Checksum { Sha256, Crc32, None };
 
 /// Returns the tree at the directory `directory`, with the requested checksum of each file, modes
 /// and owners. If a tree is `expected`, only its files of the same size are read; the other files
-/// have no checksum. No link is followed, and only regular files are opened. Leaves out entries
-/// that disappear meanwhile. Throws Error if an entry cannot be read.
+/// have no checksum. No link is followed, and only regular files are opened. Omits entries that
+/// disappear during the call. Throws Error if an entry cannot be read.
 FileTree ReadTree(const std::string& directory, Checksum checksum,
                   const FileTree* expected = nullptr);
 
-/// The bytes of all files of `tree`.
+/// Returns the size of all files of `tree` together, in bytes.
 std::uint64_t BytesOf(const FileTree& tree);
 
-/// How many files `tree` has.
+/// Returns the number of files of `tree`.
 std::size_t FilesOf(const FileTree& tree);
 
 }  // namespace webresources

@@ -19,11 +19,13 @@ namespace webresources {
 
 namespace {
 
-/// No deflated byte becomes more: a match of 258 bytes takes at least two bits.
+/// One deflated byte gives at most this number of bytes: a match of 258 bytes takes at least two
+/// bits.
 constexpr std::uint64_t kLargestRatio = 1032;
 
-/// Returns the largest number of bytes that reading `entry` of a package of `fileSize` bytes takes:
-/// compressed or not, whichever is more. The stated size and the size of the file are limits.
+/// Returns the largest number of bytes that the installer reads or writes for `entry`: the larger
+/// of compressed size and size. The stated sizes and `fileSize`, the size of the package, are
+/// limits.
 std::uint64_t WorkOf(const PackageEntry& entry, std::uint64_t fileSize) {
   if (entry.kind != PackageEntry::Kind::File) {
     return 0;
@@ -34,13 +36,13 @@ std::uint64_t WorkOf(const PackageEntry& entry, std::uint64_t fileSize) {
   return std::max(data, output);
 }
 
-/// Counts each directory once that an entry called one of `names` asks for.
+/// Returns the number of different directories in `names`.
 std::uint64_t CountDirectories(std::vector<std::string> names) {
   std::sort(names.begin(), names.end());
   std::uint64_t count = 0;
   std::string before;
   for (std::string& name : names) {
-    // A directory that both names ask for is in the part that they share.
+    // The directories of both names are in the common beginning of the two names.
     const auto rest = std::mismatch(name.begin(), name.end(), before.begin(), before.end()).first;
     count += static_cast<std::uint64_t>(std::count(rest, name.end(), '/'));
     before = std::move(name);
@@ -106,8 +108,8 @@ namespace {
 constexpr unsigned long kStored = 0;
 constexpr unsigned long kDeflated = 8;
 
-/// Web content shrinks to a tenth, repetitive data to a hundredth. An entry of at least this size
-/// that shrinks more was most likely made to fill disks.
+/// Compression makes web content ten times smaller, and repetitive data a hundred times. A large
+/// entry with a higher ratio is most likely a zip bomb.
 constexpr std::uint64_t kRatioLimit = 200;
 constexpr std::uint64_t kRatioFrom = 1U << 20U;  // in bytes
 
@@ -204,7 +206,8 @@ class PackageFinder {
       if (!entry.HasUtf8Flag()) {
         AddHere(kNameUnflagged, "its name is UTF-8, but the entry has no flag that says so");
       }
-    } else if (entry.kind != EntryKind::NameTooLong) {  // cut, perhaps in a character's middle
+      // a truncated name can end inside a character
+    } else if (entry.kind != EntryKind::NameTooLong) {
       AddHere(kNameNotUtf8, "its name is not UTF-8, which a volume may refuse");
     }
   }
@@ -281,7 +284,7 @@ class PackageFinder {
     return prediction_.entries[index].name;
   }
 
-  /// Only names in one directory can collide.
+  /// Only names in the same directory can collide.
   void FindCollisions(const PredictedTree::Node& directory, const std::string& prefix) {
     std::vector<std::string> paths;
     for (const auto& [name, node] : directory.children) {
@@ -375,7 +378,7 @@ Findings FindInPackage(const std::string& path, const Prediction& prediction) {
     return findings;
   }
   const std::optional<ArchiveLayout> layout = ReadArchiveLayout(path);
-  // The zip library does not open an archive that has an end record and nothing else.
+  // The zip library does not open an archive that has only the end of central directory record.
   const bool isEmptyArchive = layout && layout->entryCount == 0 && layout->missingBytes == 0;
   if (!layout || (!prediction.isOpened && !isEmptyArchive)) {
     Add(findings, kPackageUnreadable, kPackageFileName,

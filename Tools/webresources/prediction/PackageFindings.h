@@ -17,33 +17,33 @@ namespace webresources {
 struct Limits {
   /// The largest content, in bytes. `pack` makes no package that exceeds the default.
   std::uint64_t maxSize = std::uint64_t{4} << 30U;
-  /// The largest number of directories. One entry can ask for 255 of them, and each costs memory
-  /// and time.
+  /// The largest number of directories. One entry can need 255 directories, and each directory
+  /// costs memory and time.
   std::uint64_t maxDirectories = 1000000;
 };
 
 /// The work that a package can cause at most, by the central directory.
 struct PackageExtent {
-  std::uint64_t bytes = 0;  ///< That the installer reads or writes for all entries together.
-  /// Directories that the entries ask for, each counted once. A name with "." or ".." components
-  /// can count more.
+  std::uint64_t bytes = 0;  ///< The bytes that the installer reads or writes.
+  /// The number of different directories in the names of the entries. A name with "." or ".."
+  /// components can count some directories several times.
   std::uint64_t directories = 0;
 };
 
-/// Returns the extent of the package at `path`, of nothing if the package is missing or cannot be
-/// opened. Reads the directory of the package, no data.
+/// Returns the extent of the package at `path`. A missing or unreadable package has the extent 0.
+/// Reads the central directory, and no data.
 PackageExtent ExtentOf(const std::string& path);
 
 /// Returns the findings that forbid to read the package at `path`: the `extent` exceeds `limits`.
-/// Adds whether entries share data, and whether their number is wrong. Returns no findings if the
-/// package is within bounds. Requires: Predict() of a package of unknown origin comes afterwards.
-/// Throws Error if the package cannot be read.
+/// If the package exceeds `limits`, also returns the findings about shared data and about a wrong
+/// number of entries. Returns no findings if the package is within the limits. Call this function
+/// before Predict() for a package of unknown origin. Throws Error if the package cannot be read.
 Findings FindOutOfBounds(const std::string& path, const PackageExtent& extent,
                          const Limits& limits);
 
 /// Returns the defects of the package at `path`: of the archive as a whole, of each entry, and of
-/// entries together. `prediction` is the result of a run. A missing package is a finding. Reads the
-/// central directory, and no data. Throws Error if the package cannot be read.
+/// several entries together. `prediction` is the result of a run. A missing package is a finding.
+/// Reads the central directory, and no data. Throws Error if the package cannot be read.
 Findings FindInPackage(const std::string& path, const Prediction& prediction);
 
 /// Returns the reason why the installer skips `entry`, or installs other bytes, for people. Returns

@@ -19,7 +19,7 @@ using Failure = PredictedTree::Failure;
 
 namespace {
 
-/// Moves `*node` to the entry called `component` of that directory.
+/// Moves `*node`, a directory, to the entry called `component` of the directory.
 Failure Step(const std::string& component, PredictedTree::Node** node) {
   if (!(*node)->isDirectory) {
     return Failure::NotADirectory;
@@ -88,7 +88,7 @@ Failure PredictedTree::Add(const std::string& path, bool isDirectory, Node** add
   *added = directory;
   const Failure step = Step(name, added);
   if (step == Failure::None) {
-    return Failure::Exists;  // "." and "..", and a file where "name/" asks for a directory
+    return Failure::Exists;  // for "." and "..", and for "name/" if "name" is a file
   }
   if (step != Failure::Missing) {
     return step;
@@ -128,7 +128,7 @@ EntryPrediction Describe(const PackageReader& package) {
   prediction.kind = entry.kind;
   prediction.name = entry.name;
   prediction.nameLength = static_cast<std::uint32_t>(entry.nameLength);
-  prediction.flags = static_cast<std::uint16_t>(entry.flags);  // 16 bits in the format
+  prediction.flags = static_cast<std::uint16_t>(entry.flags);  // the format has 16 bits
   prediction.method = static_cast<std::uint16_t>(entry.method);
   prediction.isLink = IsLink(entry);
   prediction.compressedSize = entry.compressedSize;
@@ -169,7 +169,7 @@ class Predictor {
  private:
   void PredictDirectory(EntryPrediction& entry) {
     const Failure failure = EnsureDirectoryExists(prediction_.tree, entry.name);
-    // "a//" and "a/./" are made on the way to a failure.
+    // For "a//" and "a/./", the directory exists although the function fails.
     PredictedTree::Node* made = nullptr;
     if (prediction_.tree.Find(entry.name, &made) == Failure::None) {
       entry.action = EntryPrediction::Action::MakeDirectory;
@@ -218,7 +218,7 @@ class Predictor {
     }
     file.writer = index;
     file.size = entry.size;
-    // The library has compared complete data with the checksum that the directory states.
+    // The library has compared complete data with the checksum in the central directory.
     file.crc32 = entry.end == EntryData::End::Complete ? package_.entry().crc32 : ChecksumOfData();
   }
 

@@ -20,31 +20,32 @@ namespace webresources {
 /// nodes belong to the tree and live as long.
 class PredictedTree {
  public:
-  /// Why an operation cannot be done.
+  /// The reason of a failed operation.
   enum class Failure { None, Missing, NotADirectory, IsADirectory, Exists, ComponentTooLong };
 
   /// One directory or file.
   struct Node {
     bool isDirectory = true;
-    bool hasEntry = false;   ///< Of a directory: an entry names exactly this path.
-    Node* parent = nullptr;  ///< The directory; the root's is itself.
-    std::map<std::string, std::unique_ptr<Node>> children;  ///< Of a directory, by name.
+    bool hasEntry = false;   ///< A directory only: an entry has exactly this path.
+    Node* parent = nullptr;  ///< The directory above; the root for the root.
+    /// The entries of a directory, by name.
+    std::map<std::string, std::unique_ptr<Node>> children;
 
-    // Of a file.
+    // The members of a file.
     std::optional<std::size_t> writer;  ///< The index of the entry with the data.
     std::uint64_t size = 0;             ///< In bytes.
-    std::uint32_t crc32 = 0;            ///< Of the data.
+    std::uint32_t crc32 = 0;            ///< The checksum of the data.
   };
 
   PredictedTree() { root_->parent = root_.get(); }
 
   const Node& root() const { return *root_; }
 
-  /// Whether there is anything at `path`.
+  /// Returns whether the tree has an entry at `path`.
   bool Exists(const std::string& path) const;
 
-  /// Stores the node at `path` through `found`. Returns None, or why there is none; `found` is then
-  /// not meaningful.
+  /// Stores the node at `path` through `found`. Returns Failure::None, or the reason of the
+  /// failure; `*found` is then unspecified.
   Failure Find(const std::string& path, Node** found) const;
 
   /// Makes the last component of `path` in an existing directory, as mkdir() does.
@@ -71,9 +72,9 @@ struct EntryPrediction {
 
   PackageEntry::Kind kind = PackageEntry::Kind::Unreadable;
   bool isLink = false;               ///< A symbolic link, as Unix packers store it.
-  std::uint16_t flags = 0;           ///< Of the format: see IsEncrypted() and HasUtf8Flag().
-  std::uint16_t method = 0;          ///< Of compression.
-  std::uint32_t nameLength = 0;      ///< In bytes, as stored.
+  std::uint16_t flags = 0;           ///< See IsEncrypted() and HasUtf8Flag().
+  std::uint16_t method = 0;          ///< The method of compression.
+  std::uint32_t nameLength = 0;      ///< The stored length in bytes.
   std::string name;                  ///< Up to the first zero byte, at most 511 bytes.
   std::uint64_t compressedSize = 0;  ///< In bytes.
   std::uint64_t statedSize = 0;      ///< In bytes.
@@ -81,12 +82,13 @@ struct EntryPrediction {
   // The result of the installer.
 
   Action action = Action::Skip;
-  /// Why a directory or file cannot be made. None if it can, or if the installer does not try.
+  /// The reason why the directory or file cannot be made. None after a success, or if the installer
+  /// does not try.
   PredictedTree::Failure failure = PredictedTree::Failure::None;
-  DataEnd end = DataEnd::Unread;          ///< How the data of a file ends.
+  DataEnd end = DataEnd::Unread;          ///< The end of the data of a file.
   bool isOpened = false;                  ///< Whether the data of a file can be opened.
-  bool isRepeated = false;                ///< The directory was announced before.
-  std::uint64_t size = 0;                 ///< How many bytes of the data can be read.
+  bool isRepeated = false;                ///< An earlier entry makes the directory.
+  std::uint64_t size = 0;                 ///< The number of bytes that can be read.
   std::optional<std::size_t> replacedBy;  ///< The index of a later entry that writes the same file.
 
   bool IsEncrypted() const { return (flags & 1U) != 0; }
@@ -96,9 +98,10 @@ struct EntryPrediction {
 /// The result of the extraction of a package into an empty directory, on a file system that
 /// distinguishes names by their bytes.
 struct Prediction {
-  bool isOpened = false;                ///< If false, the installer treats the package as missing.
-  std::uint64_t entryCount = 0;         ///< As stated in the package.
-  std::deque<EntryPrediction> entries;  ///< May be fewer than stated. Grows without being copied.
+  bool isOpened = false;         ///< If false, the installer treats the package as missing.
+  std::uint64_t entryCount = 0;  ///< The number that the package states.
+  /// Can have fewer than `entryCount` elements. A deque grows without copies of the elements.
+  std::deque<EntryPrediction> entries;
   PredictedTree tree;
 };
 
@@ -106,19 +109,21 @@ struct Prediction {
 using PortionSink = std::function<void(std::size_t entry, const char* bytes, std::size_t length)>;
 
 /// Predicts the result of the extraction of `package`. Reads the data of each entry once, and
-/// passes the data to `sink`, if there is one. Damaged data is read a second time, for the
-/// checksum. Shows the progress as a part of `bytes`, the size of all entries. Memory grows with
-/// the number of entries, not with their size. Throws Error if the user stops the command; see
-/// CatchInterruptions(). Requires: no entry of `package` has been read.
+/// passes the data to `sink`, if there is one. Damaged data is read again for the checksum, because
+/// the package has no correct checksum for the readable bytes. Shows the progress as a part of
+/// `bytes`, the size of all entries. Memory grows with the number of entries, not with their size.
+/// Throws Error if the user stops the command; see CatchInterruptions(). Requires: no entry of
+/// `package` has been read.
 Prediction Predict(PackageReader& package, std::uint64_t bytes, const PortionSink& sink = {});
 
-/// Predicts the tree from the directory of `package` alone: reads no data and takes each file for
-/// complete, with the size that the directory states.
+/// Predicts the tree from the central directory of `package` alone. Reads no data: each file counts
+/// as complete, and has the size in the central directory.
 Prediction PredictOutline(PackageReader& package);
 
-/// Does the same while the installer extracts `package` to `directory`. Data that the extraction
-/// reads is not read again: the prediction takes size and checksum from there and decides the rest
-/// independently. Throws Error if the directory cannot be made, or as Predict() does.
+/// Predicts as Predict() does, while the installer's code extracts `package` to `directory`. The
+/// sizes come from the extraction, and only damaged data is read again. The prediction decides
+/// everything else itself. Throws Error if the directory cannot be made, or if the user stops the
+/// command.
 Prediction PredictAndExtract(PackageReader& package, std::uint64_t bytes,
                              const std::string& directory);
 

@@ -19,7 +19,7 @@ std::string Octal(unsigned int mode) {
   return text;
 }
 
-/// Whether both are known and not the same.
+/// Returns whether both values are present and differ.
 template <typename Value>
 bool AreDifferent(const std::optional<Value>& expected, const std::optional<Value>& actual) {
   return expected && actual && expected != actual;
@@ -88,7 +88,7 @@ class Comparison {
   Differences differences_;
 };
 
-/// Whether a directory above `path` is one of `directories`.
+/// Returns whether a directory above `path` is one of `directories`.
 bool IsBelow(std::string path, const std::set<std::string>& directories) {
   while (!(path = ParentOf(path)).empty()) {
     if (directories.count(path) != 0) {
@@ -98,7 +98,7 @@ bool IsBelow(std::string path, const std::set<std::string>& directories) {
   return false;
 }
 
-/// `differences` without those that `isLeftOut`.
+/// Returns `differences` without the elements for which `isLeftOut` is true.
 template <typename Predicate>
 Differences Filtered(Differences differences, Predicate isLeftOut) {
   differences.erase(std::remove_if(differences.begin(), differences.end(), isLeftOut),
@@ -202,7 +202,7 @@ void Count(const Difference& difference, TreeChanges& changes) {
 
 TreeChanges ChangesBetween(const FileTree& before, const FileTree& after) {
   TreeChanges changes;
-  // A tree without a top does not exist yet, or no longer. The top is therefore no change.
+  // An empty tree means a missing directory. The top of a tree is therefore no change.
   changes.differences = Filtered(OfContent(Compare(before, after)),
                                  [](const Difference& one) { return one.path == "."; });
   std::size_t kept = FilesOf(before);

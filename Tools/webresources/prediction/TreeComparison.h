@@ -9,41 +9,43 @@
 
 namespace webresources {
 
-/// One way in which a tree is not as expected.
+/// One difference between a tree and the expected tree.
 struct Difference {
   enum class Kind { Missing, Extra, Type, Content, Mode, Owner };
   Kind kind;
   std::string path;                  ///< As FileItem::path.
-  std::string reason;                ///< For people.
-  std::optional<FileItem> expected;  ///< None if extra.
-  std::optional<FileItem> actual;    ///< None if missing.
+  std::string reason;                ///< The description for people.
+  std::optional<FileItem> expected;  ///< Absent if extra.
+  std::optional<FileItem> actual;    ///< Absent if missing.
 };
 
 using Differences = std::vector<Difference>;
 
-/// Compares two trees. The differences are in the order of their paths. An attribute (checksum,
-/// mode, owner) that one of the two does not state is not compared. A CRC-32 finds a defect, but
-/// not a file that somebody has made to have the same one.
+/// Compares two trees. The differences are in the order of their paths. A checksum, mode or owner
+/// that is absent in one of the trees is not compared. A CRC-32 detects accidental damage, but not
+/// a file that was forged to have the same CRC-32.
 Differences Compare(const FileTree& expected, const FileTree& actual);
 
-/// `differences` without those of mode and owner, which not the package but the caller decides.
+/// Returns `differences` without the differences of mode and owner, because a package has neither.
 Differences OfContent(Differences differences);
 
-/// `differences` without those below a directory that is missing, extra or of another type itself.
+/// Returns `differences` without the entries below a directory that is missing, extra or of another
+/// type.
 Differences Topmost(Differences differences);
 
-/// The paths of `tree` that some volumes cannot keep apart or refuse: a Mac's, usually. These are
-/// paths that are not UTF-8, and paths that differ from another one in case or in Unicode
-/// normalization only.
+/// Returns the paths of `tree` that some volumes, for example most volumes of a Mac, refuse or
+/// confuse. These are paths that are not UTF-8, and paths that differ from another path only in
+/// case or in Unicode normalization.
 std::vector<std::string> PathsForSomeVolumesOnly(const FileTree& tree);
 
-/// `differences` without those at `paths` and below them.
+/// Returns `differences` without the entries at `paths` and below `paths`.
 Differences Without(const std::vector<std::string>& paths, Differences differences);
 
 /// The changes of the files of a tree that another tree replaces.
 struct TreeChanges {
-  Differences differences;  ///< Of content alone: modes and owners are no changes.
-  /// Files. One that becomes a directory, or the other way round, is changed.
+  Differences differences;  ///< Without modes and owners.
+  /// The numbers of files. A file that becomes a directory is a changed file, and so is a directory
+  /// that becomes a file.
   std::size_t added = 0;
   std::size_t changed = 0;
   std::size_t removed = 0;
@@ -53,7 +55,7 @@ struct TreeChanges {
 /// Compares `before` with `after`.
 TreeChanges ChangesBetween(const FileTree& before, const FileTree& after);
 
-/// Puts all changes into the members `changes` and `files` of the document, and into the listing.
+/// Adds all changes to the members `changes` and `files` of the JSON document, and to the listing.
 void ReportChanges(const TreeChanges& changes, Report& report);
 
 }  // namespace webresources

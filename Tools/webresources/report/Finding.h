@@ -13,7 +13,7 @@ enum class Severity { Error, Warning };
 /// A kind of finding. Rules.h has all of them.
 struct Rule {
   const char* id;     ///< Stable, because scripts may use the text. Example: "wrong-crc".
-  Severity severity;  ///< Whether the content that is installed is wrong, or may surprise.
+  Severity severity;  ///< Error: the installation is wrong. Warning: the result may surprise.
   const char* fix;    ///< The remedy, as an imperative sentence.
 };
 

@@ -9,10 +9,10 @@
 
 namespace webresources {
 
-/// Findings about names that hold for a package and for a directory to be packed alike.
+/// Findings about names, for a package and for a directory to pack.
 
-/// Adds a finding for each pair of `paths` that some volumes cannot tell apart, because the two
-/// differ only in case or in Unicode normalization; see Collisions(). Requires: no path ends
+/// Adds a finding for each pair of `paths` that some volumes cannot distinguish, because the two
+/// paths differ only in case or in Unicode normalization; see Collisions(). Requires: no path ends
 /// in "/".
 void AddCollisions(Findings& findings, const std::vector<std::string>& paths);
 

@@ -12,7 +12,7 @@ namespace webresources {
 
 using Json = nlohmann::ordered_json;
 
-/// How commands end.
+/// The exit statuses of all commands except `installcheck`; see InstallCheck().
 constexpr int kAsItShouldBe = 0;
 constexpr int kHasFindings = 1;
 constexpr int kCouldNotTell = 2;
@@ -20,7 +20,8 @@ constexpr int kUsage = 64;
 
 /// The forms of a report.
 enum class Form {
-  Brief,     ///< Lines for one screen: findings of one rule are counted, long listings are cut.
+  /// Lines for one screen: findings of one rule are counted, long listings are truncated.
+  Brief,
   Whole,     ///< All lines.
   Document,  ///< One JSON document, which is always complete.
 };
@@ -33,32 +34,33 @@ struct Report {
   int status = kAsItShouldBe;
   std::vector<std::string> listing;  ///< Lines for people before the findings.
   Findings findings;
-  std::vector<std::string> summary;  ///< Lines for people after them.
+  std::vector<std::string> summary;  ///< Lines for people after the findings.
   std::string advice;                ///< A command line that repairs the findings, or empty.
   std::string refusal;               ///< The text for a refusal. `--quiet` prints the text, too.
-  Json details = Json::object();     ///< Members of the document beside the common ones.
+  Json details = Json::object();     ///< Members of this command in the document.
 
   /// Sets the status by the findings.
   void SetStatus() { status = findings.empty() ? kAsItShouldBe : kHasFindings; }
 };
 
-/// Returns a report with only the error that ended `command`. The text of an exception that is no
-/// Error becomes the reason.
+/// Returns a report with only the error that ended `command`. For an exception that is no Error,
+/// the member `reason` is the text of the exception.
 Report ReportOf(const std::string& command, const std::exception& error);
 
-/// Puts the bytes `name` under `key`: as they are when they are UTF-8, else printable, with all the
-/// bytes in hexadecimal under `key`Hex. PutOptional() puts null if `name` is empty.
+/// Stores `name` under `key`. A name that is not UTF-8 is stored as Printable(name), and its bytes
+/// are stored in hexadecimal under `key`Hex. PutOptional() stores null if `name` is empty.
 void PutName(Json& object, const std::string& key, const std::string& name);
 void PutOptional(Json& object, const std::string& key, const std::string& name);
 
-/// The bytes that PutName() put under `key`. Throws Json::exception if there are none.
+/// Returns the name that PutName() stored under `key`. Throws Json::exception if there is no such
+/// name.
 std::string NameOf(const Json& object, const std::string& key);
 
-/// `json` as the text of a document, with every control and invisible character escaped.
+/// Returns `json` as the text of a document, with every control and invisible character escaped.
 std::string Text(const Json& json);
 
-/// Writes the report to the standard output; lines are in colour where a terminal takes colour.
-/// Throws Error if the report cannot be written.
+/// Writes the report to the standard output; lines are in colour if the output is a terminal with
+/// colours. Throws Error if the report cannot be written.
 void Print(const Report& report, Form form);
 
 /// Writes `text` to the error output, line by line, without control characters.

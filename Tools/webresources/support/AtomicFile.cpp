@@ -21,7 +21,7 @@ namespace {
 
 constexpr const char* kPurposes[] = {"tmp", "old"};
 
-/// Where names of temporary files for `path` begin; the process's number follows.
+/// Returns the beginning of the names of temporary files for `path`. The process number follows.
 std::string NameBefore(const std::string& path, const char* purpose) {
   return "." + LastOf(path) + "." + purpose + "-";
 }
@@ -39,8 +39,8 @@ bool IsLeftover(const std::string& name, const std::string& path) {
   });
 }
 
-/// Opens and locks the file at `path`. Has no descriptor if there is no such file, or if another
-/// process holds the lock. The lock ends with the process, however that ends.
+/// Opens and locks the file at `path`. Returns no descriptor if there is no such file, or if
+/// another process holds the lock. The lock ends with the process, even after a kill.
 Descriptor OpenLocked(const std::string& path) {
   Descriptor file(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   const bool isLocked =
@@ -54,7 +54,7 @@ void RemoveLeftovers(const std::string& path) {
   for (const std::string& name : NamesIn(ParentOf(path))) {
     if (IsLeftover(name, path)) {
       const Descriptor file = OpenLocked(directory + name);
-      // Another process may have removed the file, and the owner made the file once more.
+      // Another process may have removed the file, and the owner may have made a new file.
       if (file && IsAt(*file, directory + name)) {
         unlink((directory + name).c_str());
       }
@@ -62,8 +62,8 @@ void RemoveLeftovers(const std::string& path) {
   }
 }
 
-/// Makes and locks an empty file at `path`, which must not exist. Before the lock, another process
-/// may remove the file as a leftover: then the file is made once more.
+/// Makes and locks an empty file at `path`. Before the lock, another process can remove the file as
+/// a leftover: this function then makes a new file. Requires: `path` does not exist.
 Descriptor MakeLocked(const std::string& path) {
   constexpr int kAttempts = 100;
   for (int i = 0; i < kAttempts; ++i) {
@@ -71,7 +71,7 @@ Descriptor MakeLocked(const std::string& path) {
     if (!file) {
       throw Error::FromErrno("write", path);
     }
-    // A file system without locks has no process that finds the file locked or unlocked.
+    // On a file system without locks, no process can lock the file to remove it.
     Uninterrupted([&file] { return flock(*file, LOCK_EX); });
     if (IsAt(*file, path)) {
       return file;
@@ -141,7 +141,7 @@ void AtomicFile::Rollback() {
     unlink(path_.c_str());
   } else {
     std::rename(backup_.c_str(), path_.c_str());
-    backup_.clear();  // if this fails, the old file keeps its second name
+    backup_.clear();  // after a failed rename, the old file keeps the second name
   }
 }
 

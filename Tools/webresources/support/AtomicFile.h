@@ -8,8 +8,8 @@
 
 namespace webresources {
 
-/// Replaces a file by a complete new file, or leaves the old file: nobody ever sees half a file.
-/// Every operation throws Error on failure.
+/// Replaces a file by a complete new file, or keeps the old file. No process sees an incomplete
+/// file. Every operation except Rollback() throws Error on failure.
 ///
 ///     AtomicFile file(path);
 ///     file.Write(bytes);
@@ -17,10 +17,11 @@ namespace webresources {
 ///
 /// Without Commit(), the destructor removes the new file. If the process is killed, the temporary
 /// file stays until the next AtomicFile for the same path. The files of running processes are
-/// locked, and therefore stay.
+/// locked and stay.
 class AtomicFile {
  public:
-  /// Makes an empty temporary file beside `path`, and removes those that killed processes left.
+  /// Makes an empty temporary file beside `path`, and removes the temporary files of killed
+  /// processes.
   explicit AtomicFile(std::string path);
   ~AtomicFile();
   AtomicFile(const AtomicFile&) = delete;
@@ -36,25 +37,29 @@ class AtomicFile {
   /// Adds `bytes` at the end of the new file.
   void Write(const std::string& bytes);
 
-  /// Syncs the new file.
+  /// Syncs the new file, including data that the caller wrote to the descriptor.
   void Synchronize() const;
 
-  /// Puts the new file in the place of the old one.
+  /// Replaces the old file by the new file. On failure, the old file stays.
   void Commit();
 
-  /// Synchronizes and commits. Waits until all is on the disk.
+  /// Synchronizes, commits, and syncs the directory. If only the sync of the directory fails,
+  /// throws Error although the new file is in place.
   void CommitDurably();
 
-  /// Undoes Commit(): brings the old file back or, if there was none, removes the new one.
+  /// Undoes Commit(): restores the old file or, if there was no old file, removes the new file.
+  /// Ignores failures. Requires: Commit() succeeded.
   void Rollback();
 
-  /// Commits both files, or neither. Waits until all is on the disk.
+  /// Synchronizes and commits both files, or neither, and syncs the directory. If only the sync of
+  /// the directory fails, throws Error although both new files are in place. Requires: both files
+  /// are in the same directory.
   static void CommitBoth(AtomicFile& first, AtomicFile& second);
 
  private:
   std::string path_;
   std::string temporary_;
-  Descriptor file_;     ///< The new file. A lock tells other processes that the file is in use.
+  Descriptor file_;     ///< The new file, locked while in use.
   std::string backup_;  ///< A second name of the old file, or empty.
   std::optional<Descriptor> backupLock_;
 };

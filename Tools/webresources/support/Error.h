@@ -16,8 +16,8 @@ namespace webresources {
 class Error : public std::runtime_error {
  public:
   /// Makes an error that reads "cannot `operation` `object`: `reason`; `remedy`", for example
-  /// "cannot read site/a: Permission denied; run it as root". An empty remedy is left out. The
-  /// object has the original bytes: see Printable().
+  /// "cannot read site/a: Permission denied; run it as root". An empty remedy is left out. `object`
+  /// can have any bytes; the output escapes them with Printable().
   Error(std::string operation, std::string object, std::string reason, std::string remedy = {})
       : std::runtime_error("cannot " + operation + " " + object + ": " + reason +
                            (remedy.empty() ? "" : "; " + remedy)),
@@ -27,7 +27,7 @@ class Error : public std::runtime_error {
         remedy_(std::move(remedy)) {}
 
   /// Returns an error with the reason that errno gives. If an ordinary user has no permission, the
-  /// remedy is to become root. Requires: nothing has changed errno since the failed call.
+  /// remedy is to become root. Requires: errno is unchanged since the failed call.
   static Error FromErrno(std::string operation, std::string object) {
     const bool isDenied = (errno == EACCES || errno == EPERM) && geteuid() != 0;
     return Error(std::move(operation), std::move(object), std::generic_category().message(errno),
@@ -49,7 +49,7 @@ class Error : public std::runtime_error {
   std::string remedy_;
 };
 
-/// Wrong usage that only a look at the given files shows. The exit status is that of wrong usage.
+/// Wrong usage that appears only after a look at the given files. The exit status is kUsage.
 class UsageError : public Error {
  public:
   using Error::Error;

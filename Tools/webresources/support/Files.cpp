@@ -38,7 +38,7 @@ bool IsPresent(const std::string& path) {
     return true;
   }
   if (errno == ENOENT) {
-    return false;  // removed since stat()
+    return false;  // removed after stat()
   }
   throw Error::FromErrno("read", path);
 }
@@ -59,7 +59,7 @@ FreeSpace FreeSpaceAt(const std::string& path) {
   if (statvfs(path.c_str(), &status) != 0) {
     throw Error::FromErrno("read", path);
   }
-  const bool isUnlimited = status.f_files == 0;  // no table of inodes: Btrfs, for example
+  const bool isUnlimited = status.f_files == 0;  // for example Btrfs, which has no table of inodes
   return {std::uint64_t{status.f_bavail} * status.f_frsize,
           isUnlimited ? std::numeric_limits<std::uint64_t>::max() : status.f_favail};
 }
@@ -98,7 +98,7 @@ std::vector<std::string> NamesIn(const std::string& path) {
   return entries;
 }
 
-// Not blocking: to open a FIFO could wait for ever.
+// O_NONBLOCK, because the opening of a FIFO could wait forever.
 InputFile::InputFile(std::string path, Links links)
     : path_(std::move(path)),
       descriptor_(open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC |

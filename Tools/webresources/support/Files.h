@@ -15,31 +15,32 @@
 
 namespace webresources {
 
-/// Operations on files that end in an answer or in an Error.
+/// Operations on files. Each operation returns a result or throws Error.
 
 /// Returns whether there is a file or directory at `path` that can be opened. Throws Error if the
-/// answer cannot be found out, if `path` cannot be read, or if `path` is neither a regular file nor
-/// a directory: to open anything else could wait for ever.
+/// state is unknown, if `path` cannot be read, or if `path` is neither a regular file nor a
+/// directory: the opening of another entry could wait forever.
 bool IsPresent(const std::string& path);
 
-/// Returns whether there is an entry at `path`. Every link counts. Throws Error if the answer
-/// cannot be found out.
+/// Returns whether there is an entry at `path`. A link counts, even if the target is missing.
+/// Throws Error if the state is unknown.
 bool Exists(const std::string& path);
 
 /// Returns the status of `path`, with links followed. Throws Error if the status cannot be read.
 struct stat StatusOf(const std::string& path);
 
-/// Whether `path`, with links followed, is a directory. Returns false if that cannot be found out.
+/// Returns whether `path`, with links followed, is a directory. Returns false if the state is
+/// unknown.
 bool IsDirectory(const std::string& path);
 
-/// The names in the directory at `path` without "." and "..", in the order of their bytes. Throws
+/// Returns the names in the directory at `path` without "." and "..", sorted by their bytes. Throws
 /// Error if the directory cannot be read.
 std::vector<std::string> NamesIn(const std::string& path);
 
 /// The space that a file system has left for an ordinary user.
 struct FreeSpace {
   std::uint64_t bytes;
-  std::uint64_t files;  ///< The number of files and directories; the largest number if unlimited.
+  std::uint64_t files;  ///< Files and directories; the largest number if unlimited.
 };
 
 /// Returns the free space of the file system that holds `path`. Throws Error if the space cannot be
@@ -48,8 +49,8 @@ FreeSpace FreeSpaceAt(const std::string& path);
 
 enum class Links { Refuse, Follow };
 
-/// A regular file that is open for reading. The name is used once: the content and the status are
-/// of the same file, whatever happens to the name.
+/// A regular file that is open for reading. The path is resolved once: content and status belong to
+/// the same file, even if another process replaces the file.
 class InputFile {
  public:
   /// Opens the file at `path`. Throws Error if the file cannot be opened, is not a regular file, or
@@ -58,11 +59,11 @@ class InputFile {
 
   const struct stat& status() const { return status_; }
 
-  /// The file, which the object closes.
+  /// Returns the open file. The object closes the file.
   int descriptor() const { return *descriptor_; }
 
-  /// Returns a stream of the bytes that are left. The object can be read no more. Throws Error if
-  /// there is no memory for the stream.
+  /// Returns a stream of the remaining bytes. Do not read from the object afterwards. Throws Error
+  /// if there is no memory for the stream.
   std::unique_ptr<std::FILE, int (*)(std::FILE*)> TakeStream();
 
  private:
@@ -77,10 +78,10 @@ class InputFile {
 void ForEachPortion(int file, const std::string& path,
                     const std::function<void(const char* bytes, std::size_t length)>& take);
 
-/// `path` as an absolute path without links. Throws Error if there is nothing at `path`.
+/// Returns `path` as an absolute path without links. Throws Error if `path` does not exist.
 std::string RealPath(const std::string& path);
 
-/// Makes the directory at `path` with all missing parents. Throws Error if there is no directory
+/// Makes the directory at `path` with all missing parents. Throws Error if `path` is no directory
 /// afterwards.
 void MakeDirectories(const std::string& path);
 
@@ -88,16 +89,16 @@ void MakeDirectories(const std::string& path);
 /// process may have removed or replaced the file since the opening.
 bool IsAt(int descriptor, const std::string& path);
 
-/// SHA-256 digests of files, and as text.
+/// SHA-256 digests of files, and the text of a digest.
 
 /// Returns the digest of the regular file at `path`, links followed, and shows the progress. Throws
 /// Error if the file cannot be read, or if the user stops the command.
 Sha256::Digest DigestOfFile(const std::string& path);
 
-/// `digest` in hexadecimal.
+/// Returns `digest` in hexadecimal.
 std::string DigestText(const Sha256::Digest& digest);
 
-/// The digest that DigestText() has made `text` of. Throws std::invalid_argument if there is none.
+/// Returns the digest for a text of DigestText(). Throws std::invalid_argument for any other text.
 Sha256::Digest DigestFrom(const std::string& text);
 
 }  // namespace webresources

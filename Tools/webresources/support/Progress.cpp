@@ -56,7 +56,7 @@ void Progress::Say(const std::string& line) {
 namespace {
 
 volatile std::sig_atomic_t interrupted = 0;  // the number of the signal
-volatile std::sig_atomic_t receiver = 0;     // the process that gets the signals, too
+volatile std::sig_atomic_t receiver = 0;     // the process to which signals are also sent, or 0
 
 void Interrupt(int signal) {
   const int error = errno;

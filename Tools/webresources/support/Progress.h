@@ -13,22 +13,23 @@ namespace webresources {
 ///     for (...) { ...; progress.Step(); }
 class Progress {
  public:
-  /// `total`: how many steps there are; 0 if nobody knows, then nothing is shown.
+  /// `total` is the number of steps. With 0, the number is unknown and nothing is shown.
   Progress(std::string purpose, std::uint64_t total);
   ~Progress();
   Progress(const Progress&) = delete;
   Progress& operator=(const Progress&) = delete;
 
-  /// Tells that `count` more steps are done.
+  /// Adds `count` finished steps.
   void Step(std::uint64_t count = 1);
 
-  /// Whether progress is shown: the error output is a terminal, and BeQuiet() was not called.
+  /// Returns whether progress is shown: the error output is a terminal, and BeQuiet() was not
+  /// called.
   static bool IsShown();
 
-  /// From now on no object of this process shows anything: for --quiet.
+  /// After this call, no object of this process shows progress. `--quiet` needs this function.
   static void BeQuiet();
 
-  /// Writes `line` to the error output, if progress is shown there at all.
+  /// Writes `line` to the error output if IsShown().
   static void Say(const std::string& line);
 
  private:
@@ -38,22 +39,24 @@ class Progress {
   std::uint64_t shown_ = 0;  ///< The part of the bar that is on the terminal, in columns.
 };
 
-/// Ends a command by an exception when the user stops the command, so that the owners of temporary
-/// files remove them.
+/// Interruptions: when the user stops a command, an exception ends the command, so that destructors
+/// remove the temporary files.
 
-/// From now on, SIGHUP, SIGINT and SIGTERM do not end the process but make ThrowIfInterrupted()
-/// throw. A signal that is ignored stays ignored. May be called more than once.
+/// After this call, SIGHUP, SIGINT and SIGTERM do not end the process: instead,
+/// ThrowIfInterrupted() throws. A signal that is ignored stays ignored. May be called more than
+/// once.
 void CatchInterruptions();
 
-/// Whether one of these signals has arrived.
+/// Returns whether one of these signals has arrived.
 bool IsInterrupted();
 
 /// Throws Error("interrupted") with `operation` and `object` if one of these signals has arrived.
 /// Long loops call this function for each file and each chunk of a file.
 void ThrowIfInterrupted(const std::string& operation, const std::string& object);
 
-/// From now on, each of these signals is sent to `process`, too; one that has arrived is sent now.
-/// 0 ends that. Requires: `process` is a child whose end was not waited for.
+/// After this call, each of these signals is also sent to `process`. A signal that has already
+/// arrived is sent immediately. With 0, the forwarding ends. Requires: `process` is 0, or a child
+/// that was not waited for.
 void PassInterruptionsTo(int process);
 
 }  // namespace webresources

@@ -11,17 +11,18 @@ namespace webresources {
 struct LogEntry {
   std::string command;             ///< For example "install".
   std::optional<int> before = {};  ///< The recorded update number.
-  std::optional<int> after = {};   ///< The same, after the run.
+  std::optional<int> after = {};   ///< The update number after the run.
   std::string outcome = {};        ///< The outcome and its reason, for people.
   bool isFailure = false;
 };
 
-/// Writes one line to the system's log, for example
-/// "install: update 6 -> 7: installed". Without a log nothing happens.
+/// Writes one line to the system's log, for example "install: update 6 -> 7: installed". Does
+/// nothing if the system has no log.
 void WriteToSystemLog(const LogEntry& entry);
 
-/// Calls `run`, which fills `entry`, and writes the entry to the system's log. If `run` throws, the
-/// entry has the failure, and the exception goes on. Returns the result of `run`.
+/// Calls `run`, which fills `entry`, and writes the entry to the system's log. Returns the result
+/// of `run`. If `run` throws, logs the failure with `after` equal to `before`, and throws the
+/// exception again.
 template <typename Run>
 auto Logged(LogEntry entry, Run run) {
   try {

@@ -16,8 +16,8 @@ namespace webresources {
 
 namespace {
 
-/// The length of the character at `offset` of `name`, and the character; not positive when there is
-/// none in UTF-8.
+/// Returns the length of the character at `offset` of `name`, and stores the character through
+/// `point`. The result is not positive if the bytes there are not UTF-8.
 utf8proc_ssize_t Character(const std::string& name, std::size_t offset, utf8proc_int32_t* point) {
   return utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(name.data()) + offset,
                           static_cast<utf8proc_ssize_t>(name.length() - offset), point);
@@ -34,7 +34,8 @@ std::string Escaped(char byte) {
   return text;
 }
 
-/// A character beyond 16 bits becomes two escapes, the surrogates.
+/// Returns the escape of a character. A character beyond 16 bits becomes two escapes, the
+/// surrogates.
 std::string JsonEscaped(utf8proc_int32_t point) {
   constexpr utf8proc_int32_t kPlane = 0x10000;
   if (point >= kPlane) {
@@ -86,8 +87,8 @@ bool IsAscii(const std::string& name) {
 
 namespace {
 
-/// `text` with `escape(bytes, point)` in place of each character that is not visible, and of each
-/// byte that is not UTF-8.
+/// Returns `text` with `escape(bytes, point)` instead of each invisible character and of each byte
+/// that is not UTF-8.
 template <typename Escape>
 std::string WithEscapes(const std::string& text, Escape escape) {
   std::string escaped;
@@ -153,8 +154,8 @@ std::string KeyOf(const std::string& path) {
   return ParentOf(path) + "/" + Folded(LastOf(path));
 }
 
-/// Those of `paths` whose key has the hash value of another one's, in their order: the others
-/// collide with none, and a hash value takes less memory than a key.
+/// Returns the paths whose key has the same hash value as the key of another path, in their order.
+/// The other paths have no collision. A hash value takes less memory than a key.
 std::vector<const std::string*> WithEqualHashes(const std::vector<std::string>& paths) {
   std::vector<std::pair<std::size_t, const std::string*>> hashes;
   hashes.reserve(paths.size());
@@ -178,7 +179,8 @@ std::vector<const std::string*> WithEqualHashes(const std::vector<std::string>& 
 
 std::vector<Collision> Collisions(const std::vector<std::string>& paths) {
   std::vector<Collision> collisions;
-  std::map<std::string, const std::string*> firsts;  // a hash table is slow where names are chosen
+  // an attacker can make a hash table slow by chosen names
+  std::map<std::string, const std::string*> firsts;
   for (const std::string* path : WithEqualHashes(paths)) {
     const auto [first, isNew] = firsts.emplace(KeyOf(*path), path);
     if (!isNew && *first->second != *path) {
@@ -215,7 +217,7 @@ namespace {
 
 constexpr std::size_t kMostChanges = 2;
 
-/// How many letters must be inserted, removed or replaced to make `to` of `from`.
+/// Returns the number of letters to insert, remove or replace in `from` to get `to`.
 std::size_t Changes(const std::string& from, const std::string& to) {
   std::vector<std::size_t> row(to.length() + 1);
   std::iota(row.begin(), row.end(), std::size_t{0});
