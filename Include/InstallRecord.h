@@ -6,8 +6,8 @@
 
 #include "OSUtils.h"
 
-/// The install record of a host, for programs that examine an installation. The installer does not
-/// use this header. OSUtils defines the rules: the keys, and which values count as absent.
+/// The install record of a host, for programs that examine an installation. A run calls none of
+/// the functions below. OSUtils defines the rules: the keys, and which values count as absent.
 ///
 /// The functions below never throw, unless memory is exhausted, and are not thread-safe. Their
 /// parameter `hostRoot` is the directory at which the host's file system is mounted. An empty

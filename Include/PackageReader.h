@@ -96,9 +96,9 @@ class PackageReader {
   /// Returns the bytes of the last Read(). Valid until the next Read().
   const char* portion() const { return portion_; }
 
-  /// Makes each Read() fail while `isStopped` returns true. Each Read() calls `isStopped` once, so
-  /// that a caller can count the calls. With this function, `webresources`
-  /// stops in the middle of a large entry. Default: reading never stops, as in the installer.
+  /// Makes each Read() fail while `isStopped` returns true. Each Read() calls `isStopped` once: a
+  /// caller can count the calls. With this function, `webresources` stops in the middle of a large
+  /// entry. Default: reading never stops, as in the installer.
   void StopWhen(std::function<bool()> isStopped) { isStopped_ = std::move(isStopped); }
 
   /// Closes the opened data.

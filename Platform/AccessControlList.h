@@ -15,14 +15,15 @@ class AccessControlList {
   /// A shell command that removes a list. The reader appends the path.
   static const char* const kRemovalCommand;
 
-  /// Returns whether the list of `path` lets a user write, delete or change although the mode does
-  /// not. Follows links. Three kinds of list entries do not count: denials, rights to read, and
-  /// rights that only new files and directories inherit. Returns nothing if the list cannot be
-  /// read; errno then has the reason.
+  /// Returns whether the list of `path` gives a user a right to write, delete or change that the
+  /// mode does not give. Follows links. Three kinds of list entries do not count: denials, rights
+  /// to read, and rights that only new files and directories inherit. Returns nothing if the list
+  /// cannot be read; errno then has the reason.
   static std::optional<bool> LetsWrite(const std::string& path);
 
-  /// Removes two kinds of rights from the list of the open file or directory: to write, delete or
-  /// change although the mode does not, and rights that new files and directories would inherit.
+  /// Removes two kinds of rights from the list of the open file or directory: rights to write,
+  /// delete or change that the mode does not give, and rights that new files and directories would
+  /// inherit.
   /// May remove the whole list. Returns false on failure; errno then has the reason.
   static bool Restrict(int descriptor);
 };

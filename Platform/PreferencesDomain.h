@@ -47,8 +47,8 @@ class PreferencesDomain {
   /// be read: errno then has the reason, and `values` has only the changes of this process.
   bool Read(const std::vector<std::string>& keys, std::vector<Value>* values) const;
 
-  /// Writes the changes of this process to the disk. Keeps the keys that another process has
-  /// written since. This process sees these keys after the call at the latest. Returns false on
+  /// Writes the changes of this process to the disk. Keeps the keys that other processes have
+  /// written. This process sees such keys after the call at the latest. Returns false on
   /// failure. Writes nothing if no change is pending, but can return false also then: if the domain
   /// cannot be read or, on a Mac, if this process has no right to write.
   bool Flush();

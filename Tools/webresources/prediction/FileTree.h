@@ -44,8 +44,8 @@ class EntryDigests {
   /// Returns the sink for Predict(). Requires: the object outlives the sink.
   PortionSink Sink();
 
-  /// Returns the digest of the data of the entry `index`, of no bytes if none was read. Requires:
-  /// the whole package has been read.
+  /// Returns the digest of the data of the entry `index`. If no data of the entry was read, returns
+  /// the digest of no bytes. Requires: the whole package has been read.
   Sha256::Digest Of(std::size_t index);
 
  private:

@@ -11,7 +11,8 @@
 namespace webresources {
 
 /// The bounds of a package, found from the central directory before any data is read. A small
-/// package can be a zip bomb, also by entries that share data: reading takes hours and fills disks.
+/// package can be a zip bomb: an extraction takes hours and fills disks. Entries that share data
+/// can also make a zip bomb.
 
 /// The limits for a package of unknown origin.
 struct Limits {
@@ -22,7 +23,7 @@ struct Limits {
   std::uint64_t maxDirectories = 1000000;
 };
 
-/// The work that a package can cause at most, by the central directory.
+/// The largest work that a package can cause, computed from the central directory.
 struct PackageExtent {
   std::uint64_t bytes = 0;  ///< The bytes that the installer reads or writes.
   /// The number of different directories in the names of the entries. A name with "." or ".."

@@ -14,10 +14,10 @@
 
 namespace webresources {
 
-/// A tree of directories and files in memory that resolves paths as a POSIX file system does: ".",
-/// "..", empty components and a trailing "/" mean the same, and names are compared by their bytes.
-/// The tree has no links. Paths are relative to the root; a leading "/" is an empty component. The
-/// nodes belong to the tree and live as long.
+/// A tree of directories and files in memory. Resolves ".", "..", empty components and a trailing
+/// "/" in paths as a POSIX file system does, and compares names by their bytes. The tree has no
+/// links. Paths are relative to the root; a leading "/" is an empty component. The tree owns the
+/// nodes.
 class PredictedTree {
  public:
   /// The reason of a failed operation.

@@ -41,7 +41,7 @@ std::vector<std::string> PathsForSomeVolumesOnly(const FileTree& tree);
 /// Returns `differences` without the entries at `paths` and below `paths`.
 Differences Without(const std::vector<std::string>& paths, Differences differences);
 
-/// The changes of the files of a tree that another tree replaces.
+/// The changes of the files if one tree is replaced by another tree.
 struct TreeChanges {
   Differences differences;  ///< Without modes and owners.
   /// The numbers of files. A file that becomes a directory is a changed file, and so is a directory

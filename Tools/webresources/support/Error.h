@@ -10,9 +10,9 @@
 
 namespace webresources {
 
-/// The reason why a command cannot answer or cannot work: the failed operation, the object, the
-/// reason and the remedy. An Error is thrown by value and caught by reference; main()
-/// prints the text, and --json puts the parts into the document.
+/// A failure that ends a command: the failed operation, the object, the reason and the remedy. An
+/// Error is thrown by value and caught by reference. main() prints the text, and --json puts the
+/// parts into the document.
 class Error : public std::runtime_error {
  public:
   /// Makes an error that reads "cannot `operation` `object`: `reason`; `remedy`", for example
