@@ -119,8 +119,10 @@ bool Replace(int directory, const std::string& name, const std::string& bytes) {
   const bool isReplaced = file && WriteAll(*file, bytes.data(), bytes.size()) &&
                           fchmod(*file, kFileMode) == 0 && Durability::SyncFile(*file) &&
                           renameat(directory, temporary.c_str(), directory, name.c_str()) == 0;
-  if (!isReplaced) {
+  if (file && !isReplaced) {
+    const int error = errno;
     unlinkat(directory, temporary.c_str(), 0);
+    errno = error;
   }
   return isReplaced && Durability::SyncFile(directory);
 }

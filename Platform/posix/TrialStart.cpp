@@ -34,8 +34,10 @@ int ErrorOf(pid_t child) {
   if (isKnown && WIFEXITED(status)) {
     return WEXITSTATUS(status);
   }
-  kill(child, SIGKILL);
-  Uninterrupted([&] { return waitpid(child, nullptr, 0); });
+  if (isKnown && WIFSTOPPED(status)) {
+    kill(child, SIGKILL);
+    Uninterrupted([&] { return waitpid(child, nullptr, 0); });
+  }
   return 0;
 }
 

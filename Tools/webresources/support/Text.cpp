@@ -92,7 +92,12 @@ namespace {
 template <typename Escape>
 std::string WithEscapes(const std::string& text, Escape escape) {
   std::string escaped;
+  escaped.reserve(text.length());
   for (std::size_t i = 0; i < text.length();) {
+    if (text[i] >= ' ' && text[i] <= '~') {  // visible ASCII: the case of most bytes
+      escaped += text[i++];
+      continue;
+    }
     utf8proc_int32_t point = 0;
     const utf8proc_ssize_t length = Character(text, i, &point);
     const std::string bytes(text, i, length > 0 ? static_cast<std::size_t>(length) : 1);
