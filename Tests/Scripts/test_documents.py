@@ -1,6 +1,6 @@
 """The documents: links, samples, the manual page, numbers, and the page that is made from the rules.
 
-A block ```console in one of SESSIONS is a part of a session: each line after "$ " is a command, and
+A block ```console in one of SAMPLES is a part of a sample: each line after "$ " is a command, and
 the lines below it are its output. The commands of a document run in one shell, in a chroot that has
 the files of the Debian package. A comment that begins with a line "<!-- setup" has commands that
 readers do not see. REWRITE=1 writes the real output into the documents.
@@ -237,8 +237,8 @@ class Numbers(unittest.TestCase):
 
 @needs_the_command
 @unittest.skipUnless(os.environ["BACKEND"] == "posix", "the record is a file of this back end")
-class Sessions(unittest.TestCase):
-    SESSIONS = ["Documentation/webresources.md", "Documentation/json.md",
+class Samples(unittest.TestCase):
+    SAMPLES = ["Documentation/webresources.md", "Documentation/json.md",
                 "Documentation/troubleshooting.md"]
     PROGRAMS = ["bash", "chmod", "cp", "false", "flock", "ln", "ls", "mkdir", "rm"]
     BLOCK = re.compile(r"(?:(?<=^```console\n)|(?<=^<!-- setup\n)).*?(?=^```$|^-->$)",
@@ -279,7 +279,7 @@ class Sessions(unittest.TestCase):
     def test_samples_are_the_output_of_their_commands(self):
         if subprocess.run([private_root.PRIVATE_ROOT, "check"], check=False).returncode != 0:
             self.skipTest("no chroot can be made here")
-        for document in self.SESSIONS:
+        for document in self.SAMPLES:
             with self.subTest(document):
                 page = read(document)
                 blocks = self.BLOCK.findall(page)

@@ -291,7 +291,7 @@ record {"installPath":"Resource0",
   fs::remove(installRoot_ + "Resource1");
   EXPECT_EQ(Said(Verify({{}, root_, false})), R"(status 0
 only the record was compared: there is no receipt that tells what was installed
-the installation is as it should be
+the installation is correct
 installRoot "*/root/I/"
 record {"installPath":"Resource0",
   "updateId":7,

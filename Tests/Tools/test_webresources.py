@@ -697,19 +697,19 @@ class UsageTest(Case):
         size = '--max-size Refuse a package that can hold more (default: 4G)'
         modes = '--ignore-modes Do not compare modes and owners'
         root = "--root Where the installed system's files are"
-        plan = (f'BUNDLE The bundle to install {output} --force Run the step even if nothing would '
+        plan = (f'BUNDLE The bundle to install {output} --force Run the installer even if nothing would '
                 f'change --allow-downgrade Install over a newer update {modes} {size}')
         installed = f'BUNDLE The bundle that should be installed {output} {root} {modes} {size}'
         wait = '--wait How long to wait while another installation runs (default: 600)'
         expected = {
-            'pack': f'DIRECTORY What to pack {output} '
+            'pack': f'DIRECTORY The content to pack {output} '
                     '--update-id The update number, from -99999999 to 999999999 '
                     '--output A bundle, or its Resources directory '
-                    '--clear Wipe foreign keys from the record first '
+                    '--clear Remove keys of other programs from the record first '
                     '--regenerate Draw a new random identifier '
-                    '--exclude Leave out what matches GLOB '
-                    '--follow Pack what symbolic links lead to '
-                    '--keep Pack what matches GLOB, junk or not '
+                    '--exclude Leave out files that match GLOB '
+                    '--follow Pack the targets of symbolic links '
+                    '--keep Pack files that match GLOB, even junk '
                     '--require Refuse if there is no such file '
                     '--create Write to any directory, make it if missing '
                     '--allow-warnings Refuse after errors only',
@@ -718,11 +718,11 @@ class UsageTest(Case):
             'info': f'BUNDLE_OR_RESOURCES A bundle, or its Resources directory {output}',
             'diff': f'BEFORE A bundle AFTER The bundle that replaces it {output} {size}',
             'plan': f'{plan} {root}',
-            'install': f'{plan} --dry-run Change nothing, and tell what would be done: plan {wait}',
+            'install': f'{plan} --dry-run Change nothing, show the changes (as plan) {wait}',
             'verify': installed,
             'installcheck': installed,
             'status': f'{output} {root} {modes}',
-            'uninstall': f'{output} {root} --dry-run Change nothing, and tell what would be removed '
+            'uninstall': f'{output} {root} --dry-run Change nothing, show the files to remove '
                          f'{wait}',
         }
         option = re.compile(

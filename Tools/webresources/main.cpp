@@ -104,7 +104,8 @@ void AddLimits(CLI::App* command, CommandLine& line) {
 /// Adds the options of `install` and `plan`.
 void AddDecision(CLI::App* command, CommandLine& line) {
   AddBundle(command, line, "The bundle to install")->required();
-  command->add_flag("--force", line.host.isForced, "Run the step even if nothing would change");
+  command->add_flag("--force", line.host.isForced,
+                    "Run the installer even if nothing would change");
   command->add_flag("--allow-downgrade", line.host.allowsDowngrade, "Install over a newer update");
   AddIgnoreModes(command, line);
   AddLimits(command, line);
@@ -131,7 +132,7 @@ void AddPack(CLI::App& app, CommandLine& line) {
       app, line, "pack", "Make a bundle's package and metadata of a directory",
       "pack site --update-id 7 --output X.app", "0 both files are written, 1 refused, 2 failed",
       [&line] { return Pack(line.pack); });
-  AddPath(command, "DIRECTORY", options.directory, "What to pack")->required();
+  AddPath(command, "DIRECTORY", options.directory, "The content to pack")->required();
   command
       ->add_option("--update-id", options.updateId,
                    "The update number, from -99999999 to 999999999")
@@ -139,11 +140,13 @@ void AddPack(CLI::App& app, CommandLine& line) {
       ->check(ProblemOfUpdateId)
       ->type_name("NUMBER");
   AddPath(command, "--output", options.output, "A bundle, or its Resources directory")->required();
-  command->add_flag("--clear", options.clear, "Wipe foreign keys from the record first");
+  command->add_flag("--clear", options.clear,
+                    "Remove keys of other programs from the record first");
   command->add_flag("--regenerate", options.regenerate, "Draw a new random identifier");
-  AddGlobs(command, "--exclude", options.selection.excluded, "Leave out what matches GLOB");
-  command->add_flag("--follow", options.selection.followLinks, "Pack what symbolic links lead to");
-  AddGlobs(command, "--keep", options.selection.kept, "Pack what matches GLOB, junk or not");
+  AddGlobs(command, "--exclude", options.selection.excluded, "Leave out files that match GLOB");
+  command->add_flag("--follow", options.selection.followLinks,
+                    "Pack the targets of symbolic links");
+  AddGlobs(command, "--keep", options.selection.kept, "Pack files that match GLOB, even junk");
   AddGlobs(command, "--require", options.selection.required, "Refuse if there is no such file",
            "PATH");
   command->add_flag("--create", options.createsOutput,
@@ -153,20 +156,20 @@ void AddPack(CLI::App& app, CommandLine& line) {
 
 /// Adds the commands that read bundles only.
 void AddOfBundles(CLI::App& app, CommandLine& line) {
-  CLI::App* check = AddCommand(app, line, "check", "Tell what the installer will do with a bundle",
-                               "check --prove X.app", "0 no findings, 1 findings, 2 unknown",
-                               [&line] { return Check(line.check); });
+  CLI::App* check =
+      AddCommand(app, line, "check", "Predict the effect of the installer", "check --prove X.app",
+                 "0 no findings, 1 findings, 2 unknown", [&line] { return Check(line.check); });
   AddBundleOrResources(check, line.check.path);
   check->add_flag("--prove", line.check.prove, "Also extract into a scratch directory, compare");
   AddLimits(check, line);
 
   CLI::App* info =
-      AddCommand(app, line, "info", "Tell what a bundle holds, without a check", "info X.app",
+      AddCommand(app, line, "info", "Show the content of a bundle, unchecked", "info X.app",
                  "0 printed, 2 failed", [&line] { return Info(line.path); });
   AddBundleOrResources(info, line.path);
 
-  CLI::App* diff = AddCommand(app, line, "diff", "Tell what changes from one bundle to another",
-                              "diff 6/X.app 7/X.app", "0 equal, 1 changes or errors, 2 unknown",
+  CLI::App* diff = AddCommand(app, line, "diff", "Compare two bundles", "diff 6/X.app 7/X.app",
+                              "0 equal, 1 changes or errors, 2 unknown",
                               [&line] { return Diff(line.path, line.after, line.host.limits); });
   AddPath(diff, "BEFORE", line.path, "A bundle")->required();
   AddPath(diff, "AFTER", line.after, "The bundle that replaces it")->required();
@@ -176,18 +179,18 @@ void AddOfBundles(CLI::App& app, CommandLine& line) {
 /// Adds the commands that install, and `uninstall`.
 void AddOfInstallation(CLI::App& app, CommandLine& line) {
   CLI::App* plan =
-      AddCommand(app, line, "plan", "Tell what install would change on this machine", "plan X.app",
+      AddCommand(app, line, "plan", "Show the changes that install would make", "plan X.app",
                  "0 install will not refuse, 1 install will refuse, 2 unknown",
                  [&line] { return Plan(line.host); });
   AddDecision(plan, line);
   AddRoot(plan, line);
 
   CLI::App* install =
-      AddCommand(app, line, "install", "Run a bundle's installer step on this machine, and verify",
+      AddCommand(app, line, "install", "Run a bundle's installer on this machine, then verify",
                  "install X.app", "0 installed or up to date, 1 refused or not correct, 2 failed",
                  [&line] { return line.host.isDryRun ? Plan(line.host) : Install(line.host); });
   AddDecision(install, line);
-  AddChange(install, line, "Change nothing, and tell what would be done: plan");
+  AddChange(install, line, "Change nothing, show the changes (as plan)");
 }
 
 void AddUninstall(CLI::App& app, CommandLine& line) {
@@ -195,7 +198,7 @@ void AddUninstall(CLI::App& app, CommandLine& line) {
       app, line, "uninstall", "Remove everything that was installed", "uninstall --dry-run",
       "0 nothing is installed any more, 2 failed", [&line] { return Uninstall(line.host); });
   AddRoot(uninstall, line);
-  AddChange(uninstall, line, "Change nothing, and tell what would be removed");
+  AddChange(uninstall, line, "Change nothing, show the files to remove");
 }
 
 /// Adds the commands that compare an installation.
@@ -211,7 +214,7 @@ void AddOfComparison(CLI::App& app, CommandLine& line) {
       [&line] { return InstallCheck(line.host); });
   AddBundle(check, line, bundle)->required();
   CLI::App* status =
-      AddCommand(app, line, "status", "Tell what is installed here, and if it is sound", "status",
+      AddCommand(app, line, "status", "Show the installed content and its state", "status",
                  "0 correct, 1 findings, 2 unknown", [&line] { return Status(line.host); });
   for (CLI::App* command : {verify, check, status}) {
     AddRoot(command, line);

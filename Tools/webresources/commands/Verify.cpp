@@ -56,7 +56,7 @@ Report Verify(const HostOptions& options) {
     VerifyAlone(options, report);
   }
   report.SetStatus();
-  std::string conclusion = "the installation is as it should be";
+  std::string conclusion = "the installation is correct";
   if (!report.findings.empty()) {
     conclusion = "findings: " + std::to_string(report.findings.size());
   }

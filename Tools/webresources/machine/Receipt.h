@@ -19,7 +19,7 @@ struct Receipt {
   std::string packageSha256;  ///< The digest in hexadecimal; empty if `isBegun`.
   FileTree tree;              ///< The installed tree, with digests and modes; empty if `isBegun`.
   std::string time;           ///< The time of the writing, in UTC and ISO 8601.
-  bool isOwnersOwn = true;    ///< The file's owner passes IsTrustedOwner().
+  bool isOwnersOwn = true;    ///< The file and the host's root have one owner.
 };
 
 /// Returns the path of the receipt of the host mounted at `hostRoot`.
