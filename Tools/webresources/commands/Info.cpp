@@ -1,7 +1,7 @@
 #include "bundle/BundleFiles.h"
 #include "bundle/Metadata.h"
 #include "commands/Commands.h"
-#include "prediction/FileTree.h"
+#include "prediction/Prediction.h"
 #include "support/Error.h"
 #include "support/Files.h"
 
@@ -17,20 +17,26 @@ Report Info(const std::string& path) {
   const Metadata metadata = ReadMetadata(bundle.metadata);
   const std::string sha256 = DigestText(DigestOfFile(bundle.package));
   PackageReader package(bundle.package);
-  const FileTree tree = TreeOf(PredictOutline(package));
+  const Prediction prediction = PredictOutline(package);
+  std::size_t files = 0;
+  std::uint64_t bytes = 0;
+  for (const EntryPrediction& entry : prediction.entries) {
+    if (entry.action == EntryPrediction::Action::WriteFile && !entry.replacedBy) {
+      ++files;
+      bytes += entry.size;
+    }
+  }
 
   Report report("info");
   const Json values = ToJson(metadata);
   PutName(report.details, "resources", bundle.directory);
   report.details["metadata"] = values;
-  report.details["package"] = {
-      {"files", FilesOf(tree)}, {"bytes", BytesOf(tree)}, {"sha256", sha256}};
-  report.summary = {"update:     " + values["updateid"].dump(),
-                    "clear:      " + values["clear"].dump(),
-                    "regenerate: " + values["regenerate"].dump(),
-                    "content:    " + std::to_string(FilesOf(tree)) + " files, " +
-                        std::to_string(BytesOf(tree)) + " bytes",
-                    "SHA-256:    " + sha256};
+  report.details["package"] = {{"files", files}, {"bytes", bytes}, {"sha256", sha256}};
+  report.summary = {
+      "update:     " + values["updateid"].dump(), "clear:      " + values["clear"].dump(),
+      "regenerate: " + values["regenerate"].dump(),
+      "content:    " + std::to_string(files) + " files, " + std::to_string(bytes) + " bytes",
+      "SHA-256:    " + sha256};
   return report;
 }
 

@@ -287,11 +287,11 @@ class PackageFinder {
   /// Only names in the same directory can collide.
   void FindCollisions(const PredictedTree::Node& directory, const std::string& prefix) {
     std::vector<std::string> paths;
-    for (const auto& [name, node] : directory.children) {
+    for (const auto& [name, node] : *directory.children) {
       paths.push_back(prefix + name);
     }
     AddCollisions(findings_, paths);
-    for (const auto& [name, node] : directory.children) {
+    for (const auto& [name, node] : *directory.children) {
       if (node->isDirectory) {
         FindCollisions(*node, prefix + name + "/");
       }

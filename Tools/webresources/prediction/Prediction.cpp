@@ -34,8 +34,8 @@ Failure Step(const std::string& component, PredictedTree::Node** node) {
   if (component.length() > kComponentLimit) {
     return Failure::ComponentTooLong;
   }
-  const auto child = (*node)->children.find(component);
-  if (child == (*node)->children.end()) {
+  const auto child = (*node)->children->find(component);
+  if (child == (*node)->children->end()) {
     return Failure::Missing;
   }
   *node = child->second.get();
@@ -43,6 +43,11 @@ Failure Step(const std::string& component, PredictedTree::Node** node) {
 }
 
 }  // namespace
+
+PredictedTree::PredictedTree() {
+  root_->parent = root_.get();
+  root_->children = std::make_unique<Children>();
+}
 
 bool PredictedTree::Exists(const std::string& path) const {
   Node* found = nullptr;
@@ -95,9 +100,10 @@ Failure PredictedTree::Add(const std::string& path, bool isDirectory, Node** add
   }
   auto node = std::make_unique<Node>();
   node->isDirectory = isDirectory;
+  node->children = isDirectory ? std::make_unique<Children>() : nullptr;
   node->parent = directory;
   *added = node.get();
-  directory->children.emplace(name, std::move(node));
+  directory->children->emplace(name, std::move(node));
   return Failure::None;
 }
 
@@ -260,7 +266,7 @@ Prediction PredictAll(PackageReader& package, std::uint64_t bytes, const Portion
 
 void AddItems(const PredictedTree::Node& directory, const std::string& prefix,
               std::vector<TreeItem>& items) {
-  for (const auto& [name, node] : directory.children) {
+  for (const auto& [name, node] : *directory.children) {
     items.push_back({prefix + name, node.get()});
     if (node->isDirectory) {
       AddItems(*node, prefix + name + "/", items);

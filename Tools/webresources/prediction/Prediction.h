@@ -21,15 +21,24 @@ namespace webresources {
 class PredictedTree {
  public:
   /// The reason of a failed operation.
-  enum class Failure { None, Missing, NotADirectory, IsADirectory, Exists, ComponentTooLong };
+  enum class Failure : std::uint8_t {
+    None,
+    Missing,
+    NotADirectory,
+    IsADirectory,
+    Exists,
+    ComponentTooLong
+  };
+
+  struct Node;
+  using Children = std::map<std::string, std::unique_ptr<Node>>;  // by name
 
   /// One directory or file.
   struct Node {
     bool isDirectory = true;
-    bool hasEntry = false;   ///< A directory only: an entry has exactly this path.
-    Node* parent = nullptr;  ///< The directory above; the root for the root.
-    /// The entries of a directory, by name.
-    std::map<std::string, std::unique_ptr<Node>> children;
+    bool hasEntry = false;               ///< A directory only: an entry has exactly this path.
+    Node* parent = nullptr;              ///< The directory above; the root for the root.
+    std::unique_ptr<Children> children;  ///< The entries of a directory. Null for a file.
 
     // The members of a file.
     std::optional<std::size_t> writer;  ///< The index of the entry with the data.
@@ -37,7 +46,7 @@ class PredictedTree {
     std::uint32_t crc32 = 0;            ///< The checksum of the data.
   };
 
-  PredictedTree() { root_->parent = root_.get(); }
+  PredictedTree();
 
   const Node& root() const { return *root_; }
 
@@ -64,7 +73,7 @@ class PredictedTree {
 
 /// The treatment of one entry of a package by the installer.
 struct EntryPrediction {
-  enum class Action { MakeDirectory, WriteFile, Skip };
+  enum class Action : std::uint8_t { MakeDirectory, WriteFile, Skip };
 
   using DataEnd = EntryData::End;
 
@@ -85,9 +94,9 @@ struct EntryPrediction {
   /// The reason why the directory or file cannot be made. None after a success, or if the installer
   /// does not try.
   PredictedTree::Failure failure = PredictedTree::Failure::None;
-  DataEnd end = DataEnd::Unread;          ///< The end of the data of a file.
   bool isOpened = false;                  ///< Whether the data of a file can be opened.
   bool isRepeated = false;                ///< An earlier entry makes the directory.
+  DataEnd end = DataEnd::Unread;          ///< The end of the data of a file.
   std::uint64_t size = 0;                 ///< The number of bytes that can be read.
   std::optional<std::size_t> replacedBy;  ///< The index of a later entry that writes the same file.
 
