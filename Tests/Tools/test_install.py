@@ -769,7 +769,8 @@ class Advice(Case):
     def test_installer_without_permission_to_run_is_reported(self):
         (self.machine.bundle / EXECUTABLE).chmod(0o644)
         self.assertIn(f"[program-unusable] /X.app/{EXECUTABLE}: it is not executable\n"
-                      "    fix: give the installer the mode 0755, or make the bundle again\n",
+                      "    fix: give the installer the mode 0755, or make the bundle again for this "
+                      "system\n",
                       self.output("install", "/X.app"))
 
     def test_damaged_receipt_is_reported_without_the_words_of_a_library(self):

@@ -161,7 +161,7 @@ struct Proof {
 Prediction Prove(PackageReader& package, const PackageExtent& extent, Proof& proof) {
   CatchInterruptions();
   const Scratch scratch;
-  RequireSpace(extent.bytes, package.EntryCount() + extent.directories, scratch.path());
+  RequireSpace(extent.bytes, extent.entries + extent.directories, scratch.path());
   const std::string destination = scratch.path() + "/" + kFinalName;
   Prediction prediction = PredictAndExtract(package, extent.bytes, destination);
   const FileTree predicted = TreeOf(prediction);

@@ -62,6 +62,7 @@ PackageExtent ExtentOf(const std::string& path) {
   while (package.Next()) {
     const std::uint64_t work = WorkOf(package.entry(), fileSize);
     extent.bytes += std::min(work, std::numeric_limits<std::uint64_t>::max() - extent.bytes);
+    ++extent.entries;
     if (package.entry().kind == PackageEntry::Kind::Directory) {
       directories.emplace_back(package.entry().name);
     }

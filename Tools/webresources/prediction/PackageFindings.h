@@ -25,7 +25,8 @@ struct Limits {
 
 /// The largest work that a package can cause, computed from the central directory.
 struct PackageExtent {
-  std::uint64_t bytes = 0;  ///< The bytes that the installer reads or writes.
+  std::uint64_t bytes = 0;    ///< The bytes that the installer reads or writes.
+  std::uint64_t entries = 0;  ///< The entries that are there, not the number that is stated.
   /// The number of different directories in the names of the entries. A name with "." or ".."
   /// components can count some directories several times.
   std::uint64_t directories = 0;

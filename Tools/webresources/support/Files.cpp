@@ -74,7 +74,13 @@ struct stat StatusOf(const std::string& path) {
 
 bool IsDirectory(const std::string& path) {
   struct stat status = {};
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+  if (stat(path.c_str(), &status) == 0) {
+    return S_ISDIR(status.st_mode);
+  }
+  if (errno != ENOENT && errno != ENOTDIR && errno != ELOOP) {
+    throw Error::FromErrno("read", path);
+  }
+  return false;
 }
 
 std::vector<std::string> NamesIn(const std::string& path) {

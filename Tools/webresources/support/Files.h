@@ -29,8 +29,8 @@ bool Exists(const std::string& path);
 /// Returns the status of `path`, with links followed. Throws Error if the status cannot be read.
 struct stat StatusOf(const std::string& path);
 
-/// Returns whether `path`, with links followed, is a directory. Returns false if the state is
-/// unknown.
+/// Returns whether `path`, with links followed, is a directory. Throws Error if this cannot be
+/// determined.
 bool IsDirectory(const std::string& path);
 
 /// Returns the names in the directory at `path` without "." and "..", sorted by their bytes. Throws
