@@ -20,6 +20,9 @@ BundleFiles FindBundleFiles(std::string path) {
   if (!S_ISDIR(StatusOf(path).st_mode)) {
     throw Error("read", path, "it is not a directory");
   }
+  if (access(path.c_str(), X_OK) != 0) {
+    throw Error::FromErrno("read", path);
+  }
   std::optional<std::string> program;
   if (IsDirectory(path + "/Contents/Resources")) {
     program = path + "/Contents/" BUNDLE_EXECUTABLES "/" BUNDLE_EXECUTABLE;
