@@ -34,8 +34,8 @@ int ErrorOf(pid_t child) {
   if (isKnown && WIFEXITED(status)) {
     return WEXITSTATUS(status);
   }
-  if (isKnown && WIFSTOPPED(status)) {
-    kill(child, SIGKILL);
+  // A child that cannot be killed stays stopped, and ends with this process.
+  if (isKnown && WIFSTOPPED(status) && kill(child, SIGKILL) == 0) {
     Uninterrupted([&] { return waitpid(child, nullptr, 0); });
   }
   return 0;
