@@ -534,8 +534,9 @@ class Install(Case):
         self.assertEqual(result.returncode, 1)
 
     def on_a_volume(self, options, *arguments, at="/Library", prepare="true", **streams):
-        """Returns the result of a command with an empty volume mounted at `at`. `options` are mount
-        options, or the size in bytes. A shell runs `prepare` in the volume before the command."""
+        """Returns the result of a command with an empty volume mounted at `at`, also the directory
+        for scratch files if this is "/scratch". `options` are mount options, or the size in bytes.
+        A shell runs `prepare` in the volume before the command."""
         mount = self.machine.path(at)
         mount.mkdir(exist_ok=True)
         if isinstance(options, int):
@@ -544,7 +545,8 @@ class Install(Case):
             ["unshare", *([] if os.geteuid() == 0 else ["--map-root-user"]), "--mount", "sh", "-c",
              f'mount -t tmpfs -o {options} tmpfs "$0" && (cd "$0" && {prepare}) && exec "$@"',
              str(mount), *self.machine.command(*arguments, "--json")],
-            **(streams or {"capture_output": True}), text=True, check=False)
+            **(streams or {"capture_output": True}), text=True, check=False,
+            env={**os.environ, "TMPDIR": "/scratch"})
         document = json.loads(result.stdout)
         return Told(result.returncode, [finding["id"] for finding in document["findings"]],
                     document)
@@ -590,12 +592,12 @@ class Install(Case):
         page = os.sysconf("SC_PAGESIZE")
         write_bundle(self.machine.bundle, {"large": b"x" * 2 * page})
         for options, status in ((2 * page, 0), (page, 2), ("nr_inodes=4", 0), ("nr_inodes=1", 2)):
-            told = self.on_a_volume(options, "check", "--prove", "/X.app", at="/tmp")
+            told = self.on_a_volume(options, "check", "--prove", "/X.app", at="/scratch")
             self.assertEqual(told.status, status, options)
 
     def test_trial_extraction_without_inodes_for_the_content_is_told(self):
         write_bundle(self.machine.bundle, {str(number): b"" for number in range(30)})
-        told = self.on_a_volume("nr_inodes=20", "check", "--prove", "/X.app", at="/tmp")
+        told = self.on_a_volume("nr_inodes=20", "check", "--prove", "/X.app", at="/scratch")
         self.assertEqual((told.status, told.document["error"]["operation"]), (2, "extract to"))
         self.assertIn("files and directories", told.document["error"]["reason"])
 
