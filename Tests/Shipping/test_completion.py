@@ -2,7 +2,6 @@
 description. Tests/Tools/test_webresources.py tests bash, which shows no descriptions."""
 
 import os
-import pathlib
 import pty
 import re
 import select
