@@ -1,8 +1,10 @@
 #ifndef INCLUDE_INSTALLRECORD_H_
 #define INCLUDE_INSTALLRECORD_H_
 
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <variant>
 
 #include "OSUtils.h"
 
@@ -27,6 +29,30 @@ struct InstallRecord {
   State installPath = State::Absent;
   State fullVersion = State::Absent;
 };
+
+/// The properties of one value of the record.
+struct RecordField {
+  const char* key;    ///< The key in the preferences domain.
+  const char* name;   ///< The member in JSON documents.
+  const char* label;  ///< The name for people.
+  std::variant<std::int32_t WebRegInfo::*, std::string WebRegInfo::*> value;
+  InstallRecord::State InstallRecord::*state;
+};
+
+inline constexpr RecordField kInstallPathField = {"tWebResourceInstallPath", "installPath",
+                                                  "installed directory", &WebRegInfo::installPath,
+                                                  &InstallRecord::installPath};
+inline constexpr RecordField kUpdateIdField = {"iUpdateId", "updateId", "update number",
+                                               &WebRegInfo::updateId, &InstallRecord::updateId};
+inline constexpr RecordField kFullVersionField = {"tFullVersion", "fullVersion", "full version",
+                                                  &WebRegInfo::fullVersion,
+                                                  &InstallRecord::fullVersion};
+inline constexpr RecordField kRandomField = {"irandom", "random", "random identifier",
+                                             &WebRegInfo::random, &InstallRecord::random};
+
+/// All values of the record. Every reader and writer of all values uses this table.
+inline constexpr RecordField kRecordFields[] = {kInstallPathField, kUpdateIdField,
+                                                kFullVersionField, kRandomField};
 
 /// Returns the values and their states, all from one read. If the record does not exist, every
 /// value is Absent. Returns nothing and sets errno if the record cannot be read.

@@ -163,11 +163,6 @@ void OSUtils::MakeDurable(const std::string& path) {
 
 namespace {
 
-const char kInstallPathKey[] = "tWebResourceInstallPath";
-const char kUpdateIdKey[] = "iUpdateId";
-const char kFullVersionKey[] = "tFullVersion";
-const char kRandomKey[] = "irandom";
-
 constexpr std::int32_t kAbsent = -1;
 constexpr std::size_t kCarriedTextSize = 128;  // with the zero; a longer string counts as absent
 
@@ -204,15 +199,24 @@ State Capture(const PreferencesDomain::Value& value, std::string& text) {
   return StateOf(value, isUsable);
 }
 
+std::vector<std::string> RecordKeys() {
+  std::vector<std::string> keys;
+  for (const RecordField& field : kRecordFields) {
+    keys.emplace_back(field.key);
+  }
+  return keys;
+}
+
 /// Returns false if `domain` cannot be read; errno then tells the reason.
 bool Capture(const PreferencesDomain& domain, InstallRecord& record) {
   std::vector<PreferencesDomain::Value> values;
-  const bool isRead =
-      domain.Read({kRandomKey, kUpdateIdKey, kInstallPathKey, kFullVersionKey}, &values);
-  record.random = Capture(values[0], record.values.random);
-  record.updateId = Capture(values[1], record.values.updateId);
-  record.installPath = Capture(values[2], record.values.installPath);
-  record.fullVersion = Capture(values[3], record.values.fullVersion);
+  const bool isRead = domain.Read(RecordKeys(), &values);
+  auto value = values.cbegin();
+  for (const RecordField& field : kRecordFields) {
+    record.*field.state = std::visit(
+        [&](auto member) { return Capture(*value, record.values.*member); }, field.value);
+    ++value;
+  }
   return isRead;
 }
 
@@ -226,20 +230,20 @@ std::string OSUtils::CompleteVersion(int build) {
 }
 
 bool OSUtils::RegisterWebResourcePath(const std::string& path) {
-  return Register(kInstallPathKey, path);
+  return Register(kInstallPathField.key, path);
 }
 
 bool OSUtils::RegisterUpdateID(int id) {
-  return Register(kUpdateIdKey, id);
+  return Register(kUpdateIdField.key, id);
 }
 
 bool OSUtils::RegisterCompleteVersion(int build) {
-  return Register(kFullVersionKey, CompleteVersion(build));
+  return Register(kFullVersionField.key, CompleteVersion(build));
 }
 
 bool OSUtils::RegisterRandom() {
   std::srand(static_cast<unsigned int>(std::time(nullptr)));
-  return Register(kRandomKey, std::rand() % kLargestRandom + 1);
+  return Register(kRandomField.key, std::rand() % kLargestRandom + 1);
 }
 
 bool OSUtils::isRandomPresent() {
@@ -262,7 +266,7 @@ bool OSUtils::ClearRegistry() {
 bool OSUtils::MakeFreshRegistry(WebRegInfo* info) {
   PreferencesDomain record = Record();
   if (info->random != kAbsent) {
-    record.SetNumber(kRandomKey, info->random);
+    record.SetNumber(kRandomField.key, info->random);
   }
   if (info->updateId != kAbsent) {
     RegisterUpdateID(info->updateId);
@@ -271,7 +275,7 @@ bool OSUtils::MakeFreshRegistry(WebRegInfo* info) {
     RegisterWebResourcePath(info->installPath);
   }
   if (!info->fullVersion.empty()) {
-    record.SetText(kFullVersionKey, info->fullVersion);
+    record.SetText(kFullVersionField.key, info->fullVersion);
   }
   return record.Flush();
 }
@@ -290,11 +294,10 @@ std::string RecordLocation(const std::string& hostRoot) {
 
 bool RemoveRandom(const std::string& hostRoot) {
   PreferencesDomain record(PLIST_SECTION_KEY, hostRoot);
-  record.Remove(kRandomKey);
+  record.Remove(kRandomField.key);
   return record.Flush();
 }
 
 bool RemoveRecord(const std::string& hostRoot) {
-  return PreferencesDomain(PLIST_SECTION_KEY, hostRoot)
-      .Erase({kInstallPathKey, kUpdateIdKey, kFullVersionKey, kRandomKey});
+  return PreferencesDomain(PLIST_SECTION_KEY, hostRoot).Erase(RecordKeys());
 }

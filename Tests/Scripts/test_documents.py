@@ -64,6 +64,20 @@ class Guides(unittest.TestCase):
                 with self.subTest(name):
                     self.assertTrue(any(f"/{path}".endswith(f"/{name}") for path in paths))
 
+    def test_the_guide_for_a_value_names_each_product_file_that_names_one(self):
+        guide = text(SOURCE / "CONTRIBUTING.md").partition("## A new value in the record\n")[2]
+        named = set(re.findall(r"`((?:\w+/)*\w+\.(?:cpp|h))`", guide.partition("\n4. ")[0]))
+        value = re.compile(r"fullVersion|FullVersionField|RegisterCompleteVersion|"
+                           r"\bregenerate\b|shouldRegenerateRandom")
+        found = set()
+        for room in ("Source", "Include", "Common", "Platform", "Tools"):
+            for path in (SOURCE / room).rglob("*.*"):
+                code = path.read_text(encoding="utf-8") if path.suffix in (".cpp", ".h") else ""
+                if value.search(re.sub(r'//.*|"(?:[^"\\]|\\.)*"', "", code)):
+                    name = path.relative_to(SOURCE).as_posix()
+                    found.add(name.removeprefix("Tools/webresources/"))
+        self.assertEqual(named, found)
+
 
 class Findings(unittest.TestCase):
     RULES = findings.RULES.read_text(encoding="utf-8")

@@ -28,7 +28,7 @@ class PackTest : public testing::Test {
     fs::create_directory(directory_ / "Resources");
     options_.directory = directory_ / "site";
     options_.output = directory_ / "Resources";
-    options_.updateId = 7;
+    options_.metadata.updateId = 7;
   }
 
   std::string Site(const std::string& name) const { return directory_ / ("site/" + name); }
@@ -76,8 +76,8 @@ TEST_F(PackTest, EntriesStandInTheOrderOfBytesWithEachDirectoryBeforeItsFiles) {
 
 TEST_F(PackTest, MetadataHasTheRequestedValues) {
   WriteFile(Site("f"), "x");
-  options_.clear = options_.regenerate = true;
-  options_.updateId = -2;
+  options_.metadata.clear = options_.metadata.regenerate = true;
+  options_.metadata.updateId = -2;
   EXPECT_EQ(Refusals(), "");
   EXPECT_EQ(ReadFile(Written("metadata.txt")),
             "{\"clear\":true,\"updateid\":-2,\"regenerate\":true}\n");
@@ -349,7 +349,7 @@ TEST_F(PackTest, NameThatIsNotUtf8IsRefused) {
 
 TEST_F(PackTest, UpdateNumberThatCountsAsAbsentIsRefused) {
   WriteFile(Site("f"), "x");
-  options_.updateId = -1;
+  options_.metadata.updateId = -1;
   EXPECT_EQ(Refusals(), "metadata-updateid-absent ");
 }
 

@@ -134,15 +134,15 @@ void AddPack(CLI::App& app, CommandLine& line) {
       [&line] { return Pack(line.pack); });
   AddPath(command, "DIRECTORY", options.directory, "The content to pack")->required();
   command
-      ->add_option("--update-id", options.updateId,
+      ->add_option("--update-id", options.metadata.updateId,
                    "The update number, from -99999999 to 999999999")
       ->required()
       ->check(ProblemOfUpdateId)
       ->type_name("NUMBER");
   AddPath(command, "--output", options.output, "A bundle, or its Resources directory")->required();
-  command->add_flag("--clear", options.clear,
+  command->add_flag("--clear", options.metadata.clear,
                     "Remove keys of other programs from the record first");
-  command->add_flag("--regenerate", options.regenerate, "Draw a new random identifier");
+  command->add_flag("--regenerate", options.metadata.regenerate, "Draw a new random identifier");
   AddGlobs(command, "--exclude", options.selection.excluded, "Leave out files that match GLOB");
   command->add_flag("--follow", options.selection.followLinks,
                     "Pack the targets of symbolic links");

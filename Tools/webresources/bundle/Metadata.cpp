@@ -22,16 +22,6 @@ namespace {
 /// The scanner is recursive and has no limit for the nesting. This limit bounds the stack.
 constexpr int kContainersRead = 1000;
 
-/// Returns the answer of one query; nothing if the query aborts the run.
-template <typename Query>
-auto Ask(Query query) -> std::optional<decltype(query())> {
-  try {
-    return query();
-  } catch (const QDOException&) {
-    return std::nullopt;
-  }
-}
-
 Metadata::RunOutcome OutcomeOf(const Metadata& metadata) {
   if (!metadata.clear) {
     return Metadata::RunOutcome::Nothing;
@@ -129,24 +119,26 @@ class MetadataFinder {
   }
 
   void Query(const QDOObject& object) {
-    MetadataHelper helper(object);
-    const std::map<std::string, QDOObject>& members = object.getMap();
-    metadata_.clear = Ask([&helper] { return helper.shouldClearRegistry(); });
-    metadata_.updateId = Ask([&helper] { return helper.getUpdateId(); });
-    metadata_.regenerate = Ask([&helper] { return helper.shouldRegenerateRandom(); });
-    FindInMember(members, "clear", metadata_.clear.has_value());
-    FindInMember(members, "updateid", metadata_.updateId.has_value());
-    FindInMember(members, "regenerate", metadata_.regenerate.has_value());
+    Ask(object, "clear", &MetadataHelper::shouldClearRegistry, metadata_.clear);
+    Ask(object, "updateid", &MetadataHelper::getUpdateId, metadata_.updateId);
+    Ask(object, "regenerate", &MetadataHelper::shouldRegenerateRandom, metadata_.regenerate);
     if (metadata_.updateId) {
       AddUpdateIdFindings(metadata_.findings, *metadata_.updateId);
     }
   }
 
-  void FindInMember(const std::map<std::string, QDOObject>& members, const std::string& name,
-                    bool isAccepted) {
-    if (isAccepted) {
-      return;
+  /// Stores the answer of one query; adds a finding if the query aborts the run.
+  template <typename Value>
+  void Ask(const QDOObject& object, const std::string& name, Value (MetadataHelper::*query)(),
+           std::optional<Value>& answer) {
+    try {
+      answer = (MetadataHelper(object).*query)();
+    } catch (const QDOException&) {
+      FindInMember(object.getMap(), name);
     }
+  }
+
+  void FindInMember(const std::map<std::string, QDOObject>& members, const std::string& name) {
     const auto member = members.find(name);
     if (member == members.end()) {
       AddTo(kMetadataMemberMissing, name, "it is missing");

@@ -18,13 +18,13 @@ struct Metadata {
     Complete,      ///< Exits with 0.
   };
 
-  // The answers to the installer's three queries. Without a value, the query aborts the run.
+  // The answers to the installer's queries. Without a value, the query aborts the run.
   std::optional<bool> clear;
   std::optional<int> updateId;
   std::optional<bool> regenerate;
 
   RunOutcome outcome = RunOutcome::Nothing;
-  Findings findings;  ///< Defects and surprises in the file.
+  Findings findings = {};  ///< Defects and surprises in the file.
 };
 
 /// Reads the metadata file at `path`. A missing file is a finding. Throws Error if the file cannot
@@ -34,7 +34,8 @@ Metadata ReadMetadata(const std::string& path);
 /// Adds the findings about the update number of a metadata file.
 void AddUpdateIdFindings(Findings& findings, int updateId);
 
-/// Returns the three values as a member of a document; null for a value that aborts the run.
+/// Returns the answers as a member of a document, in the order and with the names of the metadata
+/// file; null for a value that aborts the run.
 Json ToJson(const Metadata& metadata);
 
 /// Returns a description of a run with `outcome`, for people: the rest of a sentence that begins

@@ -107,10 +107,11 @@ void ReportOutcome(const Metadata& metadata, Report& report) {
   outcome["end"] = completes ? "exit" : "abort";
   outcome["reach"] = kReaches[static_cast<int>(metadata.outcome)];
   outcome["description"] = Describe(metadata.outcome);
-  const Json meaning = ToJson(metadata);
-  report.summary.push_back("clear: " + meaning["clear"].dump() +
-                           ", updateid: " + meaning["updateid"].dump() +
-                           ", regenerate: " + meaning["regenerate"].dump());
+  std::string line;
+  for (const auto& [name, value] : report.details["metadata"].items()) {
+    line += (line.empty() ? "" : ", ") + name + ": " + value.dump();
+  }
+  report.summary.push_back(line);
   report.summary.push_back("a run " + Describe(metadata.outcome));
 }
 

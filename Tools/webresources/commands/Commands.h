@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "bundle/Metadata.h"
 #include "machine/Installation.h"
 #include "packing/SourceTree.h"
 #include "prediction/PackageFindings.h"
@@ -15,12 +16,11 @@ namespace webresources {
 /// failure, except InstallCheck(): this command reports a failure by the status.
 
 struct PackOptions {
-  std::string directory;        ///< The directory to pack.
-  std::string output;           ///< A bundle, or its Resources directory.
-  bool createsOutput = false;   ///< Accept any directory as `output`; make a missing directory.
-  std::int32_t updateId = 0;    ///< The update number to record.
-  bool clear = false;           ///< The installer clears keys of other programs first.
-  bool regenerate = false;      ///< The installer draws a new random identifier.
+  std::string directory;       ///< The directory to pack.
+  std::string output;          ///< A bundle, or its Resources directory.
+  bool createsOutput = false;  ///< Accept any directory as `output`; make a missing directory.
+  /// The values to write. Requires: each answer has a value.
+  Metadata metadata = {false, 0, false};
   bool allowsWarnings = false;  ///< Write both files in spite of warnings.
   Selection selection;          ///< The files that are packed.
 };

@@ -31,12 +31,16 @@ Report Info(const std::string& path) {
   const Json values = ToJson(metadata);
   PutName(report.details, "resources", bundle.directory);
   report.details["metadata"] = values;
+  for (const auto& [name, value] : values.items()) {
+    constexpr std::size_t kWidth = 12;
+    std::string label = name + ":";
+    label.resize(kWidth, ' ');
+    report.summary.push_back(label + value.dump());
+  }
   report.details["package"] = {{"files", files}, {"bytes", bytes}, {"sha256", sha256}};
-  report.summary = {
-      "update:     " + values["updateid"].dump(), "clear:      " + values["clear"].dump(),
-      "regenerate: " + values["regenerate"].dump(),
-      "content:    " + std::to_string(files) + " files, " + std::to_string(bytes) + " bytes",
-      "SHA-256:    " + sha256};
+  report.summary.push_back("content:    " + std::to_string(files) + " files, " +
+                           std::to_string(bytes) + " bytes");
+  report.summary.push_back("SHA-256:    " + sha256);
   return report;
 }
 

@@ -1,10 +1,8 @@
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
-#include <sstream>
 
 #include "bundle/BundleFiles.h"
-#include "bundle/Metadata.h"
 #include "commands/Commands.h"
 #include "packing/ArchiveWriter.h"
 #include "support/AtomicFile.h"
@@ -104,13 +102,6 @@ Totals WritePackage(const SourceTree& tree, const AtomicFile& package, std::int6
   return totals;
 }
 
-std::string MetadataText(const PackOptions& options) {
-  std::ostringstream text;
-  text << std::boolalpha << "{\"clear\":" << options.clear << ",\"updateid\":" << options.updateId
-       << ",\"regenerate\":" << options.regenerate << "}\n";
-  return text.str();
-}
-
 void ReportLeftOut(const SourceTree& tree, Report& report) {
   Json& leftOut = report.details["leftOut"] = Json::array();
   for (const SourceTree::LeftOut& item : tree.leftOut) {
@@ -147,7 +138,7 @@ Report Pack(const PackOptions& options) {
   Report report("pack");
   ReportLeftOut(tree, report);
   report.findings = tree.refused;
-  AddUpdateIdFindings(report.findings, options.updateId);
+  AddUpdateIdFindings(report.findings, *options.metadata.updateId);
   report.SetStatus();
   const Findings& stopping = options.allowsWarnings ? ErrorsOf(report.findings) : report.findings;
   if (!stopping.empty()) {
@@ -161,7 +152,7 @@ Report Pack(const PackOptions& options) {
   }
   const BundleFiles resources = FindOutput(options);
   AtomicFile metadata(resources.metadata);
-  metadata.Write(MetadataText(options));
+  metadata.Write(ToJson(options.metadata).dump() + "\n");
   AtomicFile package(resources.package);
   const Totals totals = WritePackage(tree, package, time);
   AtomicFile::CommitBoth(package, metadata);

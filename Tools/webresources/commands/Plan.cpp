@@ -16,14 +16,6 @@ namespace {
 
 using Outcome = InstallPlan::Outcome;
 
-Json RecordAfter(const InstallPlan& plan, const ExpectedBundle& bundle) {
-  const InstallRecord& record = plan.host.installation.record;
-  return plan.outcome == Outcome::Install
-             ? webresources::RecordAfter(record, bundle.UpdateId(),
-                                         bundle.metadata.regenerate.value_or(false))
-             : webresources::ToJson(record.values);
-}
-
 FileTree InstalledTree(const Installation& installation, const FileTree& expected) {
   return installation.directory.empty()
              ? FileTree()
@@ -85,14 +77,16 @@ bool NeedsRoot(const Installation& installation) {
 }
 
 void ReportPlan(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
-  report.details["recordAfter"] = RecordAfter(plan, bundle);
+  const InstallRecord& record = plan.host.installation.record;
+  const bool installs = plan.outcome == Outcome::Install;
+  report.details["recordAfter"] =
+      installs ? RecordAfter(record, bundle.metadata) : webresources::ToJson(record.values);
   report.details["freshDirectory"] = plan.freshDirectory;
   report.details["bytesNeeded"] = plan.bytesNeeded;
   report.details["bytesFree"] = plan.free.bytes;
-  report.details["needsRoot"] =
-      plan.outcome == Outcome::Install && NeedsRoot(plan.host.installation);
+  report.details["needsRoot"] = installs && NeedsRoot(plan.host.installation);
   ReportInstallationChanges(plan, bundle, report);
-  if (plan.outcome == Outcome::Install && plan.freshDirectory != kFinalName) {
+  if (installs && plan.freshDirectory != kFinalName) {
     report.summary.push_back("directory: " + plan.freshDirectory + ", renamed to " + kFinalName);
   }
   report.summary.push_back("random identifier: " +

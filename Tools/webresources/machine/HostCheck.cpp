@@ -29,8 +29,6 @@ namespace {
 
 using Kind = Difference::Kind;
 
-const char kPathName[] = "installed directory";
-
 /// The rule of each kind of difference, in the order of the kinds.
 const Rule* const kRules[] = {&kFileMissing, &kFileExtra,   &kFileType,
                               &kFileDiffers, &kModeDiffers, &kOwnerDiffers};
@@ -68,7 +66,7 @@ class InstallationFinder {
       }
       FindInTree();
       FindLeftovers();
-      Append(findings_, FindInRecord(installation_.record, expected_.updateId));
+      Append(findings_, FindInRecord(installation_.record, expected_.metadata));
     }
     return std::move(findings_);
   }
@@ -77,12 +75,14 @@ class InstallationFinder {
   void FindInDirectory() {
     const std::string& recorded = record_.installPath;
     if (recorded.empty()) {
-      AddMissing(findings_, kPathName, installation_.record.installPath);
+      AddMissing(findings_, kInstallPathField, installation_.record);
     } else if (installation_.directory != recorded &&
                (!installation_.directory.empty() || !IsBareName(recorded))) {
-      Add(findings_, kRecordDirectory, kPathName, "there is no directory " + recorded);
+      Add(findings_, kRecordDirectory, kInstallPathField.label,
+          "there is no directory " + recorded);
     } else if (installation_.directory == recorded && recorded != kFinalName) {
-      Add(findings_, kRecordDiffers, kPathName, "it is " + recorded + " instead of " + kFinalName);
+      Add(findings_, kRecordDiffers, kInstallPathField.label,
+          "it is " + recorded + " instead of " + kFinalName);
     }
     if (installation_.directory.empty()) {
       Add(findings_, kNotInstalled, installation_.installRoot + kFinalName,
@@ -164,8 +164,7 @@ void CompareWithReceipt(HostState& host, bool ignoresModes) {
   host.isCompared =
       host.receipt && FindInReceipt(*host.receipt, host.installation, host.receiptFindings);
   host.findings = FindInInstallation(
-      host.installation,
-      {host.isCompared ? &host.receipt->tree : nullptr, std::nullopt, ignoresModes});
+      host.installation, {host.isCompared ? &host.receipt->tree : nullptr, nullptr, ignoresModes});
   if (!ignoresModes) {
     host.hostFindings = FindInAccess(host.installation.hostRoot, Places::Host);
   }

@@ -20,8 +20,8 @@ void RepairWhatARunKeeps(const Installation& installation, bool ignoresModes);
 /// The expected installation. An absent member is not compared.
 struct Expectation {
   const FileTree* tree = nullptr;  ///< The installed directory; null if unknown.
-  /// If absent, the values of the record are compared with each other only.
-  std::optional<int> updateId;
+  /// The metadata of the run; if null, the values of the record are compared with each other only.
+  const Metadata* metadata = nullptr;
   bool ignoresModes = false;  ///< Modes and owners are not compared.
 };
 

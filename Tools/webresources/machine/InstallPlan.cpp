@@ -77,7 +77,7 @@ ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>&
 
 void CompareWithBundle(HostState& host, const ExpectedBundle& bundle, bool ignoresModes) {
   host.findings = FindInInstallation(
-      host.installation, {bundle.isRead ? &bundle.tree : nullptr, bundle.UpdateId(), ignoresModes});
+      host.installation, {bundle.isRead ? &bundle.tree : nullptr, &bundle.metadata, ignoresModes});
   const bool belongs =
       host.receipt && FindInReceipt(*host.receipt, host.installation, host.receiptFindings);
   if (belongs && host.findings.empty() && host.receipt->packageSha256 != bundle.packageSha256) {

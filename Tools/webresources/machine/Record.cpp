@@ -1,5 +1,9 @@
 #include "machine/Record.h"
 
+#include <algorithm>
+#include <iterator>
+#include <variant>
+
 #include "InstallerConstants.h"
 #include "OSUtils.h"
 #include "report/Rules.h"
@@ -11,39 +15,37 @@ namespace {
 
 using State = InstallRecord::State;
 
-const char kUpdateIdName[] = "update number";
-const char kVersionName[] = "full version";
-const char kRandomName[] = "random identifier";
-
-void FindInUpdateId(const InstallRecord& record, std::optional<int> updateId, Findings& findings) {
-  const auto recorded = UpdateIdOf(record);
-  if (!recorded) {
-    AddMissing(findings, kUpdateIdName, record.updateId);
-  } else if (updateId && recorded != updateId) {
-    Add(findings, kRecordDiffers, kUpdateIdName,
-        "it is " + std::to_string(*recorded) + " instead of " + std::to_string(*updateId));
-  }
+/// Returns `record` with the values that a run with `metadata` records.
+InstallRecord After(InstallRecord record, const Metadata& metadata) {
+  record.values.installPath = kFinalName;
+  record.values.updateId = *metadata.updateId;
+  record.values.fullVersion = OSUtils::CompleteVersion(*metadata.updateId);
+  record.installPath = record.updateId = record.fullVersion = State::Usable;
+  return record;
 }
 
-void FindInVersion(const InstallRecord& record, std::optional<int> updateId, Findings& findings) {
-  const auto number = updateId ? updateId : UpdateIdOf(record);
+std::string AsText(std::int32_t number) {
+  return std::to_string(number);
+}
+
+std::string AsText(const std::string& text) {
+  return text;
+}
+
+/// Returns the value of `field` for people; empty if the value is absent or unusable.
+std::string TextOf(const RecordField& field, const InstallRecord& record) {
+  return record.*field.state != State::Usable
+             ? std::string()
+             : std::visit([&](auto member) { return AsText(record.values.*member); }, field.value);
+}
+
+void FindInVersion(const InstallRecord& record, Findings& findings) {
+  const auto updateId = UpdateIdOf(record);
   const std::string& version = record.values.fullVersion;
-  if (version.empty()) {
-    AddMissing(findings, kVersionName, record.fullVersion);
-  } else if (number && version != OSUtils::CompleteVersion(*number)) {
-    Add(findings, updateId ? kRecordDiffers : kRecordVersion, kVersionName,
-        "it is " + version + (updateId ? " instead of " : ", which the update number makes ") +
-            OSUtils::CompleteVersion(*number));
-  }
-}
-
-void FindInRandom(const InstallRecord& record, Findings& findings) {
-  if (record.random != State::Usable) {
-    AddMissing(findings, kRandomName, record.random);
-  } else if (IsRandomUnusable(record)) {
-    Add(findings, kRecordRandom, kRandomName,
-        "it is " + std::to_string(record.values.random) + ", not from 1 to " +
-            std::to_string(OSUtils::kLargestRandom));
+  if (updateId && !version.empty() && version != OSUtils::CompleteVersion(*updateId)) {
+    Add(findings, kRecordVersion, kFullVersionField.label,
+        "it is " + version + ", which the update number makes " +
+            OSUtils::CompleteVersion(*updateId));
   }
 }
 
@@ -58,8 +60,9 @@ InstallRecord ReadHostRecord(const std::string& hostRoot) {
 }
 
 bool IsEmpty(const InstallRecord& record) {
-  return record.random == State::Absent && record.updateId == State::Absent &&
-         record.installPath == State::Absent && record.fullVersion == State::Absent;
+  return std::all_of(
+      std::begin(kRecordFields), std::end(kRecordFields),
+      [&record](const RecordField& field) { return record.*field.state == State::Absent; });
 }
 
 std::optional<int> UpdateIdOf(const InstallRecord& record) {
@@ -72,50 +75,67 @@ bool IsRandomUnusable(const InstallRecord& record) {
          (record.random == State::Usable && (random < 1 || random > OSUtils::kLargestRandom));
 }
 
-Findings FindInRecord(const InstallRecord& record, std::optional<int> updateId) {
+Findings FindInRecord(const InstallRecord& record, const Metadata* metadata) {
   Findings findings;
-  FindInUpdateId(record, updateId, findings);
-  FindInVersion(record, updateId, findings);
-  FindInRandom(record, findings);
+  const InstallRecord expected =
+      metadata != nullptr ? After(InstallRecord(), *metadata) : InstallRecord();
+  for (const RecordField& field : kRecordFields) {
+    const std::string found = TextOf(field, record);
+    const std::string wanted = TextOf(field, expected);
+    if (field.state == kInstallPathField.state) {
+      continue;
+    }
+    if (found.empty()) {  // also for a recorded text that is empty
+      AddMissing(findings, field, record);
+    } else if (!wanted.empty() && found != wanted) {
+      Add(findings, kRecordDiffers, field.label, "it is " + found + " instead of " + wanted);
+    }
+  }
+  if (metadata == nullptr) {
+    FindInVersion(record, findings);
+  }
+  if (record.random == State::Usable && IsRandomUnusable(record)) {
+    Add(findings, kRecordRandom, kRandomField.label,
+        "it is " + TextOf(kRandomField, record) + ", not from 1 to " +
+            std::to_string(OSUtils::kLargestRandom));
+  }
   return findings;
 }
 
-// A recorded text that is empty counts as missing.
-void AddMissing(Findings& findings, const char* name, InstallRecord::State state) {
-  if (state == State::Unusable) {
-    Add(findings, kRecordType, name, "its value is of another type, or out of range");
+void AddMissing(Findings& findings, const RecordField& field, const InstallRecord& record) {
+  if (record.*field.state == State::Unusable) {
+    Add(findings, kRecordType, field.label, "its value is of another type, or out of range");
   } else {
-    Add(findings, kRecordMissing, name, "it is not recorded");
+    Add(findings, kRecordMissing, field.label, "it is not recorded");
   }
 }
 
 namespace {
 
-constexpr int kAbsent = -1;
+void Put(Json& json, const char* name, std::int32_t number) {
+  constexpr std::int32_t kAbsent = -1;
+  json[name] = number == kAbsent ? Json(nullptr) : Json(number);
+}
 
-Json NumberOrNull(int number) {
-  return number == kAbsent ? Json(nullptr) : Json(number);
+void Put(Json& json, const char* name, const std::string& text) {
+  PutOptional(json, name, text);
 }
 
 }  // namespace
 
 Json ToJson(const WebRegInfo& record) {
   Json json = Json::object();
-  PutOptional(json, "installPath", record.installPath);
-  json["updateId"] = NumberOrNull(record.updateId);
-  PutOptional(json, "fullVersion", record.fullVersion);
-  json["random"] = NumberOrNull(record.random);
+  for (const RecordField& field : kRecordFields) {
+    std::visit([&](auto member) { Put(json, field.name, record.*member); }, field.value);
+  }
   return json;
 }
 
-Json RecordAfter(const InstallRecord& record, int updateId, bool regenerates) {
-  WebRegInfo after = record.values;
-  after.installPath = kFinalName;
-  after.updateId = updateId;
-  after.fullVersion = OSUtils::CompleteVersion(updateId);
-  Json json = ToJson(after);
-  if (regenerates || IsRandomUnusable(record) || record.random == State::Absent) {
-    json["random"] = "drawn";
+Json RecordAfter(const InstallRecord& record, const Metadata& metadata) {
+  Json json = ToJson(After(record, metadata).values);
+  if (metadata.regenerate.value_or(false) || IsRandomUnusable(record) ||
+      record.random == State::Absent) {
+    json[kRandomField.name] = "drawn";
   }
   return json;
 }

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "InstallRecord.h"
+#include "bundle/Metadata.h"
 #include "report/Report.h"
 
 namespace webresources {
@@ -23,21 +24,22 @@ std::optional<int> UpdateIdOf(const InstallRecord& record);
 /// keeps such a value.
 bool IsRandomUnusable(const InstallRecord& record);
 
-/// Returns the defects of update number, version and random identifier. Without `updateId`,
-/// compares the values with each other only.
-Findings FindInRecord(const InstallRecord& record, std::optional<int> updateId);
+/// Returns the defects of all values except the installed directory, compared with the values that
+/// a run with `metadata` records. If `metadata` is null, compares the values with each other only.
+/// Requires: `metadata` is null, or each value that a run records has a value.
+Findings FindInRecord(const InstallRecord& record, const Metadata* metadata);
 
-/// Adds the finding about the absent or unusable value `name` of the record: kRecordType if `state`
-/// is Unusable, else kRecordMissing.
-void AddMissing(Findings& findings, const char* name, InstallRecord::State state);
+/// Adds the finding about an absent or unusable value of `record`: kRecordType if the state is
+/// Unusable, else kRecordMissing.
+void AddMissing(Findings& findings, const RecordField& field, const InstallRecord& record);
 
 /// Returns `record` as a member of a JSON document. An absent value is null. The number -1 is null,
 /// too, because the installer treats -1 as absent.
 Json ToJson(const WebRegInfo& record);
 
-/// Returns the record after an installation of the update `updateId`, in the form of ToJson(). The
-/// random identifier is "drawn" if the run draws a new identifier.
-Json RecordAfter(const InstallRecord& record, int updateId, bool regenerates);
+/// Returns the record after a run with `metadata`, in the form of ToJson(). The random identifier
+/// is "drawn" if the run draws a new identifier. Requires: as FindInRecord().
+Json RecordAfter(const InstallRecord& record, const Metadata& metadata);
 
 }  // namespace webresources
 
