@@ -15,7 +15,8 @@ import subprocess
 import sys
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
-TESTS = ("ApplePreferencesTest", "AppleRecordTest", "AppleBackEndTest", "AppleDurabilityTest")
+TESTS = ("AppleAccessControlListTest", "AppleBackEndTest", "AppleDurabilityTest",
+         "ApplePreferencesTest", "AppleRecordTest")
 NOBODY = 65534
 
 RECORD = "Source/OSUtilsMac.cpp"
@@ -23,6 +24,7 @@ CONSTANTS = "Include/InstallerConstants.h"
 BUNDLE = "Platform/apple/Bundle.cpp"
 DOMAIN = "Platform/apple/PreferencesDomain.cpp"
 DURABILITY = "Platform/apple/Durability.cpp"
+LISTS = "Platform/apple/AccessControlList.cpp"
 
 # For each change: its name, the file, and pairs of a text in the file and the text instead.
 PLANTS = (
@@ -86,6 +88,38 @@ PLANTS = (
      ("return errno == 0 ? 0 : -1;", "return 0;")),
     ("a file synced to the cache of the drive only", DURABILITY,
      ("fcntl(descriptor, F_FULLFSYNC)", "fsync(descriptor)")),
+    ("entries that deny counted", LISTS,
+     (" || tag != ACL_EXTENDED_ALLOW ||", " ||")),
+    ("entries for reading counted", LISTS,
+     ("kWriting[] = {ACL_WRITE_DATA,", "kWriting[] = {ACL_READ_DATA, ACL_WRITE_DATA,")),
+    ("one right to change not counted", LISTS,
+     ("ACL_CHANGE_OWNER, ACL_WRITE_EXTATTRIBUTES", "ACL_CHANGE_OWNER")),
+    ("only the first right to change looked at", LISTS,
+     ("      return true;\n    }\n  }\n  return false;\n}\n\nbool IsForNew",
+      "      return true;\n    }\n    break;\n  }\n  return false;\n}\n\nbool IsForNew")),
+    ("only the first entry looked at", LISTS,
+     ("      return true;\n    }\n  }\n  return false;\n}\n\n}  // namespace",
+      "      return true;\n    }\n    break;\n  }\n  return false;\n}\n\n}  // namespace")),
+    ("entries read as the draft of POSIX says", LISTS,
+     ("&entry) == 0;", "&entry) == 1;")),
+    ("entries for new entries counted", LISTS,
+     ("(countsInherited || !IsForNewEntriesOnly(entry))", "(countsInherited || entry != nullptr)")),
+    ("entries for new entries not removed", LISTS,
+     ("LetsWrite(list, true)", "LetsWrite(list, false)")),
+    ("a list that is not freed", LISTS,
+     ("{ acl_free(list); }", "{ static_cast<void>(list); }")),
+    ("a list that is freed twice", LISTS,
+     ("{ acl_free(list); }", "{ acl_free(list); acl_free(list); }")),
+    ("a list that cannot be read taken for none", LISTS,
+     ("return error == ENOENT || error == ENOTSUP;", "return error != 0;")),
+    ("a file system without lists taken for a failure", LISTS,
+     (" || error == ENOTSUP", "")),
+    ("a list that cannot be changed taken for a success", LISTS,
+     ("return none && acl_set_fd_np(descriptor, none.get(), ACL_TYPE_EXTENDED) == 0;",
+      "return none && acl_set_fd_np(descriptor, none.get(), ACL_TYPE_EXTENDED) <= 0;")),
+    ("a list that is never removed", LISTS,
+     ("return none && acl_set_fd_np(descriptor, none.get(), ACL_TYPE_EXTENDED) == 0;",
+      "return none != nullptr;")),
 )
 
 
@@ -119,7 +153,7 @@ def pass_tests(directory):
     temporary.chmod(0o777)
     return subprocess.run(as_ordinary_user(
         "ctest", "--output-on-failure", "--stop-on-failure", "--no-tests=error", "--tests-regex",
-        r"^Apple(Preferences|Record|BackEnd|Durability)Test"), cwd=directory,
+        rf"^({'|'.join(TESTS)})"), cwd=directory,
         env={**os.environ, "TMPDIR": str(temporary)}, check=False).returncode == 0
 
 
