@@ -1,6 +1,7 @@
-// As much of XML property lists as the tests write. Characters that XML cannot hold are stored as
+// As much of XML property lists as the tests and the other back end write. Characters that XML cannot hold are stored as
 // references, which only this reader understands.
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <cstring>
@@ -59,11 +60,16 @@ class Parser {
       const std::string key = Unescaped(Until("</key>"));
       contents.insert_or_assign(key, Element());
     }
-    return isWhole_ && Skip("</dict></plist>") ? std::optional(contents) : std::nullopt;
+    return isWhole_ && Skip("</dict>") && Skip("</plist>") ? std::optional(contents) : std::nullopt;
   }
 
  private:
+  void SkipBlanks() {
+    position_ = std::min(xml_.find_first_not_of(" \t\r\n", position_), xml_.length());
+  }
+
   bool Skip(const std::string& token) {
+    SkipBlanks();
     const bool isHere = xml_.compare(position_, token.length(), token) == 0;
     position_ += isHere ? token.length() : 0;
     return isHere;
@@ -79,6 +85,7 @@ class Parser {
   }
 
   Value Element() {
+    SkipBlanks();
     const std::size_t start = position_;
     const std::string tag = Skip("<") ? Until(">") : "";
     if (tag.empty() || tag.back() == '/') {
