@@ -170,20 +170,8 @@ Findings FindBeforeCopy(const HostOptions& options, const Installation& installa
   const BundleFiles files = FindBundleFiles(*options.bundle);
   Findings findings;
   FindInStart(*files.program, options, findings);
-  // The sizes come from the central directory: one pass, and no tree.
-  std::uint64_t bytes = kBlock;  // for the new directory
-  std::uint64_t count = 1;
-  PackageReader package(files.package);
-  for (std::uint64_t content = 0; package.Next(); ++count) {
-    const std::uint64_t size = package.entry().size;
-    if (size > options.limits.maxSize - content) {
-      return findings;  // the inspection refuses the package
-    }
-    content += size;
-    bytes += RoundedUp(size) + kBlock;
-  }
   FindInSpace(installation.installRoot, FreeSpaceAt(NearestExisting(installation.installRoot)),
-              bytes + BytesToCopy(files), count, findings);
+              BytesToCopy(files), 0, findings);
   return findings;
 }
 

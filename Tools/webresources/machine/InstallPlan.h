@@ -67,9 +67,8 @@ struct InstallPlan {
 };
 
 /// Returns the reasons against a copy of the bundle of `options`: this system cannot start the
-/// installer, or the volume has too little space for the copy and the content. Reads the central
-/// directory of the package, and no data. Throws Error if a file cannot be read. Requires:
-/// RequireBundle() accepts `options.bundle`.
+/// installer, or the volume has too little space for the copy. Throws Error if a file cannot be
+/// read. Requires: RequireBundle() accepts `options.bundle`.
 Findings FindBeforeCopy(const HostOptions& options, const Installation& installation);
 
 /// Decides whether to install `bundle` on `host`. Does not read the installed files if the recorded
