@@ -27,35 +27,43 @@ constexpr char kInstalled[] = "installed";
 
 // Writing -----------------------------------------------------------------------------------------
 
-Json ToJson(const FileItem& item) {
-  Json json = {{"type", item.type == FileItem::Type::Directory ? "directory" : "file"}};
-  PutName(json, "path", item.path);
+/// Returns `item` as one line. A document with all items would take much memory and time.
+std::string LineOf(const FileItem& item) {
+  Json path = Json::object();
+  PutName(path, "path", item.path);
+  std::string line = JsonPrintable(path.dump());
+  line.pop_back();  // the brace
   if (item.type == FileItem::Type::File) {
-    json["size"] = item.size;
-    json["sha256"] = DigestText(*item.sha256);
+    line += R"(,"type":"file","size":)" + std::to_string(item.size) + R"(,"sha256":")" +
+            DigestText(*item.sha256);
+  } else {
+    line += R"(,"type":"directory)";
   }
   char mode[8] = {};
   std::snprintf(mode, sizeof mode, "%04o", *item.mode);
-  json["mode"] = mode;
-  return json;
+  return line + R"(","mode":")" + mode + "\"}";
 }
 
 std::string TextOf(const Receipt& receipt) {
-  Json json = {{"tool", "webresources"},
+  Json head = {{"tool", "webresources"},
                {"version", WEBRESOURCES_VERSION},
                {"format", kFormat},
                {"state", receipt.isBegun ? kBegun : kInstalled},
                {"time", TimeText(std::time(nullptr))},
                {"product", PLIST_SECTION_KEY},
                {"updateId", receipt.updateId}};
-  if (!receipt.isBegun) {
-    json["packageSha256"] = receipt.packageSha256;
-    json["tree"] = Json::array();
-    for (const FileItem& item : receipt.tree) {
-      json["tree"].push_back(ToJson(item));
-    }
+  if (receipt.isBegun) {
+    return Text(head);
   }
-  return Text(json);
+  head["packageSha256"] = receipt.packageSha256;
+  std::string text = Text(head);
+  text.resize(text.rfind("\n}"));
+  const char* separator = ",\n  \"tree\": [\n    ";
+  for (const FileItem& item : receipt.tree) {
+    text += separator + LineOf(item);
+    separator = ",\n    ";
+  }
+  return text + "\n  ]\n}\n";
 }
 
 // Reading. Each function throws std::exception if the file is not a receipt. ----------------------
