@@ -227,7 +227,7 @@ TEST(Receipt, OfManyBracketsNeedsLittleMemory) {
   WriteFile(path, std::string(60 * kMebi, '['));
   EXPECT_TRUE(TakesAtMost(64 * kMebi, [&directory] {
     Findings findings;
-    return !ReadReceipt(directory / "", findings) && findings.front().rule == &kReceiptDamaged;
+    return !ReadReceipt(directory / "", {}, findings) && findings.front().rule == &kReceiptDamaged;
   }));
 }
 

@@ -662,7 +662,7 @@ class ReceiptTest : public VerifyTest {
   std::string DefectOf(const std::string& text) const {
     WriteFile(ReceiptPath(options_.hostRoot), text);
     Findings findings;
-    const auto receipt = ReadReceipt(options_.hostRoot, findings);
+    const auto receipt = ReadReceipt(options_.hostRoot, {}, findings);
     EXPECT_NE(receipt.has_value(), !findings.empty());
     return findings.empty() ? "" : findings.front().reason;
   }
@@ -681,7 +681,7 @@ class ReceiptTest : public VerifyTest {
 TEST_F(ReceiptTest, WithoutFormatAndStateIsThatOfAnInstallation) {
   EXPECT_EQ(DefectOf(Text()), "");
   Findings findings;
-  const auto receipt = ReadReceipt(options_.hostRoot, findings);
+  const auto receipt = ReadReceipt(options_.hostRoot, {}, findings);
   EXPECT_FALSE(receipt->isBegun);
   EXPECT_EQ(receipt->tree.size(), 2U);
 }
@@ -697,6 +697,9 @@ TEST_F(ReceiptTest, WithAnythingButTheSchemaIsDamaged) {
   EXPECT_NE(DefectWith("packageSha256", "\"aa\""), "");
   EXPECT_NE(DefectWith("tree", "{}"), "");
   EXPECT_NE(DefectWith("tree", "[]"), "");
+  EXPECT_NE(DefectWith("tree", "1"), "");
+  EXPECT_NE(DefectWith("format", "[1]"), "");
+  EXPECT_NE(DefectOf("1"), "");
   EXPECT_EQ(DefectOf("{\"tool\":1," + Text().substr(1)), "a member is there twice");
   EXPECT_EQ(DefectOf(Text().substr(1)), "it is not JSON: byte 16 is wrong");
   EXPECT_EQ(DefectOf(std::string(100000, '[')), "it nests too deep");
@@ -717,6 +720,31 @@ TEST_F(ReceiptTest, WithADamagedItemIsDamaged) {
   EXPECT_EQ(with("\"size\":1", "\"other\":1"), "a member is unknown");
   EXPECT_EQ(with("\"size\":1", "\"size\":1,\"size\":1"), "a member is there twice");
   EXPECT_EQ(with("\"size\":1", "\"size\":[1]"), "it nests too deep");
+  EXPECT_EQ(with("[", "[1,"), "a value is in a wrong place");
+}
+
+TEST_F(ReceiptTest, OfAnotherUpdateIsReadUpToTheTree) {
+  const std::string path = ReceiptPath(options_.hostRoot);
+  const std::string tree = std::string(",\"tree\":") + kTree;
+  members_["format"] = "1";
+  members_["state"] = R"("installed")";
+  members_.erase("tree");
+  const std::string head = Text().substr(0, Text().length() - 1);
+  WriteFile(path, head + tree);  // truncated after the tree
+  Findings findings;
+  const auto receipt = ReadReceipt(options_.hostRoot, 8, findings);
+  ASSERT_TRUE(receipt);
+  EXPECT_EQ(receipt->updateId, 7);
+  EXPECT_TRUE(receipt->tree.empty());
+  EXPECT_FALSE(ReadReceipt(options_.hostRoot, 7, findings));
+  EXPECT_FALSE(ReadReceipt(options_.hostRoot, {}, findings));
+  members_.erase("format");
+  WriteFile(path, Text().substr(0, Text().length() - 1) + tree + ",\"format\":2}");
+  EXPECT_THROW(ReadReceipt(options_.hostRoot, 8, findings), Error);
+  WriteFile(path, head + ",\"version\":1" + tree + "}");
+  EXPECT_FALSE(ReadReceipt(options_.hostRoot, 8, findings));
+  WriteFile(path, head + tree + "}");
+  EXPECT_EQ(ReadReceipt(options_.hostRoot, 7, findings)->tree.size(), 2U);
 }
 
 TEST_F(ReceiptTest, OfANewerFormatIsNotRead) {

@@ -121,13 +121,13 @@ bool IsRefusedUntouched(const HostOptions& options, LogEntry& entry, Report& rep
   }
 }
 
-/// Returns whether the receipt proves that exactly this package is installed. The bundle is then
-/// not copied.
-bool IsUpToDate(const HostOptions& options, HostState host, Report& report) {
-  const BundleFiles files = FindBundleFiles(*options.bundle);
+/// Returns whether the receipt proves that exactly this package is installed, as `updateId`. The
+/// bundle is then not copied.
+bool IsUpToDate(const HostOptions& options, const std::optional<int>& updateId, HostState host,
+                Report& report) {
   if (options.isForced || !host.receipt || host.receipt->isBegun ||
-      host.receipt->updateId != ReadMetadata(files.metadata).updateId ||
-      host.receipt->packageSha256 != DigestOfPackage(files.package)) {
+      host.receipt->updateId != updateId ||
+      host.receipt->packageSha256 != DigestOfPackage(FindBundleFiles(*options.bundle).package)) {
     return false;
   }
   const ExpectedBundle bundle = ReadBundle(*options.bundle, host.receipt, options.limits);
@@ -169,9 +169,12 @@ Report InstallWith(const HostOptions& options, LogEntry& entry) {
   }
   const InstallLock lock(options.hostRoot, options.wait);
   RemoveLeftovers(options.hostRoot);
-  HostState host = ReadHost(options.hostRoot);
+  HostState host;
+  host.installation = ReadInstallation(options.hostRoot);
   entry.before = UpdateIdOf(host.installation.record);
-  if (!IsUpToDate(options, host, report)) {
+  const auto updateId = ReadMetadata(FindBundleFiles(*options.bundle).metadata).updateId;
+  host.receipt = ReadReceipt(options.hostRoot, updateId, host.receiptFindings);
+  if (!IsUpToDate(options, updateId, host, report)) {
     InstallCopy(options, lock, std::move(host), report);
   }
   return report;

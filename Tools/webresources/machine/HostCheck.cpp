@@ -156,7 +156,7 @@ Findings HostState::AllFindings() const {
 HostState ReadHost(const std::string& hostRoot) {
   HostState host;
   host.installation = ReadInstallation(hostRoot);
-  host.receipt = ReadReceipt(hostRoot, host.receiptFindings);
+  host.receipt = ReadReceipt(hostRoot, std::nullopt, host.receiptFindings);
   return host;
 }
 

@@ -115,64 +115,77 @@ bool IsOneOf(const Names& names, std::string_view name) {
   return std::find(std::begin(names), std::end(names), name) != std::end(names);
 }
 
-/// Sorts the tree. Throws if a path occurs twice.
-void SortAndCheck(FileTree& tree) {
+/// Returns the sorted tree. Throws if the tree is empty or a path occurs twice.
+FileTree Sorted(FileTree tree) {
   std::sort(tree.begin(), tree.end(),
             [](const FileItem& a, const FileItem& b) { return a.path < b.path; });
   const auto same =
       std::adjacent_find(tree.begin(), tree.end(),
                          [](const FileItem& a, const FileItem& b) { return a.path == b.path; });
   Require(same == tree.end() && !tree.empty(), "the tree is empty or has a path twice");
+  return tree;
 }
 
 /// Parses a receipt. Converts each complete item of the tree and drops the JSON of the item, so
 /// that only the tree takes memory. Refuses deeper nesting.
 class Parser {
  public:
-  explicit Parser(std::FILE* stream) {
-    json_ = Json::parse(stream, [this](int depth, Json::parse_event_t event, Json& parsed) {
-      return Take(depth, event, parsed);
-    });
-    // Only the tree has items: no other member is an array.
-    Require(json_.at("version").is_string(), "the version is not a text");
-    Require(json_.value("tree", Json::array()).is_array(), "the tree is not an array");
+  /// Stops before the tree if all other members have been read, and `update` is another update.
+  Parser(std::FILE* stream, const std::optional<int>& update) : update_(update) {
+    try {
+      const Json rest =
+          Json::parse(stream, [this](int depth, Json::parse_event_t event, Json& parsed) {
+            return Take(depth, event, parsed);
+          });
+      Require(rest.is_object(), "it is not an object");
+    } catch (const IsEnough&) {
+      hasTree_ = false;
+    }
+    Require(head_.at("version").is_string(), "the version is not a text");
   }
 
   Receipt Result(const std::string& path) {
-    Require(json_.at("tool") == "webresources" && json_.at("product") == PLIST_SECTION_KEY,
+    Require(head_.at("tool") == "webresources" && head_.at("product") == PLIST_SECTION_KEY,
             "it is of another product");
-    if (const auto format = json_.find("format"); format != json_.end() && *format != kFormat) {
+    if (const auto format = head_.find("format"); format != head_.end() && *format != kFormat) {
       throw Error("read", path, "it was written by a newer webresources: use that version");
     }
-    const std::string state = json_.value("state", kInstalled);
+    const std::string state = head_.value("state", kInstalled);
     Require(state == kInstalled || state == kBegun, "its state is unknown");
     Receipt receipt;
     receipt.isBegun = state == kBegun;
     receipt.updateId =
-        static_cast<int>(NumberIn(json_, "updateId", std::numeric_limits<std::int32_t>::min(),
+        static_cast<int>(NumberIn(head_, "updateId", std::numeric_limits<std::int32_t>::min(),
                                   std::numeric_limits<std::int32_t>::max()));
-    receipt.time = json_.at("time").get<std::string>();
+    receipt.time = head_.at("time").get<std::string>();
     if (!receipt.isBegun) {
-      receipt.packageSha256 = DigestText(DigestFrom(json_.at("packageSha256").get<std::string>()));
-      SortAndCheck(tree_);
-      receipt.tree = std::move(tree_);
+      receipt.packageSha256 = DigestText(DigestFrom(head_.at("packageSha256").get<std::string>()));
+      receipt.tree = hasTree_ ? Sorted(std::move(tree_)) : FileTree();
     }
     return receipt;
   }
 
  private:
+  struct IsEnough {};
+
   static constexpr int kItemDepth = 2;  // below the document and its array
 
   bool Take(int depth, Json::parse_event_t event, const Json& parsed) {
     using Event = Json::parse_event_t;
-    if (event == Event::object_start || event == Event::array_start) {
-      Require(depth <= kItemDepth, "it nests too deep");
-      members_[event == Event::object_start ? depth : kItemDepth + 1].clear();
+    if (event == Event::object_start) {
+      Require(depth == 0 || depth == kItemDepth, "it nests too deep");
+      members_[depth].clear();
+    } else if (event == Event::array_start) {
+      Require(depth == 1 && name_ == kTree, "it nests too deep");
+      StopIfEnough();
     } else if (event == Event::key) {
-      const auto name = parsed.get<std::string>();
-      Require(depth == 1 ? IsOneOf(kMembers, name) : IsOneOf(kItemMembers, name),
+      name_ = parsed.get<std::string>();
+      Require(depth == 1 ? IsOneOf(kMembers, name_) : IsOneOf(kItemMembers, name_),
               "a member is unknown");
-      Require(members_[depth - 1].insert(name).second, "a member is there twice");
+      Require(members_[depth - 1].insert(name_).second, "a member is there twice");
+    } else if (event == Event::value && (depth == 1 || depth == kItemDepth)) {
+      Require(depth == 1 && name_ != kTree, "a value is in a wrong place");
+      head_[name_] = parsed;
     } else if (event == Event::object_end && depth == kItemDepth) {
       tree_.push_back(ItemOf(parsed));
       return false;
@@ -180,15 +193,25 @@ class Parser {
     return true;
   }
 
+  void StopIfEnough() const {
+    if (update_ && members_[0].size() == std::size(kMembers) && head_.at("updateId") != *update_) {
+      throw IsEnough();
+    }
+  }
+
+  static constexpr std::string_view kTree = "tree";
   static constexpr std::string_view kMembers[] = {
-      "tool", "version", "format", "state", "time", "product", "updateId", "packageSha256", "tree"};
+      "tool", "version", "format", "state", "time", "product", "updateId", "packageSha256", kTree};
   static constexpr std::string_view kItemMembers[] = {"type", "path",   "pathHex",
                                                       "size", "sha256", "mode"};
 
-  Json json_;
+  const std::optional<int>& update_;
+  Json head_;  ///< The members of the document, without the tree.
   FileTree tree_;
-  /// The members of the open object at each depth.
-  std::set<std::string> members_[kItemDepth + 2];
+  bool hasTree_ = true;
+  std::string name_;  ///< The latest name of a member.
+  /// The names in the open object at each depth.
+  std::set<std::string> members_[kItemDepth + 1];
 };
 
 }  // namespace
@@ -211,7 +234,8 @@ InputFile OpenReceipt(const std::string& path) {
 
 }  // namespace
 
-std::optional<Receipt> ReadReceipt(const std::string& hostRoot, Findings& findings) {
+std::optional<Receipt> ReadReceipt(const std::string& hostRoot, const std::optional<int>& update,
+                                   Findings& findings) {
   const std::string path = ReceiptPath(hostRoot);
   if (!Exists(path)) {
     return std::nullopt;
@@ -222,7 +246,7 @@ std::optional<Receipt> ReadReceipt(const std::string& hostRoot, Findings& findin
   }
   const auto stream = file.TakeStream();
   try {
-    Receipt receipt = Parser(stream.get()).Result(path);
+    Receipt receipt = Parser(stream.get(), update).Result(path);
     receipt.isOwnersOwn = file.status().st_uid == StatusOf(hostRoot + "/").st_uid;
     return receipt;
   } catch (const Error&) {

@@ -17,9 +17,10 @@ struct Receipt {
   bool isBegun = false;       ///< True from the start of the installer to a successful check.
   int updateId = 0;           ///< The update number of the bundle.
   std::string packageSha256;  ///< The digest in hexadecimal; empty if `isBegun`.
-  FileTree tree;              ///< The installed tree, with digests and modes; empty if `isBegun`.
-  std::string time;           ///< The time of the writing, in UTC and ISO 8601.
-  bool isOwnersOwn = true;    ///< The file and the host's root have one owner.
+  /// The installed tree, with digests and modes; empty if `isBegun`, or if ReadReceipt() omits it.
+  FileTree tree;
+  std::string time;         ///< The time of the writing, in UTC and ISO 8601.
+  bool isOwnersOwn = true;  ///< The file and the host's root have one owner.
 };
 
 /// Returns the path of the receipt of the host mounted at `hostRoot`.
@@ -27,8 +28,11 @@ std::string ReceiptPath(const std::string& hostRoot);
 
 /// Reads the receipt of the host mounted at `hostRoot`. Returns nothing if there is no receipt. If
 /// the file is not a receipt, returns nothing and adds a finding to `findings`. Throws Error if the
-/// file cannot be read, has more than 64 MiB, or was written by a newer version of the command.
-std::optional<Receipt> ReadReceipt(const std::string& hostRoot, Findings& findings);
+/// file cannot be read, has more than 64 MiB, or was written by a newer version of the command. If
+/// the receipt is of another update than `update`, the function may stop before the tree: the tree
+/// is then neither read nor checked.
+std::optional<Receipt> ReadReceipt(const std::string& hostRoot, const std::optional<int>& update,
+                                   Findings& findings);
 
 /// Replaces the receipt by `receipt` with the present time. file.Rollback() restores the old
 /// receipt. Requires: `file` has the path ReceiptPath(), and the caller holds the lock. Throws
