@@ -82,6 +82,8 @@ class Verify(InstallerTestCase):
         for directory in self.directories():
             (directory / ".DS_Store").write_bytes(b"\0\0\0\1Bud1")
         self.assert_correct()
+        self.webresources("install")  # runs the installer: a file is changed
+        self.assertEqual(list(self.machine.install_root.rglob(".DS_Store")), [])
 
     def test_decomposed_name_is_kept_as_it_is_stored(self):
         self.install({**CONTENT, DECOMPOSED: b"decomposed"})
