@@ -14,7 +14,7 @@ class TrialStart {
   /// processor or system, or its interpreter is missing. The system itself decides: the program is
   /// started in a stopped process, which is killed before it executes an instruction. Returns true
   /// if the trial fails for another reason, for example for lack of memory: a real start then shows
-  /// the reason. Resets the action of SIGCHLD to the default.
+  /// the reason. On Linux, resets the action of SIGCHLD to the default.
   static bool CanStart(const std::string& path);
 };
 

@@ -16,7 +16,7 @@ import sys
 
 TOP = pathlib.Path(__file__).resolve().parents[2]
 TESTS = ("AppleAccessControlListTest", "AppleBackEndTest", "AppleDurabilityTest",
-         "ApplePreferencesTest", "AppleRecordTest")
+         "ApplePreferencesTest", "AppleRecordTest", "AppleSpawnTest")
 NOBODY = 65534
 
 RECORD = "Source/OSUtilsMac.cpp"
@@ -24,7 +24,9 @@ CONSTANTS = "Include/InstallerConstants.h"
 BUNDLE = "Platform/apple/Bundle.cpp"
 DOMAIN = "Platform/apple/PreferencesDomain.cpp"
 DURABILITY = "Platform/apple/Durability.cpp"
+INHERITANCE = "Platform/apple/Inheritance.cpp"
 LISTS = "Platform/apple/AccessControlList.cpp"
+TRIAL = "Platform/apple/TrialStart.cpp"
 
 # For each change: its name, the file, and pairs of a text in the file and the text instead.
 PLANTS = (
@@ -120,6 +122,24 @@ PLANTS = (
     ("a list that is never removed", LISTS,
      ("return none && acl_set_fd_np(descriptor, none.get(), ACL_TYPE_EXTENDED) == 0;",
       "return none != nullptr;")),
+    ("a trial that executes the program", TRIAL,
+     ("POSIX_SPAWN_START_SUSPENDED", "0")),
+    ("a trial that stays suspended", TRIAL,
+     ("    kill(process, SIGKILL);\n", "")),
+    ("a trial that ends by a signal which the program can ignore", TRIAL,
+     ("SIGKILL", "SIGTERM")),
+    ("a process that nobody waits for", TRIAL,
+     ("    waitpid(process, nullptr, 0);\n", "")),
+    ("a program for another processor accepted", TRIAL,
+     (" && error != EBADARCH", "")),
+    ("a trial that cannot be made taken for a refusal", TRIAL,
+     ("return error != ENOEXEC && error != ENOENT && error != EBADARCH;", "return error == 0;")),
+    ("every descriptor inherited", INHERITANCE,
+     ("flags | POSIX_SPAWN_CLOEXEC_DEFAULT", "flags")),
+    ("other flags of the attributes lost", INHERITANCE,
+     ("flags | POSIX_SPAWN_CLOEXEC_DEFAULT", "POSIX_SPAWN_CLOEXEC_DEFAULT")),
+    ("the lock's descriptor not inherited", INHERITANCE,
+     (" &&\n         posix_spawn_file_actions_addinherit_np(actions, descriptor) == 0", "")),
 )
 
 
