@@ -331,6 +331,15 @@ class Install(Case):
         self.assertEqual(self.machine.install("--allow-downgrade").status, 0)
         self.assert_installed({"old": b"old"}, 7)
 
+    def test_older_update_is_installed_where_no_number_is_recorded(self):
+        """The way to a downgrade by macOS packages, which pass no option."""
+        write_bundle(self.machine.bundle, update=8)
+        self.machine.install()
+        self.machine.change_record(iUpdateId=None)
+        write_bundle(self.machine.bundle, {"old": b"old"}, update=7)
+        self.assertEqual(self.machine.install().status, 0)
+        self.assert_installed({"old": b"old"}, 7)
+
     def test_damaged_bundle_touches_nothing(self):
         """A truncated package, a changed byte, and missing directory entries once emptied a working
         site."""
