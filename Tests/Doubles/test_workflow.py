@@ -109,11 +109,11 @@ class RunBlocks(unittest.TestCase):
 
     # The beginnings of the other blocks. The commands of script/ take minutes or hours, and a build
     # and its tests are a part of script/test.
-    ELSEWHERE = (".ci/run", "cmake", "ctest", "script/check-code", "script/release",
+    ELSEWHERE = (".ci/run", "cmake", "ctest", "script/check-code", "script/release\n",
                  "script/test-elsewhere", "script/test-shipping")
     IN_PACKAGE_FROM_SOURCES = ("script/package-macos", "sudo installer", "bundle=")
     HERE = ("apt-get", "git config", "cd build/published", "script/mac-facts", "brew",
-            ".ci/throwaway-machine")
+            ".ci/throwaway-machine", "script/release --dry-run")
 
     def setUp(self):
         directory = tempfile.TemporaryDirectory(dir=SOURCE / "build")
@@ -160,6 +160,11 @@ class RunBlocks(unittest.TestCase):
         self.run_block(block("git config"))
         self.assertEqual(self.run_checked("git", "config", "--global", "safe.directory"),
                          f"{self.checkout}\n")
+
+    def test_release_prints_its_commands(self):
+        printed = self.run_block(block("script/release --dry-run"))
+        self.assertIn("SHA256SUMS", printed.splitlines()[-1])
+        self.assertFalse((self.checkout / "build").exists())
 
     def test_package_of_a_mac_is_added_to_the_checksums(self):
         published = self.checkout / "build/published"
