@@ -29,7 +29,7 @@ class MetadataHelper {
     bool isUnreadable = false;  ///< Whether the file could not be read; `count` is then 0.
 
     /// Returns the parsed text: the last word up to its first zero byte.
-    std::string Text() const { return last.c_str(); }
+    std::string Text() const { return last.substr(0, last.find('\0')); }
   };
 
   /// Reads the file at `path` once and returns its words. Returns no words, and sets

@@ -134,7 +134,7 @@ class Parser {
   Parser(std::FILE* stream, const std::optional<int>& update) : update_(update) {
     try {
       const Json rest =
-          Json::parse(stream, [this](int depth, Json::parse_event_t event, Json& parsed) {
+          Json::parse(stream, [this](int depth, Json::parse_event_t event, const Json& parsed) {
             return Take(depth, event, parsed);
           });
       Require(rest.is_object(), "it is not an object");
