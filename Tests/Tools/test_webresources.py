@@ -59,10 +59,10 @@ def run(*arguments, **options):
                           timeout=120, **options)
 
 
-def output_on_a_terminal(command, environment):
-    """Returns everything that a command writes to its standard output, a terminal."""
+def output_on_a_terminal(command, stream='stdout', **options):
+    """Returns everything that a command writes to one of its streams, a terminal."""
     master, terminal = pty.openpty()
-    with subprocess.Popen(command, stdout=terminal, env=environment):
+    with subprocess.Popen(command, **{**options, stream: terminal}):
         os.close(terminal)
         shown = b''
         try:
@@ -322,18 +322,13 @@ class PackTest(Case):
         for command in (['pack', self.site, '--update-id', '7', '--output', self.resources],
                         ['check', self.resources]):
             for arguments, shown in (([], True), (['--quiet'], False)):
-                master, terminal = pty.openpty()
-                subprocess.run([COMMAND, *command, *arguments], stderr=terminal,
-                               stdout=subprocess.DEVNULL, check=True)
-                os.write(terminal, b'.')
-                bars = b''
-                while not bars.endswith(b'.'):
-                    bars += os.read(master, 100000)
+                bars = output_on_a_terminal([COMMAND, *command, *arguments], 'stderr',
+                                            stdout=subprocess.DEVNULL)
                 self.assertRegex(bars,  # complete at the end, and then removed
-                                 rb'(?s)^\r\[# {39}\].*\r\[#{40}\][^\r]*\r\x1b\[K\.$'
-                                 if shown else rb'^\.$')
-                os.close(master)
-                os.close(terminal)
+                                 rb'(?s)^\r\[# {39}\].*\r\[#{40}\][^\r]*\r\x1b\[K$'
+                                 if shown else rb'^$')
+                # A wider bar would wrap, and each step would leave a line on the terminal.
+                self.assertLess(max(map(len, bars.split(b'\r'))), 80)
 
     def test_metadata_that_cannot_be_written_completely_is_an_error(self):
         result = run('pack', self.site, '--update-id', '7', '--output', self.resources,
@@ -535,7 +530,7 @@ class CheckTest(Case):
                                       ({'TERM': 'xterm', 'NO_COLOR': '1'}, False),
                                       ({'TERM': 'xterm', 'NO_COLOR': ''}, True)):
             shown = output_on_a_terminal([COMMAND, 'check', self.resources],
-                                         {'PATH': os.environ['PATH'], **environment})
+                                         env={'PATH': os.environ['PATH'], **environment})
             for colour in (b'\x1b[31merror', b'\x1b[33mwarning'):
                 self.assertEqual(colour in shown, coloured, environment)
         self.assertNotIn('\x1b', run('check', self.resources, env={'TERM': 'xterm'}).stdout)

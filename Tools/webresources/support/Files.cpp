@@ -165,7 +165,7 @@ bool IsAt(int descriptor, const std::string& path) {
 
 Sha256::Digest DigestOfFile(const std::string& path) {
   const InputFile file(path, Links::Follow);
-  Progress progress("reading " + path, static_cast<std::uint64_t>(file.status().st_size));
+  Progress progress("reading " + LastOf(path), static_cast<std::uint64_t>(file.status().st_size));
   Sha256 hash;
   ForEachPortion(file.descriptor(), path, [&](const char* bytes, std::size_t length) {
     hash.Update(bytes, length);
