@@ -238,6 +238,17 @@ class Ansible(AnsibleTestCase):
             "-e", "web_resources_allow_downgrade=true"])[0], {"newer_installed": "changed"})
         self.assert_installed(self.host("newer_installed").root, self.content, 2)
 
+    def test_negative_update_is_installed_over_no_update_and_older_ones_only(self):
+        self.new_host("fresh")  # `none | int` is 0, which is newer than -5
+        self.new_host("outdated", self.new_bundle(SAMPLE_SITE, -6))
+        self.new_host("newer", self.new_bundle(SAMPLE_SITE, -3))
+        before = self.everything(["newer"])
+        became, output = self.play(self.new_bundle(self.content, -5), "fresh", "outdated", "newer",
+                                   status=2)
+        self.assertEqual(became, {"fresh": "changed", "outdated": "changed", "newer": "failed"})
+        self.assertIn("update -3 is installed, and the bundle has update -5", output)
+        self.assertEqual(self.everything(["newer"]), before)
+
     def test_absent_removes_everything_once(self):
         self.new_host("installed", self.new)
         self.new_host("fresh")
