@@ -508,6 +508,7 @@ class Install(Case):
 
     def test_program_that_is_missing_or_not_executable_is_an_error_of_the_bundle(self):
         step = self.machine.bundle / EXECUTABLE
+        lock = self.machine.path(f"{BESIDE}/.WebResources.lock")
 
         def assert_told(reason):
             for name in ("check", "plan", "install", "verify"):
@@ -515,6 +516,12 @@ class Install(Case):
                 findings = {finding["id"]: finding for finding in told.document["findings"]}
                 self.assertEqual(told.status, 1, name)
                 self.assertIn(reason, findings["program-unusable"]["reason"])
+            lock.parent.mkdir(parents=True)
+            lock.touch()
+            told = self.machine.install()  # the private copy of the installer would be executable
+            self.assertIn(reason, told.document["findings"][0]["reason"])
+            shutil.rmtree(self.machine.path("/Library"))
+
         step.chmod(0o644)
         assert_told("it is not executable")
         step.unlink()

@@ -168,7 +168,10 @@ bool IsInstalled(const HostOptions& options, const ExpectedBundle& bundle, HostS
 
 Findings FindBeforeCopy(const HostOptions& options, const Installation& installation) {
   const BundleFiles files = FindBundleFiles(*options.bundle);
-  Findings findings;
+  Findings findings = FindInProgram(files);
+  if (!findings.empty()) {
+    return findings;
+  }
   FindInStart(*files.program, options, findings);
   FindInSpace(installation.installRoot, FreeSpaceAt(NearestExisting(installation.installRoot)),
               BytesToCopy(files), 0, findings);

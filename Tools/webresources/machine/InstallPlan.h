@@ -66,9 +66,9 @@ struct InstallPlan {
   FreeSpace free = {};            ///< The free space of the install root's volume.
 };
 
-/// Returns the reasons against a copy of the bundle of `options`: this system cannot start the
-/// installer, or the volume has too little space for the copy. Throws Error if a file cannot be
-/// read. Requires: RequireBundle() accepts `options.bundle`.
+/// Returns the reasons against a copy of the bundle of `options`: the installer is unusable, this
+/// system cannot start the installer, or the volume has too little space for the copy. Throws Error
+/// if a file cannot be read. Requires: RequireBundle() accepts `options.bundle`.
 Findings FindBeforeCopy(const HostOptions& options, const Installation& installation);
 
 /// Decides whether to install `bundle` on `host`. Does not read the installed files if the recorded
