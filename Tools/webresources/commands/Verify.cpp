@@ -83,13 +83,17 @@ void Conclude(int status, const std::string& text, Report& report) {
 
 void CheckHost(const HostOptions& options, const ExpectedBundle& bundle, HostState& host,
                Report& report) {
-  CompareWithBundle(host, bundle, options.ignoresModes);
   ReportInstallation(host.installation, report);
+  if (const auto newer = UpdateIdOf(host.installation.record);
+      IsNewerInstalled(host.installation, bundle)) {
+    Conclude(kIsUpToDate,
+             "up to date: the newer update " + std::to_string(*newer) + " is installed", report);
+    return;  // each difference from the older bundle would read like a defect
+  }
+  CompareWithBundle(host, bundle, options.ignoresModes);
   report.findings = host.findings;
   Append(report.findings, host.receiptFindings);
-  if (IsNewerInstalled(host.installation, bundle)) {
-    Conclude(kIsUpToDate, "a newer update is installed", report);
-  } else if (report.findings.empty()) {
+  if (report.findings.empty()) {
     Conclude(kIsUpToDate, "up to date", report);
   } else {
     Conclude(kIsNeeded, "install needed: " + Text(report.findings.front()), report);
