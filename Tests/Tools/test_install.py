@@ -1249,15 +1249,18 @@ class Uninstall(Case):
             with open(self.machine.path(f"{BESIDE}/.WebResources.lock"), "rb") as file:
                 fcntl.flock(file, fcntl.LOCK_EX)
                 self.uninstall("--wait", "0", status=2)
+                self.machine.install("--force", "--wait", "0")
             self.assertRegex(log.recv(1000).decode(), r"^<11>.*: uninstall: update 7 -> 7: failed: "
                              "cannot lock .*: another installation is running$")
+            self.assertRegex(log.recv(1000).decode(), "^<11>.*: install: update unknown -> unknown: "
+                             "failed: cannot lock .*: another installation is running$")
             for words, status in ((("install", "/none"), 2), (("install", "/tmp"), 64),
                                   (("uninstall", "--root", "/none"), 2)):
                 result = subprocess.run(self.machine.command(*words), capture_output=True,
                                         check=False)
                 self.assertEqual(result.returncode, status)
                 self.assertRegex(log.recv(1000).decode(), rf"^<11>.*: {words[0]}: "
-                                 "update (7 -> 7|none -> none): failed: cannot (read /none|use /tmp)")
+                                 "update (7 -> 7|unknown -> unknown): failed: cannot (read /none|use /tmp)")
 
 
 class AnotherRoot(Case):

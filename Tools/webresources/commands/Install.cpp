@@ -105,7 +105,7 @@ bool IsRefusedUntouched(const HostOptions& options, LogEntry& entry, Report& rep
   }
   try {
     HostState host = ReadHost(options.hostRoot);
-    entry.before = UpdateIdOf(host.installation.record);
+    entry.before = UpdateText(UpdateIdOf(host.installation.record));
     const ExpectedBundle bundle = ReadBundle(*options.bundle, host.receipt, options.limits);
     const InstallPlan plan = MakePlan(options, bundle, std::move(host));
     if (plan.outcome != InstallPlan::Outcome::Refuse || InstallLock::IsThere(options.hostRoot)) {
@@ -171,7 +171,7 @@ Report InstallWith(const HostOptions& options, LogEntry& entry) {
   RemoveLeftovers(options.hostRoot);
   HostState host;
   host.installation = ReadInstallation(options.hostRoot);
-  entry.before = UpdateIdOf(host.installation.record);
+  entry.before = UpdateText(UpdateIdOf(host.installation.record));
   const auto updateId = ReadMetadata(FindBundleFiles(*options.bundle).metadata).updateId;
   host.receipt = ReadReceipt(options.hostRoot, updateId, host.receiptFindings);
   if (!IsUpToDate(options, updateId, host, report)) {
@@ -199,7 +199,7 @@ Report Install(const HostOptions& options) {
     RequireBundle(*options.bundle);
     const Report report = InstallWith(options, entry);
     const Json& updateId = report.details["record"]["updateId"];
-    entry.after = updateId.is_null() ? std::nullopt : std::optional<int>(updateId);
+    entry.after = UpdateText(updateId.is_null() ? std::nullopt : std::optional<int>(updateId));
     entry.outcome = OutcomeOf(report);
     entry.isFailure = report.status != kAsItShouldBe;
     return report;

@@ -121,7 +121,7 @@ Remains RemoveLocked(const HostOptions& options) {
 Report UninstallWith(const HostOptions& options, LogEntry& entry) {
   RequireHost(options.hostRoot);
   Remains remains = Look(options.hostRoot);
-  entry.before = UpdateIdOf(remains.record);
+  entry.before = UpdateText(UpdateIdOf(remains.record));
   const bool wasInstalled = !remains.IsEmpty();
   if (!options.isDryRun) {
     if (wasInstalled) {

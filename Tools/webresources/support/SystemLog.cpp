@@ -6,17 +6,13 @@
 
 namespace webresources {
 
-namespace {
-
-std::string TextOf(const std::optional<int>& updateId) {
+std::string UpdateText(const std::optional<int>& updateId) {
   return updateId ? std::to_string(*updateId) : "none";
 }
 
-}  // namespace
-
 void WriteToSystemLog(const LogEntry& entry) {
-  const std::string line = entry.command + ": update " + TextOf(entry.before) + " -> " +
-                           TextOf(entry.after) + ": " + entry.outcome;
+  const std::string line =
+      entry.command + ": update " + entry.before + " -> " + entry.after + ": " + entry.outcome;
   openlog("webresources", LOG_PID, LOG_USER);
   syslog(entry.isFailure ? LOG_ERR : LOG_NOTICE, "%s", Printable(line).c_str());
   closelog();

@@ -10,11 +10,14 @@ namespace webresources {
 /// One run of a command that changes a host, for the system's log.
 struct LogEntry {
   std::string command;             ///< For example "install".
-  std::optional<int> before = {};  ///< The recorded update number.
-  std::optional<int> after = {};   ///< The update number after the run.
+  std::string before = "unknown";  ///< The recorded update number, as UpdateText() returns it.
+  std::string after = "unknown";   ///< The update number after the run.
   std::string outcome = {};        ///< The outcome and its reason, for people.
   bool isFailure = false;
 };
+
+/// Returns the number, or "none".
+std::string UpdateText(const std::optional<int>& updateId);
 
 /// Writes one line to the system's log, for example "install: update 6 -> 7: installed". Does
 /// nothing if the system has no log.
