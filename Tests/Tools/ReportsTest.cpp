@@ -419,7 +419,7 @@ metadata-member-type updateid: its value has another type
 metadata-member-missing regenerate: it is missing
 SHA-256: DIGEST
 directories: 1, files: 1, skipped: 1
-clear: true, updateid: null, regenerate: null
+clear: true, updateid: missing, regenerate: missing
 a run aborts after the package is extracted and its directory recorded: the update
     number is not recorded, nothing is deleted
 not compared: )"
@@ -478,11 +478,12 @@ TEST(Reports, FindingsOfOneRuleAreCountedFromTheSixthOn) {
   Add(report.findings, kLeftover, "x", "the name");
   Add(report.findings, kFileDiffers, "6", "6 bytes");
   const std::string fix = std::string("\n    fix: ");
-  EXPECT_EQ(Printed(report, Form::Brief),
-            "error [owner-differs] 6 times: 1, 2, 3, … (--all lists all): the owner is 7" + fix +
-                kOwnerDiffers.fix + "\nerror [file-differs] 6 times: 1, 2, 3, … (--all lists all)" +
-                fix + kFileDiffers.fix + "\nerror [leftover] x: the name" + fix + kLeftover.fix +
-                "\n");
+  EXPECT_EQ(
+      Printed(report, Form::Brief),
+      "error [owner-differs] 6 times: 1, 2, 3, … (--all lists all): the owner is 7" + fix +
+          kOwnerDiffers.fix +
+          "\nerror [file-differs] 6 times: 1, 2, 3, … (--all lists all), for example: 1 bytes" +
+          fix + kFileDiffers.fix + "\nerror [leftover] x: the name" + fix + kLeftover.fix + "\n");
   const std::string whole = Printed(report, Form::Whole);
   EXPECT_EQ(std::count(whole.begin(), whole.end(), '\n'), 26);
   EXPECT_EQ(Json::parse(Printed(report, Form::Document))["findings"].size(), 13U);

@@ -780,6 +780,12 @@ class Advice(Case):
         self.assertEqual(self.machine.tell("status", "--root", "/other").document["advice"],
                          "chroot /other webresources install BUNDLE")
 
+    def test_record_that_is_a_directory_is_reported(self):
+        self.machine.path(RECORD).mkdir(parents=True)
+        for name in ("status", "uninstall"):
+            self.assertRegex(self.output(name), "^webresources .*: it is not a regular file; remove "
+                             "it, then run webresources install\n$")
+
     def test_of_a_damaged_bundle_is_none(self):
         (self.machine.bundle / PACKAGE).unlink()
         self.assertIsNone(self.machine.verify().document["advice"])
@@ -816,7 +822,7 @@ class Advice(Case):
         (self.machine.bundle / METADATA).unlink()
         self.assertRegex(self.output("verify", "/X.app"),
                          f"^webresources verify: cannot use /X.app/{METADATA}: "
-                         r"\[metadata-missing\] the run ends .*; .*\n$")
+                         r"\[metadata-missing\] it is missing: .*; .*\n$")
 
 
 class Fleet(Case):

@@ -379,6 +379,9 @@ class CheckTest(Case):
         checked = json.loads(run('check', self.directory / 'X.app', '--json').stdout)
         self.assertEqual(checked['sha256'], digest)
         self.assertIn(digest, run('info', self.resources).stdout)
+        (self.resources / 'metadata.txt').write_text('{}')
+        self.assertIn('updateid:   missing\n', run('info', self.resources).stdout)
+        self.assertIn('updateid: missing', run('check', self.resources).stdout)
         self.package.unlink()
         self.assertEqual(run('info', self.resources).returncode, 2)
         self.assertIsNone(json.loads(run('check', self.resources, '--json').stdout)['sha256'])
@@ -616,6 +619,12 @@ class UsageTest(Case):
             result = run(*arguments)
             self.assertEqual((result.returncode, result.stdout), (64, ''), arguments)
             self.assertNotEqual(result.stderr, '')
+
+    def test_error_of_a_mistyped_option_names_the_option_alone(self):
+        for arguments in (['--unknown'], ['check', '--unknown', '.'],
+                          ['install', '--unknown', 'x', 'y']):
+            self.assertEqual(run(*arguments).stderr,
+                             'webresources: there is no option --unknown\n')
 
     def test_error_of_a_mistyped_command_suggests_a_command(self):
         for typed, meant in (('instal', 'install'), ('verfy', 'verify'), ('stats', 'status')):

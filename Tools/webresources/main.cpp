@@ -279,11 +279,15 @@ int Explain(const CLI::App& app, const CLI::ParseError& error) {
   if (app.exit(error, std::cout, complaint) == 0) {
     return 0;
   }
+  constexpr bool kOfCommandsToo = true;
+  const std::vector<std::string> arguments = app.remaining(kOfCommandsToo);
+  const auto option = std::find_if(arguments.begin(), arguments.end(),
+                                   [](const std::string& one) { return one.front() == '-'; });
   const std::vector<std::string> unknown = app.remaining();  // arguments of no command
-  if (unknown.empty()) {
+  if (option != arguments.end()) {
+    PrintError("webresources: there is no option " + *option);
+  } else if (unknown.empty()) {
     PrintError(complaint.str());
-  } else if (unknown.front().front() == '-') {
-    PrintError("webresources: there is no option " + unknown.front());
   } else {
     PrintError("webresources: " + NoSuchCommand(unknown.front(), CommandsOf(app)));
   }

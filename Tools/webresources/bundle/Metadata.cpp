@@ -70,7 +70,7 @@ class MetadataFinder {
 
   Metadata Find() {
     if (!IsPresent(path_)) {
-      AddHere(kMetadataMissing, "the run ends before anything is written");
+      AddHere(kMetadataMissing, "it is missing: the run ends before anything is written");
     } else {
       FindInFile();
     }
@@ -199,6 +199,10 @@ Json ToJson(const Metadata& metadata) {
   return {{"clear", OrNull(metadata.clear)},
           {"updateid", OrNull(metadata.updateId)},
           {"regenerate", OrNull(metadata.regenerate)}};
+}
+
+std::string ValueText(const Json& value) {
+  return value.is_null() ? "missing" : value.dump();
 }
 
 std::string Describe(Metadata::RunOutcome outcome) {

@@ -38,6 +38,9 @@ void AddUpdateIdFindings(Findings& findings, int updateId);
 /// file; null for a value that aborts the run.
 Json ToJson(const Metadata& metadata);
 
+/// Returns a value of ToJson() for people: "missing" in place of null.
+std::string ValueText(const Json& value);
+
 /// Returns a description of a run with `outcome`, for people: the rest of a sentence that begins
 /// with "a run".
 std::string Describe(Metadata::RunOutcome outcome);

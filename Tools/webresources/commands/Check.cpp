@@ -109,7 +109,7 @@ void ReportOutcome(const Metadata& metadata, Report& report) {
   outcome["description"] = Describe(metadata.outcome);
   std::string line;
   for (const auto& [name, value] : report.details["metadata"].items()) {
-    line += (line.empty() ? "" : ", ") + name + ": " + value.dump();
+    line += (line.empty() ? "" : ", ") + name + ": " + ValueText(value);
   }
   report.summary.push_back(line);
   report.summary.push_back("a run " + Describe(metadata.outcome));

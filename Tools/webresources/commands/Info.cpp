@@ -35,7 +35,7 @@ Report Info(const std::string& path) {
     constexpr std::size_t kWidth = 12;
     std::string label = name + ":";
     label.resize(kWidth, ' ');
-    report.summary.push_back(label + value.dump());
+    report.summary.push_back(label + ValueText(value));
   }
   report.details["package"] = {{"files", files}, {"bytes", bytes}, {"sha256", sha256}};
   report.summary.push_back("content:    " + std::to_string(files) + " files, " +

@@ -35,7 +35,7 @@ struct Remains {
 InstallRecord ReachableRecord(const std::string& hostRoot) {
   const auto record = ReadRecord(hostRoot);
   if (!record && errno != ENOTSUP) {
-    throw Error::FromErrno("read the record", RecordLocation(hostRoot));
+    throw UnreadableRecord(hostRoot);
   }
   return record.value_or(InstallRecord());
 }
@@ -129,18 +129,19 @@ Report UninstallWith(const HostOptions& options, LogEntry& entry) {
     }
     RemoveEmptyDirectories(options.hostRoot);
   }
+  entry.after = UpdateText(std::nullopt);
   entry.outcome = wasInstalled ? "uninstalled" : "nothing was installed";
   Report report("uninstall");
   ReportRemains(remains, options, report);
   if (!wasInstalled) {
     Conclude("not-installed", "nothing is installed", report);
   } else if (options.isDryRun) {
-    Conclude("uninstall", "uninstall will remove this, and the values of the record", report);
+    Conclude("uninstall", "uninstall will remove these paths and the values of the record", report);
   } else {
-    Conclude(
-        "uninstalled",
-        "uninstalled: " + (entry.before ? "update " + std::to_string(*entry.before) : "no update"),
-        report);
+    const auto updateId = UpdateIdOf(remains.record);
+    Conclude("uninstalled",
+             "uninstalled: " + (updateId ? "update " + std::to_string(*updateId) : "no update"),
+             report);
   }
   return report;
 }

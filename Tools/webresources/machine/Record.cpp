@@ -1,6 +1,7 @@
 #include "machine/Record.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
 #include <variant>
 
@@ -51,10 +52,18 @@ void FindInVersion(const InstallRecord& record, Findings& findings) {
 
 }  // namespace
 
+Error UnreadableRecord(const std::string& hostRoot) {
+  if (errno == EINVAL) {
+    return Error("read the record", RecordLocation(hostRoot), "it is not a regular file",
+                 "remove it, then run webresources install");
+  }
+  return Error::FromErrno("read the record", RecordLocation(hostRoot));
+}
+
 InstallRecord ReadHostRecord(const std::string& hostRoot) {
   const auto record = ReadRecord(hostRoot);
   if (!record) {
-    throw Error::FromErrno("read the record", RecordLocation(hostRoot));
+    throw UnreadableRecord(hostRoot);
   }
   return *record;
 }

@@ -7,12 +7,17 @@
 #include "InstallRecord.h"
 #include "bundle/Metadata.h"
 #include "report/Report.h"
+#include "support/Error.h"
 
 namespace webresources {
 
 /// Reads the record of the host mounted at `hostRoot`; an empty `hostRoot` means this host. Throws
 /// Error if the record cannot be read.
 InstallRecord ReadHostRecord(const std::string& hostRoot);
+
+/// Returns the error of a record that ReadRecord() cannot read. Requires: errno is unchanged since
+/// ReadRecord().
+Error UnreadableRecord(const std::string& hostRoot);
 
 /// Returns whether no value is recorded.
 bool IsEmpty(const InstallRecord& record);

@@ -375,7 +375,8 @@ std::optional<std::string> Problem(const EntryPrediction& entry) {
 Findings FindInPackage(const std::string& path, const Prediction& prediction) {
   Findings findings;
   if (!IsPresent(path)) {
-    Add(findings, kPackageMissing, kPackageFileName, "the installer installs an empty directory");
+    Add(findings, kPackageMissing, kPackageFileName,
+        "it is missing: the installer installs an empty directory");
     return findings;
   }
   const std::optional<ArchiveLayout> layout = ReadArchiveLayout(path);

@@ -68,8 +68,7 @@ constexpr std::size_t kLargestListedGroup = 5;
 constexpr std::size_t kExamples = 3;
 constexpr std::size_t kScreen = 15;  // lines of a listing
 
-/// Returns a line for a group: the count, some subjects and, if all have the same reason, the
-/// reason.
+/// Returns a line for a group: the count, some subjects and the reason of the first finding.
 std::string Summary(const Group& group) {
   std::string text = std::to_string(group.size()) + " times: ";
   for (std::size_t i = 0; i < kExamples; ++i) {
@@ -79,7 +78,7 @@ std::string Summary(const Group& group) {
   const std::string& reason = group.front()->reason;
   const bool isCommon = std::all_of(
       group.begin(), group.end(), [&reason](const Finding* one) { return one->reason == reason; });
-  return isCommon ? text + ": " + reason : text;
+  return text + (isCommon ? ": " : ", for example: ") + reason;
 }
 
 void PrintFindings(const Findings& findings, Form form) {
