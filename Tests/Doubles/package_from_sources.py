@@ -69,7 +69,7 @@ class Job(unittest.TestCase):
         copy_checkout(CHECKOUT)
         self.tools = CHECKOUT / "tools"
         self.tools.mkdir()
-        for name in ("codesign", "lipo", "otool", "pkgbuild", "productbuild"):
+        for name in ("lipo", "otool", "pkgbuild", "productbuild"):
             (self.tools / name).symlink_to(DOUBLE)
         for name, text in TOOLS.items():
             (self.tools / name).write_text(text)

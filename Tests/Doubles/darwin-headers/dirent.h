@@ -5,11 +5,7 @@
 
 #include <sys/types.h>
 
-#define DT_UNKNOWN 0
-#define DT_FIFO 1
 #define DT_DIR 4
-#define DT_REG 8
-#define DT_LNK 10
 
 typedef struct DarwinDirectory DIR;
 
@@ -23,11 +19,9 @@ struct dirent {
 extern "C" {
 
 int closedir(DIR* directory);
-int dirfd(DIR* directory);
 DIR* fdopendir(int file) __attribute__((availability(macos, introduced = 10.10)));
 DIR* opendir(const char* path);
 struct dirent* readdir(DIR* directory);
-void rewinddir(DIR* directory);
 
 }  // extern "C"
 

@@ -9,31 +9,18 @@
 #define O_WRONLY 0x1
 #define O_RDWR 0x2
 #define O_NONBLOCK 0x4
-#define O_APPEND 0x8
 #define O_NOFOLLOW 0x100
 #define O_CREAT 0x200
 #define O_TRUNC 0x400
 #define O_EXCL 0x800
-#define O_NOCTTY 0x20000
 #define O_DIRECTORY 0x100000
 #define O_CLOEXEC 0x1000000
 
-#define F_DUPFD 0
 #define F_GETFD 1
-#define F_SETFD 2
-#define F_GETFL 3
-#define F_SETFL 4
 #define F_FULLFSYNC 51
-#define F_DUPFD_CLOEXEC 67
-#define FD_CLOEXEC 1
-
-#define AT_FDCWD -2
-#define AT_SYMLINK_NOFOLLOW 0x20
-#define AT_REMOVEDIR 0x80
 
 extern "C" {
 
-int creat(const char* path, mode_t mode);
 int fcntl(int file, int command, ...);
 int open(const char* path, int flags, ...);
 int openat(int directory, const char* path, int flags, ...)

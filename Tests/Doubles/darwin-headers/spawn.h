@@ -6,7 +6,6 @@
 #include <signal.h>
 #include <sys/types.h>
 
-#define POSIX_SPAWN_SETPGROUP 0x2
 #define POSIX_SPAWN_SETSIGDEF 0x4
 #define POSIX_SPAWN_SETSIGMASK 0x8
 #define POSIX_SPAWN_START_SUSPENDED 0x0080
@@ -20,28 +19,20 @@ extern "C" {
 int posix_spawn(pid_t* process, const char* path, const posix_spawn_file_actions_t* actions,
                 const posix_spawnattr_t* attributes, char* const arguments[],
                 char* const environment[]);
-int posix_spawn_file_actions_addchdir(posix_spawn_file_actions_t* actions, const char* path)
-    __attribute__((availability(macos, introduced = 26.0)));
 int posix_spawn_file_actions_addchdir_np(posix_spawn_file_actions_t* actions, const char* path)
     __attribute__((availability(macos, introduced = 10.15, deprecated = 26.0)));
 int posix_spawn_file_actions_addclose(posix_spawn_file_actions_t* actions, int file);
 int posix_spawn_file_actions_adddup2(posix_spawn_file_actions_t* actions, int file, int other);
 int posix_spawn_file_actions_addinherit_np(posix_spawn_file_actions_t* actions, int file)
     __attribute__((availability(macos, introduced = 10.7)));
-int posix_spawn_file_actions_addopen(posix_spawn_file_actions_t* actions, int file,
-                                     const char* path, int flags, mode_t mode);
 int posix_spawn_file_actions_destroy(posix_spawn_file_actions_t* actions);
 int posix_spawn_file_actions_init(posix_spawn_file_actions_t* actions);
 int posix_spawnattr_destroy(posix_spawnattr_t* attributes);
 int posix_spawnattr_getflags(const posix_spawnattr_t* attributes, short* flags);
 int posix_spawnattr_init(posix_spawnattr_t* attributes);
 int posix_spawnattr_setflags(posix_spawnattr_t* attributes, short flags);
-int posix_spawnattr_setpgroup(posix_spawnattr_t* attributes, pid_t group);
 int posix_spawnattr_setsigdefault(posix_spawnattr_t* attributes, const sigset_t* signals);
 int posix_spawnattr_setsigmask(posix_spawnattr_t* attributes, const sigset_t* signals);
-int posix_spawnp(pid_t* process, const char* path, const posix_spawn_file_actions_t* actions,
-                 const posix_spawnattr_t* attributes, char* const arguments[],
-                 char* const environment[]);
 
 }  // extern "C"
 

@@ -5,7 +5,6 @@
 
 #include <sys/types.h>
 
-#define F_OK 0
 #define X_OK 1
 #define W_OK 2
 #define R_OK 4
@@ -32,41 +31,27 @@ int chown(const char* path, uid_t user, gid_t group);
 int close(int file);
 int dup(int file);
 int dup2(int file, int other);
-int execv(const char* path, char* const* arguments);
-int execve(const char* path, char* const* arguments, char* const* environment);
-int fchdir(int file);
 int fchown(int file, uid_t user, gid_t group);
 pid_t fork();
 int fsync(int file);
 int ftruncate(int file, off_t size);
-char* getcwd(char* buffer, size_t size);
 uid_t geteuid();
-gid_t getgid();
 pid_t getpid();
-uid_t getuid();
 int isatty(int file);
-int lchown(const char* path, uid_t user, gid_t group);
 int link(const char* from, const char* to);
 off_t lseek(int file, off_t offset, int whence);
 char* mkdtemp(char* path);
-int mkstemp(char* path);
 int pipe(int ends[2]);
 ssize_t pread(int file, void* bytes, size_t size, off_t offset);
 ssize_t pwrite(int file, const void* bytes, size_t size, off_t offset);
 ssize_t read(int file, void* bytes, size_t size);
-ssize_t readlink(const char* path, char* buffer, size_t size);
 int rmdir(const char* path);
 int setgid(gid_t group);
 int setuid(uid_t user);
 unsigned int sleep(unsigned int seconds);
-int symlink(const char* target, const char* path);
 int sync_volume_np(const char* path, int flags)
     __attribute__((availability(macos, introduced = 10.12)));
-int truncate(const char* path, off_t size);
 int unlink(const char* path);
-int unlinkat(int directory, const char* path, int flags)
-    __attribute__((availability(macos, introduced = 10.10)));
-int usleep(useconds_t microseconds);
 ssize_t write(int file, const void* bytes, size_t size);
 
 }  // extern "C"

@@ -6,7 +6,6 @@
 #define LOCK_SH 1
 #define LOCK_EX 2
 #define LOCK_NB 4
-#define LOCK_UN 8
 
 extern "C" int flock(int file, int operation);
 

@@ -1,27 +1,21 @@
 #ifndef TESTS_DOUBLES_DARWIN_HEADERS_SYS_STAT_H_
 #define TESTS_DOUBLES_DARWIN_HEADERS_SYS_STAT_H_
 
-// The parts of a Mac's <sys/stat.h> that the product and its tests use, from its manual pages. The times have
-// other names there than elsewhere.
+// The parts of a Mac's <sys/stat.h> that the product and its tests use, from its manual pages. The
+// times have other names there than elsewhere.
 
 #include <sys/types.h>
 #include <time.h>
 
 #define S_IFMT 0170000
-#define S_IFIFO 0010000
 #define S_IFDIR 0040000
 #define S_IFREG 0100000
 #define S_IFLNK 0120000
 #define S_ISDIR(mode) (((mode)&S_IFMT) == S_IFDIR)
-#define S_ISFIFO(mode) (((mode)&S_IFMT) == S_IFIFO)
 #define S_ISLNK(mode) (((mode)&S_IFMT) == S_IFLNK)
 #define S_ISREG(mode) (((mode)&S_IFMT) == S_IFREG)
-#define S_ISUID 0004000
 #define S_ISGID 0002000
 #define S_ISVTX 0001000
-#define S_IRWXU 0000700
-#define S_IRUSR 0000400
-#define S_IWUSR 0000200
 #define S_IXUSR 0000100
 #define S_IRWXG 0000070
 #define S_IRGRP 0000040
@@ -51,30 +45,20 @@ struct stat {
   unsigned int st_gen;
 };
 
-#define st_atime st_atimespec.tv_sec
 #define st_mtime st_mtimespec.tv_sec
-#define st_ctime st_ctimespec.tv_sec
 
 extern "C" {
 
 int chmod(const char* path, mode_t mode);
 int fchmod(int file, mode_t mode);
 int fstat(int file, struct stat* status);
-int fstatat(int directory, const char* path, struct stat* status, int flags)
-    __attribute__((availability(macos, introduced = 10.10)));
-int futimens(int file, const struct timespec times[2])
-    __attribute__((availability(macos, introduced = 10.13)));
 int lstat(const char* path, struct stat* status);
 int mkdir(const char* path, mode_t mode);
-int mkdirat(int directory, const char* path, mode_t mode)
-    __attribute__((availability(macos, introduced = 10.10)));
 int mkfifo(const char* path, mode_t mode);
 int mkfifoat(int directory, const char* path, mode_t mode)
     __attribute__((availability(macos, introduced = 13.0)));
 int stat(const char* path, struct stat* status);
 mode_t umask(mode_t mask);
-int utimensat(int directory, const char* path, const struct timespec times[2], int flags)
-    __attribute__((availability(macos, introduced = 10.13)));
 
 }  // extern "C"
 
