@@ -4,18 +4,10 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <string>
 
 #include "MallocPointer.h"
-
-namespace {
-
-/// Returns `path` without the last component and the "/" before; empty for an empty path.
-std::string Parent(const std::string& path) {
-  return path.substr(0, path.rfind('/'));
-}
-
-}  // namespace
 
 bool Bundle::GetResourcesDirectory(char* buffer, std::size_t size) {
   // The kernel's auxiliary vector holds the path of the execution, so /proc is not needed.
@@ -26,10 +18,9 @@ bool Bundle::GetResourcesDirectory(char* buffer, std::size_t size) {
   }
   // An executable in …/Contents/<any one directory>/ is in a bundle. Every other executable has the
   // resources in the same directory.
-  const std::string directory = Parent(executable.get());
-  const std::string above = Parent(directory);
-  const bool isInBundle = above.substr(above.rfind('/') + 1) == "Contents";
-  const std::string resources = (isInBundle ? above : directory) + "/Resources";
+  const std::filesystem::path directory = std::filesystem::path(executable.get()).parent_path();
+  const bool isInBundle = directory.parent_path().filename() == "Contents";
+  const std::string resources = (isInBundle ? directory.parent_path() : directory) / "Resources";
   if (resources.length() >= size) {
     return false;
   }

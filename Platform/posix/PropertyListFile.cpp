@@ -23,6 +23,7 @@ namespace {
 constexpr mode_t kDirectoryMode = 0755;
 constexpr mode_t kFileMode = 0644;
 constexpr int kCorruptFilesKept = 100;
+constexpr char kTemporary[] = ".tmp-";  // after the name of the file
 
 /// Makes `path` with missing parents. The mode of an existing directory does not change.
 bool MakeDirectories(const std::string& path) {
@@ -63,10 +64,6 @@ std::optional<std::string> Load(int directory, const std::string& name) {
   return bytes;
 }
 
-std::string TemporaryPrefix(const std::string& name) {
-  return name + ".tmp-";
-}
-
 /// Removes the temporary files of killed writers, unless another writer has the lock on the
 /// directory. The lock ends with the descriptor, and no lock file exists. This function can remove
 /// the temporary file of a writer that works without the lock. The rename of that writer then
@@ -75,7 +72,7 @@ void RemoveLeftovers(int directory, const std::string& path, const std::string& 
   if (flock(directory, LOCK_EX | LOCK_NB) != 0) {
     return;
   }
-  const std::string prefix = TemporaryPrefix(name);
+  const std::string prefix = name + kTemporary;
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(opendir(path.c_str()), closedir);
   while (const dirent* entry = stream ? readdir(stream.get()) : nullptr) {
     if (std::strncmp(entry->d_name, prefix.c_str(), prefix.length()) == 0) {
@@ -108,7 +105,7 @@ std::string TemporaryName(const std::string& name) {
   if (Uninterrupted([&] { return getrandom(&random, sizeof random, 0); }) != sizeof random) {
     return {};
   }
-  return TemporaryPrefix(name) + std::to_string(random);
+  return name + kTemporary + std::to_string(random);
 }
 
 /// Replaces the file `name` by a file with `bytes`.

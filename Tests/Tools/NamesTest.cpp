@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "packing/SourceTree.h"
-#include "report/NameFindings.h"
 #include "support/Text.h"
 
 using namespace webresources;
@@ -39,7 +38,7 @@ TEST(Names, CollisionIsFoundInOneDirectoryOnly) {
   EXPECT_TRUE(collisions[0].differsInCase);
 }
 
-TEST(NameFindings, JunkIsKnownByEachOfItsComponents) {
+TEST(Names, JunkIsKnownByEachOfItsComponents) {
   for (const char* path :
        {"a/.DS_Store", "__MACOSX/a", "a/._b", "Thumbs.db", "a/desktop.ini", "Desktop.ini",
         ".git/HEAD", "a/.git", ".svn/", ".hg/x", ".bzr/x", "_darcs/x", "a/CVS/Root", "index.html~",
@@ -48,7 +47,7 @@ TEST(NameFindings, JunkIsKnownByEachOfItsComponents) {
   }
 }
 
-TEST(NameFindings, NamesThatResembleJunkAreNone) {
+TEST(Names, NamesThatResembleJunkAreNone) {
   for (const char* path :
        {"a/.b/_c", "a/x.DS_Store", "Thumbs.dbx", ".gitignore", "cvs/a", "a~b", ".swp", "index.swp",
         "#index.html", "index.html#", ".well-known/a", ""}) {

@@ -165,11 +165,6 @@ TEST(Names, HexadecimalIsReadBack) {
   }
 }
 
-TEST(Names, JsonEscapesTheControlCharactersOfATerminal) {
-  EXPECT_EQ(JsonPrintable("{\n\"\x7f\xC2\x9B\xE2\x80\xAE\xF3\xA0\x80\x81\xC3\xA4\"}"),
-            "{\n\"\\u007f\\u009b\\u202e\\udb40\\udc01\xC3\xA4\"}");
-}
-
 TEST(Names, SuggestionIsTheNearestWordWithinTwoChanges) {
   const std::vector<std::string> words = {"install", "installcheck", "plan", "status"};
   EXPECT_EQ(Suggestion("instal", words), "install");

@@ -225,7 +225,7 @@ class Install(Case):
             told = self.machine.install()
             self.assertEqual((told.status, told.ids, told.document["outcome"]),
                              (1, ["directory-access"], outcome))
-            self.assertIn('chmod go-w "/Library/Application Support"',
+            self.assertIn("chmod go-w '/Library/Application Support'",
                           told.document["findings"][0]["reason"])
         self.assertEqual(above.stat().st_mode & 0o777, 0o777)
         for told, status in ((self.machine.verify(), 1), (self.machine.verify(bundle=None), 1),

@@ -18,9 +18,9 @@ namespace {
 
 constexpr std::uint32_t kLocalSignature = 0x04034b50;
 constexpr std::uint32_t kCentralSignature = 0x02014b50;
-constexpr std::uint32_t kEndSignature = 0x06054b50;
+constexpr char kEndSignature[] = "PK\5\6";
 constexpr std::uint32_t kEnd64Signature = 0x06064b50;
-constexpr std::uint32_t kLocator64Signature = 0x07064b50;
+constexpr char kLocator64Signature[] = "PK\6\7";
 
 constexpr std::size_t kLocalSize = 30;
 constexpr std::size_t kCentralSize = 46;
@@ -138,15 +138,10 @@ struct End {
 
 /// Returns the last position of the record `signature` in the tail of the file. The bytes after the
 /// signature are not examined, as in the installer's reader.
-std::optional<std::uint64_t> FindLast(const File& file, std::uint32_t signature) {
+std::optional<std::uint64_t> FindLast(const File& file, const char* signature) {
   const std::uint64_t start = file.size() - std::min<std::uint64_t>(file.size(), kSearchedTail);
-  const Bytes tail = file.Read(start, kSearchedTail);
-  for (std::size_t i = tail.size(); i-- > 0;) {
-    if (tail.At32(i) == signature) {
-      return start + i;
-    }
-  }
-  return std::nullopt;
+  const std::size_t found = file.Read(start, kSearchedTail).Text(0, kSearchedTail).rfind(signature);
+  return found == std::string::npos ? std::nullopt : std::optional(start + found);
 }
 
 /// Replaces the values of `end` by the values of the Zip64 record, if the file has this record.

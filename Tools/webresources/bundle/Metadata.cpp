@@ -206,17 +206,14 @@ std::string ValueText(const Json& value) {
 }
 
 std::string Describe(Metadata::RunOutcome outcome) {
-  switch (outcome) {
-    case Metadata::RunOutcome::Nothing:
-      return "aborts before anything is written";
-    case Metadata::RunOutcome::Extracted:
-      return "aborts after the package is extracted and its directory recorded: the update number "
-             "is not recorded, nothing is deleted";
-    case Metadata::RunOutcome::AllButRandom:
-      return "aborts at the end: everything is done except the random identifier";
-    default:
-      return "exits with 0 when all is done";
-  }
+  constexpr const char* kDescriptions[] = {
+      // in the order of the enumerators
+      "aborts before anything is written",
+      "aborts after the package is extracted and its directory recorded: the update number is not "
+      "recorded, nothing is deleted",
+      "aborts at the end: everything is done except the random identifier",
+      "exits with 0 when all is done"};
+  return kDescriptions[static_cast<int>(outcome)];
 }
 
 }  // namespace webresources

@@ -1,7 +1,7 @@
 #include "bundle/BundleFiles.h"
 #include "bundle/Metadata.h"
 #include "commands/Commands.h"
-#include "prediction/Prediction.h"
+#include "prediction/FileTree.h"
 #include "support/Error.h"
 #include "support/Files.h"
 
@@ -17,15 +17,7 @@ Report Info(const std::string& path) {
   const Metadata metadata = ReadMetadata(bundle.metadata);
   const std::string sha256 = DigestText(DigestOfFile(bundle.package));
   PackageReader package(bundle.package);
-  const Prediction prediction = PredictOutline(package);
-  std::size_t files = 0;
-  std::uint64_t bytes = 0;
-  for (const EntryPrediction& entry : prediction.entries) {
-    if (entry.action == EntryPrediction::Action::WriteFile && !entry.replacedBy) {
-      ++files;
-      bytes += entry.size;
-    }
-  }
+  const FileTree tree = TreeOf(PredictOutline(package));
 
   Report report("info");
   const Json values = ToJson(metadata);
@@ -37,9 +29,10 @@ Report Info(const std::string& path) {
     label.resize(kWidth, ' ');
     report.summary.push_back(label + ValueText(value));
   }
-  report.details["package"] = {{"files", files}, {"bytes", bytes}, {"sha256", sha256}};
-  report.summary.push_back("content:    " + std::to_string(files) + " files, " +
-                           std::to_string(bytes) + " bytes");
+  report.details["package"] = {
+      {"files", FilesOf(tree)}, {"bytes", BytesOf(tree)}, {"sha256", sha256}};
+  report.summary.push_back("content:    " + std::to_string(FilesOf(tree)) + " files, " +
+                           std::to_string(BytesOf(tree)) + " bytes");
   report.summary.push_back("SHA-256:    " + sha256);
   return report;
 }

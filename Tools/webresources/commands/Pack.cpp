@@ -161,15 +161,10 @@ Report Pack(const PackOptions& options) {
 }
 
 std::string ProblemOfUpdateId(const std::string& text) {
-  const std::string digits = text.substr(text.rfind('-', 0) == 0 ? 1 : 0);
-  const bool isPlain = !digits.empty() &&
-                       digits.find_first_not_of("0123456789") == std::string::npos &&
-                       (digits.front() != '0' || text == "0");
   std::int32_t number = 0;
-  const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), number);
-  const bool fits =
-      failure == std::errc() && number >= kSmallestUpdateId && number <= kLargestUpdateId;
-  return isPlain && fits
+  std::from_chars(text.data(), text.data() + text.size(), number);
+  const bool fits = number >= kSmallestUpdateId && number <= kLargestUpdateId;
+  return fits && text == std::to_string(number)
              ? std::string()
              : "the update number must be a whole number from " +
                    std::to_string(kSmallestUpdateId) + " to " + std::to_string(kLargestUpdateId) +

@@ -9,6 +9,7 @@
 #include "prediction/TreeComparison.h"
 #include "report/Rules.h"
 #include "support/Files.h"
+#include "support/SystemLog.h"
 
 namespace webresources {
 
@@ -51,8 +52,7 @@ void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bu
   ReportLeftovers(installs ? LeftoversOf(plan.host.installation) : std::vector<std::string>(),
                   report);
   ReportChanges(ChangesBetween(before, installs ? bundle.tree : before), report);
-  const auto updateId = UpdateIdOf(plan.host.installation.record);
-  const std::string recorded = updateId ? std::to_string(*updateId) : "none";
+  const std::string recorded = UpdateText(UpdateIdOf(plan.host.installation.record));
   report.summary.push_back("update: " + recorded + " -> " +
                            (installs ? std::to_string(bundle.UpdateId()) : recorded));
 }

@@ -3,6 +3,7 @@
 #include "machine/HostCheck.h"
 #include "prediction/FileTree.h"
 #include "support/Files.h"
+#include "support/SystemLog.h"
 #include "support/Text.h"
 
 namespace webresources {
@@ -59,9 +60,8 @@ Report Status(const HostOptions& options) {
   PutOptional(report.details, "since", since);
   report.details["receipt"] = host.receipt ? StateToJson(*host.receipt) : Json(nullptr);
   report.details["comparedWith"] = host.isCompared ? "receipt" : "record";
-  const auto updateId = UpdateIdOf(installation.record);
   report.summary = {
-      "update:    " + (updateId ? std::to_string(*updateId) : std::string("none")) + ", version " +
+      "update:    " + UpdateText(UpdateIdOf(installation.record)) + ", version " +
           (installation.record.values.fullVersion.empty() ? "none"
                                                           : installation.record.values.fullVersion),
       "directory: " + (isThere ? directory : std::string("none")),

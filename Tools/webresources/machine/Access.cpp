@@ -19,6 +19,7 @@
 #include "report/Rules.h"
 #include "support/Error.h"
 #include "support/Files.h"
+#include "support/Text.h"
 
 namespace webresources {
 
@@ -86,16 +87,6 @@ bool IsUnreadable(const Place& place, mode_t mode) {
   return (place.mode & kForOthers & ~mode) != 0;
 }
 
-/// Returns `path` as one word of a shell.
-std::string Quoted(const std::string& path) {
-  std::string quoted = "\"";
-  for (const char c : path) {
-    quoted += std::string("\"\\$`").find(c) == std::string::npos ? "" : "\\";
-    quoted += c;
-  }
-  return quoted + '"';
-}
-
 void FindInPlace(const Place& place, uid_t owner, Findings& findings) {
   const auto status = StatusOf(place);
   if (!status) {
@@ -103,7 +94,7 @@ void FindInPlace(const Place& place, uid_t owner, Findings& findings) {
   }
   const auto add = [&](const Rule& rule, const std::string& reason, const std::string& command) {
     Add(findings, place.isOfHost ? kDirectoryAccess : rule, place.path,
-        place.isOfHost ? reason + ": " + command + " " + Quoted(place.path) : reason);
+        place.isOfHost ? reason + ": " + command + " " + ShellQuoted(place.path) : reason);
   };
   if (!IsTrustedOwner(status->st_uid, owner)) {
     add(kOwnerDiffers, "its owner is user " + std::to_string(status->st_uid),

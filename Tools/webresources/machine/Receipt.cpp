@@ -31,7 +31,7 @@ constexpr char kInstalled[] = "installed";
 std::string LineOf(const FileItem& item) {
   Json path = Json::object();
   PutName(path, "path", item.path);
-  std::string line = JsonPrintable(path.dump());
+  std::string line = path.dump(-1, ' ', true);
   line.pop_back();  // the brace
   if (item.type == FileItem::Type::File) {
     line += R"(,"type":"file","size":)" + std::to_string(item.size) + R"(,"sha256":")" +

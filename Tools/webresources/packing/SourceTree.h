@@ -42,10 +42,22 @@ struct SourceTree {
 /// cannot be read.
 SourceTree CollectSource(const std::string& path, const Selection& selection);
 
+// Rules about names, for a directory to pack and for a package.
+
 /// Returns the reason why no product needs `path`: the file or a directory above belongs to macOS,
 /// Windows or a version-control system, or is the backup of an editor. Returns nothing for any
 /// other path. Only names count. A directory's path may end in "/".
 std::optional<std::string> JunkReason(const std::string& path);
+
+/// Adds a finding for each pair of `paths` that some volumes cannot distinguish, because the two
+/// paths differ only in case or in Unicode normalization; see Collisions(). Requires: no path ends
+/// in "/".
+void AddCollisions(Findings& findings, const std::vector<std::string>& paths);
+
+/// Returns the unusual part of the entry name `name`: a leading "/", a backslash, an empty, "." or
+/// ".." component, or a control character. Returns nothing if there is no such part. Requires:
+/// `name` is not empty.
+std::optional<std::string> UncleanPart(const std::string& name);
 
 }  // namespace webresources
 

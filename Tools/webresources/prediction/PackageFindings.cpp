@@ -10,7 +10,6 @@
 #include "PackageReader.h"
 #include "bundle/ArchiveLayout.h"
 #include "packing/SourceTree.h"
-#include "report/NameFindings.h"
 #include "report/Rules.h"
 #include "support/Files.h"
 #include "support/Text.h"
@@ -214,11 +213,12 @@ class PackageFinder {
   }
 
   void FindInData(const EntryPrediction& entry, std::size_t index) {
-    const auto fields = DifferingFieldsOf(index);
+    const ArchiveLayout::Entry headers = HeadersOf(index);
+    const auto fields = headers.DifferingFields();
     if (fields) {
       AddHere(kHeadersDiffer, "its local and its central header have different values: " + *fields);
     }
-    if (const auto reasons = IsInLayout(index) ? layout_.entries[index].Refusals() : std::nullopt) {
+    if (const auto reasons = headers.Refusals()) {
       AddHere(kUnportableEntry, "other tools refuse it: " + *reasons);
     }
     if (entry.failure == Failure::Missing) {
@@ -226,7 +226,7 @@ class PackageFinder {
     } else if (entry.failure != Failure::None && entry.failure != Failure::ComponentTooLong) {
       AddHere(kPathBlocked, *Problem(entry));
     }
-    if (entry.kind == EntryKind::Directory && !HasLocalHeader(index)) {
+    if (entry.kind == EntryKind::Directory && !headers.hasLocalHeader) {
       AddHere(kDamagedEntry, "its local header is damaged: other tools refuse the archive");
     }
     if (entry.kind != EntryKind::File) {
@@ -259,15 +259,11 @@ class PackageFinder {
     }
   }
 
-  std::optional<std::string> DifferingFieldsOf(std::size_t index) const {
-    return IsInLayout(index) ? layout_.entries[index].DifferingFields() : std::nullopt;
+  /// Returns the headers of an entry; without defects if the layout lacks the entry.
+  ArchiveLayout::Entry HeadersOf(std::size_t index) const {
+    return index < layout_.entries.size() ? layout_.entries[index]
+                                          : ArchiveLayout::Entry{0, 0, true, 0, 0};
   }
-
-  bool HasLocalHeader(std::size_t index) const {
-    return !IsInLayout(index) || layout_.entries[index].hasLocalHeader;
-  }
-
-  bool IsInLayout(std::size_t index) const { return index < layout_.entries.size(); }
 
   void FindOverlaps() {
     for (const std::size_t index : layout_.Overlapping()) {
@@ -324,20 +320,13 @@ std::optional<std::string> DataProblem(const EntryPrediction& entry) {
   }
 }
 
-std::string FailureProblem(const EntryPrediction& entry) {
-  switch (entry.failure) {
-    case Failure::Missing:
-      return "no entry before it makes its directory: it is not installed";
-    case Failure::NotADirectory:
-      return "its path leads through a file";
-    case Failure::IsADirectory:
-      return "a directory has its name";
-    case Failure::Exists:
-      return "a file has its name";
-    default:
-      return "a component of its name has more than 255 bytes";
-  }
-}
+/// The problem of each failure, in the order of the enumerators.
+constexpr const char* kFailures[] = {"",
+                                     "no entry before it makes its directory: it is not installed",
+                                     "its path leads through a file",
+                                     "a directory has its name",
+                                     "a file has its name",
+                                     "a component of its name has more than 255 bytes"};
 
 }  // namespace
 
@@ -364,7 +353,7 @@ std::optional<std::string> Problem(const EntryPrediction& entry) {
       break;
   }
   if (entry.failure != Failure::None) {
-    return FailureProblem(entry);
+    return kFailures[static_cast<int>(entry.failure)];
   }
   if (entry.replacedBy) {
     return "entry " + std::to_string(*entry.replacedBy + 1) + " writes the same file again";

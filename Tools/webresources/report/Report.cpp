@@ -162,7 +162,9 @@ std::string NameOf(const Json& object, const std::string& key) {
 }
 
 std::string Text(const Json& json) {
-  return JsonPrintable(json.dump(2)) + "\n";
+  constexpr int kIndent = 2;
+  constexpr bool kAsciiOnly = true;
+  return json.dump(kIndent, ' ', kAsciiOnly) + "\n";
 }
 
 void Print(const Report& report, Form form) {

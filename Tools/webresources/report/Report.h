@@ -56,7 +56,8 @@ void PutOptional(Json& object, const std::string& key, const std::string& name);
 /// name.
 std::string NameOf(const Json& object, const std::string& key);
 
-/// Returns `json` as the text of a document, with every control and invisible character escaped.
+/// Returns `json` as the text of a document, with every character outside ASCII escaped. Requires:
+/// all strings are UTF-8.
 std::string Text(const Json& json);
 
 /// Writes the report to the standard output; lines are in colour if the output is a terminal with

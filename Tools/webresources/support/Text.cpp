@@ -34,19 +34,6 @@ std::string Escaped(char byte) {
   return text;
 }
 
-/// Returns the escape of a character. A character beyond 16 bits becomes two escapes, the
-/// surrogates.
-std::string JsonEscaped(utf8proc_int32_t point) {
-  constexpr utf8proc_int32_t kPlane = 0x10000;
-  if (point >= kPlane) {
-    return JsonEscaped(0xD800 + ((point - kPlane) >> 10)) +
-           JsonEscaped(0xDC00 + ((point - kPlane) & 0x3FF));
-  }
-  char text[8] = {};
-  std::snprintf(text, sizeof text, "\\u%04x", static_cast<unsigned int>(point) & 0xFFFFU);
-  return text;
-}
-
 std::string Mapped(const std::string& name, int options) {
   utf8proc_uint8_t* mapped = nullptr;
   const utf8proc_ssize_t length =
@@ -85,44 +72,23 @@ bool IsAscii(const std::string& name) {
                      [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
 }
 
-namespace {
-
-/// Returns `text` with `escape(bytes, point)` instead of each invisible character and of each byte
-/// that is not UTF-8.
-template <typename Escape>
-std::string WithEscapes(const std::string& text, Escape escape) {
-  std::string escaped;
-  escaped.reserve(text.length());
-  for (std::size_t i = 0; i < text.length();) {
-    if (text[i] >= ' ' && text[i] <= '~') {  // visible ASCII: the case of most bytes
-      escaped += text[i++];
+std::string Printable(const std::string& name) {
+  std::string printable;
+  printable.reserve(name.length());
+  for (std::size_t i = 0; i < name.length();) {
+    if (name[i] >= ' ' && name[i] <= '~') {  // visible ASCII: the case of most bytes
+      printable += name[i++];
       continue;
     }
     utf8proc_int32_t point = 0;
-    const utf8proc_ssize_t length = Character(text, i, &point);
-    const std::string bytes(text, i, length > 0 ? static_cast<std::size_t>(length) : 1);
-    escaped += length > 0 && IsVisible(point) ? bytes : escape(bytes, point);
+    const utf8proc_ssize_t length = Character(name, i, &point);
+    const std::string bytes(name, i, length > 0 ? static_cast<std::size_t>(length) : 1);
+    for (const char byte : bytes) {
+      printable += length > 0 && IsVisible(point) ? std::string(1, byte) : Escaped(byte);
+    }
     i += bytes.length();
   }
-  return escaped;
-}
-
-}  // namespace
-
-std::string Printable(const std::string& name) {
-  return WithEscapes(name, [](const std::string& bytes, utf8proc_int32_t /*point*/) {
-    std::string escaped;
-    for (const char byte : bytes) {
-      escaped += Escaped(byte);
-    }
-    return escaped;
-  });
-}
-
-std::string JsonPrintable(const std::string& json) {
-  return WithEscapes(json, [](const std::string& bytes, utf8proc_int32_t point) {
-    return point == '\n' ? bytes : JsonEscaped(point);
-  });
+  return printable;
 }
 
 std::string Hexadecimal(const std::string& bytes) {

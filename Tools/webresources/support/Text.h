@@ -21,11 +21,6 @@ bool IsAscii(const std::string& name);
 /// invisible formatting characters, become \xNN for each byte.
 std::string Printable(const std::string& name);
 
-/// Returns the JSON document `json` with every control or invisible formatting character except
-/// line breaks escaped as \uNNNN. Requires: `json` is UTF-8, and such characters are in strings
-/// only.
-std::string JsonPrintable(const std::string& json);
-
 /// Returns `bytes` in hexadecimal, two lower-case digits for each byte.
 std::string Hexadecimal(const std::string& bytes);
 
