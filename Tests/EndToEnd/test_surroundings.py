@@ -4,11 +4,9 @@ import os
 import pathlib
 import unittest
 
-from machine import (APPLICATION, CONTENT, EXECUTABLE, EXECUTABLES, FRESH, InstallerTestCase,
-                     as_tree, metadata, posix_only, record_path, write_tree)
-from private_root import TAKES_LONG_PATHS, program, tree
-
-LONGEST_DIRECTORY = 1023  # the length of the path of the Resources directory
+from machine import (APPLICATION, CONTENT, EXECUTABLE, FRESH, InstallerTestCase, as_tree, metadata,
+                     posix_only, record_path, write_tree)
+from private_root import program, tree
 
 
 class Start(InstallerTestCase):
@@ -39,14 +37,6 @@ class Start(InstallerTestCase):
         self.assert_installs_from_shell(f"cd {APPLICATION}/.. && WebResourceInstaller.app/"
                                         + EXECUTABLE)
 
-    def test_relative_path_from_within_the_bundle(self):
-        self.assert_installs_from_shell(
-            f"cd {APPLICATION}/Contents/{EXECUTABLES} && ./WebResourceInstaller")
-
-    def test_path_with_dots_and_doubled_slashes(self):
-        self.assert_installs(
-            f"/tmp/..//Applications/./WebResourceInstaller.app/Contents/../{EXECUTABLE}")
-
     def test_another_working_directory_is_left_alone(self):
         write_tree(self.machine.path("/elsewhere"),
                    {"metadata.txt": b"[]", "OrloWebResources.zip": b"", "Resources": None})
@@ -54,57 +44,10 @@ class Start(InstallerTestCase):
         self.assert_installs_from_shell(f"cd /elsewhere && {APPLICATION}/{EXECUTABLE}")
         self.assertEqual(tree(self.machine.path("/elsewhere")), before)
 
-    def test_search_path(self):
-        self.assert_installs_from_shell(
-            f"PATH={APPLICATION}/Contents/{EXECUTABLES} && WebResourceInstaller")
-
-    def test_link_to_the_bundle(self):
-        self.machine.path("/link.app").symlink_to(APPLICATION)
-        self.assert_installs(f"/link.app/{EXECUTABLE}")
-
-    def test_link_to_the_executable(self):
-        self.machine.path("/bin").mkdir()
-        self.machine.path("/bin/installer").symlink_to(f"{APPLICATION}/{EXECUTABLE}")
-        self.assert_installs("/bin/installer")
-
     def test_link_in_place_of_the_resources_directory(self):
         self.machine.resources.rename(self.machine.path("/real"))
         self.machine.resources.symlink_to("/real")
         self.assert_installs()
-
-    @posix_only("CoreFoundation knows one directory of executables")
-    def test_executable_in_any_directory_of_Contents(self):
-        contents = self.machine.path(APPLICATION) / "Contents"
-        (contents / EXECUTABLES).rename(contents / "Helpers")
-        self.assert_installs(f"{APPLICATION}/Contents/Helpers/WebResourceInstaller")
-
-    @posix_only("CoreFoundation uses the executable's directory as the Resources directory")
-    def test_executable_outside_a_bundle_has_its_resources_beside_it(self):
-        contents = self.machine.path(APPLICATION) / "Contents"
-        (contents / EXECUTABLES / "WebResourceInstaller").rename(contents / "WebResourceInstaller")
-        contents.rename(self.machine.path("/plain"))
-        self.assert_installs("/plain/WebResourceInstaller")
-
-    @unittest.skipUnless(TAKES_LONG_PATHS, "this file system takes no path of 1,024 bytes")
-    def test_resources_path_of_1023_bytes_is_the_longest(self):
-        for length, fits in ((LONGEST_DIRECTORY, True), (LONGEST_DIRECTORY + 1, False),
-                             (3000, False)):
-            with self.subTest(length):
-                self.machine = self.new_machine()
-                bundle = self.path_of_length(length - len("/Contents/Resources"))
-                self.move_bundle(bundle)
-                if fits:
-                    self.assert_installs(f"{bundle}/{EXECUTABLE}")
-                else:
-                    self.run_until_abort(f"{bundle}/{EXECUTABLE}")
-                    self.assertEqual(self.machine.state(), FRESH)
-
-    @staticmethod
-    def path_of_length(length):
-        components = length // 101
-        path = ("/" + "p" * 100) * components
-        rest = length - len(path)
-        return path + "/" + "q" * (rest - 1) if rest > 1 else path[:-1] + "/q" if rest else path
 
     def test_environment_is_ignored(self):
         self.machine.path("/kept").mkdir()

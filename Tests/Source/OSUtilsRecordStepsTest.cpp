@@ -139,12 +139,6 @@ TEST_F(RecordSteps, RestoringSetsInOrderAndFlushesThreeTimes) {
             "tFullVersion='17.011.30138.5' flush ");
 }
 
-TEST_F(RecordSteps, RestoringNothingOnlyFlushes) {
-  WebRegInfo info;
-  EXPECT_TRUE(OSUtils::MakeFreshRegistry(&info));
-  EXPECT_EQ(store.steps, "flush ");
-}
-
 TEST_F(RecordSteps, RestoringOneValueSkipsTheOthers) {
   const auto steps = [](WebRegInfo info) {
     store = Store();
@@ -203,24 +197,6 @@ TEST_F(RecordSteps, ReadingChangesNothing) {
   EXPECT_EQ(store.steps, "");
 }
 
-TEST_F(RecordSteps, ReadingAnEmptyDomainReplacesTheOldValues) {
-  WebRegInfo info = {1, 2, "x", "y"};
-  OSUtils::OldInfo(&info);
-  EXPECT_EQ(info.random, -1);
-  EXPECT_EQ(info.updateId, -1);
-  EXPECT_EQ(info.installPath, "");
-  EXPECT_EQ(info.fullVersion, "");
-}
-
-TEST_F(RecordSteps, ReadingKeepsStringsOfUpTo127Bytes) {
-  WebRegInfo info;
-  store.values = {{"tWebResourceInstallPath", std::string(127, 'x')},
-                  {"tFullVersion", std::string(128, 'x')}};
-  OSUtils::OldInfo(&info);
-  EXPECT_EQ(info.installPath, std::string(127, 'x'));
-  EXPECT_EQ(info.fullVersion, "");
-}
-
 TEST_F(RecordSteps, VersionIsTheReleaseAndTheNumber) {
   EXPECT_EQ(Version(0), "17.011.30138.0");
   EXPECT_EQ(Version(5), "17.011.30138.5");
@@ -258,13 +234,6 @@ TEST_F(RecordSteps, RandomIsSeededWithTheTimeInSecondsEachTime) {
     EXPECT_GE(seed, static_cast<unsigned int>(before));
     EXPECT_LE(seed, static_cast<unsigned int>(std::time(nullptr)));
   }
-}
-
-TEST_F(RecordSteps, RandomReplacesARecordedIdentifier) {
-  store.values = {{"irandom", 4711}};
-  drawn = 41;
-  OSUtils::RegisterRandom();
-  EXPECT_EQ(*Find<int>("irandom"), 42);
 }
 
 }  // namespace

@@ -210,12 +210,6 @@ INSTANTIATE_TEST_SUITE_P(Values, RecordWith,
                                          "<string/>", "<true/>", "<false/>", "<array/>", "<dict/>",
                                          "<real>1.5</real>", "<data>eA==</data>"));
 
-TEST_F(Record, RandomIsPresentAfterItsRegistration) {
-  EXPECT_FALSE(OSUtils::isRandomPresent());
-  OSUtils::RegisterRandom();
-  EXPECT_TRUE(OSUtils::isRandomPresent());
-}
-
 TEST_F(Record, StringOf127BytesIsKept) {
   Write(String("tWebResourceInstallPath", std::string(127, 'p')) +
         String("tFullVersion", std::string(127, 'v')));
@@ -313,12 +307,6 @@ TEST_F(Record, ClearingRemovesEveryKey) {
   ExpectInfo(OldInfo(), -1, -1, "", "");
 }
 
-TEST_F(Record, SecondClearingFindsNothing) {
-  Write(Number("irandom", "1"));
-  EXPECT_TRUE(OSUtils::ClearRegistry());
-  EXPECT_FALSE(OSUtils::ClearRegistry());
-}
-
 TEST_F(Record, RestoredRandomIsPresentAgain) {
   Write(Number("irandom", "4711"));
   WebRegInfo info = OldInfo();
@@ -360,12 +348,6 @@ TEST_F(Record, WipeDropsAnInstallPathOf200Bytes) {
   Write(String("tWebResourceInstallPath", std::string(200, 'p')) + Number("iUpdateId", "5"));
   EXPECT_TRUE(Wipe());
   EXPECT_EQ(OnDisk(), "iUpdateId=5 ");
-}
-
-TEST_F(Record, WipeDropsValuesOfOtherTypes) {
-  Write(String("irandom", "7") + Number("tFullVersion", "1"));
-  EXPECT_TRUE(Wipe());
-  EXPECT_EQ(OnDisk(), "");
 }
 
 }  // namespace
