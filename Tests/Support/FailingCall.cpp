@@ -95,6 +95,8 @@ LET_FAIL(nullptr, FILE*, fdopen, (int file, const char* mode), (file, mode))
 LET_FAIL(nullptr, DIR*, fdopendir, (int file), (file))
 LET_FAIL(-1, int, flock, (int file, int operation), (file, operation))
 LET_FAIL(-1, int, fstat, (int file, struct stat* status), (file, status))
+LET_FAIL(-1, int, fstatat, (int directory, const char* path, struct stat* status, int flags),
+         (directory, path, status, flags))
 LET_FAIL(-1, int, ftruncate, (int file, off_t size), (file, size))
 LET_FAIL(0, std::size_t, fwrite,
          (const void* data, std::size_t size, std::size_t count, FILE* stream),

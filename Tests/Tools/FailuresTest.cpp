@@ -131,13 +131,14 @@ TEST_F(FailuresTest, FileWithoutAReadableStatusIsNotTreatedAsMissing) {
   EXPECT_COMPLAINT(ComplaintWithout("lstat", [&] { Exists(file_); }));
   EXPECT_COMPLAINT(ComplaintWithout("stat", [&] { IsPresent(file_); }));
   const auto readTree = [&] { ReadTree(directory_ / "", Checksum::None); };
-  EXPECT_COMPLAINT(ComplaintWithout("lstat", readTree));
-  EXPECT_EQ(ComplaintWithout("lstat", readTree, 2),
+  EXPECT_COMPLAINT(ComplaintWithout("fstatat", readTree));
+  EXPECT_COMPLAINT(ComplaintWithout("open", readTree));
+  EXPECT_EQ(ComplaintWithout("fstatat", readTree, 2),
             "cannot read " + file_ + ": Input/output error");
 }
 
 TEST_F(FailuresTest, FileDeletedMeanwhileIsNotInTheTree) {
-  const FailingCall fault("lstat", ENOENT, 2);  // the first call is for the top directory
+  const FailingCall fault("fstatat", ENOENT, 2);  // the first call is for the top directory
   const FileTree tree = ReadTree(directory_ / "", Checksum::None);
   EXPECT_EQ(tree.size(), 1U);
 }

@@ -887,7 +887,7 @@ TEST_F(VerifyTest, LockIsHeldWhileTheInstallationIsVerifiedAndTheReceiptWritten)
   options.hostRoot = options_.hostRoot;
   options.bundle = *options_.bundle;
   options.isForced = true;
-  for (const char* call : {"lstat", "fsync"}) {  // calls of the verification and of the receipt
+  for (const char* call : {"fstatat", "fsync"}) {  // calls of the verification and of the receipt
     fs::remove(ran);
     int looks = 0;
     const auto look = [&] {

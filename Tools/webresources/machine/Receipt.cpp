@@ -39,9 +39,8 @@ std::string LineOf(const FileItem& item) {
   } else {
     line += R"(,"type":"directory)";
   }
-  char mode[8] = {};
-  std::snprintf(mode, sizeof mode, "%04o", *item.mode);
-  return line + R"(","mode":")" + mode + "\"}";
+  line += R"(","mode":")" + Octal(*item.mode) + "\"}";
+  return line;
 }
 
 std::string TextOf(const Receipt& receipt) {
@@ -60,7 +59,8 @@ std::string TextOf(const Receipt& receipt) {
   text.resize(text.rfind("\n}"));
   const char* separator = ",\n  \"tree\": [\n    ";
   for (const FileItem& item : receipt.tree) {
-    text += separator + LineOf(item);
+    text += separator;
+    text += LineOf(item);
     separator = ",\n    ";
   }
   return text + "\n  ]\n}\n";

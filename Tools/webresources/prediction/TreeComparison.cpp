@@ -1,7 +1,6 @@
 #include "prediction/TreeComparison.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <set>
 
 #include "support/Text.h"
@@ -12,12 +11,6 @@ namespace {
 
 using Kind = Difference::Kind;
 using Type = FileItem::Type;
-
-std::string Octal(unsigned int mode) {
-  char text[8] = {};
-  std::snprintf(text, sizeof text, "%04o", mode);
-  return text;
-}
 
 /// Returns whether both values are present and differ.
 template <typename Value>

@@ -104,11 +104,15 @@ std::vector<std::string> NamesIn(const std::string& path) {
   return entries;
 }
 
+InputFile::InputFile(const std::string& path, Links links)
+    : InputFile(AT_FDCWD, path, path, links) {}
+
 // O_NONBLOCK, because the opening of a FIFO could wait forever.
-InputFile::InputFile(std::string path, Links links)
+InputFile::InputFile(int directory, const std::string& name, std::string path, Links links)
     : path_(std::move(path)),
-      descriptor_(open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC |
-                                          (links == Links::Refuse ? O_NOFOLLOW : 0))) {
+      descriptor_(
+          openat(directory, name.c_str(),
+                 O_RDONLY | O_NONBLOCK | O_CLOEXEC | (links == Links::Refuse ? O_NOFOLLOW : 0))) {
   if (!descriptor_ || fstat(*descriptor_, &status_) != 0) {
     throw Error::FromErrno("read", path_);
   }

@@ -55,7 +55,11 @@ class InputFile {
  public:
   /// Opens the file at `path`. Throws Error if the file cannot be opened, is not a regular file, or
   /// is a link that `links` refuses.
-  InputFile(std::string path, Links links);
+  InputFile(const std::string& path, Links links);
+
+  /// Opens the file at `name`, relative to the open directory `directory`. `path` names the file in
+  /// errors.
+  InputFile(int directory, const std::string& name, std::string path, Links links);
 
   const struct stat& status() const { return status_; }
 

@@ -94,9 +94,18 @@ std::string Printable(const std::string& name) {
 std::string Hexadecimal(const std::string& bytes) {
   static const char digits[] = "0123456789abcdef";
   std::string text;
+  text.reserve(2 * bytes.length());
   for (const char byte : bytes) {
     text += digits[static_cast<unsigned char>(byte) >> 4U];
     text += digits[static_cast<unsigned char>(byte) & 15U];
+  }
+  return text;
+}
+
+std::string Octal(unsigned int mode) {
+  std::string text;
+  for (const unsigned int shift : {9U, 6U, 3U, 0U}) {
+    text += static_cast<char>('0' + (mode >> shift & 7U));
   }
   return text;
 }

@@ -24,6 +24,9 @@ std::string Printable(const std::string& name);
 /// Returns `bytes` in hexadecimal, two lower-case digits for each byte.
 std::string Hexadecimal(const std::string& bytes);
 
+/// Returns the four octal digits of `mode`, which is at most 07777.
+std::string Octal(unsigned int mode);
+
 /// Returns the bytes for a text of Hexadecimal(). Returns an empty string for any other text.
 std::string FromHexadecimal(const std::string& text);
 
