@@ -157,6 +157,10 @@ TEST_F(FailuresTest, FileThatMayNotBeReadIsNotTreatedAsMissing) {
 TEST_F(FailuresTest, DirectoryThatCannotBeMadeIsReported) {
   EXPECT_NE(Complaint([&] { MakeDirectories(file_ + "/d"); }).find(file_ + "/d"),
             std::string::npos);
+  EXPECT_TRUE(AsOrdinaryUser([] {
+    return Complaint([] { MakeDirectories("/none/d"); }) ==
+           "cannot make the directory /none/d: Permission denied; run it as root";
+  }));
 }
 
 TEST_F(FailuresTest, OnlyTheOpenFileIsAtItsPath) {

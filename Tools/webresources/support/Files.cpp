@@ -156,7 +156,8 @@ void MakeDirectories(const std::string& path) {
   std::error_code failure;
   std::filesystem::create_directories(path, failure);
   if (!IsDirectory(path)) {
-    throw Error("make the directory", path, failure.message());
+    errno = failure.value();
+    throw Error::FromErrno("make the directory", path);
   }
 }
 
