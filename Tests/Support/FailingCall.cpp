@@ -6,6 +6,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/ptrace.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -91,9 +92,12 @@ extern "C" {
 LET_FAIL(-1, int, access, (const char* path, int mode), (path, mode))
 LET_FAIL(-1, int, chmod, (const char* path, mode_t mode), (path, mode))
 LET_FAIL(-1, int, fchmod, (int file, mode_t mode), (file, mode))
+LET_FAIL(-1, int, execve, (const char* path, char* const arguments[], char* const environment[]),
+         (path, arguments, environment))
 LET_FAIL(nullptr, FILE*, fdopen, (int file, const char* mode), (file, mode))
 LET_FAIL(nullptr, DIR*, fdopendir, (int file), (file))
 LET_FAIL(-1, int, flock, (int file, int operation), (file, operation))
+LET_FAIL(-1, pid_t, fork, (), ())
 LET_FAIL(-1, int, fstat, (int file, struct stat* status), (file, status))
 LET_FAIL(-1, int, fstatat, (int directory, const char* path, struct stat* status, int flags),
          (directory, path, status, flags))
@@ -106,6 +110,7 @@ LET_FAIL(-1, off_t, lseek, (int file, off_t offset, int from), (file, offset, fr
 LET_FAIL(-1, int, lstat, (const char* path, struct stat* status), (path, status))
 LET_FAIL(-1, int, mkdir, (const char* path, mode_t mode), (path, mode))
 LET_FAIL(nullptr, DIR*, opendir, (const char* path), (path))
+LET_FAIL(-1, int, pipe2, (int* ends, int flags), (ends, flags))
 LET_FAIL(nullptr, dirent*, readdir, (DIR * stream), (stream))
 LET_FAIL(-1, int, rename, (const char* old, const char* name), (old, name))
 LET_FAIL(-1, int, renameat, (int from, const char* old, int to, const char* name),
@@ -163,6 +168,17 @@ int __wrap_openat(int directory, const char* path, int flags, ...) {
     }
   }
   return FailingCall::Strikes("openat") ? -1 : __real_openat(directory, path, flags, mode);
+}
+
+long __real_ptrace(__ptrace_request request, ...);
+long __wrap_ptrace(__ptrace_request request, ...) {
+  std::va_list arguments;
+  va_start(arguments, request);
+  const pid_t process = va_arg(arguments, pid_t);
+  void* const address = va_arg(arguments, void*);
+  void* const data = va_arg(arguments, void*);
+  va_end(arguments);
+  return FailingCall::Strikes("ptrace") ? -1 : __real_ptrace(request, process, address, data);
 }
 
 LET_TRANSFER_FAIL(getrandom, (void* bytes, std::size_t size, unsigned int flags),

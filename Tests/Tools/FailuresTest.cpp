@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
+#include <sys/wait.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -20,6 +21,7 @@
 #include "InstallerConstants.h"
 #include "PackageReader.h"
 #include "Support.h"
+#include "TrialStart.h"
 #include "ZipBuilder.h"
 #include "bundle/ArchiveLayout.h"
 #include "bundle/Metadata.h"
@@ -135,6 +137,17 @@ TEST_F(FailuresTest, FileWithoutAReadableStatusIsNotTreatedAsMissing) {
   EXPECT_COMPLAINT(ComplaintWithout("open", readTree));
   EXPECT_EQ(ComplaintWithout("fstatat", readTree, 2),
             "cannot read " + file_ + ": Input/output error");
+}
+
+TEST_F(FailuresTest, DirectoryWithoutAReadableStatusIsNotTreatedAsMissing) {
+  for (const int error : {EIO, EMFILE, EACCES}) {
+    const FailingCall fault("stat", error);
+    EXPECT_THROW(IsDirectory(directory_ / ""), Error) << error;
+  }
+  for (const int error : {ENOENT, ENOTDIR, ELOOP}) {
+    const FailingCall fault("stat", error);
+    EXPECT_FALSE(IsDirectory(directory_ / "")) << error;
+  }
 }
 
 TEST_F(FailuresTest, FileDeletedMeanwhileIsNotInTheTree) {
@@ -441,6 +454,36 @@ TEST(Interruptions, IgnoredSignalStaysIgnored) {
   const auto before = std::signal(SIGHUP, SIG_IGN);
   CatchInterruptions();
   EXPECT_EQ(std::signal(SIGHUP, before), SIG_IGN);
+}
+
+// Trial start -------------------------------------------------------------------------------------
+
+/// Returns whether the trial succeeds and leaves no child.
+bool CanStart(const std::string& path) {
+  const bool can = TrialStart::CanStart(path);
+  EXPECT_TRUE(waitpid(-1, nullptr, 0) == -1 && errno == ECHILD);
+  return can;
+}
+
+TEST(TrialStart, FailsOnlyIfTheProgramIsTheReason) {
+  EXPECT_TRUE(CanStart("/bin/true"));
+  EXPECT_FALSE(CanStart("/none"));
+  for (const int error : {ENOEXEC, ENOENT, ELIBBAD}) {
+    const FailingCall fault("execve", error);
+    EXPECT_FALSE(CanStart("/bin/true")) << error;
+  }
+  for (const int error : {EACCES, EPERM, ENOMEM}) {
+    const FailingCall fault("execve", error);
+    EXPECT_TRUE(CanStart("/bin/true")) << error;
+  }
+}
+
+TEST(TrialStart, ThatIsRefusedByTheSystemCountsAsASuccess) {
+  for (const char* function : {"pipe2", "fork", "ptrace", "write"}) {
+    const FailingCall fault(function, EPERM);
+    EXPECT_TRUE(CanStart("/none")) << function;  // nothing is executed
+    EXPECT_EQ(fault.Count(), 1) << function;
+  }
 }
 
 // Installation ------------------------------------------------------------------------------------
