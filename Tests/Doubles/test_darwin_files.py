@@ -39,7 +39,6 @@ SKIPPED = {
     },
     "test_run.py": {
         "test_tree_with_paths_too_long_to_remove_keeps_its_name_and_the_new_one_its_number"},
-    "test_surroundings.py": {"test_resources_path_of_1023_bytes_is_the_longest"},
 }
 
 
