@@ -768,6 +768,18 @@ class Advice(Case):
         self.follow(self.machine.verify(bundle="/a b'c.app").document["advice"])
         self.assert_installed()
 
+    def test_removes_a_lock_file_that_install_refuses(self):
+        self.machine.install()
+        (self.machine.installed / "index.html").write_bytes(b"damaged")
+        lock = f"{BESIDE}/.WebResources.lock"
+        self.machine.path(lock).chmod(0o602)
+        removal, _, rest = self.machine.verify().document["advice"].partition(" && ")
+        self.assertEqual(removal, f"rm '{lock}'")
+        self.assertEqual(self.machine.install().status, 2)
+        self.machine.path(lock).unlink()
+        self.follow(rest)
+        self.assert_installed()
+
     def test_of_another_root_is_a_chroot(self):
         (self.machine.path("/other")).mkdir()
         shutil.copytree(self.machine.bundle, self.machine.path("/other/Y.app"))

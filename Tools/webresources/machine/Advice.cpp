@@ -6,6 +6,7 @@
 #include <cstring>
 #include <filesystem>
 
+#include "machine/InstallLock.h"
 #include "support/Text.h"
 
 namespace webresources {
@@ -30,11 +31,14 @@ std::string CommandLineOf(const HostOptions& options) {
   const std::string sudo = geteuid() == 0 ? "" : "sudo ";
   const std::string bundle = options.bundle ? Absolute(*options.bundle) : "";
   const std::string word = options.bundle ? ShellQuoted(bundle) : "BUNDLE";
-  if (options.hostRoot.empty()) {
-    return sudo + InstallOf(word, options);
+  const std::string root = options.hostRoot.empty() ? "" : Absolute(options.hostRoot);
+  const std::string unlock = InstallLock::IsRefusedForRoot(root)
+                                 ? sudo + "rm " + ShellQuoted(InstallLock::PathOf(root)) + " && "
+                                 : "";
+  if (root.empty()) {
+    return unlock + sudo + InstallOf(word, options);
   }
-  const std::string root = Absolute(options.hostRoot);
-  const std::string chroot = sudo + "chroot " + ShellQuoted(root) + " ";
+  const std::string chroot = unlock + sudo + "chroot " + ShellQuoted(root) + " ";
   if (!options.bundle) {
     return chroot + InstallOf(word, options);
   }

@@ -30,6 +30,12 @@ bool MakeDirectories(const std::string& path) {
       [](const char* one) { return mkdir(one, kMode) == 0 || errno == EEXIST; });
 }
 
+/// Returns whether `user` or root owns a file with `status`, and nobody else can write to the file.
+bool IsTrusted(const struct stat& status, uid_t user) {
+  return (status.st_uid == user || status.st_uid == 0) &&
+         (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
 /// Throws Error if another user owns `file` or can write to `file`. Removes the rights of other
 /// users to read: a user who can open the file could block installations forever.
 void RequireOwnFile(const Descriptor& file, const std::string& path) {
@@ -37,8 +43,7 @@ void RequireOwnFile(const Descriptor& file, const std::string& path) {
   if (fstat(*file, &status) != 0) {
     throw Error::FromErrno("lock", path);
   }
-  const bool isOwn = status.st_uid == geteuid() || status.st_uid == 0;
-  if (!isOwn || (status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+  if (!IsTrusted(status, geteuid())) {
     throw Error("lock", path,
                 "another user owns it or can write to it: remove it with rm '" + path + "'");
   }
@@ -98,6 +103,11 @@ void InstallLock::RemoveFile() const {
   if (unlink(path_.c_str()) != 0) {
     throw Error::FromErrno("remove", path_);
   }
+}
+
+bool InstallLock::IsRefusedForRoot(const std::string& hostRoot) {
+  struct stat status = {};
+  return lstat(PathOf(hostRoot).c_str(), &status) == 0 && !IsTrusted(status, 0);
 }
 
 bool InstallLock::IsThere(const std::string& hostRoot) {

@@ -31,6 +31,10 @@ class InstallLock {
   /// Returns whether the lock's file exists.
   static bool IsThere(const std::string& hostRoot);
 
+  /// Returns whether an installation by root is refused, because another user owns the lock's file
+  /// or can write to the file.
+  static bool IsRefusedForRoot(const std::string& hostRoot);
+
   /// Removes the lock's file. From then on, another process can make and lock a new file, although
   /// this object still holds the lock of the old file. Throws Error if the removal fails.
   void RemoveFile() const;
