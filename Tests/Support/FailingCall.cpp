@@ -6,7 +6,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/ptrace.h>
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -170,8 +169,9 @@ int __wrap_openat(int directory, const char* path, int flags, ...) {
   return FailingCall::Strikes("openat") ? -1 : __real_openat(directory, path, flags, mode);
 }
 
-long __real_ptrace(__ptrace_request request, ...);
-long __wrap_ptrace(__ptrace_request request, ...) {
+// The system's declaration has an enumeration, which cannot precede variable arguments in C++.
+long __real_ptrace(unsigned int request, ...);
+long __wrap_ptrace(unsigned int request, ...) {
   std::va_list arguments;
   va_start(arguments, request);
   const pid_t process = va_arg(arguments, pid_t);

@@ -209,8 +209,8 @@ std::string Describe(Metadata::RunOutcome outcome) {
   constexpr const char* kDescriptions[] = {
       // in the order of the enumerators
       "aborts before anything is written",
-      "aborts after the package is extracted and its directory recorded: the update number is not "
-      "recorded, nothing is deleted",
+      ("aborts after the package is extracted and its directory recorded: the update number is not "
+       "recorded, nothing is deleted"),
       "aborts at the end: everything is done except the random identifier",
       "exits with 0 when all is done"};
   return kDescriptions[static_cast<int>(outcome)];
