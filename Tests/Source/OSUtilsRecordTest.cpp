@@ -307,6 +307,16 @@ TEST_F(Record, ClearingRemovesEveryKey) {
   ExpectInfo(OldInfo(), -1, -1, "", "");
 }
 
+TEST_F(Record, RemovalLeavesTheKeysOfOtherPrograms) {
+  Write(Number("irandom", "4711") + Number("iUpdateId", "5") + Number("other", "1") +
+        String("tWebResourceInstallPath", "Resource0") + String("tFullVersion", "any text"));
+  EXPECT_TRUE(RemoveRandom(""));
+  EXPECT_EQ(OnDisk(),
+            "iUpdateId=5 other=1 tFullVersion='any text' tWebResourceInstallPath='Resource0' ");
+  EXPECT_TRUE(RemoveRecord(""));
+  EXPECT_EQ(OnDisk(), "other=1 ");
+}
+
 TEST_F(Record, RestoredRandomIsPresentAgain) {
   Write(Number("irandom", "4711"));
   WebRegInfo info = OldInfo();
