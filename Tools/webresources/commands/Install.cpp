@@ -197,7 +197,7 @@ Report Install(const HostOptions& options) {
   CatchInterruptions();
   return Logged({"install"}, [&options](LogEntry& entry) {
     RequireBundle(*options.bundle);
-    const Report report = InstallWith(options, entry);
+    Report report = InstallWith(options, entry);
     const Json& updateId = report.details["record"]["updateId"];
     entry.after = UpdateText(updateId.is_null() ? std::nullopt : std::optional<int>(updateId));
     entry.outcome = OutcomeOf(report);

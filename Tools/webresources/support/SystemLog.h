@@ -29,7 +29,7 @@ void WriteToSystemLog(const LogEntry& entry);
 template <typename Run>
 auto Logged(LogEntry entry, Run run) {
   try {
-    const auto result = run(entry);
+    auto result = run(entry);
     WriteToSystemLog(entry);
     return result;
   } catch (const std::exception& error) {
