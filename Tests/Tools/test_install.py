@@ -70,6 +70,11 @@ def write_bundle(bundle, content=None, update=7, clear=False, regenerate=False):
 INHERITED = "system.posix_acl_default"
 
 
+def is_root():
+    """Returns whether this process is root of the whole machine."""
+    return pathlib.Path("/proc/self/uid_map").read_text().split() == ["0", "0", "4294967295"]
+
+
 def let_user_write_in_new_entries(test, directory):
     """Sets a default access control list: user 1234 may write to new entries of the directory."""
     entries = [(1, 7, 0xffffffff), (2, 7, 1234), (4, 5, 0xffffffff), (16, 7, 0xffffffff),
@@ -78,9 +83,10 @@ def let_user_write_in_new_entries(test, directory):
         os.setxattr(directory, INHERITED, struct.pack("<I", 2) + b"".join(
             struct.pack("<HHI", *entry) for entry in entries))
     except OSError as error:
-        if error.errno != errno.ENOTSUP:
+        # In a user namespace, user 1234 does not exist.
+        if error.errno != errno.ENOTSUP and (error.errno != errno.EINVAL or is_root()):
             raise
-        test.skipTest("the file system has no access control lists")
+        test.skipTest("an access control list for user 1234 is not possible here")
 
 
 class Machine:
