@@ -269,7 +269,7 @@ class Samples(unittest.TestCase):
         installer, = BUNDLE.glob("Contents/*/WebResourceInstaller")
         private_root.add_programs(self.root, WEBRESOURCES, installer,
                                   *map(private_root.program, self.PROGRAMS))
-        for directory in ("usr/bin", "usr/lib/web-resource-installer", "work"):
+        for directory in ("usr/bin", "usr/lib/web-resource-installer", "srv"):
             (self.root / directory).mkdir(parents=True, exist_ok=True)
         shutil.copy(WEBRESOURCES, self.root / "usr/bin")
         shutil.copytree(BUNDLE, self.root / "usr/lib/web-resource-installer" / BUNDLE.name)
@@ -280,7 +280,7 @@ class Samples(unittest.TestCase):
     def run_session(self, commands):
         """Returns the output of each command, in a new chroot."""
         self.make_root()
-        script = "exec 2>&1; cd /work; umask 022; PATH=/usr/bin\n" + "".join(
+        script = "exec 2>&1; cd /srv; umask 022; PATH=/usr/bin\n" + "".join(
             f"{command}\nstatus=$?; printf '\\036'; (exit $status)\n" for command in commands)
         result = subprocess.run(
             private_root.command_in(self.root, private_root.program("bash"), "-c", script,
