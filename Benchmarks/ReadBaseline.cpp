@@ -17,7 +17,7 @@ namespace {
 bool ReadEntry(PackageReader& package, const Descriptor& output) {
   int count = 0;
   while ((count = package.Read()) > 0) {
-    if (output && write(*output, package.portion(), static_cast<unsigned int>(count)) != count) {
+    if (output && write(*output, package.chunk(), static_cast<unsigned int>(count)) != count) {
       return false;
     }
   }

@@ -114,7 +114,7 @@ bool Record(PreferencesDomain& domain) {
   return domain.Flush();
 }
 
-bool Wipe(PreferencesDomain& domain) {
+bool Clear(PreferencesDomain& domain) {
   Require(domain.RemoveAll(), "there are keys");
   return domain.Flush();
 }
@@ -153,8 +153,8 @@ class Examination {
     Require(OthersIn(recorded) == (IsAside() ? Items() : OthersIn(bytes_)), "the others are kept");
     RequireRecorded(root_);
     Require(Record(domain_) && File() == recorded, "the same again is the same");
-    Require(Wipe(domain_) && ItemsOf(File()).empty(), "a wipe leaves no key");
-    Require(Record(domain_) && ItemsOf(File()) == Recorded(), "recorded after a wipe");
+    Require(Clear(domain_) && ItemsOf(File()).empty(), "clearing leaves no key");
+    Require(Record(domain_) && ItemsOf(File()) == Recorded(), "recorded after clearing");
   }
 
  private:

@@ -53,7 +53,7 @@ struct EntryData {
 ///     PackageReader package(path);
 ///     while (package.Next()) {
 ///       if (package.entry().kind == PackageEntry::Kind::File && package.Open()) {
-///         while (package.Read() > 0) { ... package.portion() ... }
+///         while (package.Read() > 0) { ... package.chunk() ... }
 ///         package.Close();
 ///       }
 ///     }
@@ -65,7 +65,7 @@ struct EntryData {
 class PackageReader {
  public:
   static constexpr std::size_t kNameSize = 512;      ///< In bytes, with the terminating zero.
-  static constexpr std::size_t kPortionSize = 8192;  ///< In bytes.
+  static constexpr std::size_t kChunkSize = 8192;  ///< In bytes.
 
   /// Opens the archive at `path`. An interrupted open counts as a failure and is not repeated.
   explicit PackageReader(const std::string& path);
@@ -89,12 +89,12 @@ class PackageReader {
   /// method is not supported. After a success, the caller calls Close().
   bool Open();
 
-  /// Reads the next bytes of the opened data, at most kPortionSize. Returns the number of bytes, 0
+  /// Reads the next bytes of the opened data, at most kChunkSize. Returns the number of bytes, 0
   /// at the end of the data, or a negative number on failure.
   int Read();
 
   /// Returns the bytes of the last Read(). Valid until the next Read().
-  const char* portion() const { return portion_; }
+  const char* chunk() const { return chunk_; }
 
   /// Makes each Read() fail while `isStopped` returns true. Each Read() calls `isStopped` once: a
   /// caller can count the calls. With this function, `webresources` stops in the middle of a large
@@ -127,7 +127,7 @@ class PackageReader {
   PackageEntry entry_;
   EntryData data_;
   char name_[kNameSize] = {};
-  char portion_[kPortionSize] = {};
+  char chunk_[kChunkSize] = {};
 };
 
 #endif  // INCLUDE_PACKAGEREADER_H_

@@ -9,10 +9,10 @@
 /// current host.
 ///
 /// An object holds the name of a domain and no values. All objects with the same identifier in one
-/// process see the same domain, with the changes that are not flushed. This process sees a change
-/// immediately. Other processes see the change after the next successful Flush() at the latest.
-/// After a failed Flush(), the change stays pending. No operation prints or aborts because of
-/// stored data. No operation throws, unless memory is exhausted.
+/// process see the same domain, with the changes that no Flush() has written yet. This process sees
+/// a change immediately. Other processes see the change after the next successful Flush() at the
+/// latest. After a failed Flush(), the change stays pending. No operation prints or aborts because
+/// of stored data. No operation throws, unless memory is exhausted.
 ///
 /// Keys and texts are UTF-8 without a zero byte; a setter ignores any other key or text.
 ///

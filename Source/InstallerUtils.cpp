@@ -95,7 +95,7 @@ class Extraction {
     std::setvbuf(stream, stream_buffer_, _IOFBF, sizeof stream_buffer_);
     int count = 0;
     while ((count = package_.Read()) > 0) {
-      std::fwrite(package_.portion(), static_cast<std::size_t>(count), 1, stream);
+      std::fwrite(package_.chunk(), static_cast<std::size_t>(count), 1, stream);
     }
     std::fclose(stream);
   }

@@ -64,7 +64,7 @@ bool PackageReader::Open() {
 int PackageReader::Read() {
   const bool isStopped = isStopped_ && isStopped_();
   const int count =
-      isStopped ? UNZ_ERRNO : unzReadCurrentFile(archive_.get(), portion_, sizeof portion_);
+      isStopped ? UNZ_ERRNO : unzReadCurrentFile(archive_.get(), chunk_, sizeof chunk_);
   if (count > 0) {
     data_.size += static_cast<unsigned int>(count);
   } else if (count < 0) {

@@ -17,7 +17,7 @@ from private_root import DIRECTORY, full_version, tree
 WEBRESOURCES = os.environ["WEBRESOURCES"]
 
 OLD_RECORD = {"tWebResourceInstallPath": "Resource0", "iUpdateId": 41,
-              "tFullVersion": full_version(41), "irandom": 12345, "foreign": "x"}
+              "tFullVersion": full_version(41), "irandom": 12345, "other": "x"}
 EXISTING = {"old.html": b"<p>old"}
 
 END_STATUS = {"exit": 0, "abort": -signal.SIGABRT}
@@ -121,7 +121,7 @@ class MetadataFiles(CorpusTestCase):
         record = self.machine.record()
         expected = dict(old)
         if members["clear"]:
-            expected.pop("foreign", None)
+            expected.pop("other", None)
         if reach == "extracted":
             # The new directory is beside an old one.
             name = "Resource1" if old else "Resource0"

@@ -1,5 +1,5 @@
 // The back end of a Mac where the system refuses a call, and the modes of the double. Runs in a
-// private root.
+// chroot.
 
 #include <gtest/gtest.h>
 

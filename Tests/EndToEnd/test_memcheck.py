@@ -49,7 +49,7 @@ class UnderValgrind(InstallerTestCase):
 
     def test_whole_run_has_no_leak_and_no_error(self):
         write_tree(self.machine.install_root, {"Resource0/old/er/f": b"", "plain": b""})
-        self.machine.write_record({"foreign": [{"a": b"b"}], "tFullVersion": "x", "irandom": 7})
+        self.machine.write_record({"other": [{"a": b"b"}], "tFullVersion": "x", "irandom": 7})
         self.machine.write_metadata(metadata(clear=True, updateid=3, regenerate=True))
         self.machine.pack({**CONTENT, "large": os.urandom(100_000), "../up": b"",
                            "missing/f": b"x", "zero": b""})
@@ -61,7 +61,7 @@ class UnderValgrind(InstallerTestCase):
     def test_listing_of_the_install_root_alone_is_open_at_the_end(self):
         write_tree(self.machine.install_root, {"Resource0/old/f": b"", "plain": b""})
         self.machine.write_metadata(metadata(clear=True))
-        self.machine.write_record({"foreign": 1, "irandom": 7})
+        self.machine.write_record({"other": 1, "irandom": 7})
         # Newer versions of valgrind report an open descriptor at the end as an error.
         self.run_under_valgrind("--error-exitcode=0", "--track-fds=yes", "--log-file=/descriptors")
         report = self.machine.path("/descriptors").read_text()

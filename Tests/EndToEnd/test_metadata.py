@@ -7,7 +7,7 @@ from private_root import DIRECTORY, full_version, tree
 
 OLD = {"old.html": b"<p>old"}
 OLD_RECORD = {"tWebResourceInstallPath": "Resource0", "iUpdateId": 41,
-              "tFullVersion": full_version(41), "irandom": 12345, "foreign": "x"}
+              "tFullVersion": full_version(41), "irandom": 12345, "other": "x"}
 
 NOT_AN_OBJECT = ["", " \n\t ", "[]", "[1,2", '"text"', "true", "tru", "null", "12", "x", ",",
                  "\ufeff" + metadata(), "\0" + metadata(),
@@ -81,7 +81,7 @@ class Faults(InstallerTestCase):
         self.machine.write_metadata(metadata(clear=True, updateid="x"))
         self.run_until_abort()
         expected = {**OLD_RECORD, "tWebResourceInstallPath": "Resource1"}
-        del expected["foreign"]
+        del expected["other"]
         self.assertEqual(self.machine.record(), expected)
 
     def test_bad_regenerate_leaves_only_the_random_identifier_unrecorded(self):

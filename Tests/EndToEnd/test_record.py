@@ -9,7 +9,7 @@ import unittest
 from machine import CONTENT, InstallerTestCase, as_tree, metadata, posix_only, write_tree
 from private_root import RECORD, tree
 
-FOREIGN = {
+OTHERS = {
     "text": "grüße & <tags> \u65e5",
     "empty": "",
     "number": 42,
@@ -27,11 +27,11 @@ FOREIGN = {
 
 
 class RecordTestCase(InstallerTestCase):
-    def assert_foreign_values_kept(self):
+    def assert_values_of_others_kept(self):
         record = self.machine.record()
-        self.assertEqual({key: record[key] for key in FOREIGN}, FOREIGN)
-        self.assertEqual([type(record[key]) for key in FOREIGN],
-                         [type(value) for value in FOREIGN.values()])
+        self.assertEqual({key: record[key] for key in OTHERS}, OTHERS)
+        self.assertEqual([type(record[key]) for key in OTHERS],
+                         [type(value) for value in OTHERS.values()])
 
     def assert_files(self, *names):
         """Expects that the preferences directory has only these files."""
@@ -66,18 +66,18 @@ class File(RecordTestCase):
                                  "tFullVersion": str, "irandom": int})
 
     def test_values_of_other_programs_of_every_type_stay(self):
-        self.machine.write_record(FOREIGN)
+        self.machine.write_record(OTHERS)
         self.run_installer()
-        self.assert_foreign_values_kept()
-        self.assertEqual(len(self.machine.record()), len(FOREIGN) + 4)
+        self.assert_values_of_others_kept()
+        self.assertEqual(len(self.machine.record()), len(OTHERS) + 4)
         self.assertTrue(self.machine.record_file.read_bytes().startswith(b"<?xml"))
         self.assert_files()
 
     def test_values_of_other_programs_stay_after_many_runs(self):
-        self.machine.write_record(FOREIGN)
+        self.machine.write_record(OTHERS)
         for _ in range(5):
             self.run_installer()
-        self.assert_foreign_values_kept()
+        self.assert_values_of_others_kept()
 
     def test_empty_dictionary_is_filled(self):
         self.machine.write_record({})
@@ -88,7 +88,7 @@ class File(RecordTestCase):
 @posix_only("CoreFoundation keeps no copy")
 class Corrupt(RecordTestCase):
     def test_file_that_cannot_be_parsed_is_moved_aside_and_the_record_starts_empty(self):
-        xml, binary = (plistlib.dumps(FOREIGN, fmt=form)
+        xml, binary = (plistlib.dumps(OTHERS, fmt=form)
                        for form in (plistlib.FMT_XML, plistlib.FMT_BINARY))
         for data in (b"garbage", b"<?xml", xml[:-30], binary, binary[:-5], os.urandom(500),
                      xml.decode().encode("utf-16")):

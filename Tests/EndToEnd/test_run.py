@@ -177,7 +177,7 @@ class RandomIdentifier(InstallerTestCase):
 
 
 class Clearing(InstallerTestCase):
-    FOREIGN = {"foreign": "x", "IRANDOM": 1, "list": [1, {"a": b"b"}]}
+    OTHERS = {"other": "x", "IRANDOM": 1, "list": [1, {"a": b"b"}]}
 
     def run_without_installation(self):
         """Without an installation, no other value is recorded after the clearing."""
@@ -188,28 +188,28 @@ class Clearing(InstallerTestCase):
     def test_keys_of_other_programs_go_and_the_four_values_stay(self):
         values = {"tWebResourceInstallPath": "Resource5", "iUpdateId": 7,
                   "tFullVersion": "any text", "irandom": SENTINEL}
-        self.machine.write_record({**values, **self.FOREIGN})
+        self.machine.write_record({**values, **self.OTHERS})
         self.run_without_installation()
         self.assertEqual(self.machine.record(), values)
 
     def test_before_an_installation_only_the_random_identifier_stays_unchanged(self):
-        self.machine.write_record({"iUpdateId": 7, "irandom": SENTINEL, **self.FOREIGN})
+        self.machine.write_record({"iUpdateId": 7, "irandom": SENTINEL, **self.OTHERS})
         self.machine.write_metadata(metadata(clear=True, updateid=8))
         self.run_installer()
         self.assert_record(update=8, random=SENTINEL)
 
     def test_clearing_and_regenerating_draws_again(self):
-        self.machine.write_record({"irandom": SENTINEL, **self.FOREIGN})
+        self.machine.write_record({"irandom": SENTINEL, **self.OTHERS})
         self.machine.write_metadata(metadata(clear=True, regenerate=True))
         self.run_installer()
         self.assert_record(update=1)
 
     def test_without_clearing_keys_of_other_programs_stay(self):
-        self.machine.write_record(self.FOREIGN)
+        self.machine.write_record(self.OTHERS)
         self.run_installer()
         record = self.machine.record()
-        self.assertEqual({key: record[key] for key in self.FOREIGN}, self.FOREIGN)
-        self.assertEqual(len(record), len(self.FOREIGN) + 4)
+        self.assertEqual({key: record[key] for key in self.OTHERS}, self.OTHERS)
+        self.assertEqual(len(record), len(self.OTHERS) + 4)
 
     def test_machine_without_a_record_can_be_cleared(self):
         self.machine.write_metadata(metadata(clear=True))

@@ -69,9 +69,9 @@ class Contract:
         if self.record is not None and read_record(self.record) is None:
             yield Step("damaged record moved aside", None, "old", False, False)
         if self.clear and values:
-            yield Step("wiped, nothing restored", {}, "old", False, False)
+            yield Step("cleared, nothing restored", {}, "old", False, False)
             for values in self.restorations():
-                yield Step("wiped, partly restored", values, "old", False, False)
+                yield Step("cleared, partly restored", values, "old", False, False)
         for key, name in ((PATH, "directory recorded, update number not"),
                           (UPDATE, "update number recorded, version not")):
             values = {**values, key: self.new[key]}
@@ -216,7 +216,7 @@ class Contract:
             return "a flush failed"
         if named != FINAL:
             return "not renamed"
-        return "wiped values not read before" if self.clear else "identifier drawn again"
+        return "cleared values not read before" if self.clear else "identifier drawn again"
 
     def window(self, step, deletes):
         if step.name == "deleting":

@@ -152,7 +152,7 @@ class Killed(Campaign):
     def run_again(self, *fault, may_redraw=False):
         redrawn = self.judge.after_clean_run(
             "kill", *fault, may_redraw=may_redraw or self.judge.may_have_lost_identifier())
-        self.counts["identifiers lost between wipe and restoration"] += redrawn
+        self.counts["identifiers lost between clearing and restoration"] += redrawn
 
 
 class KilledTwice(Killed):
@@ -194,7 +194,7 @@ class FailingCalls(Campaign):
         "no record could be written": FLUSH,
         "not renamed":
             {*STATUS, "fcntl", "getdents64", "openat", "rename", "rmdir", "unlink"},
-        "wiped values not read before": LOAD,
+        "cleared values not read before": LOAD,
         "identifier drawn again": LOAD,
     }
 
@@ -250,12 +250,12 @@ class FailingAllocations(Campaign):
             self.counts["abnormal ends"] += result.status == ABORT
             self.judge.after_fault(result, {0, ABORT}, "allocation", number,
                                    may_go_on=None if result.status == ABORT else self.LEADS_TO)
-            self.counts["identifiers lost between wipe and restoration"] += (
+            self.counts["identifiers lost between clearing and restoration"] += (
                 self.judge.after_clean_run("allocation", number,
                                            may_redraw=self.judge.may_have_lost_identifier()))
 
 
-class Neighbours(Campaign):
+class Interference(Campaign):
     """Before every system call, another process changes the tree, the record or the package."""
 
     scenarios = scenarios.chosen("installed: small", "leftovers: large, regenerate")
@@ -327,9 +327,9 @@ class Neighbours(Campaign):
             self.judge.check(verdict.window == self.STOPS[plant], plant, *call, "leads to:",
                              verdict.window)
         elif verdict.faults and plant in self.TAKES_TREES:
-            verdict = contract.judge_values(record, f"by a neighbour: {plant}")
+            verdict = contract.judge_values(record, f"by another process: {plant}")
         elif verdict.faults and plant in self.TAKES_RECORD:
-            verdict = contract.judge_trees(found, f"by a neighbour: {plant}")
+            verdict = contract.judge_trees(found, f"by another process: {plant}")
         self.judge.windows.update([verdict.window] if verdict.window else [])
         self.judge.check(not verdict.faults, plant, *call, *verdict.faults)
 
@@ -370,7 +370,7 @@ CAMPAIGNS = {
     "killed-twice": KilledTwice,
     "calls": FailingCalls,
     "allocations": FailingAllocations,
-    "neighbours": Neighbours,
+    "interference": Interference,
 }
 
 

@@ -25,7 +25,7 @@ def identifier_not_drawn_soon():
 UPDATE = 2
 OLD = {"tWebResourceInstallPath": "Resource0", "iUpdateId": 1,
        "tFullVersion": full_version(1), "irandom": identifier_not_drawn_soon()}
-FOREIGN = {"another": ["kept", {"deep": b"data"}], "number": 1 << 40}
+OTHERS = {"another": ["kept", {"deep": b"data"}], "number": 1 << 40}
 
 SMALL = {"index.html": b"<p>new", "css/": None, "css/a.css": b"p{}"}
 LARGE = {"noise": random.Random(1).randbytes(100_000), "text": b"line\n" * 30_000, "empty": b""}
@@ -70,7 +70,7 @@ def fresh(start):
 
 def installed(start):
     start.install()
-    start.write_record({**OLD, **FOREIGN})
+    start.write_record({**OLD, **OTHERS})
 
 
 def leftovers(start):
@@ -84,14 +84,14 @@ def leftovers(start):
     (root / "Resource0/up").symlink_to("../../../../../..")
     os.mkfifo(root / "fifo")
     os.mkfifo(root / "Resource1/fifo")
-    start.write_record({**OLD, **FOREIGN})
+    start.write_record({**OLD, **OTHERS})
     temporary = start.record_file.with_name(start.record_file.name + ".tmp-1")
     temporary.write_bytes(b"cut sho")
 
 
 def binary(start):
     start.install()
-    start.write_record({**OLD, **FOREIGN}, plistlib.FMT_BINARY)
+    start.write_record({**OLD, **OTHERS}, plistlib.FMT_BINARY)
 
 
 def corrupt(start):

@@ -352,7 +352,7 @@ class OnceFound(Neighbourhood):
             with self.subTest(number):
                 self.begin()
                 self.run_failing_allocation(number)
-                self.assert_record(**scenarios.FOREIGN, irandom=OLD["irandom"])
+                self.assert_record(**scenarios.OTHERS, irandom=OLD["irandom"])
                 self.assertEqual(len(self.stage.preferences()), 2)
 
     @unittest.skipIf(SANITIZED, "the sanitizers bring their own allocation functions")

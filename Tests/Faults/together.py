@@ -39,7 +39,7 @@ def content(update):
 
 
 class Host:
-    """A private root with the command and both bundles."""
+    """A chroot with the command and both bundles."""
 
     def __init__(self, root):
         self.root = root

@@ -6,7 +6,7 @@ import zlib
 
 from expected import LONGEST_NAME, Destination, climbs_out
 
-PORTION = 8192  # bytes of one write; of damaged data, the whole buffers before the damage stay
+CHUNK = 8192  # bytes of one write; of damaged data, the whole buffers before the damage stay
 CHUNK = 16384   # bytes of one read of the library
 STORED, DEFLATED = 0, 8
 SIZES_FOLLOW = 8
@@ -87,21 +87,21 @@ class Archive:
         start = at + 30 + name_length + extra_length
         source = Source(self.data, start, entry.compressed)
         read = source.stored if method == STORED else source.inflated
-        return b"".join(portions(read, entry.size))
+        return b"".join(chunks(read, entry.size))
 
 
-def portions(read, size):
+def chunks(read, size):
     """Yields the buffers of a file of this size, up to the first that cannot be read completely."""
     done = 0
     while done < size:
         try:
-            portion = read(min(PORTION, size - done))
+            chunk = read(min(CHUNK, size - done))
         except (Damaged, zlib.error):
             return
-        if not portion:
+        if not chunk:
             return
-        done += len(portion)
-        yield portion
+        done += len(chunk)
+        yield chunk
 
 
 class Source:
@@ -123,26 +123,26 @@ class Source:
             self.left -= length
 
     def stored(self, wanted):
-        portion = b""
-        while len(portion) < wanted:
+        chunk = b""
+        while len(chunk) < wanted:
             self.fill()
             if not self.pending:
                 break
-            taken = self.pending[:wanted - len(portion)]
+            taken = self.pending[:wanted - len(chunk)]
             self.pending = self.pending[len(taken):]
-            portion += taken
-        return portion
+            chunk += taken
+        return chunk
 
     def inflated(self, wanted):
-        portion = b""
-        while len(portion) < wanted and not self.inflater.eof:
+        chunk = b""
+        while len(chunk) < wanted and not self.inflater.eof:
             self.fill()
             has_input = bool(self.pending)
-            made = self.inflater.decompress(self.pending, wanted - len(portion))
+            made = self.inflater.decompress(self.pending, wanted - len(chunk))
             self.pending = self.inflater.unconsumed_tail
             require(made or has_input or self.inflater.eof)
-            portion += made
-        return portion
+            chunk += made
+        return chunk
 
 
 def extracted(data):

@@ -19,7 +19,7 @@ def carried_text(value):
     return value
 
 
-def wiped(values):
+def cleared(values):
     """Returns the values that are restored after the record was cleared."""
     kept = {key: carried_number(values.get(key)) for key in (RANDOM, UPDATE)}
     kept.update((key, carried_text(values.get(key))) for key in (PATH, VERSION))
@@ -29,6 +29,6 @@ def wiped(values):
 def after_run(values, clear, regenerate, installed):
     """Returns the record after a run that installed the update of this number, or None, and whether
     the run draws a random identifier."""
-    kept = wiped(values) if clear else dict(values)
+    kept = cleared(values) if clear else dict(values)
     draws = regenerate or RANDOM not in kept
     return {**kept, **({} if installed is None else record_of(installed))}, draws

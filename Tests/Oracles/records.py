@@ -28,7 +28,7 @@ class Records:
     def try_case(self, number, random):
         data, values = random_records.record(random)
         clear, regenerate = random.random() < 0.5, random.random() < 0.3
-        # What a wipe restores can be seen when nothing is installed over it.
+        # What clearing restores can be seen when nothing is installed over it.
         installed = UPDATE if random.random() < 0.5 else None
         (self.stage.resources / "metadata.txt").write_text(metadata(clear, UPDATE, regenerate))
         shutil.rmtree(self.stage.library, ignore_errors=True)

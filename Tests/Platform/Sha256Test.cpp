@@ -30,8 +30,8 @@ std::string TextOf(const Sha256::Digest& digest) {
 std::string DigestOf(const std::string& bytes, std::size_t size) {
   Sha256 hash;
   for (std::size_t at = 0; at < bytes.size(); at += size) {
-    const std::string portion = bytes.substr(at, size);
-    hash.Update(portion.data(), portion.size());
+    const std::string chunk = bytes.substr(at, size);
+    hash.Update(chunk.data(), chunk.size());
   }
   return TextOf(hash.Finish());
 }

@@ -94,7 +94,7 @@ class Host:
     def everything_private(self):
         run("chmod", "-R", "go=", self.site)
 
-    def foreign_owner(self):
+    def wrong_owner(self):
         os.chown(self.site / "index.html", 1234, 1234)
 
     def file_replaced_by_a_link(self):
@@ -193,7 +193,7 @@ class AnsibleTestCase(FleetTestCase):
 class Ansible(AnsibleTestCase):
     REPAIRED = ("file_deleted", "file_changed_in_the_same_size", "file_added", "file_unreadable",
                 "file_writable_and_setuid", "directory_closed", "everything_private",
-                *(["foreign_owner"] if os.geteuid() == 0 else []), "file_replaced_by_a_link",
+                *(["wrong_owner"] if os.geteuid() == 0 else []), "file_replaced_by_a_link",
                 "record_edited", "random_identifier_of_a_wrong_type", "record_deleted",
                 "record_damaged", "directory_renamed", "half_finished", "leftover",
                 "bundle_damaged")

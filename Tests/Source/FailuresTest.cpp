@@ -63,16 +63,16 @@ TEST(FailingDirectories, DirectoryThatCannotBeListedDoesNotStopTheOthers) {
 }
 
 TEST(FailingExtraction, FileThatCannotBeWrittenCompletelyIsKeptAndTheRestIsExtracted) {
-  constexpr std::size_t kPortion = 8192;
-  constexpr int kPortions = 5;
+  constexpr std::size_t kChunk = 8192;
+  constexpr int kChunks = 5;
   const ScopedDirectory directory;
-  const std::string big(kPortion * kPortions, 'x');
+  const std::string big(kChunk * kChunks, 'x');
   WriteFile(directory / "package", Zip({{"big", big}, {"small", "2"}}));
   std::string package = directory / "package";
   std::string destination = directory / "new";
-  const FailingCall fault("fwrite", ENOSPC, 2, kPortions);
+  const FailingCall fault("fwrite", ENOSPC, 2, kChunks);
   EXPECT_TRUE(InstallerUtils::UncompressPackageFiles(package, destination));
-  EXPECT_EQ(TreeOf(destination), (Tree{{"big", big.substr(0, kPortion)}, {"small", "2"}}));
+  EXPECT_EQ(TreeOf(destination), (Tree{{"big", big.substr(0, kChunk)}, {"small", "2"}}));
 }
 
 /// A package with the files "a" and "b", and a destination with a file "a".
@@ -114,7 +114,7 @@ TEST_F(FailingRewriting, FileWithoutAReadableStatusIsReplaced) {
 }
 
 TEST_F(FailingRewriting, FileWithASecondNameMadeMeanwhileIsNotWritten) {
-  const FailingCall neighbour("open", [this] {
+  const FailingCall fault("open", [this] {
     std::filesystem::create_hard_link(destination_ + "/a", directory_ / "same");
   });
   EXPECT_EQ(Extracted(), (Tree{{"a", "old"}, {"b", "new"}}));

@@ -21,7 +21,7 @@ struct Store {
   std::map<std::string, std::variant<int, std::string>> values;
   std::string steps;     ///< the calls without reads
   bool flushes = true;   ///< Whether a flush succeeds.
-  bool foreign = false;  ///< Whether a caller used a domain with another name.
+  bool other = false;  ///< Whether a caller used a domain with another name.
 };
 
 Store store;
@@ -46,7 +46,7 @@ extern "C" void srand(unsigned int value) {
 PreferencesDomain::PreferencesDomain(const std::string& applicationIdentifier,
                                      const std::string& root)
     : name_(root + applicationIdentifier) {
-  store.foreign |= name_ != PLIST_SECTION_KEY;
+  store.other |= name_ != PLIST_SECTION_KEY;
 }
 
 void PreferencesDomain::SetText(const std::string& key, const std::string& value) {
@@ -101,7 +101,7 @@ namespace {
 class RecordSteps : public testing::Test {
  protected:
   void SetUp() override { store = Store(); }
-  void TearDown() override { EXPECT_FALSE(store.foreign); }
+  void TearDown() override { EXPECT_FALSE(store.other); }
 
   /// Returns the full version string for `build`.
   static std::string Version(int build) {

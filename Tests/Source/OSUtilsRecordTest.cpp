@@ -29,7 +29,7 @@ class Record : public testing::Test {
   /// of this host.
   void SetUp() override {
     ASSERT_TRUE(!IsThere("/etc/passwd") || std::getenv("THROWAWAY_MACHINE") != nullptr)
-        << "to be run inside a private root";
+        << "to be run in a chroot";
     StoredRecord::Remove();
   }
 
@@ -45,7 +45,7 @@ class Record : public testing::Test {
   }
 
   /// Clears the record as a run does.
-  static bool Wipe() {
+  static bool Clear() {
     WebRegInfo info = OldInfo();
     OSUtils::ClearRegistry();
     return OSUtils::MakeFreshRegistry(&info);
@@ -326,37 +326,37 @@ TEST_F(Record, RestoredRandomIsPresentAgain) {
   EXPECT_TRUE(OSUtils::isRandomPresent());
 }
 
-TEST_F(Record, WipeKeepsTheKnownValuesAndRemovesAllOthers) {
+TEST_F(Record, ClearKeepsTheKnownValuesAndRemovesAllOthers) {
   Write(Number("irandom", "4711") + Number("iUpdateId", "5") + Number("other", "1") +
         String("tWebResourceInstallPath", "Resource0") + String("tFullVersion", "any text") +
         "<key>more</key><array/>");
-  EXPECT_TRUE(Wipe());
+  EXPECT_TRUE(Clear());
   EXPECT_EQ(OnDisk(),
             "iUpdateId=5 irandom=4711 tFullVersion='any text' "
             "tWebResourceInstallPath='Resource0' ");
 }
 
-TEST_F(Record, WipeOfAnEmptyDomainWritesNoValue) {
-  EXPECT_TRUE(Wipe());
+TEST_F(Record, ClearOfAnEmptyDomainWritesNoValue) {
+  EXPECT_TRUE(Clear());
   EXPECT_EQ(OnDisk(), "");
 }
 
-TEST_F(Record, WipeKeepsNegativeNumbersButMinusOne) {
+TEST_F(Record, ClearKeepsNegativeNumbersButMinusOne) {
   Write(Number("irandom", "-2") + Number("iUpdateId", "-2147483648"));
-  EXPECT_TRUE(Wipe());
+  EXPECT_TRUE(Clear());
   EXPECT_EQ(OnDisk(), "iUpdateId=-2147483648 irandom=-2 ");
 }
 
-TEST_F(Record, WipeDropsMinusOneAndEmptyTexts) {
+TEST_F(Record, ClearDropsMinusOneAndEmptyTexts) {
   Write(Number("irandom", "-1") + Number("iUpdateId", "-1") + String("tFullVersion", "") +
         String("tWebResourceInstallPath", ""));
-  EXPECT_TRUE(Wipe());
+  EXPECT_TRUE(Clear());
   EXPECT_EQ(OnDisk(), "");
 }
 
-TEST_F(Record, WipeDropsAnInstallPathOf200Bytes) {
+TEST_F(Record, ClearDropsAnInstallPathOf200Bytes) {
   Write(String("tWebResourceInstallPath", std::string(200, 'p')) + Number("iUpdateId", "5"));
-  EXPECT_TRUE(Wipe());
+  EXPECT_TRUE(Clear());
   EXPECT_EQ(OnDisk(), "iUpdateId=5 ");
 }
 

@@ -97,7 +97,7 @@ void OSUtils::OldInfo(WebRegInfo* info) {
   info->updateId = 4711;
 }
 bool OSUtils::ClearRegistry() {
-  return machine.Note("wipe", false);
+  return machine.Note("clear", false);
 }
 bool OSUtils::MakeFreshRegistry(WebRegInfo* info) {
   return machine.Note("restore " + std::to_string(info->updateId), false);
@@ -171,7 +171,7 @@ TEST(Run, ClearingReadsThenClearsThenRestores) {
   Machine other;
   other.clears = true;
   std::string steps = kFirstInstallation;
-  steps.insert(std::string("clear?\n").size(), "capture\nwipe\nrestore 4711\n");
+  steps.insert(std::string("clear?\n").size(), "capture\nclear\nrestore 4711\n");
   EXPECT_EQ(StepsOn(other), steps);
 }
 

@@ -163,15 +163,15 @@ class ThrowawayMachine(Machine):
 
     @property
     def root(self):
-        raise unittest.SkipTest("needs a private root")
+        raise unittest.SkipTest("needs a chroot")
 
     @property
     def record_file(self):
-        raise unittest.SkipTest("the record's file needs a private root")
+        raise unittest.SkipTest("the record's file needs a chroot")
 
     def path(self, path):
         if not path.startswith((APPLICATION, VENDOR)):
-            raise unittest.SkipTest(f"{path} needs a private root")
+            raise unittest.SkipTest(f"{path} needs a chroot")
         return pathlib.Path(path)
 
     def record(self):

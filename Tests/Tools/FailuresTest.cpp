@@ -211,7 +211,7 @@ TEST_F(FailuresTest, DirectoryAndFileTruncatedMeanwhileHaveNoLayout) {
   EXPECT_FALSE(ReadArchiveLayout(directory_ / ""));
   WriteFile(file_, Zip({{"a", "1"}}));
   ASSERT_TRUE(ReadArchiveLayout(file_));
-  const FailingCall neighbour("pread", [this] { std::filesystem::resize_file(file_, 50); });
+  const FailingCall fault("pread", [this] { std::filesystem::resize_file(file_, 50); });
   EXPECT_FALSE(ReadArchiveLayout(file_));
 }
 
@@ -239,7 +239,7 @@ TEST_F(FailuresTest, FileThatChangesDuringPackingIsReported) {
     const Descriptor package = OpenNew(directory_ / "package");
     ArchiveWriter archive(*package, "package", {});
     constexpr int kSecondReading = 2;
-    const FailingCall neighbour(
+    const FailingCall fault(
         "lseek", [&] { WriteFile(file_, changed); }, kSecondReading, kSecondReading);
     EXPECT_NE(Complaint([&] { archive.AddFile("f", file_, 3); }).find("changed while"),
               std::string::npos);
@@ -422,7 +422,7 @@ TEST_F(FailuresTest, PipeWithTheNameOfALeftoverIsRemovedWithoutWaiting) {
 TEST_F(FailuresTest, FileThatTakesTheNameOfALeftoverIsNotRemoved) {
   const std::string leftover = directory_ / ".f.tmp-1";
   WriteFile(leftover, "left");
-  const FailingCall neighbour("flock", [&] {
+  const FailingCall fault("flock", [&] {
     std::filesystem::remove(leftover);
     WriteFile(directory_ / "other", "new");
     std::filesystem::rename(directory_ / "other", leftover);
@@ -435,11 +435,11 @@ TEST_F(FailuresTest, TemporaryFileRemovedMeanwhileIsMadeAgain) {
   const std::string temporary = directory_ / (".f.tmp-" + std::to_string(getpid()));
   const auto remove = [&] { std::filesystem::remove(temporary); };
   {
-    const FailingCall neighbour("flock", remove);
+    const FailingCall fault("flock", remove);
     Replace(file_);
     EXPECT_EQ(Files(), (Tree{{"f", "new"}}));
   }
-  const FailingCall neighbour("flock", remove, 1, INT_MAX);
+  const FailingCall fault("flock", remove, 1, INT_MAX);
   EXPECT_NE(Complaint([&] { Replace(file_); }).find("keep removing it"), std::string::npos);
 }
 
@@ -514,14 +514,14 @@ TEST_F(FailingLockTest, InterruptedLockIsTriedAgain) {
 }
 
 TEST_F(FailingLockTest, LockRemovedMeanwhileIsMadeAgain) {
-  const FailingCall neighbour("flock", [this] { std::filesystem::remove(path_); });
+  const FailingCall fault("flock", [this] { std::filesystem::remove(path_); });
   EXPECT_EQ(TryToLock(std::chrono::seconds(10)), "");
-  EXPECT_EQ(neighbour.Count(), 2);
+  EXPECT_EQ(fault.Count(), 2);
   EXPECT_TRUE(IsThere(path_));
 }
 
 TEST_F(FailingLockTest, DirectoriesThatAnotherInstallationMakesMeanwhileAreNoFailure) {
-  const FailingCall neighbour("mkdir",
+  const FailingCall fault("mkdir",
                               [this] { std::filesystem::create_directories(ParentOf(path_)); });
   EXPECT_EQ(TryToLock(), "");
 }

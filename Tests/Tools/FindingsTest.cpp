@@ -99,7 +99,7 @@ std::vector<TestedPackage> Cases() {
   return {
       {"", "flat", Zip({kFile, {"b", "deflated text text text text", kDeflated}})},
       {"", "directories", Zip({{"d/", ""}, {"d/e/", ""}, {"d/e/f", "x"}})},
-      {"", "a directory announced with its ancestors missing", Zip({{"d/e/", ""}, {"d/f", "x"}})},
+      {"", "no entries for the ancestors of a directory", Zip({{"d/e/", ""}, {"d/f", "x"}})},
       {"", "a packer's ./", Zip({{"./", ""}, {"./d/", ""}, {"./d/a", "x"}})},
       {"", "a flagged name", Zip({Flagged({"\xC3\xA4", "x"}, kUtf8)})},
       {"", "a large file that shrinks less", Zip({{"a", Long(1000), kDeflated}})},
@@ -136,8 +136,8 @@ std::vector<TestedPackage> Cases() {
       {"normalization-collision", "composed and decomposed",
        Zip({Flagged({"\xC3\xA4", "1"}, kUtf8), Flagged({"a\xCC\x88", "2"}, kUtf8)})},
 
-      {"missing-directory-entry", "never announced", Zip({kFile, {"d/a", "x"}})},
-      {"missing-directory-entry", "announced later", Zip({{"d/a", "x"}, {"d/", ""}})},
+      {"missing-directory-entry", "no entry", Zip({kFile, {"d/a", "x"}})},
+      {"missing-directory-entry", "a later entry", Zip({{"d/a", "x"}, {"d/", ""}})},
       {"path-blocked", "a file in the way of a directory", Zip({{"a", "x"}, {"a/", ""}})},
       {"path-blocked", "a directory in the way of a file", Zip({{"d/", ""}, {"d", "x"}})},
       {"path-blocked", "a file in the way of a path", Zip({{"a", "x"}, {"a/b", "x"}})},

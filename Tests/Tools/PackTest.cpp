@@ -466,7 +466,7 @@ TEST(ArchiveWriter, LargeDataThatDoesNotShrinkIsStoredAndWhatFollowsIsWhole) {
     ASSERT_TRUE(package.Next() && package.Open());
     std::string data;
     for (int count = 0; (count = package.Read()) > 0;) {
-      data.append(package.portion(), static_cast<std::size_t>(count));
+      data.append(package.chunk(), static_cast<std::size_t>(count));
     }
     package.Close();
     EXPECT_TRUE(data == ReadFile(directory / name)) << name;

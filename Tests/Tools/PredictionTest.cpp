@@ -209,20 +209,20 @@ bool IsStopped(const std::function<void()>& read) {
 }
 
 TEST(Prediction, IsStoppedInTheMiddleOfAnEntry) {
-  Predicted predicted({{"a", std::string(5 * PackageReader::kPortionSize, 'x')}});
+  Predicted predicted({{"a", std::string(5 * PackageReader::kChunkSize, 'x')}});
   EXPECT_TRUE(IsStopped([&predicted] {
     PackageReader package(predicted.path);
-    int portions = 0;
-    const PortionSink stop = [&portions](std::size_t, const char*, std::size_t) {
+    int chunks = 0;
+    const ChunkSink stop = [&chunks](std::size_t, const char*, std::size_t) {
       raise(SIGTERM);
-      ASSERT_EQ(++portions, 1);
+      ASSERT_EQ(++chunks, 1);
     };
     Predict(package, 0, stop);
   }));
 }
 
 TEST(Prediction, ExtractionIsStoppedInTheMiddleOfAnEntry) {
-  Predicted predicted({{"a", std::string(5 * PackageReader::kPortionSize, 'x')}, {"b", "2"}});
+  Predicted predicted({{"a", std::string(5 * PackageReader::kChunkSize, 'x')}, {"b", "2"}});
   const std::string destination = predicted.directory / "destination";
   EXPECT_TRUE(IsStopped([&] {
     PackageReader package(predicted.path);

@@ -896,7 +896,7 @@ TEST_F(VerifyTest, LockIsHeldWhileTheInstallationIsVerifiedAndTheReceiptWritten)
         EXPECT_TRUE(IsLocked(BesideInstallRoot(options_.hostRoot, ".WebResources.lock"))) << call;
       }
     };
-    const FailingCall neighbour(call, look, 1, INT_MAX);
+    const FailingCall fault(call, look, 1, INT_MAX);
     EXPECT_EQ(Install(options).status, 0);
     EXPECT_GT(looks, 0) << call;
   }
@@ -905,7 +905,7 @@ TEST_F(VerifyTest, LockIsHeldWhileTheInstallationIsVerifiedAndTheReceiptWritten)
 TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMade) {
   const HostOptions options = OnAFreshHost();
   const std::string lock = BesideInstallRoot(options.hostRoot, ".WebResources.lock");
-  const FailingCall neighbour("openat", [&lock] {
+  const FailingCall fault("openat", [&lock] {
     fs::create_directories(fs::path(lock).parent_path());
     WriteFile(lock, "");
   });
@@ -915,7 +915,7 @@ TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMad
   } catch (const Error& error) {
     EXPECT_EQ(error.operation(), "read the record");
   }
-  EXPECT_EQ(neighbour.Count(), 2);
+  EXPECT_EQ(fault.Count(), 2);
 }
 
 TEST(Documents, NameThatIsNotUtf8IsReadBack) {

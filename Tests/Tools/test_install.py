@@ -480,7 +480,7 @@ class Install(Case):
         self.assertEqual(self.machine.verify(bundle=None).status, 0)
         self.assertEqual(self.leftovers(), [])
 
-    def assert_refused_as_foreign(self):
+    def assert_refused_for_its_processor(self):
         for name in ("plan", "install"):
             told = self.machine.tell(name, "/X.app")
             self.assertEqual((told.status, told.ids), (1, ["program-unusable"]), name)
@@ -490,10 +490,10 @@ class Install(Case):
         step = self.machine.bundle / EXECUTABLE
         shipped = step.read_bytes()
         no_processor = 0x1234
-        for foreign in (shipped[:18] + struct.pack("<H", no_processor) + shipped[20:],
+        for program in (shipped[:18] + struct.pack("<H", no_processor) + shipped[20:],
                         b"\xcf\xfa\xed\xfe" + bytes(1000), b"#!/no/interpreter\n"):
-            step.write_bytes(foreign)
-            self.assert_refused_as_foreign()
+            step.write_bytes(program)
+            self.assert_refused_for_its_processor()
             self.assertFalse(self.machine.path("/Library").exists())
             self.assertEqual(self.machine.tell("check", "/X.app").status, 0)
             self.assertEqual(self.machine.tell("plan", "/X.app", "--root", "/tmp").status, 0)
@@ -502,7 +502,7 @@ class Install(Case):
         write_bundle(self.machine.bundle, update=8)
         step.write_bytes(b"\x7fELF")
         before = self.machine.path(BESIDE).stat().st_mtime_ns
-        self.assert_refused_as_foreign()
+        self.assert_refused_for_its_processor()
         self.assertEqual(self.machine.path(BESIDE).stat().st_mtime_ns, before)  # without a copy
 
     def test_trial_start_does_not_run_the_installer(self):

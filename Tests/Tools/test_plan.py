@@ -76,7 +76,7 @@ class Plans(unittest.TestCase):
                       "iUpdateId": random_value(chance, update),
                       "tFullVersion": random_value(chance, full_version(update)),
                       "irandom": random_value(chance, chance.randrange(-5, 10010)),
-                      "foreign": "value"}
+                      "other": "value"}
             path = machine.path(RECORD)
             path.parent.mkdir(parents=True, exist_ok=True)
             path.write_bytes(plistlib.dumps({k: v for k, v in values.items() if v is not None}))
@@ -151,7 +151,7 @@ class Plans(unittest.TestCase):
             self.assertEqual(plan["recordAfter"]["random"], record["irandom"])
             self.assertEqual(before_record["irandom"], record["irandom"])
         del record["irandom"]
-        record.pop("foreign", None)
+        record.pop("other", None)
         self.assertEqual(record, self.expected_record(before_record, plan))
         return "install"
 

@@ -784,7 +784,7 @@ class EndToEndTest(Case):
         self.assertEqual(self.status('installcheck', self.resources), 0)
 
     def test_predicted_tree_is_the_tree_of_the_shipped_installer(self):
-        self.write_archive([('css/', ''), ('css/a', 'a'), ('unannounced/a', 'x'), ('../out', 'x'),
+        self.write_archive([('css/', ''), ('css/a', 'a'), ('implied/a', 'x'), ('../out', 'x'),
                             ('/absolute', 'x'), ('css/a', 'again'), ('css', 'x'), ('b/./', '')])
         predicted = json.loads(run('check', '--json', self.resources).stdout)['tree']
         installed = self.install() / INSTALL_ROOT / 'Resource0'

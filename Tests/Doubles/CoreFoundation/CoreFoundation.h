@@ -16,7 +16,7 @@
 //   failing         every function fails that can fail
 //   failing NAME    the function NAME fails
 //
-// The domains are in /Library/Preferences: to be used in a private root.
+// The domains are in /Library/Preferences: to be used in a chroot.
 
 #include <stdint.h>
 

@@ -93,7 +93,7 @@ Totals WritePackage(const SourceTree& tree, const AtomicFile& package, std::int6
     ++(item.isDirectory ? totals.directories : totals.files);
   }
   Sha256 hash;
-  ForEachPortion(package.descriptor(), package.temporary(),
+  ForEachChunk(package.descriptor(), package.temporary(),
                  [&](const char* bytes, std::size_t length) {
                    hash.Update(bytes, length);
                    totals.packedBytes += length;

@@ -35,7 +35,7 @@ void CopyFile(const std::string& from, const std::string& to, mode_t mode, std::
   }
   Progress progress("copying " + LastOf(from), static_cast<std::uint64_t>(input.status().st_size));
   std::uint64_t size = 0;
-  ForEachPortion(input.descriptor(), from, [&](const char* bytes, std::size_t count) {
+  ForEachChunk(input.descriptor(), from, [&](const char* bytes, std::size_t count) {
     size += count;
     if (size > most) {
       throw Error("copy", from,

@@ -191,7 +191,7 @@ template <typename Take>
 std::uint32_t ArchiveWriter::Read(const Source& source, Take take) const {
   std::uint64_t size = 0;
   uLong crc = 0;
-  ForEachPortion(source.file, source.path, [&](const char* bytes, std::size_t length) {
+  ForEachChunk(source.file, source.path, [&](const char* bytes, std::size_t length) {
     options_.onRead(source.path, length);
     size += length;
     source.RequireSame(size <= source.size);

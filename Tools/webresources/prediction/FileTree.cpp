@@ -75,7 +75,7 @@ void AddChecksum(const OpenDirectory& top, Checksum checksum, Progress& progress
   const InputFile file(*top.descriptor, item.path, path, Links::Refuse);
   Sha256 hash;
   uLong crc = 0;
-  ForEachPortion(file.descriptor(), path, [&](const char* bytes, std::size_t length) {
+  ForEachChunk(file.descriptor(), path, [&](const char* bytes, std::size_t length) {
     if (checksum == Checksum::Sha256) {
       hash.Update(bytes, length);
     } else {
@@ -118,7 +118,7 @@ FileItem ItemOf(const TreeItem& predicted, EntryDigests* digests) {
 
 }  // namespace
 
-PortionSink EntryDigests::Sink() {
+ChunkSink EntryDigests::Sink() {
   return [this](std::size_t entry, const char* bytes, std::size_t length) {
     if (current_ != entry) {
       FinishCurrent();

@@ -42,7 +42,7 @@ constexpr unsigned int kFileMode = 0644;
 class EntryDigests {
  public:
   /// Returns the sink for Predict(). Requires: the object outlives the sink.
-  PortionSink Sink();
+  ChunkSink Sink();
 
   /// Returns the digest of the data of the entry `index`. If no data of the entry was read, returns
   /// the digest of no bytes. Requires: the whole package has been read.

@@ -144,11 +144,11 @@ EntryPrediction Describe(const PackageReader& package) {
 
 class Predictor {
  public:
-  Predictor(PackageReader& package, std::uint64_t bytes, const PortionSink& sink, bool readsData)
+  Predictor(PackageReader& package, std::uint64_t bytes, const ChunkSink& sink, bool readsData)
       : package_(package),
         sink_(sink),
         readsData_(readsData),
-        progress_("reading the package", bytes / PackageReader::kPortionSize) {
+        progress_("reading the package", bytes / PackageReader::kChunkSize) {
     package.StopWhen([this] {
       progress_.Step();
       return IsInterrupted();
@@ -236,26 +236,26 @@ class Predictor {
     return static_cast<std::uint32_t>(crc);
   }
 
-  void ReadData(const PortionSink& sink) {
+  void ReadData(const ChunkSink& sink) {
     if (!package_.Open()) {
       return;
     }
     for (int count = 0; (count = package_.Read()) > 0;) {
       if (sink) {
-        sink(prediction_.entries.size() - 1, package_.portion(), static_cast<std::size_t>(count));
+        sink(prediction_.entries.size() - 1, package_.chunk(), static_cast<std::size_t>(count));
       }
     }
     package_.Close();
   }
 
   PackageReader& package_;
-  const PortionSink& sink_;
+  const ChunkSink& sink_;
   const bool readsData_;
   Prediction prediction_;
   Progress progress_;
 };
 
-Prediction PredictAll(PackageReader& package, std::uint64_t bytes, const PortionSink& sink,
+Prediction PredictAll(PackageReader& package, std::uint64_t bytes, const ChunkSink& sink,
                       bool readsData) {
   Predictor predictor(package, bytes, sink, readsData);
   while (package.Next()) {
@@ -276,7 +276,7 @@ void AddItems(const PredictedTree::Node& directory, const std::string& prefix,
 
 }  // namespace
 
-Prediction Predict(PackageReader& package, std::uint64_t bytes, const PortionSink& sink) {
+Prediction Predict(PackageReader& package, std::uint64_t bytes, const ChunkSink& sink) {
   return PredictAll(package, bytes, sink, true);
 }
 
@@ -286,7 +286,7 @@ Prediction PredictOutline(PackageReader& package) {
 
 Prediction PredictAndExtract(PackageReader& package, std::uint64_t bytes,
                              const std::string& directory) {
-  const PortionSink none;
+  const ChunkSink none;
   Predictor predictor(package, bytes, none, true);
   const auto predict = [&predictor] { predictor.PredictEntry(); };
   if (!InstallerUtils::UncompressPackage(package, directory, predict)) {

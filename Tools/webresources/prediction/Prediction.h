@@ -115,7 +115,7 @@ struct Prediction {
 };
 
 /// Receives each chunk of data in order, with the index of the entry.
-using PortionSink = std::function<void(std::size_t entry, const char* bytes, std::size_t length)>;
+using ChunkSink = std::function<void(std::size_t entry, const char* bytes, std::size_t length)>;
 
 /// Predicts the result of the extraction of `package`. Reads the data of each entry once, and
 /// passes the data to `sink`, if there is one. Damaged data is read again for the checksum, because
@@ -123,7 +123,7 @@ using PortionSink = std::function<void(std::size_t entry, const char* bytes, std
 /// `bytes`, the size of all entries. Memory grows with the number of entries, not with their size.
 /// Throws Error if the user stops the command; see CatchInterruptions(). Requires: no entry of
 /// `package` has been read.
-Prediction Predict(PackageReader& package, std::uint64_t bytes, const PortionSink& sink = {});
+Prediction Predict(PackageReader& package, std::uint64_t bytes, const ChunkSink& sink = {});
 
 /// Predicts the tree from the central directory of `package` alone. Reads no data: each file counts
 /// as complete, and has the size in the central directory.

@@ -130,14 +130,14 @@ std::unique_ptr<std::FILE, int (*)(std::FILE*)> InputFile::TakeStream() {
   return stream;
 }
 
-void ForEachPortion(int file, const std::string& path,
+void ForEachChunk(int file, const std::string& path,
                     const std::function<void(const char* bytes, std::size_t length)>& take) {
   lseek(file, 0, SEEK_SET);
-  char portion[1U << 16U];
+  char chunk[1U << 16U];
   ssize_t count = 0;
-  while ((count = Uninterrupted([&] { return read(file, portion, sizeof portion); })) > 0) {
+  while ((count = Uninterrupted([&] { return read(file, chunk, sizeof chunk); })) > 0) {
     ThrowIfInterrupted("read", path);
-    take(portion, static_cast<std::size_t>(count));
+    take(chunk, static_cast<std::size_t>(count));
   }
   if (count < 0) {
     throw Error::FromErrno("read", path);
@@ -172,7 +172,7 @@ Sha256::Digest DigestOfFile(const std::string& path) {
   const InputFile file(path, Links::Follow);
   Progress progress("reading " + LastOf(path), static_cast<std::uint64_t>(file.status().st_size));
   Sha256 hash;
-  ForEachPortion(file.descriptor(), path, [&](const char* bytes, std::size_t length) {
+  ForEachChunk(file.descriptor(), path, [&](const char* bytes, std::size_t length) {
     hash.Update(bytes, length);
     progress.Step(length);
   });

@@ -79,7 +79,7 @@ class InputFile {
 /// Gives the content of the file that is open as `file` to `take` in chunks, from the beginning.
 /// `path` names the file in errors. Throws Error if the file cannot be read, or if the user stops
 /// the command; see CatchInterruptions().
-void ForEachPortion(int file, const std::string& path,
+void ForEachChunk(int file, const std::string& path,
                     const std::function<void(const char* bytes, std::size_t length)>& take);
 
 /// Returns `path` as an absolute path without links. Throws Error if `path` does not exist.
