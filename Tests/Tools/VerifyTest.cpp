@@ -742,13 +742,15 @@ TEST_F(ReceiptTest, OfAnotherUpdateIsReadUpToTheTree) {
 }
 
 TEST_F(ReceiptTest, OfANewerFormatIsNotRead) {
-  members_["format"] = "2";
-  WriteFile(ReceiptPath(options_.hostRoot), Text());
-  try {
-    Status(options_);
-    ADD_FAILURE() << "it is read";
-  } catch (const Error& error) {
-    EXPECT_EQ(error.reason(), "it was written by a newer webresources: use that version");
+  for (const char* receipt : {R"({"format":2})", R"({"tool":"webresources","format":2,"new":[]})"}) {
+    WriteFile(ReceiptPath(options_.hostRoot), receipt);
+    try {
+      Status(options_);
+      ADD_FAILURE() << receipt;
+    } catch (const Error& error) {
+      EXPECT_EQ(error.reason(), "it was written by a newer webresources");
+      EXPECT_EQ(error.remedy(), "use that version");
+    }
   }
 }
 

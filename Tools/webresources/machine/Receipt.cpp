@@ -131,7 +131,8 @@ FileTree Sorted(FileTree tree) {
 class Parser {
  public:
   /// Stops before the tree if all other members have been read, and `update` is another update.
-  Parser(std::FILE* stream, const std::optional<int>& update) : update_(update) {
+  Parser(std::FILE* stream, const std::string& path, const std::optional<int>& update)
+      : path_(path), update_(update) {
     try {
       const Json rest =
           Json::parse(stream, [this](int depth, Json::parse_event_t event, const Json& parsed) {
@@ -144,12 +145,9 @@ class Parser {
     Require(head_.at("version").is_string(), "the version is not a text");
   }
 
-  Receipt Result(const std::string& path) {
+  Receipt Result() {
     Require(head_.at("tool") == "webresources" && head_.at("product") == PLIST_SECTION_KEY,
             "it is of another product");
-    if (const auto format = head_.find("format"); format != head_.end() && *format != kFormat) {
-      throw Error("read", path, "it was written by a newer webresources: use that version");
-    }
     const std::string state = head_.value("state", kInstalled);
     Require(state == kInstalled || state == kBegun, "its state is unknown");
     Receipt receipt;
@@ -186,11 +184,18 @@ class Parser {
     } else if (event == Event::value && (depth == 1 || depth == kItemDepth)) {
       Require(depth == 1 && name_ != kTree, "a value is in a wrong place");
       head_[name_] = parsed;
+      RequireFormat();  // before other members, because a newer format can have more members
     } else if (event == Event::object_end && depth == kItemDepth) {
       tree_.push_back(ItemOf(parsed));
       return false;
     }
     return true;
+  }
+
+  void RequireFormat() const {
+    if (name_ == "format" && head_["format"] != kFormat) {
+      throw Error("read", path_, "it was written by a newer webresources", "use that version");
+    }
   }
 
   void StopIfEnough() const {
@@ -205,6 +210,7 @@ class Parser {
   static constexpr std::string_view kItemMembers[] = {"type", "path",   "pathHex",
                                                       "size", "sha256", "mode"};
 
+  const std::string& path_;
   const std::optional<int>& update_;
   Json head_;  ///< The members of the document, without the tree.
   FileTree tree_;
@@ -246,7 +252,7 @@ std::optional<Receipt> ReadReceipt(const std::string& hostRoot, const std::optio
   }
   const auto stream = file.TakeStream();
   try {
-    Receipt receipt = Parser(stream.get(), update).Result(path);
+    Receipt receipt = Parser(stream.get(), path, update).Result();
     receipt.isOwnersOwn = file.status().st_uid == StatusOf(hostRoot + "/").st_uid;
     return receipt;
   } catch (const Error&) {
