@@ -209,6 +209,8 @@ class Numbers(unittest.TestCase):
          "Documentation/webresources.md", "more than {:,} arrays and objects"),
         ("Tools/webresources/bundle/Metadata.cpp", r"kContainersRead = (\d+);",
          "Tools/webresources/webresources.1", "more than {:,} arrays and objects"),
+        ("Tools/webresources/bundle/Metadata.cpp", r"kMostBytes = off_t\{(\d+)\} << 20U",
+         "Documentation/webresources.md", "metadata of more than {} MiB"),
         ("Tools/webresources/machine/Receipt.cpp", r"kMostBytes = std::uint64_t\{(\d+)\} << 20U",
          "Documentation/webresources.md", "more than {} MiB"),
         ("Tools/webresources/report/Report.cpp", r"kScreen = (\d+);",

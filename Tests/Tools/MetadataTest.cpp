@@ -147,6 +147,16 @@ TEST(Metadata, DirectoryInPlaceOfTheFileHasNoWord) {
   EXPECT_STREQ(metadata.findings[0].rule->id, "metadata-not-object");
 }
 
+TEST(Metadata, FileAboveItsLimitIsNotRead) {
+  ScopedDirectory directory;
+  const std::string path = directory / "metadata.txt";
+  WriteFile(path, "{}");
+  std::filesystem::resize_file(path, 1U << 20U);
+  EXPECT_NO_THROW(ReadMetadata(path));
+  std::filesystem::resize_file(path, (1U << 20U) + 1);
+  EXPECT_THROW(ReadMetadata(path), Error);
+}
+
 TEST(Metadata, NestingThatCouldOverflowTheStackIsNotRead) {
   ScopedDirectory directory;
   WriteFile(directory / "metadata.txt", std::string(1000000, '['));

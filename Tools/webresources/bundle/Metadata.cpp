@@ -22,6 +22,9 @@ namespace {
 /// The scanner is recursive and has no limit for the nesting. This limit bounds the stack.
 constexpr int kContainersRead = 1000;
 
+/// The installer has no limit for the size either, and a sparse file can be larger than the memory.
+constexpr off_t kMostBytes = off_t{1} << 20U;
+
 Metadata::RunOutcome OutcomeOf(const Metadata& metadata) {
   if (!metadata.clear) {
     return Metadata::RunOutcome::Nothing;
@@ -80,6 +83,9 @@ class MetadataFinder {
 
  private:
   void FindInFile() {
+    if (StatusOf(path_).st_size > kMostBytes) {
+      throw Error("read", path_, "it has more than 1 MiB", "write metadata.txt, as pack does");
+    }
     const MetadataHelper::Words words = MetadataHelper::ReadWords(path_);
     if (words.isUnreadable && !IsDirectory(path_)) {
       throw Error("read", path_, "its content is unknown");

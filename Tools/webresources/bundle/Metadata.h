@@ -28,7 +28,8 @@ struct Metadata {
 };
 
 /// Reads the metadata file at `path`. A missing file is a finding. Throws Error if the file cannot
-/// be read, or has more than 1,000 arrays and objects: the installer's stack might overflow.
+/// be read, has more than 1 MiB, or has more than 1,000 arrays and objects: the installer's stack
+/// might overflow.
 Metadata ReadMetadata(const std::string& path);
 
 /// Adds the findings about the update number of a metadata file.
