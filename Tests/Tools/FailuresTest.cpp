@@ -539,8 +539,8 @@ TEST_F(FailingLockTest, LockOfAnotherUserOrWritableByOthersIsRefused) {
   for (const mode_t mode : {0620U, 0602U}) {
     chmod(path_.c_str(), mode);
     EXPECT_EQ(TryToLock(), "cannot lock " + path_ +
-                               ": another user owns it or can write to it: remove it with rm '" +
-                               path_ + "'");
+                               ": another user owns it or can write to it; remove it with rm " +
+                               ShellQuoted(path_));
   }
   chmod(path_.c_str(), 0644);
   EXPECT_EQ(TryToLock(), "");
@@ -558,14 +558,31 @@ TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenIsReported) {
   EXPECT_EQ(TreeOf(ParentOf(path_)), Tree());
 }
 
-TEST_F(FailuresTest, RecordThatCannotBeReadIsReported) {
+TEST_F(FailuresTest, RecordThatCannotBeReadIsReportedWithARemedy) {
   const std::string root = directory_ / "root";
-  std::filesystem::create_directories(root + "/Library/Preferences/" + PLIST_SECTION_KEY +
-                                      ".plist");
-  EXPECT_EQ(Complaint([&] {
-              ReadInstallation(root);
-            }).find("cannot read the record " + RecordLocation(root) + ": "),
-            0U);
+  const std::string record = root + "/Library/Preferences/" + PLIST_SECTION_KEY + ".plist";
+  std::filesystem::create_directories(record);
+  const auto reason = [&] {
+    const std::string complaint = Complaint([&] { ReadInstallation(root); });
+    const std::string begin = "cannot read the record " + RecordLocation(root) + ": ";
+    EXPECT_EQ(complaint.find(begin), 0U) << complaint;
+    return complaint.substr(std::min(begin.length(), complaint.length()));
+  };
+  if (RecordLocation(root) != record) {
+    EXPECT_EQ(reason(), "Operation not supported; run the command on that host");
+    return;
+  }
+  const std::string removal = "; remove it, then run webresources install";
+  EXPECT_EQ(reason(), "it is not a regular file" + removal);
+  std::filesystem::remove(record);
+  std::filesystem::create_symlink("missing", record);
+  EXPECT_EQ(reason(), "Too many levels of symbolic links" + removal);
+  std::filesystem::remove(record);
+  WriteFile(record, std::string((1U << 20U) + 1, ' '));
+  EXPECT_EQ(reason(), "File too large" + removal);
+  WriteFile(record, "x");
+  const FailingCall fault("pread", EIO);
+  EXPECT_EQ(reason(), "Input/output error; try again");
 }
 
 // The installer as a child process ----------------------------------------------------------------

@@ -44,8 +44,8 @@ void RequireOwnFile(const Descriptor& file, const std::string& path) {
     throw Error::FromErrno("lock", path);
   }
   if (!IsTrusted(status, geteuid())) {
-    throw Error("lock", path,
-                "another user owns it or can write to it: remove it with rm '" + path + "'");
+    throw Error("lock", path, "another user owns it or can write to it",
+                "remove it with rm " + ShellQuoted(path));
   }
   if ((status.st_mode & (S_IRGRP | S_IROTH)) != 0 && fchmod(*file, 0600) != 0) {
     throw Error::FromErrno("lock", path);

@@ -53,11 +53,15 @@ void FindInVersion(const InstallRecord& record, Findings& findings) {
 }  // namespace
 
 Error UnreadableRecord(const std::string& hostRoot) {
-  if (errno == EINVAL) {
-    return Error("read the record", RecordLocation(hostRoot), "it is not a regular file",
-                 "remove it, then run webresources install");
-  }
-  return Error::FromErrno("read the record", RecordLocation(hostRoot));
+  const int error = errno;
+  const bool isUnfit = error == EINVAL || error == EFBIG || error == ELOOP || error == ENXIO;
+  const Error parts = Error::FromErrno("read the record", RecordLocation(hostRoot));
+  return Error(parts.operation(), parts.object(),
+               error == EINVAL ? "it is not a regular file" : parts.reason(),
+               isUnfit                  ? "remove it, then run webresources install"
+               : error == ENOTSUP       ? "run the command on that host"
+               : parts.remedy().empty() ? "try again"
+                                        : parts.remedy());
 }
 
 InstallRecord ReadHostRecord(const std::string& hostRoot) {

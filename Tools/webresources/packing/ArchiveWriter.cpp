@@ -65,7 +65,7 @@ struct ArchiveWriter::Source {
 
   void RequireSame(bool isSame) const {
     if (!isSame) {
-      throw Error("pack", path, "it changed while it was packed: pack again");
+      throw Error("pack", path, "it changed while it was packed", "pack again");
     }
   }
 };
