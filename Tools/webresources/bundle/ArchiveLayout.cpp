@@ -11,6 +11,7 @@
 #include "Descriptor.h"
 #include "Uninterrupted.h"
 #include "support/Error.h"
+#include "support/Progress.h"
 
 namespace webresources {
 
@@ -77,6 +78,7 @@ class File {
     size_ = S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : 0;
   }
 
+  const std::string& path() const { return path_; }
   std::uint64_t size() const { return size_; }
 
   /// Returns `length` bytes from `offset` on, or fewer bytes at the end.
@@ -299,6 +301,7 @@ void ReadDirectory(const File& file, const End& end, ArchiveLayout& layout) {
   Stretch directory(file, layout.directoryBegin, end.directorySize);
   std::uint64_t next = 0;
   while (layout.entries.size() < end.entryCount) {
+    ThrowIfInterrupted("read", file.path());
     const Bytes fixed = directory.Read(next, kCentralSize);
     if (fixed.size() < kCentralSize || fixed.At32(0) != kCentralSignature) {
       break;

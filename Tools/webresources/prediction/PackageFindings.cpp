@@ -12,6 +12,7 @@
 #include "packing/SourceTree.h"
 #include "report/Rules.h"
 #include "support/Files.h"
+#include "support/Progress.h"
 #include "support/Text.h"
 
 namespace webresources {
@@ -59,6 +60,7 @@ PackageExtent ExtentOf(const std::string& path) {
   std::vector<std::string> directories;
   PackageReader package(path);
   while (package.Next()) {
+    ThrowIfInterrupted("read", path);
     const std::uint64_t work = WorkOf(package.entry(), fileSize);
     extent.bytes += std::min(work, std::numeric_limits<std::uint64_t>::max() - extent.bytes);
     ++extent.entries;
@@ -130,6 +132,7 @@ class PackageFinder {
   Findings FindAll() {
     FindInFrame();
     for (std::size_t i = 0; i < prediction_.entries.size(); ++i) {
+      ThrowIfInterrupted("check", kPackageFileName);
       FindInEntry(i);
     }
     FindOverlaps();
