@@ -343,6 +343,8 @@ TEST_F(FailuresTest, FileThatCannotBeReplacedStaysWithoutLeftovers) {
     EXPECT_COMPLAINT(ComplaintWithout(function, [&] { Replace(file_); }));
     EXPECT_EQ(Files(), before_) << function;
   }
+  EXPECT_COMPLAINT(ComplaintWithout("fsync", [&] { Replace(file_); }, 2));  // of the directory
+  EXPECT_EQ(Files(), before_);
 }
 
 TEST_F(FailuresTest, FileIsReplacedWhereThereAreNoLocks) {

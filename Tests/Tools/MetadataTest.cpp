@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "OSUtils.h"
 #include "Support.h"
 #include "bundle/Metadata.h"
@@ -32,6 +34,12 @@ std::string Said(const std::string& text) {
     said += finding.subject + ": " + finding.reason + "\n";
   }
   return said;
+}
+
+TEST(Metadata, DirectoryInItsPlaceIsReported) {
+  const ScopedDirectory directory;
+  std::filesystem::create_directory(directory / "metadata.txt");
+  EXPECT_EQ(ReadMetadata(directory / "metadata.txt").findings.at(0).reason, "it is a directory");
 }
 
 TEST(Metadata, FindingsNameTheDefectsInTheOrderOfTheMembers) {

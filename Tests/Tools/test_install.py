@@ -466,6 +466,26 @@ class Install(Case):
             os.close(descriptor)
         self.assertEqual(len(self.machine.path("/descriptors").read_text().split()), 1)
 
+    def test_too_few_descriptors_keep_the_old_installation(self):
+        """With 6 descriptors, the state "begun" once stayed although the installer did not run."""
+        self.machine.install()
+        add_programs(self.machine.root, program("sh"))
+        write_bundle(self.machine.bundle, {"new": b"new"}, update=8)
+        for limit in range(4, 41):
+            result = subprocess.run(self.machine.command_of(
+                program("sh"), "-c", f'ulimit -n {limit} && exec "$@"', "sh", COMMAND, "install",
+                "/X.app", "--json"), capture_output=True, text=True, check=False)
+            if result.returncode == 0:
+                break
+            error = json.loads(result.stdout)["error"]
+            self.assertEqual((result.returncode, error["reason"]), (2, "Too many open files"))
+            self.assertRegex(error["object"] + error["remedy"], "^/.*ulimit -n")
+            self.assertEqual(self.machine.verify(bundle=None).status, 0, limit)
+            self.assertEqual(self.machine.receipt()["updateId"], 7)
+        self.assertGreater(limit, 4)
+        self.assert_installed({"new": b"new"}, update=8)
+        self.assertEqual(self.leftovers(), [])
+
     def test_installer_that_cannot_be_run_gives_status_2(self):
         self.machine.install()
         receipt = self.machine.path(RECEIPT).read_bytes()

@@ -99,8 +99,9 @@ class MetadataFinder {
     const QDOObject object = QDOJSONParser::fromJSON(word, true);
     if (object.getType() != QDOObject::Map) {
       AddHere(words.count > 1 ? kMetadataBlank : kMetadataNotObject,
-              word.empty() ? "it holds no word"
-                           : "the installer reads its last word, which is no object: " + word);
+              IsDirectory(path_) ? "it is a directory"
+              : word.empty() ? "it holds no word"
+                             : "the installer reads its last word, which is no object: " + word);
       return;
     }
     if (words.count > 1) {

@@ -90,7 +90,8 @@ std::string ReasonOf(int error) {
 pid_t Start(const std::string& path, int lockDescriptor) {
   umask(022);
   if (chdir("/") != 0) {
-    throw CannotStart("run", path, std::generic_category().message(errno));
+    throw CannotStart("change to the directory", "/", std::generic_category().message(errno),
+                      "check the permissions of /");
   }
   // If the caller ignores SIGCHLD, the exit status of the installer is lost.
   std::signal(SIGCHLD, SIG_DFL);

@@ -148,7 +148,12 @@ void AtomicFile::Rollback() {
 void AtomicFile::CommitDurably() {
   Synchronize();
   Commit();
-  SynchronizeDirectory(ParentOf(path_));
+  try {
+    SynchronizeDirectory(ParentOf(path_));
+  } catch (...) {
+    Rollback();
+    throw;
+  }
 }
 
 void AtomicFile::CommitBoth(AtomicFile& first, AtomicFile& second) {

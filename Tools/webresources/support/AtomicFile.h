@@ -43,8 +43,7 @@ class AtomicFile {
   /// Replaces the old file by the new file. On failure, the old file stays.
   void Commit();
 
-  /// Synchronizes, commits, and syncs the directory. If only the sync of the directory fails,
-  /// throws Error although the new file is in place.
+  /// Synchronizes, commits, and syncs the directory. On failure, the old file stays.
   void CommitDurably();
 
   /// Undoes Commit(): restores the old file or, if there was no old file, removes the new file.

@@ -30,8 +30,11 @@ class Error : public std::runtime_error {
   /// remedy is to become root. Requires: errno is unchanged since the failed call.
   static Error FromErrno(std::string operation, std::string object) {
     const bool isDenied = (errno == EACCES || errno == EPERM) && geteuid() != 0;
+    const bool isAtLimit = errno == EMFILE || errno == ENFILE;
     return Error(std::move(operation), std::move(object), std::generic_category().message(errno),
-                 isDenied ? "run it as root" : "");
+                 isDenied    ? "run it as root"
+                 : isAtLimit ? "raise the limit with ulimit -n, or end other programs"
+                             : "");
   }
 
   // The parts of the message, for documents. The operation is an infinitive ("read"). The object is
