@@ -3,6 +3,7 @@
 The machine is a chroot with the command and a bundle. Each test changes one thing."""
 
 import collections
+import ctypes
 import errno
 import fcntl
 import json
@@ -1051,6 +1052,36 @@ class Together(Case):
         package.write_bytes(whole)
         # The first installation's script ran the installer in /X.app, beside the truncated package.
         self.assertEqual(self.machine.verify(bundle=None).status, 1)
+
+    def test_copy_is_private_and_complete_and_keeps_holes(self):
+        with zipfile.ZipFile(self.machine.bundle / PACKAGE, "w") as archive:
+            archive.writestr("zeros", bytes(8 << 20))
+        self.slow_step()
+        process = self.machine.start("install", "/X.app")
+        self.wait_for("/begun")
+        [copy] = self.machine.path(BESIDE).glob(".WebResources.run-*")
+        mode, found, blocks = copy.stat().st_mode, tree(copy), (copy / PACKAGE).stat().st_blocks
+        self.machine.path("/go").touch()
+        process.communicate()
+        self.assertEqual((process.returncode, mode & 0o7777, copy.exists()), (0, 0o700, False))
+        files = map(os.fsencode, (EXECUTABLE, "Contents/Info.plist", PACKAGE, METADATA))
+        bundle = tree(self.machine.bundle)
+        self.assertEqual({name: data for name, data in found.items() if data != DIRECTORY},
+                         {name: bundle[name] for name in files})
+        self.assertLess(blocks * 512, 1 << 20)
+
+    def test_package_of_the_argument_is_only_copied(self):
+        """Everything else reads the copy: the package of the argument is opened and closed once."""
+        self.machine.install()
+        write_bundle(self.machine.bundle, update=8)
+        in_open, in_close, event_size = 0x20, 0x10, 16
+        library = ctypes.CDLL(None)
+        events = library.inotify_init()
+        library.inotify_add_watch(events, os.fsencode(self.machine.bundle / PACKAGE),
+                                  in_open | in_close)
+        self.assertEqual(self.machine.install().status, 0)
+        self.assertEqual(len(os.read(events, 4096)), 2 * event_size)
+        os.close(events)
 
     def test_interrupted_installation_waits_for_the_installer_and_leaves_no_copy(self):
         self.slow_step()
