@@ -70,6 +70,12 @@ class PackageReader {
   /// Opens the archive at `path`. An interrupted open counts as a failure and is not repeated.
   explicit PackageReader(const std::string& path);
 
+  struct Unlocked {};
+
+  /// Opens the archive at `path`. Reads single bytes without a lock of the stream, as only the
+  /// command does: the zip library reads each header in single bytes.
+  PackageReader(const std::string& path, Unlocked unlocked);
+
   /// Returns whether the archive could be opened. If not, the package has no entries.
   bool IsOpen() const { return archive_ != nullptr; }
 

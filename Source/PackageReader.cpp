@@ -2,6 +2,7 @@
 
 #include <unzip.h>
 
+#include <cstdio>
 #include <cstring>
 
 namespace {
@@ -28,6 +29,23 @@ bool ClimbsOut(const char* name) {
   return false;
 }
 
+uLong ReadUnlocked(void* /*opaque*/, void* stream, void* bytes, uLong length) {
+  auto* file = static_cast<std::FILE*>(stream);
+  if (length != 1) {
+    return std::fread(bytes, 1, length, file);
+  }
+  const int byte = getc_unlocked(file);
+  *static_cast<unsigned char*>(bytes) = static_cast<unsigned char>(byte);
+  return byte == EOF ? 0 : 1;
+}
+
+unzFile OpenUnlocked(const char* path) {
+  zlib_filefunc64_def functions = {};
+  fill_fopen64_filefunc(&functions);
+  functions.zread_file = ReadUnlocked;
+  return unzOpen2_64(path, &functions);
+}
+
 }  // namespace
 
 void PackageReader::Closer::operator()(void* archive) const {
@@ -35,6 +53,9 @@ void PackageReader::Closer::operator()(void* archive) const {
 }
 
 PackageReader::PackageReader(const std::string& path) : archive_(unzOpen(path.c_str())) {}
+
+PackageReader::PackageReader(const std::string& path, Unlocked /*unlocked*/)
+    : archive_(OpenUnlocked(path.c_str())) {}
 
 std::uint64_t PackageReader::EntryCount() {
   unz_global_info info = {};

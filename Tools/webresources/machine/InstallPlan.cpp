@@ -38,7 +38,7 @@ std::uint64_t BytesToCopy(const BundleFiles& files) {
 
 /// Returns whether `tree` has the paths, types and sizes in the central directory of the package.
 bool IsOutlineOf(const std::string& package, const FileTree& tree) {
-  PackageReader reader(package);
+  PackageReader reader(package, PackageReader::Unlocked());
   return OfContent(Compare(TreeOf(PredictOutline(reader)), tree)).empty();
 }
 

@@ -14,7 +14,7 @@ BundleInspection InspectBundle(const std::string& path, const Limits& limits,
   bundle.findings = FindOutOfBounds(bundle.files.package, extent, limits);
   bundle.isRead = bundle.findings.empty();
   if (bundle.isRead) {
-    PackageReader package(bundle.files.package);
+    PackageReader package(bundle.files.package, PackageReader::Unlocked());
     bundle.prediction = read(package, extent);
     bundle.findings = FindInPackage(bundle.files.package, bundle.prediction);
   }

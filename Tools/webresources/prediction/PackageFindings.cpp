@@ -58,7 +58,7 @@ PackageExtent ExtentOf(const std::string& path) {
   const std::uint64_t fileSize = isThere ? static_cast<std::uint64_t>(status.st_size) : 0;
   PackageExtent extent;
   std::vector<std::string> directories;
-  PackageReader package(path);
+  PackageReader package(path, PackageReader::Unlocked());
   while (package.Next()) {
     ThrowIfInterrupted("read", path);
     const std::uint64_t work = WorkOf(package.entry(), fileSize);

@@ -186,7 +186,8 @@ class Predictor {
   }
 
   void PredictFile(EntryPrediction& entry) {
-    const EntryData data = readsData_ ? DataOf() : StatedData();
+    const EntryData data =
+        readsData_ ? DataOf() : EntryData{true, package_.entry().size, EntryData::End::Complete};
     entry.isOpened = data.isOpened;
     entry.size = data.size;
     entry.end = data.end;
@@ -207,14 +208,6 @@ class Predictor {
       ReadData(sink_);
     }
     return package_.data();
-  }
-
-  EntryData StatedData() const {
-    EntryData data;
-    data.isOpened = true;
-    data.size = package_.entry().size;
-    data.end = EntryData::End::Complete;
-    return data;
   }
 
   void Write(const EntryPrediction& entry, PredictedTree::Node& file) {
