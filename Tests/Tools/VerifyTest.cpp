@@ -742,7 +742,7 @@ TEST_F(ReceiptTest, OfAnotherUpdateIsReadUpToTheTree) {
 }
 
 TEST_F(ReceiptTest, OfANewerFormatIsNotRead) {
-  for (const char* receipt : {R"({"format":2})", R"({"tool":"webresources","format":2,"new":[]})"}) {
+  for (const char* receipt : {R"({"format":2})", R"({"tool":"x","format":2,"new":[]})"}) {
     WriteFile(ReceiptPath(options_.hostRoot), receipt);
     try {
       Status(options_);

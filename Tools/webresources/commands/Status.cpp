@@ -10,15 +10,6 @@ namespace webresources {
 
 namespace {
 
-/// Returns the time of the installation: the time of the receipt, or without a usable receipt, the
-/// time of the directory's last change.
-std::string Since(const HostState& host, const std::string& directory) {
-  if (host.isCompared) {
-    return host.receipt->time;
-  }
-  return TimeText(StatusOf(directory).st_mtime);
-}
-
 std::string NameOfState(const Receipt& receipt) {
   return receipt.isBegun ? "begun" : "installed";
 }
@@ -53,7 +44,10 @@ Report Status(const HostOptions& options) {
   const bool isThere = !installation.directory.empty();
   const std::string directory = installation.installRoot + installation.directory;
   const FileTree tree = isThere ? ReadTree(directory, Checksum::None) : FileTree();
-  const std::string since = isThere ? Since(host, directory) : "";
+  // without a usable receipt, the time of the directory's last change
+  const std::string since = !isThere          ? ""
+                            : host.isCompared ? host.receipt->time
+                                              : TimeText(StatusOf(directory).st_mtime);
   PutOptional(report.details, "directory", isThere ? directory : "");
   report.details["files"] = FilesOf(tree);
   report.details["bytes"] = BytesOf(tree);

@@ -56,7 +56,7 @@ class InstallationFinder {
     if (!installation_.isRootUsable) {
       Add(findings_, kRootBlocked, installation_.installRoot,
           "something other than a directory is there");
-    } else if (installation_.IsEmpty()) {
+    } else if (installation_.names.empty() && IsEmpty(installation_.record)) {
       Add(findings_, kNotInstalled, installation_.installRoot,
           "neither directory nor record is there");
     } else {

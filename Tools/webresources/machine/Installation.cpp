@@ -23,10 +23,6 @@ std::string InstalledDirectory(const Installation& installation) {
 
 }  // namespace
 
-bool Installation::IsEmpty() const {
-  return names.empty() && webresources::IsEmpty(record);
-}
-
 bool Installation::HasDirectory(const std::string& name) const {
   const std::string path = installRoot + name;
   struct stat status = {};

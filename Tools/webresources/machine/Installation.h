@@ -37,9 +37,6 @@ struct Installation {
   /// the final name. Empty if neither exists.
   std::string directory;
 
-  /// Returns whether there is no entry under the root and no value in the record.
-  bool IsEmpty() const;
-
   /// Returns whether `name` is a directory under the root. A link to a directory does not count.
   bool HasDirectory(const std::string& name) const;
 };

@@ -220,14 +220,6 @@ class Parser {
   std::set<std::string> members_[kItemDepth + 1];
 };
 
-}  // namespace
-
-std::string ReceiptPath(const std::string& hostRoot) {
-  return BesideInstallRoot(hostRoot, kFileName);
-}
-
-namespace {
-
 constexpr char kRemedy[] = "remove it, then run webresources install";
 
 InputFile OpenReceipt(const std::string& path) {
@@ -239,6 +231,10 @@ InputFile OpenReceipt(const std::string& path) {
 }
 
 }  // namespace
+
+std::string ReceiptPath(const std::string& hostRoot) {
+  return BesideInstallRoot(hostRoot, kFileName);
+}
 
 std::optional<Receipt> ReadReceipt(const std::string& hostRoot, const std::optional<int>& update,
                                    Findings& findings) {

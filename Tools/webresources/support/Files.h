@@ -93,8 +93,6 @@ void MakeDirectories(const std::string& path);
 /// process may have removed or replaced the file since the opening.
 bool IsAt(int descriptor, const std::string& path);
 
-/// SHA-256 digests of files, and the text of a digest.
-
 /// Returns the digest of the regular file at `path`, links followed, and shows the progress. Throws
 /// Error if the file cannot be read, or if the user stops the command.
 Sha256::Digest DigestOfFile(const std::string& path);

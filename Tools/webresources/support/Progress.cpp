@@ -17,6 +17,18 @@ constexpr std::uint64_t kWidth = 40;
 
 bool isQuiet = false;
 
+volatile std::sig_atomic_t interrupted = 0;  // the number of the signal
+volatile std::sig_atomic_t receiver = 0;     // the process to which signals are also sent, or 0
+
+void Interrupt(int signal) {
+  const int error = errno;
+  interrupted = signal;
+  if (receiver != 0) {
+    kill(receiver, signal);
+  }
+  errno = error;
+}
+
 }  // namespace
 
 Progress::Progress(std::string purpose, std::uint64_t total)
@@ -52,22 +64,6 @@ void Progress::Say(const std::string& line) {
     std::cerr << line << '\n';
   }
 }
-
-namespace {
-
-volatile std::sig_atomic_t interrupted = 0;  // the number of the signal
-volatile std::sig_atomic_t receiver = 0;     // the process to which signals are also sent, or 0
-
-void Interrupt(int signal) {
-  const int error = errno;
-  interrupted = signal;
-  if (receiver != 0) {
-    kill(receiver, signal);
-  }
-  errno = error;
-}
-
-}  // namespace
 
 void CatchInterruptions() {
   for (const int signal : {SIGHUP, SIGINT, SIGTERM}) {
