@@ -10,6 +10,7 @@
 #include "Support.h"
 #include "ZipBuilder.h"
 #include "bundle/ArchiveLayout.h"
+#include "commands/Commands.h"
 #include "machine/Receipt.h"
 #include "prediction/BundleInspection.h"
 #include "prediction/TreeComparison.h"
@@ -82,6 +83,27 @@ TEST(Bounds, DirectoryOfASparsePackageIsReadInChunks) {
     FileTree tree;
     return layout && !layout->isDirectoryWhole && layout->entries.empty() &&
            !InspectBundle(directory / "", {}, &tree).findings.empty();
+  }));
+}
+
+// Before, check of 1,000,000 entries took 552 MB.
+TEST(Bounds, CheckTakesAtMost300BytesOfMemoryForAnEntry) {
+  // A sanitizer keeps 256 MiB of freed memory.
+  constexpr std::size_t kBytes = SANITIZED != 0 ? 10000 : 300;
+  constexpr std::size_t kEntries = 65535;
+  const ScopedDirectory directory;
+  ASSERT_TRUE(InChild([&directory] {  // the memory for the package is not that of the next process
+    std::vector<ZipEntry> entries;
+    for (std::size_t i = 0; i < kEntries; ++i) {
+      entries.emplace_back("f" + std::to_string(1000000 + i), "");
+    }
+    WriteFile(directory / kPackageFileName, Zip(entries));
+    return true;
+  }));
+  EXPECT_TRUE(TakesAtMost(kBytes * kEntries, [&directory] {
+    CheckOptions options;
+    options.path = directory / "";
+    return Check(options).listing.size() == kEntries;
   }));
 }
 
