@@ -9,6 +9,7 @@ import random
 import shutil
 import unittest
 
+from machine import write_tree
 from private_root import INSTALL_ROOT, RECORD, full_version, tree
 from test_install import METADATA, PACKAGE, TEMPORARY, Machine, write_bundle
 
@@ -30,16 +31,6 @@ def random_content(chance):
             content.update({parent: None for parent in parents if parent not in content})
             content[name] = chance.choice([b"", b"one", b"two", b"x" * 5000])
     return content
-
-
-def write_tree(directory, content):
-    for name, data in content.items():
-        path = directory / name
-        if data is None:
-            path.mkdir(parents=True, exist_ok=True)
-        else:
-            path.parent.mkdir(parents=True, exist_ok=True)
-            path.write_bytes(data)
 
 
 def random_value(chance, usual):
