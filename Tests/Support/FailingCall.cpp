@@ -9,6 +9,7 @@
 #include <sys/random.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -140,6 +141,11 @@ int __wrap_statvfs(const char* path, struct statvfs* status) {
   status->f_frsize = 4096;
   status->f_bfree = 10;
   return FailingCall::CurrentError() == FailingCall::kShort ? 0 : -1;
+}
+
+int __real_waitid(idtype_t type, id_t process, siginfo_t* end, int options);
+int __wrap_waitid(idtype_t type, id_t process, siginfo_t* end, int options) {
+  return FailingCall::Strikes("waitid") ? -1 : __real_waitid(type, process, end, options);
 }
 
 int __real_open(const char* path, int flags, ...);

@@ -626,6 +626,11 @@ TEST_F(StepTest, EndIsKnownWhenTheCallerIgnoresIt) {
   std::signal(SIGCHLD, before);
 }
 
+TEST_F(StepTest, EndIsAwaitedEvenIfTheStateCannotBeLearned) {
+  const FailingCall fault("waitid", EIO);
+  EXPECT_EQ(ToldOf("sleep 0.2; exit 3\n"), "it exited with 3");
+}
+
 TEST_F(StepTest, HangUpThatTheCallerIgnoresStaysIgnored) {
   const auto before = std::signal(SIGHUP, SIG_IGN);
   EXPECT_EQ(ToldOf("kill -HUP $$; exit 3\n"), "it exited with 3");

@@ -137,13 +137,10 @@ int EndOf(pid_t process, const std::string& path, std::uint64_t bytes) {
   if (Progress::IsShown()) {
     ShowProgress(path, bytes, [&] { return wait(WNOHANG) != 0 || end.si_pid != 0; });
   }
-  int result = wait(0);
+  wait(0);  // if this fails, waitpid() waits for the end
   PassInterruptionsTo(0);
   int status = 0;
-  if (result == 0) {
-    result = Uninterrupted([&] { return waitpid(process, &status, 0); }) < 0 ? -1 : 0;
-  }
-  if (result != 0) {
+  if (Uninterrupted([&] { return waitpid(process, &status, 0); }) < 0) {
     throw Error::FromErrno("learn the end of", path);
   }
   return status;
