@@ -27,7 +27,7 @@ ERRORS = ("EIO", "ENOSPC", "EACCES", "EMFILE", "EINTR", "ENOMEM")
 STATUS = {"fstat", "newfstatat"}
 TRANSFERS = {"read", "write", "pread64", "getrandom"}
 # Calls that are not made to fail: the end of the process, a wake-up without a waiter, and abort().
-INFALLIBLE = {"exit_group", "futex", "gettid", "getpid", "tgkill", "umask"}
+INFALLIBLE = {"exit_group", "futex", "geteuid", "getpid", "gettid", "tgkill", "umask"}
 # The number of these calls depends on the addresses that the kernel draws.
 OF_THE_HEAP = {"brk", "mmap", "munmap", "mremap", "madvise", "mprotect"}
 # A failure may end the run: calls that allocate memory, and calls that read the metadata.
