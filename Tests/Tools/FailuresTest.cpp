@@ -27,6 +27,7 @@
 #include "bundle/Metadata.h"
 #include "commands/Commands.h"
 #include "machine/InstallLock.h"
+#include "machine/InstallPlan.h"
 #include "machine/Installation.h"
 #include "machine/InstallerProcess.h"
 #include "machine/Receipt.h"
@@ -286,6 +287,25 @@ TEST_F(FailingCheckTest, ExtractionThatDiffersFromThePredictionIsADefect) {
   EXPECT_EQ(report.details["proof"]["agrees"], false);
   EXPECT_EQ(report.details["proof"]["differences"][0]["path"], "a");
   EXPECT_EQ(TreeOf(directory_ / "tmp"), Tree());
+}
+
+TEST_F(FailingCheckTest, FileThatIsReplacedBetweenTwoReadingsIsReported) {
+  const auto assertReported = [this](const char* call, const std::function<void()>& read) {
+    for (const char* name : {"OrloWebResources.zip", "metadata.txt"}) {
+      const FailingCall fault(call, [&] {  // replaces the file by an equal file
+        std::filesystem::copy_file(directory_ / name, directory_ / "copy");
+        std::filesystem::rename(directory_ / "copy", directory_ / name);
+      });
+      EXPECT_EQ(Complaint(read), "cannot read " + (directory_ / name) +
+                                     ": it changed while it was read; run the command again");
+    }
+  };
+  options_.prove = false;
+  assertReported("open", [&] { Check(options_); });  // the layout
+  assertReported("read", [&] { Check(options_); });  // the digest
+  assertReported("read", [&] { Info(options_.path); });
+  assertReported("open", [&] { Diff(options_.path, options_.path, options_.limits); });
+  assertReported("read", [&] { ReadBundle(options_.path, std::nullopt, options_.limits); });
 }
 
 TEST_F(FailingCheckTest, ScratchDirectoryThatCannotBeMadeIsReported) {

@@ -4,6 +4,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <sstream>
 #include <system_error>
 
 #include "InstallerConstants.h"
@@ -12,6 +14,33 @@
 #include "support/Files.h"
 
 namespace webresources {
+
+namespace {
+
+/// Returns a text that changes when the file at `path` changes or is replaced. Empty if there is no
+/// file.
+std::string VersionOf(const std::string& path) {
+  struct stat status = {};
+  if (stat(path.c_str(), &status) != 0) {
+    return "";
+  }
+  std::error_code error;
+  const auto written = std::filesystem::last_write_time(path, error).time_since_epoch();
+  std::ostringstream version;
+  version << status.st_dev << ' ' << status.st_ino << ' ' << status.st_size << ' '
+          << status.st_ctime << ' ' << written.count();
+  return version.str();
+}
+
+}  // namespace
+
+void BundleFiles::RequireUnchanged() const {
+  for (const auto& [path, version] : versions) {
+    if (VersionOf(path) != version) {
+      throw Error("read", path, "it changed while it was read", "run the command again");
+    }
+  }
+}
 
 BundleFiles FindBundleFiles(std::string path) {
   while (path.length() > 1 && path.back() == '/') {
@@ -33,7 +62,10 @@ BundleFiles FindBundleFiles(std::string path) {
   if (access(path.c_str(), R_OK | X_OK) != 0) {
     throw Error::FromErrno("read", path);
   }
-  return {path, path + "/" + kPackageFileName, path + "/" + kMetadataFileName, program};
+  const std::string package = path + "/" + kPackageFileName;
+  const std::string metadata = path + "/" + kMetadataFileName;
+  return {path, package, metadata, program,
+          {{package, VersionOf(package)}, {metadata, VersionOf(metadata)}}};
 }
 
 void RequireBundle(const std::string& path) {

@@ -1,6 +1,7 @@
 #ifndef TOOLS_WEBRESOURCES_BUNDLE_BUNDLEFILES_H_
 #define TOOLS_WEBRESOURCES_BUNDLE_BUNDLEFILES_H_
 
+#include <map>
 #include <optional>
 #include <string>
 
@@ -10,11 +11,16 @@ namespace webresources {
 
 /// The paths of the two files that the installer reads in a bundle.
 struct BundleFiles {
+  /// Throws Error if the package or the metadata has been changed or replaced since
+  /// FindBundleFiles(): several readings may then have read different files.
+  void RequireUnchanged() const;
+
   std::string directory;  ///< The Resources directory, without a trailing "/".
   std::string package;    ///< The path of the package.
   std::string metadata;   ///< The path of the metadata.
   /// The path of the installer. Absent if the given path is a Contents or Resources directory.
   std::optional<std::string> program;
+  std::map<std::string, std::string> versions;  ///< The versions of both files, to be compared.
 };
 
 /// Returns the files of the bundle at `path`, which may also be the Contents directory or the

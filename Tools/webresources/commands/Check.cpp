@@ -220,6 +220,7 @@ Report Check(const CheckOptions& options) {
   Report report("check");
   PutName(report.details, "resources", bundle.files.directory);
   ReportDigest(bundle.files.package, report);
+  bundle.files.RequireUnchanged();
   report.findings = std::move(bundle.findings);
   report.SetStatus();
   if (bundle.isRead) {

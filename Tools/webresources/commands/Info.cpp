@@ -18,6 +18,7 @@ Report Info(const std::string& path) {
   const std::string sha256 = DigestText(DigestOfFile(bundle.package));
   PackageReader package(bundle.package);
   const FileTree tree = TreeOf(PredictOutline(package));
+  bundle.RequireUnchanged();
 
   Report report("info");
   const Json values = ToJson(metadata);

@@ -72,6 +72,7 @@ ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>&
     bundle.isRead = inspection.isRead;
     bundle.errors = ErrorsOf(inspection.findings);
   }
+  bundle.files.RequireUnchanged();
   return bundle;
 }
 

@@ -20,6 +20,7 @@ BundleInspection InspectBundle(const std::string& path, const Limits& limits,
   }
   Append(bundle.findings, bundle.metadata.findings);
   Append(bundle.findings, FindInProgram(bundle.files));
+  bundle.files.RequireUnchanged();
   return bundle;
 }
 
