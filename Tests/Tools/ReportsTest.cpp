@@ -534,11 +534,11 @@ TEST_F(ReportsTest, TrialExtractionWithoutEnoughFreeSpaceIsNotStarted) {
   try {
     Check(options);
   } catch (const Error& error) {
-    reason = error.reason();
+    reason = error.reason() + "; " + error.remedy();
   }
   EXPECT_TRUE(
       std::regex_match(reason, std::regex("up to [0-9]{14,} bytes are needed and [0-9]+ are "
-                                          "free: set TMPDIR to a larger volume")))
+                                          "free; set TMPDIR to a larger volume")))
       << reason;
 }
 

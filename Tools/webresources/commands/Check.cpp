@@ -143,7 +143,8 @@ void RequireSpace(std::uint64_t bytes, std::uint64_t files, const std::string& p
     if (needed > left) {
       throw Error("extract to", path,
                   "up to " + std::to_string(needed) + unit + " are needed and " +
-                      std::to_string(left) + " are free: set TMPDIR to a larger volume");
+                      std::to_string(left) + " are free",
+                  "set TMPDIR to a larger volume");
     }
   };
   require(bytes, free.bytes, " bytes");

@@ -38,9 +38,8 @@ void CopyFile(const std::string& from, const std::string& to, mode_t mode, std::
   ForEachChunk(input.descriptor(), from, [&](const char* bytes, std::size_t count) {
     size += count;
     if (size > most) {
-      throw Error("copy", from,
-                  "it has more than " + std::to_string(most) +
-                      " bytes: raise --max-size if it is meant to be so large");
+      throw Error("copy", from, "it has more than " + std::to_string(most) + " bytes",
+                  "raise --max-size if it is meant to be so large");
     }
     if (std::all_of(bytes, bytes + count, [](char byte) { return byte == 0; })) {
       lseek(*output, static_cast<off_t>(count), SEEK_CUR);
