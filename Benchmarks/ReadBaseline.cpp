@@ -1,6 +1,6 @@
-// The baseline of an extraction: reads and inflates every entry of an archive as the installer does.
-// Writes nothing, so that no extraction by the same library can be faster. With FILE, appends the
-// content of every entry to FILE.
+// The baseline of an extraction: reads and inflates every entry of an archive as the installer
+// does. Writes nothing, so that no extraction by the same library can be faster. With FILE, appends
+// the content of every entry to FILE.
 //
 //     ReadBaseline ARCHIVE [FILE]
 

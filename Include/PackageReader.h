@@ -64,7 +64,7 @@ struct EntryData {
 /// names and one buffer for data. No operation throws. Not thread-safe.
 class PackageReader {
  public:
-  static constexpr std::size_t kNameSize = 512;      ///< In bytes, with the terminating zero.
+  static constexpr std::size_t kNameSize = 512;    ///< In bytes, with the terminating zero.
   static constexpr std::size_t kChunkSize = 8192;  ///< In bytes.
 
   /// Opens the archive at `path`. An interrupted open counts as a failure and is not repeated.

@@ -1,7 +1,8 @@
 #ifndef TESTS_DOUBLES_DARWIN_DURABILITY_H_
 #define TESTS_DOUBLES_DARWIN_DURABILITY_H_
 
-// The calls of a Mac by which Platform/apple/Durability.cpp syncs, for a compiler of another system.
+// The calls of a Mac by which Platform/apple/Durability.cpp syncs, for a compiler of another
+// system.
 
 #define F_FULLFSYNC 51
 #define SYNC_VOLUME_FULLSYNC 1

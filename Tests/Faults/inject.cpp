@@ -49,17 +49,37 @@ std::string NameOf(unsigned long long call) {
 #define CALL(name) \
   { SYS_##name, #name }
   static const std::map<unsigned long long, std::string> names{
-      CALL(access), CALL(brk), CALL(chmod), CALL(clock_nanosleep), CALL(clone), CALL(close),
-      CALL(dup), CALL(dup2), CALL(exit_group), CALL(faccessat), CALL(fchmod), CALL(fcntl),
-      CALL(fdatasync), CALL(flock), CALL(fstat), CALL(fsync), CALL(ftruncate), CALL(futex),
-      CALL(getcwd), CALL(getdents64), CALL(geteuid), CALL(getpid), CALL(getrandom), CALL(gettid),
-      CALL(ioctl), CALL(link), CALL(lseek), CALL(lstat), CALL(madvise), CALL(mkdir), CALL(mkdirat),
-      CALL(mmap), CALL(mprotect), CALL(mremap), CALL(munmap), CALL(newfstatat), CALL(open),
-      CALL(openat), CALL(pipe), CALL(pipe2), CALL(pread64), CALL(pwrite64), CALL(read),
-      CALL(readlink), CALL(rename), CALL(renameat), CALL(renameat2), CALL(rmdir),
-      CALL(rt_sigaction), CALL(rt_sigprocmask), CALL(stat), CALL(statfs), CALL(syncfs),
-      CALL(tgkill), CALL(umask), CALL(unlink), CALL(unlinkat), CALL(wait4), CALL(waitid),
-      CALL(write), CALL(writev)};
+      CALL(access),       CALL(brk),
+      CALL(chmod),        CALL(clock_nanosleep),
+      CALL(clone),        CALL(close),
+      CALL(dup),          CALL(dup2),
+      CALL(exit_group),   CALL(faccessat),
+      CALL(fchmod),       CALL(fcntl),
+      CALL(fdatasync),    CALL(flock),
+      CALL(fstat),        CALL(fsync),
+      CALL(ftruncate),    CALL(futex),
+      CALL(getcwd),       CALL(getdents64),
+      CALL(geteuid),      CALL(getpid),
+      CALL(getrandom),    CALL(gettid),
+      CALL(ioctl),        CALL(link),
+      CALL(lseek),        CALL(lstat),
+      CALL(madvise),      CALL(mkdir),
+      CALL(mkdirat),      CALL(mmap),
+      CALL(mprotect),     CALL(mremap),
+      CALL(munmap),       CALL(newfstatat),
+      CALL(open),         CALL(openat),
+      CALL(pipe),         CALL(pipe2),
+      CALL(pread64),      CALL(pwrite64),
+      CALL(read),         CALL(readlink),
+      CALL(rename),       CALL(renameat),
+      CALL(renameat2),    CALL(rmdir),
+      CALL(rt_sigaction), CALL(rt_sigprocmask),
+      CALL(stat),         CALL(statfs),
+      CALL(syncfs),       CALL(tgkill),
+      CALL(umask),        CALL(unlink),
+      CALL(unlinkat),     CALL(wait4),
+      CALL(waitid),       CALL(write),
+      CALL(writev)};
 #undef CALL
   const auto found = names.find(call);
   return found != names.end() ? found->second : std::to_string(call);

@@ -19,9 +19,9 @@ namespace {
 
 struct Store {
   std::map<std::string, std::variant<int, std::string>> values;
-  std::string steps;     ///< the calls without reads
-  bool flushes = true;   ///< Whether a flush succeeds.
-  bool other = false;  ///< Whether a caller used a domain with another name.
+  std::string steps;    ///< the calls without reads
+  bool flushes = true;  ///< Whether a flush succeeds.
+  bool other = false;   ///< Whether a caller used a domain with another name.
 };
 
 Store store;

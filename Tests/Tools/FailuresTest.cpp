@@ -363,7 +363,8 @@ TEST_F(FailuresTest, FileThatCannotBeReplacedStaysWithoutLeftovers) {
     EXPECT_COMPLAINT(ComplaintWithout(function, [&] { Replace(file_); }));
     EXPECT_EQ(Files(), before_) << function;
   }
-  EXPECT_COMPLAINT(ComplaintWithout("fsync", [&] { Replace(file_); }, 2));  // of the directory
+  EXPECT_COMPLAINT(ComplaintWithout(
+      "fsync", [&] { Replace(file_); }, 2));  // of the directory
   EXPECT_EQ(Files(), before_);
 }
 
@@ -544,7 +545,7 @@ TEST_F(FailingLockTest, LockRemovedMeanwhileIsMadeAgain) {
 
 TEST_F(FailingLockTest, DirectoriesThatAnotherInstallationMakesMeanwhileAreNoFailure) {
   const FailingCall fault("mkdir",
-                              [this] { std::filesystem::create_directories(ParentOf(path_)); });
+                          [this] { std::filesystem::create_directories(ParentOf(path_)); });
   EXPECT_EQ(TryToLock(), "");
 }
 

@@ -1,5 +1,5 @@
-// As much of XML property lists as the tests and the other back end write. Characters that XML cannot hold are stored as
-// references, which only this reader understands.
+// As much of XML property lists as the tests and the other back end write. Characters that XML
+// cannot hold are stored as references, which only this reader understands.
 
 #include <algorithm>
 #include <array>

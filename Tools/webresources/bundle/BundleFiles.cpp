@@ -64,7 +64,10 @@ BundleFiles FindBundleFiles(std::string path) {
   }
   const std::string package = path + "/" + kPackageFileName;
   const std::string metadata = path + "/" + kMetadataFileName;
-  return {path, package, metadata, program,
+  return {path,
+          package,
+          metadata,
+          program,
           {{package, VersionOf(package)}, {metadata, VersionOf(metadata)}}};
 }
 

@@ -100,7 +100,7 @@ class MetadataFinder {
     if (object.getType() != QDOObject::Map) {
       AddHere(words.count > 1 ? kMetadataBlank : kMetadataNotObject,
               IsDirectory(path_) ? "it is a directory"
-              : word.empty() ? "it holds no word"
+              : word.empty()     ? "it holds no word"
                              : "the installer reads its last word, which is no object: " + word);
       return;
     }

@@ -94,10 +94,10 @@ Totals WritePackage(const SourceTree& tree, const AtomicFile& package, std::int6
   }
   Sha256 hash;
   ForEachChunk(package.descriptor(), package.temporary(),
-                 [&](const char* bytes, std::size_t length) {
-                   hash.Update(bytes, length);
-                   totals.packedBytes += length;
-                 });
+               [&](const char* bytes, std::size_t length) {
+                 hash.Update(bytes, length);
+                 totals.packedBytes += length;
+               });
   totals.sha256 = DigestText(hash.Finish());
   return totals;
 }

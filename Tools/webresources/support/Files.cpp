@@ -131,7 +131,7 @@ std::unique_ptr<std::FILE, int (*)(std::FILE*)> InputFile::TakeStream() {
 }
 
 void ForEachChunk(int file, const std::string& path,
-                    const std::function<void(const char* bytes, std::size_t length)>& take) {
+                  const std::function<void(const char* bytes, std::size_t length)>& take) {
   lseek(file, 0, SEEK_SET);
   char chunk[1U << 16U];
   ssize_t count = 0;

@@ -80,7 +80,7 @@ class InputFile {
 /// `path` names the file in errors. Throws Error if the file cannot be read, or if the user stops
 /// the command; see CatchInterruptions().
 void ForEachChunk(int file, const std::string& path,
-                    const std::function<void(const char* bytes, std::size_t length)>& take);
+                  const std::function<void(const char* bytes, std::size_t length)>& take);
 
 /// Returns `path` as an absolute path without links. Throws Error if `path` does not exist.
 std::string RealPath(const std::string& path);
