@@ -24,17 +24,22 @@
 #include "TrialStart.h"
 #include "ZipBuilder.h"
 #include "bundle/ArchiveLayout.h"
+#include "bundle/BundleFiles.h"
 #include "bundle/Metadata.h"
 #include "commands/Commands.h"
+#include "machine/Access.h"
 #include "machine/InstallLock.h"
 #include "machine/InstallPlan.h"
 #include "machine/Installation.h"
 #include "machine/InstallerProcess.h"
+#include "machine/PrivateCopy.h"
 #include "machine/Receipt.h"
 #include "packing/ArchiveWriter.h"
 #include "packing/SourceTree.h"
 #include "prediction/FileTree.h"
+#include "prediction/PackageFindings.h"
 #include "prediction/Prediction.h"
+#include "report/Rules.h"
 #include "support/AtomicFile.h"
 #include "support/Error.h"
 #include "support/Files.h"
@@ -199,6 +204,8 @@ TEST_F(FailuresTest, FileThatCannotBeReadToItsEndIsReported) {
   EXPECT_COMPLAINT(ComplaintWithout(
       "read", [&] { DigestOfFile(file_); }, 2));
   EXPECT_COMPLAINT(ComplaintWithout("fstat", [&] { DigestOfFile(file_); }));
+  InputFile file(file_, Links::Refuse);
+  EXPECT_COMPLAINT(ComplaintWithout("fdopen", [&] { file.TakeStream(); }));
 }
 
 TEST_F(FailuresTest, PackageWhoseLayoutCannotBeReadIsReported) {
@@ -289,6 +296,24 @@ TEST_F(FailingCheckTest, ExtractionThatDiffersFromThePredictionIsADefect) {
   EXPECT_EQ(TreeOf(directory_ / "tmp"), Tree());
 }
 
+TEST_F(FailingCheckTest, BundleThatMayNotBeReadIsReported) {
+  for (const int first : {1, 2}) {  // the bundle, and the Resources directory
+    EXPECT_COMPLAINT(ComplaintWithout(
+        "access", [&] { FindBundleFiles(options_.path); }, first));
+  }
+}
+
+TEST_F(FailingCheckTest, PackageWithTooManyDirectoriesIsNotRead) {
+  PackageExtent extent;
+  extent.directories = options_.limits.maxDirectories;
+  const std::string package = directory_ / "OrloWebResources.zip";
+  EXPECT_TRUE(FindOutOfBounds(package, extent, options_.limits).empty());
+  ++extent.directories;
+  const Findings findings = FindOutOfBounds(package, extent, options_.limits);
+  ASSERT_EQ(findings.size(), 1U);
+  EXPECT_EQ(findings[0].rule, &kTooManyDirectories);
+}
+
 TEST_F(FailingCheckTest, FileThatIsReplacedBetweenTwoReadingsIsReported) {
   const auto assertReported = [this](const char* call, const std::function<void()>& read) {
     for (const char* name : {"OrloWebResources.zip", "metadata.txt"}) {
@@ -365,6 +390,13 @@ TEST_F(FailuresTest, FileThatCannotBeReplacedStaysWithoutLeftovers) {
   }
   EXPECT_COMPLAINT(ComplaintWithout(
       "fsync", [&] { Replace(file_); }, 2));  // of the directory
+  EXPECT_EQ(Files(), before_);
+}
+
+TEST_F(FailuresTest, FileWhoseTemporaryFileIsGoneIsNotReplaced) {
+  AtomicFile file(file_);
+  std::filesystem::remove(file.temporary());
+  EXPECT_NE(Complaint([&] { file.Commit(); }).find("another process has moved"), std::string::npos);
   EXPECT_EQ(Files(), before_);
 }
 
@@ -528,6 +560,40 @@ TEST_F(FailingLockTest, LockThatCannotBeMadeIsReported) {
         function, [&] { InstallLock lock(directory_ / "", std::chrono::milliseconds(0)); }));
   }
   EXPECT_EQ(TryToLock(), "");
+}
+
+TEST_F(FailingLockTest, LockThatCannotBeExaminedIsReported) {
+  EXPECT_EQ(TryToLock(), "");
+  chmod(path_.c_str(), 0644);
+  for (const char* function : {"fstat", "fchmod"}) {
+    EXPECT_COMPLAINT(ComplaintWithout(
+        function, [&] { InstallLock lock(directory_ / "", std::chrono::milliseconds(0)); }));
+  }
+  const InstallLock lock(directory_ / "", std::chrono::milliseconds(0));
+  EXPECT_COMPLAINT(ComplaintWithout("unlink", [&] { lock.RemoveFile(); }));
+  EXPECT_TRUE(IsThere(path_));
+}
+
+TEST_F(FailingLockTest, HostWithoutAReadableDirectoryIsReported) {
+  EXPECT_COMPLAINT(ComplaintWithout("stat", [&] { FindInAccess(directory_ / "", Places::Host); }));
+  EXPECT_EQ(TryToLock(), "");
+  EXPECT_NE(Complaint([this] { RequireHost(path_); }).find("it is not a directory"),
+            std::string::npos);
+}
+
+TEST_F(FailingLockTest, BundleThatCannotBeCopiedLeavesNoCopy) {
+  const std::string bundle = directory_ / "X.app";
+  std::filesystem::create_directories(bundle + "/Contents/Resources");
+  WriteFile(bundle + "/Contents/Resources/metadata.txt", "{}");
+  const auto copy = [&] { PrivateCopy(directory_ / "", bundle, Limits()); };
+  EXPECT_NE(Complaint(copy).find("No such file"), std::string::npos);  // there is no directory yet
+  EXPECT_EQ(TryToLock(), "");
+  for (const char* function : {"mkdir", "open", "write", "ftruncate"}) {
+    const FailingCall fault(function, EIO, 1, 1);
+    EXPECT_COMPLAINT(Complaint(copy)) << function;
+    EXPECT_TRUE(TemporaryEntries(directory_ / "").empty()) << function;
+  }
+  EXPECT_EQ(Complaint(copy), "");
 }
 
 TEST_F(FailingLockTest, InterruptedLockIsTriedAgain) {
