@@ -50,7 +50,7 @@ inline constexpr RecordField kFullVersionField = {"tFullVersion", "fullVersion",
 inline constexpr RecordField kRandomField = {"irandom", "random", "random identifier",
                                              &WebRegInfo::random, &InstallRecord::random};
 
-/// All values of the record. Every reader and writer of all values uses this table.
+/// All values of the record, in the order of reports.
 inline constexpr RecordField kRecordFields[] = {kInstallPathField, kUpdateIdField,
                                                 kFullVersionField, kRandomField};
 

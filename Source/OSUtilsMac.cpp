@@ -199,10 +199,14 @@ State Capture(const PreferencesDomain::Value& value, std::string& text) {
   return StateOf(value, isUsable);
 }
 
+/// The values in the order of OldInfo(), on purpose.
+constexpr const RecordField* kCaptured[] = {&kRandomField, &kUpdateIdField, &kInstallPathField,
+                                            &kFullVersionField};
+
 std::vector<std::string> RecordKeys() {
   std::vector<std::string> keys;
-  for (const RecordField& field : kRecordFields) {
-    keys.emplace_back(field.key);
+  for (const RecordField* field : kCaptured) {
+    keys.emplace_back(field->key);
   }
   return keys;
 }
@@ -212,9 +216,9 @@ bool Capture(const PreferencesDomain& domain, InstallRecord& record) {
   std::vector<PreferencesDomain::Value> values;
   const bool isRead = domain.Read(RecordKeys(), &values);
   auto value = values.cbegin();
-  for (const RecordField& field : kRecordFields) {
-    record.*field.state = std::visit(
-        [&](auto member) { return Capture(*value, record.values.*member); }, field.value);
+  for (const RecordField* field : kCaptured) {
+    record.*field->state = std::visit(
+        [&](auto member) { return Capture(*value, record.values.*member); }, field->value);
     ++value;
   }
   return isRead;
@@ -247,9 +251,9 @@ bool OSUtils::RegisterRandom() {
 }
 
 bool OSUtils::isRandomPresent() {
-  InstallRecord record;
-  Capture(Record(), record);
-  return record.random != State::Absent;
+  std::vector<PreferencesDomain::Value> values;
+  Record().Read({kRandomField.key}, &values);
+  return values.front().isPresent;
 }
 
 void OSUtils::OldInfo(WebRegInfo* info) {

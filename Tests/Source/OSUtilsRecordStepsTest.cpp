@@ -19,7 +19,7 @@ namespace {
 
 struct Store {
   std::map<std::string, std::variant<int, std::string>> values;
-  std::string steps;    ///< the calls without reads
+  std::string steps;
   bool flushes = true;  ///< Whether a flush succeeds.
   bool other = false;   ///< Whether a caller used a domain with another name.
 };
@@ -85,6 +85,7 @@ bool PreferencesDomain::Read(const std::vector<std::string>& keys,
                              std::vector<Value>* values) const {
   values->clear();
   for (const std::string& key : keys) {
+    store.steps += "?" + key + " ";
     Value& value = values->emplace_back();
     value.isPresent = store.values.count(key) != 0;
     if (const int* number = Find<int>(key)) {
@@ -189,12 +190,14 @@ TEST_F(RecordSteps, ClearingADomainWithoutKeysIsFalseWithoutAFlush) {
   EXPECT_EQ(store.steps, "");
 }
 
-TEST_F(RecordSteps, ReadingChangesNothing) {
+TEST_F(RecordSteps, ReadingReadsEachValueOnceInOrderAndChangesNothing) {
   store.values = {{"irandom", 1}, {"tFullVersion", "x"}};
   WebRegInfo info;
   OSUtils::OldInfo(&info);
+  EXPECT_EQ(store.steps, "?irandom ?iUpdateId ?tWebResourceInstallPath ?tFullVersion ");
+  store.steps.clear();
   OSUtils::isRandomPresent();
-  EXPECT_EQ(store.steps, "");
+  EXPECT_EQ(store.steps, "?irandom ");
 }
 
 TEST_F(RecordSteps, VersionIsTheReleaseAndTheNumber) {
