@@ -60,26 +60,27 @@ TEST(Trees, AttributesAreComparedWhereBothAreKnown) {
   FileItem expected = File("a", "x");
   FileItem actual = expected;
   actual.mode = 0600;
+  EXPECT_EQ(Text(Compare({expected}, {actual}, 0)), "");
   actual.owner = 1;
   EXPECT_EQ(Text(Compare({expected}, {actual})), "");
+  EXPECT_EQ(Text(Compare({expected}, {actual}, 1)), "");
   expected.mode = 0644;
-  expected.owner = 0;
-  EXPECT_EQ(Text(Compare({expected}, {actual})), "4a 5a ");
-  EXPECT_EQ(Text(OfContent(Compare({expected}, {actual}))), "");
+  EXPECT_EQ(Text(Compare({expected}, {actual}, 0)), "4a 5a ");
+  EXPECT_EQ(Text(OfContent(Compare({expected}, {actual}, 0))), "");
 }
 
 TEST(Trees, DifferencesNameTheDefect) {
   FileItem ours = File("i", "x");
   FileItem strangers = ours;
   ours.mode = 0644;
-  ours.owner = 0;
   strangers.mode = 04755;
   strangers.owner = 1;
   std::string said;
   for (const Difference& difference :
        Compare({Directory("a"), File("b", ""), File("d", ""), File("e", "1"), File("f", "1"), ours},
                {File("a", ""), Directory("b"), File("c", ""), File("e", "22"), File("f", "2"),
-                strangers})) {
+                strangers},
+               0)) {
     said += difference.path + " " + difference.reason + "\n";
   }
   EXPECT_EQ(said,

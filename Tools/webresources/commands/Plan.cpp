@@ -18,10 +18,9 @@ namespace {
 using Outcome = InstallPlan::Outcome;
 
 FileTree InstalledTree(const Installation& installation, const FileTree& expected) {
-  return installation.directory.empty()
-             ? FileTree()
-             : ReadTree(installation.installRoot + installation.directory, Checksum::Sha256,
-                        &expected);
+  return installation.directory ? ReadTree(installation.installRoot + *installation.directory,
+                                           Checksum::Sha256, &expected)
+                                : FileTree();
 }
 
 /// Returns the entries beside the installed directory.

@@ -25,7 +25,7 @@ std::string Soundness(const HostState& host) {
     return "no: " + first.subject + ": " + first.reason;
   }
   if (!host.isCompared) {
-    return "yes, but only the record was compared: there is no receipt";
+    return "yes, but only the record was compared: no receipt tells the content";
   }
   return "yes, compared with the receipt";
 }
@@ -41,8 +41,8 @@ Report Status(const HostOptions& options) {
   Advise(options, report);
   report.SetStatus();
   ReportInstallation(installation, report);
-  const bool isThere = !installation.directory.empty();
-  const std::string directory = installation.installRoot + installation.directory;
+  const bool isThere = installation.directory.has_value();
+  const std::string directory = installation.installRoot + installation.directory.value_or("");
   const FileTree tree = isThere ? ReadTree(directory, Checksum::None) : FileTree();
   // without a usable receipt, the time of the directory's last change
   const std::string since = !isThere          ? ""

@@ -31,23 +31,24 @@ std::string CommandLineOf(const HostOptions& options) {
   const std::string sudo = geteuid() == 0 ? "" : "sudo ";
   const std::string bundle = options.bundle ? Absolute(*options.bundle) : "";
   const std::string word = options.bundle ? ShellQuoted(bundle) : "BUNDLE";
-  const std::string root = options.hostRoot.empty() ? "" : Absolute(options.hostRoot);
-  const std::string unlock = InstallLock::IsRefusedForRoot(root)
-                                 ? sudo + "rm " + ShellQuoted(InstallLock::PathOf(root)) + " && "
-                                 : "";
-  if (root.empty()) {
+  const std::string hostRoot = options.hostRoot.empty() ? "" : Absolute(options.hostRoot);
+  const std::string unlock =
+      InstallLock::IsRefusedForRoot(hostRoot)
+          ? sudo + "rm " + ShellQuoted(InstallLock::PathOf(hostRoot)) + " && "
+          : "";
+  if (hostRoot.empty()) {
     return unlock + sudo + InstallOf(word, options);
   }
-  const std::string chroot = unlock + sudo + "chroot " + ShellQuoted(root) + " ";
+  const std::string chroot = unlock + sudo + "chroot " + ShellQuoted(hostRoot) + " ";
   if (!options.bundle) {
     return chroot + InstallOf(word, options);
   }
-  if (bundle.rfind(root + "/", 0) == 0) {
-    return chroot + InstallOf(ShellQuoted(bundle.substr(root.length())), options);
+  if (bundle.rfind(hostRoot + "/", 0) == 0) {
+    return chroot + InstallOf(ShellQuoted(bundle.substr(hostRoot.length())), options);
   }
   const std::string copied = "/" + LastOf(bundle);
-  return sudo + "cp -R " + ShellQuoted(bundle + "/.") + " " + ShellQuoted(root + copied) + " && " +
-         chroot + InstallOf(ShellQuoted(copied), options);
+  return sudo + "cp -R " + ShellQuoted(bundle + "/.") + " " + ShellQuoted(hostRoot + copied) +
+         " && " + chroot + InstallOf(ShellQuoted(copied), options);
 }
 
 bool IsRepairedByInstall(const Finding& finding) {

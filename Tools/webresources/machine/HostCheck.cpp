@@ -8,6 +8,7 @@
 #include "prediction/TreeComparison.h"
 #include "report/Rules.h"
 #include "support/Error.h"
+#include "support/Progress.h"
 #include "support/Text.h"
 
 namespace webresources {
@@ -38,7 +39,7 @@ const Rule* const kRules[] = {&kFileMissing, &kFileExtra,   &kFileType,
 FileTree Normalized(FileTree tree, unsigned int owner) {
   for (FileItem& item : tree) {
     if (item.type == FileItem::Type::Directory) {
-      *item.mode &= ~static_cast<unsigned int>(S_ISGID);
+      item.mode = static_cast<std::uint16_t>(*item.mode & ~S_ISGID);
     }
     if (IsTrustedOwner(*item.owner, owner)) {
       item.owner = owner;
@@ -77,14 +78,14 @@ class InstallationFinder {
     if (recorded.empty()) {
       AddMissing(findings_, kInstallPathField, installation_.record);
     } else if (installation_.directory != recorded &&
-               (!installation_.directory.empty() || !IsBareName(recorded))) {
+               (installation_.directory || !IsBareName(recorded))) {
       Add(findings_, kRecordDirectory, kInstallPathField.label,
           "there is no directory " + recorded);
     } else if (installation_.directory == recorded && recorded != kFinalName) {
       Add(findings_, kRecordDiffers, kInstallPathField.label,
           "it is " + recorded + " instead of " + kFinalName);
     }
-    if (installation_.directory.empty()) {
+    if (!installation_.directory) {
       Add(findings_, kNotInstalled, installation_.installRoot + kFinalName,
           "there is no such directory");
     }
@@ -95,21 +96,19 @@ class InstallationFinder {
   static bool IsFinders(const std::string& path) { return LastOf(path) == ".DS_Store"; }
 
   void FindInTree() {
-    if (expected_.tree == nullptr || installation_.directory.empty()) {
+    if (expected_.tree == nullptr || !installation_.directory) {
       return;
     }
-    FileTree tree = *expected_.tree;
     const unsigned int owner = OwnerOf(installation_.hostRoot);
-    for (FileItem& item : tree) {
-      item.owner = owner;
-    }
-    const std::string directory = installation_.installRoot + installation_.directory;
-    const FileTree actual = Normalized(ReadTree(directory, Checksum::Sha256, &tree), owner);
-    for (const Difference& difference : Topmost(Compare(tree, actual))) {
+    const std::string& name = *installation_.directory;
+    const std::string directory = installation_.installRoot + name;
+    const FileTree actual =
+        Normalized(ReadTree(directory, Checksum::Sha256, expected_.tree), owner);
+    for (const Difference& difference : Topmost(Compare(*expected_.tree, actual, owner))) {
       const bool isFinders = difference.kind == Kind::Extra && IsFinders(difference.path);
       if (!isFinders && (difference.kind < Kind::Mode || !expected_.ignoresModes)) {
-        Add(findings_, *kRules[static_cast<int>(difference.kind)],
-            installation_.directory + "/" + difference.path, difference.reason);
+        Add(findings_, *kRules[static_cast<int>(difference.kind)], name + "/" + difference.path,
+            difference.reason);
       }
     }
     if (!expected_.ignoresModes) {
@@ -119,8 +118,9 @@ class InstallationFinder {
 
   void FindInLists(const std::string& directory, const FileTree& tree) {
     for (const FileItem& item : tree) {
+      ThrowIfInterrupted("read", directory + "/" + item.path);
       if (LetsOthersWrite(directory + "/" + item.path)) {
-        Add(findings_, kModeDiffers, installation_.directory + "/" + item.path, kListReason);
+        Add(findings_, kModeDiffers, *installation_.directory + "/" + item.path, kListReason);
       }
     }
   }
@@ -161,8 +161,9 @@ HostState ReadHost(const std::string& hostRoot) {
 }
 
 void CompareWithReceipt(HostState& host, bool ignoresModes) {
-  host.isCompared =
-      host.receipt && FindInReceipt(*host.receipt, host.installation, host.receiptFindings);
+  host.isCompared = host.receipt &&
+                    FindInReceipt(*host.receipt, host.installation, host.receiptFindings) &&
+                    !host.receipt->tree.empty();
   host.findings = FindInInstallation(
       host.installation, {host.isCompared ? &host.receipt->tree : nullptr, nullptr, ignoresModes});
   if (!ignoresModes) {

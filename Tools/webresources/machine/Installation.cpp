@@ -13,12 +13,13 @@ namespace webresources {
 
 namespace {
 
-std::string InstalledDirectory(const Installation& installation) {
+std::optional<std::string> InstalledDirectory(const Installation& installation) {
   const std::string& recorded = installation.record.values.installPath;
   if (!recorded.empty() && IsBareName(recorded) && installation.HasDirectory(recorded)) {
     return recorded;
   }
-  return installation.HasDirectory(kFinalName) ? kFinalName : "";
+  return installation.HasDirectory(kFinalName) ? std::optional<std::string>(kFinalName)
+                                               : std::nullopt;
 }
 
 }  // namespace

@@ -34,8 +34,8 @@ struct Installation {
   InstallRecord record;
   std::vector<std::string> names;  ///< The entries under the install root, sorted.
   /// The bare name of the installed directory: the recorded name or, if there is no such directory,
-  /// the final name. Empty if neither exists.
-  std::string directory;
+  /// the final name. Absent if neither exists.
+  std::optional<std::string> directory;
 
   /// Returns whether `name` is a directory under the root. A link to a directory does not count.
   bool HasDirectory(const std::string& name) const;

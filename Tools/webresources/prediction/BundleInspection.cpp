@@ -30,6 +30,7 @@ BundleInspection InspectBundle(const std::string& path, const Limits& limits, Fi
       InspectBundle(path, limits, [&digests](PackageReader& package, const PackageExtent& extent) {
         return Predict(package, extent.bytes, digests.Sink());
       });
+  bundle.prediction.entries.clear();  // the tree needs their memory
   *tree = bundle.isRead ? TreeOf(bundle.prediction, &digests) : FileTree();
   bundle.prediction = {};
   return bundle;

@@ -50,7 +50,7 @@ std::optional<FileItem> Look(const OpenDirectory& top, const std::string& path) 
   item.path = path;
   item.type = TypeOf(status.st_mode);
   item.size = item.type == FileItem::Type::File ? static_cast<std::uint64_t>(status.st_size) : 0;
-  item.mode = status.st_mode & 07777U;
+  item.mode = static_cast<std::uint16_t>(status.st_mode & 07777U);
   item.owner = status.st_uid;
   return item;
 }
@@ -58,6 +58,7 @@ std::optional<FileItem> Look(const OpenDirectory& top, const std::string& path) 
 /// Adds the entries of the directory `prefix`, which is empty or ends in "/", below `top`.
 void AddEntries(const OpenDirectory& top, const std::string& prefix, FileTree& tree) {
   for (const std::string& name : NamesIn(top.path + "/" + prefix)) {
+    ThrowIfInterrupted("read", top.path + "/" + prefix + name);
     auto item = Look(top, prefix + name);
     if (!item) {
       continue;
@@ -98,10 +99,10 @@ bool HasFile(const FileTree& tree, const std::string& path, std::uint64_t size) 
          item->size == size;
 }
 
-FileItem ItemOf(const TreeItem& predicted, EntryDigests* digests) {
+FileItem ItemOf(TreeItem&& predicted, EntryDigests* digests) {
   const PredictedTree::Node& node = *predicted.node;
   FileItem item;
-  item.path = predicted.path;
+  item.path = std::move(predicted.path);
   if (node.isDirectory) {
     item.mode = kDirectoryMode;
     return item;
@@ -144,14 +145,11 @@ void EntryDigests::FinishCurrent() {
 }
 
 FileTree TreeOf(const Prediction& prediction, EntryDigests* digests) {
-  const std::vector<TreeItem> items = ItemsOf(prediction.tree);
   FileTree tree(1);
-  tree.reserve(items.size() + 1);
   tree[0].path = kTop;
   tree[0].mode = kDirectoryMode;
-  for (const TreeItem& item : items) {
-    tree.push_back(ItemOf(item, digests));
-  }
+  ForEachItem(prediction.tree,
+              [&](TreeItem&& item) { tree.push_back(ItemOf(std::move(item), digests)); });
   Sort(tree);
   return tree;
 }

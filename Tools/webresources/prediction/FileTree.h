@@ -15,28 +15,29 @@ namespace webresources {
 
 /// One file, directory or other entry of a tree.
 struct FileItem {
-  enum class Type {
+  enum class Type : std::uint8_t {
     Directory,
     File,   ///< A regular file.
     Other,  ///< A link, a FIFO or a device. A run makes no such entry.
   };
 
-  std::string path;  ///< Relative to the top, without a trailing "/"; "." is the top itself.
-  Type type = Type::Directory;
-  std::uint64_t size = 0;                ///< The size of a file in bytes.
+  std::string path;        ///< Relative to the top, without a trailing "/"; "." is the top itself.
+  std::uint64_t size = 0;  ///< The size of a file in bytes.
   std::optional<Sha256::Digest> sha256;  ///< The digest of a file; absent if unknown.
-  std::optional<std::uint32_t> crc32;    ///< The checksum of a file; absent if unknown.
-  std::optional<unsigned int> mode;      ///< The permission bits and the set-ID and sticky bits.
-  std::optional<unsigned int> owner;     ///< The user's number; absent if every owner is correct.
+  Type type = Type::Directory;
+  std::optional<std::uint16_t> mode;   ///< The permission bits and the set-ID and sticky bits.
+  std::optional<std::uint32_t> crc32;  ///< The checksum of a file; absent if unknown.
+  std::optional<unsigned int> owner;   ///< The user's number; absent outside of a disk.
 };
 
 /// A tree of files: the top and all entries below, sorted by the bytes of the paths. The same model
-/// serves a package, a directory on the disk and a receipt, so that Compare() compares any two.
-using FileTree = std::vector<FileItem>;
+/// serves a package, a directory on the disk and a receipt, so that Compare() compares any two. A
+/// deque grows without copies of the items, and fits into memory that a prediction left.
+using FileTree = std::deque<FileItem>;
 
 /// The modes that a run sets under a umask of 022.
-constexpr unsigned int kDirectoryMode = 0755;
-constexpr unsigned int kFileMode = 0644;
+constexpr std::uint16_t kDirectoryMode = 0755;
+constexpr std::uint16_t kFileMode = 0644;
 
 /// Computes the SHA-256 digests of the entries of a package while Predict() reads them.
 class EntryDigests {

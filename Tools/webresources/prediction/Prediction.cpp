@@ -257,12 +257,13 @@ Prediction PredictAll(PackageReader& package, std::uint64_t bytes, const ChunkSi
   return predictor.Take();
 }
 
-void AddItems(const PredictedTree::Node& directory, const std::string& prefix,
-              std::vector<TreeItem>& items) {
+void Visit(const PredictedTree::Node& directory, const std::string& prefix,
+           const TreeVisitor& visitor) {
   for (const auto& [name, node] : *directory.children) {
-    items.push_back({prefix + name, node.get()});
+    ThrowIfInterrupted("read", kPackageFileName);
+    visitor({prefix + name, node.get()});
     if (node->isDirectory) {
-      AddItems(*node, prefix + name + "/", items);
+      Visit(*node, prefix + name + "/", visitor);
     }
   }
 }
@@ -288,9 +289,13 @@ Prediction PredictAndExtract(PackageReader& package, std::uint64_t bytes,
   return predictor.Take();
 }
 
+void ForEachItem(const PredictedTree& tree, const TreeVisitor& visitor) {
+  Visit(tree.root(), "", visitor);
+}
+
 std::vector<TreeItem> ItemsOf(const PredictedTree& tree) {
   std::vector<TreeItem> items;
-  AddItems(tree.root(), "", items);
+  ForEachItem(tree, [&items](TreeItem&& item) { items.push_back(std::move(item)); });
   std::sort(items.begin(), items.end(),
             [](const TreeItem& a, const TreeItem& b) { return a.path < b.path; });
   return items;

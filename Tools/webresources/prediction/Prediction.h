@@ -142,8 +142,13 @@ struct TreeItem {
   const PredictedTree::Node* node;
 };
 
-/// Returns all directories and files of `tree` except the root, sorted by the bytes of the paths.
-/// The items point into `tree`.
+using TreeVisitor = std::function<void(TreeItem&& item)>;
+
+/// Passes all directories and files of `tree` except the root to `visitor`: a directory comes
+/// before its entries. Throws Error if the user stops the command; see CatchInterruptions().
+void ForEachItem(const PredictedTree& tree, const TreeVisitor& visitor);
+
+/// Returns the items of ForEachItem(), sorted by the bytes of the paths. They point into `tree`.
 std::vector<TreeItem> ItemsOf(const PredictedTree& tree);
 
 }  // namespace webresources

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <set>
 
+#include "support/Progress.h"
 #include "support/Text.h"
 
 namespace webresources {
@@ -20,10 +21,13 @@ bool AreDifferent(const std::optional<Value>& expected, const std::optional<Valu
 
 class Comparison {
  public:
+  explicit Comparison(std::optional<unsigned int> owner) : owner_(owner) {}
+
   Differences Run(const FileTree& expected, const FileTree& actual) {
     auto e = expected.begin();
     auto a = actual.begin();
     while (e != expected.end() || a != actual.end()) {
+      ThrowIfInterrupted("compare", "the installed files");
       const int order = e == expected.end() ? 1 : a == actual.end() ? -1 : e->path.compare(a->path);
       if (order < 0) {
         Add(Kind::Missing, "it is missing", *e, std::nullopt);
@@ -53,10 +57,10 @@ class Comparison {
       Add(Kind::Mode, "its mode is " + Octal(*actual.mode) + " instead of " + Octal(*expected.mode),
           expected, actual);
     }
-    if (AreDifferent(expected.owner, actual.owner)) {
+    if (AreDifferent(owner_, actual.owner)) {
       Add(Kind::Owner,
           "its owner is user " + std::to_string(*actual.owner) + " instead of " +
-              std::to_string(*expected.owner),
+              std::to_string(*owner_),
           expected, actual);
     }
   }
@@ -78,6 +82,7 @@ class Comparison {
     differences_.push_back({kind, (expected ? expected : actual)->path, reason, expected, actual});
   }
 
+  const std::optional<unsigned int> owner_;
   Differences differences_;
 };
 
@@ -101,8 +106,9 @@ Differences Filtered(Differences differences, Predicate isLeftOut) {
 
 }  // namespace
 
-Differences Compare(const FileTree& expected, const FileTree& actual) {
-  return Comparison().Run(expected, actual);
+Differences Compare(const FileTree& expected, const FileTree& actual,
+                    std::optional<unsigned int> owner) {
+  return Comparison(owner).Run(expected, actual);
 }
 
 Differences OfContent(Differences differences) {

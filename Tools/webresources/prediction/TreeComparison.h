@@ -21,10 +21,12 @@ struct Difference {
 
 using Differences = std::vector<Difference>;
 
-/// Compares two trees. The differences are in the order of their paths. A checksum, mode or owner
-/// that is absent in one of the trees is not compared. A CRC-32 detects accidental damage, but not
-/// a file that was forged to have the same CRC-32.
-Differences Compare(const FileTree& expected, const FileTree& actual);
+/// Compares two trees. The differences are in the order of their paths. A checksum or mode that is
+/// absent in one of the trees is not compared. A CRC-32 detects accidental damage, but not a file
+/// that was forged to have the same CRC-32. Every entry must have the owner `owner`, if given.
+/// Throws Error if the user stops the command; see CatchInterruptions().
+Differences Compare(const FileTree& expected, const FileTree& actual,
+                    std::optional<unsigned int> owner = std::nullopt);
 
 /// Returns `differences` without the differences of mode and owner, because a package has neither.
 Differences OfContent(Differences differences);
