@@ -142,7 +142,7 @@ TEST_F(FailuresTest, FileWithoutAReadableStatusIsNotTreatedAsMissing) {
   EXPECT_COMPLAINT(ComplaintWithout("fstatat", readTree));
   EXPECT_COMPLAINT(ComplaintWithout("open", readTree));
   EXPECT_EQ(ComplaintWithout("fstatat", readTree, 2),
-            "cannot read " + file_ + ": Input/output error");
+            "cannot read " + file_ + ": Input/output error; check the disk, then try again");
 }
 
 TEST_F(FailuresTest, DirectoryWithoutAReadableStatusIsNotTreatedAsMissing) {
@@ -671,7 +671,7 @@ TEST_F(FailuresTest, RecordThatCannotBeReadIsReportedWithARemedy) {
   EXPECT_EQ(reason(), "File too large" + removal);
   WriteFile(record, "x");
   const FailingCall fault("pread", EIO);
-  EXPECT_EQ(reason(), "Input/output error; try again");
+  EXPECT_EQ(reason(), "Input/output error; check the disk, then try again");
 }
 
 // The installer as a child process ----------------------------------------------------------------

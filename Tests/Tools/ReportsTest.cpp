@@ -236,7 +236,7 @@ directory: */root/I/Resource0
 content:   3 files, 5 bytes
 since:     T
 receipt:   none
-sound:     yes, but only the record was compared: there is no receipt
+sound:     yes, but only the record was compared: no receipt tells the content
 installRoot "*/root/I/"
 record {"installPath":"Resource0",
   "updateId":7,
@@ -290,7 +290,7 @@ record {"installPath":"Resource0",
 )");
   fs::remove(installRoot_ + "Resource1");
   EXPECT_EQ(Said(Verify({{}, root_, false})), R"(status 0
-only the record was compared: there is no receipt that tells what was installed
+only the record was compared: no receipt tells the content
 the installation is correct
 installRoot "*/root/I/"
 record {"installPath":"Resource0",

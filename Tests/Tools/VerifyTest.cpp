@@ -5,6 +5,7 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
+#include <csignal>
 #include <map>
 #include <memory>
 
@@ -584,14 +585,54 @@ TEST_F(VerifyTest, ReceiptStandsInForAPackageOfItsDigestAndOutline) {
   receipt.isOwnersOwn = false;
   EXPECT_FALSE(standsIn());
   receipt.isOwnersOwn = true;
-  receipt.isBegun = true;
+  receipt.tree.back().mode = 0600;
   EXPECT_FALSE(standsIn());
-  receipt.isBegun = false;
+  receipt.tree.back().mode = bundle.tree.back().mode;
   receipt.tree.back().size = std::uint64_t{1} << 60U;
   EXPECT_FALSE(standsIn());
   receipt.tree.back().size = bundle.tree.back().size;
+  receipt.tree.back().size = bundle.tree.back().size;
+  EXPECT_TRUE(standsIn());
   receipt.packageSha256.front() ^= 1;
   EXPECT_FALSE(standsIn());
+}
+
+// Once, `install` left a receipt that no command accepted.
+TEST_F(VerifyTest, ReceiptThatWouldBeTooLargeToReadHasNoTree) {
+  Receipt receipt;
+  receipt.updateId = 7;
+  receipt.packageSha256 = std::string(64, 'a');
+  for (int i = 0; i < 11; ++i) {
+    FileItem& item = receipt.tree.emplace_back();
+    item.path = std::string(1U << 20U, '\1');  // six bytes of JSON for each byte
+    item.mode = kDirectoryMode;
+  }
+  AtomicFile file(ReceiptPath(options_.hostRoot));
+  WriteReceipt(file, receipt);
+  Findings findings;
+  EXPECT_TRUE(ReadReceipt(options_.hostRoot, {}, findings).value().tree.empty());
+  EXPECT_EQ(FoundAlone(), "");
+  EXPECT_EQ(Verify(options_).details["comparedWith"], "record");
+}
+
+TEST_F(VerifyTest, InstallThatIsInterruptedBeforeTheInstallerRunsKeepsTheReceipt) {
+  WriteReceiptOfTheBundle();
+  const std::string path = ReceiptPath(options_.hostRoot);
+  const std::string before = ReadFile(path);
+  options_.isForced = true;
+  for (const int number : {1, 2}) {  // the syncs of the receipt "begun" and of its directory
+    EXPECT_TRUE(InChild([&] {
+      const FailingCall signal(
+          "fsync", [] { raise(SIGTERM); }, number, number);
+      try {
+        Install(options_);
+      } catch (const CannotStart& error) {
+        return error.reason() == "interrupted";
+      }
+      return false;
+    })) << number;
+    EXPECT_EQ(ReadFile(path), before) << number;
+  }
 }
 
 TEST_F(VerifyTest, ReceiptOfAnotherUpdateIsReported) {
@@ -766,6 +807,28 @@ TEST_F(ReceiptTest, ThatCannotBeReadIsNotTreatedAsMissing) {
   WriteFile(path, Text());
   fs::resize_file(path, (std::uint64_t{64} << 20U) + 1);
   EXPECT_THROW(Status(options_), Error);
+}
+
+TEST_F(ReceiptTest, ThatTheDiskCannotReadIsReportedWithARemedy) {
+  WriteFile(ReceiptPath(options_.hostRoot), Text());
+  const std::string receipt = fs::canonical(ReceiptPath(options_.hostRoot));
+  const auto damage = [&receipt] {  // a read of the system's file fails with EIO
+    const Descriptor unreadable(open("/proc/self/mem", O_RDONLY | O_CLOEXEC));
+    for (const auto& opened : fs::directory_iterator("/proc/self/fd")) {
+      std::error_code ignored;
+      if (fs::read_symlink(opened, ignored) == receipt) {
+        dup2(*unreadable, std::stoi(opened.path().filename()));
+      }
+    }
+  };
+  const FailingCall fault("fstat", damage, 1, INT_MAX);
+  try {
+    Status(options_);
+    ADD_FAILURE() << "it is read";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.reason() + "; " + error.remedy(),
+              "Input/output error; check the disk, then try again");
+  }
 }
 
 TEST_F(ReceiptTest, OfABegunInstallationIsAFinding) {

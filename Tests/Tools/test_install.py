@@ -624,6 +624,14 @@ class Install(Case):
         told = self.on_a_volume(needed + (1 << 20), "install", "/X.app", prepare=self.LOCK)
         self.assertEqual((told.status, told.ids), (0, []))
 
+    def test_plan_counts_every_file_of_the_copy(self):
+        for name in (EXECUTABLE, "Contents/Info.plist"):
+            before = self.machine.tell("plan", "/X.app").document["bytesNeeded"]
+            with open(self.machine.bundle / name, "ab") as file:
+                file.write(b" " * (1 << 20))
+            after = self.machine.tell("plan", "/X.app").document["bytesNeeded"]
+            self.assertGreaterEqual(after - before, (1 << 20) - 4096, name)
+
     def test_volume_with_too_few_inodes_is_refused(self):
         write_bundle(self.machine.bundle, {str(number): b"" for number in range(30)})
         for name, prepare in (("plan", "true"), ("install", "true"), ("install", self.LOCK)):
@@ -737,6 +745,18 @@ class Receipt(Case):
         self.assertEqual(self.machine.verify().ids, ["receipt-differs"])
         self.machine.install()
         self.assert_installed({"other": b"other"})
+
+    def test_receipt_that_differs_from_a_correct_installation_is_replaced(self):
+        """Once, one wrong digest made `verify` and `installcheck` fail for ever."""
+        self.machine.install()
+        for change in ({"sha256": "0" * 64}, {"size": 1 << 60}, {"mode": "0700"}, {"path": "x"}):
+            receipt = self.machine.receipt()
+            next(item for item in receipt["tree"] if item["type"] == "file").update(change)
+            for options in ((), ("--force",)):
+                self.machine.path(RECEIPT).write_text(json.dumps(receipt))
+                self.assertEqual(self.machine.verify(bundle=None).status, 1, change)
+                self.assertEqual(self.machine.install(*options).status, 0, change)
+                self.assert_installed()
 
     def test_damaged_receipt_is_a_finding(self):
         self.machine.install()

@@ -40,7 +40,9 @@ void Run(const HostOptions& options, const ExpectedBundle& bundle, const Install
   AtomicFile file(ReceiptPath(options.hostRoot));
   WriteReceipt(file, begun);
   try {
-    ThrowIfInterrupted("install", *options.bundle);
+    if (IsInterrupted()) {
+      throw CannotStart("install", *options.bundle, "interrupted");
+    }
     if (const auto end =
             RunInstaller(*bundle.files.program, lock.descriptor(), BytesOf(bundle.tree))) {
       Add(report.findings, kStepFailed, *options.bundle, *end);

@@ -39,8 +39,7 @@ void VerifyAlone(const HostOptions& options, Report& report) {
   Advise(options, report);
   report.details["comparedWith"] = host.isCompared ? "receipt" : "record";
   if (!host.isCompared) {
-    report.summary.push_back(
-        "only the record was compared: there is no receipt that tells what was installed");
+    report.summary.push_back("only the record was compared: no receipt tells the content");
   }
 }
 

@@ -11,6 +11,7 @@
 #include "prediction/TreeComparison.h"
 #include "report/Rules.h"
 #include "support/Files.h"
+#include "support/Text.h"
 
 namespace webresources {
 
@@ -25,7 +26,8 @@ std::uint64_t RoundedUp(std::uint64_t size) {
 /// Returns the bytes that the files take on the disk. A hole takes no bytes.
 std::uint64_t BytesToCopy(const BundleFiles& files) {
   std::uint64_t bytes = 0;
-  for (const std::string& path : {files.package, files.metadata, files.program.value_or("")}) {
+  for (const std::string& path : {files.package, files.metadata, files.program.value_or(""),
+                                  ParentOf(files.directory) + "/Info.plist"}) {
     struct stat status = {};
     if (stat(path.c_str(), &status) == 0) {
       constexpr std::uint64_t kUnit = 512;  // the unit of st_blocks
@@ -36,17 +38,24 @@ std::uint64_t BytesToCopy(const BundleFiles& files) {
   return bytes;
 }
 
-/// Returns whether `tree` has the paths, types and sizes in the central directory of the package.
+/// Returns whether `tree` has the paths, types and sizes in the central directory of the package,
+/// and the modes that a run sets.
 bool IsOutlineOf(const std::string& package, const FileTree& tree) {
   PackageReader reader(package, PackageReader::Unlocked());
-  return OfContent(Compare(TreeOf(PredictOutline(reader)), tree)).empty();
+  return Compare(TreeOf(PredictOutline(reader)), tree).empty();
 }
 
 /// Returns whether the package has no errors and the tree of the receipt.
 bool IsProof(const std::optional<Receipt>& receipt, const ExpectedBundle& bundle) {
-  return receipt && !receipt->isBegun && receipt->isOwnersOwn &&
+  return receipt && !receipt->tree.empty() && receipt->isOwnersOwn &&
          receipt->packageSha256 == bundle.packageSha256 &&
          IsOutlineOf(bundle.files.package, receipt->tree);
+}
+
+/// Returns whether `receipt` describes an installation of `bundle`.
+bool IsOf(const Receipt& receipt, const ExpectedBundle& bundle) {
+  return receipt.packageSha256 == bundle.packageSha256 &&
+         (receipt.tree.empty() || Compare(bundle.tree, receipt.tree).empty());
 }
 
 }  // namespace
@@ -81,7 +90,7 @@ void CompareWithBundle(HostState& host, const ExpectedBundle& bundle, bool ignor
       host.installation, {bundle.isRead ? &bundle.tree : nullptr, &bundle.metadata, ignoresModes});
   const bool belongs =
       host.receipt && FindInReceipt(*host.receipt, host.installation, host.receiptFindings);
-  if (belongs && host.findings.empty() && host.receipt->packageSha256 != bundle.packageSha256) {
+  if (belongs && host.findings.empty() && !IsOf(*host.receipt, bundle)) {
     Add(host.receiptFindings, kReceiptDiffers, ReceiptPath(host.installation.hostRoot),
         "it is of another package than the one that is installed");
   }

@@ -1,6 +1,7 @@
 #include "machine/Receipt.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <limits>
@@ -13,6 +14,7 @@
 #include "report/Rules.h"
 #include "support/Error.h"
 #include "support/Files.h"
+#include "support/Progress.h"
 #include "support/Text.h"
 
 namespace webresources {
@@ -43,6 +45,8 @@ std::string LineOf(const FileItem& item) {
   return line;
 }
 
+constexpr char kEnd[] = "\n  ]\n}\n";
+
 std::string TextOf(const Receipt& receipt) {
   Json head = {{"tool", "webresources"},
                {"version", WEBRESOURCES_VERSION},
@@ -55,15 +59,19 @@ std::string TextOf(const Receipt& receipt) {
     return Text(head);
   }
   head["packageSha256"] = receipt.packageSha256;
-  std::string text = Text(head);
+  const std::string withoutTree = Text(head);
+  std::string text = withoutTree;
   text.resize(text.rfind("\n}"));
   const char* separator = ",\n  \"tree\": [\n    ";
   for (const FileItem& item : receipt.tree) {
     text += separator;
     text += LineOf(item);
     separator = ",\n    ";
+    if (text.length() + sizeof kEnd > kMostBytes) {
+      return withoutTree;
+    }
   }
-  return text + "\n  ]\n}\n";
+  return text + kEnd;
 }
 
 // Reading. Each function throws std::exception if the file is not a receipt. ----------------------
@@ -88,10 +96,10 @@ std::int64_t NumberIn(const Json& json, const char* name, std::int64_t least, st
   return member.get<std::int64_t>();
 }
 
-unsigned int ModeOf(const std::string& text) {
+std::uint16_t ModeOf(const std::string& text) {
   Require(text.length() == 4 && text.find_first_not_of("01234567") == std::string::npos,
           "a mode is not four octal digits");
-  return static_cast<unsigned int>(std::stoul(text, nullptr, 8));
+  return static_cast<std::uint16_t>(std::stoul(text, nullptr, 8));
 }
 
 FileItem ItemOf(const Json& json) {
@@ -140,7 +148,7 @@ class Parser {
           });
       Require(rest.is_object(), "it is not an object");
     } catch (const IsEnough&) {
-      hasTree_ = false;
+      // without the tree
     }
     Require(head_.at("version").is_string(), "the version is not a text");
   }
@@ -176,6 +184,7 @@ class Parser {
     } else if (event == Event::array_start) {
       Require(depth == 1 && name_ == kTree, "it nests too deep");
       StopIfEnough();
+      hasTree_ = true;
     } else if (event == Event::key) {
       name_ = parsed.get<std::string>();
       Require(depth == 1 ? IsOneOf(kMembers, name_) : IsOneOf(kItemMembers, name_),
@@ -186,6 +195,7 @@ class Parser {
       head_[name_] = parsed;
       RequireFormat();  // before other members, because a newer format can have more members
     } else if (event == Event::object_end && depth == kItemDepth) {
+      ThrowIfInterrupted("read", path_);
       tree_.push_back(ItemOf(parsed));
       return false;
     }
@@ -214,8 +224,8 @@ class Parser {
   const std::optional<int>& update_;
   Json head_;  ///< The members of the document, without the tree.
   FileTree tree_;
-  bool hasTree_ = true;
-  std::string name_;  ///< The latest name of a member.
+  bool hasTree_ = false;  ///< Whether the tree has been read.
+  std::string name_;      ///< The latest name of a member.
   /// The names in the open object at each depth.
   std::set<std::string> members_[kItemDepth + 1];
 };
@@ -255,7 +265,8 @@ std::optional<Receipt> ReadReceipt(const std::string& hostRoot, const std::optio
     throw;
   } catch (const Json::parse_error& error) {
     if (std::ferror(stream.get()) != 0) {
-      throw Error("read", path, "the file system reports a failure");
+      errno = EIO;
+      throw Error::FromErrno("read", path);
     }
     Add(findings, kReceiptDamaged, path,
         "it is not JSON: byte " + std::to_string(error.byte) + " is wrong");

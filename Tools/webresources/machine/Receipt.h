@@ -17,7 +17,8 @@ struct Receipt {
   bool isBegun = false;       ///< True from the start of the installer to a successful check.
   int updateId = 0;           ///< The update number of the bundle.
   std::string packageSha256;  ///< The digest in hexadecimal; empty if `isBegun`.
-  /// The installed tree, with digests and modes; empty if `isBegun`, or if ReadReceipt() omits it.
+  /// The installed tree, with digests and modes; empty if `isBegun`, if the receipt would have more
+  /// than 64 MiB, or if ReadReceipt() omits it.
   FileTree tree;
   std::string time;         ///< The time of the writing, in UTC and ISO 8601.
   bool isOwnersOwn = true;  ///< The file and the host's root have one owner.
@@ -34,9 +35,10 @@ std::string ReceiptPath(const std::string& hostRoot);
 std::optional<Receipt> ReadReceipt(const std::string& hostRoot, const std::optional<int>& update,
                                    Findings& findings);
 
-/// Replaces the receipt by `receipt` with the present time. file.Rollback() restores the old
-/// receipt. Requires: `file` has the path ReceiptPath(), and the caller holds the lock. Throws
-/// Error if the receipt cannot be written.
+/// Replaces the receipt by `receipt` with the present time. Omits a tree that would make the
+/// receipt larger than ReadReceipt() accepts. file.Rollback() restores the old receipt. Requires:
+/// `file` has the path ReceiptPath(), and the caller holds the lock. Throws Error if the receipt
+/// cannot be written.
 void WriteReceipt(AtomicFile& file, const Receipt& receipt);
 
 /// Returns whether `receipt` describes the recorded installation. If not, adds a finding.

@@ -26,15 +26,16 @@ class Error : public std::runtime_error {
         reason_(std::move(reason)),
         remedy_(std::move(remedy)) {}
 
-  /// Returns an error with the reason that errno gives. If an ordinary user has no permission, the
-  /// remedy is to become root. Requires: errno is unchanged since the failed call.
+  /// Returns an error with the reason that errno gives, and the remedy for this reason. Requires:
+  /// errno is unchanged since the failed call.
   static Error FromErrno(std::string operation, std::string object) {
     const bool isDenied = (errno == EACCES || errno == EPERM) && geteuid() != 0;
     const bool isAtLimit = errno == EMFILE || errno == ENFILE;
     return Error(std::move(operation), std::move(object), std::generic_category().message(errno),
-                 isDenied    ? "run it as root"
-                 : isAtLimit ? "raise the limit with ulimit -n, or end other programs"
-                             : "");
+                 isDenied       ? "run it as root"
+                 : isAtLimit    ? "raise the limit with ulimit -n, or end other programs"
+                 : errno == EIO ? "check the disk, then try again"
+                                : "");
   }
 
   // The parts of the message, for documents. The operation is an infinitive ("read"). The object is
