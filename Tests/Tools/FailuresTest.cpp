@@ -721,8 +721,9 @@ TEST_F(StepTest, EndIsAwaitedEvenIfTheStateCannotBeLearned) {
 TEST_F(StepTest, HangUpThatTheCallerIgnoresStaysIgnored) {
   const auto before = std::signal(SIGHUP, SIG_IGN);
   EXPECT_EQ(ToldOf("kill -HUP $$; exit 3\n"), "it exited with 3");
-  std::signal(SIGHUP, before);
+  std::signal(SIGHUP, SIG_DFL);
   EXPECT_EQ(ToldOf("kill -HUP $$; exit 3\n"), "it was ended by signal 1");
+  std::signal(SIGHUP, before);
 }
 
 TEST_F(StepTest, ForAnotherProcessorIsReported) {

@@ -226,7 +226,7 @@ TEST(Prediction, ExtractionIsStoppedInTheMiddleOfAnEntry) {
   const std::string destination = predicted.directory / "destination";
   EXPECT_TRUE(IsStopped([&] {
     PackageReader package(predicted.path);
-    raise(SIGINT);
+    raise(SIGTERM);
     PredictAndExtract(package, 0, destination);
   }));
   EXPECT_EQ(std::filesystem::file_size(destination + "/a"), 0U);

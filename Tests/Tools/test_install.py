@@ -27,7 +27,7 @@ import zipfile
 import jsonschema
 
 from private_root import (DIRECTORY, INSTALL_ROOT, RECORD, SOURCE, add_programs, command_in,
-                          full_version, inside, program, tree)
+                          full_version, heed_signals, inside, program, tree)
 
 BUNDLE = pathlib.Path(os.environ["BUNDLE"])
 COMMAND = os.environ["WEBRESOURCES"]
@@ -1107,7 +1107,8 @@ class Together(Case):
     def test_interrupted_installation_waits_for_the_installer_and_leaves_no_copy(self):
         self.slow_step()
         for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
-            process = self.machine.start("install", "/X.app", "--force", "--json")
+            process = self.machine.start("install", "/X.app", "--force", "--json",
+                                         preexec_fn=heed_signals)
             self.wait_for("/begun")
             process.send_signal(number)
             told = json.loads(process.communicate(timeout=60)[0])
