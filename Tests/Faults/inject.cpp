@@ -86,9 +86,9 @@ std::string NameOf(unsigned long long call) {
 }
 
 int ErrorOf(const std::string& action) {
-  static const std::map<std::string, int> errors{{"EIO", EIO},       {"ENOSPC", ENOSPC},
-                                                 {"EACCES", EACCES}, {"EMFILE", EMFILE},
-                                                 {"EINTR", EINTR},   {"ENOMEM", ENOMEM}};
+  static const std::map<std::string, int> errors{
+      {"EIO", EIO},     {"ENOSPC", ENOSPC}, {"EACCES", EACCES}, {"EMFILE", EMFILE},
+      {"EINTR", EINTR}, {"ENOMEM", ENOMEM}, {"ENFILE", ENFILE}};
   const auto found = errors.find(action);
   return found != errors.end() ? found->second : 0;
 }

@@ -13,12 +13,17 @@ def chosen(name):
     return scenario
 
 
+def opens_of_record(subject):
+    """Returns the number of each openat() that opens the record."""
+    subject.begin()
+    return [number for name, number, path in subject.stage.calls_and_paths(subject.command)
+            if name == "openat" and path == RECORD]
+
+
 class Commands(unittest.TestCase):
     def test_identifier_survives_a_record_that_cannot_be_read_once(self):
         subject = Install(chosen("installed: small"))
-        subject.begin()
-        opened = [number for name, number, path in subject.stage.calls_and_paths(subject.command)
-                  if name == "openat" and path == RECORD]
+        opened = opens_of_record(subject)
         # The reads before the lock, under the lock, by the installer, and by the verification.
         self.assertEqual(len(opened), 4)
         for number in opened:
@@ -26,6 +31,16 @@ class Commands(unittest.TestCase):
                 subject.begin()
                 subject.run("EIO", "openat", number)
                 self.assertEqual(subject.stage.record()["irandom"], scenarios.OLD["irandom"])
+
+    def test_plan_and_verify_open_the_record_once_and_report_a_failure(self):
+        for name in ("plan", "verify"):
+            subject = Reading(chosen("installed: small"), name)
+            [number] = opens_of_record(subject)
+            for error, reason in (("EACCES", "Permission denied; try again"),
+                                  ("ENFILE", "Too many open files in system; raise the limit with "
+                                   "ulimit -n, or end other programs")):
+                self.assertEqual(subject.run(error, "openat", number)[:2], (2, (
+                    f"webresources {name}: cannot read the record {RECORD}: {reason}\n").encode()))
 
     def test_directory_that_cannot_be_listed_is_not_empty(self):
         for make, name in ((Installed, "installed: small"), (Reading, "leftovers: deep, clear")):

@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
+#include <tuple>
 
 #include "Descriptor.h"
 #include "FailingCall.h"
@@ -667,11 +668,23 @@ TEST_F(FailuresTest, RecordThatCannotBeReadIsReportedWithARemedy) {
   std::filesystem::create_symlink("missing", record);
   EXPECT_EQ(reason(), "Too many levels of symbolic links" + removal);
   std::filesystem::remove(record);
+  ASSERT_EQ(mkfifo(record.c_str(), 0666), 0);
+  EXPECT_EQ(reason(), "it is not a regular file" + removal);
+  std::filesystem::remove(record);
   WriteFile(record, std::string((1U << 20U) + 1, ' '));
   EXPECT_EQ(reason(), "File too large" + removal);
   WriteFile(record, "x");
-  const FailingCall fault("pread", EIO);
-  EXPECT_EQ(reason(), "Input/output error; check the disk, then try again");
+  chmod(record.c_str(), 0);
+  EXPECT_TRUE(AsOrdinaryUser([&] { return reason() == "Permission denied; run it as root"; }));
+  chmod(record.c_str(), 0644);
+  const std::tuple<const char*, int, const char*> failures[] = {
+      {"pread", EIO, "Input/output error; check the disk, then try again"},
+      {"openat", ENFILE,
+       "Too many open files in system; raise the limit with ulimit -n, or end other programs"}};
+  for (const auto& [call, error, expected] : failures) {
+    const FailingCall fault(call, error);
+    EXPECT_EQ(reason(), expected);
+  }
 }
 
 // The installer as a child process ----------------------------------------------------------------

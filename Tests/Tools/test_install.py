@@ -783,9 +783,10 @@ class Advice(Case):
     """Messages name the cause, the place and the remedy. The remedy works when the test follows the
     advice."""
 
-    def output(self, *arguments):
+    def output(self, *arguments, status=None):
         result = subprocess.run(self.machine.command(*arguments), capture_output=True, text=True,
-                                check=False)
+                                timeout=120, check=False)
+        self.assertIn(status, (None, result.returncode))
         return result.stdout + result.stderr
 
     def follow(self, advice):
@@ -840,11 +841,16 @@ class Advice(Case):
         self.assertEqual(self.machine.tell("status", "--root", "/other").document["advice"],
                          "chroot /other webresources install BUNDLE")
 
-    def test_record_that_is_a_directory_is_reported(self):
-        self.machine.path(RECORD).mkdir(parents=True)
-        for name in ("status", "uninstall"):
-            self.assertRegex(self.output(name), "^webresources .*: it is not a regular file; remove "
-                             "it, then run webresources install\n$")
+    def test_record_that_is_a_directory_or_a_fifo_is_reported(self):
+        record = self.machine.path(RECORD)
+        record.parent.mkdir(parents=True)
+        for make, remove in ((os.mkdir, os.rmdir), (os.mkfifo, os.unlink)):
+            make(record)
+            for name in ("status", "uninstall"):
+                self.assertEqual(self.output(name, status=2), (
+                    f"webresources {name}: cannot read the record {RECORD}: it is not a regular "
+                    "file; remove it, then run webresources install\n"))
+            remove(record)
 
     def test_of_a_damaged_bundle_is_none(self):
         (self.machine.bundle / PACKAGE).unlink()
