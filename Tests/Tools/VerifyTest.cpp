@@ -196,7 +196,10 @@ TEST_F(VerifyTest, EachDirectoryOfTheHostIsExamined) {
   for (const char* path :
        {"/", "/Library", "/Library/Application Support", "/Library/Preferences"}) {
     EXPECT_EQ(FoundWithMode(Host(path), 0755), "") << path;
-    EXPECT_NE(FoundWithMode(Host(path), 0775), "") << path;
+    for (const mode_t mode : {0700U, 0775U}) {
+      EXPECT_NE(FoundWithMode(Host(path), mode), "") << path;
+      EXPECT_EQ(Status(options_).findings.size(), 1U) << path;
+    }
     chmod(Host(path).c_str(), 0755);
   }
 }
@@ -831,6 +834,20 @@ TEST_F(ReceiptTest, ThatTheDiskCannotReadIsReportedWithARemedy) {
   }
 }
 
+TEST_F(ReceiptTest, OfAnotherOwnerIsNoProofOfTheInstalledFiles) {
+  if (geteuid() != 0) {
+    GTEST_SKIP() << "only root can give files away";
+  }
+  WriteReceiptOfTheBundle();
+  const std::string path = ReceiptPath(options_.hostRoot);
+  const std::string digest = "\"sha256\":\"";
+  std::string text = ReadFile(path);
+  WriteFile(path, text.replace(text.find(digest) + digest.length(), 4, "0000"));
+  EXPECT_EQ(Found(), "file-differs Resource0/d/f\n");  // the digest of the receipt
+  ASSERT_EQ(chown(path.c_str(), 1234, 1234), 0);
+  EXPECT_EQ(Found(), "owner-differs " + path + "\n");  // the digest of the package
+}
+
 TEST_F(ReceiptTest, OfABegunInstallationIsAFinding) {
   const auto receipt = Begin();
   const Report report = Status(options_);
@@ -981,6 +998,21 @@ TEST_F(VerifyTest, InstallOfAFreshHostLooksAgainUnderTheLockThatAnotherOneHasMad
     EXPECT_EQ(error.operation(), "read the record");
   }
   EXPECT_EQ(fault.Count(), 2);
+}
+
+TEST_F(VerifyTest, RefusalIsDecidedAgainUnderTheLockThatAnotherOneHasMade) {
+  fs::remove_all(installRoot_);
+  WriteFile(installRoot_.substr(0, installRoot_.length() - 1), "");
+  record_.Flush();
+  HostOptions options;
+  options.hostRoot = options_.hostRoot;
+  options.bundle = *options_.bundle;
+  const std::string lock = BesideInstallRoot(options.hostRoot, ".WebResources.lock");
+  const FailingCall fault("openat", [&lock] { WriteFile(lock, ""); });
+  const Report report = Install(options);
+  EXPECT_EQ(report.details["outcome"], "refused");
+  EXPECT_EQ(report.findings.front().rule, &kRootBlocked);
+  EXPECT_NE(fault.Calls().find(" flock "), std::string::npos);
 }
 
 TEST(Documents, NameThatIsNotUtf8IsReadBack) {

@@ -264,6 +264,21 @@ class Install(Case):
         self.assertEqual(self.machine.install().status, 0)
         self.assert_installed()
 
+    def test_bundle_whose_contents_are_a_link_is_checked_and_installed(self):
+        """`check` and `install` use the same package and the same program."""
+        real = self.machine.bundle / "Real"
+        (self.machine.bundle / "Contents").rename(real)
+        (self.machine.bundle / "Contents").symlink_to("Real")
+        told = self.machine.tell("check", "/X.app")
+        self.assertEqual((told.status, told.ids), (0, []))
+        self.assertEqual(self.machine.install().status, 0)
+        self.assertEqual(self.machine.receipt()["packageSha256"], told.document["sha256"])
+        self.assert_installed()
+        inside(real, EXECUTABLE.removeprefix("Contents")).chmod(0o644)
+        for name in ("check", "install"):
+            told = self.machine.tell(name, "/X.app", *["--force"] * (name == "install"))
+            self.assertEqual((told.status, told.ids), (1, ["program-unusable"]), name)
+
     def test_package_larger_than_the_limit_is_not_copied(self):
         told = self.machine.install("--max-size", "100")
         self.assertEqual(told.status, 1)
@@ -819,15 +834,21 @@ class Advice(Case):
 
     def test_removes_a_lock_file_that_install_refuses(self):
         self.machine.install()
-        (self.machine.installed / "index.html").write_bytes(b"damaged")
         lock = f"{BESIDE}/.WebResources.lock"
-        self.machine.path(lock).chmod(0o602)
-        removal, _, rest = self.machine.verify().document["advice"].partition(" && ")
-        self.assertEqual(removal, f"rm '{lock}'")
-        self.assertEqual(self.machine.install().status, 2)
-        self.machine.path(lock).unlink()
-        self.follow(rest)
-        self.assert_installed()
+        refused = [lambda path: path.chmod(0o602)]
+        if is_root():
+            refused.append(lambda path: os.chown(path, 1234, 1234))
+        for make_refused in refused:
+            (self.machine.installed / "index.html").write_bytes(b"damaged")
+            make_refused(self.machine.path(lock))
+            removal, _, rest = self.machine.verify().document["advice"].partition(" && ")
+            self.assertEqual(removal, f"rm '{lock}'")
+            told = self.machine.install()
+            self.assertEqual((told.status, told.document["error"]["remedy"]),
+                             (2, f"remove it with {removal}"))
+            self.machine.path(lock).unlink()
+            self.follow(rest)
+            self.assert_installed()
 
     def test_of_another_root_is_a_chroot(self):
         (self.machine.path("/other")).mkdir()
