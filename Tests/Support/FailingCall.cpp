@@ -131,7 +131,8 @@ int __wrap_fsync(int file) {
   return FailingCall::Strikes("fsync") ? -1 : __real_fsync(file);
 }
 
-/// Makes the file system look as if only the space reserved for root is free. Reports no error.
+/// Makes the file system look as if only the space and the inodes reserved for root are free.
+/// Reports no error.
 int __real_statvfs(const char* path, struct statvfs* status);
 int __wrap_statvfs(const char* path, struct statvfs* status) {
   if (!FailingCall::Strikes("statvfs")) {
@@ -140,6 +141,8 @@ int __wrap_statvfs(const char* path, struct statvfs* status) {
   *status = {};
   status->f_frsize = 4096;
   status->f_bfree = 10;
+  status->f_files = 100;
+  status->f_ffree = 10;
   return FailingCall::CurrentError() == FailingCall::kShort ? 0 : -1;
 }
 

@@ -154,7 +154,7 @@ TEST(Bounds, PackageThatAsksForMillionsOfDirectoriesIsNotRead) {
   const ScopedDirectory directory;
   WriteFile(directory / kPackageFileName, Zip(entries));
   EXPECT_TRUE(TakesAtMost(64 * kMebi, [&directory] {
-    return TakesSecondsOfWork(20, [&directory] {
+    return TakesSecondsOfWork(SANITIZED != 0 ? 20 : 5, [&directory] {
       FileTree tree;
       const BundleInspection bundle = InspectBundle(directory / "", {}, &tree);
       return !bundle.isRead &&
@@ -241,9 +241,11 @@ TEST(Bounds, NamesWithOneHashValueNeedNoMoreTimeThanOthers) {
   const ScopedDirectory directory;
   WriteFile(directory / kPackageFileName,
             Zip(std::vector(entries.begin(), entries.begin() + 65535)));
-  EXPECT_TRUE(TakesSecondsOfWork(10, [&paths] { return Collisions(paths).empty(); }));
-  EXPECT_TRUE(TakesSecondsOfWork(10, [&tree] { return !Topmost(Compare(tree, {})).empty(); }));
-  EXPECT_TRUE(TakesSecondsOfWork(30, [&directory] {
+  constexpr unsigned int kSeconds = SANITIZED != 0 ? 30 : 4;
+  EXPECT_TRUE(TakesSecondsOfWork(kSeconds, [&paths] { return Collisions(paths).empty(); }));
+  EXPECT_TRUE(
+      TakesSecondsOfWork(kSeconds, [&tree] { return !Topmost(Compare(tree, {})).empty(); }));
+  EXPECT_TRUE(TakesSecondsOfWork(kSeconds, [&directory] {
     PackageReader package(directory / kPackageFileName);
     return Predict(package, 0).entries.size() == 65535;
   }));

@@ -528,7 +528,9 @@ TEST_F(VerifyTest, PlanReadsTheContentOfInstalledFiles) {
 
 TEST_F(VerifyTest, RootsReserveIsNotFree) {
   const FailingCall fault("statvfs", FailingCall::kShort);
-  EXPECT_EQ(FreeSpaceAt(directory_ / "").bytes, 0U);
+  const FreeSpace free = FreeSpaceAt(directory_ / "");
+  EXPECT_EQ(free.bytes, 0U);
+  EXPECT_EQ(free.files, 0U);
 }
 
 // Without a bundle, and before an installation ----------------------------------------------------
