@@ -74,12 +74,13 @@ class Stage:
         result = self._run([INJECT, self.root, self.report, action, call, str(number), *command])
         return result._replace(struck=" * " in self.report.read_text(errors="surrogateescape"))
 
-    def run_preloaded(self, library, *variables):
-        """Performs a run with a preloaded library and with environment variables."""
+    def run_preloaded(self, library, *variables, command=(PROGRAM,)):
+        """Performs a run of the installer, or of another command in the root, with a preloaded
+        library and with environment variables."""
         if not inside(self.root, library).exists():
             add_programs(self.root, library)
         return self._run(["chroot", self.root, shutil.which("env"), f"LD_PRELOAD={library}",
-                          *variables, PROGRAM])
+                          *variables, *command])
 
     def run_failing_allocation(self, number):
         fired = self.root / "fired"

@@ -1,9 +1,11 @@
 """Tests `webresources` with failing system calls that could cause a wrong result."""
 
+import fcntl
+import os
 import unittest
 
 import scenarios
-from commands import Install, Installed, Reading
+from commands import Command, Install, Installed, Reading
 from faults import enter_namespace
 from private_root import RECORD
 
@@ -41,6 +43,18 @@ class Commands(unittest.TestCase):
                                    "ulimit -n, or end other programs")):
                 self.assertEqual(subject.run(error, "openat", number)[:2], (2, (
                     f"webresources {name}: cannot read the record {RECORD}: {reason}\n").encode()))
+
+    def test_install_waits_600_seconds_by_default(self):
+        subject = Command(chosen("installed: small"), "install")
+        subject.begin()
+        lock = subject.beside / ".WebResources.lock"
+        lock.touch(0o600)
+        with open(lock, "rb") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            result = subject.stage.run_preloaded(os.environ["INSTANT_SLEEPS"],
+                                                 command=subject.command)
+        self.assertEqual(result.status, 2)
+        self.assertRegex(result.output, b"another installation is running\nslept 600 s\n$")
 
     def test_directory_that_cannot_be_listed_is_not_empty(self):
         for make, name in ((Installed, "installed: small"), (Reading, "leftovers: deep, clear")):

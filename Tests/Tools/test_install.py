@@ -1082,14 +1082,28 @@ class Together(Case):
             time.sleep(0.01)
         self.fail(path)
 
+    def start_waiting(self, *arguments):
+        """Starts a command, and returns the process when a terminal has shown that it waits."""
+        master, terminal = pty.openpty()
+        self.addCleanup(os.close, master)
+        process = subprocess.Popen(self.machine.command(*arguments), stdout=subprocess.PIPE,
+                                   stderr=terminal, text=True, preexec_fn=heed_signals)
+        self.addCleanup(process.kill)
+        os.close(terminal)
+        said = b""
+        while b"waiting: another installation is running" not in said:
+            said += os.read(master, 10000)  # fails if the process has ended
+        return process
+
     def test_package_that_changes_during_the_wait_is_checked_again(self):
         """Once, the package was checked before the wait, and a truncated package then replaced a
-        site."""
+        site. Here the package is complete until the wait has begun: a command that checks only
+        before the wait finds no defect."""
         self.machine.install()
         self.slow_step()
         first = self.machine.start("install", "/X.app", "--force")
         self.wait_for("/begun")
-        second = self.machine.start("install", "/X.app", "--force", "--json")
+        second = self.start_waiting("install", "/X.app", "--force", "--json")
         package = self.machine.bundle / PACKAGE
         whole = package.read_bytes()
         package.write_bytes(whole[:-100])
@@ -1185,19 +1199,27 @@ class Together(Case):
         self.slow_step()
         first = self.machine.start("install", "/X.app")
         self.wait_for("/begun")
-        master, terminal = pty.openpty()
-        second = subprocess.Popen(self.machine.command("install", "/X.app", "--wait", "1"),
-                                  stderr=terminal, stdout=subprocess.DEVNULL)
-        said = b""
-        while b"waiting: another installation is running" not in said:
-            said += os.read(master, 10000)
+        second = self.start_waiting("install", "/X.app", "--wait", "1")
         begin = time.monotonic()
-        self.assertEqual(second.wait(), 2)
+        second.communicate()
+        self.assertEqual(second.returncode, 2)
         self.assertLess(abs(time.monotonic() - begin - 5), 4.5)  # about a second, on a busy machine
-        os.close(master)
-        os.close(terminal)
         self.machine.path("/go").touch()
         first.communicate()
+
+    def test_signal_ends_the_waiting_within_a_second_and_changes_nothing(self):
+        self.machine.install()
+        before = self.machine.everything()
+        with open(self.machine.path(f"{BESIDE}/.WebResources.lock"), "rb") as file:
+            fcntl.flock(file, fcntl.LOCK_EX)
+            for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+                waiting = self.start_waiting("install", "/X.app", "--force", "--json")
+                begin = time.monotonic()
+                waiting.send_signal(number)
+                told = json.loads(waiting.communicate(timeout=10)[0])
+                self.assertLess(time.monotonic() - begin, 1)
+                self.assertEqual((waiting.returncode, told["error"]["reason"]), (2, "interrupted"))
+                self.assertEqual(self.machine.everything(), before)
 
     def test_lock_that_cannot_be_opened_is_reported(self):
         self.machine.path(f"{BESIDE}/.WebResources.lock").mkdir(parents=True)
