@@ -23,7 +23,7 @@ namespace {
 constexpr int kContainersRead = 1000;
 
 /// The installer has no limit for the size either, and a sparse file can be larger than the memory.
-constexpr off_t kMostBytes = off_t{1} << 20U;
+constexpr off_t kMetadataLimit = off_t{1} << 20U;
 
 Metadata::RunOutcome OutcomeOf(const Metadata& metadata) {
   if (!metadata.clear) {
@@ -83,7 +83,7 @@ class MetadataFinder {
 
  private:
   void FindInFile() {
-    if (StatusOf(path_).st_size > kMostBytes) {
+    if (StatusOf(path_).st_size > kMetadataLimit) {
       throw Error("read", path_, "it has more than 1 MiB", "write metadata.txt, as pack does");
     }
     const MetadataHelper::Words words = MetadataHelper::ReadWords(path_);

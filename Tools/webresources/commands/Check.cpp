@@ -27,13 +27,13 @@ namespace {
 constexpr const char* kActions[] = {"directory", "file", "skip"};
 constexpr const char* kReaches[] = {"nothing", "extracted", "all-but-random", "complete"};
 
-const char* NameOf(Action action) {
+const char* NameOfAction(Action action) {
   return kActions[static_cast<int>(action)];
 }
 
 std::string Line(const EntryPrediction& entry) {
   std::ostringstream line;
-  line << std::left << std::setw(10) << NameOf(entry.action) << std::right << std::setw(10);
+  line << std::left << std::setw(10) << NameOfAction(entry.action) << std::right << std::setw(10);
   if (entry.action == Action::WriteFile) {
     line << entry.size;
   } else {
@@ -47,7 +47,7 @@ std::string Line(const EntryPrediction& entry) {
 }
 
 Json ToJson(const EntryPrediction& entry) {
-  Json json = {{"action", NameOf(entry.action)}};
+  Json json = {{"action", NameOfAction(entry.action)}};
   PutName(json, "name", entry.name);
   if (entry.action == Action::WriteFile) {
     json["size"] = entry.size;

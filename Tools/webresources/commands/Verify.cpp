@@ -70,7 +70,7 @@ constexpr int kIsUpToDate = 1;
 constexpr int kCannotBeInstalled = 2;
 constexpr int kIsUnknown = 3;
 
-std::string Text(const Finding& finding) {
+std::string Sentence(const Finding& finding) {
   return finding.subject + ": " + finding.reason;
 }
 
@@ -95,7 +95,7 @@ void CheckHost(const HostOptions& options, const ExpectedBundle& bundle, HostSta
   if (report.findings.empty()) {
     Conclude(kIsUpToDate, "up to date", report);
   } else {
-    Conclude(kIsNeeded, "install needed: " + Text(report.findings.front()), report);
+    Conclude(kIsNeeded, "install needed: " + Sentence(report.findings.front()), report);
     Advise(options, report);
   }
   Append(report.findings, host.hostFindings);  // an installation does not repair these defects
@@ -115,7 +115,8 @@ Report InstallCheck(const HostOptions& options) {
       CheckHost(options, bundle, host, report);
     } else {
       report.findings = bundle.errors;
-      Conclude(kCannotBeInstalled, "cannot be installed: " + Text(bundle.errors.front()), report);
+      Conclude(kCannotBeInstalled, "cannot be installed: " + Sentence(bundle.errors.front()),
+               report);
     }
   } catch (const std::exception& error) {
     report = ReportOf("installcheck", error);

@@ -66,7 +66,7 @@ bool IsAsExpected(const Place& place, const struct stat& status) {
 }
 
 /// Returns the status of `place`; nothing if there is no such file or directory.
-std::optional<struct stat> StatusOf(const Place& place) {
+std::optional<struct stat> StatusAt(const Place& place) {
   struct stat status = {};
   if (stat(place.path.c_str(), &status) != 0) {
     if (errno != ENOENT && errno != ENOTDIR) {
@@ -88,7 +88,7 @@ bool IsUnreadable(const Place& place, mode_t mode) {
 }
 
 void FindInPlace(const Place& place, uid_t owner, Findings& findings) {
-  const auto status = StatusOf(place);
+  const auto status = StatusAt(place);
   if (!status) {
     return;
   }
@@ -155,7 +155,7 @@ void RequireHost(const std::string& hostRoot) {
   if (hostRoot.empty()) {
     return;
   }
-  if (!S_ISDIR(webresources::StatusOf(hostRoot).st_mode)) {
+  if (!S_ISDIR(StatusOf(hostRoot).st_mode)) {
     throw Error("read", hostRoot, "it is not a directory");
   }
   const std::filesystem::path root = RealPath(hostRoot);
@@ -173,7 +173,7 @@ void RequireHost(const std::string& hostRoot) {
 }
 
 unsigned int OwnerOf(const std::string& hostRoot) {
-  return webresources::StatusOf(hostRoot + "/").st_uid;
+  return StatusOf(hostRoot + "/").st_uid;
 }
 
 bool IsTrustedOwner(unsigned int user, unsigned int owner) {

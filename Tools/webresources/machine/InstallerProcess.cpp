@@ -110,7 +110,7 @@ pid_t Start(const std::string& path, int lockDescriptor) {
 /// Shows the progress by the free space of the volume that holds `path`, until `hasEnded()`.
 template <typename HasEnded>
 void ShowProgress(const std::string& path, std::uint64_t bytes, HasEnded hasEnded) {
-  constexpr std::chrono::milliseconds kPoll{20};
+  constexpr std::chrono::milliseconds kInterval{20};
   constexpr std::uint64_t kPollsOfASecond = 50;
   Progress progress("installing", bytes);
   struct statvfs status = {};
@@ -121,7 +121,7 @@ void ShowProgress(const std::string& path, std::uint64_t bytes, HasEnded hasEnde
       progress.Step(before > free ? before - free : 0);
       before = free;
     }
-    std::this_thread::sleep_for(kPoll);
+    std::this_thread::sleep_for(kInterval);
   }
 }
 

@@ -23,7 +23,7 @@ namespace {
 
 constexpr char kFileName[] = "WebResources.receipt.json";
 constexpr int kFormat = 1;
-constexpr std::uint64_t kMostBytes = std::uint64_t{64} << 20U;
+constexpr std::uint64_t kReceiptLimit = std::uint64_t{64} << 20U;
 constexpr char kBegun[] = "begun";
 constexpr char kInstalled[] = "installed";
 
@@ -67,7 +67,7 @@ std::string TextOf(const Receipt& receipt) {
     text += separator;
     text += LineOf(item);
     separator = ",\n    ";
-    if (text.length() + sizeof kEnd > kMostBytes) {
+    if (text.length() + sizeof kEnd > kReceiptLimit) {
       return withoutTree;
     }
   }
@@ -253,8 +253,9 @@ std::optional<Receipt> ReadReceipt(const std::string& hostRoot, const std::optio
     return std::nullopt;
   }
   InputFile file = OpenReceipt(path);
-  if (static_cast<std::uint64_t>(file.status().st_size) > kMostBytes) {
-    throw Error("read", path, "it has more than " + std::to_string(kMostBytes) + " bytes", kRemedy);
+  if (static_cast<std::uint64_t>(file.status().st_size) > kReceiptLimit) {
+    throw Error("read", path, "it has more than " + std::to_string(kReceiptLimit) + " bytes",
+                kRemedy);
   }
   const auto stream = file.TakeStream();
   try {

@@ -156,7 +156,7 @@ Differences Topmost(Differences differences) {
 
 namespace {
 
-const char* NameOf(Kind kind) {
+const char* NameOfChange(Kind kind) {
   return kind == Kind::Missing ? "removed" : kind == Kind::Extra ? "added" : "changed";
 }
 
@@ -176,7 +176,7 @@ std::string Sizes(const Difference& difference) {
 }
 
 Json ToJson(const Difference& difference) {
-  Json json = {{"change", NameOf(difference.kind)}};
+  Json json = {{"change", NameOfChange(difference.kind)}};
   PutName(json, "path", difference.path);
   if (IsFile(difference.expected)) {
     json["sizeBefore"] = difference.expected->size;
@@ -217,8 +217,8 @@ void ReportChanges(const TreeChanges& changes, Report& report) {
   Json& list = report.details["changes"] = Json::array();
   for (const Difference& difference : changes.differences) {
     list.push_back(ToJson(difference));
-    report.listing.push_back(std::string(NameOf(difference.kind)) + "  " + difference.path + "  (" +
-                             Sizes(difference) + ")");
+    report.listing.push_back(std::string(NameOfChange(difference.kind)) + "  " + difference.path +
+                             "  (" + Sizes(difference) + ")");
   }
   report.details["files"] = {{"added", changes.added},
                              {"changed", changes.changed},

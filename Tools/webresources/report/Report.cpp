@@ -15,7 +15,7 @@ namespace webresources {
 
 namespace {
 
-const char* NameOf(Severity severity) {
+const char* NameOfSeverity(Severity severity) {
   return severity == Severity::Error ? "error" : "warning";
 }
 
@@ -36,7 +36,7 @@ std::string Coloured(const std::string& text, Severity severity) {
 }
 
 Json ToJson(const Finding& finding) {
-  Json json = {{"id", finding.rule->id}, {"severity", NameOf(finding.rule->severity)}};
+  Json json = {{"id", finding.rule->id}, {"severity", NameOfSeverity(finding.rule->severity)}};
   PutName(json, "subject", finding.subject);
   json["reason"] = Printable(finding.reason);
   json["fix"] = finding.rule->fix;
@@ -58,7 +58,7 @@ Json ToJson(const Report& report) {
 }
 
 void PrintFinding(const Rule& rule, const std::string& text) {
-  std::cout << Coloured(NameOf(rule.severity), rule.severity) << " [" << rule.id << "] "
+  std::cout << Coloured(NameOfSeverity(rule.severity), rule.severity) << " [" << rule.id << "] "
             << Printable(text) << "\n    fix: " << rule.fix << '\n';
 }
 
