@@ -602,24 +602,6 @@ TEST_F(VerifyTest, ReceiptStandsInForAPackageOfItsDigestAndOutline) {
   EXPECT_FALSE(standsIn());
 }
 
-// Once, `install` left a receipt that no command accepted.
-TEST_F(VerifyTest, ReceiptThatWouldBeTooLargeToReadHasNoTree) {
-  Receipt receipt;
-  receipt.updateId = 7;
-  receipt.packageSha256 = std::string(64, 'a');
-  for (int i = 0; i < 11; ++i) {
-    FileItem& item = receipt.tree.emplace_back();
-    item.path = std::string(1U << 20U, '\1');  // six bytes of JSON for each byte
-    item.mode = kDirectoryMode;
-  }
-  AtomicFile file(ReceiptPath(options_.hostRoot));
-  WriteReceipt(file, receipt);
-  Findings findings;
-  EXPECT_TRUE(ReadReceipt(options_.hostRoot, {}, findings).value().tree.empty());
-  EXPECT_EQ(FoundAlone(), "");
-  EXPECT_EQ(Verify(options_).details["comparedWith"], "record");
-}
-
 TEST_F(VerifyTest, InstallThatIsInterruptedBeforeTheInstallerRunsKeepsTheReceipt) {
   WriteReceiptOfTheBundle();
   const std::string path = ReceiptPath(options_.hostRoot);
@@ -812,6 +794,13 @@ TEST_F(ReceiptTest, ThatCannotBeReadIsNotTreatedAsMissing) {
   WriteFile(path, Text());
   fs::resize_file(path, (std::uint64_t{64} << 20U) + 1);
   EXPECT_THROW(Status(options_), Error);
+}
+
+TEST_F(ReceiptTest, WithoutATreeIsOfNoUseForTheContent) {
+  members_.erase("tree");
+  EXPECT_EQ(DefectOf(Text()), "");
+  EXPECT_EQ(FoundAlone(), "");
+  EXPECT_EQ(Verify(options_).details["comparedWith"], "record");
 }
 
 TEST_F(ReceiptTest, ThatTheDiskCannotReadIsReportedWithARemedy) {

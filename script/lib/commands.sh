@@ -198,12 +198,13 @@ require_packages() { # PACKAGE...
 }
 
 # Configures and builds a preset.
-build_preset() { # PRESET
-  local log
+build_preset() { # PRESET [TARGET]
+  local log targets=(${2:+--target "$2"})
   log=$(mktemp)
   echo "== $1: build"
   quietly cmake --preset "$1" -Werror=dev
-  with_progress "$1: build" "$log" cmake --build --preset "$1" --parallel "$(nproc)" || {
+  with_progress "$1: build" "$log" cmake --build --preset "$1" "${targets[@]}" \
+    --parallel "$(nproc)" || {
     local status=$?
     cat "$log" >&2
     return "$status"
@@ -211,16 +212,16 @@ build_preset() { # PRESET
 }
 
 # Runs the tests of a preset, and prints the failed tests and the summary. The tests with the label
-# "elsewhere" are for script/test-elsewhere. The files of the tests are in memory, because on a disk
+# "elsewhere" are for script/test-elsewhere; LABELS adds more labels to leave out. The files of the tests are in memory, because on a disk
 # the tests wait half of the time for syncs. Two tests more than processors run at the same time,
 # because some tests wait for locks and for other processes.
-run_tests() { # PRESET
+run_tests() { # PRESET [LABELS]
   local log status=0 in_memory=()
   [ "$(uname)" = Darwin ] || in_memory=(Tests/Support/in-memory)
   log=$(mktemp)
   echo "== $1: test"
   with_progress "$1: test" "$log" \
-    "${in_memory[@]}" ctest --preset "$1" --label-exclude elsewhere \
+    "${in_memory[@]}" ctest --preset "$1" --label-exclude "elsewhere${2:-}" \
     --parallel "$(($(nproc) + 2))" || status=$?
   sed -e '/^ *Start /d' -e '/ Passed /d' "$log"
   return "$status"
