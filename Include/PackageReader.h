@@ -70,6 +70,7 @@ class PackageReader {
   /// Opens the archive at `path`. An interrupted open counts as a failure and is not repeated.
   explicit PackageReader(const std::string& path);
 
+  /// Chooses the constructor below.
   struct Unlocked {};
 
   /// Opens the archive at `path`. Reads single bytes without a lock of the stream, as only the

@@ -602,6 +602,15 @@ TEST_F(VerifyTest, ReceiptStandsInForAPackageOfItsDigestAndOutline) {
   EXPECT_FALSE(standsIn());
 }
 
+TEST_F(VerifyTest, StatusAndPlanLookAtEachInstalledEntryOnce) {
+  WriteReceiptOfTheBundle();
+  for (const auto command : {Status, Plan}) {
+    const FailingCall look("fstatat", [] {}, 1, INT_MAX);
+    EXPECT_EQ(command(options_).status, 0);
+    EXPECT_EQ(look.Count(), 4);  // the top, d, d/f and g
+  }
+}
+
 TEST_F(VerifyTest, InstallThatIsInterruptedBeforeTheInstallerRunsKeepsTheReceipt) {
   WriteReceiptOfTheBundle();
   const std::string path = ReceiptPath(options_.hostRoot);

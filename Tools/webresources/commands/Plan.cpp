@@ -17,10 +17,16 @@ namespace {
 
 using Outcome = InstallPlan::Outcome;
 
-FileTree InstalledTree(const Installation& installation, const FileTree& expected) {
-  return installation.directory ? ReadTree(installation.installRoot + *installation.directory,
-                                           Checksum::Sha256, &expected)
-                                : FileTree();
+/// Returns the installed tree. Reads the tree unless the tree was compared.
+const FileTree& InstalledTree(HostState& host, const FileTree& expected) {
+  const Installation& installation = host.installation;
+  if (!host.tree) {
+    host.tree = installation.directory
+                    ? ReadTree(installation.installRoot + *installation.directory, Checksum::Sha256,
+                               &expected)
+                    : FileTree();
+  }
+  return *host.tree;
 }
 
 /// Returns the entries beside the installed directory.
@@ -44,9 +50,8 @@ void ReportLeftovers(const std::vector<std::string>& leftovers, Report& report) 
   }
 }
 
-void ReportInstallationChanges(const InstallPlan& plan, const ExpectedBundle& bundle,
-                               Report& report) {
-  const FileTree before = InstalledTree(plan.host.installation, bundle.tree);
+void ReportInstallationChanges(InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
+  const FileTree& before = InstalledTree(plan.host, bundle.tree);
   const bool installs = plan.outcome == Outcome::Install;
   ReportLeftovers(installs ? LeftoversOf(plan.host.installation) : std::vector<std::string>(),
                   report);
@@ -75,7 +80,7 @@ bool NeedsRoot(const Installation& installation) {
   return false;
 }
 
-void ReportPlan(const InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
+void ReportPlan(InstallPlan& plan, const ExpectedBundle& bundle, Report& report) {
   const InstallRecord& record = plan.host.installation.record;
   const bool installs = plan.outcome == Outcome::Install;
   report.details["recordAfter"] =
@@ -105,7 +110,7 @@ Report Plan(const HostOptions& options) {
   RequireBundle(*options.bundle);
   HostState host = ReadHost(options.hostRoot);
   const ExpectedBundle bundle = ReadBundle(*options.bundle, host.receipt, options.limits);
-  const InstallPlan plan = MakePlan(options, bundle, std::move(host));
+  InstallPlan plan = MakePlan(options, bundle, std::move(host));
   Report report("plan");
   report.findings = plan.findings;
   report.SetStatus();

@@ -43,14 +43,16 @@ Report Status(const HostOptions& options) {
   ReportInstallation(installation, report);
   const bool isThere = installation.directory.has_value();
   const std::string directory = installation.installRoot + installation.directory.value_or("");
-  const FileTree tree = isThere ? ReadTree(directory, Checksum::None) : FileTree();
+  if (!host.tree) {
+    host.tree = isThere ? ReadTree(directory, Checksum::None) : FileTree();
+  }
   // without a usable receipt, the time of the directory's last change
   const std::string since = !isThere          ? ""
                             : host.isCompared ? host.receipt->time
                                               : TimeText(StatusOf(directory).st_mtime);
   PutOptional(report.details, "directory", isThere ? directory : "");
-  report.details["files"] = FilesOf(tree);
-  report.details["bytes"] = BytesOf(tree);
+  report.details["files"] = FilesOf(*host.tree);
+  report.details["bytes"] = BytesOf(*host.tree);
   PutOptional(report.details, "since", since);
   report.details["receipt"] = host.receipt ? StateToJson(*host.receipt) : Json(nullptr);
   report.details["comparedWith"] = host.isCompared ? "receipt" : "record";
@@ -59,8 +61,8 @@ Report Status(const HostOptions& options) {
           (installation.record.values.fullVersion.empty() ? "none"
                                                           : installation.record.values.fullVersion),
       "directory: " + (isThere ? directory : std::string("none")),
-      "content:   " + std::to_string(FilesOf(tree)) + " files, " + std::to_string(BytesOf(tree)) +
-          " bytes",
+      "content:   " + std::to_string(FilesOf(*host.tree)) + " files, " +
+          std::to_string(BytesOf(*host.tree)) + " bytes",
       "since:     " + (since.empty() ? "never" : since),
       "receipt:   " +
           (host.receipt ? NameOfState(*host.receipt) + ", " + host.receipt->time : "none"),

@@ -50,8 +50,12 @@ FileTree Normalized(FileTree tree, unsigned int owner) {
 
 class InstallationFinder {
  public:
-  InstallationFinder(const Installation& installation, const Expectation& expected)
-      : installation_(installation), record_(installation.record.values), expected_(expected) {}
+  InstallationFinder(const Installation& installation, const Expectation& expected,
+                     std::optional<FileTree>* tree)
+      : installation_(installation),
+        record_(installation.record.values),
+        expected_(expected),
+        tree_(*tree) {}
 
   Findings Find() {
     if (!installation_.isRootUsable) {
@@ -102,9 +106,8 @@ class InstallationFinder {
     const unsigned int owner = OwnerOf(installation_.hostRoot);
     const std::string& name = *installation_.directory;
     const std::string directory = installation_.installRoot + name;
-    const FileTree actual =
-        Normalized(ReadTree(directory, Checksum::Sha256, expected_.tree), owner);
-    for (const Difference& difference : Topmost(Compare(*expected_.tree, actual, owner))) {
+    tree_ = Normalized(ReadTree(directory, Checksum::Sha256, expected_.tree), owner);
+    for (const Difference& difference : Topmost(Compare(*expected_.tree, *tree_, owner))) {
       const bool isFinders = difference.kind == Kind::Extra && IsFinders(difference.path);
       if (!isFinders && (difference.kind < Kind::Mode || !expected_.ignoresModes)) {
         Add(findings_, *kRules[static_cast<int>(difference.kind)], name + "/" + difference.path,
@@ -112,7 +115,7 @@ class InstallationFinder {
       }
     }
     if (!expected_.ignoresModes) {
-      FindInLists(directory, actual);
+      FindInLists(directory, *tree_);
     }
   }
 
@@ -137,13 +140,15 @@ class InstallationFinder {
   const Installation& installation_;
   const WebRegInfo& record_;
   const Expectation& expected_;
+  std::optional<FileTree>& tree_;
   Findings findings_;
 };
 
 }  // namespace
 
-Findings FindInInstallation(const Installation& installation, const Expectation& expected) {
-  return InstallationFinder(installation, expected).Find();
+Findings FindInInstallation(const Installation& installation, const Expectation& expected,
+                            std::optional<FileTree>* tree) {
+  return InstallationFinder(installation, expected, tree).Find();
 }
 
 Findings HostState::AllFindings() const {
@@ -165,7 +170,8 @@ void CompareWithReceipt(HostState& host, bool ignoresModes) {
                     FindInReceipt(*host.receipt, host.installation, host.receiptFindings) &&
                     !host.receipt->tree.empty();
   host.findings = FindInInstallation(
-      host.installation, {host.isCompared ? &host.receipt->tree : nullptr, nullptr, ignoresModes});
+      host.installation, {host.isCompared ? &host.receipt->tree : nullptr, nullptr, ignoresModes},
+      &host.tree);
   if (!ignoresModes) {
     host.hostFindings = FindInAccess(host.installation.hostRoot, Places::Host);
   }

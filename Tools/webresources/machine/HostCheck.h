@@ -27,18 +27,21 @@ struct Expectation {
 
 /// Returns the defects of a host that an installation repairs: of the installed tree, of other
 /// entries under the install root, of the access to the product's places, and of the record. Reads
-/// each installed file once if a tree is expected. Throws Error if a file or the record cannot be
-/// read.
-Findings FindInInstallation(const Installation& installation, const Expectation& expected);
+/// each installed file once if a tree is expected, and stores the installed tree through `tree`.
+/// Throws Error if a file or the record cannot be read.
+Findings FindInInstallation(const Installation& installation, const Expectation& expected,
+                            std::optional<FileTree>* tree);
 
 /// The installation of a host and the findings about it.
 struct HostState {
   Installation installation;
   std::optional<Receipt> receipt;  ///< Absent if missing or damaged.
-  bool isCompared = false;         ///< Whether the receipt describes the record.
-  Findings findings;               ///< The defects of tree, record, modes and owners.
-  Findings receiptFindings;        ///< The defects of the receipt.
-  Findings hostFindings;           ///< The defects of the host's places.
+  bool isCompared = false;         ///< Whether the tree was compared with the receipt's tree.
+  /// The installed tree as ReadTree() returns it; absent if it was not compared.
+  std::optional<FileTree> tree;
+  Findings findings;         ///< The defects of tree, record, modes and owners.
+  Findings receiptFindings;  ///< The defects of the receipt.
+  Findings hostFindings;     ///< The defects of the host's places.
 
   /// Returns all findings, in the order of the members.
   Findings AllFindings() const;

@@ -87,7 +87,8 @@ ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>&
 
 void CompareWithBundle(HostState& host, const ExpectedBundle& bundle, bool ignoresModes) {
   host.findings = FindInInstallation(
-      host.installation, {bundle.isRead ? &bundle.tree : nullptr, &bundle.metadata, ignoresModes});
+      host.installation, {bundle.isRead ? &bundle.tree : nullptr, &bundle.metadata, ignoresModes},
+      &host.tree);
   const bool belongs =
       host.receipt && FindInReceipt(*host.receipt, host.installation, host.receiptFindings);
   if (belongs && host.findings.empty() && !IsOf(*host.receipt, bundle)) {
