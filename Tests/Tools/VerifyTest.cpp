@@ -8,6 +8,7 @@
 #include <csignal>
 #include <map>
 #include <memory>
+#include <regex>
 
 #include "BundlePrograms.h"
 #include "Descriptor.h"
@@ -569,7 +570,12 @@ TEST_F(VerifyTest, StatusWithoutADirectoryCountsNoFiles) {
 }
 
 TEST_F(VerifyTest, PackageBeyondTheLimitsIsNotRead) {
+  WriteReceiptOfTheBundle();
+  const std::string receipt = ReceiptPath(options_.hostRoot);
+  WriteFile(receipt, std::regex_replace(ReadFile(receipt), std::regex("0644"), "0600"));
   options_.limits = {4};
+  EXPECT_EQ(Found(), "content-too-large OrloWebResources.zip\n");
+  fs::remove(receipt);
   EXPECT_EQ(InstallCheck(options_).status, 2);
   EXPECT_EQ(Found(), "content-too-large OrloWebResources.zip\n");
   options_.limits = {5};

@@ -52,10 +52,11 @@ bool IsProof(const std::optional<Receipt>& receipt, const ExpectedBundle& bundle
          IsOutlineOf(bundle.files.package, receipt->tree);
 }
 
-/// Returns whether `receipt` describes an installation of `bundle`.
+/// Returns whether `receipt` describes an installation of `bundle`, as far as both are known.
 bool IsOf(const Receipt& receipt, const ExpectedBundle& bundle) {
+  const bool areTreesKnown = bundle.isRead && !receipt.tree.empty();
   return receipt.packageSha256 == bundle.packageSha256 &&
-         (receipt.tree.empty() || Compare(bundle.tree, receipt.tree).empty());
+         (!areTreesKnown || Compare(bundle.tree, receipt.tree).empty());
 }
 
 }  // namespace
@@ -93,7 +94,7 @@ void CompareWithBundle(HostState& host, const ExpectedBundle& bundle, bool ignor
       host.receipt && FindInReceipt(*host.receipt, host.installation, host.receiptFindings);
   if (belongs && host.findings.empty() && !IsOf(*host.receipt, bundle)) {
     Add(host.receiptFindings, kReceiptDiffers, ReceiptPath(host.installation.hostRoot),
-        "it is of another package than the one that is installed");
+        "it does not describe the package that is installed");
   }
   if (!ignoresModes) {
     host.hostFindings = FindInAccess(host.installation.hostRoot, Places::Host);
