@@ -611,7 +611,8 @@ TEST_F(VerifyTest, ReceiptStandsInForAPackageOfItsDigestAndOutline) {
 TEST_F(VerifyTest, StatusAndPlanLookAtEachInstalledEntryOnce) {
   WriteReceiptOfTheBundle();
   for (const auto command : {Status, Plan}) {
-    const FailingCall look("fstatat", [] {}, 1, INT_MAX);
+    const FailingCall look(
+        "fstatat", [] {}, 1, INT_MAX);
     EXPECT_EQ(command(options_).status, 0);
     EXPECT_EQ(look.Count(), 4);  // the top, d, d/f and g
   }
