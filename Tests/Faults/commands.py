@@ -16,7 +16,7 @@ import signal
 
 import scenarios
 from contract import UPDATE, read_record
-from faults import (ERRORS, INFALLIBLE, OF_THE_HEAP, STATUS, TRANSFERS, Campaign, Judge, main,
+from faults import (ERRORS, INFALLIBLE, VARYING, STATUS, TRANSFERS, Campaign, Judge, main,
                     stage_of_this_process)
 from machine import APPLICATION
 from private_root import add_programs, inside, tree
@@ -225,7 +225,7 @@ class OnCommands(Campaign):
             result = self.subject.run(*fault)
             action, name, _ = fault
             self.counts["faults" if result.struck else "not reached"] += 1
-            self.subject.check(result.struck or name in OF_THE_HEAP, *fault, "not reached")
+            self.subject.check(result.struck or name in VARYING, *fault, "not reached")
             killed = action == "kill" and result.struck
             self.subject.check(result.status in ({-signal.SIGKILL} if killed else {0, 1, 2}),
                                *fault, "ends with", result)

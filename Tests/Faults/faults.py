@@ -28,8 +28,9 @@ STATUS = {"fstat", "newfstatat"}
 TRANSFERS = {"read", "write", "pread64", "getrandom"}
 # Calls that are not made to fail: the end of the process, a wake-up without a waiter, and abort().
 INFALLIBLE = {"exit_group", "futex", "geteuid", "getpid", "gettid", "tgkill", "umask"}
-# The number of these calls depends on the addresses that the kernel draws.
-OF_THE_HEAP = {"brk", "mmap", "munmap", "mremap", "madvise", "mprotect"}
+# The number of these calls varies: with the addresses that the kernel draws, and because mkdtemp()
+# calls getrandom() at times only.
+VARYING = {"brk", "getrandom", "mmap", "munmap", "mremap", "madvise", "mprotect"}
 # A failure may end the run: calls that allocate memory, and calls that read the metadata.
 ASK_FOR_MEMORY = {"brk", "mmap", "mremap"}
 READ_THE_METADATA = {"readlink", "openat", "read"}
@@ -145,7 +146,7 @@ class Killed(Campaign):
     def kill_at(self, name, number):
         result = self.stage.run_with("kill", name, number)
         self.counts["kills" if result.struck else "not reached"] += 1
-        self.judge.check(result.struck or name in OF_THE_HEAP, "kill", name, number, "not reached")
+        self.judge.check(result.struck or name in VARYING, "kill", name, number, "not reached")
         self.judge.after_fault(result, {-signal.SIGKILL} if result.struck else {0}, "kill", name,
                                number)
 
@@ -216,7 +217,7 @@ class FailingCalls(Campaign):
         self.stage.reset()
         result = self.stage.run_with(error, name, number)
         self.counts["faults" if result.struck else "not reached"] += 1
-        self.judge.check(result.struck or name in OF_THE_HEAP, error, name, number, "not reached")
+        self.judge.check(result.struck or name in VARYING, error, name, number, "not reached")
         self.counts["abnormal ends"] += result.status == ABORT
         self.judge.after_fault(result, statuses, error, name, number, may_go_on={
             failure for failure, names in self.LEADS_TO.items() if name in names})
@@ -300,7 +301,7 @@ class Interference(Campaign):
             self.stage.reset()
             result = self.stage.run_with(f"sh:exec 2>/dev/null; {self.PLANTS[plant]}", name, number)
             self.counts["changes"] += 1
-            self.judge.check(result.struck or name in OF_THE_HEAP, plant, name, number,
+            self.judge.check(result.struck or name in VARYING, plant, name, number,
                              "not reached")
             self.judge_run(result, plant, name, number)
             self.run_again(plant, name, number)
