@@ -67,7 +67,8 @@ enum class Checksum { Sha256, Crc32, None };
 /// Returns the tree at the directory `directory`, with the requested checksum of each file, modes
 /// and owners. If a tree is `expected`, only its files of the same size are read; the other files
 /// have no checksum. No link is followed, and only regular files are opened. Omits entries that
-/// disappear during the call. Throws Error if an entry cannot be read.
+/// disappear during the call. Throws Error if an entry cannot be read, or if the user stops the
+/// command; see CatchInterruptions().
 FileTree ReadTree(const std::string& directory, Checksum checksum,
                   const FileTree* expected = nullptr);
 
