@@ -298,8 +298,8 @@ TEST_F(PropertyListFileTest, FileOfOneMiBIsReadAndALargerOneFailsAndStays) {
 }
 
 TEST_F(PropertyListFileTest, ChangeThatMakesTheFileLargerThanOneMiBFailsAndTheFileStays) {
-  ASSERT_TRUE(ChangePropertyList(path_, {{"text", ""}, {"key", 1}}, Emptied::Keep));
-  const std::string text(PropertyList::kLargest - fs::file_size(path_), 'x');
+  ASSERT_TRUE(ChangePropertyList(path_, {{"text", "x"}, {"key", 1}}, Emptied::Keep));
+  const std::string text(1 + PropertyList::kLargest - fs::file_size(path_), 'x');
   EXPECT_TRUE(ChangePropertyList(path_, {{"text", text}}, Emptied::Keep));
   EXPECT_EQ(PropertyList::kLargest, fs::file_size(path_));
   EXPECT_FALSE(ChangePropertyList(path_, {{"text", text + "x"}}, Emptied::Keep));
