@@ -7,7 +7,7 @@ import zlib
 from expected import LONGEST_NAME, Destination, climbs_out
 
 CHUNK = 8192  # bytes of one write; of damaged data, the whole buffers before the damage stay
-CHUNK = 16384   # bytes of one read of the library
+BUFFER = 16384  # bytes of one read of the library
 STORED, DEFLATED = 0, 8
 SIZES_FOLLOW = 8
 CENTRAL, LOCAL, END = b"PK\1\2", b"PK\3\4", b"PK\5\6"
@@ -116,7 +116,7 @@ class Source:
 
     def fill(self):
         if not self.pending and self.left:
-            length = min(CHUNK, self.left)
+            length = min(BUFFER, self.left)
             require(self.at + length <= len(self.data))
             self.pending = self.data[self.at:self.at + length]
             self.at += length
