@@ -156,8 +156,8 @@ record() { # ARGUMENT...
     sed '/^|---/q' "$file"
     {
       sed '1,/^|---/d' "$file" | awk -F' [|] ' -v of="| \`$command\`" '$1 != of'
-      # Without the lines that only show the progress.
-      sed -e '/^   /d' -e '/^==/d' -e '/^$/d' -e 's/^ *//' -e 's/|/\\|/g' \
+      # Without the lines of the build and the lines that only show details or the progress.
+      sed -e '/^  /d' -e '/^==/d' -e '/^[-.]*$/d' -e '/^\[[0-9]/d' -e '/^Ran /d' -e '/^OK$/d' -e 's/^ *//' -e 's/|/\\|/g' \
         -e "s~.*~| \`$command\` | & | $when | $commit |~" <<<"$output"
     } | LC_ALL=C sort -s -t'|' -k2,2
   } >"$file.new"
