@@ -341,10 +341,9 @@ class Record(CommandTestCase):
         figures.parent.mkdir()
         self.fake("dpkg-query", ALL_INSTALLED)
         self.fake("git", "echo abc1234+")
-        self.fake("ctest", "echo 'a | b'; echo '  window: 3'")
+        self.fake("ctest", "echo 'a | b'; echo '  window: 3'; echo '[1/2] Building'; echo OK")
         for status, expected in ((1, ""), (0, """\
 | `test release` | a \\| b | DATE | abc1234+ |
-| `test release` | window: 3 | DATE | abc1234+ |
 | `test release` | All tests passed: release | DATE | abc1234+ |
 """)):
             figures.write_text(self.BEFORE)
