@@ -1,5 +1,5 @@
-// Preloaded into the command. Each sleep ends at once. The end of the process prints the sum of all
-// sleeps.
+// Preloaded into the command. Each sleep ends immediately. The end of the process prints the sum of
+// all sleeps.
 #include <cstdio>
 #include <ctime>
 

@@ -27,7 +27,7 @@ struct FileItem {
   Type type = Type::Directory;
   std::optional<std::uint16_t> mode;   ///< The permission bits and the set-ID and sticky bits.
   std::optional<std::uint32_t> crc32;  ///< The checksum of a file; absent if unknown.
-  std::optional<unsigned int> owner;   ///< The user's number; absent outside of a disk.
+  std::optional<unsigned int> owner;   ///< The user's number; absent if not on a disk.
 };
 
 /// A tree of files: the top and all entries below, sorted by the bytes of the paths. The same model
