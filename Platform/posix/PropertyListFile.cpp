@@ -97,28 +97,30 @@ bool MoveAside(int directory, const std::string& name) {
   return false;
 }
 
-/// Returns a name that no other writer uses. Returns an empty string if the system has no random
-/// numbers.
-std::string TemporaryName(const std::string& name) {
+/// Returns a name that no other writer uses; nothing if the system has no random numbers.
+std::optional<std::string> TemporaryName(const std::string& name) {
   std::uint64_t random = 0;
   // getentropy() would repeat an interrupted call forever.
   if (Uninterrupted([&] { return getrandom(&random, sizeof random, 0); }) != sizeof random) {
-    return {};
+    return std::nullopt;
   }
   return name + kTemporary + std::to_string(random);
 }
 
 /// Replaces the file `name` by a file with `bytes`.
 bool Replace(int directory, const std::string& name, const std::string& bytes) {
-  const std::string temporary = TemporaryName(name);
-  const Descriptor file(openat(directory, temporary.c_str(),
+  const auto temporary = TemporaryName(name);
+  if (!temporary) {
+    return false;
+  }
+  const Descriptor file(openat(directory, temporary->c_str(),
                                O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR));
   const bool isReplaced = file && WriteAll(*file, bytes.data(), bytes.size()) &&
                           fchmod(*file, kFileMode) == 0 && Durability::SyncFile(*file) &&
-                          renameat(directory, temporary.c_str(), directory, name.c_str()) == 0;
+                          renameat(directory, temporary->c_str(), directory, name.c_str()) == 0;
   if (file && !isReplaced) {
     const int error = errno;
-    unlinkat(directory, temporary.c_str(), 0);
+    unlinkat(directory, temporary->c_str(), 0);
     errno = error;
   }
   return isReplaced && Durability::SyncFile(directory);

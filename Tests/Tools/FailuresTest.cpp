@@ -641,9 +641,11 @@ TEST_F(FailingLockTest, LockOfAnotherUserOrWritableByOthersIsRefused) {
 
 TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenIsReported) {
   std::filesystem::create_directories(ParentOf(path_));
+  Receipt begun;
+  begun.isBegun = true;
   EXPECT_COMPLAINT(ComplaintWithout("write", [&] {
     AtomicFile file(ReceiptPath(directory_ / ""));
-    WriteReceipt(file, {});
+    WriteReceipt(file, begun);
   }));
   EXPECT_EQ(TreeOf(ParentOf(path_)), Tree());
 }

@@ -534,7 +534,7 @@ TEST_F(ReportsTest, TrialExtractionWithoutEnoughFreeSpaceIsNotStarted) {
   try {
     Check(options);
   } catch (const Error& error) {
-    reason = error.reason() + "; " + error.remedy();
+    reason = error.reason() + "; " + error.remedy().value();
   }
   EXPECT_TRUE(
       std::regex_match(reason, std::regex("up to [0-9]{14,} bytes are needed and [0-9]+ are "

@@ -162,7 +162,7 @@ TEST(Digest, FifoAndLinkToNothingAreNotRead) {
 TEST(Names, HexadecimalIsReadBack) {
   EXPECT_EQ(FromHexadecimal(Hexadecimal("\xE4\x01z")), "\xE4\x01z");
   for (const char* text : {"0", "0g", "G0", "000"}) {
-    EXPECT_EQ(FromHexadecimal(text), "") << text;
+    EXPECT_EQ(FromHexadecimal(text), std::nullopt) << text;
   }
 }
 

@@ -604,7 +604,7 @@ TEST_F(VerifyTest, ReceiptStandsInForAPackageOfItsDigestAndOutline) {
   receipt.tree.back().size = bundle.tree.back().size;
   receipt.tree.back().size = bundle.tree.back().size;
   EXPECT_TRUE(standsIn());
-  receipt.packageSha256.front() ^= 1;
+  receipt.packageSha256->front() ^= 1;
   EXPECT_FALSE(standsIn());
 }
 
@@ -836,7 +836,7 @@ TEST_F(ReceiptTest, ThatTheDiskCannotReadIsReportedWithARemedy) {
     Status(options_);
     ADD_FAILURE() << "it is read";
   } catch (const Error& error) {
-    EXPECT_EQ(error.reason() + "; " + error.remedy(),
+    EXPECT_EQ(error.reason() + "; " + error.remedy().value(),
               "Input/output error; check the disk, then try again");
   }
 }

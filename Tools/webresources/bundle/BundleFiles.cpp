@@ -17,12 +17,12 @@ namespace webresources {
 
 namespace {
 
-/// Returns a text that changes when the file at `path` changes or is replaced. Empty if there is no
-/// file.
-std::string VersionOf(const std::string& path) {
+/// Returns a text that changes when the file at `path` changes or is replaced; nothing if there is
+/// no file.
+std::optional<std::string> VersionOf(const std::string& path) {
   struct stat status = {};
   if (stat(path.c_str(), &status) != 0) {
-    return "";
+    return std::nullopt;
   }
   std::error_code error;
   const auto written = std::filesystem::last_write_time(path, error).time_since_epoch();
@@ -69,6 +69,10 @@ BundleFiles FindBundleFiles(std::string path) {
           metadata,
           program,
           {{package, VersionOf(package)}, {metadata, VersionOf(metadata)}}};
+}
+
+std::optional<std::string> DigestOfPackage(const std::string& path) {
+  return IsPresent(path) ? std::optional(DigestText(DigestOfFile(path))) : std::nullopt;
 }
 
 void RequireBundle(const std::string& path) {

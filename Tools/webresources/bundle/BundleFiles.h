@@ -20,13 +20,18 @@ struct BundleFiles {
   std::string metadata;   ///< The path of the metadata.
   /// The path of the installer. Absent if the given path is a Contents or Resources directory.
   std::optional<std::string> program;
-  std::map<std::string, std::string> versions;  ///< The versions of both files, to be compared.
+  /// The versions of both files, to be compared.
+  std::map<std::string, std::optional<std::string>> versions;
 };
 
 /// Returns the files of the bundle at `path`, which may also be the Contents directory or the
 /// Resources directory of a bundle. The two files need not exist. Throws Error if `path` is not a
 /// directory, or if the directory cannot be read.
 BundleFiles FindBundleFiles(std::string path);
+
+/// Returns the SHA-256 of the package at `path`, in hexadecimal; nothing if there is no package.
+/// Throws Error if the package cannot be read.
+std::optional<std::string> DigestOfPackage(const std::string& path);
 
 /// Throws UsageError if the directory at `path` is not a bundle: there is no Contents/Resources.
 void RequireBundle(const std::string& path);

@@ -181,11 +181,10 @@ Json PathWithReason(const std::string& path, const std::string& reason) {
 
 /// Reports the digest of the package, for a comparison with the digest in a receipt.
 void ReportDigest(const std::string& package, Report& report) {
-  const bool isThere = IsPresent(package);
-  const std::string digest = isThere ? DigestText(DigestOfFile(package)) : "";
+  const std::optional<std::string> digest = DigestOfPackage(package);
   PutOptional(report.details, "sha256", digest);
-  if (isThere) {
-    report.summary.push_back("SHA-256: " + digest);
+  if (digest) {
+    report.summary.push_back("SHA-256: " + *digest);
   }
 }
 

@@ -24,7 +24,7 @@ void Conclude(const char* outcome, int status, const std::string& text, Report& 
 void WriteReceiptOf(const ExpectedBundle& bundle, const std::string& hostRoot) {
   Receipt receipt;
   receipt.updateId = bundle.UpdateId();
-  receipt.packageSha256 = bundle.packageSha256.value_or("");
+  receipt.packageSha256 = bundle.packageSha256;
   receipt.tree = bundle.tree;
   AtomicFile file(ReceiptPath(hostRoot));
   WriteReceipt(file, receipt);

@@ -47,10 +47,11 @@ Report Status(const HostOptions& options) {
     host.tree = isThere ? ReadTree(directory, Checksum::None) : FileTree();
   }
   // without a usable receipt, the time of the directory's last change
-  const std::string since = !isThere          ? ""
-                            : host.isCompared ? host.receipt->time
-                                              : TimeText(StatusOf(directory).st_mtime);
-  PutOptional(report.details, "directory", isThere ? directory : "");
+  std::optional<std::string> since;
+  if (isThere) {
+    since = host.isCompared ? host.receipt->time : TimeText(StatusOf(directory).st_mtime);
+  }
+  PutOptional(report.details, "directory", isThere ? std::optional(directory) : std::nullopt);
   report.details["files"] = FilesOf(*host.tree);
   report.details["bytes"] = BytesOf(*host.tree);
   PutOptional(report.details, "since", since);
@@ -63,7 +64,7 @@ Report Status(const HostOptions& options) {
       "directory: " + (isThere ? directory : std::string("none")),
       "content:   " + std::to_string(FilesOf(*host.tree)) + " files, " +
           std::to_string(BytesOf(*host.tree)) + " bytes",
-      "since:     " + (since.empty() ? "never" : since),
+      "since:     " + since.value_or("never"),
       "receipt:   " +
           (host.receipt ? NameOfState(*host.receipt) + ", " + host.receipt->time : "none"),
       "sound:     " + Soundness(host)};

@@ -61,10 +61,6 @@ bool IsOf(const Receipt& receipt, const ExpectedBundle& bundle) {
 
 }  // namespace
 
-std::optional<std::string> DigestOfPackage(const std::string& path) {
-  return !IsPresent(path) ? std::nullopt : std::optional(DigestText(DigestOfFile(path)));
-}
-
 ExpectedBundle ReadBundle(const std::string& path, const std::optional<Receipt>& receipt,
                           const Limits& limits) {
   ExpectedBundle bundle;

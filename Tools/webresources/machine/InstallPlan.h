@@ -31,10 +31,6 @@ struct ExpectedBundle {
   int UpdateId() const { return *metadata.updateId; }
 };
 
-/// Returns the SHA-256 of the package at `path`, in hexadecimal; nothing if there is no package.
-/// Throws Error if the package cannot be read.
-std::optional<std::string> DigestOfPackage(const std::string& path);
-
 /// Reads the bundle at `path`. A package beyond the limits is not read at all. The package is not
 /// inflated if `receipt` belongs to the owner of the host and has the digest, the paths and the
 /// sizes of the package. The tree then comes from the receipt. Throws Error if a file cannot be

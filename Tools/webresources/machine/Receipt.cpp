@@ -58,7 +58,7 @@ std::string TextOf(const Receipt& receipt) {
   if (receipt.isBegun) {
     return Text(head);
   }
-  head["packageSha256"] = receipt.packageSha256;
+  head["packageSha256"] = receipt.packageSha256.value();
   const std::string withoutTree = Text(head);
   std::string text = withoutTree;
   text.resize(text.rfind("\n}"));
@@ -236,7 +236,7 @@ InputFile OpenReceipt(const std::string& path) {
   try {
     return InputFile(path, Links::Refuse);
   } catch (const Error& error) {
-    throw Error("read", path, error.reason(), error.remedy().empty() ? kRemedy : error.remedy());
+    throw Error("read", path, error.reason(), error.remedy().value_or(kRemedy));
   }
 }
 

@@ -14,9 +14,9 @@ namespace webresources {
 /// The content that `install` left on a host, in one JSON file beside the install root. The
 /// installer does not know the receipt: a run without `install` leaves the receipt out of date.
 struct Receipt {
-  bool isBegun = false;       ///< True from the start of the installer to a successful check.
-  int updateId = 0;           ///< The update number of the bundle.
-  std::string packageSha256;  ///< The digest in hexadecimal; empty if `isBegun`.
+  bool isBegun = false;  ///< True from the start of the installer to a successful check.
+  int updateId = 0;      ///< The update number of the bundle.
+  std::optional<std::string> packageSha256;  ///< In hexadecimal; nothing if `isBegun`.
   /// The installed tree, with digests and modes; empty if `isBegun`, if the receipt would have more
   /// than 64 MiB, or if ReadReceipt() omits it.
   FileTree tree;

@@ -58,10 +58,9 @@ Error UnreadableRecord(const std::string& hostRoot) {
   const Error parts = Error::FromErrno("read the record", RecordLocation(hostRoot));
   return Error(parts.operation(), parts.object(),
                error == EINVAL ? "it is not a regular file" : parts.reason(),
-               isUnfit                  ? "remove it, then run webresources install"
-               : error == ENOTSUP       ? "run the command on that host"
-               : parts.remedy().empty() ? "try again"
-                                        : parts.remedy());
+               isUnfit            ? "remove it, then run webresources install"
+               : error == ENOTSUP ? "run the command on that host"
+                                  : parts.remedy().value_or("try again"));
 }
 
 InstallRecord ReadHostRecord(const std::string& hostRoot) {
@@ -131,7 +130,7 @@ void Put(Json& json, const char* name, std::int32_t number) {
 }
 
 void Put(Json& json, const char* name, const std::string& text) {
-  PutOptional(json, name, text);
+  PutOptional(json, name, text.empty() ? std::nullopt : std::optional(text));
 }
 
 }  // namespace

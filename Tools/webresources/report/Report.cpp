@@ -8,6 +8,7 @@
 #include <iterator>
 #include <map>
 #include <sstream>
+#include <stdexcept>
 
 #include "support/Text.h"
 
@@ -146,10 +147,11 @@ void PutName(Json& object, const std::string& key, const std::string& name) {
   }
 }
 
-void PutOptional(Json& object, const std::string& key, const std::string& name) {
-  object[key] = nullptr;
-  if (!name.empty()) {
-    PutName(object, key, name);
+void PutOptional(Json& object, const std::string& key, const std::optional<std::string>& name) {
+  if (name) {
+    PutName(object, key, *name);
+  } else {
+    object[key] = nullptr;
   }
 }
 
@@ -158,7 +160,11 @@ std::string NameOf(const Json& object, const std::string& key) {
   if (bytes == object.end()) {
     return object.at(key).get<std::string>();
   }
-  return FromHexadecimal(bytes->get<std::string>());
+  const auto name = FromHexadecimal(bytes->get<std::string>());
+  if (!name) {
+    throw std::invalid_argument("a name is not in hexadecimal");
+  }
+  return *name;
 }
 
 std::string Text(const Json& json) {
@@ -174,11 +180,11 @@ void Print(const Report& report, Form form) {
     PrintLines(report.listing, form == Form::Whole ? report.listing.size() : kScreen);
     PrintFindings(report.findings, form);
     PrintLines(report.summary, report.summary.size());
-    if (!report.advice.empty()) {
-      PrintLines({"to repair: " + report.advice}, 1);
+    if (report.advice) {
+      PrintLines({"to repair: " + *report.advice}, 1);
     }
-    if (!report.refusal.empty()) {
-      PrintLines({report.refusal}, 1);
+    if (report.refusal) {
+      PrintLines({*report.refusal}, 1);
     }
   }
   if (!std::cout.flush()) {

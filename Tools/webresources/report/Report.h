@@ -2,6 +2,7 @@
 #define TOOLS_WEBRESOURCES_REPORT_REPORT_H_
 
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -34,10 +35,10 @@ struct Report {
   int status = kAsItShouldBe;
   std::vector<std::string> listing;  ///< Lines for people before the findings.
   Findings findings;
-  std::vector<std::string> summary;  ///< Lines for people after the findings.
-  std::string advice;                ///< A command line that repairs the findings, or empty.
-  std::string refusal;               ///< The text for a refusal. `--quiet` prints the text, too.
-  Json details = Json::object();     ///< Members of this command in the document.
+  std::vector<std::string> summary;    ///< Lines for people after the findings.
+  std::optional<std::string> advice;   ///< A command line that repairs the findings.
+  std::optional<std::string> refusal;  ///< The text for a refusal. `--quiet` prints the text, too.
+  Json details = Json::object();       ///< Members of this command in the document.
 
   /// Sets the status by the findings.
   void SetStatus() { status = findings.empty() ? kAsItShouldBe : kHasFindings; }
@@ -48,12 +49,12 @@ struct Report {
 Report ReportOf(const std::string& command, const std::exception& error);
 
 /// Stores `name` under `key`. A name that is not UTF-8 is stored as Printable(name), and its bytes
-/// are stored in hexadecimal under `key`Hex. PutOptional() stores null if `name` is empty.
+/// are stored in hexadecimal under `key`Hex. PutOptional() stores null for nothing.
 void PutName(Json& object, const std::string& key, const std::string& name);
-void PutOptional(Json& object, const std::string& key, const std::string& name);
+void PutOptional(Json& object, const std::string& key, const std::optional<std::string>& name);
 
 /// Returns the name that PutName() stored under `key`. Throws Json::exception if there is no such
-/// name.
+/// name, and std::invalid_argument if its bytes are not in hexadecimal.
 std::string NameOf(const Json& object, const std::string& key);
 
 /// Returns `json` as the text of a document, with every character outside ASCII escaped. Requires:

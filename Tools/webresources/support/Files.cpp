@@ -184,12 +184,12 @@ std::string DigestText(const Sha256::Digest& digest) {
 }
 
 Sha256::Digest DigestFrom(const std::string& text) {
-  const std::string bytes = FromHexadecimal(text);
+  const auto bytes = FromHexadecimal(text);
   Sha256::Digest digest = {};
-  if (bytes.size() != digest.size()) {
+  if (!bytes || bytes->size() != digest.size()) {
     throw std::invalid_argument("it is not a SHA-256 digest: " + text);
   }
-  std::copy(bytes.begin(), bytes.end(), digest.begin());
+  std::copy(bytes->begin(), bytes->end(), digest.begin());
   return digest;
 }
 

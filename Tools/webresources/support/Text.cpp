@@ -110,18 +110,18 @@ std::string Octal(unsigned int mode) {
   return text;
 }
 
-std::string FromHexadecimal(const std::string& text) {
+std::optional<std::string> FromHexadecimal(const std::string& text) {
   static const std::string digits = "0123456789abcdef";
   std::string bytes;
   for (std::size_t i = 0; i + 1 < text.length(); i += 2) {
     const std::size_t high = digits.find(text[i]);
     const std::size_t low = digits.find(text[i + 1]);
     if (high == std::string::npos || low == std::string::npos) {
-      return {};
+      return std::nullopt;
     }
     bytes += static_cast<char>(high * 16 + low);
   }
-  return text.length() % 2 == 0 ? bytes : std::string();
+  return text.length() % 2 == 0 ? std::optional(bytes) : std::nullopt;
 }
 
 std::string Folded(const std::string& name) {

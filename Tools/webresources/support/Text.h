@@ -27,8 +27,8 @@ std::string Hexadecimal(const std::string& bytes);
 /// Returns the four octal digits of `mode`, which is at most 07777.
 std::string Octal(unsigned int mode);
 
-/// Returns the bytes for a text of Hexadecimal(). Returns an empty string for any other text.
-std::string FromHexadecimal(const std::string& text);
+/// Returns the bytes for a text of Hexadecimal(). Returns nothing for any other text.
+std::optional<std::string> FromHexadecimal(const std::string& text);
 
 /// Returns the folded form of `name`. Two names with the same folded form are equal for a file
 /// system that ignores case and normalization. Returns a name that is not UTF-8 unchanged.
