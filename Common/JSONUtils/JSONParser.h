@@ -224,9 +224,13 @@ class QDOJSONScanner : public QDOJSONText {
       if (!parseValue(Target::valueOf(element))) {
         return false;
       }
-      array->push_back(std::move(element));
       skipWhitespace();
-      if (!take(',')) {
+      const bool isFollowed = take(',');
+      if (isFollowed && array->empty()) {
+        array->reserve(2);  // as the second push_back() would, without moving the first element
+      }
+      array->push_back(std::move(element));
+      if (!isFollowed) {
         break;
       }
     }
