@@ -59,7 +59,9 @@ template <typename Act>
 bool TakesSecondsOfWork(unsigned int seconds, Act act) {
   return InChild([seconds, &act] {
     std::signal(SIGXCPU, [](int) { _exit(1); });
-    const struct rlimit limit = {seconds, RLIM_INFINITY};
+    struct rlimit limit = {};
+    getrlimit(RLIMIT_CPU, &limit);  // the caller's hard limit stays: not every user may raise it
+    limit.rlim_cur = seconds;
     return setrlimit(RLIMIT_CPU, &limit) == 0 && act();
   });
 }
