@@ -1,5 +1,4 @@
 #include "commands/Commands.h"
-#include "machine/Advice.h"
 #include "machine/HostCheck.h"
 #include "prediction/FileTree.h"
 #include "support/Files.h"

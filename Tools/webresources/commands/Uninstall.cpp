@@ -9,7 +9,6 @@
 #include "machine/InstallLock.h"
 #include "machine/Installation.h"
 #include "machine/Receipt.h"
-#include "machine/Record.h"
 #include "support/Error.h"
 #include "support/Files.h"
 #include "support/SystemLog.h"

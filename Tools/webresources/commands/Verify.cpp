@@ -1,5 +1,4 @@
 #include "commands/Commands.h"
-#include "machine/Advice.h"
 #include "machine/HostCheck.h"
 #include "machine/InstallPlan.h"
 #include "support/Progress.h"

@@ -9,6 +9,7 @@
 #include "machine/Receipt.h"
 #include "prediction/FileTree.h"
 #include "report/Finding.h"
+#include "report/Report.h"
 
 namespace webresources {
 
@@ -54,6 +55,14 @@ HostState ReadHost(const std::string& hostRoot);
 /// Adds the findings of a comparison of the host with its receipt; without a usable receipt, the
 /// values of the record are compared with each other only. Throws Error if a file cannot be read.
 void CompareWithReceipt(HostState& host, bool ignoresModes);
+
+/// Sets the advice of `report` to a command line that installs with `options`. Does nothing unless
+/// the fix of a finding in `report` contains the text "run webresources install". The command
+/// line has absolute paths. For an ordinary user, the command line begins with sudo. For another
+/// host, the command line uses chroot, and first copies a bundle from outside the root into the
+/// root. The command line also removes a lock file that `install` would refuse. Without a bundle in
+/// `options`, the reader replaces the word BUNDLE.
+void Advise(const HostOptions& options, Report& report);
 
 }  // namespace webresources
 
