@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -105,7 +106,9 @@ TEST_F(AppleBackEnd, RecordIsReadableWithoutTheRightToWriteIt) {
 
 TEST_F(AppleBackEnd, RecordOfAnotherHostIsNotReadable) {
   ASSERT_TRUE(OSUtils::RegisterUpdateID(7));
+  errno = 0;
   EXPECT_FALSE(ReadRecord("/other host"));
+  EXPECT_EQ(errno, ENOTSUP);
 }
 
 TEST_F(AppleBackEnd, RecordIsInTheFileOfItsWholeIdentifier) {

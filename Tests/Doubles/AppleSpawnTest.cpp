@@ -34,6 +34,11 @@ int posix_spawn_file_actions_addinherit_np(posix_spawn_file_actions_t* /*actions
 
 extern "C" {
 
+int __wrap_posix_spawnattr_init(posix_spawnattr_t* attributes) {
+  *attributes = {};
+  return failing == "init" ? error : 0;
+}
+
 int __wrap_posix_spawnattr_getflags(const posix_spawnattr_t* /*attributes*/, short* flags) {
   *flags = currentFlags;
   return 0;
@@ -110,6 +115,11 @@ TEST_F(AppleSpawn, FailedTrialKillsNothing) {
 TEST_F(AppleSpawn, ProgramThatCannotBeSuspendedIsNotStarted) {
   EXPECT_TRUE(CanStart("flags", EINVAL));
   EXPECT_EQ(asked, Calls{"flags 128"});
+}
+
+TEST_F(AppleSpawn, FailureBeforeTheTrialStartsNothing) {
+  EXPECT_TRUE(CanStart("init", ENOMEM));
+  EXPECT_EQ(asked, Calls());
 }
 
 TEST_F(AppleSpawn, OnlyTheNamedDescriptorIsInherited) {

@@ -92,6 +92,12 @@ TEST_F(PreferencesDomainTest, EmptyDomainHasNothing) {
   EXPECT_FALSE(domain_.RemoveAll());
 }
 
+TEST_F(PreferencesDomainTest, OnlyKeyIsRemoved) {
+  domain_.SetNumber("number", 7);
+  EXPECT_TRUE(domain_.RemoveAll());
+  EXPECT_FALSE(ValueOf(domain_, "number").isPresent);
+}
+
 TEST_F(PreferencesDomainTest, ChangesAreSeenAtOnceThroughEveryObject) {
   domain_.SetText("text", "value");
   domain_.SetNumber("number", 7);

@@ -122,6 +122,17 @@ TEST_F(PropertyListFileFailuresTest, FileAndDirectoryAreSynchronized) {
   EXPECT_EQ(2, observed.Count());
 }
 
+TEST_F(PropertyListFileFailuresTest, FileWithoutKeysIsRemovedAndTheRemovalIsSynchronized) {
+  const auto removes = [this](const char* function) {
+    const FailingCall fault(function, EIO);
+    return ChangePropertyList(path_, {{"old", std::nullopt}}, Emptied::Remove);
+  };
+  EXPECT_FALSE(removes("unlinkat"));
+  EXPECT_EQ(old_, Bytes());
+  EXPECT_FALSE(removes("fsync"));
+  EXPECT_EQ(Names{}, NamesLeft());
+}
+
 // The mode of the file must also be synced before the rename.
 TEST_F(PropertyListFileFailuresTest, FileIsCompleteAndHasItsModeBeforeTheSyncAndTheRename) {
   const FailingCall observed("fsync", EIO, INT_MAX);

@@ -370,9 +370,9 @@ TEST(PropertyListTest, OnlyOnePlistWithOneDictionaryIsAList) {
 
 TEST(PropertyListTest, KeysAndValuesAlternateInAList) {
   for (const std::string items :
-       {"<key>a</key>", "<key>a</key><key>b</key><true/>", "<true/>", "<key>a</key><true/><true/>",
-        "<key>a</key>b<true/>", "<key>a</key><true/>b", "<key>a<b/></key><true/>",
-        "<key>\xFF</key><true/>", "<key>&#xD800;</key><true/>"}) {
+       {"<key>a</key>", "<key>a</key><key>b</key>", "<key>a</key><key>b</key><true/>", "<true/>",
+        "<key>a</key><true/><true/>", "<key>a</key>b<true/>", "<key>a</key><true/>b",
+        "<key>a<b/></key><true/>", "<key>\xFF</key><true/>", "<key>&#xD800;</key><true/>"}) {
     EXPECT_FALSE(IsList(Xml(items))) << items;
   }
 }

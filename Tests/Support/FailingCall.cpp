@@ -121,6 +121,7 @@ LET_FAIL(-1, int, renameat2,
 LET_FAIL(-1, int, stat, (const char* path, struct stat* status), (path, status))
 LET_FAIL(-1, int, syncfs, (int file), (file))
 LET_FAIL(-1, int, unlink, (const char* path), (path))
+LET_FAIL(-1, int, unlinkat, (int directory, const char* path, int flags), (directory, path, flags))
 
 int __real_fsync(int file);
 int __wrap_fsync(int file) {
