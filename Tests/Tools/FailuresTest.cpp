@@ -556,9 +556,12 @@ class FailingLockTest : public testing::Test {
 };
 
 TEST_F(FailingLockTest, LockThatCannotBeMadeIsReported) {
-  for (const char* function : {"mkdir", "open", "flock"}) {
-    EXPECT_COMPLAINT(ComplaintWithout(
-        function, [&] { InstallLock lock(directory_ / "", std::chrono::milliseconds(0)); }));
+  const std::string locked = "lock " + path_;
+  const std::pair<const char*, std::string> operations[] = {
+      {"mkdir", "make " + ParentOf(path_)}, {"open", locked}, {"flock", locked}};
+  for (const auto& [function, operation] : operations) {
+    const FailingCall fault(function, EIO);
+    EXPECT_EQ(TryToLock().find("cannot " + operation + ": Input/output error"), 0U) << function;
   }
   EXPECT_EQ(TryToLock(), "");
 }
@@ -576,7 +579,10 @@ TEST_F(FailingLockTest, LockThatCannotBeExaminedIsReported) {
 }
 
 TEST_F(FailingLockTest, HostWithoutAReadableDirectoryIsReported) {
-  EXPECT_COMPLAINT(ComplaintWithout("stat", [&] { FindInAccess(directory_ / "", Places::Host); }));
+  for (const int call : {1, 2}) {  // of the owner, and of the first directory
+    EXPECT_COMPLAINT(ComplaintWithout(
+        "stat", [&] { FindInAccess(directory_ / "", Places::Host); }, call));
+  }
   EXPECT_EQ(TryToLock(), "");
   EXPECT_NE(Complaint([this] { RequireHost(path_); }).find("it is not a directory"),
             std::string::npos);
@@ -632,11 +638,11 @@ TEST_F(FailingLockTest, LockOfAnotherUserOrWritableByOthersIsRefused) {
                                ": another user owns it or can write to it; remove it with rm " +
                                ShellQuoted(path_));
   }
-  chmod(path_.c_str(), 0644);
-  EXPECT_EQ(TryToLock(), "");
-  struct stat status = {};
-  ASSERT_EQ(stat(path_.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777U, 0600U);
+  for (const mode_t mode : {0640U, 0604U}) {
+    chmod(path_.c_str(), mode);
+    EXPECT_EQ(TryToLock(), "");
+    EXPECT_EQ(StatusOf(path_).st_mode & 07777U, 0600U);
+  }
 }
 
 TEST_F(FailingLockTest, ReceiptThatCannotBeWrittenIsReported) {

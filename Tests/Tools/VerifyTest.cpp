@@ -160,7 +160,7 @@ TEST_F(VerifyTest, ModesThatARunDoesNotGiveAreFoundUnlessIgnored) {
 
 TEST_F(VerifyTest, DirectoriesThatOthersCannotEnterOrCanWriteToAreFound) {
   const std::string above = fs::path(installRoot_).parent_path().parent_path();
-  for (const mode_t mode : {0700U, 0751U, 0754U, 0775U, 01775U}) {
+  for (const mode_t mode : {0700U, 0751U, 0754U, 0757U, 0775U, 01775U}) {
     chmod(above.c_str(), mode);
     EXPECT_EQ(Found(), "mode-differs " + above + "\n") << std::oct << mode;
   }
@@ -193,11 +193,23 @@ TEST_F(VerifyTest, ApplicationSupportThatOthersCanWriteToIsFoundWithTheCommand) 
                 ShellQuoted(Host("/Library/Application Support")) + "\n");
 }
 
+TEST(HostState, FindingsStandInTheOrderOfTheMembers) {
+  HostState host;
+  Add(host.hostFindings, kDirectoryAccess, "third", "");
+  Add(host.receiptFindings, kReceiptDamaged, "second", "");
+  Add(host.findings, kModeDiffers, "first", "");
+  std::string subjects;
+  for (const Finding& finding : host.AllFindings()) {
+    subjects += finding.subject + " ";
+  }
+  EXPECT_EQ(subjects, "first second third ");
+}
+
 TEST_F(VerifyTest, EachDirectoryOfTheHostIsExamined) {
   for (const char* path :
        {"/", "/Library", "/Library/Application Support", "/Library/Preferences"}) {
     EXPECT_EQ(FoundWithMode(Host(path), 0755), "") << path;
-    for (const mode_t mode : {0700U, 0775U}) {
+    for (const mode_t mode : {0700U, 0757U, 0775U}) {
       EXPECT_NE(FoundWithMode(Host(path), mode), "") << path;
       EXPECT_EQ(Status(options_).findings.size(), 1U) << path;
     }

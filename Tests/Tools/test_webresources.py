@@ -557,6 +557,9 @@ class JsonTest(Case):
         check = self.document('check', '--prove', self.resources)
         self.assertTrue(check['proof']['agrees'])
         self.assertEqual(check['outcome']['end'], 'exit')
+        self.document('info', self.resources)
+        self.document('diff', self.resources, self.resources)
+        self.document('status', '--root', self.directory)
         self.document('verify', '--root', self.directory, self.resources)
         self.assertTrue(self.document('installcheck', '--root', self.directory,
                                       self.resources)['installNeeded'])
