@@ -1,6 +1,7 @@
 // The comparison of trees, and the parts of the comparison.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "Support.h"
 #include "prediction/TreeComparison.h"
@@ -176,6 +177,22 @@ TEST(Names, SuggestionIsTheNearestWordWithinTwoChanges) {
   for (const char* typed : {"", "x", "pl", "remove", "installchecker!!"}) {
     EXPECT_EQ(Suggestion(typed, words), std::nullopt) << typed;
   }
+}
+
+TEST(AtomicFile, LinkWithTheNameOfTheBackupIsNoFailure) {
+  const ScopedDirectory directory;
+  const std::string path = directory / "f";
+  WriteFile(path, "old");
+  fs::create_symlink("nowhere", directory / (".f.old-" + std::to_string(getpid())));
+  {
+    AtomicFile file(path);
+    file.Write("new");
+    file.CommitDurably();
+    EXPECT_EQ(ReadFile(path), "new");
+    file.Rollback();
+  }
+  EXPECT_EQ(ReadFile(path), "old");
+  EXPECT_EQ(std::distance(fs::directory_iterator(std::string(directory / "")), {}), 1);
 }
 
 TEST(AtomicFile, CommittedFileIsInPlaceWithoutLeftovers) {

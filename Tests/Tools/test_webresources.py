@@ -310,14 +310,20 @@ class PackTest(Case):
         for i in range(50):  # more files than columns of the bar
             (self.site / str(i)).touch()
         (self.site / 'large').write_bytes(os.urandom(2 << 20))
-        for command in (['pack', self.site, '--update-id', '7', '--output', self.resources],
-                        ['check', self.resources]):
+        for command, purposes in (
+                (['pack', self.site, '--update-id', '7', '--output', self.resources], [b'packing']),
+                (['check', '--prove', self.resources],
+                 [b'reading the package', b'reading what is installed',
+                  b'reading OrloWebResources.zip'])):
             for arguments, shown in (([], True), (['--quiet'], False)):
                 bars = output_on_a_terminal([COMMAND, *command, *arguments], 'stderr',
                                             stdout=subprocess.DEVNULL)
                 self.assertRegex(bars,  # complete at the end, and then removed
                                  rb'(?s)^\r\[# {39}\].*\r\[#{40}\][^\r]*\r\x1b\[K$'
                                  if shown else rb'^$')
+                for purpose in purposes:
+                    complete = b'\r[' + b'#' * 40 + b'] ' + purpose + b'\r'
+                    self.assertEqual(complete in bars, shown, purpose)
                 # A wider bar would wrap, and each step would leave a line on the terminal.
                 self.assertLess(max(map(len, bars.split(b'\r'))), 80)
 
