@@ -85,6 +85,8 @@ TEST_F(Metadata, FileWithoutAWordAndADirectoryHaveAnEmptyText) {
     EXPECT_EQ(words.count, 0U) << path;
     EXPECT_EQ(words.Text(), "") << path;
   }
+  EXPECT_FALSE(MetadataHelper::ReadWords(directory_ / "blank").isUnreadable);
+  EXPECT_TRUE(MetadataHelper::ReadWords(directory_ / "missing").isUnreadable);
 }
 
 TEST_F(Metadata, OnlyTheLastWordIsRead) {

@@ -534,6 +534,16 @@ TEST(TrialStart, FailsOnlyIfTheProgramIsTheReason) {
   }
 }
 
+TEST(TrialStart, RunsNoInstructionOfTheProgram) {
+  const ScopedDirectory directory;
+  const std::string program = directory / "program";
+  const std::string trace = directory / "trace";
+  WriteFile(program, "#!/bin/sh\n: >" + ShellQuoted(trace) + "\n");
+  chmod(program.c_str(), 0755);
+  EXPECT_TRUE(CanStart(program));
+  EXPECT_FALSE(IsThere(trace));
+}
+
 TEST(TrialStart, ThatIsRefusedByTheSystemCountsAsASuccess) {
   for (const char* function : {"pipe2", "fork", "ptrace", "write"}) {
     const FailingCall fault(function, EPERM);

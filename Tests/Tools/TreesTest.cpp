@@ -179,6 +179,10 @@ TEST(Names, SuggestionIsTheNearestWordWithinTwoChanges) {
   }
 }
 
+TEST(Text, QuotedWordIsOneWordForAShell) {
+  EXPECT_EQ(ShellQuoted("it's a \"$x\""), "'it'\\''s a \"$x\"'");
+}
+
 TEST(AtomicFile, LinkWithTheNameOfTheBackupIsNoFailure) {
   const ScopedDirectory directory;
   const std::string path = directory / "f";

@@ -1091,7 +1091,7 @@ class Together(Case):
         self.addCleanup(process.kill)
         os.close(terminal)
         said = b""
-        while b"waiting: another installation is running" not in said:
+        while b"waiting: another installation is running\r\n" not in said:
             said += os.read(master, 10000)  # fails if the process has ended
         return process
 

@@ -43,7 +43,7 @@ MEMORY = [] if SANITIZED else [f"--as={8 << 30}"]  # the sanitizers reserve more
 SOURCES = ("Source/*.cpp Include/*.h Common/*.cpp Common/*.h Platform/*.cpp Platform/*.h "
            "Tools/webresources/*.cpp Tools/webresources/*.h").split()
 NEAR = {"Common": ("Common", "EndToEnd"), "Include": ("Source", "EndToEnd"),  # below Tests/
-        "Platform": ("Platform", "Doubles", "EndToEnd"), "Source": ("Source", "EndToEnd"),
+        "Platform": ("Platform", "Doubles", "Tools", "EndToEnd"), "Source": ("Source", "EndToEnd"),
         "Tools": ("Tools",)}
 SLOW = ("Darwin.", "EndToEnd.Large", "EndToEnd.Memcheck")
 OTHERS = ("EndToEnd.Hardening", "MacFacts", "PackageMacOS", "Scripts")  # they test no source in SOURCES
@@ -138,7 +138,7 @@ def in_sandbox(job):
         *NAMESPACE, "sh", "-c", SANDBOX, "sh", WORK / "root", sys.executable, "-B", __file__,
         *sys.argv[1:], input=json.dumps(job),
         env={**os.environ, "CCACHE_DISABLE": "1"},  # no change is compiled twice
-        stderr=subprocess.DEVNULL))
+        stderr=subprocess.DEVNULL, start_new_session=True))  # a changed program may kill its group
 
 
 def duration(test):
