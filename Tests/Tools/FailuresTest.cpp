@@ -17,6 +17,7 @@
 #include <sstream>
 #include <tuple>
 
+#include "AccessControlList.h"
 #include "Descriptor.h"
 #include "FailingCall.h"
 #include "InstallerConstants.h"
@@ -550,6 +551,14 @@ TEST(TrialStart, ThatIsRefusedByTheSystemCountsAsASuccess) {
     EXPECT_TRUE(CanStart("/none")) << function;  // nothing is executed
     EXPECT_EQ(fault.Count(), 1) << function;
   }
+}
+
+// Access control lists ----------------------------------------------------------------------------
+
+TEST(AccessControlLists, FileSystemWithoutListsIsNoFailure) {
+  const Descriptor directory(open("/proc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_TRUE(directory);
+  EXPECT_TRUE(AccessControlList::Restrict(*directory));
 }
 
 // Installation ------------------------------------------------------------------------------------

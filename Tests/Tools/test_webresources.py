@@ -409,6 +409,17 @@ class CheckTest(Case):
             self.assertEqual(result.returncode, 2, result.stdout)
             self.assertIn('Permission denied; run it as root\n', result.stderr)
 
+    def test_directory_that_cannot_be_listed_or_entered_gives_status_2(self):
+        self.pack()
+        for path in (self.resources, self.directory / 'X.app'):
+            for mode in (0o711, 0o744):
+                self.resources.chmod(mode)
+                result = run('check', path, **as_ordinary_user())
+                self.assertEqual(result.returncode, 2, (path, oct(mode), result.stdout))
+                self.assertIn('Permission denied; run it as root\n', result.stderr)
+        self.resources.chmod(0o755)
+        self.assertEqual(run('check', self.directory / 'X.app', **as_ordinary_user()).returncode, 0)
+
     def test_fifo_in_the_place_of_a_file_does_not_hang(self):
         for name in ('OrloWebResources.zip', 'metadata.txt'):
             self.pack()
