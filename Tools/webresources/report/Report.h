@@ -49,7 +49,7 @@ struct Report {
 Report ReportOf(const std::string& command, const std::exception& error);
 
 /// Stores `name` under `key`. A name that is not UTF-8 is stored as Printable(name), and its bytes
-/// are stored in hexadecimal under `key`Hex. PutOptional() stores null for nothing.
+/// are stored in hexadecimal under `key`Hex. PutOptional() stores null if there is no name.
 void PutName(Json& object, const std::string& key, const std::string& name);
 void PutOptional(Json& object, const std::string& key, const std::optional<std::string>& name);
 
