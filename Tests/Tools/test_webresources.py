@@ -412,7 +412,7 @@ class CheckTest(Case):
     def test_directory_that_cannot_be_listed_or_entered_gives_status_2(self):
         self.pack()
         for path in (self.resources, self.directory / 'X.app'):
-            for mode in (0o711, 0o744):
+            for mode in (0o111, 0o444):
                 self.resources.chmod(mode)
                 result = run('check', path, **as_ordinary_user())
                 self.assertEqual(result.returncode, 2, (path, oct(mode), result.stdout))
